@@ -1,0 +1,29 @@
+/* SPDX-License-Identifier: GPL-3.0-or-later */
+/* libtavisdk: where the extended-attribute (EA) directory of a file lies, and on what kind of volume. */
+#pragma once
+
+#include <stddef.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Writes the NUL-terminated full path of the EA entry `eaName` of the file `source` into `buffer` of `size` bytes.
+ * The first and last arguments are 0. Nothing is created or checked on disk.
+ * Returns 0 or more, or a negative number when the source has no EA path. */
+int TAVIEAPath(int, const char* source, const char* eaName, char* buffer, size_t size, int);
+
+/* The same for the EA directory that holds the entries of `source`. Returns 0, or non-zero on failure. */
+int TAVIEADirPath(int, const char* source, char* buffer, size_t size);
+
+/* Creates that EA directory; the first argument is 1. Returns 0 when it now exists, non-zero otherwise. */
+int TAVIEAMKDir(int, const char* eaDir);
+
+/* A code for the kind of volume that holds `path`, for TAVIFSIsRemoteFS and TAVIFSIsImageFS; 12 is a volume that
+ * can't hold the names of EA entries. The second argument is 0. Returns -1 with errno set, as by statfs, when the
+ * volume can't be queried. */
+int TAVIGetFSType(const char* path, int);
+
+#ifdef __cplusplus
+}
+#endif
