@@ -159,15 +159,14 @@ class TAVITHUMB_API Thumb {
  private:
   bool SetOutStoredEA(const std::string& eaName, std::int32_t type);
   bool SetOutFreshEntry(const std::string& entry);
-  void SetRequest(const std::string& sizeName, const ThumbDimension& box);
-  void ReadFactsForAnswer();
-  bool SetOutFromStored();
-  bool SetOutNow();
-  bool ConvertTo(const std::string& work);
-  bool ConvertGood(const std::string& work);
-  bool SaveExistingThumb(const std::string& sizeName, const std::string& thumb, long mtime, bool checkMime);
-  bool HasOutputType(const std::string& thumb) const;
-  void SetOwnerAndTime(const std::string& path, long mtime) const;
+  void SetRequest(const std::string& sizeName);
+  void SetRequest(const ThumbDimension& box);
+  void ReadFacts();
+  bool SetOutFirst();
+  bool KeepMade(const std::string& work, bool eaWritable);
+  bool MovePreview(const std::string& preview);
+  bool ConvertPreview(const std::string& preview, const std::string& destination) const;
+  bool HttpOutputTurned(const std::string& mimeType) const;
 };
 
 }  // namespace tavithumb

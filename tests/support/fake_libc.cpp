@@ -44,23 +44,45 @@ auto Call(Fake FakeLibc::*fake, Real real, Arguments... arguments) {
 
 }  // namespace
 
-FakeLibc::FakeLibc() { currentLibc = this; }
-FakeLibc::~FakeLibc() { currentLibc = nullptr; }
-FakeLibc* FakeLibc::Current() { return currentLibc; }
+FakeLibc::FakeLibc() {
+  currentLibc = this;
+}
+FakeLibc::~FakeLibc() {
+  currentLibc = nullptr;
+}
+FakeLibc* FakeLibc::Current() {
+  return currentLibc;
+}
 
-int RealRename(const char* from, const char* to) { return __real_rename(from, to); }
-int RealUnlink(const char* path) { return __real_unlink(path); }
-int RealStat64(const char* path, struct stat64* record) { return __real_stat64(path, record); }
-int RealUtime(const char* path, const utimbuf* times) { return __real_utime(path, times); }
-ssize_t RealRead(int descriptor, void* data, size_t size) { return __real_read(descriptor, data, size); }
+int RealRename(const char* from, const char* to) {
+  return __real_rename(from, to);
+}
+int RealUnlink(const char* path) {
+  return __real_unlink(path);
+}
+int RealStat64(const char* path, struct stat64* record) {
+  return __real_stat64(path, record);
+}
+int RealUtime(const char* path, const utimbuf* times) {
+  return __real_utime(path, times);
+}
+ssize_t RealRead(int descriptor, void* data, size_t size) {
+  return __real_read(descriptor, data, size);
+}
 
-bool operator==(const LogLine& a, const LogLine& b) { return a.priority == b.priority && a.text == b.text; }
+bool operator==(const LogLine& a, const LogLine& b) {
+  return a.priority == b.priority && a.text == b.text;
+}
 std::ostream& operator<<(std::ostream& out, const LogLine& line) {
   return out << "<" << line.priority << ">" << line.text;
 }
 
-CapturedLog::CapturedLog() { currentLog = this; }
-CapturedLog::~CapturedLog() { currentLog = nullptr; }
+CapturedLog::CapturedLog() {
+  currentLog = this;
+}
+CapturedLog::~CapturedLog() {
+  currentLog = nullptr;
+}
 
 std::vector<std::string> CapturedLog::Texts() const {
   std::vector<std::string> texts;
@@ -69,17 +91,27 @@ std::vector<std::string> CapturedLog::Texts() const {
 }
 
 extern "C" {
-int __wrap_access(const char* path, int mode) { return Call(&FakeLibc::access, __real_access, path, mode); }
-int __wrap_rename(const char* from, const char* to) { return Call(&FakeLibc::rename, __real_rename, from, to); }
-int __wrap_chmod(const char* path, mode_t mode) { return Call(&FakeLibc::chmod, __real_chmod, path, mode); }
+int __wrap_access(const char* path, int mode) {
+  return Call(&FakeLibc::access, __real_access, path, mode);
+}
+int __wrap_rename(const char* from, const char* to) {
+  return Call(&FakeLibc::rename, __real_rename, from, to);
+}
+int __wrap_chmod(const char* path, mode_t mode) {
+  return Call(&FakeLibc::chmod, __real_chmod, path, mode);
+}
 int __wrap_chown(const char* path, uid_t user, gid_t group) {
   return Call(&FakeLibc::chown, __real_chown, path, user, group);
 }
-int __wrap_utime(const char* path, const utimbuf* times) { return Call(&FakeLibc::utime, __real_utime, path, times); }
+int __wrap_utime(const char* path, const utimbuf* times) {
+  return Call(&FakeLibc::utime, __real_utime, path, times);
+}
 int __wrap_stat64(const char* path, struct stat64* record) {
   return Call(&FakeLibc::stat64, __real_stat64, path, record);
 }
-int __wrap_unlink(const char* path) { return Call(&FakeLibc::unlink, __real_unlink, path); }
+int __wrap_unlink(const char* path) {
+  return Call(&FakeLibc::unlink, __real_unlink, path);
+}
 int __wrap_getpwnam_r(const char* name, passwd* entry, char* buffer, size_t size, passwd** result) {
   return Call(&FakeLibc::getpwnam_r, __real_getpwnam_r, name, entry, buffer, size, result);
 }
@@ -89,17 +121,29 @@ int __wrap_setresuid(uid_t real, uid_t effective, uid_t saved) {
 int __wrap_setresgid(gid_t real, gid_t effective, gid_t saved) {
   return Call(&FakeLibc::setresgid, __real_setresgid, real, effective, saved);
 }
-uid_t __wrap_geteuid() { return Call(&FakeLibc::geteuid, __real_geteuid); }
-gid_t __wrap_getegid() { return Call(&FakeLibc::getegid, __real_getegid); }
-long __wrap_sysconf(int name) { return Call(&FakeLibc::sysconf, __real_sysconf, name); }
+uid_t __wrap_geteuid() {
+  return Call(&FakeLibc::geteuid, __real_geteuid);
+}
+gid_t __wrap_getegid() {
+  return Call(&FakeLibc::getegid, __real_getegid);
+}
+long __wrap_sysconf(int name) {
+  return Call(&FakeLibc::sysconf, __real_sysconf, name);
+}
 time_t __wrap_time(time_t* result) {
   const time_t now = currentLibc != nullptr && currentLibc->time ? currentLibc->time() : __real_time(nullptr);
   if (result != nullptr) *result = now;
   return now;
 }
-pid_t __wrap_getpid() { return Call(&FakeLibc::getpid, __real_getpid); }
-int __wrap_rand() { return Call(&FakeLibc::rand, __real_rand); }
-std::FILE* __wrap_fopen(const char* path, const char* mode) { return Call(&FakeLibc::fopen, __real_fopen, path, mode); }
+pid_t __wrap_getpid() {
+  return Call(&FakeLibc::getpid, __real_getpid);
+}
+int __wrap_rand() {
+  return Call(&FakeLibc::rand, __real_rand);
+}
+std::FILE* __wrap_fopen(const char* path, const char* mode) {
+  return Call(&FakeLibc::fopen, __real_fopen, path, mode);
+}
 ssize_t __wrap_read(int descriptor, void* data, size_t size) {
   return Call(&FakeLibc::read, __real_read, descriptor, data, size);
 }

@@ -38,12 +38,18 @@ int Fill(const std::string& text, char* buffer, size_t size) {
   return 0;
 }
 
-std::string BaseName(const std::string& path) { return path.substr(path.rfind('/') + 1); }
+std::string BaseName(const std::string& path) {
+  return path.substr(path.rfind('/') + 1);
+}
 
 }  // namespace
 
-RecordingPlatform::RecordingPlatform(std::string root) : eaRoot(std::move(root)) { current = this; }
-RecordingPlatform::~RecordingPlatform() { current = nullptr; }
+RecordingPlatform::RecordingPlatform(std::string root) : eaRoot(std::move(root)) {
+  current = this;
+}
+RecordingPlatform::~RecordingPlatform() {
+  current = nullptr;
+}
 
 RecordingPlatform& RecordingPlatform::Current() {
   if (current == nullptr) std::abort();

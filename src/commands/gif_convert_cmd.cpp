@@ -1,0 +1,57 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include <tavi/core.h>
+#include <unistd.h>
+
+#include <ctime>
+#include <utility>
+
+#include "support/path.h"
+#include "support/quarter_turns.h"
+#include "tavithumb/thumb_convert_cmd.h"
+
+namespace tavithumb {
+
+GIFConvertCmd::GIFConvertCmd(ThumbInfo info, const std::string& src, const std::string& dest)
+    : ThumbConvertCmd(std::move(info), src, dest) {
+  geometry_ = info_.GetXString();
+  rotateDegrees_ = Degrees(info_.GetRotate());
+  userRotateDegrees_ = Degrees(info_.GetUserRotate());
+  setupCoalesceTmpPath();
+}
+
+void GIFConvertCmd::setupCoalesceTmpPath() {
+  coalesceTmpPath_ =
+      "/var/tmp/convert_thumbnail__" + std::to_string(static_cast<long>(std::time(nullptr))) + Basename(src_);
+  const char* const coalesce[] = {kConvert.c_str(), src_.c_str(), "-coalesce", coalesceTmpPath_.c_str(), nullptr};
+  if (TLIBCExecv(kConvert.c_str(), coalesce, 1) == 0) return;
+  unlink(coalesceTmpPath_.c_str());
+  coalesceTmpPath_.clear();
+}
+
+bool GIFConvertCmd::exec() {
+  if (coalesceTmpPath_.empty()) return false;
+  // Size and stored rotation stand before the input, the user's rotation behind it.
+  args_ = {kConvert.c_str(),
+           "-strip",
+           "-colorspace",
+           "sRGB",
+           "-thumbnail",
+           geometry_.c_str(),
+           "-rotate",
+           rotateDegrees_.c_str(),
+           "-layers",
+           "optimize",
+           coalesceTmpPath_.c_str(),
+           "-rotate",
+           userRotateDegrees_.c_str(),
+           dest_.c_str(),
+           nullptr};
+  if (TLIBCExecv(kConvert.c_str(), args_.data(), 1) != 0) {
+    unlink(dest_.c_str());
+    return false;
+  }
+  unlink(coalesceTmpPath_.c_str());
+  return true;
+}
+
+}  // namespace tavithumb

@@ -1,0 +1,78 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+// The preview embedded in a picture, written to a temporary file.
+#include <unistd.h>
+
+#include <cstdlib>
+#include <ctime>
+#include <exiv2/exiv2.hpp>
+
+#include "info/preview_choice.h"
+#include "support/log.h"
+
+namespace tavithumb {
+namespace {
+
+constexpr double smallestShareOfBox = 0.75;
+
+std::uint32_t Pixels(const PreviewCandidate& preview) {
+  return preview.width * preview.height;
+}
+
+bool IsUsable(const PreviewCandidate& preview, const std::string& sourceMimeType, ThumbDimension box) {
+  if (preview.mimeType == "image/tiff" && sourceMimeType == "image/x-canon-cr2") return false;
+  return preview.width <= 2 * box.width || preview.height <= 2 * box.height;
+}
+
+std::vector<PreviewCandidate> Candidates(const Exiv2::PreviewPropertiesList& list) {
+  std::vector<PreviewCandidate> candidates;
+  candidates.reserve(list.size());
+  for (const Exiv2::PreviewProperties& properties : list) {
+    candidates.push_back({properties.mimeType_, static_cast<std::uint32_t>(properties.width_),
+                          static_cast<std::uint32_t>(properties.height_)});
+  }
+  return candidates;
+}
+
+// Without the extension, which Exiv2 appends itself.
+std::string NewPreviewPath() {
+  return "/tmp/thumb." + std::to_string(getpid()) + "." + std::to_string(static_cast<long>(std::time(nullptr))) + "." +
+         std::to_string(std::rand());
+}
+
+}  // namespace
+
+std::optional<std::size_t> ChoosePreview(const std::vector<PreviewCandidate>& previews,
+                                         const std::string& sourceMimeType, ThumbDimension box) {
+  std::optional<std::size_t> best;
+  for (std::size_t i = 0; i < previews.size(); ++i) {
+    if (!IsUsable(previews[i], sourceMimeType, box)) continue;
+    if (!best || Pixels(previews[i]) > Pixels(previews[*best])) best = i;
+  }
+  const std::uint32_t boxPixels = box.width * box.height;
+  if (best && Pixels(previews[*best]) < smallestShareOfBox * boxPixels) best.reset();
+  return best;
+}
+
+void ThumbInfo::ExtractEXIFPreviewInfo(const std::unique_ptr<Exiv2::Image>& image) {
+  const Exiv2::PreviewManager manager(*image);
+  const Exiv2::PreviewPropertiesList list = manager.getPreviewProperties();
+  const std::optional<std::size_t> best = ChoosePreview(Candidates(list), mimeType_, dimension_);
+  if (!best) {
+    exifPreviewTmpPath_.clear();
+    return;
+  }
+  const Exiv2::PreviewImage preview = manager.getPreviewImage(list[*best]);
+  exifPreviewTmpPath_ = NewPreviewPath();
+  const auto written = preview.writeFile(exifPreviewTmpPath_);
+  if (static_cast<std::size_t>(written) == static_cast<std::size_t>(preview.size())) {
+    exifPreviewTmpPath_ += preview.extension();
+    UpdateAMTime(exifPreviewTmpPath_);
+    return;
+  }
+  unlink(exifPreviewTmpPath_.c_str());
+  exifPreviewTmpPath_.clear();
+  syslog(LOG_ERR, TAVITHUMB_LOG("Write preview to file failed, %s"), "thumb_info", 237, "ExtractEXIFPreviewInfo",
+         path_.c_str());
+}
+
+}  // namespace tavithumb

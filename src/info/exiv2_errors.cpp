@@ -1,0 +1,26 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "info/exiv2_errors.h"
+
+namespace tavithumb {
+namespace {
+
+bool IsContainer(const Exiv2::Image& image) {
+#ifdef EXV_ENABLE_BMFF
+  if (image.imageType() == Exiv2::ImageType::bmff) return true;
+#endif
+  return image.mimeType().rfind("video/", 0) == 0;
+}
+
+}  // namespace
+
+int Exiv2Code(const Exiv2::Error& error) {
+  // Later releases number all errors higher by the same step.
+  constexpr int step = static_cast<int>(Exiv2::ErrorCode::kerDataSourceOpenFailed) - exiv2CannotOpen;
+  return static_cast<int>(error.code()) - step;
+}
+
+void RefuseContainers(const Exiv2::Image& image, const std::string& path) {
+  if (IsContainer(image)) throw Exiv2::Error(Exiv2::ErrorCode::kerFileContainsUnknownImageType, path);
+}
+
+}  // namespace tavithumb

@@ -1,0 +1,88 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+// Type, size and orientation of a picture, as Exiv2 reads them.
+#include <exiv2/exiv2.hpp>
+
+#include "info/exiv2_errors.h"
+#include "support/log.h"
+#include "support/path.h"
+#include "tavithumb/error.h"
+#include "tavithumb/thumb_info.h"
+#include "tavithumb/util.h"
+
+namespace tavithumb {
+namespace {
+
+// An orientation value's place in the mapping list; what is out of range is for the list's user to notice.
+std::uint32_t IndexOf(const Exiv2::Exifdatum& orientation) {
+  return static_cast<std::uint32_t>(std::stoi(orientation.toString())) - 1;
+}
+
+// Cameras that write the standard tag as "normal" may tell the true rotation in a maker note.
+std::uint32_t OrientationIndex(const Exiv2::ExifData& exif) {
+  const auto standard = exif.findKey(Exiv2::ExifKey(ThumbInfo::stdOrientationKey));
+  if (standard == exif.end()) return 0;
+  if (standard->toString() != "1") return IndexOf(*standard);
+  for (const std::string& key : ThumbInfo::orientationKeyList_) {
+    const auto makerNote = exif.findKey(Exiv2::ExifKey(key));
+    if (makerNote != exif.end()) return IndexOf(*makerNote);
+  }
+  return 0;
+}
+
+bool IsHeifName(const std::string& path) {
+  const std::string extension = file::GetFileExt(path);
+  return extension == "heif" || extension == "heic";
+}
+
+}  // namespace
+
+const std::string ThumbInfo::stdOrientationKey = "Exif.Image.Orientation";
+
+const std::vector<std::string> ThumbInfo::orientationKeyList_ = {
+    "Exif.Panasonic.Rotation",      "Exif.MinoltaCs5D.Rotation",    "Exif.MinoltaCs5D.Rotation2",
+    "Exif.MinoltaCs7D.Rotation",    "Exif.Sony1MltCsA100.Rotation", "Exif.Sony1Cs.Rotation",
+    "Exif.Sony2Cs.Rotation",        "Exif.Sony1Cs2.Rotation",       "Exif.Sony2Cs2.Rotation",
+    "Exif.Sony1MltCsA100.Rotation",
+};
+
+const std::vector<std::pair<std::int32_t, bool>> ThumbInfo::rotateFlopMappingList_ = {
+    {0, false}, {0, true}, {2, false}, {2, true}, {1, true}, {1, false}, {3, true}, {3, false},
+};
+
+void ThumbInfo::ExtractImgInfo(bool withPreview) {
+  if (IsSupportVideo(Basename(path_))) return;
+  try {
+    SetOrientation(ReadWithExiv2(withPreview));
+    good_ = true;
+  } catch (const Exiv2::Error& error) {
+    const int code = Exiv2Code(error);
+    if (code == exiv2CannotOpen) throw Error(603, error.what());
+    if (code == exiv2UnknownType) {
+      if (IsHeifName(path_)) CheckAndGetHeif();
+      if (IsHeic()) return;
+      throw Error(602, error.what());
+    }
+    syslog(LOG_ERR, TAVITHUMB_LOG("Exiv2 exception: E%d %s"), "thumb_info", 129, "ExtractImgInfo", code, error.what());
+    throw Error(601, error.what());
+  }
+}
+
+std::uint32_t ThumbInfo::ReadWithExiv2(bool withPreview) {
+  const std::lock_guard<std::mutex> lock(exiv2_mutex_);
+  const std::unique_ptr<Exiv2::Image> image(Exiv2::ImageFactory::open(path_, true).release());
+  RefuseContainers(*image, path_);
+  image->readMetadata();
+  mimeType_ = image->mimeType();
+  width_ = static_cast<std::uint32_t>(image->pixelWidth());
+  height_ = static_cast<std::uint32_t>(image->pixelHeight());
+  if (withPreview) ExtractEXIFPreviewInfo(image);
+  return OrientationIndex(image->exifData());
+}
+
+void ThumbInfo::SetOrientation(std::uint32_t index) {
+  const auto& [rotate, flop] = rotateFlopMappingList_[index < rotateFlopMappingList_.size() ? index : 0];
+  rotate_ = rotate;
+  flop_ = flop;
+}
+
+}  // namespace tavithumb

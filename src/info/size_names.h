@@ -1,0 +1,9 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#pragma once
+
+namespace tavithumb {
+
+// The size name of a request whose box the caller gave in pixels.
+inline constexpr char customSizeName[] = "__CUSTOM_SIZE__";
+
+}  // namespace tavithumb

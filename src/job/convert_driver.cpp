@@ -1,0 +1,95 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+// The way of one request: which file answers it, in a fixed order of preference; and making sizes ahead of time.
+#include <algorithm>
+
+#include "info/size_names.h"
+#include "job/output_type.h"
+#include "support/log.h"
+#include "tavithumb/libtavithumb.h"
+
+namespace tavithumb {
+
+void Thumb::SetRequest(const std::string& sizeName) {
+  info_.size_ = sizeName;
+  info_.dimension_ = strThumbSizeMap_.at(sizeName);
+}
+
+void Thumb::SetRequest(const ThumbDimension& box) {
+  info_.size_ = customSizeName;
+  info_.dimension_ = box;
+}
+
+std::string Thumb::CalcOutputFile() {
+  ReadFacts();
+  if (info_.GetSize() == "original") {
+    if (!info_.IsWebAcceptable()) return "";
+    type_ = outputOriginal;
+    outputFile_ = srcPath_;
+    return outputFile_;
+  }
+  return SetOutFirst() ? outputFile_ : "";
+}
+
+// The ways to an answer, in their order; the first that yields a file wins.
+bool Thumb::SetOutFirst() {
+  if (tryAlbumexEA_ && (SetOutAlbumexEA() || SetOutAlbumexOldEA())) return true;
+  if (tryBrovixEA_ && SetOutBrovixEA()) return true;
+  if (isVideo_ && SetOutCinevoEA()) return true;
+  if (avatar_ && SetOutAvatar()) return true;
+  if (SetOutFromEXIFPreview()) return true;
+  if (acceptHeic_ && info_.IsHeic() && SetOutOriginalImage()) return true;
+  if (!noOnline_ && SetOutOnline()) return true;
+  // The source itself, when online mode declined because nothing is to be converted; never merely because a
+  // conversion failed.
+  return (!noOriginalFallback_ || type_ == outputOriginal) && SetOutOriginalImage();
+}
+
+// A job goes on without facts, but not with a source that is damaged or can't be opened.
+void Thumb::ReadFacts() {
+  if (isVideo_) return;
+  try {
+    info_.ExtractImgInfo(true);
+  } catch (const Error& error) {
+    if (error.Code() != 602) throw Error(error);
+  }
+}
+
+std::string Thumb::CalcOutputFile(const std::string& sizeName) {
+  for (auto name = std::find(size_vec.begin(), size_vec.end(), sizeName); name != size_vec.end(); ++name) {
+    SetRequest(*name);
+    if (!CalcOutputFile().empty() || !fallbackSmaller_) return outputFile_;
+  }
+  return "";
+}
+
+int Thumb::Convert(std::initializer_list<std::string> sizeNames) {
+  int count = 0;
+  for (const std::string& name : sizeNames) {
+    try {
+      SetRequest(name);
+      count += SetOutOnline() ? 1 : 0;
+    } catch (...) {
+      syslog(LOG_ERR, TAVITHUMB_LOG("Unknown Internal Error"), "libtavithumb", 95, "Convert");
+    }
+  }
+  return count;
+}
+
+int Thumb::Convert(std::initializer_list<ThumbDimension> boxes) {
+  int count = 0;
+  for (const ThumbDimension& box : boxes) {
+    try {
+      SetRequest(box);
+      count += SetOutOnline() ? 1 : 0;
+    } catch (...) {
+      syslog(LOG_ERR, TAVITHUMB_LOG("Unknown Internal Error"), "libtavithumb", 113, "Convert");
+    }
+  }
+  return count;
+}
+
+bool Thumb::ConvertAll() {
+  return Convert({"small", "medium", "big", "large", "xlarge"}) != 0;
+}
+
+}  // namespace tavithumb

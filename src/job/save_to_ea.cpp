@@ -1,0 +1,130 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+// A finished thumbnail is put into its final place in the source's EA directory.
+#include <sys/stat.h>
+#include <tavi/core.h>
+#include <unistd.h>
+#include <utime.h>
+
+#include <cerrno>
+#include <cstring>
+#include <limits>
+
+#include "job/run_as.h"
+#include "support/log.h"
+#include "tavithumb/libtavithumb.h"
+#include "tavithumb/util.h"
+
+namespace tavithumb {
+namespace {
+
+constexpr char source[] = "libtavithumb";
+constexpr std::uint32_t unbounded = std::numeric_limits<std::int32_t>::max();
+
+bool MoveThumb(const std::string& from, const std::string& to) {
+  constexpr char function[] = "SaveThumbToEA";
+  if (access(from.c_str(), F_OK) != 0) {
+    syslog(LOG_ERR, TAVITHUMB_LOG("Can not acess thumbnail '%s'\\n"), source, 468, function, from.c_str());
+    return false;
+  }
+  if (rename(from.c_str(), to.c_str()) == 0) return true;
+  const bool otherVolume = errno == EXDEV;
+  if (otherVolume && TLIBCExecl("/bin/mv", 0, from.c_str(), to.c_str(), nullptr) == 0) return true;
+  syslog(LOG_ERR, TAVITHUMB_LOG("Failed to move thumbnail file from '%s' to '%s'"), source, otherVolume ? 479 : 474,
+         function, from.c_str(), to.c_str());
+  return false;
+}
+
+void OpenToAll(const std::string& thumb) {
+  if (chmod(thumb.c_str(), 0777) == 0) return;
+  syslog(LOG_ERR, TAVITHUMB_LOG("Failed to chmod '%s'"), source, 485, "SaveThumbToEA", thumb.c_str());
+}
+
+// The message is one for owner and time alike.
+void LogChown(int line, const std::string& thumb) {
+  syslog(LOG_ERR, TAVITHUMB_LOG("Failed to chown '%s', %s"), source, line, "SaveThumbToEA", thumb.c_str(),
+         strerror(errno));
+}
+
+void GiveToRoot(const std::string& thumb) {
+  IF_RUN_AS2("root", source, 489) {
+    if (chown(thumb.c_str(), 0, 0) != 0) LogChown(491, thumb);
+  }
+}
+
+// Seconds since the epoch; 0 when the source can't be stat'ed (logged).
+long TimeOfSource(const std::string& path) {
+  struct stat64 record = {};
+  if (stat64(path.c_str(), &record) != 0) {
+    syslog(LOG_ERR, TAVITHUMB_LOG("Failed to get mime '%s'"), source, 501, "SaveThumbToEA", path.c_str());
+    return 0;
+  }
+  return static_cast<long>(record.st_mtime);
+}
+
+void SetTime(const std::string& thumb, long mtime) {
+  IF_RUN_AS2("root", source, 510) {
+    const utimbuf times{0, mtime};
+    if (utime(thumb.c_str(), &times) != 0) LogChown(512, thumb);
+  }
+}
+
+// The thumbnail at `path` is of the type that the job makes; failures are logged.
+bool HasType(const std::string& path, const std::string& mimeType) {
+  constexpr char function[] = "SaveExistingThumbsToEA";
+  try {
+    ThumbInfo thumb(path, "original", {unbounded, unbounded});
+    thumb.ExtractImgInfo(false);
+    if (thumb.GetMimeType() == mimeType) return true;
+    syslog(LOG_ERR, TAVITHUMB_LOG("Thumbnail has different mime type '%s'"), source, 558, function, path.c_str());
+  } catch (const Error&) {
+    syslog(LOG_ERR, TAVITHUMB_LOG("Can not check thumbnail info of '%s'"), source, 563, function, path.c_str());
+  }
+  return false;
+}
+
+}  // namespace
+
+bool Thumb::SaveThumbToEA(const std::string& from, const std::string& to, long mtime) {
+  if (!MoveThumb(from, to)) return false;
+  OpenToAll(to);
+  GiveToRoot(to);
+  const long time = mtime != 0 ? mtime : TimeOfSource(srcPath_);
+  if (time != 0) SetTime(to, time);
+  return true;
+}
+
+std::string Thumb::GetOnlineOutputDest() const {
+  return file::GetEAPath(srcPath_, avatar_ ? info_.GetAvatarThumbEAName() : info_.GetBrovixThumbEAName());
+}
+
+bool Thumb::SaveTmpThumbToEA(const std::string& tmpPath) {
+  outputFile_ = GetOnlineOutputDest();
+  return SaveThumbToEA(tmpPath, outputFile_, 0);
+}
+
+bool Thumb::SaveExistingThumbsToEA(const std::vector<std::pair<std::string, std::string>>& thumbs, long mtime,
+                                   bool checkMime) {
+  constexpr char function[] = "SaveExistingThumbsToEA";
+  try {
+    ReadFacts();
+  } catch (const Error& error) {
+    syslog(LOG_ERR, TAVITHUMB_LOG("Failed to extrace img info '%s'"), source, 536, function, srcPath_.c_str());
+    throw Error(error);
+  }
+  if (!file::MakeEADir(srcPath_)) {
+    syslog(LOG_ERR, TAVITHUMB_LOG("Failed to create eadir '%s'"), source, 542, function, srcPath_.c_str());
+    return false;
+  }
+  bool allStored = true;
+  for (const auto& [sizeName, thumb] : thumbs) {
+    if (checkMime && !HasType(thumb, GetOutputMimeType())) {
+      allStored = false;
+      continue;
+    }
+    SetRequest(sizeName);
+    allStored = SaveThumbToEA(thumb, GetOnlineOutputDest(), mtime) && allStored;
+  }
+  return allStored;
+}
+
+}  // namespace tavithumb

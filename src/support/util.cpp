@@ -1,0 +1,100 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "tavithumb/util.h"
+
+#include <libgen.h>
+#include <sys/stat.h>
+#include <tavi/core.h>
+#include <tavi/fileop.h>
+#include <tavi/sdk.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <ctime>
+
+#include "support/log.h"
+
+namespace tavithumb::file {
+namespace {
+
+// Paths in buffers of the platform's functions.
+constexpr std::size_t pathBufferSize = 4096;
+
+// A volume that takes no EA entries although it is neither remote nor an image.
+constexpr int refusedFSType = 12;
+
+// "_<process id>_<seconds since the epoch>"
+std::string ProcessAndTime() {
+  return "_" + std::to_string(getpid()) + "_" + std::to_string(static_cast<long>(std::time(nullptr)));
+}
+
+bool IsDirectory(const char* path) {
+  struct stat64 record = {};
+  return stat64(path, &record) == 0 && S_ISDIR(record.st_mode);
+}
+
+}  // namespace
+
+std::string GetFileExt(const std::string& path) {
+  std::string lower = path;
+  std::transform(lower.begin(), lower.end(), lower.begin(),
+                 [](unsigned char byte) { return static_cast<char>(std::tolower(byte)); });
+  const std::size_t dot = lower.rfind('.');
+  return dot == std::string::npos ? lower : lower.substr(dot + 1);
+}
+
+std::string GetEAPath(const std::string& sourcePath, const std::string& eaName) {
+  char path[pathBufferSize] = {};
+  if (TAVIEAPath(0, sourcePath.c_str(), eaName.c_str(), path, sizeof path, 0) < 0) {
+    syslog(LOG_ERR, TAVITHUMB_LOG("Get EA path for %s failed"), "util", 50, "GetEAPath", eaName.c_str());
+    return "";
+  }
+  return path;
+}
+
+bool MakeEADir(const std::string& sourcePath) {
+  char directory[pathBufferSize] = {};
+  if (TAVIEADirPath(0, sourcePath.c_str(), directory, sizeof directory) != 0) return false;
+  return IsDirectory(directory) || TAVIEAMKDir(1, directory) == 0;
+}
+
+bool IsDestSupportEAWrite(const std::string& destinationPath) {
+  const int type = TAVIGetFSType(destinationPath.c_str(), 0);
+  if (type == -1) {
+    const int error = errno;
+    syslog(LOG_ERR, TAVITHUMB_LOG("failed to statfs %s, reason=[(%d)%s]"), "util", 97, "IsDestSupportEAWrite",
+           destinationPath.c_str(), error, strerror(error));
+    return true;
+  }
+  if (TAVIFSIsRemoteFS(type) != 0) return false;
+  return type != refusedFSType && TAVIFSIsImageFS(type) == 0;
+}
+
+bool SDKMoveFile(const std::string& sourcePath, const std::string& destinationPath) {
+  std::array<std::uint32_t, 15> options = {};
+  options[1] = 1;  // move, not copy
+  if (TAVIFileCopy(sourcePath.c_str(), destinationPath.c_str(), options.data()) == 0) return true;
+  syslog(LOG_ERR, TAVITHUMB_LOG("TAVIFileCopy failed"), "util", 112, "SDKMoveFile");
+  return false;
+}
+
+std::string Dirname(const std::string& path) {
+  char buffer[pathBufferSize] = {};
+  path.copy(buffer, sizeof buffer - 1);
+  return dirname(buffer);
+}
+
+std::string GetEATmpPath(const std::string& sourcePath, const std::string& eaName) {
+  const std::string path = GetEAPath(sourcePath, eaName);
+  return path.empty() ? "" : path + ProcessAndTime();
+}
+
+std::string GetVarTmpPath(const std::string& tag) {
+  return "/var/tmp/tavithumb_" + tag + ProcessAndTime();
+}
+
+}  // namespace tavithumb::file
