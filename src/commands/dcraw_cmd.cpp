@@ -71,8 +71,8 @@ void DcrawCmd::extractPreview() {
 }
 
 void DcrawCmd::closeHandles() {
-  if (dcrawPipe_ != nullptr) TLIBCPclose(std::exchange(dcrawPipe_, nullptr));
-  if (rawThumbFile_ != nullptr) std::fclose(std::exchange(rawThumbFile_, nullptr));
+  if (dcrawPipe_ != nullptr) (void)TLIBCPclose(std::exchange(dcrawPipe_, nullptr));
+  if (rawThumbFile_ != nullptr) (void)std::fclose(std::exchange(rawThumbFile_, nullptr));
 }
 
 bool DcrawCmd::checkTmpExif() {

@@ -34,9 +34,10 @@ std::vector<PreviewCandidate> Candidates(const Exiv2::PreviewPropertiesList& lis
 }
 
 // Without the extension, which Exiv2 appends itself.
+// The random number only separates calls of one process within a second.
 std::string NewPreviewPath() {
   return "/tmp/thumb." + std::to_string(getpid()) + "." + std::to_string(static_cast<long>(std::time(nullptr))) + "." +
-         std::to_string(std::rand());
+         std::to_string(std::rand());  // NOLINT(cert-msc30-c,cert-msc50-cpp,concurrency-mt-unsafe)
 }
 
 }  // namespace

@@ -7,8 +7,9 @@
 
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
 #include <memory>
+
+#include "support/error_text.h"
 
 namespace _________ {  // NOLINT(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 namespace {
@@ -35,24 +36,17 @@ bool SwitchTo(const Ids& target) {
   return user == target.user || target.user == keepUser || setresuid(keepUser, target.user, keepUser) == 0;
 }
 
-// The text of an error number; `buffer` is where it may be put.
-template <std::size_t size>
-const char* ErrorText(int error, char (&buffer)[size]) {
-  return strerror_r(error, buffer, size);
-}
-
 struct FreeDeleter {
   void operator()(char* memory) const { std::free(memory); }
 };
 
 // The ids of a user; failures are logged.
 bool FindIds(const char* user, const char* file, int line, Ids* ids) {
-  char text[1024];
   const long configured = sysconf(_SC_GETPW_R_SIZE_MAX);
   const long size = configured == -1 ? fallbackBufferSize : configured;
   const std::unique_ptr<char, FreeDeleter> buffer(static_cast<char*>(std::malloc(static_cast<std::size_t>(size))));
   if (buffer == nullptr) {
-    syslog(LOG_AUTH | LOG_ERR, "%s:%d ERROR: malloc(%ld) [%s]", file, line, size, ErrorText(errno, text));
+    syslog(LOG_AUTH | LOG_ERR, "%s:%d ERROR: malloc(%ld) [%s]", file, line, size, tavithumb::ErrorText(errno).c_str());
     return false;
   }
   passwd entry = {};
@@ -60,7 +54,7 @@ bool FindIds(const char* user, const char* file, int line, Ids* ids) {
   const int error = getpwnam_r(user, &entry, buffer.get(), static_cast<std::size_t>(size), &found);
   if (found == nullptr) {
     syslog(LOG_AUTH | LOG_ERR, "%s:%d ERROR: getpwnam(%s) [%s]", file, line, user,
-           error == 0 ? "Name not found" : ErrorText(error, text));
+           error == 0 ? "Name not found" : tavithumb::ErrorText(error).c_str());
     return false;
   }
   *ids = {entry.pw_uid, entry.pw_gid};

@@ -6,10 +6,10 @@
 #include <utime.h>
 
 #include <cerrno>
-#include <cstring>
 #include <limits>
 
 #include "job/run_as.h"
+#include "support/error_text.h"
 #include "support/log.h"
 #include "tavithumb/libtavithumb.h"
 #include "tavithumb/util.h"
@@ -42,7 +42,7 @@ void OpenToAll(const std::string& thumb) {
 // The message is one for owner and time alike.
 void LogChown(int line, const std::string& thumb) {
   syslog(LOG_ERR, TAVITHUMB_LOG("Failed to chown '%s', %s"), source, line, "SaveThumbToEA", thumb.c_str(),
-         strerror(errno));
+         ErrorText(errno).c_str());
 }
 
 void GiveToRoot(const std::string& thumb) {

@@ -13,9 +13,9 @@
 #include <cctype>
 #include <cerrno>
 #include <cstdint>
-#include <cstring>
 #include <ctime>
 
+#include "support/error_text.h"
 #include "support/log.h"
 
 namespace tavithumb::file {
@@ -67,7 +67,7 @@ bool IsDestSupportEAWrite(const std::string& destinationPath) {
   if (type == -1) {
     const int error = errno;
     syslog(LOG_ERR, TAVITHUMB_LOG("failed to statfs %s, reason=[(%d)%s]"), "util", 97, "IsDestSupportEAWrite",
-           destinationPath.c_str(), error, strerror(error));
+           destinationPath.c_str(), error, ErrorText(error).c_str());
     return true;
   }
   if (TAVIFSIsRemoteFS(type) != 0) return false;
@@ -85,7 +85,7 @@ bool SDKMoveFile(const std::string& sourcePath, const std::string& destinationPa
 std::string Dirname(const std::string& path) {
   char buffer[pathBufferSize] = {};
   path.copy(buffer, sizeof buffer - 1);
-  return dirname(buffer);
+  return dirname(buffer);  // NOLINT(concurrency-mt-unsafe): works on this buffer alone
 }
 
 std::string GetEATmpPath(const std::string& sourcePath, const std::string& eaName) {

@@ -28,7 +28,7 @@ void SetPreview(const std::string& path, const std::string& previewPath);
 
 // What a picture file really is, by its content.
 struct PictureFacts {
-  std::string format;  // ImageMagick's name: "JPEG", "PNG", "GIF", "BMP", ...
+  std::string format;  // ImageMagick's name: "JPEG", "PNG", "GIF", "BMP3", "TIFF", "HEIC"
   int width;
   int height;
   int frames;

@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#pragma once
+
+#include <cerrno>
+#include <cstring>
+
+namespace tavithumb {
+
+// The text of an error number of the C library, for a log line; allocates nothing, good in any thread.
+class ErrorText {
+ public:
+  explicit ErrorText(int error) : text_(strerror_r(error, buffer_, sizeof buffer_)) {}
+  ErrorText(const ErrorText&) = delete;
+  ErrorText& operator=(const ErrorText&) = delete;
+
+  const char* c_str() const { return text_; }
+
+ private:
+  char buffer_[1024];
+  const char* text_;
+};
+
+}  // namespace tavithumb
