@@ -11,8 +11,8 @@ namespace tavithumb {
 namespace {
 
 // The add-on package brings its own build of convert and says with a marker file that it is enabled.
-constexpr char codexaMarker[] = "/var/packages/Codexa/enabled";
-constexpr char codexaConvert[] = "/var/packages/Codexa/target/usr/bin/convert";
+constexpr char kCodexaMarker[] = "/var/packages/Codexa/enabled";
+constexpr char kCodexaConvert[] = "/var/packages/Codexa/target/usr/bin/convert";
 
 // "+X+Y" of a crop in the middle of the stored picture. A crop larger than the picture wraps around.
 std::string CropOffsets(const ThumbInfo& info) {
@@ -41,11 +41,11 @@ ConvertCmd::ConvertCmd(ThumbInfo info, const std::string& src, const std::string
 }
 
 bool ConvertCmd::IsCodexaEnabled() {
-  return access(codexaMarker, F_OK) == 0;
+  return access(kCodexaMarker, F_OK) == 0;
 }
 
 std::string ConvertCmd::getConvertPath() {
-  return IsCodexaEnabled() ? codexaConvert : kConvert;
+  return IsCodexaEnabled() ? kCodexaConvert : kConvert;
 }
 
 bool ConvertCmd::exec() {

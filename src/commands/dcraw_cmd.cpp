@@ -14,8 +14,8 @@
 namespace tavithumb {
 namespace {
 
-constexpr char measuringSize[] = "__CUSTOM__";
-constexpr std::uint32_t unbounded = 2147483647;
+constexpr char kMeasuringSize[] = "__CUSTOM__";
+constexpr std::uint32_t kUnbounded = 2147483647;
 
 // Copies until the end of the input. False for an empty input, a failed read, and a failed or short write.
 bool CopyAll(int from, int to) {
@@ -64,7 +64,7 @@ void DcrawCmd::extractPreview() {
     throw Error(602);
   }
   if (info_.GetWidth() != 0 && info_.GetHeight() != 0) return;
-  ThumbInfo preview(rawThumbPath_, measuringSize, {0, 0});
+  ThumbInfo preview(rawThumbPath_, kMeasuringSize, {0, 0});
   preview.ExtractImgInfo(false);
   info_.width_ = preview.GetWidth();
   info_.height_ = preview.GetHeight();
@@ -78,7 +78,7 @@ void DcrawCmd::closeHandles() {
 bool DcrawCmd::checkTmpExif() {
   if (dest_.empty()) return false;
   try {
-    ThumbInfo result(dest_, measuringSize, {unbounded, unbounded});
+    ThumbInfo result(dest_, kMeasuringSize, {kUnbounded, kUnbounded});
     result.ExtractImgInfo(false);
     return result.GetWidth() != 0 && result.GetHeight() != 0;
   } catch (...) {

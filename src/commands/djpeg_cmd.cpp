@@ -11,9 +11,9 @@
 namespace tavithumb {
 namespace {
 
-constexpr int smallestScale = 3;  // 1/8
-constexpr unsigned bmpHeaderBytes = 54;
-constexpr unsigned bytesWorthSaving = 512 * 1024;
+constexpr int kSmallestScale = 3;  // 1/8
+constexpr unsigned kBmpHeaderBytes = 54;
+constexpr unsigned kBytesWorthSaving = 512 * 1024;
 
 bool IsTurnedOrMirrored(const ThumbInfo& info) {
   return (AddTurns(info.GetRotate(), info.GetUserRotate()) & 3) != 0 || info.GetFlop();
@@ -21,10 +21,10 @@ bool IsTurnedOrMirrored(const ThumbInfo& info) {
 
 // The weakest reduction at which the picture fits into the target, or the strongest there is.
 int FirstFittingScale(std::uint32_t width, std::uint32_t height, const ThumbDimension& target) {
-  for (int scale = 0; scale < smallestScale; ++scale) {
+  for (int scale = 0; scale < kSmallestScale; ++scale) {
     if (target.width >= width >> scale && target.height >= height >> scale) return scale;
   }
-  return smallestScale;
+  return kSmallestScale;
 }
 
 }  // namespace
@@ -52,11 +52,11 @@ void DJpegCmd::CalcScaleString() {
 }
 
 unsigned DJpegCmd::GetConvertBytes() const {
-  return ((info_.GetWidth() * info_.GetHeight()) >> (2 * CalcScale())) * 3 + bmpHeaderBytes;
+  return ((info_.GetWidth() * info_.GetHeight()) >> (2 * CalcScale())) * 3 + kBmpHeaderBytes;
 }
 
 bool DJpegCmd::IsNeedDelete() const {
-  return GetConvertBytes() + bytesWorthSaving > info_.GetFileSize();
+  return GetConvertBytes() + kBytesWorthSaving > info_.GetFileSize();
 }
 
 bool DJpegCmd::exec() {

@@ -35,7 +35,7 @@ std::string ThumbInfo::GetAlbumexOldThumbEAName() const {
 }
 
 std::string ThumbInfo::GetBrovixThumbEAName() const {
-  const std::string size = size_ == customSizeName ? GetXString() : sizeLetterMap.at(size_);
+  const std::string size = size_ == kCustomSizeName ? GetXString() : sizeLetterMap.at(size_);
   return "TAVIFILE_THUMB_" + size + GetRotateSuffix() + GetOutputExtension();
 }
 

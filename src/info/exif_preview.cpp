@@ -12,7 +12,7 @@
 namespace tavithumb {
 namespace {
 
-constexpr double smallestShareOfBox = 0.75;
+constexpr double kSmallestShareOfBox = 0.75;
 
 std::uint32_t Pixels(const PreviewCandidate& preview) {
   return preview.width * preview.height;
@@ -50,7 +50,7 @@ std::optional<std::size_t> ChoosePreview(const std::vector<PreviewCandidate>& pr
     if (!best || Pixels(previews[i]) > Pixels(previews[*best])) best = i;
   }
   const std::uint32_t boxPixels = box.width * box.height;
-  if (best && Pixels(previews[*best]) < smallestShareOfBox * boxPixels) best.reset();
+  if (best && Pixels(previews[*best]) < kSmallestShareOfBox * boxPixels) best.reset();
   return best;
 }
 

@@ -15,7 +15,7 @@ bool IsContainer(const Exiv2::Image& image) {
 
 int Exiv2Code(const Exiv2::Error& error) {
   // Later releases number all errors higher by the same step.
-  constexpr int step = static_cast<int>(Exiv2::ErrorCode::kerDataSourceOpenFailed) - exiv2CannotOpen;
+  constexpr int step = static_cast<int>(Exiv2::ErrorCode::kerDataSourceOpenFailed) - kExiv2CannotOpen;
   return static_cast<int>(error.code()) - step;
 }
 

@@ -6,8 +6,8 @@
 namespace tavithumb {
 
 // Exiv2's error numbers as the library's rules and log lines know them.
-constexpr int exiv2CannotOpen = 9;
-constexpr int exiv2UnknownType = 11;
+constexpr int kExiv2CannotOpen = 9;
+constexpr int kExiv2UnknownType = 11;
 
 // The number of an Exiv2 error in that numbering, whatever the release of Exiv2.
 int Exiv2Code(const Exiv2::Error& error);

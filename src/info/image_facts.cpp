@@ -56,8 +56,8 @@ void ThumbInfo::ExtractImgInfo(bool withPreview) {
     good_ = true;
   } catch (const Exiv2::Error& error) {
     const int code = Exiv2Code(error);
-    if (code == exiv2CannotOpen) throw Error(603, error.what());
-    if (code == exiv2UnknownType) {
+    if (code == kExiv2CannotOpen) throw Error(603, error.what());
+    if (code == kExiv2UnknownType) {
       if (IsHeifName(path_)) CheckAndGetHeif();
       if (IsHeic()) return;
       throw Error(602, error.what());

@@ -4,6 +4,6 @@
 namespace tavithumb {
 
 // The size name of a request whose box the caller gave in pixels.
-inline constexpr char customSizeName[] = "__CUSTOM_SIZE__";
+inline constexpr char kCustomSizeName[] = "__CUSTOM_SIZE__";
 
 }  // namespace tavithumb

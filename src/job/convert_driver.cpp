@@ -15,7 +15,7 @@ void Thumb::SetRequest(const std::string& sizeName) {
 }
 
 void Thumb::SetRequest(const ThumbDimension& box) {
-  info_.size_ = customSizeName;
+  info_.size_ = kCustomSizeName;
   info_.dimension_ = box;
 }
 
@@ -23,7 +23,7 @@ std::string Thumb::CalcOutputFile() {
   ReadFacts();
   if (info_.GetSize() == "original") {
     if (!info_.IsWebAcceptable()) return "";
-    type_ = outputOriginal;
+    type_ = kOutputOriginal;
     outputFile_ = srcPath_;
     return outputFile_;
   }
@@ -41,7 +41,7 @@ bool Thumb::SetOutFirst() {
   if (!noOnline_ && SetOutOnline()) return true;
   // The source itself, when online mode declined because nothing is to be converted; never merely because a
   // conversion failed.
-  return (!noOriginalFallback_ || type_ == outputOriginal) && SetOutOriginalImage();
+  return (!noOriginalFallback_ || type_ == kOutputOriginal) && SetOutOriginalImage();
 }
 
 // A job goes on without facts, but not with a source that is damaged or can't be opened.

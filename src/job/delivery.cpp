@@ -13,15 +13,15 @@ namespace tavithumb {
 
 std::string Thumb::GetOutputType() const {
   switch (type_) {
-    case outputAlbumex:
+    case kOutputAlbumex:
       return "Albumex";
-    case outputBrovix:
+    case kOutputBrovix:
       return "Brovix";
-    case outputBrovixVarTmp:
+    case kOutputBrovixVarTmp:
       return "BrovixVarTmp";
-    case outputCinevo:
+    case kOutputCinevo:
       return "Cinevo";
-    case outputOriginal:
+    case kOutputOriginal:
       return "Original";
     default:
       return "";
@@ -56,7 +56,7 @@ bool Thumb::OutputOriginalImage() {
 bool Thumb::HttpOutputFile(const std::string& mimeType) {
   std::puts("Cache-Control: max-age=300, must-revalidate\r");
   // Albumex thumbnails are stored upright; the others carry the user's rotation already.
-  if (type_ == outputAlbumex && (info_.GetUserRotate() & 3) != 0) return HttpOutputTurned(mimeType);
+  if (type_ == kOutputAlbumex && (info_.GetUserRotate() & 3) != 0) return HttpOutputTurned(mimeType);
   return HTTPFileOutputer().Output(outputFile_.c_str(), mimeType.c_str()) == 0;
 }
 

@@ -31,7 +31,7 @@ bool Thumb::SetOutFromEXIFPreview() {
   const bool made = ServesAsItIs(info_) ? MovePreview(preview) : ConvertPreview(preview, destination);
   if (!made) return false;
   outputFile_ = destination;  // an avatar job moved it to the avatar name and says this one all the same
-  type_ = outputBrovix;
+  type_ = kOutputBrovix;
   unlink(preview.c_str());
   return true;
 }

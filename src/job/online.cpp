@@ -30,7 +30,7 @@ Outcome Make(const ThumbInfo& info, const std::string& src, const std::string& w
 
 bool Thumb::SetOutOnline() {
   if (!info_.IsNeedConvert()) {
-    type_ = outputOriginal;
+    type_ = kOutputOriginal;
     return false;
   }
   const bool eaWritable = file::IsDestSupportEAWrite(file::Dirname(srcPath_));
@@ -40,7 +40,7 @@ bool Thumb::SetOutOnline() {
 
   switch (Make(info_, srcPath_, work, &needDelete_)) {
     case Outcome::sourceServes:
-      type_ = outputOriginal;
+      type_ = kOutputOriginal;
       return false;
     case Outcome::made:
       if (KeepMade(work, eaWritable)) return true;
@@ -55,11 +55,11 @@ bool Thumb::SetOutOnline() {
 bool Thumb::KeepMade(const std::string& work, bool eaWritable) {
   if (!eaWritable) {
     outputFile_ = work;
-    type_ = outputBrovixVarTmp;
+    type_ = kOutputBrovixVarTmp;
     return true;
   }
   const bool saved = SaveTmpThumbToEA(work);
-  type_ = outputBrovix;
+  type_ = kOutputBrovix;
   return saved;
 }
 

@@ -7,12 +7,12 @@ namespace tavithumb {
 
 // What kind of file answers a request.
 enum OutputType : std::int32_t {
-  outputNone = 0,
-  outputAlbumex = 1,
-  outputBrovix = 2,
-  outputBrovixVarTmp = 3,  // a temporary file, for a source on a volume without EA writes
-  outputCinevo = 4,
-  outputOriginal = 5,
+  kOutputNone = 0,
+  kOutputAlbumex = 1,
+  kOutputBrovix = 2,
+  kOutputBrovixVarTmp = 3,  // a temporary file, for a source on a volume without EA writes
+  kOutputCinevo = 4,
+  kOutputOriginal = 5,
 };
 
 }  // namespace tavithumb

@@ -14,9 +14,9 @@
 namespace _________ {  // NOLINT(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 namespace {
 
-constexpr uid_t keepUser = static_cast<uid_t>(-1);
-constexpr gid_t keepGroup = static_cast<gid_t>(-1);
-constexpr long fallbackBufferSize = 16384;
+constexpr uid_t kKeepUser = static_cast<uid_t>(-1);
+constexpr gid_t kKeepGroup = static_cast<gid_t>(-1);
+constexpr long kFallbackBufferSize = 16384;
 
 struct Ids {
   uid_t user;
@@ -29,11 +29,11 @@ bool SwitchTo(const Ids& target) {
   const uid_t user = geteuid();
   const gid_t group = getegid();
   if (user == target.user && group == target.group) return true;
-  if (user != 0 && user != target.user && setresuid(keepUser, 0, keepUser) < 0) return false;
-  if (group != target.group && target.group != keepGroup && setresgid(keepGroup, target.group, keepGroup) != 0) {
+  if (user != 0 && user != target.user && setresuid(kKeepUser, 0, kKeepUser) < 0) return false;
+  if (group != target.group && target.group != kKeepGroup && setresgid(kKeepGroup, target.group, kKeepGroup) != 0) {
     return false;
   }
-  return user == target.user || target.user == keepUser || setresuid(keepUser, target.user, keepUser) == 0;
+  return user == target.user || target.user == kKeepUser || setresuid(kKeepUser, target.user, kKeepUser) == 0;
 }
 
 struct FreeDeleter {
@@ -43,7 +43,7 @@ struct FreeDeleter {
 // The ids of a user; failures are logged.
 bool FindIds(const char* user, const char* file, int line, Ids* ids) {
   const long configured = sysconf(_SC_GETPW_R_SIZE_MAX);
-  const long size = configured == -1 ? fallbackBufferSize : configured;
+  const long size = configured == -1 ? kFallbackBufferSize : configured;
   const std::unique_ptr<char, FreeDeleter> buffer(static_cast<char*>(std::malloc(static_cast<std::size_t>(size))));
   if (buffer == nullptr) {
     syslog(LOG_AUTH | LOG_ERR, "%s:%d ERROR: malloc(%ld) [%s]", file, line, size, tavithumb::ErrorText(errno).c_str());

@@ -17,36 +17,36 @@
 namespace tavithumb {
 namespace {
 
-constexpr char source[] = "libtavithumb";
-constexpr std::uint32_t unbounded = std::numeric_limits<std::int32_t>::max();
+constexpr char kSource[] = "libtavithumb";
+constexpr std::uint32_t kUnbounded = std::numeric_limits<std::int32_t>::max();
 
 bool MoveThumb(const std::string& from, const std::string& to) {
-  constexpr char function[] = "SaveThumbToEA";
+  constexpr char kFunction[] = "SaveThumbToEA";
   if (access(from.c_str(), F_OK) != 0) {
-    syslog(LOG_ERR, TAVITHUMB_LOG("Can not acess thumbnail '%s'\\n"), source, 468, function, from.c_str());
+    syslog(LOG_ERR, TAVITHUMB_LOG("Can not acess thumbnail '%s'\\n"), kSource, 468, kFunction, from.c_str());
     return false;
   }
   if (rename(from.c_str(), to.c_str()) == 0) return true;
   const bool otherVolume = errno == EXDEV;
   if (otherVolume && TLIBCExecl("/bin/mv", 0, from.c_str(), to.c_str(), nullptr) == 0) return true;
-  syslog(LOG_ERR, TAVITHUMB_LOG("Failed to move thumbnail file from '%s' to '%s'"), source, otherVolume ? 479 : 474,
-         function, from.c_str(), to.c_str());
+  syslog(LOG_ERR, TAVITHUMB_LOG("Failed to move thumbnail file from '%s' to '%s'"), kSource, otherVolume ? 479 : 474,
+         kFunction, from.c_str(), to.c_str());
   return false;
 }
 
 void OpenToAll(const std::string& thumb) {
   if (chmod(thumb.c_str(), 0777) == 0) return;
-  syslog(LOG_ERR, TAVITHUMB_LOG("Failed to chmod '%s'"), source, 485, "SaveThumbToEA", thumb.c_str());
+  syslog(LOG_ERR, TAVITHUMB_LOG("Failed to chmod '%s'"), kSource, 485, "SaveThumbToEA", thumb.c_str());
 }
 
 // The message is one for owner and time alike.
 void LogChown(int line, const std::string& thumb) {
-  syslog(LOG_ERR, TAVITHUMB_LOG("Failed to chown '%s', %s"), source, line, "SaveThumbToEA", thumb.c_str(),
+  syslog(LOG_ERR, TAVITHUMB_LOG("Failed to chown '%s', %s"), kSource, line, "SaveThumbToEA", thumb.c_str(),
          ErrorText(errno).c_str());
 }
 
 void GiveToRoot(const std::string& thumb) {
-  IF_RUN_AS2("root", source, 489) {
+  IF_RUN_AS2("root", kSource, 489) {
     if (chown(thumb.c_str(), 0, 0) != 0) LogChown(491, thumb);
   }
 }
@@ -55,14 +55,14 @@ void GiveToRoot(const std::string& thumb) {
 long TimeOfSource(const std::string& path) {
   struct stat64 record = {};
   if (stat64(path.c_str(), &record) != 0) {
-    syslog(LOG_ERR, TAVITHUMB_LOG("Failed to get mime '%s'"), source, 501, "SaveThumbToEA", path.c_str());
+    syslog(LOG_ERR, TAVITHUMB_LOG("Failed to get mime '%s'"), kSource, 501, "SaveThumbToEA", path.c_str());
     return 0;
   }
   return static_cast<long>(record.st_mtime);
 }
 
 void SetTime(const std::string& thumb, long mtime) {
-  IF_RUN_AS2("root", source, 510) {
+  IF_RUN_AS2("root", kSource, 510) {
     const utimbuf times{0, mtime};
     if (utime(thumb.c_str(), &times) != 0) LogChown(512, thumb);
   }
@@ -70,14 +70,14 @@ void SetTime(const std::string& thumb, long mtime) {
 
 // The thumbnail at `path` is of the type that the job makes; failures are logged.
 bool HasType(const std::string& path, const std::string& mimeType) {
-  constexpr char function[] = "SaveExistingThumbsToEA";
+  constexpr char kFunction[] = "SaveExistingThumbsToEA";
   try {
-    ThumbInfo thumb(path, "original", {unbounded, unbounded});
+    ThumbInfo thumb(path, "original", {kUnbounded, kUnbounded});
     thumb.ExtractImgInfo(false);
     if (thumb.GetMimeType() == mimeType) return true;
-    syslog(LOG_ERR, TAVITHUMB_LOG("Thumbnail has different mime type '%s'"), source, 558, function, path.c_str());
+    syslog(LOG_ERR, TAVITHUMB_LOG("Thumbnail has different mime type '%s'"), kSource, 558, kFunction, path.c_str());
   } catch (const Error&) {
-    syslog(LOG_ERR, TAVITHUMB_LOG("Can not check thumbnail info of '%s'"), source, 563, function, path.c_str());
+    syslog(LOG_ERR, TAVITHUMB_LOG("Can not check thumbnail info of '%s'"), kSource, 563, kFunction, path.c_str());
   }
   return false;
 }
@@ -104,15 +104,15 @@ bool Thumb::SaveTmpThumbToEA(const std::string& tmpPath) {
 
 bool Thumb::SaveExistingThumbsToEA(const std::vector<std::pair<std::string, std::string>>& thumbs, long mtime,
                                    bool checkMime) {
-  constexpr char function[] = "SaveExistingThumbsToEA";
+  constexpr char kFunction[] = "SaveExistingThumbsToEA";
   try {
     ReadFacts();
   } catch (const Error& error) {
-    syslog(LOG_ERR, TAVITHUMB_LOG("Failed to extrace img info '%s'"), source, 536, function, srcPath_.c_str());
+    syslog(LOG_ERR, TAVITHUMB_LOG("Failed to extrace img info '%s'"), kSource, 536, kFunction, srcPath_.c_str());
     throw Error(error);
   }
   if (!file::MakeEADir(srcPath_)) {
-    syslog(LOG_ERR, TAVITHUMB_LOG("Failed to create eadir '%s'"), source, 542, function, srcPath_.c_str());
+    syslog(LOG_ERR, TAVITHUMB_LOG("Failed to create eadir '%s'"), kSource, 542, kFunction, srcPath_.c_str());
     return false;
   }
   bool allStored = true;

@@ -12,14 +12,14 @@
 namespace tavithumb {
 namespace {
 
-constexpr ThumbDimension unboundedBox = {std::numeric_limits<std::int32_t>::max(),
-                                         std::numeric_limits<std::int32_t>::max()};
+constexpr ThumbDimension kUnboundedBox = {std::numeric_limits<std::int32_t>::max(),
+                                          std::numeric_limits<std::int32_t>::max()};
 
 }  // namespace
 
 const std::map<std::string, ThumbDimension> Thumb::strThumbSizeMap_ = {
     {"small", {120, 120}},   {"medium", {360, 360}},   {"big", {640, 640}},
-    {"large", {1280, 1280}}, {"xlarge", {1280, 1280}}, {"original", unboundedBox},
+    {"large", {1280, 1280}}, {"xlarge", {1280, 1280}}, {"original", kUnboundedBox},
 };
 
 const std::vector<std::string> Thumb::size_vec = {"original", "xlarge", "large", "big", "medium", "small"};
@@ -28,7 +28,7 @@ Thumb::Thumb(const std::string& path, int options, bool acceptHeic)
     : srcPath_(path),
       isVideo_(IsSupportVideo(Basename(path))),
       acceptHeic_(acceptHeic),
-      info_(path, "original", unboundedBox) {
+      info_(path, "original", kUnboundedBox) {
   SetOption(options);
 }
 
@@ -55,15 +55,15 @@ void Thumb::Rotate(int quarterTurns) {
 }
 
 bool Thumb::SetOutAlbumexEA() {
-  return SetOutStoredEA(info_.GetAlbumexThumbEAName(), outputAlbumex);
+  return SetOutStoredEA(info_.GetAlbumexThumbEAName(), kOutputAlbumex);
 }
 
 bool Thumb::SetOutAlbumexOldEA() {
-  return SetOutStoredEA(info_.GetAlbumexOldThumbEAName(), outputAlbumex);
+  return SetOutStoredEA(info_.GetAlbumexOldThumbEAName(), kOutputAlbumex);
 }
 
 bool Thumb::SetOutCinevoEA() {
-  return SetOutStoredEA(info_.GetCinevoThumbEAName(), outputCinevo);
+  return SetOutStoredEA(info_.GetCinevoThumbEAName(), kOutputCinevo);
 }
 
 bool Thumb::SetOutStoredEA(const std::string& eaName, std::int32_t type) {
@@ -93,7 +93,7 @@ bool Thumb::SetOutFreshEntry(const std::string& entry) {
     return false;
   }
   outputFile_ = entry;
-  type_ = outputBrovix;
+  type_ = kOutputBrovix;
   return true;
 }
 

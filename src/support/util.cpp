@@ -22,10 +22,10 @@ namespace tavithumb::file {
 namespace {
 
 // Paths in buffers of the platform's functions.
-constexpr std::size_t pathBufferSize = 4096;
+constexpr std::size_t kPathBufferSize = 4096;
 
 // A volume that takes no EA entries although it is neither remote nor an image.
-constexpr int refusedFSType = 12;
+constexpr int kRefusedFSType = 12;
 
 // "_<process id>_<seconds since the epoch>"
 std::string ProcessAndTime() {
@@ -48,7 +48,7 @@ std::string GetFileExt(const std::string& path) {
 }
 
 std::string GetEAPath(const std::string& sourcePath, const std::string& eaName) {
-  char path[pathBufferSize] = {};
+  char path[kPathBufferSize] = {};
   if (TAVIEAPath(0, sourcePath.c_str(), eaName.c_str(), path, sizeof path, 0) < 0) {
     syslog(LOG_ERR, TAVITHUMB_LOG("Get EA path for %s failed"), "util", 50, "GetEAPath", eaName.c_str());
     return "";
@@ -57,7 +57,7 @@ std::string GetEAPath(const std::string& sourcePath, const std::string& eaName) 
 }
 
 bool MakeEADir(const std::string& sourcePath) {
-  char directory[pathBufferSize] = {};
+  char directory[kPathBufferSize] = {};
   if (TAVIEADirPath(0, sourcePath.c_str(), directory, sizeof directory) != 0) return false;
   return IsDirectory(directory) || TAVIEAMKDir(1, directory) == 0;
 }
@@ -71,7 +71,7 @@ bool IsDestSupportEAWrite(const std::string& destinationPath) {
     return true;
   }
   if (TAVIFSIsRemoteFS(type) != 0) return false;
-  return type != refusedFSType && TAVIFSIsImageFS(type) == 0;
+  return type != kRefusedFSType && TAVIFSIsImageFS(type) == 0;
 }
 
 bool SDKMoveFile(const std::string& sourcePath, const std::string& destinationPath) {
@@ -83,7 +83,7 @@ bool SDKMoveFile(const std::string& sourcePath, const std::string& destinationPa
 }
 
 std::string Dirname(const std::string& path) {
-  char buffer[pathBufferSize] = {};
+  char buffer[kPathBufferSize] = {};
   path.copy(buffer, sizeof buffer - 1);
   return dirname(buffer);  // NOLINT(concurrency-mt-unsafe): works on this buffer alone
 }
