@@ -17,13 +17,20 @@ std::uint32_t IndexOf(const Exiv2::Exifdatum& orientation) {
   return static_cast<std::uint32_t>(std::stoi(orientation.toString())) - 1;
 }
 
+// Built once, under the lock: taking a key's name apart costs more than looking the key up.
+const std::vector<Exiv2::ExifKey>& MakerNoteKeys() {
+  static const std::vector<Exiv2::ExifKey> keys(ThumbInfo::orientationKeyList_.begin(),
+                                                ThumbInfo::orientationKeyList_.end());
+  return keys;
+}
+
 // Cameras that write the standard tag as "normal" may tell the true rotation in a maker note.
 std::uint32_t OrientationIndex(const Exiv2::ExifData& exif) {
   const auto standard = exif.findKey(Exiv2::ExifKey(ThumbInfo::stdOrientationKey));
   if (standard == exif.end()) return 0;
   if (standard->toString() != "1") return IndexOf(*standard);
-  for (const std::string& key : ThumbInfo::orientationKeyList_) {
-    const auto makerNote = exif.findKey(Exiv2::ExifKey(key));
+  for (const Exiv2::ExifKey& key : MakerNoteKeys()) {
+    const auto makerNote = exif.findKey(key);
     if (makerNote != exif.end()) return IndexOf(*makerNote);
   }
   return 0;

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <exiv2/exiv2.hpp>
 #include <filesystem>
@@ -201,13 +202,18 @@ void SetPreview(const std::string& path, const std::string& previewPath) {
 }
 
 PictureFacts Identify(const std::string& path) {
-  const std::string answer = RunTool({kIdentify, "-format", "%m %w %h %n\n", path});
+  const std::string answer = RunTool({kIdentify, "-format", "%m %w %h %n %W %H\n", path});
   char format[32] = "";
   PictureFacts facts{"", 0, 0, 0};
-  if (std::sscanf(answer.c_str(), "%31s %d %d %d", format, &facts.width, &facts.height, &facts.frames) != 4) {
+  int canvasWidth = 0;
+  int canvasHeight = 0;
+  if (std::sscanf(answer.c_str(), "%31s %d %d %d %d %d", format, &facts.width, &facts.height, &facts.frames,
+                  &canvasWidth, &canvasHeight) != 6) {
     throw std::runtime_error("no picture: " + path);
   }
   facts.format = format;
+  // A frame of an animation may cover a part of it only.
+  if (facts.format == "GIF") return {facts.format, canvasWidth, canvasHeight, facts.frames};
   return facts;
 }
 

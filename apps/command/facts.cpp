@@ -1,0 +1,73 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "facts.h"
+
+#include <tavithumb/error.h>
+#include <tavithumb/libtavithumb.h>
+#include <tavithumb/util.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "names.h"
+
+namespace tavithumb::command {
+namespace {
+
+// Facts with the embedded preview, which lies in a temporary file as long as this lives.
+class FactsWithPreview {
+ public:
+  explicit FactsWithPreview(const std::string& path)
+      : info_(path, "original", Thumb::strThumbSizeMap_.at("original")) {}
+  ~FactsWithPreview() { unlink(info_.GetEXIFPreviewTmpPath().c_str()); }
+  FactsWithPreview(const FactsWithPreview&) = delete;
+  FactsWithPreview& operator=(const FactsWithPreview&) = delete;
+
+  ThumbInfo& Info() { return info_; }
+
+ private:
+  ThumbInfo info_;
+};
+
+std::optional<Preview> MeasurePreview(const std::string& path) {
+  if (path.empty()) return std::nullopt;
+  ThumbInfo info(path, "original", Thumb::strThumbSizeMap_.at("original"));
+  try {
+    info.ExtractImgInfo(false);
+  } catch (const Error&) {  // embedded, but no picture
+    return std::nullopt;
+  }
+  return Preview{info.GetMimeType(), info.GetWidth(), info.GetHeight()};
+}
+
+// The Exif value, 1 to 8, that stands for this turn and mirror.
+int OrientationOf(const ThumbInfo& info) {
+  const auto& mappings = ThumbInfo::rotateFlopMappingList_;
+  const auto found = std::find(mappings.begin(), mappings.end(), std::make_pair(info.GetRotate(), info.GetFlop()));
+  return static_cast<int>(found - mappings.begin()) + 1;
+}
+
+}  // namespace
+
+Facts ReadFacts(const std::string& path) {
+  FactsWithPreview source(path);
+  ThumbInfo& info = source.Info();
+  info.ExtractImgInfo(true);
+  Facts facts;
+  facts.isVideo = IsSupportVideo(BaseName(path));
+  facts.mimeType = SourceMimeType(info, path);
+  facts.width = info.GetWidth();
+  facts.height = info.GetHeight();
+  facts.orientation = OrientationOf(info);
+  facts.quarterTurns = info.GetRotate();
+  facts.isMirrored = info.GetFlop();
+  facts.isHeic = info.IsHeic();
+  facts.preview = MeasurePreview(info.GetEXIFPreviewTmpPath());
+  return facts;
+}
+
+std::string SourceMimeType(const ThumbInfo& info, const std::string& path) {
+  return info.IsHeic() ? "image/" + file::GetFileExt(path) : info.GetMimeType();
+}
+
+}  // namespace tavithumb::command

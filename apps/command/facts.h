@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#pragma once
+
+#include <tavithumb/thumb_info.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace tavithumb::command {
+
+// The largest picture embedded in a photo that can serve as a thumbnail.
+struct Preview {
+  std::string mimeType;
+  std::uint32_t width;
+  std::uint32_t height;
+};
+
+struct Facts {
+  bool isVideo = false;
+  std::string mimeType;  // "" for a video
+  std::uint32_t width = 0;
+  std::uint32_t height = 0;
+  int orientation = 1;
+  int quarterTurns = 0;
+  bool isMirrored = false;
+  bool isHeic = false;
+  std::optional<Preview> preview;
+};
+
+// What the library knows of the file at `path`. Throws as ThumbInfo::ExtractImgInfo does.
+Facts ReadFacts(const std::string& path);
+
+// The type of the source itself. Facts of a HEIF picture carry none; its name tells.
+std::string SourceMimeType(const ThumbInfo& info, const std::string& path);
+
+}  // namespace tavithumb::command

@@ -1,0 +1,164 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "get.h"
+
+#include <sys/stat.h>
+#include <tavithumb/libtavithumb.h>
+
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <ctime>
+#include <optional>
+#include <tuple>
+
+#include "descriptors.h"
+#include "facts.h"
+#include "names.h"
+#include "output.h"
+#include "reasons.h"
+
+namespace tavithumb::command {
+namespace {
+
+// The name of every request for a box in pixels.
+constexpr char customSize[] = "__CUSTOM_SIZE__";
+
+struct Answer {
+  std::string path;
+  std::string outputType;
+  std::string mimeType;
+  bool needsDelete = false;
+  bool isMade = false;
+  double milliseconds = 0;
+};
+
+// A job for one request. A named size is resolved by its name, with the fall-back to smaller ones. A box becomes the
+// request as it stands in the job, by replacing the job's fresh record before its options are set; making thumbnails
+// for it then is the job's own decision, where Convert() with a box would run a tool whatever the options say.
+class RequestedThumb : public Thumb {
+ public:
+  RequestedThumb(const std::string& path, const Request& request)
+      : Thumb(path, request.options, request.acceptHeic), size_(request.size) {
+    if (size_.IsBox()) {
+      info_ = ThumbInfo(path, customSize, size_.box);
+      SetOption(request.options);
+    }
+    Rotate(request.quarterTurns);
+  }
+
+  // False when there is no answer. A path without an output type is what a failed save left, unless it is the HEIF
+  // source that the caller accepts.
+  bool Resolve() {
+    const std::string path = size_.IsBox() ? CalcOutputFile() : CalcOutputFile(size_.name);
+    if (path.empty() || (type_ == 0 && !IsSource())) return false;
+    if (avatar_ && GetOutputType() == "Brovix") PreferAvatar();
+    return true;
+  }
+
+  bool IsSource() const { return outputFile_ == srcPath_; }
+
+  // A source that is the answer is served as what it is, and is "Original" whichever way it became the answer.
+  std::string MimeType() const { return IsSource() ? SourceMimeType(info_, srcPath_) : GetOutputMimeType(); }
+  std::string OutputType() const { return IsSource() ? "Original" : GetOutputType(); }
+
+  Attempt Failed() const { return {srcPath_, isVideo_, info_.IsGood()}; }
+
+ private:
+  // An avatar made from an embedded preview is stored as one, although the job then names the place of the thumbnail
+  // that is not cropped.
+  void PreferAvatar() {
+    const std::string path = outputFile_;
+    if (!SetOutAvatar()) outputFile_ = path;
+  }
+
+  Size size_;
+};
+
+// The clock of file times, which lags a little behind the precise one.
+timespec FileClock() {
+  timespec now = {};
+  clock_gettime(CLOCK_REALTIME_COARSE, &now);
+  return now;
+}
+
+bool ChangedSince(const std::string& path, const timespec& start) {
+  struct stat record = {};
+  if (stat(path.c_str(), &record) != 0) return false;
+  return std::tie(record.st_ctim.tv_sec, record.st_ctim.tv_nsec) >= std::tie(start.tv_sec, start.tv_nsec);
+}
+
+// The name of a temporary answer is unique for one file a second only: makes it unique for the run.
+std::string KeepApart(const std::string& temporary) {
+  static unsigned count = 0;
+  const std::string unique = temporary + "_" + std::to_string(++count);
+  return std::rename(temporary.c_str(), unique.c_str()) == 0 ? unique : temporary;
+}
+
+// Fills `answer`, or tells why there is none.
+std::optional<Problem> Ask(const std::string& path, const Request& request, Answer* answer) {
+  if (std::optional<Problem> problem = CheckSource(path)) return problem;
+  const QuietErrors quiet;
+  const timespec start = FileClock();
+  try {
+    RequestedThumb job(path, request);
+    if (!job.Resolve()) return WhyNoAnswer(job.Failed(), request);
+    answer->path = job.GetOutputFile();
+    answer->outputType = job.OutputType();
+    answer->mimeType = job.MimeType();
+    answer->needsDelete = job.IsNeedDelete();
+    if (answer->outputType == "BrovixVarTmp") answer->path = KeepApart(answer->path);
+    answer->isMade = !job.IsSource() && ChangedSince(answer->path, start);
+    return std::nullopt;
+  } catch (const std::exception&) {
+    return ProblemOfException();
+  }
+}
+
+double MillisecondsSince(std::chrono::steady_clock::time_point start) {
+  const std::chrono::duration<double, std::milli> elapsed = std::chrono::steady_clock::now() - start;
+  return std::round(elapsed.count() * 100) / 100;
+}
+
+std::string JsonAnswer(const std::string& source, const Answer& answer, const std::optional<Problem>& problem) {
+  nlohmann::ordered_json object;
+  SetName(&object, "source", source);
+  if (problem) {
+    object["error"] = problem->reason;
+    return JsonLine(object);
+  }
+  SetName(&object, "answer", answer.path);
+  object["output_type"] = answer.outputType;
+  object["mime_type"] = answer.mimeType;
+  object["delete"] = answer.needsDelete;
+  object["made"] = answer.isMade;
+  object["milliseconds"] = answer.milliseconds;
+  object["error"] = nullptr;
+  return JsonLine(object);
+}
+
+bool GetOne(const std::string& name, const Request& request, GetFormat format) {
+  const std::string path = AbsolutePath(name);
+  Answer answer;
+  const auto start = std::chrono::steady_clock::now();
+  const std::optional<Problem> problem = Ask(path, request, &answer);
+  answer.milliseconds = MillisecondsSince(start);
+  if (problem) ReportProblem(name, *problem);
+  if (format == GetFormat::kJson) {
+    WriteOut(JsonAnswer(path, answer, problem));
+  } else if (!problem) {
+    WriteOut(answer.path + (format == GetFormat::kNulEnded ? '\0' : '\n'));
+  }
+  return !problem;
+}
+
+}  // namespace
+
+bool Get(const std::vector<std::string>& files, const Request& request, GetFormat format) {
+  bool allAnswered = true;
+  for (const std::string& name : files) {
+    if (!GetOne(name, request, format)) allAnswered = false;
+  }
+  return allAnswered;
+}
+
+}  // namespace tavithumb::command

@@ -1,0 +1,20 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "output.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <iostream>
+#include <system_error>
+
+namespace tavithumb::command {
+
+void WriteOut(const std::string& text) {
+  if (std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0) return;
+  throw std::system_error(errno, std::generic_category(), "standard output");
+}
+
+void WriteError(const std::string& message) {
+  std::cerr << "tavithumb: " + message + "\n";
+}
+
+}  // namespace tavithumb::command

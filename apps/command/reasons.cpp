@@ -1,0 +1,124 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "reasons.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <tavithumb/error.h>
+#include <tavithumb/libtavithumb.h>
+#include <tavithumb/util.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <exception>
+#include <new>
+#include <string_view>
+#include <system_error>
+
+#include "names.h"
+#include "output.h"
+
+namespace tavithumb::command {
+namespace {
+
+// Error codes of the library.
+constexpr int unknownType = 602;
+constexpr int cannotOpen = 603;
+
+const Problem permissionDenied = {"permission denied", "ask its owner for the right to read it"};
+const Problem damaged = {"it is damaged", "get a fresh copy of it"};
+
+Problem ProblemOfStat(int error) {
+  if (error == ENOENT || error == ENOTDIR) return {"it is not there", "check its name"};
+  if (error == EACCES) return permissionDenied;
+  return {"it cannot be reached: " + std::generic_category().message(error), "check its path"};
+}
+
+Problem ProblemOfError(int code) {
+  if (code == unknownType) return UnknownContent();
+  if (code == cannotOpen) return {"it cannot be opened", "check that it is still there and readable"};
+  return damaged;
+}
+
+bool MayDo(const std::string& path, int mode) {
+  return faccessat(AT_FDCWD, path.c_str(), mode, AT_EACCESS) == 0;
+}
+
+// Why no thumbnail can be stored beside the source, when that is so. The job has tried to make the folder for it. On
+// volumes that take no entries none is needed: thumbnails are made elsewhere.
+std::optional<Problem> WhyNotStored(const std::string& path) {
+  if (!file::IsDestSupportEAWrite(file::Dirname(path))) return std::nullopt;
+  const std::string entry = file::GetEAPath(path, "thumbnail");
+  if (entry.empty()) {
+    return Problem{"there is no place beside it for a thumbnail", "copy it to an ordinary folder with a shorter path"};
+  }
+  if (MayDo(file::Dirname(entry), W_OK | X_OK)) return std::nullopt;
+  return Problem{"no thumbnail can be written beside it", "allow writing in its folder, or work on a copy"};
+}
+
+// ImageMagick puts something else for "%d", "%03x", "%[" or "%%", in the name of a folder too.
+bool HasPattern(const std::string& path) {
+  for (std::size_t i = path.find('%'); i != std::string::npos; i = path.find('%', i + 1)) {
+    const std::size_t letter = path.find_first_not_of("0123456789", i + 1);
+    if (letter != std::string::npos && std::string_view("dox[").find(path[letter]) != std::string_view::npos)
+      return true;
+    if (path[i + 1] == '%') return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+std::optional<Problem> CheckSource(const std::string& path) {
+  struct stat record = {};
+  if (stat(path.c_str(), &record) != 0) return ProblemOfStat(errno);
+  if (S_ISDIR(record.st_mode)) return Problem{"it is a folder", "name the files in it"};
+  if (!S_ISREG(record.st_mode)) return Problem{"it is not a regular file", "name a photo or video file"};
+  const std::string name = BaseName(path);
+  if (IsSupportVideo(name)) return std::nullopt;
+  if (!IsSupportImage(name)) {
+    return Problem{"it is not a photo or video by its name", "give it the right ending, such as .jpg or .mp4"};
+  }
+  if (!MayDo(path, R_OK)) return permissionDenied;
+  return std::nullopt;
+}
+
+Problem ProblemOfException() {
+  try {
+    throw;
+  } catch (const Error& error) {
+    return ProblemOfError(error.Code());
+  } catch (const std::bad_alloc&) {
+    return {"there is not enough memory for it", "try again when less is running"};
+  } catch (const std::exception&) {  // facts that make no sense, such as an orientation that is no number
+    return damaged;
+  }
+}
+
+Problem UnknownContent() {
+  return {"its content is no known kind of picture", "check that it opens elsewhere"};
+}
+
+Problem WhyNoAnswer(const Attempt& attempt, const Request& request) {
+  if (attempt.isVideo) {
+    return {"no screenshot is stored for this video", "have one stored; videos are never converted"};
+  }
+  if (request.size.name == "original" && (request.options & Thumb::OPT_FALLBACK_SMALLER) == 0) {
+    return {"a browser cannot show the original", "ask for a smaller size, or add --fallback-smaller"};
+  }
+  if ((request.options & Thumb::OPT_NO_CONVERT) != 0) {
+    return {"no thumbnail is stored and --no-convert forbids making one", "leave out --no-convert"};
+  }
+  if (!attempt.factsKnown) return UnknownContent();
+  if (const std::optional<Problem> problem = WhyNotStored(attempt.path)) return *problem;
+  if (HasPattern(attempt.path)) {
+    return {"it could not be converted, for ImageMagick reads the '%' in its path as a pattern",
+            "rename it, or work on a copy"};
+  }
+  return {"it could not be converted", "check that it opens elsewhere, and that there is space on the disk"};
+}
+
+void ReportProblem(const std::string& name, const Problem& problem) {
+  WriteError(Printable(name) + ": " + problem.reason + "; " + problem.remedy);
+}
+
+}  // namespace tavithumb::command

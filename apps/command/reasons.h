@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "request.h"
+
+namespace tavithumb::command {
+
+// Why a file got no answer, and what its owner can do about it.
+struct Problem {
+  std::string reason;
+  std::string remedy;
+};
+
+// What can be told of `path` before the library sees it: a file that is there, of a supported kind, readable.
+std::optional<Problem> CheckSource(const std::string& path);
+
+// What an exception of the library means, called where one has been caught.
+Problem ProblemOfException();
+
+// The content is of no type that the library knows.
+Problem UnknownContent();
+
+// What a job that has served one request without an answer knew.
+struct Attempt {
+  std::string path;
+  bool isVideo;
+  bool factsKnown;
+};
+Problem WhyNoAnswer(const Attempt& attempt, const Request& request);
+
+// Writes the one line about `name`, as it was typed, to standard error.
+void ReportProblem(const std::string& name, const Problem& problem);
+
+}  // namespace tavithumb::command

@@ -1,0 +1,29 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include <cerrno>
+#include <cstdarg>
+#include <vector>
+
+#include "core/spawn.h"
+#include "exported.h"
+
+// The exit status is the result; -1 for a program that could not be started or died of a signal, and in a caller
+// that ignores SIGCHLD, where the system keeps no status. A program that is not waited for (`wait` 0) gives 0 once
+// it was started and stays the caller's child: the caller reaps it, or it remains as a zombie until the caller ends.
+int TLIBCExecv(const char* path, const char* const* argv, int wait) {
+  const pid_t child = tavi::Spawn(path, argv, nullptr);
+  if (child == -1) return -1;
+  return wait != 0 ? tavi::WaitFor(child) : 0;
+}
+
+int TLIBCExecl(const char* path, int flags, ...) {
+  if (flags != 0) {
+    errno = EINVAL;
+    return -1;
+  }
+  std::vector<const char*> argv{path};
+  va_list list;
+  va_start(list, flags);
+  while (argv.back() != nullptr) argv.push_back(va_arg(list, const char*));
+  va_end(list);
+  return TLIBCExecv(path, argv.data(), 1);
+}

@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#pragma once
+
+#include <sys/types.h>
+
+namespace tavi {
+
+// A descriptor of the caller, above 2, that becomes the child's standard input (0) or output (1).
+struct Redirection {
+  int fd;
+  int target;
+};
+
+// Starts the program at `path` without a shell; -1 with errno when it can't be started. The child gets the caller's
+// environment, default signal handling where a caller is likely to have changed it, and descriptors 0 to 2 alone:
+// `redirection` (may be null) where it points to, else standard input from /dev/null, and the caller's standard
+// output and error, or /dev/null where the caller has none to give. The cost does not depend on the caller's memory.
+pid_t Spawn(const char* path, const char* const* argv, const Redirection* redirection);
+
+// Waits for this child alone. Its exit status, or -1 when it died of a signal or its end can't be known.
+int WaitFor(pid_t child);
+
+}  // namespace tavi

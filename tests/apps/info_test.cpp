@@ -1,0 +1,123 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+// `tavithumb info`: the facts, as a table and as JSON.
+#include <pictures.h>
+
+#include "command_runner.h"
+
+namespace tavithumb::test {
+namespace {
+
+using nlohmann::json;
+
+class Info : public testing::Test {
+ protected:
+  json Ask(const std::string& source) const {
+    const Outcome outcome = run({"info", "--json", source});
+    EXPECT_EQ(outcome.code, 0);
+    EXPECT_EQ(outcome.err, "");
+    const std::vector<json> objects = ObjectsOf(outcome.out);
+    return objects.size() == 1 ? objects.front() : json();
+  }
+
+  static json Facts(const std::string& source, const std::string& mimeType, int width, int height) {
+    return {{"source", source}, {"kind", "image"},    {"mime_type", mimeType}, {"width", width},
+            {"height", height}, {"orientation", 1},   {"rotation", 0},         {"mirror", false},
+            {"heic", false},    {"preview", nullptr}, {"error", nullptr}};
+  }
+
+  const TempDir folder;
+  const CommandRunner run;
+};
+
+TEST_F(Info, TellsTypeAndSize) {
+  MakePng(folder / "a.png", 60, 40);
+  EXPECT_EQ(Ask(folder / "a.png"), Facts(folder / "a.png", "image/png", 60, 40));
+  MakeBmp(folder / "a.bmp", 60, 40);
+  EXPECT_EQ(Ask(folder / "a.bmp"), Facts(folder / "a.bmp", "image/x-ms-bmp", 60, 40));
+  MakeTiff(folder / "a.tif", 60, 40);
+  EXPECT_EQ(Ask(folder / "a.tif"), Facts(folder / "a.tif", "image/tiff", 60, 40));
+  MakeGif(folder / "a.gif", 60, 40, 2);
+  EXPECT_EQ(Ask(folder / "a.gif"), Facts(folder / "a.gif", "image/gif", 60, 40));
+}
+
+struct Orientation {
+  int value;
+  int rotation;
+  bool mirror;
+};
+
+TEST_F(Info, TellsWhatEachOrientationMeans) {
+  const std::string jpeg = folder / "a.jpg";
+  MakeJpeg(jpeg, 60, 40);
+  for (const Orientation& row : {Orientation{1, 0, false},
+                                 {2, 0, true},
+                                 {3, 2, false},
+                                 {4, 2, true},
+                                 {5, 1, true},
+                                 {6, 1, false},
+                                 {7, 3, true},
+                                 {8, 3, false}}) {
+    SCOPED_TRACE(row.value);
+    SetExif(jpeg, {{"Exif.Image.Orientation", std::to_string(row.value)}});
+    json expected = Facts(jpeg, "image/jpeg", 60, 40);
+    expected["orientation"] = row.value;
+    expected["rotation"] = row.rotation;
+    expected["mirror"] = row.mirror;
+    EXPECT_EQ(Ask(jpeg), expected);
+  }
+}
+
+TEST_F(Info, MeasuresTheEmbeddedPreviewAndLeavesNothingInTmp) {
+  const std::string jpeg = folder / "a.jpg";
+  MakeJpeg(jpeg, 600, 400);
+  MakeJpeg(folder / "preview.jpg", 60, 40);
+  SetPreview(jpeg, folder / "preview.jpg");
+  json expected = Facts(jpeg, "image/jpeg", 600, 400);
+  expected["preview"] = {{"mime_type", "image/jpeg"}, {"width", 60}, {"height", 40}};
+  const Outcome outcome = run({"info", "--json", jpeg});
+  EXPECT_EQ(outcome.code, 0);
+  EXPECT_EQ(outcome.err, "");
+  EXPECT_EQ(ObjectsOf(outcome.out), std::vector<json>{expected});
+  const std::string begin = "/tmp/thumb." + std::to_string(outcome.process) + ".";
+  for (const std::string& path : TemporaryFiles()) EXPECT_NE(path.substr(0, begin.size()), begin);
+  EXPECT_EQ(Names(folder.Path()), (std::vector<std::string>{"a.jpg", "preview.jpg"}));
+}
+
+TEST_F(Info, KnowsHeic) {
+  MakeHeic(folder / "a.heic", 80, 60, true);
+  json expected = Facts(folder / "a.heic", "image/heic", 80, 60);
+  expected["heic"] = true;
+  EXPECT_EQ(Ask(folder / "a.heic"), expected);
+}
+
+TEST_F(Info, KnowsAVideoByItsNameAlone) {
+  WriteFile(folder / "clip.MKV", "");
+  EXPECT_EQ(Ask(folder / "clip.MKV"), (json{{"source", folder / "clip.MKV"}, {"kind", "video"}, {"error", nullptr}}));
+}
+
+TEST_F(Info, PrintsOneAlignedTable) {
+  MakePng(folder / "a.png", 60, 40);
+  MakeJpeg(folder / "turned.jpg", 1000, 700);
+  MakeJpeg(folder / "preview.jpg", 60, 40);
+  SetPreview(folder / "turned.jpg", folder / "preview.jpg");
+  SetExif(folder / "turned.jpg", {{"Exif.Image.Orientation", "7"}});
+  WriteFile(folder / "clip.mp4", "");
+  const Outcome outcome = run({"info", "a.png", "missing.png", "turned.jpg", "clip.mp4"}, In(folder.Path()));
+  EXPECT_EQ(outcome.code, 1);
+  EXPECT_EQ(outcome.err, "tavithumb: missing.png: it is not there; check its name\n");
+  EXPECT_EQ(outcome.out,
+            "KIND   TYPE        SIZE      ORIENTATION  ROTATION  MIRROR  HEIC  PREVIEW  FILE\n"
+            "image  image/png   60x40     1            0         no      no    -        a.png\n"
+            "image  image/jpeg  1000x700  7            270       yes     no    60x40    turned.jpg\n"
+            "video  -           -         -            -         -       -     -        clip.mp4\n");
+}
+
+TEST_F(Info, PrintsNoTableOfNothing) {
+  const Outcome outcome = run({"info", "missing.png"}, In(folder.Path()));
+  EXPECT_EQ(outcome.code, 1);
+  EXPECT_EQ(outcome.out, "");
+  EXPECT_EQ(outcome.err, "tavithumb: missing.png: it is not there; check its name\n");
+}
+
+}  // namespace
+}  // namespace tavithumb::test

@@ -1,0 +1,180 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+// Why a file got no answer: one line that names it, the reason and the remedy.
+#include <pictures.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+
+#include "command_runner.h"
+
+namespace tavithumb::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr uid_t nobody = 65534;
+
+class Reasons : public testing::Test {
+ protected:
+  // Asserts the whole outcome of one file that gets no answer, as lines and as JSON.
+  void ExpectNoAnswer(std::vector<std::string> arguments, const std::string& source, const std::string& reason,
+                      const std::string& remedy, uid_t user = 0) const {
+    SCOPED_TRACE(source);
+    const Start start = As(user);
+    arguments.push_back(source);
+    const Outcome lines = run(arguments, start);
+    EXPECT_EQ(lines.code, 1);
+    EXPECT_EQ(lines.out, "");
+    EXPECT_EQ(lines.err, "tavithumb: " + source + ": " + reason + "; " + remedy + "\n");
+    arguments.push_back("--json");
+    const Outcome objects = run(arguments, start);
+    EXPECT_EQ(objects.code, 1);
+    EXPECT_EQ(objects.err, lines.err);
+    EXPECT_EQ(ObjectsOf(objects.out), (std::vector<nlohmann::json>{{{"source", source}, {"error", reason}}}));
+  }
+
+  void ExpectNoAnswerFromBoth(const std::string& source, const std::string& reason, const std::string& remedy,
+                              uid_t user = 0) const {
+    for (const char* subcommand : {"get", "info"}) ExpectNoAnswer({subcommand}, source, reason, remedy, user);
+  }
+
+  // A bitmap whose facts can be read and whose pixels cannot: it claims a width that nothing can hold.
+  static void MakeAbsurdBitmap(const std::string& path) {
+    MakeBmp(path, 60, 40);
+    std::string content = ReadFile(path);
+    content.replace(18, 4, "\x81\xff\xff\xff");
+    WriteFile(path, content);
+  }
+
+  const TempDir folder;
+  const CommandRunner run;
+};
+
+TEST_F(Reasons, NotThere) {
+  ExpectNoAnswerFromBoth(folder / "missing.jpg", "it is not there", "check its name");
+  fs::create_symlink("nowhere", folder / "dangling.jpg");
+  ExpectNoAnswerFromBoth(folder / "dangling.jpg", "it is not there", "check its name");
+  WriteFile(folder / "file.jpg", "");
+  ExpectNoAnswerFromBoth(folder / "file.jpg/inside.jpg", "it is not there", "check its name");
+  ExpectNoAnswerFromBoth(folder / "file.jpg/", "it is not there", "check its name");
+}
+
+TEST_F(Reasons, OutOfReach) {
+  ExpectNoAnswerFromBoth(folder / (std::string(300, 'n') + ".jpg"), "it cannot be reached: File name too long",
+                         "check its path");
+  fs::create_symlink("loop.jpg", folder / "loop.jpg");
+  ExpectNoAnswerFromBoth(folder / "loop.jpg", "it cannot be reached: Too many levels of symbolic links",
+                         "check its path");
+}
+
+TEST_F(Reasons, NotAFile) {
+  fs::create_directory(folder / "album.jpg");
+  ExpectNoAnswerFromBoth(folder / "album.jpg", "it is a folder", "name the files in it");
+  ASSERT_EQ(mkfifo((folder / "pipe.jpg").c_str(), 0600), 0);
+  ExpectNoAnswerFromBoth(folder / "pipe.jpg", "it is not a regular file", "name a photo or video file");
+}
+
+TEST_F(Reasons, NotAPhotoOrVideoByItsName) {
+  for (const char* name : {"notes.txt", "picture.webp", "README", "album.jpg.bak", "photo.jpg "}) {
+    WriteFile(folder / name, "text");
+    ExpectNoAnswerFromBoth(folder / name, "it is not a photo or video by its name",
+                           "give it the right ending, such as .jpg or .mp4");
+  }
+}
+
+TEST_F(Reasons, Damaged) {
+  WriteFile(folder / "empty.jpg", "");
+  ExpectNoAnswerFromBoth(folder / "empty.jpg", "it is damaged", "get a fresh copy of it");
+  MakeJpeg(folder / "odd.jpg", 60, 40);
+  RunTool({"/usr/bin/exiv2", "-M", "set Exif.Image.Orientation Ascii up", folder / "odd.jpg"});
+  ExpectNoAnswerFromBoth(folder / "odd.jpg", "it is damaged", "get a fresh copy of it");
+  MakeJpeg(folder / "cut.jpg", 600, 400);
+  fs::resize_file(folder / "cut.jpg", 200);
+  ExpectNoAnswerFromBoth(folder / "cut.jpg", "it is damaged", "get a fresh copy of it");
+}
+
+TEST_F(Reasons, UnknownContent) {
+  for (const char* name : {"text.jpg", "text.heic", "text.x3f"}) {
+    WriteFile(folder / name, "This is a text that is longer than thirty-one bytes.\n");
+    ExpectNoAnswerFromBoth(folder / name, "its content is no known kind of picture", "check that it opens elsewhere");
+  }
+}
+
+TEST_F(Reasons, NoScreenshotOfAVideo) {
+  WriteFile(folder / "clip.mp4", "no real video");
+  for (const char* size : {"--size=medium", "--size=10x10", "--size=original"}) {
+    ExpectNoAnswer({"get", size}, folder / "clip.mp4", "no screenshot is stored for this video",
+                   "have one stored; videos are never converted");
+  }
+}
+
+TEST_F(Reasons, NothingStoredAndMakingForbidden) {
+  MakePng(folder / "a.png", 600, 400);
+  ExpectNoAnswer({"get", "--no-convert"}, folder / "a.png",
+                 "no thumbnail is stored and --no-convert forbids making one", "leave out --no-convert");
+}
+
+TEST_F(Reasons, AnOriginalThatBrowsersCannotShow) {
+  MakeTiff(folder / "a.tif", 60, 40);
+  ExpectNoAnswer({"get", "--size=original"}, folder / "a.tif", "a browser cannot show the original",
+                 "ask for a smaller size, or add --fallback-smaller");
+}
+
+TEST_F(Reasons, CouldNotBeConverted) {
+  MakeAbsurdBitmap(folder / "absurd.bmp");
+  ExpectNoAnswer({"get"}, folder / "absurd.bmp", "it could not be converted",
+                 "check that it opens elsewhere, and that there is space on the disk");
+}
+
+TEST_F(Reasons, NothingCanBeWrittenBesideIt) {
+  MakePng(folder / "a.png", 600, 400);
+  WriteFile(folder / ".tavi_ea", "in the way");
+  ExpectNoAnswer({"get"}, folder / "a.png", "no thumbnail can be written beside it",
+                 "allow writing in its folder, or work on a copy");
+  ExpectNoAnswer({"get", "--size=50x50"}, folder / "a.png", "no thumbnail can be written beside it",
+                 "allow writing in its folder, or work on a copy");
+}
+
+TEST_F(Reasons, TheThumbnailCouldNotBePutInItsPlace) {
+  const TempDir other;
+  const std::string source = folder / "camera.jpg";
+  MakeJpeg(source, 1600, 1200);
+  MakeJpeg(other / "preview.jpg", 400, 300);
+  SetPreview(source, other / "preview.jpg");
+  const std::string place = EntryOf(source, "TAVIFILE_THUMB_M.jpg");
+  WriteFile(place + "/in-the-way", "");
+  SetTimes(place, 1, 1);
+  ExpectNoAnswer({"get", "--no-convert"}, source, "no thumbnail is stored and --no-convert forbids making one",
+                 "leave out --no-convert");
+}
+
+TEST_F(Reasons, NoPlaceBesideIt) {
+  const std::string source = folder / ".tavi_ea/b.png/a.png";
+  WriteFile(source, "");
+  MakePng(source, 600, 400);
+  ExpectNoAnswer({"get"}, source, "there is no place beside it for a thumbnail",
+                 "copy it to an ordinary folder with a shorter path");
+}
+
+TEST_F(Reasons, PermissionDenied) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root";
+  MakePng(folder / "closed.png", 600, 400);
+  fs::permissions(folder.Path(), fs::perms(0755));
+  fs::permissions(folder / "closed.png", fs::perms(0600));
+  ExpectNoAnswerFromBoth(folder / "closed.png", "permission denied", "ask its owner for the right to read it", nobody);
+  fs::permissions(folder.Path(), fs::perms(0700));
+  ExpectNoAnswerFromBoth(folder / "closed.png", "permission denied", "ask its owner for the right to read it", nobody);
+}
+
+TEST_F(Reasons, AFolderThatTheUserMayNotWriteIn) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root";
+  MakePng(folder / "a.png", 600, 400);
+  fs::permissions(folder.Path(), fs::perms(0755));
+  fs::permissions(folder / "a.png", fs::perms(0644));
+  ExpectNoAnswer({"get"}, folder / "a.png", "no thumbnail can be written beside it",
+                 "allow writing in its folder, or work on a copy", nobody);
+  EXPECT_EQ(Names(folder.Path()), std::vector<std::string>{"a.png"});
+}
+
+}  // namespace
+}  // namespace tavithumb::test

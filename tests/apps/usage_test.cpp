@@ -1,0 +1,159 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+// The command line itself: what it refuses, and how it explains itself.
+#include <gmock/gmock.h>
+#include <pictures.h>
+
+#include <algorithm>
+#include <regex>
+#include <sstream>
+
+#include "command_runner.h"
+
+namespace tavithumb::test {
+namespace {
+
+using testing::HasSubstr;
+
+struct Refusal {
+  std::vector<std::string> arguments;
+  std::string message;
+};
+
+std::string NoSize(const std::string& text) {
+  return "'" + text +
+         "' is no size: it takes small, medium, big, large, xlarge, original, WIDTHxHEIGHT or SIDE, with " +
+         "sides of 1 to 65535 pixels; see 'tavithumb get --help'";
+}
+
+std::string NoTurns(const std::string& text) {
+  return "'" + text + "' is no number of quarter turns: it takes a whole number such as 1 or -1; see 'tavithumb get " +
+         "--help'";
+}
+
+TEST(Usage, IsRefusedWithOneLineAndCode2) {
+  std::vector<Refusal> refusals = {
+      {{}, "A subcommand is required; see 'tavithumb --help'"},
+      {{"make", "a.jpg"}, "A subcommand is required; see 'tavithumb --help'"},
+      {{"get"}, "FILE is required; see 'tavithumb get --help'"},
+      {{"get", "--"}, "FILE is required; see 'tavithumb get --help'"},
+      {{"get", "--json"}, "FILE is required; see 'tavithumb get --help'"},
+      {{"info"}, "FILE is required; see 'tavithumb info --help'"},
+      {{"get", "--bogus", "a.jpg"}, "The following argument was not expected: --bogus; see 'tavithumb get --help'"},
+      {{"get", "--bo\ngus", "a.jpg"},
+       "The following argument was not expected: --bo\\ngus; see 'tavithumb get --help'"},
+      {{"info", "-x", "a.jpg"}, "The following argument was not expected: -x; see 'tavithumb info --help'"},
+      {{"get", "a.jpg", "--size"}, "--size: 1 required SIZE missing; see 'tavithumb get --help'"},
+      {{"get", "--json", "-0", "a.jpg"}, "--json and -0 exclude each other; see 'tavithumb get --help'"},
+      {{"get", "--albumex", "--size", "9", "a.jpg"},
+       "--albumex needs a size with a name: Albumex stores no others; see 'tavithumb get --help'"},
+      {{"get", "--fallback-smaller", "--size", "9x9", "a.jpg"},
+       "--fallback-smaller needs a size with a name: no other has smaller ones; see 'tavithumb get --help'"},
+  };
+  for (const char* size :
+       {"",     "huge",    "Small",   "0",     "-1",  "65536", "4294967297", "1x", "x1", "0x1",  "1x0", "-1x1",
+        "1x-1", "1x65536", "65536x1", "1x1x1", "1X1", "1.5",   "+1",         " 1", "1 ", "0x10", "1e3"}) {
+    refusals.push_back({{"get", "--size", size, "a.jpg"}, NoSize(size)});
+  }
+  for (const char* turns : {"", "x", "1.5", "1x", "2147483648", "-2147483649", "0x1", " 1", "+1"}) {
+    refusals.push_back({{"get", "--rotate", turns, "a.jpg"}, NoTurns(turns)});
+  }
+  const CommandRunner run;
+  for (const Refusal& refusal : refusals) {
+    const Outcome outcome = run(refusal.arguments);
+    SCOPED_TRACE(testing::PrintToString(refusal.arguments));
+    EXPECT_EQ(outcome.code, 2);
+    EXPECT_EQ(outcome.out, "");
+    EXPECT_EQ(outcome.err, "tavithumb: " + refusal.message + "\n");
+  }
+}
+
+struct Accepted {
+  std::string size;
+  std::string entry;  // "" when the source itself serves
+};
+
+TEST(Usage, TakesEveryKindOfSize) {
+  const TempDir folder;
+  const std::string source = folder / "a.png";
+  MakePng(source, 200, 100);
+  const std::vector<Accepted> rows = {
+      {"small", "TAVIFILE_THUMB_S.png"},
+      {"medium", ""},
+      {"big", ""},
+      {"large", ""},
+      {"xlarge", ""},
+      {"original", ""},
+      {"1", "TAVIFILE_THUMB_1x1.png"},
+      {"65535", ""},
+      {"1x65535", "TAVIFILE_THUMB_1x100.png"},
+      {"65535x1", "TAVIFILE_THUMB_200x1.png"},
+      {"080x060", "TAVIFILE_THUMB_80x60.png"},
+  };
+  const CommandRunner run;
+  for (const Accepted& row : rows) {
+    SCOPED_TRACE(row.size);
+    const Outcome outcome = run({"get", "--size", row.size, source});
+    EXPECT_EQ(outcome.code, 0);
+    EXPECT_EQ(outcome.out, (row.entry.empty() ? source : EntryOf(source, row.entry)) + "\n");
+    EXPECT_EQ(outcome.err, "");
+  }
+}
+
+struct Help {
+  std::vector<std::string> arguments;
+  std::vector<std::string> told;
+};
+
+TEST(Usage, IsExplainedByHelp) {
+  const std::vector<Help> rows = {
+      {{"--help"},
+       {"Usage: tavithumb [OPTIONS] SUBCOMMAND\n", "get ", "info ", "--version", "Exit codes:", "2  bad usage"}},
+      {{"get", "--help"},
+       {"Usage: tavithumb get [OPTIONS] FILE...\n",
+        "--size SIZE=medium",
+        "--rotate QUARTERS",
+        "--avatar",
+        "--keep-animation",
+        "--no-convert",
+        "--fallback-smaller",
+        "--albumex",
+        "--no-brovix",
+        "--accept-heic",
+        "--json",
+        "-0 ",
+        "small      120 x 120\n",
+        "medium     360 x 360\n",
+        "big        640 x 640\n",
+        "large      1280 x 1280",
+        "xlarge     1280 x 1280\n",
+        "original   FILE itself",
+        "800x600",
+        "256",
+        "Examples:",
+        "Exit codes: 0 ",
+        "after '--'"}},
+      {{"get", "-h"}, {"Usage: tavithumb get [OPTIONS] FILE...\n"}},
+      {{"info", "--help"},
+       {"Usage: tavithumb info [OPTIONS] FILE...\n", "--json", "orientation (1 to 8", "Examples:", "Exit codes: 0 "}},
+  };
+  const CommandRunner run;
+  for (const Help& row : rows) {
+    SCOPED_TRACE(testing::PrintToString(row.arguments));
+    const Outcome outcome = run(row.arguments);
+    EXPECT_EQ(outcome.code, 0);
+    EXPECT_EQ(outcome.err, "");
+    for (const std::string& text : row.told) EXPECT_THAT(outcome.out, HasSubstr(text));
+    std::istringstream lines(outcome.out);
+    for (std::string line; std::getline(lines, line);) EXPECT_LE(line.size(), 120u) << line;
+  }
+}
+
+TEST(Usage, TellsTheVersion) {
+  const Outcome outcome = CommandRunner()({"--version"});
+  EXPECT_EQ(outcome.code, 0);
+  EXPECT_EQ(outcome.err, "");
+  EXPECT_TRUE(std::regex_match(outcome.out, std::regex("tavithumb [0-9]+\\.[0-9]+\\.[0-9]+\n"))) << outcome.out;
+}
+
+}  // namespace
+}  // namespace tavithumb::test

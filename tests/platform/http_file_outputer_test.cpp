@@ -1,0 +1,290 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "children.h"
+
+namespace fs = std::filesystem;
+
+namespace tavithumb::test {
+namespace {
+
+const std::string kCaching = "Cache-Control: max-age=300, must-revalidate\r\n";
+
+std::string Bytes(std::size_t size) {
+  std::string bytes(size, '\0');
+  for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<char>(i * 7 % 253);
+  return bytes;
+}
+
+std::string FileResponse(const std::string& mime, const std::string& content) {
+  return kCaching + "Content-Type: " + mime + "\r\nContent-Length: " + std::to_string(content.size()) + "\r\n\r\n" +
+         content;
+}
+
+std::string StreamResponse(const std::string& mime, const std::string& content) {
+  return kCaching + "Content-Type: " + mime + "\r\n\r\n" + content;
+}
+
+// One run of the program "deliver", with its standard output at our end of a pipe (or leading elsewhere).
+class Delivery {
+ public:
+  explicit Delivery(const std::vector<std::string>& arguments, int output = -1, int pipeFlags = 0) {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("pipe2");
+    if (pipeFlags != 0) fcntl(ends[1], F_SETFL, pipeFlags);
+    const Arguments argv(Child("deliver"), arguments);
+    std::fflush(nullptr);
+    child_ = fork();
+    if (child_ == 0) {
+      dup2(output == -1 ? ends[1] : output, STDOUT_FILENO);
+      if (output == kClosed) close(STDOUT_FILENO);
+      execv(argv.Path(), const_cast<char* const*>(argv.Vector()));
+      _exit(126);
+    }
+    close(ends[1]);
+    output_ = ends[0];
+  }
+  ~Delivery() {
+    StopReading();
+    if (child_ != -1) EndOf(child_);
+  }
+  Delivery(const Delivery&) = delete;
+  Delivery& operator=(const Delivery&) = delete;
+
+  static constexpr int kClosed = -2;
+
+  void AwaitOutput() const {
+    pollfd entry{output_, POLLIN, 0};
+    while (poll(&entry, 1, -1) == -1 && errno == EINTR) {
+    }
+  }
+
+  // At most `limit` bytes, fewer only at the output's end.
+  std::string Read(std::size_t limit = std::string::npos) const {
+    std::string all;
+    char data[1000];
+    while (all.size() < limit) {
+      const ssize_t got = read(output_, data, std::min(sizeof data, limit - all.size()));
+      if (got <= 0) break;
+      all.append(data, static_cast<std::size_t>(got));
+    }
+    return all;
+  }
+
+  void StopReading() {
+    if (output_ != -1) close(output_);
+    output_ = -1;
+  }
+
+  // The program's exit status, or minus the signal that it died of, and its report.
+  std::string End() {
+    const int end = EndOf(child_);
+    child_ = -1;
+    return std::to_string(end) + ": " + report_.Text();
+  }
+
+ private:
+  Report report_;
+  pid_t child_;
+  int output_;
+};
+
+class HTTPFileOutputerOf : public testing::TestWithParam<std::size_t> {};
+
+TEST_P(HTTPFileOutputerOf, AFileWritesTypeLengthAndContentBehindWhatWasPrinted) {
+  TempDir folder;
+  WriteFile(folder / "a.jpg", Bytes(GetParam()));
+  Delivery delivery({"file", folder / "a.jpg", "image/jpeg"});
+  EXPECT_TRUE(delivery.Read() == FileResponse("image/jpeg", Bytes(GetParam())));
+  EXPECT_EQ(delivery.End(), "0: delivered");
+}
+
+TEST_P(HTTPFileOutputerOf, AStreamWritesTypeAndContentBehindWhatWasPrinted) {
+  TempDir folder;
+  WriteFile(folder / "a.gif", Bytes(GetParam()));
+  Delivery delivery({"stream", folder / "a.gif", "image/gif"});
+  EXPECT_TRUE(delivery.Read() == StreamResponse("image/gif", Bytes(GetParam())));
+  EXPECT_EQ(delivery.End(), "0: delivered");
+}
+
+INSTANTIATE_TEST_SUITE_P(Sizes, HTTPFileOutputerOf, testing::Values(0, 1, 16383, 16384, 16385, 65536, 1000000),
+                         testing::PrintToStringParamName());
+
+TEST(HTTPFileOutputer, WritesToAFile) {
+  TempDir folder;
+  WriteFile(folder / "a.jpg", Bytes(50000));
+  const int output = open((folder / "output").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+  EXPECT_EQ(Delivery({"file", folder / "a.jpg", "image/jpeg"}, output).End(), "0: delivered");
+  close(output);
+  EXPECT_TRUE(ReadFile(folder / "output") == FileResponse("image/jpeg", Bytes(50000)));
+}
+
+TEST(HTTPFileOutputer, KeepsTheOrderWithWhatIsPrintedAfterwards) {
+  TempDir folder;
+  WriteFile(folder / "a.jpg", "content");
+  Delivery delivery({"file", folder / "a.jpg", "image/jpeg", "print-more"});
+  EXPECT_EQ(delivery.Read(), FileResponse("image/jpeg", "content") + "more\n");
+  EXPECT_EQ(delivery.End(), "0: delivered");
+}
+
+TEST(HTTPFileOutputer, StartsAStreamWhereItStands) {
+  TempDir folder;
+  WriteFile(folder / "a.jpg", "0123456789");
+  Delivery delivery({"stream", folder / "a.jpg", "image/jpeg", "partly-read"});
+  EXPECT_EQ(delivery.Read(), StreamResponse("image/jpeg", "123456789"));
+  EXPECT_EQ(delivery.End(), "0: delivered");
+}
+
+TEST(HTTPFileOutputer, WritesNothingOfItsOwnForWhatIsNoFile) {
+  TempDir folder;
+  ASSERT_EQ(mkfifo((folder / "fifo").c_str(), 0600), 0);
+  for (const std::string& path : {folder / "missing", folder.Path(), folder / "fifo", std::string("/dev/null")}) {
+    SCOPED_TRACE(path);
+    Delivery delivery({"file", path, "image/jpeg"});
+    EXPECT_EQ(delivery.Read(), kCaching);
+    EXPECT_EQ(delivery.End(), "0: failed");
+  }
+}
+
+TEST(HTTPFileOutputer, WritesNothingOfItsOwnForANullStream) {
+  Delivery delivery({"null", "", "image/jpeg"});
+  EXPECT_EQ(delivery.Read(), kCaching);
+  EXPECT_EQ(delivery.End(), "0: failed");
+}
+
+TEST(HTTPFileOutputer, FailsWhenAStreamCannotBeReadToItsEnd) {
+  Delivery delivery({"stream", "/", "image/jpeg"});  // a directory opens, and fails to be read
+  EXPECT_EQ(delivery.Read(), StreamResponse("image/jpeg", ""));
+  EXPECT_EQ(delivery.End(), "0: failed");
+}
+
+TEST(HTTPFileOutputer, FailsWhenAFileShrinksOnTheWay) {
+  TempDir folder;
+  WriteFile(folder / "a.jpg", Bytes(1000000));
+  Delivery delivery({"file", folder / "a.jpg", "image/jpeg"});
+  delivery.AwaitOutput();  // the rest waits for room in the pipe
+  fs::resize_file(folder / "a.jpg", 0);
+  const std::string whole = FileResponse("image/jpeg", Bytes(1000000)), got = delivery.Read();
+  EXPECT_LT(got.size(), whole.size());
+  EXPECT_TRUE(got == whole.substr(0, got.size()));
+  EXPECT_EQ(delivery.End(), "0: failed");
+}
+
+TEST(HTTPFileOutputer, SendsNoMoreOfAGrowingFileThanItAnnounced) {
+  TempDir folder;
+  WriteFile(folder / "a.jpg", Bytes(1000000));
+  Delivery delivery({"file", folder / "a.jpg", "image/jpeg"});
+  delivery.AwaitOutput();
+  fs::resize_file(folder / "a.jpg", 2000000);
+  EXPECT_TRUE(delivery.Read() == FileResponse("image/jpeg", Bytes(1000000)));
+  EXPECT_EQ(delivery.End(), "0: delivered");
+}
+
+TEST(HTTPFileOutputer, SurvivesAReaderThatWasNeverThere) {
+  TempDir folder;
+  WriteFile(folder / "a.jpg", Bytes(1000));
+  for (const char* form : {"file", "stream"}) {
+    SCOPED_TRACE(form);
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    close(ends[0]);
+    // Nothing is left that would raise SIGPIPE when the program ends.
+    EXPECT_EQ(Delivery({form, folder / "a.jpg", "image/jpeg"}, ends[1]).End(), "0: failed");
+    close(ends[1]);
+  }
+}
+
+TEST(HTTPFileOutputer, SurvivesAReaderThatGoesAwayInBetween) {
+  TempDir folder;
+  WriteFile(folder / "a.jpg", Bytes(5000000));
+  for (const char* form : {"file", "stream"}) {
+    SCOPED_TRACE(form);
+    Delivery delivery({form, folder / "a.jpg", "image/jpeg"});
+    EXPECT_EQ(delivery.Read(kCaching.size()), kCaching);
+    delivery.StopReading();
+    EXPECT_EQ(delivery.End(), "0: failed");
+  }
+}
+
+TEST(HTTPFileOutputer, LeavesASigPipeThatWasPendingBeforeToTheCaller) {
+  TempDir folder;
+  WriteFile(folder / "a.jpg", Bytes(5000000));
+  Delivery broken({"file", folder / "a.jpg", "image/jpeg", "pending"});
+  broken.AwaitOutput();
+  broken.StopReading();
+  EXPECT_EQ(broken.End(), "0: failed, SIGPIPE blocked, SIGPIPE pending");
+
+  Delivery whole({"file", folder / "a.jpg", "image/jpeg", "pending"});
+  EXPECT_TRUE(whole.Read() == FileResponse("image/jpeg", Bytes(5000000)));
+  EXPECT_EQ(whole.End(), "0: delivered, SIGPIPE blocked, SIGPIPE pending");
+}
+
+TEST(HTTPFileOutputer, FailsWhenTheOutputTakesNothing) {
+  TempDir folder;
+  WriteFile(folder / "a.jpg", "content");
+  const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
+  for (const char* form : {"file", "stream"}) {
+    EXPECT_EQ(Delivery({form, folder / "a.jpg", "image/jpeg"}, full).End(), "0: failed") << form;
+  }
+  close(full);
+}
+
+TEST(HTTPFileOutputer, WritesOnAfterSignals) {
+  TempDir folder;
+  WriteFile(folder / "a.jpg", Bytes(1000000));
+  for (const std::string form : {"file", "stream"}) {
+    SCOPED_TRACE(form);
+    Delivery delivery({form, folder / "a.jpg", "image/jpeg", "interrupted"});
+    delivery.AwaitOutput();
+    usleep(20000);  // it waits for room in the pipe, and is interrupted there
+    EXPECT_TRUE(delivery.Read() == (form == "file" ? FileResponse("image/jpeg", Bytes(1000000))
+                                                   : StreamResponse("image/jpeg", Bytes(1000000))));
+    EXPECT_EQ(delivery.End(), "0: delivered");
+  }
+}
+
+TEST(HTTPFileOutputer, ReadsOnAfterSignals) {
+  TempDir folder;
+  ASSERT_EQ(mkfifo((folder / "fifo").c_str(), 0600), 0);
+  const int writer = open((folder / "fifo").c_str(), O_RDWR | O_CLOEXEC);
+  Delivery delivery({"stream", folder / "fifo", "image/jpeg", "interrupted"});
+  ASSERT_EQ(write(writer, "one ", 4), 4);
+  const std::string headers = StreamResponse("image/jpeg", "");
+  EXPECT_EQ(delivery.Read(headers.size()), headers);
+  usleep(20000);  // it waits for more content, and is interrupted there
+  ASSERT_EQ(write(writer, "two", 3), 3);
+  close(writer);
+  EXPECT_EQ(delivery.Read(), "one two");
+  EXPECT_EQ(delivery.End(), "0: delivered");
+}
+
+TEST(HTTPFileOutputer, WritesAllToAnOutputThatDoesNotBlock) {
+  TempDir folder;
+  WriteFile(folder / "a.jpg", Bytes(1000000));
+  for (const std::string form : {"file", "stream"}) {
+    SCOPED_TRACE(form);
+    Delivery delivery({form, folder / "a.jpg", "image/jpeg"}, -1, O_WRONLY | O_NONBLOCK);
+    EXPECT_TRUE(delivery.Read() == (form == "file" ? FileResponse("image/jpeg", Bytes(1000000))
+                                                   : StreamResponse("image/jpeg", Bytes(1000000))));
+    EXPECT_EQ(delivery.End(), "0: delivered");
+  }
+}
+
+TEST(HTTPFileOutputer, FailsWithoutAStandardOutput) {
+  TempDir folder;
+  WriteFile(folder / "a.jpg", "content");
+  EXPECT_EQ(Delivery({"stream", folder / "a.jpg", "image/jpeg"}, open("/", O_RDONLY | O_CLOEXEC)).End(), "0: failed");
+}
+
+}  // namespace
+}  // namespace tavithumb::test

@@ -1,0 +1,297 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <tavi/core.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "children.h"
+#include "interruptions.h"
+
+namespace tavithumb::test {
+namespace {
+
+FILE* Popenv(const std::string& path, const char* mode, const std::vector<std::string>& others) {
+  return TLIBCPopenv(path.c_str(), mode, Arguments(path, others).Vector());
+}
+
+std::string ReadAll(FILE* stream) {
+  std::string all;
+  char data[4096];
+  for (std::size_t got; (got = std::fread(data, 1, sizeof data, stream)) > 0;) all.append(data, got);
+  return all;
+}
+
+std::string Flood(std::size_t size) {
+  std::string bytes(size, '\0');
+  for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<char>(i % 251);
+  return bytes;
+}
+
+TEST(Popenv, GivesTheWholeOutput) {
+  for (const std::size_t size : {0u, 1u, 4096u, 65536u, 65537u, 1000000u}) {
+    SCOPED_TRACE(size);
+    FILE* stream = Popenv(Child("flood"), "r", {std::to_string(size)});
+    ASSERT_NE(stream, nullptr);
+    EXPECT_TRUE(ReadAll(stream) == Flood(size));
+    EXPECT_EQ(TLIBCPclose(stream), 0);
+  }
+}
+
+TEST(Popenv, GivesTheOutputThroughItsDescriptorToo) {
+  FILE* stream = Popenv(Child("flood"), "r", {"100"});
+  ASSERT_NE(stream, nullptr);
+  std::string got(200, '#');
+  ssize_t size = 0;
+  for (ssize_t more; (more = read(fileno(stream), &got[static_cast<std::size_t>(size)], 10)) > 0;) size += more;
+  EXPECT_EQ(got.substr(0, static_cast<std::size_t>(size)), Flood(100));
+  EXPECT_EQ(TLIBCPclose(stream), 0);
+}
+
+TEST(Popenv, HandsEveryArgumentOverAsItIs) {
+  FILE* stream = Popenv(Child("echo_arguments"), "r", {"", "two words", "$HOME", ";exit", "line\nbreak", "\xFF"});
+  ASSERT_NE(stream, nullptr);
+  const std::string parts[] = {Child("echo_arguments"), "", "two words", "$HOME", ";exit", "line\nbreak", "\xFF"};
+  std::string expected;
+  for (const std::string& part : parts) expected += part + '\0';
+  EXPECT_EQ(ReadAll(stream), expected);
+  EXPECT_EQ(TLIBCPclose(stream), 0);
+}
+
+TEST(Popenv, WritesToTheInput) {
+  TempDir folder;
+  const std::string content = Flood(200000);
+  FILE* stream = Popenv(Child("copy_input"), "w", {folder / "copy"});
+  ASSERT_NE(stream, nullptr);
+  EXPECT_EQ(std::fwrite(content.data(), 1, content.size(), stream), content.size());
+  EXPECT_EQ(TLIBCPclose(stream), 0);
+  EXPECT_TRUE(ReadFile(folder / "copy") == content);
+}
+
+TEST(Popenv, RefusesOtherModes) {
+  for (const char* mode : {"", "rw", "r+", "a", "R", "re"}) {
+    errno = 0;
+    EXPECT_EQ(Popenv(Child("exit_with"), mode, {"0"}), nullptr) << mode;
+    EXPECT_EQ(errno, EINVAL);
+  }
+}
+
+TEST(Popenv, IsNullForWhatCannotBeStarted) {
+  TempDir folder;
+  WriteFile(folder / "not-executable", "");
+  const struct {
+    std::string path;
+    int reason;
+  } rows[] = {{folder / "missing", ENOENT}, {folder / "not-executable", EACCES}, {folder.Path(), EACCES}};
+  const std::vector<std::string> before = Names("/proc/self/fd");
+  for (const auto& row : rows) {
+    for (const char* mode : {"r", "w"}) {
+      SCOPED_TRACE(row.path + " " + mode);
+      errno = 0;
+      EXPECT_EQ(Popenv(row.path, mode, {}), nullptr);
+      EXPECT_EQ(errno, row.reason);
+    }
+  }
+  EXPECT_EQ(Names("/proc/self/fd"), before);
+}
+
+TEST(Popenv, IsNullWhenNoDescriptorIsLeft) {
+  CheckInProcess([] {
+    const rlimit few{64, 64};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+    while (open("/dev/null", O_RDONLY) != -1) {
+    }
+    EXPECT_EQ(Popenv(Child("exit_with"), "r", {"0"}), nullptr);
+    EXPECT_EQ(errno, EMFILE);
+  });
+}
+
+TEST(Popenv, GivesTheChildNoDescriptorButItsPipeAndTheCallersOutputs) {
+  TempDir folder;
+  CheckInProcess([&] {
+    ASSERT_EQ(dup2(open((folder / "error").c_str(), O_WRONLY | O_CREAT, 0600), 2), 2);
+    for (const int fd : {3, 9, 100, 900}) ASSERT_EQ(dup2(2, fd), fd);
+    FILE* stream = Popenv(Child("list_descriptors"), "r", {});
+    ASSERT_NE(stream, nullptr);
+    struct stat pipe;
+    ASSERT_EQ(fstat(fileno(stream), &pipe), 0);
+    EXPECT_EQ(ReadAll(stream),
+              "0 /dev/null\n1 pipe:[" + std::to_string(pipe.st_ino) + "]\n2 " + (folder / "error") + "\n");
+    EXPECT_EQ(TLIBCPclose(stream), 0);
+  });
+}
+
+TEST(Popenv, WorksWhateverStandardDescriptorsTheCallerHasClosed) {
+  TempDir folder;
+  for (int closed = 0; closed < 8; ++closed) {
+    SCOPED_TRACE(closed);
+    EXPECT_EQ(InProcess([&] {
+                dup2(open((folder / "output").c_str(), O_WRONLY | O_CREAT, 0600), 1);
+                dup2(1, 2);
+                for (int fd = 0; fd < 3; ++fd) {
+                  if ((closed >> fd & 1) != 0) close(fd);
+                }
+                FILE* stream = Popenv(Child("list_descriptors"), "r", {});
+                if (stream == nullptr) return 1;
+                if (fileno(stream) < 3) return 2;
+                struct stat pipe;
+                fstat(fileno(stream), &pipe);
+                const std::string error = (closed & 4) != 0 ? "/dev/null" : folder / "output";
+                const std::string expected =
+                    "0 /dev/null\n1 pipe:[" + std::to_string(pipe.st_ino) + "]\n2 " + error + "\n";
+                if (ReadAll(stream) != expected) return 3;
+                if (TLIBCPclose(stream) != 0) return 4;
+
+                FILE* input = Popenv(Child("copy_input"), "w", {folder / "copy"});
+                if (input == nullptr) return 5;
+                std::fputs("content", input);
+                if (TLIBCPclose(input) != 0) return 6;
+                return ReadFile(folder / "copy") == "content" ? 0 : 7;
+              }),
+              0);
+  }
+}
+
+TEST(Popenv, StartsTheChildWithNoSignalBlockedAndNoneOfTheCallersIgnoredPipeOrChildSignals) {
+  CheckInProcess([] {
+    sigset_t all;
+    sigfillset(&all);
+    ASSERT_EQ(sigprocmask(SIG_SETMASK, &all, nullptr), 0);
+    ASSERT_NE(signal(SIGPIPE, SIG_IGN), SIG_ERR);
+    ASSERT_NE(signal(SIGCHLD, SIG_IGN), SIG_ERR);
+    FILE* stream = Popenv(Child("signal_state"), "r", {});
+    ASSERT_NE(stream, nullptr);
+    EXPECT_EQ(ReadAll(stream), "");
+    TLIBCPclose(stream);
+  });
+}
+
+TEST(Popenv, KeepsItsStreamFromOtherChildrenOfTheCaller) {
+  FILE* stream = Popenv(Child("exit_with"), "r", {"0"});
+  ASSERT_NE(stream, nullptr);
+  EXPECT_EQ(fcntl(fileno(stream), F_GETFD), FD_CLOEXEC);
+  EXPECT_EQ(TLIBCPclose(stream), 0);
+}
+
+TEST(Pclose, IsZeroForANormalExitWithStatusZeroAlone) {
+  const struct {
+    std::string child, argument;
+    bool good;
+  } rows[] = {{"exit_with", "0", true},    {"exit_with", "1", false}, {"exit_with", "127", false},
+              {"exit_with", "255", false}, {"kill_self", "9", false}, {"kill_self", "15", false}};
+  for (const auto& row : rows) {
+    for (const char* mode : {"r", "w"}) {
+      FILE* stream = Popenv(Child(row.child), mode, {row.argument});
+      ASSERT_NE(stream, nullptr);
+      EXPECT_EQ(TLIBCPclose(stream) == 0, row.good) << row.child << " " << row.argument << " " << mode;
+    }
+  }
+}
+
+TEST(Pclose, DoesNotWaitForOutputThatNobodyReads) {
+  FILE* stream = Popenv(Child("flood"), "r", {"10000000"});
+  ASSERT_NE(stream, nullptr);
+  EXPECT_EQ(std::fgetc(stream), 0);
+  EXPECT_NE(TLIBCPclose(stream), 0);  // the child dies of its broken pipe
+}
+
+TEST(Pclose, WaitsForItsOwnChildInAnyOrder) {
+  const std::vector<std::vector<int>> orders{{0, 1, 2}, {2, 1, 0}, {1, 0, 2}};
+  for (const std::vector<int>& order : orders) {
+    std::vector<FILE*> streams;
+    for (const char* status : {"0", "1", "0"}) streams.push_back(Popenv(Child("exit_with"), "r", {status}));
+    for (const int index : order) {
+      EXPECT_EQ(TLIBCPclose(streams[static_cast<std::size_t>(index)]) == 0, index != 1) << index;
+    }
+  }
+}
+
+TEST(Pclose, EndsTheInputOfItsChildWhileOthersRun) {
+  TempDir folder;
+  FILE* first = Popenv(Child("copy_input"), "w", {folder / "first"});
+  FILE* second = Popenv(Child("copy_input"), "w", {folder / "second"});
+  ASSERT_NE(first, nullptr);
+  ASSERT_NE(second, nullptr);
+  std::fputs("one", first);
+  EXPECT_EQ(TLIBCPclose(first), 0);  // would wait for ever if the second child held the first one's pipe
+  EXPECT_EQ(ReadFile(folder / "first"), "one");
+  std::fputs("two", second);
+  EXPECT_EQ(TLIBCPclose(second), 0);
+  EXPECT_EQ(ReadFile(folder / "second"), "two");
+}
+
+TEST(Pclose, LeavesOtherChildrenToTheCaller) {
+  std::fflush(nullptr);
+  const pid_t other = fork();
+  if (other == 0) _exit(42);
+  siginfo_t ended;
+  ASSERT_EQ(waitid(P_PID, static_cast<id_t>(other), &ended, WEXITED | WNOWAIT), 0);
+  FILE* stream = Popenv(Child("exit_with"), "r", {"0"});
+  EXPECT_EQ(TLIBCPclose(stream), 0);
+  EXPECT_EQ(EndOf(other), 42);
+}
+
+TEST(Pclose, WaitsOnAfterASignal) {
+  TempDir folder;
+  ASSERT_EQ(mkfifo((folder / "fifo").c_str(), 0600), 0);
+  for (const int status : {0, 3}) {
+    FILE* stream = Popenv(Child("await_end"), "r", {folder / "fifo", std::to_string(status)});
+    ASSERT_NE(stream, nullptr);
+    const Interruptions interruptions;
+    std::thread ender([&] {
+      TakeNoInterruptions();
+      Interruptions::Await(5);
+      close(open((folder / "fifo").c_str(), O_WRONLY));
+    });
+    EXPECT_EQ(TLIBCPclose(stream) == 0, status == 0) << status;
+    ender.join();
+  }
+}
+
+TEST(Pclose, RefusesAStreamThatPopenvDidNotOpen) {
+  std::FILE* stream = std::tmpfile();
+  errno = 0;
+  EXPECT_NE(TLIBCPclose(stream), 0);
+  EXPECT_EQ(errno, EINVAL);
+  EXPECT_EQ(std::fputs("still open", stream) >= 0, true);
+  EXPECT_EQ(std::fclose(stream), 0);
+  EXPECT_NE(TLIBCPclose(nullptr), 0);
+}
+
+TEST(Pclose, LeavesNoChildAndNoDescriptorBehind) {
+  CheckInProcess([] {
+    const std::vector<std::string> before = Names("/proc/self/fd");
+    for (int i = 0; i < 20; ++i) TLIBCPclose(Popenv(Child("exit_with"), i % 2 == 0 ? "r" : "w", {"0"}));
+    EXPECT_EQ(Names("/proc/self/fd"), before);
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
+    EXPECT_EQ(errno, ECHILD);
+  });
+}
+
+TEST(PipeStreams, OfSeveralThreadsKeepApart) {
+  std::vector<std::thread> threads;
+  std::vector<int> wrong(4, 0);
+  for (std::size_t i = 0; i < wrong.size(); ++i) {
+    threads.emplace_back([i, &wrong] {
+      for (std::size_t round = 0; round < 20; ++round) {
+        const std::size_t size = 1000 * i + round;
+        FILE* flood = Popenv(Child("flood"), "r", {std::to_string(size)});
+        FILE* failing = Popenv(Child("exit_with"), "r", {"1"});
+        if (ReadAll(flood) != Flood(size)) ++wrong[i];
+        if (TLIBCPclose(flood) != 0 || TLIBCPclose(failing) == 0) ++wrong[i];
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(wrong, std::vector<int>(4, 0));
+}
+
+}  // namespace
+}  // namespace tavithumb::test

@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include <gtest/gtest.h>
+
+#include <type_traits>
+#include <utility>
+
+#include "../records.h"
+#include "recording_platform.h"
+
+namespace tavithumb::test {
+namespace {
+
+TEST(ThumbConvertCmd, NamesTheToolsByTheirPinnedPaths) {
+  EXPECT_EQ(ThumbConvertCmd::kJpegtran, "/usr/bin/jpegtran");
+  EXPECT_EQ(ThumbConvertCmd::kDjpeg, "/usr/bin/djpeg");
+  EXPECT_EQ(ThumbConvertCmd::kDcraw, "/usr/bin/dcraw");
+  EXPECT_EQ(ThumbConvertCmd::kConvert, "/usr/bin/convert");
+}
+
+template <typename Command>
+constexpr bool isPlainCommand = std::is_base_of_v<ThumbConvertCmd, Command> && !std::is_abstract_v<Command> &&
+                                !std::is_copy_constructible_v<Command> && !std::is_copy_assignable_v<Command> &&
+                                !std::is_move_constructible_v<Command> && !std::has_virtual_destructor_v<Command>;
+
+TEST(ThumbConvertCmd, IsAnAbstractBaseOfCommandsThatCannotBeCopied) {
+  EXPECT_TRUE(std::is_abstract_v<ThumbConvertCmd>);
+  EXPECT_FALSE(std::has_virtual_destructor_v<ThumbConvertCmd>);
+  EXPECT_TRUE(isPlainCommand<DJpegCmd>);
+  EXPECT_TRUE(isPlainCommand<JpegTranCmd>);
+  EXPECT_TRUE(isPlainCommand<DcrawCmd>);
+  EXPECT_TRUE(isPlainCommand<ConvertCmd>);
+  EXPECT_TRUE(isPlainCommand<GIFConvertCmd>);
+}
+
+TEST(ThumbConvertCmd, BeginsItsVectorWithAToolAndEndsItWithANullPointer) {
+  RecordingPlatform platform;
+  const OpenInfo info = JpegRecord(400, 300, {120, 120});
+  const OpenCommand<DJpegCmd> djpeg(info, "/v/a.jpg", "/v/d");
+  const OpenCommand<ConvertCmd> convert(info, "/v/a.jpg", "/v/d");
+  const OpenCommand<JpegTranCmd> jpegtran(info, "/v/a.jpg", "/v/d", false);
+  const OpenCommand<DcrawCmd> dcraw(info, "/v/a.nef", "/v/d");
+  OpenCommand<GIFConvertCmd> gif(info, "/v/a.gif", "/v/d");
+  EXPECT_TRUE(gif.args_.empty());
+  EXPECT_TRUE(gif.exec());
+  EXPECT_EQ(djpeg.args_.front(), ThumbConvertCmd::kDjpeg);
+  EXPECT_EQ(convert.args_.front(), ThumbConvertCmd::kConvert);
+  EXPECT_EQ(jpegtran.args_.front(), ThumbConvertCmd::kJpegtran);
+  EXPECT_EQ(dcraw.args_.front(), ThumbConvertCmd::kDcraw);
+  EXPECT_EQ(gif.args_.front(), ThumbConvertCmd::kConvert);
+  for (const std::vector<const char*>* args : {&std::as_const(djpeg.args_), &convert.args_, &jpegtran.args_, &dcraw.args_, &std::as_const(gif.args_)}) {
+    EXPECT_EQ(args->back(), nullptr);
+  }
+}
+
+TEST(ThumbConvertCmd, KeepsTheValuesItWasMadeWith) {
+  RecordingPlatform platform;
+  OpenInfo info = JpegRecord(4000, 3000, {640, 640});
+  ConvertCmd command(info, "/v/a.tif", "/v/d.jpg");
+  info.dimension_ = {1, 1};
+  info.rotate_ = 3;
+  EXPECT_TRUE(command.exec());
+  EXPECT_EQ(platform.Calls("TLIBCExecv"),
+            (std::vector<PlatformCall>{{"TLIBCExecv", "/usr/bin/convert", "1", "/usr/bin/convert", "-strip",
+                                        "-colorspace", "sRGB", "/v/a.tif[0]", "-thumbnail", "640x640", "-rotate", "0",
+                                        "-rotate", "0", "/v/d.jpg"}}));
+}
+
+}  // namespace
+}  // namespace tavithumb::test
