@@ -8,6 +8,8 @@ bool IsContainer(const Exiv2::Image& image) {
 #ifdef EXV_ENABLE_BMFF
   if (image.imageType() == Exiv2::ImageType::bmff) return true;
 #endif
+  // Asked for its MIME type before its metadata is read, a TIFF-based raw file would take a preview for its picture.
+  if (image.imageType() == Exiv2::ImageType::tiff) return false;
   return image.mimeType().rfind("video/", 0) == 0;
 }
 

@@ -18,8 +18,9 @@ struct OpenGif : OpenCommand<GIFConvertCmd> {
 
 constexpr char temporary[] = "/var/tmp/convert_thumbnail__1700000000cat.gif";
 
-PlatformCall FirstPass(const std::string& to = temporary) {
-  return {"TLIBCExecv", "/usr/bin/convert", "1", "/usr/bin/convert", "/vol/pics/cat.gif", "-coalesce", to};
+PlatformCall FirstPass(const std::string &to = temporary) {
+  return {"TLIBCExecv",        "/usr/bin/convert", "1", "/usr/bin/convert",
+          "/vol/pics/cat.gif", "-coalesce",        to};
 }
 
 OpenInfo GifRecord() {
@@ -30,10 +31,11 @@ OpenInfo GifRecord() {
 }
 
 class GIFConvert : public testing::Test {
- protected:
+protected:
   GIFConvert() {
     libc.time = [] { return time_t{1700000000}; };
-    platform.run = [this](const std::string&, const std::vector<std::string>& argv) {
+    platform.run = [this](const std::string &,
+                          const std::vector<std::string> &argv) {
       const bool first = argv[2] == "-coalesce";
       WriteFile(argv.back(), "GIF");
       return first ? firstResult : secondResult;
@@ -52,8 +54,8 @@ TEST_F(GIFConvert, RunsItsFirstPassInTheConstructorAndItsSecondInExec) {
   OpenInfo info = GifRecord();
   info.rotate_ = 1;
   info.userRotate_ = -1;
-  info.flop_ = true;      // ignored
-  info.cropMode_ = true;  // ignored
+  info.flop_ = true;     // ignored
+  info.cropMode_ = true; // ignored
   OpenGif command(info, "/vol/pics/cat.gif", folder / "d.gif");
   EXPECT_EQ(platform.calls, (Calls{FirstPass()}));
   EXPECT_EQ(command.coalesceTmpPath_, temporary);
@@ -62,17 +64,20 @@ TEST_F(GIFConvert, RunsItsFirstPassInTheConstructorAndItsSecondInExec) {
   EXPECT_TRUE(command.exec());
   EXPECT_EQ(platform.calls,
             (Calls{FirstPass(),
-                   {"TLIBCExecv", "/usr/bin/convert", "1", "/usr/bin/convert", "-strip", "-colorspace", "sRGB",
-                    "-thumbnail", "120x100", "-rotate", "90", "-layers", "optimize", temporary, "-rotate", "-90",
-                    folder / "d.gif"}}));
+                   {"TLIBCExecv", "/usr/bin/convert", "1", "/usr/bin/convert",
+                    "-strip", "-colorspace", "sRGB", "-thumbnail", "120x100",
+                    "-rotate", "90", "-layers", "optimize", temporary,
+                    "-rotate", "-90", folder / "d.gif"}}));
   EXPECT_FALSE(Exists(temporary));
   EXPECT_EQ(Names(folder.Path()), (std::vector<std::string>{"d.gif"}));
 }
 
 TEST_F(GIFConvert, NeverRunsTheAddOnsBuild) {
-  libc.access = [](const char*, int) { return 0; };
-  EXPECT_TRUE(OpenGif(GifRecord(), "/vol/pics/cat.gif", folder / "d.gif").exec());
-  for (const PlatformCall& call : platform.calls) EXPECT_EQ(call[1], "/usr/bin/convert");
+  libc.access = [](const char *, int) { return 0; };
+  EXPECT_TRUE(
+      OpenGif(GifRecord(), "/vol/pics/cat.gif", folder / "d.gif").exec());
+  for (const PlatformCall &call : platform.calls)
+    EXPECT_EQ(call[1], "/usr/bin/convert");
 }
 
 TEST_F(GIFConvert, RunsNothingMoreAfterAFailedFirstPass) {
@@ -85,7 +90,8 @@ TEST_F(GIFConvert, RunsNothingMoreAfterAFailedFirstPass) {
   EXPECT_EQ(Names(folder.Path()), std::vector<std::string>{});
 }
 
-TEST_F(GIFConvert, LeavesTheCoalescedFileAndNoDestinationAfterAFailedSecondPass) {
+TEST_F(GIFConvert,
+       LeavesTheCoalescedFileAndNoDestinationAfterAFailedSecondPass) {
   secondResult = 1;
   {
     OpenGif command(GifRecord(), "/vol/pics/cat.gif", folder / "d.gif");
@@ -95,8 +101,10 @@ TEST_F(GIFConvert, LeavesTheCoalescedFileAndNoDestinationAfterAFailedSecondPass)
   EXPECT_EQ(Names(folder.Path()), std::vector<std::string>{});
 }
 
-TEST_F(GIFConvert, SharesItsTemporaryNameWithAnotherOfTheSameSecondAndFileName) {
-  const OpenGif a(GifRecord(), "/one/cat.gif", folder / "a.gif"), b(GifRecord(), "/two/cat.gif", folder / "b.gif");
+TEST_F(GIFConvert,
+       SharesItsTemporaryNameWithAnotherOfTheSameSecondAndFileName) {
+  const OpenGif a(GifRecord(), "/one/cat.gif", folder / "a.gif"),
+      b(GifRecord(), "/two/cat.gif", folder / "b.gif");
   EXPECT_EQ(a.coalesceTmpPath_, temporary);
   EXPECT_EQ(b.coalesceTmpPath_, temporary);
 }
@@ -106,5 +114,5 @@ TEST_F(GIFConvert, EndsTheTemporaryNameWithAPathThatHasNoFolder) {
   EXPECT_EQ(command.coalesceTmpPath_, temporary);
 }
 
-}  // namespace
-}  // namespace tavithumb::test
+} // namespace
+} // namespace tavithumb::test

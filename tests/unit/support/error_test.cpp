@@ -23,7 +23,8 @@ TEST(Error, PrintsANegativeCodeWithItsSign) {
 }
 
 TEST(Error, ReadsCodeThenMessage) {
-  EXPECT_STREQ(Error(601, "Can't stat /a/b.jpg").what(), "(E601) Can't stat /a/b.jpg");
+  EXPECT_STREQ(Error(601, "Can't stat /a/b.jpg").what(),
+               "(E601) Can't stat /a/b.jpg");
 }
 
 TEST(Error, IsCopiedWholly) {
@@ -34,7 +35,9 @@ TEST(Error, IsCopiedWholly) {
   EXPECT_EQ(copy.message_, "gone");
 }
 
-TEST(Error, IsARuntimeError) { EXPECT_TRUE((std::is_base_of_v<std::runtime_error, Error>)); }
+TEST(Error, IsARuntimeError) {
+  EXPECT_TRUE((std::is_base_of_v<std::runtime_error, Error>));
+}
 
-}  // namespace
-}  // namespace tavithumb::test
+} // namespace
+} // namespace tavithumb::test
