@@ -1,0 +1,186 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <optional>
+
+#include "../records.h"
+#include "fake_libc.h"
+#include "info/preview_choice.h"
+#include "pictures.h"
+#include "temp_dir.h"
+
+namespace tavithumb::test {
+namespace {
+
+using Choice = std::optional<std::size_t>;
+
+PreviewCandidate Jpeg(std::uint32_t width, std::uint32_t height) {
+  return {"image/jpeg", width, height};
+}
+PreviewCandidate Tiff(std::uint32_t width, std::uint32_t height) {
+  return {"image/tiff", width, height};
+}
+
+TEST(ChoosePreview, TakesTheLargestThatIsNotTooLargeOnBothSides) {
+  struct Row {
+    const char *what;
+    std::vector<PreviewCandidate> previews;
+    ThumbDimension box;
+    Choice choice;
+  };
+  const Row rows[] = {
+      {"none", {}, {640, 640}, {}},
+      {"the larger of two", {Jpeg(160, 120), Jpeg(1616, 1080)}, {640, 640}, 1},
+      {"the larger of two, listed first",
+       {Jpeg(1616, 1080), Jpeg(160, 120)},
+       {640, 640},
+       0},
+      {"too small", {Jpeg(160, 120)}, {640, 640}, {}},
+      {"too large on both sides", {Jpeg(6000, 4000)}, {120, 120}, {}},
+      {"just twice the box", {Jpeg(1280, 1280)}, {640, 640}, 0},
+      {"one more on one side", {Jpeg(1281, 1280)}, {640, 640}, 0},
+      {"one more on both sides", {Jpeg(1281, 1281)}, {640, 640}, {}},
+      {"a smaller one where the large is too large",
+       {Jpeg(160, 120), Jpeg(6000, 4000)},
+       {120, 120},
+       0},
+      {"the first of equals", {Jpeg(800, 600), Jpeg(600, 800)}, {640, 640}, 0},
+      {"exactly three quarters of the box", {Jpeg(300, 100)}, {200, 200}, 0},
+      {"one pixel less than three quarters", {Jpeg(29999, 1)}, {200, 200}, {}},
+      {"any for an unbounded box, whose pixels wrap to one",
+       {Jpeg(1, 1)},
+       {2147483647, 2147483647},
+       0},
+      {"none without pixels for an unbounded box",
+       {Jpeg(0, 0)},
+       {2147483647, 2147483647},
+       {}},
+  };
+  for (const Row &row : rows)
+    EXPECT_EQ(ChoosePreview(row.previews, "image/jpeg", row.box), row.choice)
+        << row.what;
+}
+
+TEST(ChoosePreview, NeverTakesATiffPreviewOfACr2) {
+  EXPECT_EQ(ChoosePreview({Tiff(800, 600)}, "image/x-canon-cr2", {640, 640}),
+            Choice());
+  EXPECT_EQ(ChoosePreview({Tiff(800, 600), Jpeg(700, 600)}, "image/x-canon-cr2",
+                          {640, 640}),
+            Choice(1));
+  EXPECT_EQ(ChoosePreview({Tiff(800, 600), Jpeg(700, 600)}, "image/x-nikon-nef",
+                          {640, 640}),
+            Choice(0));
+}
+
+// A JPEG of 1000 x 800 pixels with a preview of 160 x 120, and what lies in
+// /tmp before.
+class Preview : public testing::Test {
+protected:
+  Preview() {
+    MakeJpeg(folder / "preview.jpg", 160, 120);
+    MakeJpeg(source, 1000, 800);
+    SetPreview(source, folder / "preview.jpg");
+    SetTimes(source, 900, 1000);
+    libc.getpid = [] { return 4711; };
+    libc.time = [] { return time_t{1700000000}; };
+    libc.rand = [] { return 1804289383; };
+  }
+  ~Preview() override { RealUnlink(extracted.c_str()); }
+
+  const TempDir folder;
+  const std::string source = folder / "a.jpg";
+  const std::string extracted = "/tmp/thumb.4711.1700000000.1804289383.jpg";
+  const std::vector<std::string> before = TemporaryFiles();
+  FakeLibc libc;
+  CapturedLog log;
+};
+
+TEST_F(Preview, IsWrittenUnderItsNameWithTheSourcesTimes) {
+  OpenInfo info(source, "small", {120, 120});
+  info.ExtractImgInfo(true);
+  EXPECT_EQ(info.GetEXIFPreviewTmpPath(), extracted);
+  const OpenInfo written(
+      extracted, "",
+      {0, 0}); // before it is read, which may change its access time
+  EXPECT_EQ(written.stat_.st_atime, 900);
+  EXPECT_EQ(written.stat_.st_mtime, 1000);
+  EXPECT_EQ(ReadFile(extracted), ReadFile(folder / "preview.jpg"));
+  EXPECT_EQ(info.GetWidth(), 1000u);
+  EXPECT_TRUE(info.IsGood());
+  EXPECT_EQ(log.lines, std::vector<LogLine>{});
+}
+
+TEST_F(Preview, IsNotWrittenUnlessAsked) {
+  OpenInfo info(source, "small", {120, 120});
+  info.ExtractImgInfo(false);
+  EXPECT_EQ(info.GetEXIFPreviewTmpPath(), "");
+  EXPECT_EQ(TemporaryFiles(), before);
+}
+
+TEST_F(Preview, IsForgottenWhenNoneFitsTheBox) {
+  for (const ThumbDimension box :
+       {ThumbDimension{640, 640}, ThumbDimension{50, 50}}) {
+    SCOPED_TRACE(testing::Message() << box);
+    OpenInfo info(source, "big", box);
+    info.exifPreviewTmpPath_ = "/earlier";
+    info.ExtractImgInfo(true);
+    EXPECT_EQ(info.GetEXIFPreviewTmpPath(), "");
+    EXPECT_EQ(TemporaryFiles(), before);
+  }
+}
+
+TEST_F(Preview, OfAnyKindServesAnUnboundedBox) {
+  OpenInfo info(source, "original", {2147483647, 2147483647});
+  info.ExtractImgInfo(true);
+  EXPECT_EQ(info.GetEXIFPreviewTmpPath(), extracted);
+}
+
+TEST_F(Preview, StaysOnDiskWhenReadingFailsLater) {
+  SetExif(source, {{"Exif.Image.Orientation", "odd"}});
+  OpenInfo info(source, "small", {120, 120});
+  EXPECT_THROW(info.ExtractImgInfo(true), std::invalid_argument);
+  EXPECT_EQ(info.GetEXIFPreviewTmpPath(), extracted);
+  EXPECT_TRUE(Exists(extracted));
+}
+
+TEST_F(Preview, CutShortIsLoggedAndThePathWithoutExtensionIsRemoved) {
+  // More than a stream's buffer takes.
+  WriteFile(folder / "preview.jpg",
+            ReadFile(folder / "preview.jpg") + std::string(20000, '\0'));
+  SetPreview(source, folder / "preview.jpg");
+  std::vector<std::string> removed;
+  libc.unlink = [&](const char *path) {
+    removed.emplace_back(path);
+    return RealUnlink(path);
+  };
+  rlimit limit = {};
+  getrlimit(RLIMIT_FSIZE, &limit);
+  const rlimit small = {100, limit.rlim_max};
+  const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+  OpenInfo info(source, "small", {120, 120});
+  setrlimit(RLIMIT_FSIZE, &small);
+  info.ExtractImgInfo(true);
+  setrlimit(RLIMIT_FSIZE, &limit);
+  std::signal(SIGXFSZ, handler);
+  EXPECT_EQ(info.GetEXIFPreviewTmpPath(), "");
+  EXPECT_EQ(removed,
+            std::vector<std::string>{"/tmp/thumb.4711.1700000000.1804289383"});
+  EXPECT_TRUE(
+      Exists(extracted)); // the name with the extension is not what is removed
+  EXPECT_EQ(
+      log.lines,
+      (std::vector<LogLine>{
+          {LOG_ERR,
+           "thumb_info:237 (ExtractEXIFPreviewInfo) \"Write preview to file "
+           "failed, " +
+               source + "\""}}));
+  EXPECT_TRUE(info.IsGood());
+}
+
+} // namespace
+} // namespace tavithumb::test
