@@ -339,7 +339,7 @@ TEST(FileCopy, OntoAFullVolumeLeavesTheDestinationAsItWas) {
         EXPECT_EQ(errno, ENOSPC);
         EXPECT_EQ(Names(folder / "small"), existed ? Listing{"target"} : Listing{});
         EXPECT_EQ(ReadFile(folder / "small/target"), existed ? "old" : "");
-        ExpectLikeSource(folder / "source", Bytes(200000));
+        EXPECT_TRUE(ReadFile(folder / "source") == Bytes(200000));
         umount((folder / "small").c_str());
         return why;
       });

@@ -14,16 +14,15 @@ namespace {
 
 using Arguments = std::vector<std::string>;
 
-Arguments Vector(const OpenInfo &info) {
+Arguments Vector(const OpenInfo& info) {
   const OpenCommand<ConvertCmd> command(info, "/v/a.tif", "/v/d.jpg");
   return Arguments(command.args_.begin(), command.args_.end() - 1);
 }
 
 TEST(ConvertCmd, ScalesTheFirstFrame) {
   EXPECT_EQ(Vector(JpegRecord(4000, 3000, {640, 480})),
-            (Arguments{"/usr/bin/convert", "-strip", "-colorspace", "sRGB",
-                       "/v/a.tif[0]", "-thumbnail", "640x480", "-rotate", "0",
-                       "-rotate", "0", "/v/d.jpg"}));
+            (Arguments{"/usr/bin/convert", "-strip", "-colorspace", "sRGB", "/v/a.tif[0]", "-thumbnail", "640x480",
+                       "-rotate", "0", "-rotate", "0", "/v/d.jpg"}));
 }
 
 TEST(ConvertCmd, MirrorsBetweenTheStoredAndTheUsersRotation) {
@@ -31,25 +30,19 @@ TEST(ConvertCmd, MirrorsBetweenTheStoredAndTheUsersRotation) {
   info.rotate_ = 1;
   info.userRotate_ = 2;
   info.flop_ = true;
-  EXPECT_EQ(Vector(info),
-            (Arguments{"/usr/bin/convert", "-strip", "-colorspace", "sRGB",
-                       "/v/a.tif[0]", "-thumbnail", "480x640", "-rotate", "90",
-                       "-flop", "-rotate", "180", "/v/d.jpg"}));
+  EXPECT_EQ(Vector(info), (Arguments{"/usr/bin/convert", "-strip", "-colorspace", "sRGB", "/v/a.tif[0]", "-thumbnail",
+                                     "480x640", "-rotate", "90", "-flop", "-rotate", "180", "/v/d.jpg"}));
 }
 
 TEST(ConvertCmd, CutsACentredCrop) {
   OpenInfo info = JpegRecord(400, 240, {320, 240});
   info.cropMode_ = true;
-  EXPECT_EQ(Vector(info),
-            (Arguments{"/usr/bin/convert", "-strip", "-colorspace", "sRGB",
-                       "/v/a.tif[0]", "-crop", "320x240+40+0", "-rotate", "0",
-                       "-rotate", "0", "/v/d.jpg"}));
+  EXPECT_EQ(Vector(info), (Arguments{"/usr/bin/convert", "-strip", "-colorspace", "sRGB", "/v/a.tif[0]", "-crop",
+                                     "320x240+40+0", "-rotate", "0", "-rotate", "0", "/v/d.jpg"}));
   info.flop_ = true;
   info.rotate_ = 3;
-  EXPECT_EQ(Vector(info),
-            (Arguments{"/usr/bin/convert", "-strip", "-colorspace", "sRGB",
-                       "/v/a.tif[0]", "-crop", "240x240+40+0", "-rotate", "270",
-                       "-flop", "-rotate", "0", "/v/d.jpg"}));
+  EXPECT_EQ(Vector(info), (Arguments{"/usr/bin/convert", "-strip", "-colorspace", "sRGB", "/v/a.tif[0]", "-crop",
+                                     "240x240+40+0", "-rotate", "270", "-flop", "-rotate", "0", "/v/d.jpg"}));
 }
 
 TEST(ConvertCmd, ComputesTheOffsetsOfACropUnsigned) {
@@ -57,26 +50,21 @@ TEST(ConvertCmd, ComputesTheOffsetsOfACropUnsigned) {
     std::uint32_t width, height;
     ThumbDimension box;
     int rotate, userRotate;
-    const char *geometry;
+    const char* geometry;
   };
   const Row rows[] = {
       {1000, 800, {300, 200}, 0, 0, "300x200+350+300"},
-      {1000, 800, {300, 200}, 0, 1, "200x300+400+250"}, // swapped by the user's
-                                                        // odd turns
+      {1000, 800, {300, 200}, 0, 1, "200x300+400+250"},  // swapped by the user's
+                                                         // odd turns
       {1000, 800, {300, 200}, 0, 3, "200x300+400+250"},
       {1000, 800, {300, 200}, 0, -1, "200x300+400+250"},
       {1000, 800, {300, 200}, 0, 2, "300x200+350+300"},
-      {1000, 800, {300, 200}, 1, 0, "200x300+350+300"}, // not by the stored one
-      {1001, 801, {300, 200}, 0, 0, "300x200+350+300"}, // halves cut off
-      {100,
-       800,
-       {300, 200},
-       0,
-       0,
-       "100x200+2147483548+300"}, // wider than the picture: wraps around
+      {1000, 800, {300, 200}, 1, 0, "200x300+350+300"},        // not by the stored one
+      {1001, 801, {300, 200}, 0, 0, "300x200+350+300"},        // halves cut off
+      {100, 800, {300, 200}, 0, 0, "100x200+2147483548+300"},  // wider than the picture: wraps around
       {0, 0, {120, 120}, 0, 0, "120x120+2147483588+2147483588"},
   };
-  for (const Row &row : rows) {
+  for (const Row& row : rows) {
     SCOPED_TRACE(row.geometry);
     OpenInfo info = JpegRecord(row.width, row.height, row.box);
     info.cropMode_ = true;
@@ -87,11 +75,10 @@ TEST(ConvertCmd, ComputesTheOffsetsOfACropUnsigned) {
 }
 
 TEST(ConvertCmd, WritesRotationsInDegreesWithTheirSign) {
-  const std::pair<int, const char *> rows[] = {
-      {0, "0"},          {1, "90"},    {3, "270"},          {5, "450"},
-      {-1, "-90"},       {-3, "-270"}, {2147483647, "-90"}, // wraps around
-      {-2147483648, "0"}};
-  for (const auto &[turns, degrees] : rows) {
+  const std::pair<int, const char*> rows[] = {{0, "0"},          {1, "90"},    {3, "270"},          {5, "450"},
+                                              {-1, "-90"},       {-3, "-270"}, {2147483647, "-90"},  // wraps around
+                                              {-2147483648, "0"}};
+  for (const auto& [turns, degrees] : rows) {
     SCOPED_TRACE(turns);
     OpenInfo info = JpegRecord(400, 300, {100, 100});
     info.userRotate_ = turns;
@@ -100,25 +87,22 @@ TEST(ConvertCmd, WritesRotationsInDegreesWithTheirSign) {
   }
 }
 
-TEST(ConvertCmd,
-     RunsTheAddOnsBuildWhileItsMarkerIsThereUnderTheUsualArgumentZero) {
+TEST(ConvertCmd, RunsTheAddOnsBuildWhileItsMarkerIsThereUnderTheUsualArgumentZero) {
   RecordingPlatform platform;
   FakeLibc libc;
   bool enabled = true;
   std::vector<std::string> asked;
-  libc.access = [&](const char *path, int mode) {
+  libc.access = [&](const char* path, int mode) {
     EXPECT_EQ(mode, F_OK);
     asked.emplace_back(path);
-    if (enabled)
-      return 0;
+    if (enabled) return 0;
     errno = ENOENT;
     return -1;
   };
   const OpenInfo info = JpegRecord(400, 300, {100, 100});
   ConvertCmd first(info, "/v/a.tif", "/v/d.jpg");
   EXPECT_TRUE(first.IsCodexaEnabled());
-  EXPECT_EQ(first.getConvertPath(),
-            "/var/packages/Codexa/target/usr/bin/convert");
+  EXPECT_EQ(first.getConvertPath(), "/var/packages/Codexa/target/usr/bin/convert");
   EXPECT_TRUE(first.exec());
   enabled = false;
   ConvertCmd second(info, "/v/a.tif", "/v/d.jpg");
@@ -126,34 +110,26 @@ TEST(ConvertCmd,
   EXPECT_EQ(second.getConvertPath(), "/usr/bin/convert");
   EXPECT_TRUE(second.exec());
   EXPECT_EQ(asked, std::vector<std::string>(6, "/var/packages/Codexa/enabled"));
-  const auto call = [](const std::string &path) {
-    return PlatformCall{
-        "TLIBCExecv", path,          "1",       "/usr/bin/convert",
-        "-strip",     "-colorspace", "sRGB",    "/v/a.tif[0]",
-        "-thumbnail", "100x100",     "-rotate", "0",
-        "-rotate",    "0",           "/v/d.jpg"};
+  const auto call = [](const std::string& path) {
+    return PlatformCall{"TLIBCExecv", path,          "1",          "/usr/bin/convert", "-strip",  "-colorspace",
+                        "sRGB",       "/v/a.tif[0]", "-thumbnail", "100x100",          "-rotate", "0",
+                        "-rotate",    "0",           "/v/d.jpg"};
   };
   EXPECT_EQ(platform.calls,
-            (std::vector<PlatformCall>{
-                call("/var/packages/Codexa/target/usr/bin/convert"),
-                call("/usr/bin/convert")}));
+            (std::vector<PlatformCall>{call("/var/packages/Codexa/target/usr/bin/convert"), call("/usr/bin/convert")}));
 }
 
 TEST(ConvertCmd, DoesNotFallBackToTheSystemsConvertAndRemovesTheDestination) {
   const TempDir folder;
   WriteFile(folder / "d.jpg", "partial");
   RecordingPlatform platform;
-  platform.run = [](const std::string &, const std::vector<std::string> &) {
-    return 127;
-  };
+  platform.run = [](const std::string&, const std::vector<std::string>&) { return 127; };
   FakeLibc libc;
-  libc.access = [](const char *, int) { return 0; };
-  EXPECT_FALSE(
-      ConvertCmd(JpegRecord(400, 300, {100, 100}), "/v/a.tif", folder / "d.jpg")
-          .exec());
+  libc.access = [](const char*, int) { return 0; };
+  EXPECT_FALSE(ConvertCmd(JpegRecord(400, 300, {100, 100}), "/v/a.tif", folder / "d.jpg").exec());
   EXPECT_EQ(platform.calls.size(), 1u);
   EXPECT_EQ(Names(folder.Path()), std::vector<std::string>{});
 }
 
-} // namespace
-} // namespace tavithumb::test
+}  // namespace
+}  // namespace tavithumb::test

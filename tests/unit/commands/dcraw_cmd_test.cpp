@@ -34,7 +34,7 @@ OpenInfo RawRecord() {
 // The EA directory of /v/a.nef is a real one, the time is 7 and the process 42:
 // the extracted preview is <ea>/a.nef/d.jpg_42_7.
 class Dcraw : public testing::Test {
-protected:
+ protected:
   Dcraw() {
     MakeJpeg(folder / "preview.jpg", 300, 200);
     preview = ReadFile(folder / "preview.jpg");
@@ -43,36 +43,23 @@ protected:
     RealUnlink(dest.c_str());
     libc.time = [] { return time_t{7}; };
     libc.getpid = [] { return 42; };
-    platform.open = [this](const std::string &,
-                           const std::vector<std::string> &) {
-      return StreamOf(preview);
-    };
-    platform.run = [this](const std::string &path,
-                          const std::vector<std::string> &argv) {
+    platform.open = [this](const std::string&, const std::vector<std::string>&) { return StreamOf(preview); };
+    platform.run = [this](const std::string& path, const std::vector<std::string>& argv) {
       const int result = path == "/usr/bin/djpeg" ? djpegResult : convertResult;
-      if (result == 0)
-        WriteFile(path == "/usr/bin/djpeg" ? argv[9] : argv.back(), preview);
+      if (result == 0) WriteFile(path == "/usr/bin/djpeg" ? argv[9] : argv.back(), preview);
       return result;
     };
   }
 
   PlatformCall Start() const {
-    return {"TLIBCPopenv", "/usr/bin/dcraw",
-            "r",           "/usr/bin/dcraw",
-            "-6",          "-w",
-            "-c",          "-e",
-            "/v/a.nef"};
+    return {"TLIBCPopenv", "/usr/bin/dcraw", "r", "/usr/bin/dcraw", "-6", "-w", "-c", "-e", "/v/a.nef"};
   }
-  PlatformCall EAPath() const {
-    return {"TAVIEAPath", "0", "/v/a.nef", "d.jpg", "4096", "0"};
+  PlatformCall EAPath() const { return {"TAVIEAPath", "0", "/v/a.nef", "d.jpg", "4096", "0"}; }
+  PlatformCall DJpeg(const std::string& scale) const {
+    return {"TLIBCExecv", "/usr/bin/djpeg", "1",        "/usr/bin/djpeg", "-scale",   scale, "-dct",
+            "fast",       "-fast",          "-onepass", "-bmp",           "-outfile", dest,  rawThumb};
   }
-  PlatformCall DJpeg(const std::string &scale) const {
-    return {
-        "TLIBCExecv", "/usr/bin/djpeg", "1",    "/usr/bin/djpeg", "-scale",
-        scale,        "-dct",           "fast", "-fast",          "-onepass",
-        "-bmp",       "-outfile",       dest,   rawThumb};
-  }
-  PlatformCall Convert(const std::string &geometry) const {
+  PlatformCall Convert(const std::string& geometry) const {
     return {"TLIBCExecv", "/usr/bin/convert",
             "1",          "/usr/bin/convert",
             "-strip",     "-colorspace",
@@ -83,7 +70,7 @@ protected:
             dest};
   }
   // The same picture with an orientation that is no number.
-  std::string WithOddOrientation(const std::string &picture) const {
+  std::string WithOddOrientation(const std::string& picture) const {
     const TempDir apart;
     WriteFile(apart / "odd.jpg", picture);
     SetExif(apart / "odd.jpg", {{"Exif.Image.Orientation", "odd"}});
@@ -106,7 +93,7 @@ TEST_F(Dcraw, ExtractsThePreviewInTheConstructorAndMeasuresIt) {
   EXPECT_EQ(platform.calls, (Calls{EAPath(), Start()}));
   EXPECT_EQ(command.rawThumbPath_, rawThumb);
   EXPECT_EQ(ReadFile(rawThumb),
-            preview); // complete although both handles are open
+            preview);  // complete although both handles are open
   EXPECT_NE(command.dcrawPipe_, nullptr);
   EXPECT_NE(command.rawThumbFile_, nullptr);
   EXPECT_EQ(command.info_.GetWidth(), 300u);
@@ -133,8 +120,7 @@ TEST_F(Dcraw, ScalesThePreviewWithDJpegAndRemovesIt) {
 TEST_F(Dcraw, ScalesThePreviewWithConvertWhenDJpegFails) {
   djpegResult = 1;
   EXPECT_TRUE(DcrawCmd(RawRecord(), "/v/a.nef", dest).exec());
-  EXPECT_EQ(platform.Calls("TLIBCExecv"),
-            (Calls{DJpeg("1/2"), Convert("100x100")}));
+  EXPECT_EQ(platform.Calls("TLIBCExecv"), (Calls{DJpeg("1/2"), Convert("100x100")}));
   EXPECT_EQ(Entries(), Listing{"d.jpg"});
 }
 
@@ -157,7 +143,7 @@ TEST_F(Dcraw, MovesThePreviewUnscaledWhenTheFactsAreNotGood) {
 
 TEST_F(Dcraw, RemovesThePreviewWhenItCannotBeMoved) {
   djpegResult = convertResult = 1;
-  libc.rename = [](const char *, const char *) { return errno = EIO, -1; };
+  libc.rename = [](const char*, const char*) { return errno = EIO, -1; };
   EXPECT_FALSE(DcrawCmd(RawRecord(), "/v/a.nef", dest).exec());
   EXPECT_EQ(Entries(), Listing{});
 }
@@ -172,7 +158,7 @@ TEST_F(Dcraw, FailsOnAResultThatIsNoPictureAndLeavesIt) {
 }
 
 TEST_F(Dcraw, RunsNoToolWhenThePreviewFileCannotBeCreated) {
-  libc.fopen = [this](const char *path, const char *mode) -> std::FILE * {
+  libc.fopen = [this](const char* path, const char* mode) -> std::FILE* {
     EXPECT_EQ(path, rawThumb);
     EXPECT_STREQ(mode, "wb");
     errno = EACCES;
@@ -191,15 +177,11 @@ TEST_F(Dcraw, RunsNoToolWithoutAnEAPath) {
   EXPECT_EQ(command.rawThumbPath_, "");
   EXPECT_FALSE(command.exec());
   EXPECT_EQ(platform.calls, Calls{EAPath()});
-  EXPECT_EQ(log.Texts(),
-            Listing{"util:50 (GetEAPath) \"Get EA path for d.jpg failed\""});
+  EXPECT_EQ(log.Texts(), Listing{"util:50 (GetEAPath) \"Get EA path for d.jpg failed\""});
 }
 
 TEST_F(Dcraw, LeavesTheEmptyFileWhenDcrawCannotBeStarted) {
-  platform.open = [](const std::string &,
-                     const std::vector<std::string> &) -> std::FILE * {
-    return nullptr;
-  };
+  platform.open = [](const std::string&, const std::vector<std::string>&) -> std::FILE* { return nullptr; };
   OpenDcraw command(RawRecord(), "/v/a.nef", dest);
   EXPECT_EQ(command.rawThumbPath_, "");
   EXPECT_EQ(command.dcrawPipe_, nullptr);
@@ -222,16 +204,13 @@ TEST_F(Dcraw, RemovesTheFileWhenThereIsNoPreview) {
 }
 
 TEST_F(Dcraw, RemovesTheFileWhenReadingOrWritingFails) {
-  for (const std::string what :
-       {"read fails", "write fails", "write is short"}) {
+  for (const std::string what : {"read fails", "write fails", "write is short"}) {
     SCOPED_TRACE(what);
-    libc.read = [&](int descriptor, void *data, size_t size) {
-      return what == "read fails" ? (errno = EIO, ssize_t{-1})
-                                  : RealRead(descriptor, data, size);
+    libc.read = [&](int descriptor, void* data, size_t size) {
+      return what == "read fails" ? (errno = EIO, ssize_t{-1}) : RealRead(descriptor, data, size);
     };
-    libc.write = [&](int, const void *, size_t size) {
-      return what == "write fails" ? (errno = ENOSPC, ssize_t{-1})
-                                   : static_cast<ssize_t>(size) - 1;
+    libc.write = [&](int, const void*, size_t size) {
+      return what == "write fails" ? (errno = ENOSPC, ssize_t{-1}) : static_cast<ssize_t>(size) - 1;
     };
     OpenDcraw command(RawRecord(), "/v/a.nef", dest);
     libc.read = nullptr;
@@ -244,9 +223,8 @@ TEST_F(Dcraw, RemovesTheFileWhenReadingOrWritingFails) {
 
 TEST_F(Dcraw, GoesOnAfterAnInterruptedRead) {
   int reads = 0;
-  libc.read = [&](int descriptor, void *data, size_t size) {
-    return ++reads % 2 == 1 ? (errno = EINTR, ssize_t{-1})
-                            : RealRead(descriptor, data, size);
+  libc.read = [&](int descriptor, void* data, size_t size) {
+    return ++reads % 2 == 1 ? (errno = EINTR, ssize_t{-1}) : RealRead(descriptor, data, size);
   };
   OpenDcraw command(RawRecord(), "/v/a.nef", dest);
   libc.read = nullptr;
@@ -256,14 +234,13 @@ TEST_F(Dcraw, GoesOnAfterAnInterruptedRead) {
 TEST_F(Dcraw, ReadsBlocksOf4096Bytes) {
   preview += std::string(10000, '\0');
   std::vector<size_t> sizes;
-  libc.read = [&](int descriptor, void *data, size_t size) {
+  libc.read = [&](int descriptor, void* data, size_t size) {
     sizes.push_back(size);
     return RealRead(descriptor, data, size);
   };
   OpenDcraw command(RawRecord(), "/v/a.nef", dest);
   libc.read = nullptr;
-  EXPECT_EQ(sizes,
-            std::vector<size_t>((preview.size() + 4095) / 4096 + 1, 4096));
+  EXPECT_EQ(sizes, std::vector<size_t>((preview.size() + 4095) / 4096 + 1, 4096));
 }
 
 TEST_F(Dcraw, GivesUpAPreviewThatCannotBeMeasured) {
@@ -297,16 +274,16 @@ TEST_F(Dcraw, ClosesItsHandlesOnceWhenItEndsAndLeavesThePreview) {
 TEST_F(Dcraw, ChecksThatTheDestinationIsAPictureWithASize) {
   CapturedLog log;
   OpenDcraw command(RawRecord(), "/v/a.nef", dest);
-  EXPECT_FALSE(command.checkTmpExif()); // not there
+  EXPECT_FALSE(command.checkTmpExif());  // not there
   WriteFile(dest, preview);
   EXPECT_TRUE(command.checkTmpExif());
   WriteFile(dest, std::string(100, 'x'));
   EXPECT_FALSE(command.checkTmpExif());
   WriteFile(dest, WithOddOrientation(preview));
-  EXPECT_FALSE(command.checkTmpExif()); // an exception that is no Error
+  EXPECT_FALSE(command.checkTmpExif());  // an exception that is no Error
   command.dest_ = "";
   EXPECT_FALSE(command.checkTmpExif());
 }
 
-} // namespace
-} // namespace tavithumb::test
+}  // namespace
+}  // namespace tavithumb::test

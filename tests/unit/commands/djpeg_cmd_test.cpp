@@ -17,20 +17,13 @@ struct OpenDJpeg : OpenCommand<DJpegCmd> {
   using OpenCommand<DJpegCmd>::OpenCommand;
 };
 
-PlatformCall DJpegRun(const std::string &scale, const std::string &to,
-                      const std::string &from) {
-  return {"TLIBCExecv", "/usr/bin/djpeg",
-          "1",          "/usr/bin/djpeg",
-          "-scale",     scale,
-          "-dct",       "fast",
-          "-fast",      "-onepass",
-          "-bmp",       "-outfile",
-          to,           from};
+PlatformCall DJpegRun(const std::string& scale, const std::string& to, const std::string& from) {
+  return {"TLIBCExecv", "/usr/bin/djpeg", "1",        "/usr/bin/djpeg", "-scale",   scale, "-dct",
+          "fast",       "-fast",          "-onepass", "-bmp",           "-outfile", to,    from};
 }
 
-PlatformCall ConvertRun(const std::string &from, const std::string &geometry,
-                        const std::string &degrees,
-                        const std::string &userDegrees, const std::string &to) {
+PlatformCall ConvertRun(const std::string& from, const std::string& geometry, const std::string& degrees,
+                        const std::string& userDegrees, const std::string& to) {
   return {"TLIBCExecv", "/usr/bin/convert", "1",       "/usr/bin/convert",
           "-strip",     "-colorspace",      "sRGB",    from + "[0]",
           "-thumbnail", geometry,           "-rotate", degrees,
@@ -42,49 +35,27 @@ TEST(DJpegCmd, DecodesAtTheFirstScaleThatFitsAndKeepsThreeQuartersOfTheTarget) {
     std::uint32_t width, height;
     ThumbDimension box;
     int scale;
-    const char *text;
+    const char* text;
   };
   const Row rows[] = {
-      {4000,
-       3000,
-       {320, 240},
-       3,
-       "1/8"}, // fits at none; 187500 pixels are more than 57600
-      {800, 600, {400, 300}, 1, "1/2"},   // exactly twice the target
-      {1600, 1200, {400, 300}, 2, "1/4"}, // exactly four times
-      {3200, 2400, {400, 300}, 3, "1/8"}, // exactly eight times
-      {300,
-       200,
-       {640, 640},
-       0,
-       "1/1"}, // smaller than the target: never below zero
-      {640, 480, {640, 480}, 0, "1/1"}, // equal
-      {1700,
-       1300,
-       {400, 300},
-       2,
-       "1/4"}, // fits at none, and 1/8 leaves too little
-      {1000,
-       100,
-       {500, 500},
-       0,
-       "1/1"}, // fits at 1/2, which leaves 25000 of 50000 pixels
-      {400, 150, {200, 100}, 0, "1/1"}, // exactly three quarters are too few
-      {400, 151, {200, 100}, 1, "1/2"}, // and a little more is enough
-      {65536, 65536, {1280, 1280}, 2, "1/4"}, // the product wraps to 0
-      {0, 0, {640, 640}, 0, "1/1"},           // facts not known
-      {801, 600, {400, 300}, 1, "1/2"},       // 801 halved and cut to 400
-      {802,
-       600,
-       {400, 300},
-       1,
-       "1/2"}, // 401 does not fit; 1/4 leaves 30075 of 120000, so one step back
+      {4000, 3000, {320, 240}, 3, "1/8"},      // fits at none; 187500 pixels are more than 57600
+      {800, 600, {400, 300}, 1, "1/2"},        // exactly twice the target
+      {1600, 1200, {400, 300}, 2, "1/4"},      // exactly four times
+      {3200, 2400, {400, 300}, 3, "1/8"},      // exactly eight times
+      {300, 200, {640, 640}, 0, "1/1"},        // smaller than the target: never below zero
+      {640, 480, {640, 480}, 0, "1/1"},        // equal
+      {1700, 1300, {400, 300}, 2, "1/4"},      // fits at none, and 1/8 leaves too little
+      {1000, 100, {500, 500}, 0, "1/1"},       // fits at 1/2, which leaves 25000 of 50000 pixels
+      {400, 150, {200, 100}, 0, "1/1"},        // exactly three quarters are too few
+      {400, 151, {200, 100}, 1, "1/2"},        // and a little more is enough
+      {65536, 65536, {1280, 1280}, 2, "1/4"},  // the product wraps to 0
+      {0, 0, {640, 640}, 0, "1/1"},            // facts not known
+      {801, 600, {400, 300}, 1, "1/2"},        // 801 halved and cut to 400
+      {802, 600, {400, 300}, 1, "1/2"},        // 401 does not fit; 1/4 leaves 30075 of 120000, so one step back
   };
-  for (const Row &row : rows) {
-    SCOPED_TRACE(testing::Message()
-                 << row.width << "x" << row.height << " into " << row.box);
-    OpenDJpeg command(JpegRecord(row.width, row.height, row.box), "/v/a.jpg",
-                      "/v/d.jpg");
+  for (const Row& row : rows) {
+    SCOPED_TRACE(testing::Message() << row.width << "x" << row.height << " into " << row.box);
+    OpenDJpeg command(JpegRecord(row.width, row.height, row.box), "/v/a.jpg", "/v/d.jpg");
     EXPECT_EQ(command.CalcScale(), row.scale);
     EXPECT_EQ(command.GetScale(), row.scale);
     EXPECT_EQ(command.scaleString_, row.text);
@@ -107,20 +78,17 @@ TEST(DJpegCmd, CountsThreeBytesAPixelAndTheHeader) {
   const Row rows[] = {
       {4032, 3024, {120, 120}, 190512 * 3 + 54},
       {800, 600, {400, 300}, 120000 * 3 + 54},
-      {3, 3, {640, 640}, 9 * 3 + 54}, // no padding of rows
+      {3, 3, {640, 640}, 9 * 3 + 54},  // no padding of rows
       {65536, 65536, {1280, 1280}, 54},
   };
-  for (const Row &row : rows) {
+  for (const Row& row : rows) {
     SCOPED_TRACE(testing::Message() << row.width << "x" << row.height);
-    EXPECT_EQ(
-        DJpegCmd(JpegRecord(row.width, row.height, row.box), "/v/a", "/v/d")
-            .GetConvertBytes(),
-        row.bytes);
+    EXPECT_EQ(DJpegCmd(JpegRecord(row.width, row.height, row.box), "/v/a", "/v/d").GetConvertBytes(), row.bytes);
   }
 }
 
 TEST(DJpegCmd, IsNotWorthKeepingWhenItsBytesAndHalfAMebibyteExceedTheSource) {
-  OpenInfo info = JpegRecord(4032, 3024, {120, 120}); // 571590 bytes
+  OpenInfo info = JpegRecord(4032, 3024, {120, 120});  // 571590 bytes
   info.stat_.st_size = 571590 + 524288;
   EXPECT_FALSE(DJpegCmd(info, "/v/a", "/v/d").IsNeedDelete());
   info.stat_.st_size -= 1;
@@ -128,8 +96,7 @@ TEST(DJpegCmd, IsNotWorthKeepingWhenItsBytesAndHalfAMebibyteExceedTheSource) {
 }
 
 TEST(DJpegCmd, WritesStraightToTheDestinationWhenNothingIsToBeTurned) {
-  for (const auto &[rotate, userRotate] :
-       {std::pair{0, 0}, {1, 3}, {2, 2}, {3, 5}, {0, -4}, {3, 2147483645}}) {
+  for (const auto& [rotate, userRotate] : {std::pair{0, 0}, {1, 3}, {2, 2}, {3, 5}, {0, -4}, {3, 2147483645}}) {
     SCOPED_TRACE(testing::Message() << rotate << " and " << userRotate);
     RecordingPlatform platform;
     OpenInfo info = JpegRecord(800, 600, {400, 300});
@@ -137,8 +104,7 @@ TEST(DJpegCmd, WritesStraightToTheDestinationWhenNothingIsToBeTurned) {
     info.userRotate_ = userRotate;
     OpenDJpeg command(info, "/v/a.jpg", "/v/d.jpg");
     EXPECT_TRUE(command.exec());
-    EXPECT_EQ(platform.calls,
-              (Calls{DJpegRun(command.scaleString_, "/v/d.jpg", "/v/a.jpg")}));
+    EXPECT_EQ(platform.calls, (Calls{DJpegRun(command.scaleString_, "/v/d.jpg", "/v/a.jpg")}));
   }
 }
 
@@ -147,15 +113,12 @@ TEST(DJpegCmd, LetsConvertTurnAndMirrorWhatItWroteToATemporaryFile) {
     int rotate, userRotate;
     bool flop;
   };
-  for (const Row &row : {Row{1, 0, false}, Row{0, 3, false}, Row{0, 0, true},
-                         Row{2, 3, true}, Row{0, -1, false}}) {
-    SCOPED_TRACE(testing::Message()
-                 << row.rotate << " " << row.userRotate << " " << row.flop);
+  for (const Row& row : {Row{1, 0, false}, Row{0, 3, false}, Row{0, 0, true}, Row{2, 3, true}, Row{0, -1, false}}) {
+    SCOPED_TRACE(testing::Message() << row.rotate << " " << row.userRotate << " " << row.flop);
     const TempDir folder;
     const std::string dest = folder / "d.jpg", temporary = dest + "_1700000000";
     RecordingPlatform platform;
-    platform.run = [&](const std::string &path,
-                       const std::vector<std::string> &) {
+    platform.run = [&](const std::string& path, const std::vector<std::string>&) {
       WriteFile(path == "/usr/bin/djpeg" ? temporary : dest, "");
       return 0;
     };
@@ -168,12 +131,9 @@ TEST(DJpegCmd, LetsConvertTurnAndMirrorWhatItWroteToATemporaryFile) {
     OpenDJpeg command(info, "/v/a.jpg", dest);
     EXPECT_TRUE(command.exec());
     PlatformCall convert =
-        ConvertRun(temporary, "400x400", std::to_string(row.rotate * 90),
-                   std::to_string(row.userRotate * 90), dest);
-    if (row.flop)
-      convert.insert(convert.end() - 3, "-flop");
-    EXPECT_EQ(platform.calls,
-              (Calls{DJpegRun("1/2", temporary, "/v/a.jpg"), convert}));
+        ConvertRun(temporary, "400x400", std::to_string(row.rotate * 90), std::to_string(row.userRotate * 90), dest);
+    if (row.flop) convert.insert(convert.end() - 3, "-flop");
+    EXPECT_EQ(platform.calls, (Calls{DJpegRun("1/2", temporary, "/v/a.jpg"), convert}));
     EXPECT_EQ(Names(folder.Path()), (std::vector<std::string>{"d.jpg"}));
   }
 }
@@ -181,8 +141,7 @@ TEST(DJpegCmd, LetsConvertTurnAndMirrorWhatItWroteToATemporaryFile) {
 TEST(DJpegCmd, LeavesDJpegsPartialOutputWhenDJpegFails) {
   const TempDir folder;
   RecordingPlatform platform;
-  platform.run = [&](const std::string &,
-                     const std::vector<std::string> &argv) {
+  platform.run = [&](const std::string&, const std::vector<std::string>& argv) {
     WriteFile(argv[9], "partial");
     return 1;
   };
@@ -198,8 +157,7 @@ TEST(DJpegCmd, LeavesDJpegsPartialOutputWhenDJpegFails) {
 TEST(DJpegCmd, LeavesNothingWhenConvertFails) {
   const TempDir folder;
   RecordingPlatform platform;
-  platform.run = [&](const std::string &path,
-                     const std::vector<std::string> &argv) {
+  platform.run = [&](const std::string& path, const std::vector<std::string>& argv) {
     WriteFile(path == "/usr/bin/djpeg" ? argv[9] : argv.back(), "partial");
     return path == "/usr/bin/djpeg" ? 0 : 1;
   };
@@ -215,8 +173,7 @@ TEST(DJpegCmd, SharesItsTemporaryNameWithAnotherOfTheSameSecond) {
   libc.time = [] { return time_t{7}; };
   OpenInfo info = JpegRecord(800, 600, {400, 300});
   info.rotate_ = 1;
-  const OpenDJpeg a(info, "/v/a.jpg", "/v/d.jpg"),
-      b(info, "/v/b.jpg", "/v/d.jpg");
+  const OpenDJpeg a(info, "/v/a.jpg", "/v/d.jpg"), b(info, "/v/b.jpg", "/v/d.jpg");
   EXPECT_EQ(a.tmpPath_, "/v/d.jpg_7");
   EXPECT_EQ(b.tmpPath_, "/v/d.jpg_7");
 }
@@ -225,5 +182,5 @@ TEST(DJpegCmd, BacksOffAtThreeQuarters) {
   EXPECT_EQ(DJpegCmd::TOO_SMALL_RATIO, 0.75);
 }
 
-} // namespace
-} // namespace tavithumb::test
+}  // namespace
+}  // namespace tavithumb::test

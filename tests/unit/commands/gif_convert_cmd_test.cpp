@@ -18,9 +18,8 @@ struct OpenGif : OpenCommand<GIFConvertCmd> {
 
 constexpr char temporary[] = "/var/tmp/convert_thumbnail__1700000000cat.gif";
 
-PlatformCall FirstPass(const std::string &to = temporary) {
-  return {"TLIBCExecv",        "/usr/bin/convert", "1", "/usr/bin/convert",
-          "/vol/pics/cat.gif", "-coalesce",        to};
+PlatformCall FirstPass(const std::string& to = temporary) {
+  return {"TLIBCExecv", "/usr/bin/convert", "1", "/usr/bin/convert", "/vol/pics/cat.gif", "-coalesce", to};
 }
 
 OpenInfo GifRecord() {
@@ -31,11 +30,10 @@ OpenInfo GifRecord() {
 }
 
 class GIFConvert : public testing::Test {
-protected:
+ protected:
   GIFConvert() {
     libc.time = [] { return time_t{1700000000}; };
-    platform.run = [this](const std::string &,
-                          const std::vector<std::string> &argv) {
+    platform.run = [this](const std::string&, const std::vector<std::string>& argv) {
       const bool first = argv[2] == "-coalesce";
       WriteFile(argv.back(), "GIF");
       return first ? firstResult : secondResult;
@@ -54,30 +52,26 @@ TEST_F(GIFConvert, RunsItsFirstPassInTheConstructorAndItsSecondInExec) {
   OpenInfo info = GifRecord();
   info.rotate_ = 1;
   info.userRotate_ = -1;
-  info.flop_ = true;     // ignored
-  info.cropMode_ = true; // ignored
+  info.flop_ = true;      // ignored
+  info.cropMode_ = true;  // ignored
   OpenGif command(info, "/vol/pics/cat.gif", folder / "d.gif");
   EXPECT_EQ(platform.calls, (Calls{FirstPass()}));
   EXPECT_EQ(command.coalesceTmpPath_, temporary);
   EXPECT_TRUE(command.args_.empty());
   EXPECT_TRUE(Exists(temporary));
   EXPECT_TRUE(command.exec());
-  EXPECT_EQ(platform.calls,
-            (Calls{FirstPass(),
-                   {"TLIBCExecv", "/usr/bin/convert", "1", "/usr/bin/convert",
-                    "-strip", "-colorspace", "sRGB", "-thumbnail", "120x100",
-                    "-rotate", "90", "-layers", "optimize", temporary,
-                    "-rotate", "-90", folder / "d.gif"}}));
+  EXPECT_EQ(platform.calls, (Calls{FirstPass(),
+                                   {"TLIBCExecv", "/usr/bin/convert", "1", "/usr/bin/convert", "-strip", "-colorspace",
+                                    "sRGB", "-thumbnail", "120x100", "-rotate", "90", "-layers", "optimize", temporary,
+                                    "-rotate", "-90", folder / "d.gif"}}));
   EXPECT_FALSE(Exists(temporary));
   EXPECT_EQ(Names(folder.Path()), (std::vector<std::string>{"d.gif"}));
 }
 
 TEST_F(GIFConvert, NeverRunsTheAddOnsBuild) {
-  libc.access = [](const char *, int) { return 0; };
-  EXPECT_TRUE(
-      OpenGif(GifRecord(), "/vol/pics/cat.gif", folder / "d.gif").exec());
-  for (const PlatformCall &call : platform.calls)
-    EXPECT_EQ(call[1], "/usr/bin/convert");
+  libc.access = [](const char*, int) { return 0; };
+  EXPECT_TRUE(OpenGif(GifRecord(), "/vol/pics/cat.gif", folder / "d.gif").exec());
+  for (const PlatformCall& call : platform.calls) EXPECT_EQ(call[1], "/usr/bin/convert");
 }
 
 TEST_F(GIFConvert, RunsNothingMoreAfterAFailedFirstPass) {
@@ -90,8 +84,7 @@ TEST_F(GIFConvert, RunsNothingMoreAfterAFailedFirstPass) {
   EXPECT_EQ(Names(folder.Path()), std::vector<std::string>{});
 }
 
-TEST_F(GIFConvert,
-       LeavesTheCoalescedFileAndNoDestinationAfterAFailedSecondPass) {
+TEST_F(GIFConvert, LeavesTheCoalescedFileAndNoDestinationAfterAFailedSecondPass) {
   secondResult = 1;
   {
     OpenGif command(GifRecord(), "/vol/pics/cat.gif", folder / "d.gif");
@@ -101,10 +94,8 @@ TEST_F(GIFConvert,
   EXPECT_EQ(Names(folder.Path()), std::vector<std::string>{});
 }
 
-TEST_F(GIFConvert,
-       SharesItsTemporaryNameWithAnotherOfTheSameSecondAndFileName) {
-  const OpenGif a(GifRecord(), "/one/cat.gif", folder / "a.gif"),
-      b(GifRecord(), "/two/cat.gif", folder / "b.gif");
+TEST_F(GIFConvert, SharesItsTemporaryNameWithAnotherOfTheSameSecondAndFileName) {
+  const OpenGif a(GifRecord(), "/one/cat.gif", folder / "a.gif"), b(GifRecord(), "/two/cat.gif", folder / "b.gif");
   EXPECT_EQ(a.coalesceTmpPath_, temporary);
   EXPECT_EQ(b.coalesceTmpPath_, temporary);
 }
@@ -114,5 +105,5 @@ TEST_F(GIFConvert, EndsTheTemporaryNameWithAPathThatHasNoFolder) {
   EXPECT_EQ(command.coalesceTmpPath_, temporary);
 }
 
-} // namespace
-} // namespace tavithumb::test
+}  // namespace
+}  // namespace tavithumb::test

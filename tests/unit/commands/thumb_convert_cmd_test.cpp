@@ -18,12 +18,9 @@ TEST(ThumbConvertCmd, NamesTheToolsByTheirPinnedPaths) {
 }
 
 template <typename Command>
-constexpr bool isPlainCommand =
-    std::is_base_of_v<ThumbConvertCmd, Command> &&
-    !std::is_abstract_v<Command> && !std::is_copy_constructible_v<Command> &&
-    !std::is_copy_assignable_v<Command> &&
-    !std::is_move_constructible_v<Command> &&
-    !std::has_virtual_destructor_v<Command>;
+constexpr bool isPlainCommand = std::is_base_of_v<ThumbConvertCmd, Command> && !std::is_abstract_v<Command> &&
+                                !std::is_copy_constructible_v<Command> && !std::is_copy_assignable_v<Command> &&
+                                !std::is_move_constructible_v<Command> && !std::has_virtual_destructor_v<Command>;
 
 TEST(ThumbConvertCmd, IsAnAbstractBaseOfCommandsThatCannotBeCopied) {
   EXPECT_TRUE(std::is_abstract_v<ThumbConvertCmd>);
@@ -50,9 +47,8 @@ TEST(ThumbConvertCmd, BeginsItsVectorWithAToolAndEndsItWithANullPointer) {
   EXPECT_EQ(jpegtran.args_.front(), ThumbConvertCmd::kJpegtran);
   EXPECT_EQ(dcraw.args_.front(), ThumbConvertCmd::kDcraw);
   EXPECT_EQ(gif.args_.front(), ThumbConvertCmd::kConvert);
-  for (const std::vector<const char *> *args :
-       {&std::as_const(djpeg.args_), &convert.args_, &jpegtran.args_,
-        &dcraw.args_, &std::as_const(gif.args_)}) {
+  for (const std::vector<const char*>* args :
+       {&std::as_const(djpeg.args_), &convert.args_, &jpegtran.args_, &dcraw.args_, &std::as_const(gif.args_)}) {
     EXPECT_EQ(args->back(), nullptr);
   }
 }
@@ -65,11 +61,10 @@ TEST(ThumbConvertCmd, KeepsTheValuesItWasMadeWith) {
   info.rotate_ = 3;
   EXPECT_TRUE(command.exec());
   EXPECT_EQ(platform.Calls("TLIBCExecv"),
-            (std::vector<PlatformCall>{
-                {"TLIBCExecv", "/usr/bin/convert", "1", "/usr/bin/convert",
-                 "-strip", "-colorspace", "sRGB", "/v/a.tif[0]", "-thumbnail",
-                 "640x640", "-rotate", "0", "-rotate", "0", "/v/d.jpg"}}));
+            (std::vector<PlatformCall>{{"TLIBCExecv", "/usr/bin/convert", "1", "/usr/bin/convert", "-strip",
+                                        "-colorspace", "sRGB", "/v/a.tif[0]", "-thumbnail", "640x640", "-rotate", "0",
+                                        "-rotate", "0", "/v/d.jpg"}}));
 }
 
-} // namespace
-} // namespace tavithumb::test
+}  // namespace
+}  // namespace tavithumb::test

@@ -10,21 +10,18 @@ namespace {
 
 // Sources with real facts, and tools that fail unless `toolsWork`.
 class Driver : public JobTest {
-protected:
+ protected:
   Driver() {
     libc.geteuid = [] { return uid_t{0}; };
     libc.getegid = [] { return gid_t{0}; };
-    libc.chown = [](const char *, uid_t, gid_t) { return 0; };
-    platform.run = [this](const std::string &,
-                          const std::vector<std::string> &argv) {
-      if (!toolsWork)
-        return 1;
+    libc.chown = [](const char*, uid_t, gid_t) { return 0; };
+    platform.run = [this](const std::string&, const std::vector<std::string>& argv) {
+      if (!toolsWork) return 1;
       WriteFile(argv[0] == "/usr/bin/djpeg" ? argv[9] : argv.back(), "made");
       return 0;
     };
   }
-  std::string Png(const std::string &name = "a.png", int width = 1300,
-                  int height = 1300) const {
+  std::string Png(const std::string& name = "a.png", int width = 1300, int height = 1300) const {
     MakePng(folder / name, width, height);
     SetTimes(folder / name, 900, 1000);
     return folder / name;
@@ -32,8 +29,7 @@ protected:
   // The names of the EA entries that were looked up, in order.
   Listing LookedUp() const {
     Listing names;
-    for (const PlatformCall &call : platform.Calls("TAVIEAPath"))
-      names.push_back(call[3]);
+    for (const PlatformCall& call : platform.Calls("TAVIEAPath")) names.push_back(call[3]);
     return names;
   }
 
@@ -42,45 +38,31 @@ protected:
 
 TEST_F(Driver, LooksInTheSlotsThatTheOptionsNameInAFixedOrder) {
   struct Row {
-    const char *source;
+    const char* source;
     int options;
     Listing lookedUp;
   };
   const std::string png = Png(), video = Source("clip.mp4");
   const Row rows[] = {
       {"image", 0, {"TAVIFILE_THUMB_S.png", "TAVIFILETMP_THUMB.png"}},
-      {"image",
-       1,
-       {"TAVIPHOTO_THUMB_S.png", "TAVIPHOTO:THUMB_S.png",
-        "TAVIFILE_THUMB_S.png", "TAVIFILETMP_THUMB.png"}},
-      {"image",
-       2,
-       {"TAVIFILE_THUMB_S.png", "TAVIFILE_THUMB_S.png",
-        "TAVIFILETMP_THUMB.png"}},
+      {"image", 1, {"TAVIPHOTO_THUMB_S.png", "TAVIPHOTO:THUMB_S.png", "TAVIFILE_THUMB_S.png", "TAVIFILETMP_THUMB.png"}},
+      {"image", 2, {"TAVIFILE_THUMB_S.png", "TAVIFILE_THUMB_S.png", "TAVIFILETMP_THUMB.png"}},
       {"image",
        3,
-       {"TAVIPHOTO_THUMB_S.png", "TAVIPHOTO:THUMB_S.png",
-        "TAVIFILE_THUMB_S.png", "TAVIFILE_THUMB_S.png",
+       {"TAVIPHOTO_THUMB_S.png", "TAVIPHOTO:THUMB_S.png", "TAVIFILE_THUMB_S.png", "TAVIFILE_THUMB_S.png",
         "TAVIFILETMP_THUMB.png"}},
       {"image", 4, {"TAVIFILE_THUMB_S.png"}},
-      {"image",
-       0x23,
-       {"TAVIAVATAR_120x120.png", "TAVIFILE_THUMB_S.png",
-        "TAVIFILETMP_THUMB.png"}},
+      {"image", 0x23, {"TAVIAVATAR_120x120.png", "TAVIFILE_THUMB_S.png", "TAVIFILETMP_THUMB.png"}},
       {"video", 0, {"TAVIVIDEO_VIDEO_SCREENSHOT.jpg"}},
       {"video",
        3,
-       {"TAVIPHOTO_THUMB_S.jpg", "TAVIPHOTO:THUMB_S.jpg",
-        "TAVIFILE_THUMB_S.jpg", "TAVIVIDEO_VIDEO_SCREENSHOT.jpg"}},
-      {"video",
-       0x20,
-       {"TAVIVIDEO_VIDEO_SCREENSHOT.jpg", "TAVIAVATAR_120x120.jpg"}},
+       {"TAVIPHOTO_THUMB_S.jpg", "TAVIPHOTO:THUMB_S.jpg", "TAVIFILE_THUMB_S.jpg", "TAVIVIDEO_VIDEO_SCREENSHOT.jpg"}},
+      {"video", 0x20, {"TAVIVIDEO_VIDEO_SCREENSHOT.jpg", "TAVIAVATAR_120x120.jpg"}},
   };
-  for (const Row &row : rows) {
+  for (const Row& row : rows) {
     SCOPED_TRACE(testing::Message() << row.source << " " << row.options);
     platform.calls.clear();
-    OpenThumb job(row.source == std::string("image") ? png : video, row.options,
-                  false);
+    OpenThumb job(row.source == std::string("image") ? png : video, row.options, false);
     EXPECT_EQ(job.CalcOutputFile("small"), "");
     EXPECT_EQ(LookedUp(), row.lookedUp);
     EXPECT_EQ(job.GetOutputType(), "");
@@ -89,9 +71,8 @@ TEST_F(Driver, LooksInTheSlotsThatTheOptionsNameInAFixedOrder) {
 
 TEST_F(Driver, StopsAtTheFirstSlotThatHasAnUpToDateEntry) {
   const std::string png = Png();
-  const char *const order[] = {"TAVIPHOTO_THUMB_S.png", "TAVIPHOTO:THUMB_S.png",
-                               "TAVIFILE_THUMB_S.png"};
-  const char *const types[] = {"Albumex", "Albumex", "Brovix"};
+  const char* const order[] = {"TAVIPHOTO_THUMB_S.png", "TAVIPHOTO:THUMB_S.png", "TAVIFILE_THUMB_S.png"};
+  const char* const types[] = {"Albumex", "Albumex", "Brovix"};
   for (int i = 2; i >= 0; --i) {
     SCOPED_TRACE(order[i]);
     const std::string entry = Store(png, order[i], 1000);
@@ -107,8 +88,7 @@ TEST_F(Driver, StopsAtTheFirstSlotThatHasAnUpToDateEntry) {
 
 TEST_F(Driver, AnswersAVideoFromTheCinevoSlotAndNeverReadsOrConvertsIt) {
   const std::string video = Source("clip.mp4");
-  const std::string entry =
-      Store(video, "TAVIVIDEO_VIDEO_SCREENSHOT.jpg", 1000);
+  const std::string entry = Store(video, "TAVIVIDEO_VIDEO_SCREENSHOT.jpg", 1000);
   OpenThumb job(video, 0, false);
   EXPECT_EQ(job.CalcOutputFile("large"), entry);
   EXPECT_EQ(job.GetOutputType(), "Cinevo");
@@ -131,40 +111,35 @@ TEST_F(Driver, LooksNowhereForAnOriginalThatABrowserCannotShow) {
   OpenThumb job(folder / "a.tif", 3, false);
   job.outputFile_ = "/earlier";
   EXPECT_EQ(job.CalcOutputFile(),
-            ""); // the request of a fresh job is the original
+            "");  // the request of a fresh job is the original
   EXPECT_EQ(job.GetOutputFile(), "/earlier");
   EXPECT_EQ(job.CalcOutputFile("original"),
-            "/earlier"); // what an earlier step left is handed out
+            "/earlier");  // what an earlier step left is handed out
   EXPECT_EQ(platform.calls, Calls{});
 }
 
 TEST_F(Driver, TriesTheSmallerSizesAfterAnOriginalThatABrowserCannotShow) {
   MakeTiff(folder / "a.tif", 200, 150);
   SetTimes(folder / "a.tif", 900, 1000);
-  const std::string entry =
-      Store(folder / "a.tif", "TAVIFILE_THUMB_B.jpg", 1000);
+  const std::string entry = Store(folder / "a.tif", "TAVIFILE_THUMB_B.jpg", 1000);
   OpenThumb job(folder / "a.tif", 2 | 4 | 0x40, false);
   EXPECT_EQ(job.CalcOutputFile("original"), entry);
   EXPECT_EQ(job.info_.GetSize(), "big");
-  EXPECT_EQ(LookedUp(),
-            (Listing{"TAVIFILE_THUMB_XL.jpg", "TAVIFILE_THUMB_XL.jpg", // xlarge
-                     "TAVIFILE_THUMB_XL.jpg", "TAVIFILE_THUMB_XL.jpg", // large
-                     "TAVIFILE_THUMB_B.jpg"}));
+  EXPECT_EQ(LookedUp(), (Listing{"TAVIFILE_THUMB_XL.jpg", "TAVIFILE_THUMB_XL.jpg",  // xlarge
+                                 "TAVIFILE_THUMB_XL.jpg", "TAVIFILE_THUMB_XL.jpg",  // large
+                                 "TAVIFILE_THUMB_B.jpg"}));
 }
 
 TEST_F(Driver, FallsBackToTheSmallerSizesInTheirOrder) {
   const std::string png = Png();
   OpenThumb job(png, 2 | 4 | 0x40, false);
   EXPECT_EQ(job.CalcOutputFile("big"), "");
-  EXPECT_EQ(LookedUp(),
-            (Listing{"TAVIFILE_THUMB_B.png", "TAVIFILE_THUMB_B.png",
-                     "TAVIFILE_THUMB_M.png", "TAVIFILE_THUMB_M.png",
-                     "TAVIFILE_THUMB_S.png", "TAVIFILE_THUMB_S.png"}));
+  EXPECT_EQ(LookedUp(), (Listing{"TAVIFILE_THUMB_B.png", "TAVIFILE_THUMB_B.png", "TAVIFILE_THUMB_M.png",
+                                 "TAVIFILE_THUMB_M.png", "TAVIFILE_THUMB_S.png", "TAVIFILE_THUMB_S.png"}));
   const std::string entry = Store(png, "TAVIFILE_THUMB_M.png", 1000);
   platform.calls.clear();
   EXPECT_EQ(job.CalcOutputFile("big"), entry);
-  EXPECT_EQ(LookedUp(), (Listing{"TAVIFILE_THUMB_B.png", "TAVIFILE_THUMB_B.png",
-                                 "TAVIFILE_THUMB_M.png"}));
+  EXPECT_EQ(LookedUp(), (Listing{"TAVIFILE_THUMB_B.png", "TAVIFILE_THUMB_B.png", "TAVIFILE_THUMB_M.png"}));
 }
 
 TEST_F(Driver, KnowsNoOtherSizeNames) {
@@ -197,7 +172,7 @@ TEST_F(Driver, HandsOutTheSourceWhenAnEarlierRequestHadSettledOnIt) {
   OpenThumb job(png, 2 | 4, false);
   EXPECT_EQ(job.CalcOutputFile("original"), png);
   EXPECT_EQ(job.CalcOutputFile("small"),
-            png); // the type is kept between requests
+            png);  // the type is kept between requests
   EXPECT_EQ(job.GetOutputType(), "Original");
 }
 
@@ -234,24 +209,21 @@ TEST_F(Driver, GoesOnWithoutFactsOfAnUnknownType) {
   WriteFile(folder / "text.jpg", std::string(100, 'x'));
   OpenThumb job(folder / "text.jpg", 3, false);
   EXPECT_EQ(job.CalcOutputFile("small"), "");
-  EXPECT_EQ(LookedUp(),
-            (Listing{"TAVIPHOTO_THUMB_S.jpg", "TAVIPHOTO:THUMB_S.jpg",
-                     "TAVIFILE_THUMB_S.jpg", "TAVIFILETMP_THUMB.jpg",
-                     "TAVIFILETMP_THUMB.jpg"}));
+  EXPECT_EQ(LookedUp(), (Listing{"TAVIPHOTO_THUMB_S.jpg", "TAVIPHOTO:THUMB_S.jpg", "TAVIFILE_THUMB_S.jpg",
+                                 "TAVIFILETMP_THUMB.jpg", "TAVIFILETMP_THUMB.jpg"}));
 }
 
 TEST_F(Driver, ThrowsOnASourceThatIsDamagedOrGone) {
   WriteFile(folder / "short.jpg", "");
-  OpenThumb damaged(folder / "short.jpg", 3, false),
-      gone(Source("gone.jpg"), 3, false);
+  OpenThumb damaged(folder / "short.jpg", 3, false), gone(Source("gone.jpg"), 3, false);
   RealUnlink((folder / "gone.jpg").c_str());
-  const std::pair<OpenThumb *, int> rows[] = {{&damaged, 601}, {&gone, 603}};
-  for (const auto &[job, code] : rows) {
+  const std::pair<OpenThumb*, int> rows[] = {{&damaged, 601}, {&gone, 603}};
+  for (const auto& [job, code] : rows) {
     SCOPED_TRACE(code);
     try {
       job->CalcOutputFile("small");
       FAIL();
-    } catch (const Error &error) {
+    } catch (const Error& error) {
       EXPECT_EQ(error.Code(), code);
     }
   }
@@ -261,8 +233,7 @@ TEST_F(Driver, ThrowsOnASourceThatIsDamagedOrGone) {
 TEST_F(Driver, LetsAnOrientationThatIsNoNumberPass) {
   MakeJpeg(folder / "odd.jpg", 200, 150);
   SetExif(folder / "odd.jpg", {{"Exif.Image.Orientation", "odd"}});
-  EXPECT_THROW(OpenThumb(folder / "odd.jpg", 2, false).CalcOutputFile("small"),
-               std::invalid_argument);
+  EXPECT_THROW(OpenThumb(folder / "odd.jpg", 2, false).CalcOutputFile("small"), std::invalid_argument);
 }
 
 TEST_F(Driver, ReadsTheFactsAnewForEachRequest) {
@@ -276,13 +247,11 @@ TEST_F(Driver, ReadsTheFactsAnewForEachRequest) {
 }
 
 class Batch : public Driver {
-protected:
-  Log Internal(int line) const {
-    return {Logged(line, "Convert", "Unknown Internal Error")};
-  }
+ protected:
+  Log Internal(int line) const { return {Logged(line, "Convert", "Unknown Internal Error")}; }
 
   // The sizes of the destinations that were made, by their EA names.
-  Listing Made(const std::string &source) const { return Entries(source); }
+  Listing Made(const std::string& source) const { return Entries(source); }
 };
 
 TEST_F(Batch, LogsAnUnknownNameAndGoesOn) {
@@ -290,12 +259,9 @@ TEST_F(Batch, LogsAnUnknownNameAndGoesOn) {
   const std::string source = Source("a.jpg");
   OpenThumb job(source, 0, false);
   SetFacts(&job, 4000, 3000, "image/png");
-  EXPECT_EQ(job.Convert({std::string("small"), std::string("huge"),
-                         std::string("big")}),
-            2);
+  EXPECT_EQ(job.Convert({std::string("small"), std::string("huge"), std::string("big")}), 2);
   EXPECT_EQ(log.lines, Internal(95));
-  EXPECT_EQ(Made(source),
-            (Listing{"TAVIFILE_THUMB_B.png", "TAVIFILE_THUMB_S.png"}));
+  EXPECT_EQ(Made(source), (Listing{"TAVIFILE_THUMB_B.png", "TAVIFILE_THUMB_S.png"}));
   EXPECT_EQ(job.info_.GetSize(), "big");
   EXPECT_EQ(job.info_.GetDimension(), (ThumbDimension{640, 640}));
 }
@@ -311,9 +277,7 @@ TEST_F(Batch, CountsSizesThatFailOrDeclineAsNone) {
   OpenThumb job(Source("a.jpg"), 0, false);
   SetFacts(&job, 300, 200, "image/png");
   toolsWork = true;
-  EXPECT_EQ(job.Convert({std::string("small"), std::string("medium"),
-                         std::string("big")}),
-            1);
+  EXPECT_EQ(job.Convert({std::string("small"), std::string("medium"), std::string("big")}), 1);
   toolsWork = false;
   EXPECT_EQ(job.Convert({std::string("small")}), 0);
   EXPECT_EQ(log.lines, Log{});
@@ -325,8 +289,7 @@ TEST_F(Batch, MakesBoxesUnderTheNameForCustomSizes) {
   OpenThumb job(source, 0, false);
   SetFacts(&job, 4000, 3000, "image/png");
   EXPECT_EQ(job.Convert({ThumbDimension{300, 200}, ThumbDimension{50, 60}}), 2);
-  EXPECT_EQ(Made(source), (Listing{"TAVIFILE_THUMB_300x200.png",
-                                   "TAVIFILE_THUMB_50x60.png"}));
+  EXPECT_EQ(Made(source), (Listing{"TAVIFILE_THUMB_300x200.png", "TAVIFILE_THUMB_50x60.png"}));
   EXPECT_EQ(job.info_.GetSize(), "__CUSTOM_SIZE__");
   EXPECT_EQ(job.info_.GetDimension(), (ThumbDimension{50, 60}));
 }
@@ -338,10 +301,8 @@ TEST_F(Batch, LogsAnExceptionOfABoxAndGoesOn) {
   SetFacts(&job, 4000, 3000, "image/png");
   const auto run = platform.run;
   int runs = 0;
-  platform.run = [&](const std::string &path,
-                     const std::vector<std::string> &argv) {
-    if (++runs == 1)
-      throw std::runtime_error("out of luck");
+  platform.run = [&](const std::string& path, const std::vector<std::string>& argv) {
+    if (++runs == 1) throw std::runtime_error("out of luck");
     return run(path, argv);
   };
   EXPECT_EQ(job.Convert({ThumbDimension{300, 200}, ThumbDimension{50, 60}}), 1);
@@ -364,17 +325,14 @@ TEST_F(Batch, OfAllMakesTheFiveReducedSizesSmallestFirst) {
   SetFacts(&job, 4000, 3000, "image/png");
   Listing boxes;
   const auto run = platform.run;
-  platform.run = [&](const std::string &path,
-                     const std::vector<std::string> &argv) {
+  platform.run = [&](const std::string& path, const std::vector<std::string>& argv) {
     boxes.push_back(argv[6]);
     return run(path, argv);
   };
   EXPECT_TRUE(job.ConvertAll());
-  EXPECT_EQ(boxes, (Listing{"120x120", "360x360", "640x640", "1280x1280",
-                            "1280x1280"}));
+  EXPECT_EQ(boxes, (Listing{"120x120", "360x360", "640x640", "1280x1280", "1280x1280"}));
   EXPECT_EQ(Made(source),
-            (Listing{"TAVIFILE_THUMB_B.png", "TAVIFILE_THUMB_M.png",
-                     "TAVIFILE_THUMB_S.png", "TAVIFILE_THUMB_XL.png"}));
+            (Listing{"TAVIFILE_THUMB_B.png", "TAVIFILE_THUMB_M.png", "TAVIFILE_THUMB_S.png", "TAVIFILE_THUMB_XL.png"}));
   EXPECT_EQ(job.info_.GetSize(), "xlarge");
 }
 
@@ -383,10 +341,8 @@ TEST_F(Batch, OfAllSucceedsWithOneSizeAndFailsWithNone) {
   SetFacts(&job, 4000, 3000, "image/png");
   EXPECT_FALSE(job.ConvertAll());
   int runs = 0;
-  platform.run = [&](const std::string &,
-                     const std::vector<std::string> &argv) {
-    if (++runs != 4)
-      return 1;
+  platform.run = [&](const std::string&, const std::vector<std::string>& argv) {
+    if (++runs != 4) return 1;
     WriteFile(argv.back(), "made");
     return 0;
   };
@@ -397,12 +353,12 @@ TEST_F(Batch, ReadsNoFacts) {
   toolsWork = true;
   const std::string png = Png();
   OpenThumb job(png, 0, false);
-  EXPECT_FALSE(job.ConvertAll()); // without facts nothing but a raw preview
-                                  // could be made
+  EXPECT_FALSE(job.ConvertAll());  // without facts nothing but a raw preview
+                                   // could be made
   EXPECT_EQ(job.info_.GetMimeType(), "");
   EXPECT_FALSE(job.info_.IsGood());
   EXPECT_EQ(platform.Calls("TLIBCExecv"), Calls{});
 }
 
-} // namespace
-} // namespace tavithumb::test
+}  // namespace
+}  // namespace tavithumb::test

@@ -11,13 +11,12 @@
 namespace tavithumb::test {
 namespace {
 
-constexpr char cachingLine[] =
-    "Cache-Control: max-age=300, must-revalidate\r\n";
+constexpr char cachingLine[] = "Cache-Control: max-age=300, must-revalidate\r\n";
 
 // Standard output goes to a file while this lives.
 class CapturedOutput {
-public:
-  explicit CapturedOutput(const std::string &path) : path_(path) {
+ public:
+  explicit CapturedOutput(const std::string& path) : path_(path) {
     std::fflush(stdout);
     saved_ = dup(STDOUT_FILENO);
     const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
@@ -29,32 +28,32 @@ public:
     dup2(saved_, STDOUT_FILENO);
     close(saved_);
   }
-  CapturedOutput(const CapturedOutput &) = delete;
-  CapturedOutput &operator=(const CapturedOutput &) = delete;
+  CapturedOutput(const CapturedOutput&) = delete;
+  CapturedOutput& operator=(const CapturedOutput&) = delete;
 
   std::string Text() const {
     std::fflush(stdout);
     return ReadFile(path_);
   }
 
-private:
+ private:
   std::string path_;
   int saved_;
 };
 
 class Delivery : public JobTest {
-protected:
+ protected:
   Delivery() : source(Source("a.jpg")), job(source, 0, false) {
     platform.onOutput = [this] { writtenBefore = ReadAll(); };
   }
   ~Delivery() override {
-    for (std::FILE *stream : platform.opened)
-      std::fclose(stream);
+    for (std::FILE* stream : platform.opened) std::fclose(stream);
   }
 
   // Runs a delivery with standard output caught; keeps what was written in all,
   // and before the outputer was called.
-  template <typename Work> bool Deliver(const Work &work) {
+  template <typename Work>
+  bool Deliver(const Work& work) {
     const CapturedOutput output(folder / "output");
     writtenBefore = "outputer not called";
     const bool result = work();
@@ -65,8 +64,7 @@ protected:
     std::fflush(stdout);
     return ReadFile(folder / "output");
   }
-  static PlatformCall ByPath(const std::string &path,
-                             const std::string &mimeType) {
+  static PlatformCall ByPath(const std::string& path, const std::string& mimeType) {
     return {"HTTPFileOutputer::Output(path)", path, mimeType};
   }
 
@@ -92,24 +90,21 @@ TEST_F(Delivery, FailsWhenTheOutputerFails) {
 }
 
 TEST_F(Delivery, TurnsAnAlbumexThumbnailByTheUsersRotationOnTheWay) {
-  const std::pair<int, const char *> rows[] = {
-      {1, "90"}, {2, "180"}, {3, "270"}, {5, "90"}, {-1, "-90"}};
-  for (const auto &[turns, degrees] : rows) {
+  const std::pair<int, const char*> rows[] = {{1, "90"}, {2, "180"}, {3, "270"}, {5, "90"}, {-1, "-90"}};
+  for (const auto& [turns, degrees] : rows) {
     SCOPED_TRACE(turns);
     platform.calls.clear();
     job.type_ = 1;
     job.outputFile_ = "/ea/albumex.jpg";
-    job.Info().rotate_ = 2; // the thumbnail is stored upright: not turned again
+    job.Info().rotate_ = 2;  // the thumbnail is stored upright: not turned again
     job.Rotate(turns);
     EXPECT_TRUE(Deliver([&] { return job.HttpOutputFile("image/jpeg"); }));
     EXPECT_EQ(written, cachingLine);
     EXPECT_EQ(writtenBefore, cachingLine);
-    EXPECT_EQ(platform.calls, (Calls{{"TLIBCPopenv", "/usr/bin/jpegtran", "r",
-                                      "/usr/bin/jpegtran", "-trim", "-rotate",
+    EXPECT_EQ(platform.calls, (Calls{{"TLIBCPopenv", "/usr/bin/jpegtran", "r", "/usr/bin/jpegtran", "-trim", "-rotate",
                                       degrees, "/ea/albumex.jpg"},
-                                     {"HTTPFileOutputer::Output(stream)",
-                                      "open", "albumex.jpg", "image/jpeg"}}));
-    EXPECT_EQ(platform.closed, std::vector<std::FILE *>{}); // by design
+                                     {"HTTPFileOutputer::Output(stream)", "open", "albumex.jpg", "image/jpeg"}}));
+    EXPECT_EQ(platform.closed, std::vector<std::FILE*>{});  // by design
   }
 }
 
@@ -145,17 +140,14 @@ TEST_F(Delivery, FailsWhenTheTurningCannotBeStartedOrDelivered) {
   EXPECT_FALSE(Deliver([&] { return job.HttpOutputFile("image/jpeg"); }));
   platform.outputResult = 0;
   platform.calls.clear();
-  platform.open = [](const std::string &,
-                     const std::vector<std::string> &) -> std::FILE * {
-    return nullptr;
-  };
+  platform.open = [](const std::string&, const std::vector<std::string>&) -> std::FILE* { return nullptr; };
   EXPECT_FALSE(Deliver([&] { return job.HttpOutputFile("image/jpeg"); }));
   EXPECT_EQ(written, cachingLine);
-  EXPECT_EQ(platform.calls.size(), 1u); // nothing is handed over
+  EXPECT_EQ(platform.calls.size(), 1u);  // nothing is handed over
 }
 
 class DeliveryOfPng : public Delivery {
-protected:
+ protected:
   DeliveryOfPng() : png(folder / "a.png") {
     MakePng(png, 300, 200);
     SetTimes(png, 900, 1000);
@@ -168,8 +160,7 @@ TEST_F(DeliveryOfPng, OfANamedSizeDeliversTheAnswerWithItsType) {
   OpenThumb named(png, 2, false);
   EXPECT_TRUE(Deliver([&] { return named.Output("small"); }));
   EXPECT_EQ(written, cachingLine);
-  EXPECT_EQ(platform.Calls("HTTPFileOutputer::Output(path)"),
-            (Calls{ByPath(entry, "image/png")}));
+  EXPECT_EQ(platform.Calls("HTTPFileOutputer::Output(path)"), (Calls{ByPath(entry, "image/png")}));
   EXPECT_EQ(named.info_.GetSize(), "small");
 }
 
@@ -193,7 +184,7 @@ TEST_F(DeliveryOfPng, ThrowsOnAnUnknownSizeBeforeAnythingIsWritten) {
     try {
       named.Output("huge");
       ADD_FAILURE();
-    } catch (const std::out_of_range &error) {
+    } catch (const std::out_of_range& error) {
       EXPECT_STREQ(error.what(), "map::at");
     }
     return false;
@@ -209,8 +200,7 @@ TEST_F(DeliveryOfPng, OfABoxAsksForTheCustomSize) {
   EXPECT_TRUE(Deliver([&] { return box.Output(50, 60); }));
   EXPECT_EQ(box.info_.GetSize(), "__CUSTOM_SIZE__");
   EXPECT_EQ(box.info_.GetDimension(), (ThumbDimension{50, 60}));
-  EXPECT_EQ(platform.Calls("HTTPFileOutputer::Output(path)"),
-            (Calls{ByPath(entry, "image/png")}));
+  EXPECT_EQ(platform.Calls("HTTPFileOutputer::Output(path)"), (Calls{ByPath(entry, "image/png")}));
 }
 
 TEST_F(DeliveryOfPng, OfASideAsksForASquareBox) {
@@ -265,5 +255,5 @@ TEST_F(DeliveryOfPng, ThrowsOnADamagedSourceBeforeAnythingIsWritten) {
   EXPECT_EQ(written, "");
 }
 
-} // namespace
-} // namespace tavithumb::test
+}  // namespace
+}  // namespace tavithumb::test

@@ -5,9 +5,9 @@ namespace tavithumb::test {
 namespace {
 
 struct Mode {
-  const char *name;
+  const char* name;
   bool (Thumb::*find)();
-  const char *eaName;
+  const char* eaName;
   int type;
 };
 
@@ -20,7 +20,7 @@ const Mode modes[] = {
 };
 
 class StoredModes : public JobTest {
-protected:
+ protected:
   StoredModes() : source(Source("a.jpg")), job(source, 0, false) {
     SetRequest(&job, "big");
     SetFacts(&job, 4000, 3000);
@@ -33,7 +33,7 @@ protected:
 };
 
 TEST_F(StoredModes, AcceptAnEntryThatIsNotOlderThanTheSource) {
-  for (const Mode &mode : modes) {
+  for (const Mode& mode : modes) {
     for (const std::time_t time : {1000, 1001}) {
       SCOPED_TRACE(testing::Message() << mode.name << " at " << time);
       const std::string entry = Store(source, mode.eaName, time);
@@ -48,7 +48,7 @@ TEST_F(StoredModes, AcceptAnEntryThatIsNotOlderThanTheSource) {
 }
 
 TEST_F(StoredModes, LeaveTheOutputEmptyAndTheTypeAsItWasForAStaleEntry) {
-  for (const Mode &mode : modes) {
+  for (const Mode& mode : modes) {
     SCOPED_TRACE(mode.name);
     Store(source, mode.eaName, 999);
     job.outputFile_ = "/earlier";
@@ -60,7 +60,7 @@ TEST_F(StoredModes, LeaveTheOutputEmptyAndTheTypeAsItWasForAStaleEntry) {
 }
 
 TEST_F(StoredModes, LeaveTheOutputEmptyAndTheTypeAsItWasForAMissingEntry) {
-  for (const Mode &mode : modes) {
+  for (const Mode& mode : modes) {
     SCOPED_TRACE(mode.name);
     job.outputFile_ = "/earlier";
     EXPECT_FALSE((job.*mode.find)());
@@ -71,17 +71,15 @@ TEST_F(StoredModes, LeaveTheOutputEmptyAndTheTypeAsItWasForAMissingEntry) {
 
 TEST_F(StoredModes, TakeAnEmptyEAPathAsNoEntry) {
   platform.hasEAPath = false;
-  for (const Mode &mode : modes) {
+  for (const Mode& mode : modes) {
     SCOPED_TRACE(mode.name);
     log.lines.clear();
     job.outputFile_ = "/earlier";
     EXPECT_FALSE((job.*mode.find)());
     EXPECT_EQ(job.GetOutputFile(), "");
     EXPECT_EQ(job.type_, 3);
-    EXPECT_EQ(
-        log.lines,
-        (Log{{LOG_ERR, std::string("util:50 (GetEAPath) \"Get EA path for ") +
-                           mode.eaName + " failed\""}}));
+    EXPECT_EQ(log.lines,
+              (Log{{LOG_ERR, std::string("util:50 (GetEAPath) \"Get EA path for ") + mode.eaName + " failed\""}}));
   }
 }
 
@@ -119,5 +117,5 @@ TEST_F(StoredModes, TheSourceItselfIsNotCheckedAndChangesNoType) {
   EXPECT_EQ(platform.calls, Calls{});
 }
 
-} // namespace
-} // namespace tavithumb::test
+}  // namespace
+}  // namespace tavithumb::test

@@ -11,34 +11,25 @@ namespace {
 class ThumbOptions : public JobTest {};
 
 // The flags that the option word sets, in one line.
-std::string Flags(OpenThumb &job) {
+std::string Flags(OpenThumb& job) {
   std::string flags;
-  if (job.noOnline_)
-    flags += "noOnline ";
-  if (job.tryAlbumexEA_)
-    flags += "albumex ";
-  if (job.tryBrovixEA_)
-    flags += "brovix ";
-  if (job.avatar_)
-    flags += "avatar ";
-  if (job.optEnableGIF_)
-    flags += "optGIF ";
-  if (job.noOriginalFallback_)
-    flags += "noOriginal ";
-  if (job.fallbackSmaller_)
-    flags += "smaller ";
-  if (job.info_.GetEnableGIF())
-    flags += "gif ";
-  if (job.info_.GetCropMode())
-    flags += "crop ";
+  if (job.noOnline_) flags += "noOnline ";
+  if (job.tryAlbumexEA_) flags += "albumex ";
+  if (job.tryBrovixEA_) flags += "brovix ";
+  if (job.avatar_) flags += "avatar ";
+  if (job.optEnableGIF_) flags += "optGIF ";
+  if (job.noOriginalFallback_) flags += "noOriginal ";
+  if (job.fallbackSmaller_) flags += "smaller ";
+  if (job.info_.GetEnableGIF()) flags += "gif ";
+  if (job.info_.GetCropMode()) flags += "crop ";
   return flags;
 }
 
 TEST_F(ThumbOptions, AreDecodedBitByBit) {
   struct Row {
     int options;
-    const char *image;
-    const char *video;
+    const char* image;
+    const char* video;
   };
   const Row rows[] = {
       {0x00, "noOriginal ", "noOnline noOriginal "},
@@ -50,17 +41,14 @@ TEST_F(ThumbOptions, AreDecodedBitByBit) {
       {0x20, "avatar noOriginal crop ", "noOnline avatar noOriginal crop "},
       {0x40, "noOriginal smaller ", "noOnline noOriginal "},
       {0x23, "avatar noOriginal crop ", "noOnline avatar noOriginal crop "},
-      {0x0F, "noOnline albumex brovix optGIF noOriginal gif ",
-       "noOnline albumex brovix optGIF noOriginal gif "},
-      {0x7F, "noOnline avatar optGIF noOriginal smaller gif crop ",
-       "noOnline avatar optGIF noOriginal gif crop "},
+      {0x0F, "noOnline albumex brovix optGIF noOriginal gif ", "noOnline albumex brovix optGIF noOriginal gif "},
+      {0x7F, "noOnline avatar optGIF noOriginal smaller gif crop ", "noOnline avatar optGIF noOriginal gif crop "},
       {0x7FFFFF80, "noOriginal ", "noOnline noOriginal "},
   };
   const std::string image = Source("a.jpg"), video = Source("a.mp4");
-  for (const Row &row : rows) {
+  for (const Row& row : rows) {
     SCOPED_TRACE(row.options);
-    OpenThumb imageJob(image, row.options, false),
-        videoJob(video, row.options, false);
+    OpenThumb imageJob(image, row.options, false), videoJob(video, row.options, false);
     EXPECT_EQ(Flags(imageJob), row.image);
     EXPECT_EQ(Flags(videoJob), row.video);
   }
@@ -107,7 +95,7 @@ TEST_F(ThumbOptions, AJobOfASourceThatCannotBeStatedDoesNotExist) {
   try {
     Thumb job("/nowhere/a.jpg", 0, false);
     FAIL();
-  } catch (const Error &error) {
+  } catch (const Error& error) {
     EXPECT_EQ(error.Code(), 601);
     EXPECT_STREQ(error.what(), "(E601) Can't stat /nowhere/a.jpg");
   }
@@ -132,7 +120,7 @@ TEST_F(ThumbOptions, ADestroyedJobRemovesItsPreviewAndNothingElse) {
   WriteFile(folder / "answer", "");
   const std::string source = Source("a.jpg");
   std::vector<std::string> removed;
-  libc.unlink = [&](const char *path) {
+  libc.unlink = [&](const char* path) {
     removed.emplace_back(path);
     return RealUnlink(path);
   };
@@ -148,8 +136,7 @@ TEST_F(ThumbOptions, ADestroyedJobRemovesItsPreviewAndNothingElse) {
   EXPECT_EQ(Names(folder.Path()), (Listing{"a.jpg", "answer"}));
   {
     OpenThumb job(source, 0, false);
-    job.Info().exifPreviewTmpPath_ =
-        folder / "gone"; // a failing unlink is no matter
+    job.Info().exifPreviewTmpPath_ = folder / "gone";  // a failing unlink is no matter
   }
 }
 
@@ -161,24 +148,21 @@ TEST_F(ThumbOptions, AJobCannotBeCopiedAndHasNoVirtualOperations) {
 
 TEST_F(ThumbOptions, NamedSizesAreSixWithTheirBoxes) {
   const std::map<std::string, ThumbDimension> sizes = {
-      {"small", {120, 120}},    {"medium", {360, 360}},
-      {"big", {640, 640}},      {"large", {1280, 1280}},
-      {"xlarge", {1280, 1280}}, {"original", {2147483647, 2147483647}}};
+      {"small", {120, 120}},   {"medium", {360, 360}},   {"big", {640, 640}},
+      {"large", {1280, 1280}}, {"xlarge", {1280, 1280}}, {"original", {2147483647, 2147483647}}};
   EXPECT_EQ(Thumb::strThumbSizeMap_, sizes);
-  EXPECT_EQ(Thumb::size_vec,
-            (Listing{"original", "xlarge", "large", "big", "medium", "small"}));
+  EXPECT_EQ(Thumb::size_vec, (Listing{"original", "xlarge", "large", "big", "medium", "small"}));
 }
 
 TEST_F(ThumbOptions, EachOutputTypeHasItsName) {
   OpenThumb job(Source("a.jpg"), 0, false);
-  const std::pair<int, const char *> rows[] = {
-      {0, ""},       {1, "Albumex"},  {2, "Brovix"}, {3, "BrovixVarTmp"},
-      {4, "Cinevo"}, {5, "Original"}, {6, ""},       {-1, ""}};
-  for (const auto &[type, name] : rows) {
+  const std::pair<int, const char*> rows[] = {{0, ""},       {1, "Albumex"},  {2, "Brovix"}, {3, "BrovixVarTmp"},
+                                              {4, "Cinevo"}, {5, "Original"}, {6, ""},       {-1, ""}};
+  for (const auto& [type, name] : rows) {
     job.type_ = type;
     EXPECT_EQ(job.GetOutputType(), name) << type;
   }
 }
 
-} // namespace
-} // namespace tavithumb::test
+}  // namespace
+}  // namespace tavithumb::test

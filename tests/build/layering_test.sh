@@ -1,0 +1,29 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: GPL-3.0-or-later
+# layering_test.sh SOURCE   Each floor knows only what lies below it.
+set -uo pipefail
+cd "$1" || exit 1
+
+failures=0
+# never WHAT PATTERN PATH...   no line of the paths matches
+never() {
+  local found
+  found=$(grep -rnE --include='*.cpp' --include='*.h' "$2" "${@:3}")
+  [ -z "$found" ] && return
+  echo "FAILED: $1:"
+  echo "$found"
+  failures=$((failures + 1))
+}
+
+include='#include *[<"]'
+never "only src/info knows Exiv2 and libheif" "$include(exiv2|libheif)/" src/support src/commands src/job include apps platform
+never "src/support knows nothing above it" "$include(info|commands|job)/" src/support
+never "src/info knows neither commands nor jobs" "$include(commands|job)/" src/info
+never "src/info knows neither commands nor jobs" "$include""tavithumb/(thumb_convert_cmd|libtavithumb)\.h" src/info src/support
+never "src/commands knows no jobs" "$include(job/|tavithumb/libtavithumb)" src/commands
+never "only apps know CLI11 and JSON" "$include(CLI|nlohmann)/" src include platform
+never "only the platform starts processes" '\b(fork|vfork|posix_spawnp?|exec[lv]p?e?|system)\(' src include apps
+never "the public headers show no third-party header" "$include(exiv2|libheif|tavi/|http_file)" include
+never "the sources don't know which platform they run on" 'tavi_ea|posix_spawn|statfs\(' src include
+never "the platform knows nothing of the library" "$include""tavithumb/" platform
+[ "$failures" -eq 0 ]
