@@ -12,8 +12,8 @@
 namespace tavithumb::bench {
 namespace {
 
-void FindStored(benchmark::State &state) {
-  const std::string &photo = UprightPhoto();
+void FindStored(benchmark::State& state) {
+  const std::string& photo = UprightPhoto();
   Thumb(photo, Thumb::OPT_BROVIX_EA, false).CalcOutputFile("medium");
   for (auto iteration : state) {
     (void)iteration;
@@ -25,15 +25,14 @@ BENCHMARK(FindStored)->UseRealTime();
 
 // Open, read, list the previews, write the largest; and remove what was
 // written, as the job does.
-void BareExiv2(benchmark::State &state) {
-  const std::string &photo = UprightPhoto();
+void BareExiv2(benchmark::State& state) {
+  const std::string& photo = UprightPhoto();
   for (auto iteration : state) {
     (void)iteration;
     const auto image = Exiv2::ImageFactory::open(photo);
     image->readMetadata();
     const Exiv2::PreviewManager manager(*image);
-    const Exiv2::PreviewImage preview =
-        manager.getPreviewImage(manager.getPreviewProperties().back());
+    const Exiv2::PreviewImage preview = manager.getPreviewImage(manager.getPreviewProperties().back());
     const std::string path = "/tmp/tavithumb-bench." + std::to_string(getpid());
     benchmark::DoNotOptimize(preview.writeFile(path));
     unlink((path + preview.extension()).c_str());
@@ -41,5 +40,5 @@ void BareExiv2(benchmark::State &state) {
 }
 BENCHMARK(BareExiv2)->UseRealTime();
 
-} // namespace
-} // namespace tavithumb::bench
+}  // namespace
+}  // namespace tavithumb::bench

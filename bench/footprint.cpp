@@ -16,14 +16,12 @@ namespace {
 double ResidentBytes() {
   std::size_t total = 0, resident = 0;
   std::ifstream("/proc/self/statm") >> total >> resident;
-  return static_cast<double>(resident) *
-         static_cast<double>(sysconf(_SC_PAGESIZE));
+  return static_cast<double>(resident) * static_cast<double>(sysconf(_SC_PAGESIZE));
 }
 
 double Descriptors() {
   std::size_t count = 0;
-  for (const auto &entry :
-       std::filesystem::directory_iterator("/proc/self/fd")) {
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
     (void)entry;
     ++count;
   }
@@ -32,12 +30,11 @@ double Descriptors() {
 
 void FindMany(int jobs) {
   for (int i = 0; i < jobs; ++i) {
-    benchmark::DoNotOptimize(Thumb(UprightPhoto(), Thumb::OPT_BROVIX_EA, false)
-                                 .CalcOutputFile("medium"));
+    benchmark::DoNotOptimize(Thumb(UprightPhoto(), Thumb::OPT_BROVIX_EA, false).CalcOutputFile("medium"));
   }
 }
 
-void TenThousandJobs(benchmark::State &state) {
+void TenThousandJobs(benchmark::State& state) {
   for (auto iteration : state) {
     (void)iteration;
     FindMany(500);
@@ -50,5 +47,5 @@ void TenThousandJobs(benchmark::State &state) {
 }
 BENCHMARK(TenThousandJobs)->Iterations(1)->Repetitions(1);
 
-} // namespace
-} // namespace tavithumb::bench
+}  // namespace
+}  // namespace tavithumb::bench

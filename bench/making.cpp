@@ -12,70 +12,61 @@
 namespace tavithumb::bench {
 namespace {
 
-void Make(benchmark::State &state, const std::string &photo,
-          const std::string &size) {
+void Make(benchmark::State& state, const std::string& photo, const std::string& size) {
   TimeEach(
       state, [&] { ForgetThumbnails(photo); },
       [&] {
         Thumb job(photo, Thumb::OPT_BROVIX_EA, false);
-        if (job.CalcOutputFile(size).empty() ||
-            job.GetOutputType() != "Brovix") {
+        if (job.CalcOutputFile(size).empty() || job.GetOutputType() != "Brovix") {
           std::cerr << "no " << size << " thumbnail of " << photo << "\n";
           std::exit(1);
         }
       });
 }
 
-void RunEach(benchmark::State &state,
-             const std::vector<std::vector<std::string>> &commands) {
+void RunEach(benchmark::State& state, const std::vector<std::vector<std::string>>& commands) {
   TimeEach(
       state, [] {},
       [&] {
-        for (const std::vector<std::string> &argv : commands)
-          Run(argv);
+        for (const std::vector<std::string>& argv : commands) Run(argv);
       });
 }
 
-std::vector<std::string> DJpeg(const std::string &scale,
-                               const std::string &photo) {
-  return {"/usr/bin/djpeg", "-scale",       scale,      "-dct",
-          "fast",           "-fast",        "-onepass", "-bmp",
-          "-outfile",       photo + ".bmp", photo};
+std::vector<std::string> DJpeg(const std::string& scale, const std::string& photo) {
+  return {"/usr/bin/djpeg", "-scale", scale,      "-dct",         "fast", "-fast",
+          "-onepass",       "-bmp",   "-outfile", photo + ".bmp", photo};
 }
 
-std::vector<std::string> Vips(const std::string &box,
-                              const std::string &photo) {
-  return {"/usr/bin/vipsthumbnail", "-s", box, "-o",
-          photo + ".vips.jpg",      photo};
+std::vector<std::string> Vips(const std::string& box, const std::string& photo) {
+  return {"/usr/bin/vipsthumbnail", "-s", box, "-o", photo + ".vips.jpg", photo};
 }
 
 // The preview of 512 x 384 is out of reach for a box of 120 x 120.
-void MakeUpright(benchmark::State &state) {
+void MakeUpright(benchmark::State& state) {
   Make(state, UprightPhoto(), "small");
 }
-void BareDJpeg(benchmark::State &state) {
+void BareDJpeg(benchmark::State& state) {
   RunEach(state, {DJpeg("1/8", UprightPhoto())});
 }
-void VipsSmall(benchmark::State &state) {
+void VipsSmall(benchmark::State& state) {
   RunEach(state, {Vips("120x120", UprightPhoto())});
 }
 
-void MakeFromPreview(benchmark::State &state) {
+void MakeFromPreview(benchmark::State& state) {
   Make(state, UprightPhoto(), "medium");
 }
-void VipsMedium(benchmark::State &state) {
+void VipsMedium(benchmark::State& state) {
   RunEach(state, {Vips("360x360", UprightPhoto())});
 }
 
-void MakeRotated(benchmark::State &state) {
+void MakeRotated(benchmark::State& state) {
   Make(state, RotatedPhoto(), "big");
 }
-void BareRotated(benchmark::State &state) {
-  const std::string &photo = RotatedPhoto();
+void BareRotated(benchmark::State& state) {
+  const std::string& photo = RotatedPhoto();
   RunEach(state, {DJpeg("1/4", photo),
-                  {"/usr/bin/convert", "-strip", "-colorspace", "sRGB",
-                   photo + ".bmp[0]", "-thumbnail", "640x640", "-rotate", "90",
-                   "-rotate", "0", photo + ".out.jpg"}});
+                  {"/usr/bin/convert", "-strip", "-colorspace", "sRGB", photo + ".bmp[0]", "-thumbnail", "640x640",
+                   "-rotate", "90", "-rotate", "0", photo + ".out.jpg"}});
 }
 
 BENCHMARK(MakeUpright)->UseManualTime();
@@ -86,5 +77,5 @@ BENCHMARK(VipsMedium)->UseManualTime();
 BENCHMARK(MakeRotated)->UseManualTime();
 BENCHMARK(BareRotated)->UseManualTime();
 
-} // namespace
-} // namespace tavithumb::bench
+}  // namespace
+}  // namespace tavithumb::bench

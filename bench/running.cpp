@@ -10,7 +10,7 @@
 namespace tavithumb::bench {
 namespace {
 
-void RunTool(benchmark::State &state) {
+void RunTool(benchmark::State& state) {
   const auto bytes = static_cast<std::size_t>(state.range(0)) * 1024 * 1024;
   std::vector<char> resident(bytes, 1);
   benchmark::DoNotOptimize(resident.data());
@@ -19,12 +19,7 @@ void RunTool(benchmark::State &state) {
     Run({"/bin/true"});
   }
 }
-BENCHMARK(RunTool)
-    ->ArgName("MiB")
-    ->Arg(10)
-    ->Arg(2048)
-    ->Iterations(300)
-    ->UseRealTime();
+BENCHMARK(RunTool)->ArgName("MiB")->Arg(10)->Arg(2048)->Iterations(300)->UseRealTime();
 
-} // namespace
-} // namespace tavithumb::bench
+}  // namespace
+}  // namespace tavithumb::bench

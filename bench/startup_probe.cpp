@@ -10,17 +10,12 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-__attribute__((init_priority(101))) const Clock::time_point start =
-    Clock::now();
+__attribute__((init_priority(101))) const Clock::time_point start = Clock::now();
 
-} // namespace
+}  // namespace
 
 int main() {
-  const auto elapsed =
-      std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now() - start)
-          .count();
+  const auto elapsed = std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now() - start).count();
   std::printf("%lld\n", static_cast<long long>(elapsed));
-  return tavithumb::Thumb::size_vec.empty()
-             ? 1
-             : 0; // so that the tables are linked in
+  return tavithumb::Thumb::size_vec.empty() ? 1 : 0;  // so that the tables are linked in
 }

@@ -69,7 +69,7 @@ bool OpenPipe(Pipe* pipe) {
 struct CloseStream {
   void operator()(FILE* stream) const {
     const int reason = errno;
-    std::fclose(stream);
+    (void)std::fclose(stream);
     errno = reason;
   }
 };
@@ -109,6 +109,6 @@ int TLIBCPclose(FILE* stream) {
     errno = EINVAL;
     return -1;
   }
-  std::fclose(stream);
+  (void)std::fclose(stream);
   return tavi::WaitFor(child);
 }

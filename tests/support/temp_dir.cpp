@@ -37,7 +37,9 @@ std::string ReadFile(const std::string& path) {
   return content.str();
 }
 
-bool Exists(const std::string& path) { return fs::exists(fs::symlink_status(path)); }
+bool Exists(const std::string& path) {
+  return fs::exists(fs::symlink_status(path));
+}
 
 void SetTimes(const std::string& path, std::time_t access, std::time_t modification) {
   const utimbuf times{access, modification};

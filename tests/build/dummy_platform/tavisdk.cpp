@@ -10,5 +10,9 @@ int TAVIEADirPath(int, const char*, char* buffer, size_t size) {
   std::snprintf(buffer, size, "/dummy-ea");
   return 0;
 }
-int TAVIEAMKDir(int, const char*) { return 0; }
-int TAVIGetFSType(const char*, int) { return 4242; }
+int TAVIEAMKDir(int, const char*) {
+  return 0;
+}
+int TAVIGetFSType(const char*, int) {
+  return 4242;
+}

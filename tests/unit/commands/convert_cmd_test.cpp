@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <utility>
 
 #include "../records.h"
 #include "fake_libc.h"
@@ -75,15 +76,19 @@ TEST(ConvertCmd, ComputesTheOffsetsOfACropUnsigned) {
 }
 
 TEST(ConvertCmd, WritesRotationsInDegreesWithTheirSign) {
-  const std::pair<int, const char*> rows[] = {{0, "0"},          {1, "90"},    {3, "270"},          {5, "450"},
+  const std::pair<int, const char*> rows[] = {{0, "0"},          {1, "90"},    {2, "180"},
+                                              {3, "270"},        {4, "360"},   {5, "450"},
                                               {-1, "-90"},       {-3, "-270"}, {2147483647, "-90"},  // wraps around
                                               {-2147483648, "0"}};
   for (const auto& [turns, degrees] : rows) {
     SCOPED_TRACE(turns);
     OpenInfo info = JpegRecord(400, 300, {100, 100});
     info.userRotate_ = turns;
-    EXPECT_EQ(Vector(info)[10], degrees);
     EXPECT_EQ(Vector(info)[8], "0");
+    EXPECT_EQ(Vector(info)[10], degrees);
+    std::swap(info.rotate_, info.userRotate_);
+    EXPECT_EQ(Vector(info)[8], degrees);
+    EXPECT_EQ(Vector(info)[10], "0");
   }
 }
 

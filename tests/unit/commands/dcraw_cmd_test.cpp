@@ -157,6 +157,14 @@ TEST_F(Dcraw, FailsOnAResultThatIsNoPictureAndLeavesIt) {
   EXPECT_EQ(Entries(), Listing{"d.jpg"});
 }
 
+TEST_F(Dcraw, FailsOnADJpegResultThatIsNoPictureAndLeavesIt) {
+  OpenDcraw command(RawRecord(), "/v/a.nef", dest);
+  preview = std::string(100, 'x');
+  EXPECT_FALSE(command.exec());
+  EXPECT_EQ(platform.Calls("TLIBCExecv"), (Calls{DJpeg("1/2")}));
+  EXPECT_EQ(Entries(), Listing{"d.jpg"});
+}
+
 TEST_F(Dcraw, RunsNoToolWhenThePreviewFileCannotBeCreated) {
   libc.fopen = [this](const char* path, const char* mode) -> std::FILE* {
     EXPECT_EQ(path, rawThumb);
@@ -181,6 +189,7 @@ TEST_F(Dcraw, RunsNoToolWithoutAnEAPath) {
 }
 
 TEST_F(Dcraw, LeavesTheEmptyFileWhenDcrawCannotBeStarted) {
+  const std::size_t before = Names("/proc/self/fd").size();
   platform.open = [](const std::string&, const std::vector<std::string>&) -> std::FILE* { return nullptr; };
   OpenDcraw command(RawRecord(), "/v/a.nef", dest);
   EXPECT_EQ(command.rawThumbPath_, "");
@@ -189,6 +198,7 @@ TEST_F(Dcraw, LeavesTheEmptyFileWhenDcrawCannotBeStarted) {
   EXPECT_FALSE(command.exec());
   EXPECT_EQ(Entries(), Listing{"d.jpg_42_7"});
   EXPECT_EQ(ReadFile(rawThumb), "");
+  EXPECT_EQ(Names("/proc/self/fd").size(), before);
 }
 
 TEST_F(Dcraw, RemovesTheFileWhenThereIsNoPreview) {
@@ -204,30 +214,47 @@ TEST_F(Dcraw, RemovesTheFileWhenThereIsNoPreview) {
 }
 
 TEST_F(Dcraw, RemovesTheFileWhenReadingOrWritingFails) {
-  for (const std::string what : {"read fails", "write fails", "write is short"}) {
+  preview += std::string(10000, '\0');
+  for (const std::string what : {"read", "second read", "write", "second write", "short write"}) {
     SCOPED_TRACE(what);
+    const int failing = what.rfind("second", 0) == 0 ? 2 : 1;
+    int reads = 0, writes = 0;
     libc.read = [&](int descriptor, void* data, size_t size) {
-      return what == "read fails" ? (errno = EIO, ssize_t{-1}) : RealRead(descriptor, data, size);
+      const bool fails = what.find("read") != std::string::npos && ++reads == failing;
+      return fails ? (errno = EIO, ssize_t{-1}) : RealRead(descriptor, data, size);
     };
     libc.write = [&](int, const void*, size_t size) {
-      return what == "write fails" ? (errno = ENOSPC, ssize_t{-1}) : static_cast<ssize_t>(size) - 1;
+      const bool fails = what.find("write") != std::string::npos && ++writes == failing;
+      if (fails && what != "short write") return errno = ENOSPC, ssize_t{-1};
+      return static_cast<ssize_t>(fails ? size - 1 : size);
     };
+    const std::size_t before = Names("/proc/self/fd").size();
     OpenDcraw command(RawRecord(), "/v/a.nef", dest);
     libc.read = nullptr;
     libc.write = nullptr;
     EXPECT_EQ(command.rawThumbPath_, "");
+    EXPECT_EQ(command.dcrawPipe_, nullptr);
+    EXPECT_EQ(command.rawThumbFile_, nullptr);
     EXPECT_EQ(Entries(), Listing{});
     EXPECT_EQ(platform.opened, platform.closed);
+    EXPECT_EQ(Names("/proc/self/fd").size(), before);
+    EXPECT_FALSE(command.exec());
+    EXPECT_EQ(platform.Calls("TLIBCExecv"), Calls{});
   }
 }
 
-TEST_F(Dcraw, GoesOnAfterAnInterruptedRead) {
-  int reads = 0;
+TEST_F(Dcraw, GoesOnAfterAnInterruptedReadOrWrite) {
+  int reads = 0, writes = 0;
   libc.read = [&](int descriptor, void* data, size_t size) {
     return ++reads % 2 == 1 ? (errno = EINTR, ssize_t{-1}) : RealRead(descriptor, data, size);
   };
+  libc.write = [&](int descriptor, const void* data, size_t size) {
+    return ++writes % 2 == 1 ? (errno = EINTR, ssize_t{-1})
+                             : pwrite(descriptor, data, size, lseek(descriptor, 0, SEEK_END));
+  };
   OpenDcraw command(RawRecord(), "/v/a.nef", dest);
   libc.read = nullptr;
+  libc.write = nullptr;
   EXPECT_EQ(ReadFile(rawThumb), preview);
 }
 
@@ -243,13 +270,36 @@ TEST_F(Dcraw, ReadsBlocksOf4096Bytes) {
   EXPECT_EQ(sizes, std::vector<size_t>((preview.size() + 4095) / 4096 + 1, 4096));
 }
 
-TEST_F(Dcraw, GivesUpAPreviewThatCannotBeMeasured) {
-  CapturedLog log;
-  preview = std::string(100, 'x');
-  OpenDcraw command(RawRecord(), "/v/a.nef", dest);
-  EXPECT_EQ(command.rawThumbPath_, "");
-  EXPECT_EQ(platform.opened, platform.closed);
-  EXPECT_FALSE(command.exec());
+TEST_F(Dcraw, GivesUpAPreviewThatCannotBeMeasuredAndLeavesIt) {
+  const std::string picture = preview;
+  const std::pair<std::string, std::size_t> rows[] = {{std::string(100, 'x'), 0},    // of no known type
+                                                      {picture.substr(0, 200), 1}};  // damaged, which is logged
+  for (const auto& [content, logged] : rows) {
+    SCOPED_TRACE(logged);
+    CapturedLog log;
+    preview = content;
+    OpenDcraw command(RawRecord(), "/v/a.nef", dest);
+    EXPECT_EQ(log.lines.size(), logged);
+    EXPECT_EQ(command.rawThumbPath_, "");
+    EXPECT_EQ(command.dcrawPipe_, nullptr);
+    EXPECT_EQ(command.rawThumbFile_, nullptr);
+    EXPECT_EQ(platform.opened, platform.closed);
+    EXPECT_FALSE(command.exec());
+    EXPECT_EQ(platform.Calls("TLIBCExecv"), Calls{});
+    EXPECT_EQ(Entries(), Listing{"d.jpg_42_7"});
+  }
+}
+
+TEST_F(Dcraw, MeasuresThePreviewWhenEitherSideIsMissing) {
+  for (const auto& [width, height] : {std::pair{0u, 4000u}, {6000u, 0u}}) {
+    SCOPED_TRACE(testing::Message() << width << "x" << height);
+    OpenInfo info = RawRecord();
+    info.width_ = width;
+    info.height_ = height;
+    OpenDcraw command(info, "/v/a.nef", dest);
+    EXPECT_EQ(command.info_.GetWidth(), 300u);
+    EXPECT_EQ(command.info_.GetHeight(), 200u);
+  }
 }
 
 TEST_F(Dcraw, ClosesBothHandlesBeforeAnotherExceptionLeavesTheConstructor) {
@@ -269,6 +319,18 @@ TEST_F(Dcraw, ClosesItsHandlesOnceWhenItEndsAndLeavesThePreview) {
   EXPECT_EQ(platform.Calls("TLIBCPclose").size(), 1u);
   EXPECT_EQ(Names("/proc/self/fd").size(), before);
   EXPECT_EQ(Entries(), Listing{"d.jpg_42_7"});
+}
+
+TEST_F(Dcraw, TakesADestinationWithoutAWidthOrAHeightForNoPicture) {
+  OpenDcraw command(RawRecord(), "/v/a.nef", dest);
+  MakeBmp(dest, 10, 10);
+  const std::string bmp = ReadFile(dest);
+  EXPECT_TRUE(command.checkTmpExif());
+  for (const std::size_t side : {18, 22}) {  // where the header holds the width and the height
+    SCOPED_TRACE(side);
+    WriteFile(dest, std::string(bmp).replace(side, 4, 4, '\0'));
+    EXPECT_FALSE(command.checkTmpExif());
+  }
 }
 
 TEST_F(Dcraw, ChecksThatTheDestinationIsAPictureWithASize) {

@@ -38,20 +38,22 @@ TEST(DJpegCmd, DecodesAtTheFirstScaleThatFitsAndKeepsThreeQuartersOfTheTarget) {
     const char* text;
   };
   const Row rows[] = {
-      {4000, 3000, {320, 240}, 3, "1/8"},      // fits at none; 187500 pixels are more than 57600
-      {800, 600, {400, 300}, 1, "1/2"},        // exactly twice the target
-      {1600, 1200, {400, 300}, 2, "1/4"},      // exactly four times
-      {3200, 2400, {400, 300}, 3, "1/8"},      // exactly eight times
-      {300, 200, {640, 640}, 0, "1/1"},        // smaller than the target: never below zero
-      {640, 480, {640, 480}, 0, "1/1"},        // equal
-      {1700, 1300, {400, 300}, 2, "1/4"},      // fits at none, and 1/8 leaves too little
-      {1000, 100, {500, 500}, 0, "1/1"},       // fits at 1/2, which leaves 25000 of 50000 pixels
-      {400, 150, {200, 100}, 0, "1/1"},        // exactly three quarters are too few
-      {400, 151, {200, 100}, 1, "1/2"},        // and a little more is enough
-      {65536, 65536, {1280, 1280}, 2, "1/4"},  // the product wraps to 0
-      {0, 0, {640, 640}, 0, "1/1"},            // facts not known
-      {801, 600, {400, 300}, 1, "1/2"},        // 801 halved and cut to 400
-      {802, 600, {400, 300}, 1, "1/2"},        // 401 does not fit; 1/4 leaves 30075 of 120000, so one step back
+      {4000, 3000, {320, 240}, 3, "1/8"},          // fits at none; 187500 pixels are more than 57600
+      {800, 600, {400, 300}, 1, "1/2"},            // exactly twice the target
+      {1600, 1200, {400, 300}, 2, "1/4"},          // exactly four times
+      {3200, 2400, {400, 300}, 3, "1/8"},          // exactly eight times
+      {300, 200, {640, 640}, 0, "1/1"},            // smaller than the target: never below zero
+      {640, 480, {640, 480}, 0, "1/1"},            // equal
+      {1700, 1300, {400, 300}, 2, "1/4"},          // fits at none, and 1/8 leaves too little
+      {1000, 100, {500, 500}, 0, "1/1"},           // fits at 1/2, which leaves 25000 of 50000 pixels
+      {400, 150, {200, 100}, 0, "1/1"},            // exactly three quarters are too few
+      {400, 151, {200, 100}, 1, "1/2"},            // and a little more is enough
+      {65536, 65536, {1280, 1280}, 2, "1/4"},      // the product wraps to 0
+      {80000, 80000, {40000, 40000}, 0, "1/1"},    // so it leaves 526258176 pixels at 1/2: too few
+      {140000, 140000, {70000, 70000}, 1, "1/2"},  // the target's area wraps as well
+      {0, 0, {640, 640}, 0, "1/1"},                // facts not known
+      {801, 600, {400, 300}, 1, "1/2"},            // 801 halved and cut to 400
+      {802, 600, {400, 300}, 1, "1/2"},            // 401 does not fit; 1/4 leaves 30075 of 120000, so one step back
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(testing::Message() << row.width << "x" << row.height << " into " << row.box);
@@ -60,6 +62,16 @@ TEST(DJpegCmd, DecodesAtTheFirstScaleThatFitsAndKeepsThreeQuartersOfTheTarget) {
     EXPECT_EQ(command.GetScale(), row.scale);
     EXPECT_EQ(command.scaleString_, row.text);
   }
+}
+
+TEST(DJpegCmd, FitsTheStoredPictureIntoTheBoxBeforeItIsTurned) {
+  OpenInfo info = JpegRecord(800, 600, {300, 400});
+  EXPECT_EQ(DJpegCmd(info, "/v/a", "/v/d").CalcScale(), 1);
+  info.dimension_ = {150, 400};
+  EXPECT_EQ(DJpegCmd(info, "/v/a", "/v/d").CalcScale(), 2);
+  info.userRotate_ = 1;  // 400 x 150 in the stored frame
+  info.width_ = 1200;
+  EXPECT_EQ(DJpegCmd(info, "/v/a", "/v/d").CalcScale(), 1);
 }
 
 TEST(DJpegCmd, ReadsTheScaleAnewWhenAsked) {
@@ -80,6 +92,7 @@ TEST(DJpegCmd, CountsThreeBytesAPixelAndTheHeader) {
       {800, 600, {400, 300}, 120000 * 3 + 54},
       {3, 3, {640, 640}, 9 * 3 + 54},  // no padding of rows
       {65536, 65536, {1280, 1280}, 54},
+      {40000, 40000, {40000, 40000}, 505032758},  // 4800000054 wraps around
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(testing::Message() << row.width << "x" << row.height);
@@ -92,6 +105,14 @@ TEST(DJpegCmd, IsNotWorthKeepingWhenItsBytesAndHalfAMebibyteExceedTheSource) {
   info.stat_.st_size = 571590 + 524288;
   EXPECT_FALSE(DJpegCmd(info, "/v/a", "/v/d").IsNeedDelete());
   info.stat_.st_size -= 1;
+  EXPECT_TRUE(DJpegCmd(info, "/v/a", "/v/d").IsNeedDelete());
+}
+
+TEST(DJpegCmd, ComparesItsBytesWithTheSourcesUnsignedIn32Bits) {
+  OpenInfo info = JpegRecord(36000, 39766, {40000, 40000});  // 4294728054 bytes, half a MiB more wraps to 285046
+  info.stat_.st_size = 285046;
+  EXPECT_FALSE(DJpegCmd(info, "/v/a", "/v/d").IsNeedDelete());
+  info.stat_.st_size = 285045;
   EXPECT_TRUE(DJpegCmd(info, "/v/a", "/v/d").IsNeedDelete());
 }
 

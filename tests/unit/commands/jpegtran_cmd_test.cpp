@@ -28,7 +28,8 @@ TEST(JpegTranCmd, TurnsByTheSumOfBothRotationsKeepingItsSign) {
       {2, 3, false, "90"},
       {0, -6, true, "-180"},
       {0, 2147483647, true, "270"},
-      {1, 2147483647, false, "0"},  // wraps around to -2147483648, a multiple of four
+      {3, 2147483647, false, "-180"},  // wraps around to -2147483646
+      {1, 2147483647, false, "0"},     // wraps around to -2147483648, a multiple of four
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(testing::Message() << row.rotate << " " << row.userRotate << " " << row.skipRotate);
@@ -40,6 +41,15 @@ TEST(JpegTranCmd, TurnsByTheSumOfBothRotationsKeepingItsSign) {
     EXPECT_EQ(platform.calls, (Calls{{"TLIBCExecv", "/usr/bin/jpegtran", "1", "/usr/bin/jpegtran", "-trim", "-rotate",
                                       row.degrees, "-outfile", "/v/d.jpg", "/v/a.jpg"}}));
   }
+}
+
+TEST(JpegTranCmd, HasAPipeThatCanBeOverridden) {
+  struct Piped : JpegTranCmd {
+    using JpegTranCmd::JpegTranCmd;
+    std::FILE* popen() override { return stdin; }
+  };
+  Piped piped(JpegRecord(800, 600, {400, 300}), "/v/a.jpg", "", true);
+  EXPECT_EQ(static_cast<JpegTranCmd&>(piped).popen(), stdin);
 }
 
 TEST(JpegTranCmd, LeavesOutTheOutputFileWithoutADestinationAndGivesItsStream) {

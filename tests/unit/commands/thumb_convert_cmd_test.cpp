@@ -53,6 +53,33 @@ TEST(ThumbConvertCmd, BeginsItsVectorWithAToolAndEndsItWithANullPointer) {
   }
 }
 
+struct Bare : OpenCommand<ThumbConvertCmd> {
+  using OpenCommand<ThumbConvertCmd>::OpenCommand;
+  bool exec() override { return true; }
+};
+
+TEST(ThumbConvertCmd, KeepsItsPathsAndLeavesTheVectorAndTheTextsEmpty) {
+  const Bare command(JpegRecord(400, 300, {120, 120}), "/v/a.jpg", "/v/d.jpg");
+  EXPECT_EQ(command.src_, "/v/a.jpg");
+  EXPECT_EQ(command.dest_, "/v/d.jpg");
+  EXPECT_EQ(command.info_.GetWidth(), 400u);
+  EXPECT_TRUE(command.args_.empty());
+  EXPECT_EQ(command.geometry_ + command.rotateDegrees_ + command.userRotateDegrees_, "");
+}
+
+TEST(ThumbConvertCmd, PointsIntoItsOwnStrings) {
+  OpenInfo info = JpegRecord(400, 300, {120, 120});
+  info.rotate_ = 1;
+  info.userRotate_ = 2;
+  const OpenCommand<ConvertCmd> command(info, "/v/a.jpg", "/v/d.jpg");
+  EXPECT_EQ(command.args_[0], ThumbConvertCmd::kConvert.c_str());
+  EXPECT_EQ(command.args_[4], command.src_.c_str());
+  EXPECT_EQ(command.args_[6], command.geometry_.c_str());
+  EXPECT_EQ(command.args_[8], command.rotateDegrees_.c_str());
+  EXPECT_EQ(command.args_[10], command.userRotateDegrees_.c_str());
+  EXPECT_EQ(command.args_[11], command.dest_.c_str());
+}
+
 TEST(ThumbConvertCmd, KeepsTheValuesItWasMadeWith) {
   RecordingPlatform platform;
   OpenInfo info = JpegRecord(4000, 3000, {640, 640});

@@ -28,7 +28,7 @@ PreviewCandidate Tiff(std::uint32_t width, std::uint32_t height) {
 
 TEST(ChoosePreview, TakesTheLargestThatIsNotTooLargeOnBothSides) {
   struct Row {
-    const char *what;
+    const char* what;
     std::vector<PreviewCandidate> previews;
     ThumbDimension box;
     Choice choice;
@@ -36,51 +36,32 @@ TEST(ChoosePreview, TakesTheLargestThatIsNotTooLargeOnBothSides) {
   const Row rows[] = {
       {"none", {}, {640, 640}, {}},
       {"the larger of two", {Jpeg(160, 120), Jpeg(1616, 1080)}, {640, 640}, 1},
-      {"the larger of two, listed first",
-       {Jpeg(1616, 1080), Jpeg(160, 120)},
-       {640, 640},
-       0},
+      {"the larger of two, listed first", {Jpeg(1616, 1080), Jpeg(160, 120)}, {640, 640}, 0},
       {"too small", {Jpeg(160, 120)}, {640, 640}, {}},
       {"too large on both sides", {Jpeg(6000, 4000)}, {120, 120}, {}},
       {"just twice the box", {Jpeg(1280, 1280)}, {640, 640}, 0},
       {"one more on one side", {Jpeg(1281, 1280)}, {640, 640}, 0},
       {"one more on both sides", {Jpeg(1281, 1281)}, {640, 640}, {}},
-      {"a smaller one where the large is too large",
-       {Jpeg(160, 120), Jpeg(6000, 4000)},
-       {120, 120},
-       0},
+      {"a smaller one where the large is too large", {Jpeg(160, 120), Jpeg(6000, 4000)}, {120, 120}, 0},
       {"the first of equals", {Jpeg(800, 600), Jpeg(600, 800)}, {640, 640}, 0},
       {"exactly three quarters of the box", {Jpeg(300, 100)}, {200, 200}, 0},
       {"one pixel less than three quarters", {Jpeg(29999, 1)}, {200, 200}, {}},
-      {"any for an unbounded box, whose pixels wrap to one",
-       {Jpeg(1, 1)},
-       {2147483647, 2147483647},
-       0},
-      {"none without pixels for an unbounded box",
-       {Jpeg(0, 0)},
-       {2147483647, 2147483647},
-       {}},
+      {"any for an unbounded box, whose pixels wrap to one", {Jpeg(1, 1)}, {2147483647, 2147483647}, 0},
+      {"none without pixels for an unbounded box", {Jpeg(0, 0)}, {2147483647, 2147483647}, {}},
   };
-  for (const Row &row : rows)
-    EXPECT_EQ(ChoosePreview(row.previews, "image/jpeg", row.box), row.choice)
-        << row.what;
+  for (const Row& row : rows) EXPECT_EQ(ChoosePreview(row.previews, "image/jpeg", row.box), row.choice) << row.what;
 }
 
 TEST(ChoosePreview, NeverTakesATiffPreviewOfACr2) {
-  EXPECT_EQ(ChoosePreview({Tiff(800, 600)}, "image/x-canon-cr2", {640, 640}),
-            Choice());
-  EXPECT_EQ(ChoosePreview({Tiff(800, 600), Jpeg(700, 600)}, "image/x-canon-cr2",
-                          {640, 640}),
-            Choice(1));
-  EXPECT_EQ(ChoosePreview({Tiff(800, 600), Jpeg(700, 600)}, "image/x-nikon-nef",
-                          {640, 640}),
-            Choice(0));
+  EXPECT_EQ(ChoosePreview({Tiff(800, 600)}, "image/x-canon-cr2", {640, 640}), Choice());
+  EXPECT_EQ(ChoosePreview({Tiff(800, 600), Jpeg(700, 600)}, "image/x-canon-cr2", {640, 640}), Choice(1));
+  EXPECT_EQ(ChoosePreview({Tiff(800, 600), Jpeg(700, 600)}, "image/x-nikon-nef", {640, 640}), Choice(0));
 }
 
 // A JPEG of 1000 x 800 pixels with a preview of 160 x 120, and what lies in
 // /tmp before.
 class Preview : public testing::Test {
-protected:
+ protected:
   Preview() {
     MakeJpeg(folder / "preview.jpg", 160, 120);
     MakeJpeg(source, 1000, 800);
@@ -104,9 +85,7 @@ TEST_F(Preview, IsWrittenUnderItsNameWithTheSourcesTimes) {
   OpenInfo info(source, "small", {120, 120});
   info.ExtractImgInfo(true);
   EXPECT_EQ(info.GetEXIFPreviewTmpPath(), extracted);
-  const OpenInfo written(
-      extracted, "",
-      {0, 0}); // before it is read, which may change its access time
+  const OpenInfo written(extracted, "", {0, 0});  // before it is read, which may change its access time
   EXPECT_EQ(written.stat_.st_atime, 900);
   EXPECT_EQ(written.stat_.st_mtime, 1000);
   EXPECT_EQ(ReadFile(extracted), ReadFile(folder / "preview.jpg"));
@@ -123,8 +102,7 @@ TEST_F(Preview, IsNotWrittenUnlessAsked) {
 }
 
 TEST_F(Preview, IsForgottenWhenNoneFitsTheBox) {
-  for (const ThumbDimension box :
-       {ThumbDimension{640, 640}, ThumbDimension{50, 50}}) {
+  for (const ThumbDimension box : {ThumbDimension{640, 640}, ThumbDimension{50, 50}}) {
     SCOPED_TRACE(testing::Message() << box);
     OpenInfo info(source, "big", box);
     info.exifPreviewTmpPath_ = "/earlier";
@@ -150,11 +128,10 @@ TEST_F(Preview, StaysOnDiskWhenReadingFailsLater) {
 
 TEST_F(Preview, CutShortIsLoggedAndThePathWithoutExtensionIsRemoved) {
   // More than a stream's buffer takes.
-  WriteFile(folder / "preview.jpg",
-            ReadFile(folder / "preview.jpg") + std::string(20000, '\0'));
+  WriteFile(folder / "preview.jpg", ReadFile(folder / "preview.jpg") + std::string(20000, '\0'));
   SetPreview(source, folder / "preview.jpg");
   std::vector<std::string> removed;
-  libc.unlink = [&](const char *path) {
+  libc.unlink = [&](const char* path) {
     removed.emplace_back(path);
     return RealUnlink(path);
   };
@@ -168,19 +145,14 @@ TEST_F(Preview, CutShortIsLoggedAndThePathWithoutExtensionIsRemoved) {
   setrlimit(RLIMIT_FSIZE, &limit);
   std::signal(SIGXFSZ, handler);
   EXPECT_EQ(info.GetEXIFPreviewTmpPath(), "");
-  EXPECT_EQ(removed,
-            std::vector<std::string>{"/tmp/thumb.4711.1700000000.1804289383"});
-  EXPECT_TRUE(
-      Exists(extracted)); // the name with the extension is not what is removed
-  EXPECT_EQ(
-      log.lines,
-      (std::vector<LogLine>{
-          {LOG_ERR,
-           "thumb_info:237 (ExtractEXIFPreviewInfo) \"Write preview to file "
-           "failed, " +
-               source + "\""}}));
+  EXPECT_EQ(removed, std::vector<std::string>{"/tmp/thumb.4711.1700000000.1804289383"});
+  EXPECT_TRUE(Exists(extracted));  // the name with the extension is not what is removed
+  EXPECT_EQ(log.lines, (std::vector<LogLine>{{LOG_ERR,
+                                              "thumb_info:237 (ExtractEXIFPreviewInfo) \"Write preview to file "
+                                              "failed, " +
+                                                  source + "\""}}));
   EXPECT_TRUE(info.IsGood());
 }
 
-} // namespace
-} // namespace tavithumb::test
+}  // namespace
+}  // namespace tavithumb::test

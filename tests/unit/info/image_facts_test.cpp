@@ -18,38 +18,34 @@ namespace {
 using Log = std::vector<LogLine>;
 
 class ImageFacts : public testing::Test {
-protected:
+ protected:
   // Nobody holds the lock: another thread gets it.
   static bool LockIsFree() {
     return std::async(std::launch::async,
                       [] {
-                        const std::unique_lock<std::mutex> lock(
-                            ThumbInfo::exiv2_mutex_, std::try_to_lock);
+                        const std::unique_lock<std::mutex> lock(ThumbInfo::exiv2_mutex_, std::try_to_lock);
                         return lock.owns_lock();
                       })
         .get();
   }
-  OpenInfo Read(const std::string &path) const {
+  OpenInfo Read(const std::string& path) const {
     OpenInfo info(path, "small", {120, 120});
     info.ExtractImgInfo(false);
     return info;
   }
   // The code that reading throws, with its text; the record is kept.
-  int ErrorOf(OpenInfo *info, std::string *text = nullptr) const {
+  int ErrorOf(OpenInfo* info, std::string* text = nullptr) const {
     try {
       info->ExtractImgInfo(false);
-    } catch (const Error &error) {
-      if (text != nullptr)
-        *text = error.what();
+    } catch (const Error& error) {
+      if (text != nullptr) *text = error.what();
       return error.Code();
     }
     return 0;
   }
-  std::string Jpeg(
-      const std::vector<std::pair<std::string, std::string>> &exif = {}) const {
+  std::string Jpeg(const std::vector<std::pair<std::string, std::string>>& exif = {}) const {
     MakeJpeg(folder / "a.jpg", 60, 40);
-    if (!exif.empty())
-      SetExif(folder / "a.jpg", exif);
+    if (!exif.empty()) SetExif(folder / "a.jpg", exif);
     return folder / "a.jpg";
   }
 
@@ -64,15 +60,13 @@ TEST_F(ImageFacts, AreTypeAndStoredSize) {
   MakeTiff(folder / "a.tif", 63, 43);
   MakeGif(folder / "a.gif", 64, 44, 2);
   struct Row {
-    const char *name;
-    const char *mimeType;
+    const char* name;
+    const char* mimeType;
     std::uint32_t width, height;
   };
-  for (const Row &row :
-       {Row{"a.jpg", "image/jpeg", 60, 40}, Row{"a.png", "image/png", 61, 41},
-        Row{"a.bmp", "image/x-ms-bmp", 62, 42},
-        Row{"a.tif", "image/tiff", 63, 43},
-        Row{"a.gif", "image/gif", 64, 44}}) {
+  for (const Row& row :
+       {Row{"a.jpg", "image/jpeg", 60, 40}, Row{"a.png", "image/png", 61, 41}, Row{"a.bmp", "image/x-ms-bmp", 62, 42},
+        Row{"a.tif", "image/tiff", 63, 43}, Row{"a.gif", "image/gif", 64, 44}}) {
     SCOPED_TRACE(row.name);
     const OpenInfo info = Read(folder / row.name);
     EXPECT_EQ(info.GetMimeType(), row.mimeType);
@@ -87,21 +81,19 @@ TEST_F(ImageFacts, AreTypeAndStoredSize) {
 
 TEST_F(ImageFacts, MapEachOrientationToATurnAndAMirror) {
   struct Row {
-    const char *orientation;
+    const char* orientation;
     int rotate;
     bool flop;
   };
-  const Row rows[] = {{"1", 0, false}, {"2", 0, true},   {"3", 2, false},
-                      {"4", 2, true},  {"5", 1, true},   {"6", 1, false},
-                      {"7", 3, true},  {"8", 3, false},  {"0", 0, false},
-                      {"9", 0, false}, {"255", 0, false}};
-  for (const Row &row : rows) {
+  const Row rows[] = {{"1", 0, false}, {"2", 0, true},  {"3", 2, false},  {"4", 2, true},
+                      {"5", 1, true},  {"6", 1, false}, {"7", 3, true},   {"8", 3, false},
+                      {"0", 0, false}, {"9", 0, false}, {"255", 0, false}};
+  for (const Row& row : rows) {
     SCOPED_TRACE(row.orientation);
-    const OpenInfo info =
-        Read(Jpeg({{"Exif.Image.Orientation", row.orientation}}));
+    const OpenInfo info = Read(Jpeg({{"Exif.Image.Orientation", row.orientation}}));
     EXPECT_EQ(info.GetRotate(), row.rotate);
     EXPECT_EQ(info.GetFlop(), row.flop);
-    EXPECT_EQ(info.GetWidth(), 60u); // as stored
+    EXPECT_EQ(info.GetWidth(), 60u);  // as stored
     EXPECT_TRUE(info.IsGood());
   }
 }
@@ -114,20 +106,15 @@ TEST_F(ImageFacts, TakeAPictureWithoutAnOrientationAsUpright) {
 
 TEST_F(ImageFacts, AskTheMakerNoteOnlyWhenTheStandardTagSaysNormal) {
   struct Row {
-    const char *orientation; // null: no standard tag
-    const char *rotation;
+    const char* orientation;  // null: no standard tag
+    const char* rotation;
     int rotate;
   };
-  for (const Row &row :
-       {Row{"1", "6", 1}, Row{"1", "8", 3}, Row{"1", "3", 2}, Row{"1", "1", 0},
-        Row{"1", "77", 0}, Row{"8", "6", 3}, Row{nullptr, "6", 0}}) {
-    SCOPED_TRACE(testing::Message()
-                 << (row.orientation == nullptr ? "none" : row.orientation)
-                 << " " << row.rotation);
-    const std::string path = Jpeg({{"Exif.Image.Make", "Panasonic"},
-                                   {"Exif.Panasonic.Rotation", row.rotation}});
-    if (row.orientation != nullptr)
-      SetExif(path, {{"Exif.Image.Orientation", row.orientation}});
+  for (const Row& row : {Row{"1", "6", 1}, Row{"1", "8", 3}, Row{"1", "3", 2}, Row{"1", "1", 0}, Row{"1", "77", 0},
+                         Row{"8", "6", 3}, Row{nullptr, "6", 0}}) {
+    SCOPED_TRACE(testing::Message() << (row.orientation == nullptr ? "none" : row.orientation) << " " << row.rotation);
+    const std::string path = Jpeg({{"Exif.Image.Make", "Panasonic"}, {"Exif.Panasonic.Rotation", row.rotation}});
+    if (row.orientation != nullptr) SetExif(path, {{"Exif.Image.Orientation", row.orientation}});
     const OpenInfo info = Read(path);
     EXPECT_EQ(info.GetRotate(), row.rotate);
     EXPECT_FALSE(info.GetFlop());
@@ -135,7 +122,7 @@ TEST_F(ImageFacts, AskTheMakerNoteOnlyWhenTheStandardTagSaysNormal) {
 }
 
 // The orientation of a JPEG as a text of any kind.
-void SetOrientationText(const std::string &path, const std::string &text) {
+void SetOrientationText(const std::string& path, const std::string& text) {
   auto image = Exiv2::ImageFactory::open(path);
   image->readMetadata();
   const Exiv2::AsciiValue value(text);
@@ -144,10 +131,9 @@ void SetOrientationText(const std::string &path, const std::string &text) {
 }
 
 TEST_F(ImageFacts, ReadAnOrientationTextAsANumberTrailingGarbageIgnored) {
-  const std::pair<const char *, int> rows[] = {{" 6", 1},          {"+6", 1},
-                                               {"6x", 1},          {"-3", 0},
-                                               {"-2147483648", 0}, {"1 ", 0}};
-  for (const auto &[text, rotate] : rows) {
+  const std::pair<const char*, int> rows[] = {{" 6", 1}, {"+6", 1},          {"6x", 1},
+                                              {"-3", 0}, {"-2147483648", 0}, {"1 ", 0}};
+  for (const auto& [text, rotate] : rows) {
     SCOPED_TRACE(text);
     Jpeg();
     SetOrientationText(folder / "a.jpg", text);
@@ -178,8 +164,7 @@ TEST_F(ImageFacts, AreNotReadOfAVideo) {
   Jpeg();
   WriteFile(folder / "clip.MOV", ReadFile(folder / "a.jpg"));
   OpenInfo info(folder / "clip.MOV", "small", {120, 120});
-  const std::unique_lock<std::mutex> held(
-      ThumbInfo::exiv2_mutex_); // no use of Exiv2 gets past this
+  const std::unique_lock<std::mutex> held(ThumbInfo::exiv2_mutex_);  // no use of Exiv2 gets past this
   info.ExtractImgInfo(true);
   EXPECT_EQ(info.GetMimeType(), "");
   EXPECT_EQ(info.GetWidth(), 0u);
@@ -203,8 +188,7 @@ TEST_F(ImageFacts, OfAnUnknownTypeAreError602AndNotLogged) {
   OpenInfo info(folder / "text.jpg", "small", {120, 120});
   std::string text;
   EXPECT_EQ(ErrorOf(&info, &text), 602);
-  EXPECT_EQ(text, "(E602) " + (folder / "text.jpg") +
-                      ": The file contains data of an unknown image type");
+  EXPECT_EQ(text, "(E602) " + (folder / "text.jpg") + ": The file contains data of an unknown image type");
   EXPECT_FALSE(info.IsGood());
   EXPECT_EQ(log.lines, Log{});
   EXPECT_TRUE(LockIsFree());
@@ -216,42 +200,42 @@ TEST_F(ImageFacts, OfADamagedFileAreError601AndLoggedWithItsNumber) {
   std::string text;
   EXPECT_EQ(ErrorOf(&info, &text), 601);
   EXPECT_EQ(text, "(E601) Failed to read input data");
-  EXPECT_EQ(log.lines,
-            (Log{{LOG_ERR, "thumb_info:129 (ExtractImgInfo) \"Exiv2 exception: "
-                           "E20 Failed to read input data\""}}));
+  EXPECT_EQ(log.lines, (Log{{LOG_ERR,
+                             "thumb_info:129 (ExtractImgInfo) \"Exiv2 exception: "
+                             "E20 Failed to read input data\""}}));
   EXPECT_FALSE(info.IsGood());
   EXPECT_TRUE(LockIsFree());
 }
 
 TEST_F(ImageFacts, OfACutJpegAreError601FromItsMetadata) {
-  const std::string whole =
-      ReadFile(Jpeg({{"Exif.Image.Make", std::string(400, 'm')}}));
+  const std::string whole = ReadFile(Jpeg({{"Exif.Image.Make", std::string(400, 'm')}}));
   WriteFile(folder / "cut.jpg", whole.substr(0, 200));
   OpenInfo info(folder / "cut.jpg", "small", {120, 120});
   EXPECT_EQ(ErrorOf(&info), 601);
   ASSERT_EQ(log.lines.size(), 1u);
-  EXPECT_EQ(log.lines[0].text, "thumb_info:129 (ExtractImgInfo) \"Exiv2 "
-                               "exception: E14 Failed to read image data\"");
+  EXPECT_EQ(log.lines[0].text,
+            "thumb_info:129 (ExtractImgInfo) \"Exiv2 "
+            "exception: E14 Failed to read image data\"");
 }
 
 // What Exiv2 knows as ISO-BMFF or video.
 std::string QuickTime() {
-  return std::string("\0\0\0\x14"
-                     "ftypqt  \0\0\0\0qt  \0\0\0\x08mdat",
-                     28) +
+  return std::string(
+             "\0\0\0\x14"
+             "ftypqt  \0\0\0\0qt  \0\0\0\x08mdat",
+             28) +
          std::string(64, '\0');
 }
 
 TEST_F(ImageFacts, OfContainersAreAnUnknownTypeUnderAnyName) {
   MakeHeic(folder / "photo.jpg", 64, 64, true);
   WriteFile(folder / "clip.jpg", QuickTime());
-  for (const char *name : {"photo.jpg", "clip.jpg"}) {
+  for (const char* name : {"photo.jpg", "clip.jpg"}) {
     SCOPED_TRACE(name);
     OpenInfo info(folder / name, "small", {120, 120});
     std::string text;
     EXPECT_EQ(ErrorOf(&info, &text), 602);
-    EXPECT_EQ(text, "(E602) " + (folder / name) +
-                        ": The file contains data of an unknown image type");
+    EXPECT_EQ(text, "(E602) " + (folder / name) + ": The file contains data of an unknown image type");
     EXPECT_EQ(info.GetMimeType(), "");
     EXPECT_EQ(info.GetWidth(), 0u);
     EXPECT_FALSE(info.IsGood());
@@ -260,7 +244,7 @@ TEST_F(ImageFacts, OfContainersAreAnUnknownTypeUnderAnyName) {
 }
 
 TEST_F(ImageFacts, OfHeicAreItsSizeAlone) {
-  for (const char *name : {"photo.heic", "photo.HEIF"}) {
+  for (const char* name : {"photo.heic", "photo.HEIF"}) {
     SCOPED_TRACE(name);
     MakeHeic(folder / name, 100, 80, true);
     OpenInfo info(folder / name, "small", {120, 120});
@@ -297,15 +281,13 @@ TEST_F(ImageFacts, OfATextNamedHeicAreError602AfterTheProbesFailureWasLogged) {
   EXPECT_FALSE(info.IsHeic());
   ASSERT_EQ(log.lines.size(), 1u);
   EXPECT_EQ(log.lines[0].priority, LOG_ERR);
-  const std::string begin = "thumb_info:160 (CheckAndGetHeif) \"" +
-                            (folder / "text.heic") + ", heif error: code = ";
+  const std::string begin = "thumb_info:160 (CheckAndGetHeif) \"" + (folder / "text.heic") + ", heif error: code = ";
   EXPECT_EQ(log.lines[0].text.substr(0, begin.size()), begin);
   int code = 0, subcode = -1;
   char message[200] = "";
-  EXPECT_EQ(std::sscanf(log.lines[0].text.c_str() + begin.size(),
-                        "%d, subcode = %d, %199[^\"]\"", &code, &subcode,
-                        message),
-            3);
+  EXPECT_EQ(
+      std::sscanf(log.lines[0].text.c_str() + begin.size(), "%d, subcode = %d, %199[^\"]\"", &code, &subcode, message),
+      3);
   EXPECT_NE(code, 0);
   EXPECT_NE(std::string(message), "");
 }
@@ -335,10 +317,8 @@ TEST_F(ImageFacts, AreOverwrittenByASecondReadingButForHeicAndPreview) {
 TEST_F(ImageFacts, WaitForTheLock) {
   OpenInfo info(Jpeg(), "small", {120, 120});
   std::unique_lock<std::mutex> held(ThumbInfo::exiv2_mutex_);
-  auto reading =
-      std::async(std::launch::async, [&] { info.ExtractImgInfo(false); });
-  EXPECT_EQ(reading.wait_for(std::chrono::milliseconds(50)),
-            std::future_status::timeout);
+  auto reading = std::async(std::launch::async, [&] { info.ExtractImgInfo(false); });
+  EXPECT_EQ(reading.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
   held.unlock();
   reading.get();
   EXPECT_TRUE(info.IsGood());
@@ -346,14 +326,11 @@ TEST_F(ImageFacts, WaitForTheLock) {
 
 TEST(Exiv2Errors, AreNumberedAlikeWhateverTheRelease) {
   using Exiv2::ErrorCode;
-  EXPECT_EQ(
-      Exiv2Code(Exiv2::Error(ErrorCode::kerDataSourceOpenFailed, "a", "b")), 9);
-  EXPECT_EQ(
-      Exiv2Code(Exiv2::Error(ErrorCode::kerFileContainsUnknownImageType, "a")),
-      11);
+  EXPECT_EQ(Exiv2Code(Exiv2::Error(ErrorCode::kerDataSourceOpenFailed, "a", "b")), 9);
+  EXPECT_EQ(Exiv2Code(Exiv2::Error(ErrorCode::kerFileContainsUnknownImageType, "a")), 11);
   EXPECT_EQ(Exiv2Code(Exiv2::Error(ErrorCode::kerFailedToReadImageData)), 14);
   EXPECT_EQ(Exiv2Code(Exiv2::Error(ErrorCode::kerInputDataReadFailed)), 20);
 }
 
-} // namespace
-} // namespace tavithumb::test
+}  // namespace
+}  // namespace tavithumb::test

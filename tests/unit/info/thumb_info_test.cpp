@@ -37,7 +37,7 @@ TEST(ThumbInfo, ThrowsWhenTheSourceCannotBeStated) {
   try {
     ThumbInfo("/nowhere/a.jpg", "small", {120, 120});
     FAIL();
-  } catch (const Error &error) {
+  } catch (const Error& error) {
     EXPECT_EQ(error.Code(), 601);
     EXPECT_STREQ(error.what(), "(E601) Can't stat /nowhere/a.jpg");
   }
@@ -74,25 +74,20 @@ TEST(ThumbInfo, IsGoodWithFactsOfEitherKind) {
 
 TEST(ThumbInfo, MakesGifsOfGifsThatMayStayOnesPngsOfPngsAndJpegsOfTheRest) {
   struct Row {
-    const char *mimeType;
+    const char* mimeType;
     bool enableGIF, crop;
-    const char *output;
-    const char *extension;
+    const char* output;
+    const char* extension;
   };
   const Row rows[] = {
-      {"image/gif", true, false, "image/gif", ".gif"},
-      {"image/gif", true, true, "image/jpeg", ".jpg"},
-      {"image/gif", false, false, "image/jpeg", ".jpg"},
-      {"image/png", false, false, "image/png", ".png"},
-      {"image/png", true, true, "image/png", ".png"},
-      {"image/jpeg", true, false, "image/jpeg", ".jpg"},
-      {"image/x-ms-bmp", true, false, "image/jpeg", ".jpg"},
-      {"", true, false, "image/jpeg", ".jpg"},
+      {"image/gif", true, false, "image/gif", ".gif"},       {"image/gif", true, true, "image/jpeg", ".jpg"},
+      {"image/gif", false, false, "image/jpeg", ".jpg"},     {"image/png", false, false, "image/png", ".png"},
+      {"image/png", true, true, "image/png", ".png"},        {"image/jpeg", true, false, "image/jpeg", ".jpg"},
+      {"image/x-ms-bmp", true, false, "image/jpeg", ".jpg"}, {"", true, false, "image/jpeg", ".jpg"},
       {"IMAGE/PNG", false, false, "image/jpeg", ".jpg"},
   };
-  for (const Row &row : rows) {
-    SCOPED_TRACE(testing::Message()
-                 << row.mimeType << " " << row.enableGIF << " " << row.crop);
+  for (const Row& row : rows) {
+    SCOPED_TRACE(testing::Message() << row.mimeType << " " << row.enableGIF << " " << row.crop);
     OpenInfo info = JpegRecord(1, 1, {1, 1});
     info.mimeType_ = row.mimeType;
     info.enableGIF_ = row.enableGIF;
@@ -104,13 +99,11 @@ TEST(ThumbInfo, MakesGifsOfGifsThatMayStayOnesPngsOfPngsAndJpegsOfTheRest) {
 
 TEST(ThumbInfo, IsWebAcceptableByFourExactTypes) {
   OpenInfo info = JpegRecord(1, 1, {1, 1});
-  for (const char *type :
-       {"image/jpeg", "image/png", "image/gif", "image/x-ms-bmp"}) {
+  for (const char* type : {"image/jpeg", "image/png", "image/gif", "image/x-ms-bmp"}) {
     info.mimeType_ = type;
     EXPECT_TRUE(info.IsWebAcceptable()) << type;
   }
-  for (const char *type : {"", "image/bmp", "image/tiff", "image/heic",
-                           "image/webp", "Image/jpeg", "image/jpeg "}) {
+  for (const char* type : {"", "image/bmp", "image/tiff", "image/heic", "image/webp", "Image/jpeg", "image/jpeg "}) {
     info.mimeType_ = type;
     EXPECT_FALSE(info.IsWebAcceptable()) << type;
   }
@@ -136,17 +129,11 @@ TEST(ThumbInfo, TargetsTheBoxInTheStoredFrame) {
       {0, 3000, 0, 0, {640, 480}, {640, 480}},
       {4000, 0, 0, -1, {640, 480}, {480, 640}},
       {4000, 3000, 0, 0, {4294967295u, 1}, {4000, 1}},
-      {4000,
-       3000,
-       3,
-       2147483647,
-       {640, 480},
-       {640, 480}}, // the sum wraps around to an even number
+      {4000, 3000, 3, 2147483647, {640, 480}, {640, 480}},  // the sum wraps around to an even number
   };
-  for (const Row &row : rows) {
-    SCOPED_TRACE(testing::Message()
-                 << row.width << "x" << row.height << " turned " << row.rotate
-                 << " and " << row.userRotate << " into " << row.box);
+  for (const Row& row : rows) {
+    SCOPED_TRACE(testing::Message() << row.width << "x" << row.height << " turned " << row.rotate << " and "
+                                    << row.userRotate << " into " << row.box);
     OpenInfo info = JpegRecord(row.width, row.height, row.box);
     info.rotate_ = row.rotate;
     info.userRotate_ = row.userRotate;
@@ -156,17 +143,16 @@ TEST(ThumbInfo, TargetsTheBoxInTheStoredFrame) {
 
 TEST(ThumbInfo, NeedsConversionByTheFirstRuleThatFires) {
   struct Row {
-    const char *what;
-    const char *mimeType;
+    const char* what;
+    const char* mimeType;
     bool enableGIF;
     int rotate, userRotate;
-    const char *size;
+    const char* size;
     std::uint32_t width, height;
     bool needed;
   };
   const Row rows[] = {
-      {"GIF that may not stay one", "image/gif", false, 0, 0, "big", 10, 10,
-       true},
+      {"GIF that may not stay one", "image/gif", false, 0, 0, "big", 10, 10, true},
       {"GIF that may", "image/gif", true, 0, 0, "big", 10, 10, false},
       {"not shown by browsers", "image/tiff", true, 0, 0, "big", 10, 10, true},
       {"no facts", "", true, 0, 0, "big", 0, 0, true},
@@ -177,24 +163,18 @@ TEST(ThumbInfo, NeedsConversionByTheFirstRuleThatFires) {
       {"fits exactly", "image/jpeg", false, 0, 0, "big", 640, 640, false},
       {"too wide", "image/jpeg", false, 0, 0, "big", 641, 10, true},
       {"too high", "image/jpeg", false, 0, 0, "big", 10, 641, true},
-      {"large with 1280 x 1280", "image/jpeg", false, 0, 0, "large", 1280, 1280,
-       true},
-      {"large with one pixel less", "image/jpeg", false, 0, 0, "large", 1638399,
-       1, false},
-      {"large, long but small", "image/jpeg", false, 0, 0, "large", 2000, 800,
-       false},
+      {"large with 1280 x 1280", "image/jpeg", false, 0, 0, "large", 1280, 1280, true},
+      {"large with one pixel less", "image/jpeg", false, 0, 0, "large", 1638399, 1, false},
+      {"large, long but small", "image/jpeg", false, 0, 0, "large", 2000, 800, false},
       {"xlarge, long", "image/jpeg", false, 0, 0, "xlarge", 2000, 800, true},
-      {"large whose product wraps", "image/jpeg", false, 0, 0, "large", 65536,
-       65536, false},
-      {"huge BMP side", "image/x-ms-bmp", false, 0, 0, "original", 10,
-       4294967286u, true},
+      {"large whose product wraps", "image/jpeg", false, 0, 0, "large", 65536, 65536, false},
+      {"huge BMP side", "image/x-ms-bmp", false, 0, 0, "original", 10, 4294967286u, true},
   };
-  for (const Row &row : rows) {
+  for (const Row& row : rows) {
     SCOPED_TRACE(row.what);
-    const std::uint32_t side = row.size == std::string("big") ? 640
-                               : row.size == std::string("original")
-                                   ? 2147483647
-                                   : 1280;
+    const std::uint32_t side = row.size == std::string("big")        ? 640
+                               : row.size == std::string("original") ? 2147483647
+                                                                     : 1280;
     OpenInfo info = JpegRecord(row.width, row.height, {side, side}, row.size);
     info.mimeType_ = row.mimeType;
     info.enableGIF_ = row.enableGIF;
@@ -210,14 +190,13 @@ TEST(ThumbInfo, TakesAThumbnailAsUpToDateFromTheSourcesSecondOn) {
   WriteFile(folder / "thumb", "");
   SetTimes(folder / "a.jpg", 1, 1000);
   const ThumbInfo info(folder / "a.jpg", "small", {120, 120});
-  for (const auto &[time, upToDate] :
-       {std::pair{999, false}, {1000, true}, {1001, true}, {-5, false}}) {
+  for (const auto& [time, upToDate] : {std::pair{999, false}, {1000, true}, {1001, true}, {-5, false}}) {
     SetTimes(folder / "thumb", 1, time);
     EXPECT_EQ(info.IsThumbUptoDate(folder / "thumb"), upToDate) << time;
   }
   EXPECT_FALSE(info.IsThumbUptoDate(folder / "missing"));
   EXPECT_FALSE(info.IsThumbUptoDate(""));
-  SetTimes(folder / "a.jpg", 1, 5000); // the time seen at construction counts
+  SetTimes(folder / "a.jpg", 1, 5000);  // the time seen at construction counts
   SetTimes(folder / "thumb", 1, 1000);
   EXPECT_TRUE(info.IsThumbUptoDate(folder / "thumb"));
 }
@@ -238,23 +217,16 @@ TEST(ThumbInfo, GivesAFileTheSourcesTimes) {
 TEST(ThumbInfo, HasItsTables) {
   EXPECT_EQ(ThumbInfo::LARGE_ORIG_THRESHOLD, 1638400u);
   EXPECT_EQ(ThumbInfo::stdOrientationKey, "Exif.Image.Orientation");
-  EXPECT_EQ(ThumbInfo::orientationKeyList_,
-            (std::vector<std::string>{
-                "Exif.Panasonic.Rotation", "Exif.MinoltaCs5D.Rotation",
-                "Exif.MinoltaCs5D.Rotation2", "Exif.MinoltaCs7D.Rotation",
-                "Exif.Sony1MltCsA100.Rotation", "Exif.Sony1Cs.Rotation",
-                "Exif.Sony2Cs.Rotation", "Exif.Sony1Cs2.Rotation",
-                "Exif.Sony2Cs2.Rotation", "Exif.Sony1MltCsA100.Rotation"}));
+  EXPECT_EQ(
+      ThumbInfo::orientationKeyList_,
+      (std::vector<std::string>{"Exif.Panasonic.Rotation", "Exif.MinoltaCs5D.Rotation", "Exif.MinoltaCs5D.Rotation2",
+                                "Exif.MinoltaCs7D.Rotation", "Exif.Sony1MltCsA100.Rotation", "Exif.Sony1Cs.Rotation",
+                                "Exif.Sony2Cs.Rotation", "Exif.Sony1Cs2.Rotation", "Exif.Sony2Cs2.Rotation",
+                                "Exif.Sony1MltCsA100.Rotation"}));
   EXPECT_EQ(ThumbInfo::rotateFlopMappingList_,
-            (std::vector<std::pair<std::int32_t, bool>>{{0, false},
-                                                        {0, true},
-                                                        {2, false},
-                                                        {2, true},
-                                                        {1, true},
-                                                        {1, false},
-                                                        {3, true},
-                                                        {3, false}}));
+            (std::vector<std::pair<std::int32_t, bool>>{
+                {0, false}, {0, true}, {2, false}, {2, true}, {1, true}, {1, false}, {3, true}, {3, false}}));
 }
 
-} // namespace
-} // namespace tavithumb::test
+}  // namespace
+}  // namespace tavithumb::test

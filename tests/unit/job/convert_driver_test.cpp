@@ -69,6 +69,31 @@ TEST_F(Driver, LooksInTheSlotsThatTheOptionsNameInAFixedOrder) {
   }
 }
 
+TEST_F(Driver, AsksThePlatformForNothingMoreThanItsWayNeeds) {
+  const std::string png = Png(), video = Source("clip.mp4");
+  OpenThumb image(png, 3, false);
+  EXPECT_EQ(image.CalcOutputFile("small"), "");
+  EXPECT_EQ(platform.calls, (Calls{EAPath(png, "TAVIPHOTO_THUMB_S.png"),
+                                   EAPath(png, "TAVIPHOTO:THUMB_S.png"),
+                                   EAPath(png, "TAVIFILE_THUMB_S.png"),
+                                   EAPath(png, "TAVIFILE_THUMB_S.png"),
+                                   {"TAVIGetFSType", folder.Path(), "0"},
+                                   {"TAVIFSIsRemoteFS", "1"},
+                                   {"TAVIFSIsImageFS", "1"},
+                                   EAPath(png, "TAVIFILETMP_THUMB.png"),
+                                   {"TAVIEADirPath", "0", png, "4096"},
+                                   {"TAVIEAMKDir", "1", folder / "ea/a.png"},
+                                   {"TLIBCExecv", "/usr/bin/convert", "1", "/usr/bin/convert", "-strip", "-colorspace",
+                                    "sRGB", png + "[0]", "-thumbnail", "120x120", "-rotate", "0", "-rotate", "0",
+                                    Entry(png, "TAVIFILETMP_THUMB.png")}}));
+  platform.calls.clear();
+  EXPECT_EQ(OpenThumb(video, 0x4B, false).CalcOutputFile("small"), "");
+  EXPECT_EQ(platform.calls,
+            (Calls{EAPath(video, "TAVIPHOTO_THUMB_S.jpg"), EAPath(video, "TAVIPHOTO:THUMB_S.jpg"),
+                   EAPath(video, "TAVIFILE_THUMB_S.jpg"), EAPath(video, "TAVIVIDEO_VIDEO_SCREENSHOT.jpg")}));
+  EXPECT_EQ(log.lines, Log{});
+}
+
 TEST_F(Driver, StopsAtTheFirstSlotThatHasAnUpToDateEntry) {
   const std::string png = Png();
   const char* const order[] = {"TAVIPHOTO_THUMB_S.png", "TAVIPHOTO:THUMB_S.png", "TAVIFILE_THUMB_S.png"};
@@ -95,6 +120,41 @@ TEST_F(Driver, AnswersAVideoFromTheCinevoSlotAndNeverReadsOrConvertsIt) {
   EXPECT_EQ(job.GetOutputMimeType(), "image/jpeg");
   EXPECT_FALSE(job.info_.IsGood());
   EXPECT_EQ(platform.Calls("TLIBCExecv"), Calls{});
+}
+
+TEST_F(Driver, LooksNowhereForTheOriginalOfAVideo) {
+  OpenThumb job(Source("clip.mp4"), 3, false);
+  job.type_ = 5;
+  EXPECT_EQ(job.CalcOutputFile("original"), "");
+  EXPECT_EQ(job.GetOutputFile(), "");
+  EXPECT_EQ(platform.calls, Calls{});
+}
+
+TEST_F(Driver, AnswersAnAvatarFromItsSlotAsABrovixThumbnail) {
+  const std::string png = Png();
+  const std::string entry = Store(png, "TAVIAVATAR_120x120.png", 1000);
+  OpenThumb job(png, 0x23, false);
+  EXPECT_EQ(job.CalcOutputFile("small"), entry);
+  EXPECT_EQ(job.GetOutputType(), "Brovix");
+  EXPECT_EQ(LookedUp(), Listing{"TAVIAVATAR_120x120.png"});
+}
+
+TEST_F(Driver, AnswersWithTheEmbeddedPreviewEvenWhereConvertingIsForbidden) {
+  const std::string jpeg = folder / "a.jpg";
+  MakeJpeg(jpeg, 800, 600);
+  MakeJpeg(folder / "preview.jpg", 160, 120);
+  SetPreview(jpeg, folder / "preview.jpg");
+  RealUnlink((folder / "preview.jpg").c_str());
+  SetTimes(jpeg, 900, 1000);
+  OpenThumb job(jpeg, 1 | 4, false);
+  EXPECT_EQ(job.CalcOutputFile("small"), Entry(jpeg, "TAVIFILE_THUMB_S.jpg"));
+  EXPECT_EQ(job.GetOutputType(), "Brovix");
+  EXPECT_FALSE(job.IsNeedDelete());
+  EXPECT_EQ(platform.Calls("TLIBCExecv"), Calls{});
+  EXPECT_EQ(Entries(jpeg), Listing{"TAVIFILE_THUMB_S.jpg"});
+  EXPECT_FALSE(Exists(job.info_.GetEXIFPreviewTmpPath()));
+  EXPECT_EQ(LookedUp(), (Listing{"TAVIPHOTO_THUMB_S.jpg", "TAVIPHOTO:THUMB_S.jpg", "TAVIFILE_THUMB_S.jpg",
+                                 "TAVIFILE_THUMB_S.jpg"}));
 }
 
 TEST_F(Driver, AnswersTheOriginalWithTheSourceWhenABrowserCanShowIt) {
@@ -142,6 +202,26 @@ TEST_F(Driver, FallsBackToTheSmallerSizesInTheirOrder) {
   EXPECT_EQ(LookedUp(), (Listing{"TAVIFILE_THUMB_B.png", "TAVIFILE_THUMB_B.png", "TAVIFILE_THUMB_M.png"}));
 }
 
+TEST_F(Driver, HandsOutWhatAnEarlierRequestLeftOnlyWithoutFallBack) {
+  OpenThumb job(Png(), 4, false);
+  job.outputFile_ = "/earlier";
+  EXPECT_EQ(job.CalcOutputFile("small"), "/earlier");
+  job.SetOption(4 | 0x40);
+  EXPECT_EQ(job.CalcOutputFile("small"), "");
+  EXPECT_EQ(job.GetOutputFile(), "/earlier");
+  EXPECT_EQ(job.CalcOutputFile(), "");
+}
+
+TEST_F(Driver, StopsTheFallBackAtASizeThatTheSourceServes) {
+  const std::string png = Png("a.png", 500, 400);
+  OpenThumb job(png, 0x40, false);
+  EXPECT_EQ(job.CalcOutputFile("medium"), "");  // 500 pixels need converting for "medium" and "small"
+  EXPECT_EQ(job.info_.GetSize(), "small");
+  EXPECT_EQ(job.CalcOutputFile("big"), png);
+  EXPECT_EQ(job.info_.GetSize(), "big");
+  EXPECT_EQ(job.info_.GetDimension(), (ThumbDimension{640, 640}));
+}
+
 TEST_F(Driver, KnowsNoOtherSizeNames) {
   OpenThumb job(Png(), 0x43, false);
   job.outputFile_ = "/earlier";
@@ -174,6 +254,18 @@ TEST_F(Driver, HandsOutTheSourceWhenAnEarlierRequestHadSettledOnIt) {
   EXPECT_EQ(job.CalcOutputFile("small"),
             png);  // the type is kept between requests
   EXPECT_EQ(job.GetOutputType(), "Original");
+}
+
+TEST_F(Driver, HandsOutTheSourceAfterAFailureOnlyWhereThatIsNotForbidden) {
+  const std::string png = Png();
+  OpenThumb job(png, 2, false);
+  job.noOriginalFallback_ = false;
+  EXPECT_EQ(job.CalcOutputFile("small"), png);
+  EXPECT_EQ(job.GetOutputType(), "");
+  const std::string video = Source("clip.mp4");
+  OpenThumb videoJob(video, 2, false);
+  videoJob.type_ = 5;
+  EXPECT_EQ(videoJob.CalcOutputFile("small"), video);
 }
 
 TEST_F(Driver, MakesAThumbnailNow) {
@@ -264,6 +356,28 @@ TEST_F(Batch, LogsAnUnknownNameAndGoesOn) {
   EXPECT_EQ(Made(source), (Listing{"TAVIFILE_THUMB_B.png", "TAVIFILE_THUMB_S.png"}));
   EXPECT_EQ(job.info_.GetSize(), "big");
   EXPECT_EQ(job.info_.GetDimension(), (ThumbDimension{640, 640}));
+}
+
+TEST_F(Batch, CatchesWhateverASizeThrowsAndGoesOn) {
+  toolsWork = true;
+  const std::string source = Source("a.jpg");
+  OpenThumb job(source, 0, false);
+  SetFacts(&job, 4000, 3000, "image/png");
+  const auto run = platform.run;
+  int runs = 0;
+  platform.run = [&](const std::string& path, const std::vector<std::string>& argv) {
+    if (++runs == 1) throw std::runtime_error("out of luck");
+    if (runs == 2) throw Error(601);
+    if (runs == 3) throw 7;
+    return run(path, argv);
+  };
+  EXPECT_TRUE(job.ConvertAll());
+  EXPECT_EQ(log.lines, Log(3, Internal(95).front()));
+  EXPECT_EQ(Made(source), Listing{"TAVIFILE_THUMB_XL.png"});
+  runs = 0;
+  log.lines.clear();
+  EXPECT_EQ(job.Convert({ThumbDimension{30, 20}, {31, 20}, {32, 20}}), 0);
+  EXPECT_EQ(log.lines, Log(3, Internal(113).front()));
 }
 
 TEST_F(Batch, KeepsTheBoxOfTheSizeBeforeAnUnknownName) {

@@ -94,6 +94,7 @@ TEST_F(Delivery, TurnsAnAlbumexThumbnailByTheUsersRotationOnTheWay) {
   for (const auto& [turns, degrees] : rows) {
     SCOPED_TRACE(turns);
     platform.calls.clear();
+    const std::size_t before = Names("/proc/self/fd").size();
     job.type_ = 1;
     job.outputFile_ = "/ea/albumex.jpg";
     job.Info().rotate_ = 2;  // the thumbnail is stored upright: not turned again
@@ -105,6 +106,7 @@ TEST_F(Delivery, TurnsAnAlbumexThumbnailByTheUsersRotationOnTheWay) {
                                       degrees, "/ea/albumex.jpg"},
                                      {"HTTPFileOutputer::Output(stream)", "open", "albumex.jpg", "image/jpeg"}}));
     EXPECT_EQ(platform.closed, std::vector<std::FILE*>{});  // by design
+    EXPECT_EQ(Names("/proc/self/fd").size(), before + 1);
   }
 }
 
@@ -118,6 +120,17 @@ TEST_F(Delivery, DeliversAnAlbumexThumbnailDirectlyForWholeTurns) {
     EXPECT_TRUE(Deliver([&] { return job.HttpOutputFile("image/jpeg"); }));
     EXPECT_EQ(platform.calls, (Calls{ByPath("/ea/albumex.jpg", "image/jpeg")}));
   }
+}
+
+TEST_F(Delivery, TurnsEvenTheSourceOnAJobWhoseLastFindWasAnAlbumexThumbnail) {
+  SetFacts(&job, 10, 10);
+  job.type_ = 1;
+  job.Rotate(3);
+  EXPECT_TRUE(Deliver([&] { return job.OutputOriginalImage(); }));
+  EXPECT_EQ(written, cachingLine);
+  EXPECT_EQ(platform.calls,
+            (Calls{{"TLIBCPopenv", "/usr/bin/jpegtran", "r", "/usr/bin/jpegtran", "-trim", "-rotate", "270", source},
+                   {"HTTPFileOutputer::Output(stream)", "open", "a.jpg", "image/jpeg"}}));
 }
 
 TEST_F(Delivery, TurnsNothingOfAnotherType) {
@@ -162,6 +175,29 @@ TEST_F(DeliveryOfPng, OfANamedSizeDeliversTheAnswerWithItsType) {
   EXPECT_EQ(written, cachingLine);
   EXPECT_EQ(platform.Calls("HTTPFileOutputer::Output(path)"), (Calls{ByPath(entry, "image/png")}));
   EXPECT_EQ(named.info_.GetSize(), "small");
+}
+
+TEST_F(DeliveryOfPng, TurnsTheAlbumexThumbnailItFindsByTheUsersRotation) {
+  const std::string entry = Store(png, "TAVIPHOTO_THUMB_S.png", 1000);
+  OpenThumb turned(png, 1, false);
+  turned.Rotate(2);
+  EXPECT_TRUE(Deliver([&] { return turned.Output("small"); }));
+  EXPECT_EQ(written, cachingLine);
+  EXPECT_EQ(platform.calls,
+            (Calls{EAPath(png, "TAVIPHOTO_THUMB_S.png"),
+                   {"TLIBCPopenv", "/usr/bin/jpegtran", "r", "/usr/bin/jpegtran", "-trim", "-rotate", "180", entry},
+                   {"HTTPFileOutputer::Output(stream)", "open", "TAVIPHOTO_THUMB_S.png", "image/png"}}));
+}
+
+TEST_F(DeliveryOfPng, SaysWhenTheOutputerFailed) {
+  Store(png, "TAVIFILE_THUMB_S.png", 1000);
+  Store(png, "TAVIFILE_THUMB_120x120.png", 1000);
+  platform.outputResult = -1;
+  OpenThumb named(png, 2, false);
+  EXPECT_FALSE(Deliver([&] { return named.Output("small"); }));
+  EXPECT_FALSE(Deliver([&] { return named.Output(120); }));
+  EXPECT_FALSE(Deliver([&] { return named.OutputOriginalImage(); }));
+  EXPECT_EQ(log.lines, Log{});
 }
 
 TEST_F(DeliveryOfPng, WritesNothingWhenThereIsNoAnswer) {

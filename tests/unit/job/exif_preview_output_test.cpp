@@ -9,36 +9,27 @@ namespace {
 // A job for the "big" box whose preview has been extracted to
 // <folder>/preview.jpg.
 class PreviewOutput : public JobTest {
-protected:
-  PreviewOutput()
-      : source(Source("a.jpg")), preview(folder / "preview.jpg"),
-        job(source, 0, false) {
+ protected:
+  PreviewOutput() : source(Source("a.jpg")), preview(folder / "preview.jpg"), job(source, 0, false) {
     Prepare(&job);
     WriteFile(preview, "preview");
     libc.geteuid = [] { return uid_t{0}; };
     libc.getegid = [] { return gid_t{0}; };
-    libc.chown = [this](const char *path, uid_t, gid_t) {
-      return steps.push_back("chown " + std::string(path)), 0;
-    };
-    libc.utime = [this](const char *path, const utimbuf *) {
-      return steps.push_back("utime " + std::string(path)), 0;
-    };
-    platform.run = [this](const std::string &,
-                          const std::vector<std::string> &argv) {
-      if (convertResult == 0)
-        WriteFile(argv.back(), "converted");
+    libc.chown = [this](const char* path, uid_t, gid_t) { return steps.push_back("chown " + std::string(path)), 0; };
+    libc.utime = [this](const char* path, const utimbuf*) { return steps.push_back("utime " + std::string(path)), 0; };
+    platform.run = [this](const std::string&, const std::vector<std::string>& argv) {
+      if (convertResult == 0) WriteFile(argv.back(), "converted");
       return convertResult;
     };
   }
-  void Prepare(OpenThumb *prepared) const {
+  void Prepare(OpenThumb* prepared) const {
     SetFacts(prepared, 4000, 3000);
     SetRequest(prepared, "big");
     prepared->Info().exifPreviewTmpPath_ = preview;
     prepared->outputFile_ = "/earlier";
     prepared->type_ = 3;
   }
-  PlatformCall Convert(const std::string &rotate, const std::string &userRotate,
-                       const std::string &to) const {
+  PlatformCall Convert(const std::string& rotate, const std::string& userRotate, const std::string& to) const {
     return {"TLIBCExecv", "/usr/bin/convert", "1",       "/usr/bin/convert",
             "-strip",     "-colorspace",      "sRGB",    preview + "[0]",
             "-thumbnail", "640x640",          "-rotate", rotate,
@@ -69,7 +60,7 @@ TEST_F(PreviewOutput, MovesThePreviewOfAJpegThatLiesAsItShould) {
 TEST_F(PreviewOutput, ConvertsWhenTheRotationsAddUpToATurn) {
   struct Row {
     int rotate, userRotate;
-    const char *eaName; // null: moved
+    const char* eaName;  // null: moved
   };
   const Row rows[] = {{1, 3, nullptr},
                       {2, 2, nullptr},
@@ -79,7 +70,7 @@ TEST_F(PreviewOutput, ConvertsWhenTheRotationsAddUpToATurn) {
                       {1, 0, "TAVIFILE_THUMB_B_r1.jpg"},
                       {0, 2, "TAVIFILE_THUMB_B_r2.jpg"},
                       {0, -1, "TAVIFILE_THUMB_B_r-1.jpg"}};
-  for (const Row &row : rows) {
+  for (const Row& row : rows) {
     SCOPED_TRACE(testing::Message() << row.rotate << " and " << row.userRotate);
     Prepare(&job);
     WriteFile(preview, "preview");
@@ -87,17 +78,13 @@ TEST_F(PreviewOutput, ConvertsWhenTheRotationsAddUpToATurn) {
     job.Info().rotate_ = row.rotate;
     job.Info().userRotate_ = row.userRotate;
     EXPECT_TRUE(job.SetOutFromEXIFPreview());
-    const std::string stored =
-        row.eaName == nullptr ? entry : Entry(source, row.eaName);
+    const std::string stored = row.eaName == nullptr ? entry : Entry(source, row.eaName);
     EXPECT_EQ(job.GetOutputFile(), stored);
-    EXPECT_EQ(ReadFile(stored),
-              row.eaName == nullptr ? "preview" : "converted");
-    EXPECT_EQ(
-        platform.Calls("TLIBCExecv"),
-        row.eaName == nullptr
-            ? Calls{}
-            : (Calls{Convert(std::to_string(row.rotate * 90),
-                             std::to_string(row.userRotate * 90), stored)}));
+    EXPECT_EQ(ReadFile(stored), row.eaName == nullptr ? "preview" : "converted");
+    EXPECT_EQ(platform.Calls("TLIBCExecv"),
+              row.eaName == nullptr
+                  ? Calls{}
+                  : (Calls{Convert(std::to_string(row.rotate * 90), std::to_string(row.userRotate * 90), stored)}));
     EXPECT_FALSE(Exists(preview));
   }
 }
@@ -111,7 +98,7 @@ TEST_F(PreviewOutput, ConvertsThePreviewOfAnythingButAJpegStraightToTheEntry) {
                                    Convert("0", "0", entry)}));
   EXPECT_EQ(job.GetOutputFile(), entry);
   EXPECT_EQ(job.GetOutputType(), "Brovix");
-  EXPECT_EQ(steps, Listing{}); // neither owner nor time
+  EXPECT_EQ(steps, Listing{});  // neither owner nor time
   EXPECT_FALSE(Exists(preview));
 }
 
@@ -119,8 +106,7 @@ TEST_F(PreviewOutput, ConvertsThePreviewOfAPng) {
   job.Info().mimeType_ = "image/png";
   EXPECT_TRUE(job.SetOutFromEXIFPreview());
   EXPECT_EQ(job.GetOutputFile(), Entry(source, "TAVIFILE_THUMB_B.png"));
-  EXPECT_EQ(platform.Calls("TLIBCExecv"),
-            (Calls{Convert("0", "0", Entry(source, "TAVIFILE_THUMB_B.png"))}));
+  EXPECT_EQ(platform.Calls("TLIBCExecv"), (Calls{Convert("0", "0", Entry(source, "TAVIFILE_THUMB_B.png"))}));
 }
 
 TEST_F(PreviewOutput, DoesNotLookForAPreviewWithoutFacts) {
@@ -151,15 +137,14 @@ TEST_F(PreviewOutput, RemovesThePreviewWhenThereCanBeNoEADirectory) {
 }
 
 TEST_F(PreviewOutput, KeepsAPreviewThatCannotBeSaved) {
-  libc.rename = [](const char *, const char *) { return errno = EIO, -1; };
+  libc.rename = [](const char*, const char*) { return errno = EIO, -1; };
   EXPECT_FALSE(job.SetOutFromEXIFPreview());
   EXPECT_TRUE(Exists(preview));
   EXPECT_EQ(job.type_, 3);
-  EXPECT_EQ(log.lines, (Log{Logged(474, "SaveThumbToEA",
-                                   "Failed to move thumbnail file from '" +
-                                       preview + "' to '" + entry + "'"),
-                            Logged(352, "SetOutFromEXIFPreview",
-                                   "failed to save to EA")}));
+  EXPECT_EQ(
+      log.lines,
+      (Log{Logged(474, "SaveThumbToEA", "Failed to move thumbnail file from '" + preview + "' to '" + entry + "'"),
+           Logged(352, "SetOutFromEXIFPreview", "failed to save to EA")}));
 }
 
 TEST_F(PreviewOutput, RemovesAPreviewThatCannotBeConverted) {
@@ -170,10 +155,8 @@ TEST_F(PreviewOutput, RemovesAPreviewThatCannotBeConverted) {
   EXPECT_EQ(job.type_, 3);
   EXPECT_EQ(job.GetOutputFile(), "/earlier");
   EXPECT_EQ(log.lines,
-            (Log{Logged(
-                347, "SetOutFromEXIFPreview",
-                "failed to rotate or convert tmp file to web accepatable img " +
-                    preview + " -> " + entry)}));
+            (Log{Logged(347, "SetOutFromEXIFPreview",
+                        "failed to rotate or convert tmp file to web accepatable img " + preview + " -> " + entry)}));
 }
 
 TEST_F(PreviewOutput, NamesTheBrovixEntryAlthoughAnAvatarWasStoredUnderItsOwn) {
@@ -184,5 +167,5 @@ TEST_F(PreviewOutput, NamesTheBrovixEntryAlthoughAnAvatarWasStoredUnderItsOwn) {
   EXPECT_EQ(Entries(source), Listing{"TAVIAVATAR_640x640.jpg"});
 }
 
-} // namespace
-} // namespace tavithumb::test
+}  // namespace
+}  // namespace tavithumb::test

@@ -10,57 +10,45 @@ namespace {
 // Tools named in `failing` fail, the others write their output. The process is
 // root, the time is 7, the process 42.
 class Online : public JobTest {
-protected:
+ protected:
   Online() {
     libc.time = [] { return time_t{7}; };
     libc.getpid = [] { return 42; };
     libc.geteuid = [] { return uid_t{0}; };
     libc.getegid = [] { return gid_t{0}; };
-    libc.chown = [](const char *, uid_t, gid_t) { return 0; };
-    platform.open = [this](const std::string &,
-                           const std::vector<std::string> &) {
+    libc.chown = [](const char*, uid_t, gid_t) { return 0; };
+    platform.open = [this](const std::string&, const std::vector<std::string>&) {
       ran.push_back("dcraw");
       return StreamOf(extracted);
     };
-    platform.run = [this](const std::string &,
-                          const std::vector<std::string> &argv) {
+    platform.run = [this](const std::string&, const std::vector<std::string>& argv) {
       ran.push_back(ToolOf(argv));
-      if (std::count(failing.begin(), failing.end(), ran.back()) != 0)
-        return 1;
-      WriteFile(argv[0] == "/usr/bin/djpeg" ? argv[9] : argv.back(),
-                ran.back());
+      if (std::count(failing.begin(), failing.end(), ran.back()) != 0) return 1;
+      WriteFile(argv[0] == "/usr/bin/djpeg" ? argv[9] : argv.back(), ran.back());
       return 0;
     };
   }
 
-  static std::string ToolOf(const std::vector<std::string> &argv) {
-    if (argv[0] == "/usr/bin/djpeg")
-      return "djpeg";
-    if (argv[2] == "-coalesce")
-      return "coalesce";
+  static std::string ToolOf(const std::vector<std::string>& argv) {
+    if (argv[0] == "/usr/bin/djpeg") return "djpeg";
+    if (argv[2] == "-coalesce") return "coalesce";
     return argv[4] == "-thumbnail" ? "animate" : "convert";
   }
 
   // Facts of a source of 800 x 600 pixels and plenty of bytes, and a request
   // for the "big" box.
-  static void Prepare(OpenThumb *job,
-                      const std::string &mimeType = "image/jpeg") {
+  static void Prepare(OpenThumb* job, const std::string& mimeType = "image/jpeg") {
     SetFacts(job, 800, 600, mimeType);
     SetRequest(job, "big");
     job->Info().stat_.st_size = 10000000;
     job->outputFile_ = "/earlier";
   }
 
-  static PlatformCall DJpeg(const std::string &from, const std::string &to) {
-    return {"TLIBCExecv", "/usr/bin/djpeg",
-            "1",          "/usr/bin/djpeg",
-            "-scale",     "1/1",
-            "-dct",       "fast",
-            "-fast",      "-onepass",
-            "-bmp",       "-outfile",
-            to,           from};
+  static PlatformCall DJpeg(const std::string& from, const std::string& to) {
+    return {"TLIBCExecv", "/usr/bin/djpeg", "1",        "/usr/bin/djpeg", "-scale",   "1/1", "-dct",
+            "fast",       "-fast",          "-onepass", "-bmp",           "-outfile", to,    from};
   }
-  static PlatformCall Convert(const std::string &from, const std::string &to) {
+  static PlatformCall Convert(const std::string& from, const std::string& to) {
     return {"TLIBCExecv",
             "/usr/bin/convert",
             "1",
@@ -103,8 +91,7 @@ TEST_F(Online, DecodesAJpegIntoTheEADirectoryUnderTheTemporaryNameAndStoresIt) {
   OpenThumb job(source, 0, false);
   Prepare(&job);
   EXPECT_TRUE(job.SetOutOnline());
-  const std::string work = Entry(source, "TAVIFILETMP_THUMB.jpg"),
-                    stored = Entry(source, "TAVIFILE_THUMB_B.jpg");
+  const std::string work = Entry(source, "TAVIFILETMP_THUMB.jpg"), stored = Entry(source, "TAVIFILE_THUMB_B.jpg");
   EXPECT_EQ(platform.calls, (Calls{{"TAVIGetFSType", folder.Path(), "0"},
                                    {"TAVIFSIsRemoteFS", "1"},
                                    {"TAVIFSIsImageFS", "1"},
@@ -122,9 +109,8 @@ TEST_F(Online, DecodesAJpegIntoTheEADirectoryUnderTheTemporaryNameAndStoresIt) {
 }
 
 TEST_F(Online, ServesAJpegAsItIsUpToTheBytesOfItsDecode) {
-  for (const auto &[bytes, serves] : {std::pair{decodedBytes - 1, true},
-                                      {decodedBytes, true},
-                                      {decodedBytes + 1, false}}) {
+  for (const auto& [bytes, serves] :
+       {std::pair{decodedBytes - 1, true}, {decodedBytes, true}, {decodedBytes + 1, false}}) {
     SCOPED_TRACE(bytes);
     ran.clear();
     OpenThumb job(source, 0, false);
@@ -132,8 +118,7 @@ TEST_F(Online, ServesAJpegAsItIsUpToTheBytesOfItsDecode) {
     job.Info().stat_.st_size = bytes;
     EXPECT_EQ(job.SetOutOnline(), !serves);
     EXPECT_EQ(job.GetOutputType(), serves ? "Original" : "Brovix");
-    EXPECT_EQ(job.GetOutputFile(),
-              serves ? "/earlier" : Entry(source, "TAVIFILE_THUMB_B.jpg"));
+    EXPECT_EQ(job.GetOutputFile(), serves ? "/earlier" : Entry(source, "TAVIFILE_THUMB_B.jpg"));
     EXPECT_EQ(ran, serves ? Listing{} : Listing{"djpeg"});
   }
 }
@@ -148,15 +133,15 @@ TEST_F(Online, TakesTheDecodingCommandsWordOnDeletingTheAnswer) {
   EXPECT_TRUE(job.SetOutOnline());
   EXPECT_FALSE(job.IsNeedDelete());
   job.needDelete_ = true;
-  failing = {"djpeg"}; // only a decode that succeeds is asked
+  failing = {"djpeg"};  // only a decode that succeeds is asked
   EXPECT_TRUE(job.SetOutOnline());
   EXPECT_TRUE(job.IsNeedDelete());
 }
 
 TEST_F(Online, TriesTheToolsInTheirOrder) {
   struct Row {
-    const char *what;
-    const char *mimeType;
+    const char* what;
+    const char* mimeType;
     bool good;
     int options;
     Listing failing;
@@ -167,87 +152,24 @@ TEST_F(Online, TriesTheToolsInTheirOrder) {
   const std::string preview = "preview";
   const Row rows[] = {
       {"JPEG", "image/jpeg", true, 0, {}, "", {"djpeg"}, true},
-      {"JPEG that djpeg can't read",
-       "image/jpeg",
-       true,
-       0,
-       {"djpeg"},
-       "",
-       {"djpeg", "convert"},
-       true},
-      {"JPEG that no tool can read",
-       "image/jpeg",
-       true,
-       0,
-       {"djpeg", "convert"},
-       "",
-       {"djpeg", "convert"},
-       false},
+      {"JPEG that djpeg can't read", "image/jpeg", true, 0, {"djpeg"}, "", {"djpeg", "convert"}, true},
+      {"JPEG that no tool can read", "image/jpeg", true, 0, {"djpeg", "convert"}, "", {"djpeg", "convert"}, false},
       {"PNG", "image/png", true, 0, {}, "", {"convert"}, true},
       {"BMP", "image/x-ms-bmp", true, 0, {}, "", {"convert"}, true},
       {"GIF made still", "image/gif", true, 0, {}, "", {"convert"}, true},
-      {"GIF kept moving",
-       "image/gif",
-       true,
-       8,
-       {},
-       "",
-       {"coalesce", "animate"},
-       true},
-      {"GIF for an avatar",
-       "image/gif",
-       true,
-       8 | 32,
-       {},
-       "",
-       {"convert"},
-       true},
-      {"GIF whose first pass fails",
-       "image/gif",
-       true,
-       8,
-       {"coalesce"},
-       "",
-       {"coalesce", "convert"},
-       true},
-      {"GIF whose second pass fails",
-       "image/gif",
-       true,
-       8,
-       {"animate"},
-       "",
-       {"coalesce", "animate", "convert"},
-       true},
+      {"GIF kept moving", "image/gif", true, 8, {}, "", {"coalesce", "animate"}, true},
+      {"GIF for an avatar", "image/gif", true, 8 | 32, {}, "", {"convert"}, true},
+      {"GIF whose first pass fails", "image/gif", true, 8, {"coalesce"}, "", {"coalesce", "convert"}, true},
+      {"GIF whose second pass fails", "image/gif", true, 8, {"animate"}, "", {"coalesce", "animate", "convert"}, true},
       // Its result is only taken when it is a readable picture, which these
       // texts are not.
-      {"raw with a preview",
-       "image/x-nikon-nef",
-       true,
-       0,
-       {},
-       preview,
-       {"dcraw", "djpeg", "convert"},
-       true},
-      {"raw without a preview",
-       "image/x-nikon-nef",
-       true,
-       0,
-       {},
-       "",
-       {"dcraw", "convert"},
-       true},
-      {"raw that nothing can read",
-       "image/x-nikon-nef",
-       true,
-       0,
-       {"convert"},
-       "",
-       {"dcraw", "convert"},
-       false},
+      {"raw with a preview", "image/x-nikon-nef", true, 0, {}, preview, {"dcraw", "djpeg", "convert"}, true},
+      {"raw without a preview", "image/x-nikon-nef", true, 0, {}, "", {"dcraw", "convert"}, true},
+      {"raw that nothing can read", "image/x-nikon-nef", true, 0, {"convert"}, "", {"dcraw", "convert"}, false},
       {"TIFF", "image/tiff", true, 0, {}, "", {"dcraw", "convert"}, true},
       {"unknown type", "", false, 0, {}, "", {"dcraw"}, false},
   };
-  for (const Row &row : rows) {
+  for (const Row& row : rows) {
     SCOPED_TRACE(row.what);
     ran.clear();
     failing = row.failing;
@@ -270,8 +192,7 @@ TEST_F(Online, GivesConvertTheSameWorkPathAfterAFailedDecode) {
   Prepare(&job);
   EXPECT_TRUE(job.SetOutOnline());
   const std::string work = Entry(source, "TAVIFILETMP_THUMB.jpg");
-  EXPECT_EQ(platform.Calls("TLIBCExecv"),
-            (Calls{DJpeg(source, work), Convert(source, work)}));
+  EXPECT_EQ(platform.Calls("TLIBCExecv"), (Calls{DJpeg(source, work), Convert(source, work)}));
 }
 
 TEST_F(Online, MakesNothingOfASourceWithoutFactsThatABrowserCanShow) {
@@ -310,10 +231,8 @@ TEST_F(Online, StoresOnAVolumeThatCannotBeQueried) {
   Prepare(&job);
   EXPECT_TRUE(job.SetOutOnline());
   EXPECT_EQ(job.GetOutputType(), "Brovix");
-  EXPECT_EQ(log.lines,
-            (Log{{LOG_ERR,
-                  "util:97 (IsDestSupportEAWrite) \"failed to statfs " +
-                      folder.Path() + ", reason=[(5)Input/output error]\""}}));
+  EXPECT_EQ(log.lines, (Log{{LOG_ERR, "util:97 (IsDestSupportEAWrite) \"failed to statfs " + folder.Path() +
+                                          ", reason=[(5)Input/output error]\""}}));
 }
 
 TEST_F(Online, LeavesTypeAndOutputAsTheyWereWithoutAnEADirectory) {
@@ -328,7 +247,7 @@ TEST_F(Online, LeavesTypeAndOutputAsTheyWereWithoutAnEADirectory) {
 }
 
 TEST_F(Online, FailsWhenTheThumbnailCannotBeSaved) {
-  libc.rename = [](const char *, const char *) { return errno = EIO, -1; };
+  libc.rename = [](const char*, const char*) { return errno = EIO, -1; };
   OpenThumb job(source, 0, false);
   Prepare(&job);
   EXPECT_FALSE(job.SetOutOnline());
@@ -338,14 +257,13 @@ TEST_F(Online, FailsWhenTheThumbnailCannotBeSaved) {
 }
 
 TEST_F(Online, LeavesAFailedCommandsWorkFile) {
-  platform.run = [](const std::string &, const std::vector<std::string> &argv) {
-    if (argv[0] == "/usr/bin/djpeg")
-      WriteFile(argv[9], "partial");
+  platform.run = [](const std::string&, const std::vector<std::string>& argv) {
+    if (argv[0] == "/usr/bin/djpeg") WriteFile(argv[9], "partial");
     return 1;
   };
   OpenThumb job(source, 0, false);
   Prepare(&job);
-  libc.unlink = [](const char *) { return 0; }; // what convert would remove
+  libc.unlink = [](const char*) { return 0; };  // what convert would remove
   EXPECT_FALSE(job.SetOutOnline());
   EXPECT_EQ(Entries(source), Listing{"TAVIFILETMP_THUMB.jpg"});
 }
@@ -359,5 +277,5 @@ TEST_F(Online, StoresAvatarsUnderTheirName) {
   EXPECT_EQ(Entries(source), Listing{"TAVIAVATAR_640x600.jpg"});
 }
 
-} // namespace
-} // namespace tavithumb::test
+}  // namespace
+}  // namespace tavithumb::test

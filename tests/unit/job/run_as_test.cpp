@@ -23,7 +23,7 @@ constexpr int authCritical = LOG_AUTH | LOG_CRIT;
 // A process with ids of its own, in which root is 0:0. Switches are kept as
 // text, -1 for an id left alone; the one whose text is `failing` fails.
 class RunAs : public testing::Test {
-protected:
+ protected:
   RunAs() {
     libc.geteuid = [this] { return user; };
     libc.getegid = [this] { return group; };
@@ -35,23 +35,17 @@ protected:
     };
   }
 
-  int Switch(const std::string &kind, unsigned real, unsigned effective,
-             unsigned saved, unsigned *current) {
-    const auto text = [](unsigned id) {
-      return std::to_string(static_cast<int>(id));
-    };
-    const std::string step =
-        kind + " " + text(real) + " " + text(effective) + " " + text(saved);
+  int Switch(const std::string& kind, unsigned real, unsigned effective, unsigned saved, unsigned* current) {
+    const auto text = [](unsigned id) { return std::to_string(static_cast<int>(id)); };
+    const std::string step = kind + " " + text(real) + " " + text(effective) + " " + text(saved);
     steps.push_back(step);
-    if (step == failing)
-      return errno = EPERM, -1;
-    if (effective != static_cast<unsigned>(-1))
-      *current = effective;
+    if (step == failing) return errno = EPERM, -1;
+    if (effective != static_cast<unsigned>(-1)) *current = effective;
     return 0;
   }
 
   // Runs a guarded block; says whether it ran, and keeps the ids it ran under.
-  bool RunBlock(const char *target = "root") {
+  bool RunBlock(const char* target = "root") {
     bool ran = false;
     IF_RUN_AS2(target, "libtavithumb", 489) {
       ran = true;
@@ -81,12 +75,9 @@ TEST_F(RunAs, SwitchesToRootAndBackByTheFewestSteps) {
       {0, 0, {}},
       {0, 100, {"gid -1 0 -1", "gid -1 100 -1"}},
       {1000, 0, {"uid -1 0 -1", "uid -1 0 -1", "uid -1 1000 -1"}},
-      {1000,
-       100,
-       {"uid -1 0 -1", "gid -1 0 -1", "uid -1 0 -1", "gid -1 100 -1",
-        "uid -1 1000 -1"}},
+      {1000, 100, {"uid -1 0 -1", "gid -1 0 -1", "uid -1 0 -1", "gid -1 100 -1", "uid -1 1000 -1"}},
   };
-  for (const Row &row : rows) {
+  for (const Row& row : rows) {
     SCOPED_TRACE(testing::Message() << row.user << ":" << row.group);
     user = row.user;
     group = row.group;
@@ -105,20 +96,16 @@ TEST_F(RunAs, SkipsTheBlockAndLogsWhenAStepFails) {
   struct Row {
     uid_t user;
     gid_t group;
-    const char *failing;
+    const char* failing;
     Steps steps;
   };
   const Row rows[] = {
       {1000, 100, "uid -1 0 -1", {"uid -1 0 -1"}},
-      {1000,
-       100,
-       "gid -1 0 -1",
-       {"uid -1 0 -1", "gid -1 0 -1", "uid -1 1000 -1"}},
+      {1000, 100, "gid -1 0 -1", {"uid -1 0 -1", "gid -1 0 -1", "uid -1 1000 -1"}},
       {0, 100, "gid -1 0 -1", {"gid -1 0 -1"}},
   };
-  for (const Row &row : rows) {
-    SCOPED_TRACE(testing::Message() << row.user << ":" << row.group
-                                    << " fails at " << row.failing);
+  for (const Row& row : rows) {
+    SCOPED_TRACE(testing::Message() << row.user << ":" << row.group << " fails at " << row.failing);
     user = row.user;
     group = row.group;
     failing = row.failing;
@@ -128,9 +115,7 @@ TEST_F(RunAs, SkipsTheBlockAndLogsWhenAStepFails) {
     EXPECT_EQ(user, row.user);
     EXPECT_EQ(group, row.group);
     EXPECT_EQ(steps, row.steps);
-    EXPECT_EQ(
-        log.lines,
-        (Log{{authError, "libtavithumb:489 ERROR: IF_RUN_AS2(\"root\")"}}));
+    EXPECT_EQ(log.lines, (Log{{authError, "libtavithumb:489 ERROR: IF_RUN_AS2(\"root\")"}}));
   }
 }
 
@@ -143,24 +128,18 @@ TEST_F(RunAs, LogsCriticallyWhenItCannotSwitchBack) {
     log.lines.clear();
     EXPECT_TRUE(RunBlock());
     EXPECT_EQ(user, 0u);
-    EXPECT_EQ(log.lines,
-              (Log{{authCritical,
-                    "libtavithumb:489 ERROR: ~IF_RUN_AS2(1000, 100)"}}));
+    EXPECT_EQ(log.lines, (Log{{authCritical, "libtavithumb:489 ERROR: ~IF_RUN_AS2(1000, 100)"}}));
   }
 }
 
 TEST_F(RunAs, LooksTheUserUpInABufferOfTheSystemsSize) {
-  for (const auto &[configured, size] :
-       {std::pair{2048L, size_t{2048}}, {-1L, size_t{16384}}}) {
+  for (const auto& [configured, size] : {std::pair{2048L, size_t{2048}}, {-1L, size_t{16384}}}) {
     SCOPED_TRACE(configured);
     size_t used = 0;
     std::string name;
     const long answer = configured;
-    libc.sysconf = [answer](int what) {
-      return what == _SC_GETPW_R_SIZE_MAX ? answer : -1L;
-    };
-    libc.getpwnam_r = [&](const char *wanted, passwd *entry, char *,
-                          size_t bytes, passwd **found) {
+    libc.sysconf = [answer](int what) { return what == _SC_GETPW_R_SIZE_MAX ? answer : -1L; };
+    libc.getpwnam_r = [&](const char* wanted, passwd* entry, char*, size_t bytes, passwd** found) {
       name = wanted;
       used = bytes;
       entry->pw_uid = 0;
@@ -175,8 +154,7 @@ TEST_F(RunAs, LooksTheUserUpInABufferOfTheSystemsSize) {
 }
 
 TEST_F(RunAs, TakesTheIdsThatTheUserHas) {
-  libc.getpwnam_r = [](const char *, passwd *entry, char *, size_t,
-                       passwd **found) {
+  libc.getpwnam_r = [](const char*, passwd* entry, char*, size_t, passwd** found) {
     entry->pw_uid = 5;
     entry->pw_gid = 6;
     *found = entry;
@@ -187,13 +165,12 @@ TEST_F(RunAs, TakesTheIdsThatTheUserHas) {
   EXPECT_TRUE(RunBlock());
   EXPECT_EQ(userInside, 5u);
   EXPECT_EQ(groupInside, 6u);
-  EXPECT_EQ(steps, (Steps{"uid -1 0 -1", "gid -1 6 -1", "uid -1 5 -1", //
+  EXPECT_EQ(steps, (Steps{"uid -1 0 -1", "gid -1 6 -1", "uid -1 5 -1",  //
                           "uid -1 0 -1", "gid -1 100 -1", "uid -1 1000 -1"}));
 }
 
 TEST_F(RunAs, LeavesAloneAnIdOfMinusOne) {
-  libc.getpwnam_r = [](const char *, passwd *entry, char *, size_t,
-                       passwd **found) {
+  libc.getpwnam_r = [](const char*, passwd* entry, char*, size_t, passwd** found) {
     entry->pw_uid = static_cast<uid_t>(-1);
     entry->pw_gid = static_cast<gid_t>(-1);
     *found = entry;
@@ -204,28 +181,23 @@ TEST_F(RunAs, LeavesAloneAnIdOfMinusOne) {
 }
 
 TEST_F(RunAs, LogsAUserThatIsNotThere) {
-  libc.getpwnam_r = [](const char *, passwd *, char *, size_t, passwd **found) {
+  libc.getpwnam_r = [](const char*, passwd*, char*, size_t, passwd** found) {
     *found = nullptr;
     return 0;
   };
   EXPECT_FALSE(RunBlock());
-  EXPECT_EQ(log.lines,
-            (Log{{authError,
-                  "libtavithumb:489 ERROR: getpwnam(root) [Name not found]"},
-                 {authError, "libtavithumb:489 ERROR: IF_RUN_AS2(\"root\")"}}));
+  EXPECT_EQ(log.lines, (Log{{authError, "libtavithumb:489 ERROR: getpwnam(root) [Name not found]"},
+                            {authError, "libtavithumb:489 ERROR: IF_RUN_AS2(\"root\")"}}));
 }
 
 TEST_F(RunAs, LogsAFailedLookUpWithItsReason) {
-  libc.getpwnam_r = [](const char *, passwd *, char *, size_t, passwd **found) {
+  libc.getpwnam_r = [](const char*, passwd*, char*, size_t, passwd** found) {
     *found = nullptr;
     return EIO;
   };
   EXPECT_FALSE(RunBlock());
-  EXPECT_EQ(
-      log.lines,
-      (Log{{authError,
-            "libtavithumb:489 ERROR: getpwnam(root) [Input/output error]"},
-           {authError, "libtavithumb:489 ERROR: IF_RUN_AS2(\"root\")"}}));
+  EXPECT_EQ(log.lines, (Log{{authError, "libtavithumb:489 ERROR: getpwnam(root) [Input/output error]"},
+                            {authError, "libtavithumb:489 ERROR: IF_RUN_AS2(\"root\")"}}));
 }
 
 // The sanitizers' allocators need allocator_may_return_null=1, which their
@@ -233,12 +205,11 @@ TEST_F(RunAs, LogsAFailedLookUpWithItsReason) {
 TEST_F(RunAs, LogsABufferThatCannotBeAllocated) {
   libc.sysconf = [](int) { return LONG_MAX; };
   EXPECT_FALSE(RunBlock());
-  EXPECT_EQ(log.lines,
-            (Log{{authError, "libtavithumb:489 ERROR: malloc(" +
-                                 std::to_string(LONG_MAX) +
-                                 ") [Cannot allocate memory]"},
-                 {authError, "libtavithumb:489 ERROR: IF_RUN_AS2(\"root\")"}}));
+  EXPECT_EQ(
+      log.lines,
+      (Log{{authError, "libtavithumb:489 ERROR: malloc(" + std::to_string(LONG_MAX) + ") [Cannot allocate memory]"},
+           {authError, "libtavithumb:489 ERROR: IF_RUN_AS2(\"root\")"}}));
 }
 
-} // namespace
-} // namespace tavithumb::test
+}  // namespace
+}  // namespace tavithumb::test

@@ -14,30 +14,24 @@ namespace {
 // A process that is root already, so that the guard switches nothing; owner and
 // time of files are only recorded.
 class SaveToEA : public JobTest {
-protected:
-  SaveToEA()
-      : source(Source("a.jpg")), from(folder / "made"), to(folder / "stored"),
-        job(source, 0, false) {
+ protected:
+  SaveToEA() : source(Source("a.jpg")), from(folder / "made"), to(folder / "stored"), job(source, 0, false) {
     WriteFile(from, "thumbnail");
     libc.geteuid = [] { return uid_t{0}; };
     libc.getegid = [] { return gid_t{0}; };
-    libc.chown = [this](const char *path, uid_t user, gid_t group) {
-      steps.push_back("chown " + std::string(path) + " " +
-                      std::to_string(user) + ":" + std::to_string(group));
+    libc.chown = [this](const char* path, uid_t user, gid_t group) {
+      steps.push_back("chown " + std::string(path) + " " + std::to_string(user) + ":" + std::to_string(group));
       return Result(chownErrno);
     };
-    libc.utime = [this](const char *path, const utimbuf *times) {
-      steps.push_back("utime " + std::string(path) + " " +
-                      std::to_string(times->actime) + " " +
+    libc.utime = [this](const char* path, const utimbuf* times) {
+      steps.push_back("utime " + std::string(path) + " " + std::to_string(times->actime) + " " +
                       std::to_string(times->modtime));
       return Result(utimeErrno);
     };
   }
 
   static int Result(int error) { return error == 0 ? 0 : (errno = error, -1); }
-  Log Saving(int line, const std::string &message) const {
-    return {Logged(line, "SaveThumbToEA", message)};
-  }
+  Log Saving(int line, const std::string& message) const { return {Logged(line, "SaveThumbToEA", message)}; }
 
   const std::string source, from, to;
   int chownErrno = 0;
@@ -52,16 +46,14 @@ TEST_F(SaveToEA, MovesTheFileAndGivesItModeOwnerAndTheTimeWanted) {
   struct stat record = {};
   ASSERT_EQ(stat(to.c_str(), &record), 0);
   EXPECT_EQ(record.st_mode & 07777, 0777u);
-  EXPECT_EQ(steps,
-            (Listing{"chown " + to + " 0:0", "utime " + to + " 0 1234"}));
+  EXPECT_EQ(steps, (Listing{"chown " + to + " 0:0", "utime " + to + " 0 1234"}));
   EXPECT_EQ(platform.calls, Calls{});
   EXPECT_EQ(log.lines, Log{});
 }
 
 TEST_F(SaveToEA, TakesTheSourcesTimeForATimeOfZero) {
   EXPECT_TRUE(job.SaveThumbToEA(from, to, 0));
-  EXPECT_EQ(steps,
-            (Listing{"chown " + to + " 0:0", "utime " + to + " 0 1000"}));
+  EXPECT_EQ(steps, (Listing{"chown " + to + " 0:0", "utime " + to + " 0 1000"}));
 }
 
 TEST_F(SaveToEA, LeavesTheTimeAloneWhenTheSourcesIsZero) {
@@ -83,47 +75,41 @@ TEST_F(SaveToEA, LeavesTheTimeAloneWhenTheSourceIsGone) {
 TEST_F(SaveToEA, FailsOnAMissingFileAndDoesNothingElse) {
   RealUnlink(from.c_str());
   EXPECT_FALSE(job.SaveThumbToEA(from, to, 1234));
-  EXPECT_EQ(log.lines,
-            Saving(468, "Can not acess thumbnail '" + from + "'\\n"));
+  EXPECT_EQ(log.lines, Saving(468, "Can not acess thumbnail '" + from + "'\\n"));
   EXPECT_EQ(steps, Listing{});
   EXPECT_EQ(platform.calls, Calls{});
   EXPECT_EQ(Names(folder.Path()), Listing{"a.jpg"});
 }
 
 TEST_F(SaveToEA, FailsWhenTheFileCannotBeRenamed) {
-  libc.rename = [](const char *, const char *) { return errno = EACCES, -1; };
+  libc.rename = [](const char*, const char*) { return errno = EACCES, -1; };
   EXPECT_FALSE(job.SaveThumbToEA(from, to, 1234));
-  EXPECT_EQ(log.lines, Saving(474, "Failed to move thumbnail file from '" +
-                                       from + "' to '" + to + "'"));
+  EXPECT_EQ(log.lines, Saving(474, "Failed to move thumbnail file from '" + from + "' to '" + to + "'"));
   EXPECT_EQ(steps, Listing{});
   EXPECT_EQ(platform.calls, Calls{});
 }
 
 TEST_F(SaveToEA, MovesAcrossVolumesWithMvAndGoesOnAsAfterARename) {
-  libc.rename = [](const char *, const char *) { return errno = EXDEV, -1; };
-  platform.run = [](const std::string &, const std::vector<std::string> &argv) {
+  libc.rename = [](const char*, const char*) { return errno = EXDEV, -1; };
+  platform.run = [](const std::string&, const std::vector<std::string>& argv) {
     return RealRename(argv[1].c_str(), argv[2].c_str());
   };
   EXPECT_TRUE(job.SaveThumbToEA(from, to, 1234));
   EXPECT_EQ(platform.calls, (Calls{{"TLIBCExecl", "0", "/bin/mv", from, to}}));
-  EXPECT_EQ(steps,
-            (Listing{"chown " + to + " 0:0", "utime " + to + " 0 1234"}));
+  EXPECT_EQ(steps, (Listing{"chown " + to + " 0:0", "utime " + to + " 0 1234"}));
   EXPECT_EQ(log.lines, Log{});
 }
 
 TEST_F(SaveToEA, FailsWhenMvFails) {
-  libc.rename = [](const char *, const char *) { return errno = EXDEV, -1; };
-  platform.run = [](const std::string &, const std::vector<std::string> &) {
-    return 1;
-  };
+  libc.rename = [](const char*, const char*) { return errno = EXDEV, -1; };
+  platform.run = [](const std::string&, const std::vector<std::string>&) { return 1; };
   EXPECT_FALSE(job.SaveThumbToEA(from, to, 1234));
-  EXPECT_EQ(log.lines, Saving(479, "Failed to move thumbnail file from '" +
-                                       from + "' to '" + to + "'"));
+  EXPECT_EQ(log.lines, Saving(479, "Failed to move thumbnail file from '" + from + "' to '" + to + "'"));
   EXPECT_EQ(steps, Listing{});
 }
 
 TEST_F(SaveToEA, GoesOnWhenTheModeCannotBeSet) {
-  libc.chmod = [this](const char *path, mode_t mode) {
+  libc.chmod = [this](const char* path, mode_t mode) {
     EXPECT_EQ(path, to);
     EXPECT_EQ(mode, 0777u);
     return errno = EPERM, -1;
@@ -136,16 +122,14 @@ TEST_F(SaveToEA, GoesOnWhenTheModeCannotBeSet) {
 TEST_F(SaveToEA, GoesOnWhenTheOwnerCannotBeSet) {
   chownErrno = EPERM;
   EXPECT_TRUE(job.SaveThumbToEA(from, to, 1234));
-  EXPECT_EQ(log.lines, Saving(491, "Failed to chown '" + to +
-                                       "', Operation not permitted"));
+  EXPECT_EQ(log.lines, Saving(491, "Failed to chown '" + to + "', Operation not permitted"));
   EXPECT_EQ(steps.size(), 2u);
 }
 
 TEST_F(SaveToEA, ReportsATimeThatCannotBeSetWithTheChownMessage) {
   utimeErrno = EROFS;
   EXPECT_TRUE(job.SaveThumbToEA(from, to, 1234));
-  EXPECT_EQ(log.lines,
-            Saving(512, "Failed to chown '" + to + "', Read-only file system"));
+  EXPECT_EQ(log.lines, Saving(512, "Failed to chown '" + to + "', Read-only file system"));
 }
 
 TEST_F(SaveToEA, SkipsOwnerAndTimeWhenItCannotBecomeRoot) {
@@ -154,10 +138,8 @@ TEST_F(SaveToEA, SkipsOwnerAndTimeWhenItCannotBecomeRoot) {
   EXPECT_TRUE(job.SaveThumbToEA(from, to, 1234));
   EXPECT_TRUE(Exists(to));
   EXPECT_EQ(steps, Listing{});
-  EXPECT_EQ(log.lines, (Log{{LOG_AUTH | LOG_ERR,
-                             "libtavithumb:489 ERROR: IF_RUN_AS2(\"root\")"},
-                            {LOG_AUTH | LOG_ERR,
-                             "libtavithumb:510 ERROR: IF_RUN_AS2(\"root\")"}}));
+  EXPECT_EQ(log.lines, (Log{{LOG_AUTH | LOG_ERR, "libtavithumb:489 ERROR: IF_RUN_AS2(\"root\")"},
+                            {LOG_AUTH | LOG_ERR, "libtavithumb:510 ERROR: IF_RUN_AS2(\"root\")"}}));
 }
 
 TEST_F(SaveToEA, SetsOwnerAndTimeAsRootAndTheModeAsTheCaller) {
@@ -165,25 +147,19 @@ TEST_F(SaveToEA, SetsOwnerAndTimeAsRootAndTheModeAsTheCaller) {
   gid_t group = 100;
   libc.geteuid = [&] { return user; };
   libc.getegid = [&] { return group; };
-  libc.setresuid = [&](uid_t, uid_t effective, uid_t) {
-    return user = effective, 0;
-  };
-  libc.setresgid = [&](gid_t, gid_t effective, gid_t) {
-    return group = effective, 0;
-  };
+  libc.setresuid = [&](uid_t, uid_t effective, uid_t) { return user = effective, 0; };
+  libc.setresgid = [&](gid_t, gid_t effective, gid_t) { return group = effective, 0; };
   Listing ids;
-  const auto note = [&](const std::string &what) {
-    ids.push_back(what + " as " + std::to_string(user) + ":" +
-                  std::to_string(group));
+  const auto note = [&](const std::string& what) {
+    ids.push_back(what + " as " + std::to_string(user) + ":" + std::to_string(group));
     return 0;
   };
-  libc.chmod = [&](const char *, mode_t) { return note("chmod"); };
-  libc.chown = [&](const char *, uid_t, gid_t) { return note("chown"); };
-  libc.utime = [&](const char *, const utimbuf *) { return note("utime"); };
+  libc.chmod = [&](const char*, mode_t) { return note("chmod"); };
+  libc.chown = [&](const char*, uid_t, gid_t) { return note("chown"); };
+  libc.utime = [&](const char*, const utimbuf*) { return note("utime"); };
   EXPECT_TRUE(job.SaveThumbToEA(from, to, 1234));
   note("afterwards");
-  EXPECT_EQ(ids, (Listing{"chmod as 1000:100", "chown as 0:0", "utime as 0:0",
-                          "afterwards as 1000:100"}));
+  EXPECT_EQ(ids, (Listing{"chmod as 1000:100", "chown as 0:0", "utime as 0:0", "afterwards as 1000:100"}));
 }
 
 TEST_F(SaveToEA, StoresToTheBrovixOrTheAvatarName) {
@@ -209,13 +185,11 @@ TEST_F(SaveToEA, MakesTheDestinationTheOutputFileOfAThumbnailJustMade) {
 }
 
 class SaveExisting : public SaveToEA {
-protected:
+ protected:
   SaveExisting() { MakeJpeg(photo = folder / "photo.jpg", 200, 150); }
 
-  Log Existing(int line, const std::string &message) const {
-    return {Logged(line, "SaveExistingThumbsToEA", message)};
-  }
-  std::string Thumbnail(const std::string &name) {
+  Log Existing(int line, const std::string& message) const { return {Logged(line, "SaveExistingThumbsToEA", message)}; }
+  std::string Thumbnail(const std::string& name) {
     MakeJpeg(folder / name, 20, 15);
     return folder / name;
   }
@@ -226,18 +200,14 @@ protected:
 TEST_F(SaveExisting, StoresEachUnderTheNameOfItsSize) {
   const std::string small = Thumbnail("s.jpg"), big = Thumbnail("b.jpg");
   OpenThumb existing(photo, 0, false);
-  EXPECT_TRUE(existing.SaveExistingThumbsToEA({{"small", small}, {"big", big}},
-                                              77, true));
-  EXPECT_EQ(Entries(photo),
-            (Listing{"TAVIFILE_THUMB_B.jpg", "TAVIFILE_THUMB_S.jpg"}));
+  EXPECT_TRUE(existing.SaveExistingThumbsToEA({{"small", small}, {"big", big}}, 77, true));
+  EXPECT_EQ(Entries(photo), (Listing{"TAVIFILE_THUMB_B.jpg", "TAVIFILE_THUMB_S.jpg"}));
   EXPECT_EQ(existing.info_.GetSize(), "big");
   EXPECT_EQ(existing.info_.GetDimension(), (ThumbDimension{640, 640}));
-  EXPECT_EQ(
-      steps,
-      (Listing{"chown " + Entry(photo, "TAVIFILE_THUMB_S.jpg") + " 0:0",
-               "utime " + Entry(photo, "TAVIFILE_THUMB_S.jpg") + " 0 77",
-               "chown " + Entry(photo, "TAVIFILE_THUMB_B.jpg") + " 0:0",
-               "utime " + Entry(photo, "TAVIFILE_THUMB_B.jpg") + " 0 77"}));
+  EXPECT_EQ(steps, (Listing{"chown " + Entry(photo, "TAVIFILE_THUMB_S.jpg") + " 0:0",
+                            "utime " + Entry(photo, "TAVIFILE_THUMB_S.jpg") + " 0 77",
+                            "chown " + Entry(photo, "TAVIFILE_THUMB_B.jpg") + " 0:0",
+                            "utime " + Entry(photo, "TAVIFILE_THUMB_B.jpg") + " 0 77"}));
   EXPECT_EQ(log.lines, Log{});
 }
 
@@ -251,8 +221,7 @@ TEST_F(SaveExisting, StoresAvatarsUnderTheirName) {
 TEST_F(SaveExisting, MakesTheEADirectoryForAnEmptyListToo) {
   OpenThumb existing(photo, 0, false);
   EXPECT_TRUE(existing.SaveExistingThumbsToEA({}, 0, true));
-  EXPECT_EQ(platform.Calls("TAVIEAMKDir"),
-            (Calls{{"TAVIEAMKDir", "1", folder / "ea/photo.jpg"}}));
+  EXPECT_EQ(platform.Calls("TAVIEAMKDir"), (Calls{{"TAVIEAMKDir", "1", folder / "ea/photo.jpg"}}));
   EXPECT_TRUE(Exists(folder / "ea/photo.jpg"));
 }
 
@@ -266,35 +235,27 @@ TEST_F(SaveExisting, FailsWithoutAnEADirectory) {
 }
 
 TEST_F(SaveExisting, StoresTheGoodOnesAmongBadOnes) {
-  const std::string small = Thumbnail("s.jpg"), big = Thumbnail("b.jpg"),
-                    gone = folder / "gone.jpg";
+  const std::string small = Thumbnail("s.jpg"), big = Thumbnail("b.jpg"), gone = folder / "gone.jpg";
   MakePng(folder / "other.jpg", 20, 15);
   WriteFile(folder / "text.jpg", std::string(100, 'x'));
   OpenThumb existing(photo, 0, false);
-  EXPECT_FALSE(
-      existing.SaveExistingThumbsToEA({{"small", small},
-                                       {"medium", folder / "other.jpg"},
-                                       {"medium", folder / "text.jpg"},
-                                       {"medium", gone},
-                                       {"big", big}},
-                                      77, true));
-  EXPECT_EQ(Entries(photo),
-            (Listing{"TAVIFILE_THUMB_B.jpg", "TAVIFILE_THUMB_S.jpg"}));
+  EXPECT_FALSE(existing.SaveExistingThumbsToEA({{"small", small},
+                                                {"medium", folder / "other.jpg"},
+                                                {"medium", folder / "text.jpg"},
+                                                {"medium", gone},
+                                                {"big", big}},
+                                               77, true));
+  EXPECT_EQ(Entries(photo), (Listing{"TAVIFILE_THUMB_B.jpg", "TAVIFILE_THUMB_S.jpg"}));
   EXPECT_TRUE(Exists(folder / "other.jpg"));
-  EXPECT_EQ(log.lines,
-            (Log{Existing(558, "Thumbnail has different mime type '" +
-                                   (folder / "other.jpg") + "'")[0],
-                 Existing(563, "Can not check thumbnail info of '" +
-                                   (folder / "text.jpg") + "'")[0],
-                 Existing(563, "Can not check thumbnail info of '" + gone +
-                                   "'")[0]}));
+  EXPECT_EQ(log.lines, (Log{Existing(558, "Thumbnail has different mime type '" + (folder / "other.jpg") + "'")[0],
+                            Existing(563, "Can not check thumbnail info of '" + (folder / "text.jpg") + "'")[0],
+                            Existing(563, "Can not check thumbnail info of '" + gone + "'")[0]}));
 }
 
 TEST_F(SaveExisting, DoesNotLookAtTheTypeUnlessAsked) {
   WriteFile(folder / "text.jpg", "no picture");
   OpenThumb existing(photo, 0, false);
-  EXPECT_TRUE(existing.SaveExistingThumbsToEA({{"small", folder / "text.jpg"}},
-                                              77, false));
+  EXPECT_TRUE(existing.SaveExistingThumbsToEA({{"small", folder / "text.jpg"}}, 77, false));
   EXPECT_EQ(Entries(photo), Listing{"TAVIFILE_THUMB_S.jpg"});
 }
 
@@ -302,18 +263,16 @@ TEST_F(SaveExisting, ReportsAFileThatCannotBeMoved) {
   const std::string gone = folder / "gone.jpg";
   OpenThumb existing(photo, 0, false);
   EXPECT_FALSE(existing.SaveExistingThumbsToEA({{"small", gone}}, 77, false));
-  EXPECT_EQ(log.lines,
-            Saving(468, "Can not acess thumbnail '" + gone + "'\\n"));
+  EXPECT_EQ(log.lines, Saving(468, "Can not acess thumbnail '" + gone + "'\\n"));
 }
 
 TEST_F(SaveExisting, ThrowsOnAnUnknownSizeAfterStoringTheEarlierOnes) {
   const std::string small = Thumbnail("s.jpg"), big = Thumbnail("b.jpg");
   OpenThumb existing(photo, 0, false);
   try {
-    existing.SaveExistingThumbsToEA({{"small", small}, {"huge", big}}, 77,
-                                    false);
+    existing.SaveExistingThumbsToEA({{"small", small}, {"huge", big}}, 77, false);
     FAIL();
-  } catch (const std::out_of_range &error) {
+  } catch (const std::out_of_range& error) {
     EXPECT_STREQ(error.what(), "map::at");
   }
   EXPECT_EQ(Entries(photo), Listing{"TAVIFILE_THUMB_S.jpg"});
@@ -325,18 +284,17 @@ TEST_F(SaveExisting, ThrowsOnASourceThatIsDamagedOrGone) {
   WriteFile(folder / "short.jpg", "");
   OpenThumb damaged(folder / "short.jpg", 0, false), gone(photo, 0, false);
   RealUnlink(photo.c_str());
-  const std::pair<OpenThumb *, int> rows[] = {{&damaged, 601}, {&gone, 603}};
-  for (const auto &[existing, code] : rows) {
+  const std::pair<OpenThumb*, int> rows[] = {{&damaged, 601}, {&gone, 603}};
+  for (const auto& [existing, code] : rows) {
     SCOPED_TRACE(code);
     log.lines.clear();
     try {
       existing->SaveExistingThumbsToEA({}, 77, false);
       FAIL();
-    } catch (const Error &error) {
+    } catch (const Error& error) {
       EXPECT_EQ(error.Code(), code);
     }
-    EXPECT_EQ(log.lines.back(), Existing(536, "Failed to extrace img info '" +
-                                                  existing->srcPath_ + "'")[0]);
+    EXPECT_EQ(log.lines.back(), Existing(536, "Failed to extrace img info '" + existing->srcPath_ + "'")[0]);
     EXPECT_EQ(platform.calls, Calls{});
   }
 }
@@ -359,8 +317,7 @@ TEST_F(SaveExisting, ReadsNoFactsOfAVideo) {
   EXPECT_FALSE(existing.info_.IsGood());
 }
 
-TEST_F(SaveExisting,
-       ReadsTheSourcesFactsWithItsPreviewAndTheFilesWithoutTheirs) {
+TEST_F(SaveExisting, ReadsTheSourcesFactsWithItsPreviewAndTheFilesWithoutTheirs) {
   const std::string small = Thumbnail("s.jpg"), preview = Thumbnail("p.jpg");
   SetPreview(photo, preview);
   SetPreview(small, preview);
@@ -374,5 +331,5 @@ TEST_F(SaveExisting,
   EXPECT_EQ(TemporaryFiles(), before);
 }
 
-} // namespace
-} // namespace tavithumb::test
+}  // namespace
+}  // namespace tavithumb::test

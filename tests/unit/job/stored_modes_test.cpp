@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
+#include <stdexcept>
+
 #include "job_fixture.h"
 
 namespace tavithumb::test {
@@ -67,6 +69,53 @@ TEST_F(StoredModes, LeaveTheOutputEmptyAndTheTypeAsItWasForAMissingEntry) {
     EXPECT_EQ(job.GetOutputFile(), "");
     EXPECT_EQ(job.type_, 3);
   }
+}
+
+TEST_F(StoredModes, KeepTheCandidateInTheOutputButForBrovixAndAvatarWhileItIsTested) {
+  for (const Mode& mode : modes) {
+    SCOPED_TRACE(mode.name);
+    const std::string entry = Store(source, mode.eaName, 1000);
+    job.outputFile_ = "/earlier";
+    Listing tested, outputs;
+    libc.stat64 = [&](const char* path, struct stat64* record) {
+      tested.emplace_back(path);
+      outputs.push_back(job.GetOutputFile());
+      return RealStat64(path, record);
+    };
+    EXPECT_TRUE((job.*mode.find)());
+    libc.stat64 = nullptr;
+    EXPECT_EQ(tested, Listing{entry});
+    EXPECT_EQ(outputs, Listing{mode.type == 2 ? "/earlier" : entry});
+  }
+}
+
+TEST_F(StoredModes, LetASizeWithoutALetterPassAndLeaveTheJobAsItWas) {
+  SetRequest(&job, "original");
+  for (const auto find : {&Thumb::SetOutAlbumexEA, &Thumb::SetOutAlbumexOldEA, &Thumb::SetOutBrovixEA}) {
+    try {
+      (job.*find)();
+      FAIL();
+    } catch (const std::out_of_range& error) {
+      EXPECT_STREQ(error.what(), "map::at");
+    }
+  }
+  EXPECT_EQ(job.GetOutputFile(), "/earlier");
+  EXPECT_EQ(job.type_, 3);
+  EXPECT_EQ(platform.calls, Calls{});
+}
+
+TEST_F(StoredModes, LookForTheSizeAndTurnOfTheRequest) {
+  SetRequest(&job, "medium");
+  job.Rotate(1);
+  job.SetOutAlbumexEA();
+  job.SetOutAlbumexOldEA();
+  job.SetOutCinevoEA();
+  job.SetOutBrovixEA();
+  job.SetOutAvatar();
+  EXPECT_EQ(platform.calls,
+            (Calls{EAPath(source, "TAVIPHOTO_THUMB_M.jpg"), EAPath(source, "TAVIPHOTO:THUMB_M.jpg"),
+                   EAPath(source, "TAVIVIDEO_VIDEO_SCREENSHOT.jpg"), EAPath(source, "TAVIFILE_THUMB_M_r1.jpg"),
+                   EAPath(source, "TAVIAVATAR_360x360_r1.jpg")}));
 }
 
 TEST_F(StoredModes, TakeAnEmptyEAPathAsNoEntry) {

@@ -43,7 +43,13 @@ TEST_F(ThumbOptions, AreDecodedBitByBit) {
       {0x23, "avatar noOriginal crop ", "noOnline avatar noOriginal crop "},
       {0x0F, "noOnline albumex brovix optGIF noOriginal gif ", "noOnline albumex brovix optGIF noOriginal gif "},
       {0x7F, "noOnline avatar optGIF noOriginal smaller gif crop ", "noOnline avatar optGIF noOriginal gif crop "},
+      {0x21, "avatar noOriginal crop ", "noOnline avatar noOriginal crop "},
+      {0x22, "avatar noOriginal crop ", "noOnline avatar noOriginal crop "},
+      {0x28, "avatar optGIF noOriginal gif crop ", "noOnline avatar optGIF noOriginal gif crop "},
+      {0x50, "noOriginal smaller ", "noOnline noOriginal "},
       {0x7FFFFF80, "noOriginal ", "noOnline noOriginal "},
+      {0x7FFFFF92, "brovix noOriginal ", "noOnline brovix noOriginal "},
+      {-1, "noOnline avatar optGIF noOriginal smaller gif crop ", "noOnline avatar optGIF noOriginal gif crop "},
   };
   const std::string image = Source("a.jpg"), video = Source("a.mp4");
   for (const Row& row : rows) {
@@ -64,6 +70,19 @@ TEST_F(ThumbOptions, AreReplacedNotAdded) {
   EXPECT_EQ(job.type_, 3);
   EXPECT_EQ(job.GetOutputFile(), "/kept");
   EXPECT_TRUE(job.IsNeedDelete());
+}
+
+TEST_F(ThumbOptions, DependOnTheLastWordAloneWhateverCameBefore) {
+  for (const std::string& source : {Source("a.jpg"), Source("a.mp4")}) {
+    OpenThumb reused(source, 0, false);
+    for (int options = 0; options < 0x80; ++options) {
+      SCOPED_TRACE(testing::Message() << source << " " << options);
+      OpenThumb fresh(source, options, false);
+      reused.SetOption(~options);
+      reused.SetOption(options);
+      EXPECT_EQ(Flags(reused), Flags(fresh));
+    }
+  }
 }
 
 TEST_F(ThumbOptions, HaveTheirNumbers) {

@@ -23,8 +23,7 @@ TEST(Error, PrintsANegativeCodeWithItsSign) {
 }
 
 TEST(Error, ReadsCodeThenMessage) {
-  EXPECT_STREQ(Error(601, "Can't stat /a/b.jpg").what(),
-               "(E601) Can't stat /a/b.jpg");
+  EXPECT_STREQ(Error(601, "Can't stat /a/b.jpg").what(), "(E601) Can't stat /a/b.jpg");
 }
 
 TEST(Error, IsCopiedWholly) {
@@ -39,5 +38,5 @@ TEST(Error, IsARuntimeError) {
   EXPECT_TRUE((std::is_base_of_v<std::runtime_error, Error>));
 }
 
-} // namespace
-} // namespace tavithumb::test
+}  // namespace
+}  // namespace tavithumb::test

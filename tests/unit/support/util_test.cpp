@@ -30,16 +30,14 @@ TEST(GetFileExt, IsTheLoweredTextAfterTheLastDot) {
       {"/x/a.jpg ", "jpg "},
       {"/x/\xC4.J\xC4", "j\xC4"},
   };
-  for (const auto &[path, extension] : rows)
-    EXPECT_EQ(file::GetFileExt(path), extension) << path;
+  for (const auto& [path, extension] : rows) EXPECT_EQ(file::GetFileExt(path), extension) << path;
 }
 
 TEST(GetEAPath, IsWhatThePlatformWrites) {
   RecordingPlatform platform;
   CapturedLog log;
   EXPECT_EQ(file::GetEAPath("/v/a.jpg", "NAME"), "/ea/a.jpg/NAME");
-  EXPECT_EQ(platform.calls,
-            (Calls{{"TAVIEAPath", "0", "/v/a.jpg", "NAME", "4096", "0"}}));
+  EXPECT_EQ(platform.calls, (Calls{{"TAVIEAPath", "0", "/v/a.jpg", "NAME", "4096", "0"}}));
   EXPECT_EQ(log.lines, Log{});
 }
 
@@ -48,9 +46,7 @@ TEST(GetEAPath, IsEmptyAndLoggedWithTheEntrysNameWhenThereIsNone) {
   platform.hasEAPath = false;
   CapturedLog log;
   EXPECT_EQ(file::GetEAPath("/v/a.jpg", "NAME"), "");
-  EXPECT_EQ(
-      log.lines,
-      (Log{{LOG_ERR, "util:50 (GetEAPath) \"Get EA path for NAME failed\""}}));
+  EXPECT_EQ(log.lines, (Log{{LOG_ERR, "util:50 (GetEAPath) \"Get EA path for NAME failed\""}}));
 }
 
 TEST(MakeEADir, DoesNotMakeADirectoryThatIsThere) {
@@ -58,8 +54,7 @@ TEST(MakeEADir, DoesNotMakeADirectoryThatIsThere) {
   WriteFile(ea / "a.jpg/entry", "");
   RecordingPlatform platform(ea.Path());
   EXPECT_TRUE(file::MakeEADir("/v/a.jpg"));
-  EXPECT_EQ(platform.calls,
-            (Calls{{"TAVIEADirPath", "0", "/v/a.jpg", "4096"}}));
+  EXPECT_EQ(platform.calls, (Calls{{"TAVIEADirPath", "0", "/v/a.jpg", "4096"}}));
 }
 
 TEST(MakeEADir, MakesAMissingOneAndTellsHowThatWent) {
@@ -69,8 +64,7 @@ TEST(MakeEADir, MakesAMissingOneAndTellsHowThatWent) {
     RecordingPlatform platform(ea.Path());
     platform.makeEADirResult = result;
     EXPECT_EQ(file::MakeEADir("/v/a.jpg"), result == 0);
-    EXPECT_EQ(platform.calls, (Calls{{"TAVIEADirPath", "0", "/v/a.jpg", "4096"},
-                                     {"TAVIEAMKDir", "1", ea / "a.jpg"}}));
+    EXPECT_EQ(platform.calls, (Calls{{"TAVIEADirPath", "0", "/v/a.jpg", "4096"}, {"TAVIEAMKDir", "1", ea / "a.jpg"}}));
   }
 }
 
@@ -83,8 +77,7 @@ TEST(MakeEADir, AsksForTheDirectoryWhereARegularFileLies) {
     platform.makeEADirOnDisk = false;
     platform.makeEADirResult = result;
     EXPECT_EQ(file::MakeEADir("/v/a.jpg"), result == 0);
-    EXPECT_EQ(platform.Calls("TAVIEAMKDir"),
-              (Calls{{"TAVIEAMKDir", "1", ea / "a.jpg"}}));
+    EXPECT_EQ(platform.Calls("TAVIEAMKDir"), (Calls{{"TAVIEAMKDir", "1", ea / "a.jpg"}}));
   }
 }
 
@@ -93,8 +86,7 @@ TEST(MakeEADir, FailsSilentlyWithoutAnEAPath) {
   platform.hasEAPath = false;
   CapturedLog log;
   EXPECT_FALSE(file::MakeEADir("/v/a.jpg"));
-  EXPECT_EQ(platform.calls,
-            (Calls{{"TAVIEADirPath", "0", "/v/a.jpg", "4096"}}));
+  EXPECT_EQ(platform.calls, (Calls{{"TAVIEADirPath", "0", "/v/a.jpg", "4096"}}));
   EXPECT_EQ(log.lines, Log{});
 }
 
@@ -105,25 +97,13 @@ TEST(IsDestSupportEAWrite, RefusesRemoteVolumesImagesAndCodeTwelve) {
     Calls calls;
   };
   const Row rows[] = {
-      {1,
-       true,
-       {{"TAVIGetFSType", "/v", "0"},
-        {"TAVIFSIsRemoteFS", "1"},
-        {"TAVIFSIsImageFS", "1"}}},
+      {1, true, {{"TAVIGetFSType", "/v", "0"}, {"TAVIFSIsRemoteFS", "1"}, {"TAVIFSIsImageFS", "1"}}},
       {2, false, {{"TAVIGetFSType", "/v", "0"}, {"TAVIFSIsRemoteFS", "2"}}},
-      {3,
-       false,
-       {{"TAVIGetFSType", "/v", "0"},
-        {"TAVIFSIsRemoteFS", "3"},
-        {"TAVIFSIsImageFS", "3"}}},
+      {3, false, {{"TAVIGetFSType", "/v", "0"}, {"TAVIFSIsRemoteFS", "3"}, {"TAVIFSIsImageFS", "3"}}},
       {12, false, {{"TAVIGetFSType", "/v", "0"}, {"TAVIFSIsRemoteFS", "12"}}},
-      {0,
-       true,
-       {{"TAVIGetFSType", "/v", "0"},
-        {"TAVIFSIsRemoteFS", "0"},
-        {"TAVIFSIsImageFS", "0"}}},
+      {0, true, {{"TAVIGetFSType", "/v", "0"}, {"TAVIFSIsRemoteFS", "0"}, {"TAVIFSIsImageFS", "0"}}},
   };
-  for (const Row &row : rows) {
+  for (const Row& row : rows) {
     SCOPED_TRACE(row.type);
     RecordingPlatform platform;
     platform.fsType = row.type;
@@ -139,19 +119,18 @@ TEST(IsDestSupportEAWrite, TakesAVolumeThatCannotBeQueriedAsWritableAndLogsIt) {
   CapturedLog log;
   EXPECT_TRUE(file::IsDestSupportEAWrite("/gone"));
   EXPECT_EQ(platform.calls, (Calls{{"TAVIGetFSType", "/gone", "0"}}));
-  EXPECT_EQ(
-      log.lines,
-      (Log{{LOG_ERR, "util:97 (IsDestSupportEAWrite) \"failed to statfs /gone, "
-                     "reason=[(2)No such file or directory]\""}}));
+  EXPECT_EQ(log.lines, (Log{{LOG_ERR,
+                             "util:97 (IsDestSupportEAWrite) \"failed to statfs /gone, "
+                             "reason=[(2)No such file or directory]\""}}));
 }
 
 TEST(SDKMoveFile, MovesWithTheSecondOfFifteenWordsSet) {
   RecordingPlatform platform;
   CapturedLog log;
   EXPECT_TRUE(file::SDKMoveFile("/a", "/b"));
-  EXPECT_EQ(platform.calls,
-            (Calls{{"TAVIFileCopy", "/a", "/b", "0", "1", "0", "0", "0", "0",
-                    "0", "0", "0", "0", "0", "0", "0", "0", "0"}}));
+  EXPECT_EQ(
+      platform.calls,
+      (Calls{{"TAVIFileCopy", "/a", "/b", "0", "1", "0", "0", "0", "0", "0", "0", "0", "0", "0", "0", "0", "0", "0"}}));
   EXPECT_EQ(log.lines, Log{});
 }
 
@@ -160,25 +139,22 @@ TEST(SDKMoveFile, LogsAFailure) {
   platform.fileCopyResult = -1;
   CapturedLog log;
   EXPECT_FALSE(file::SDKMoveFile("/a", "/b"));
-  EXPECT_EQ(log.lines,
-            (Log{{LOG_ERR, "util:112 (SDKMoveFile) \"TAVIFileCopy failed\""}}));
+  EXPECT_EQ(log.lines, (Log{{LOG_ERR, "util:112 (SDKMoveFile) \"TAVIFileCopy failed\""}}));
 }
 
 TEST(Dirname, IsTheParentAsPosixGivesIt) {
   const std::pair<std::string, std::string> rows[] = {
-      {"/a/b/c.jpg", "/a/b"}, {"/c.jpg", "/"}, {"c.jpg", "."}, {"", "."},
-      {"/a/b/", "/a"},        {"/", "/"},      {"a//b", "a"},
+      {"/a/b/c.jpg", "/a/b"}, {"/c.jpg", "/"}, {"c.jpg", "."}, {"", "."}, {"/a/b/", "/a"}, {"/", "/"}, {"a//b", "a"},
   };
-  for (const auto &[path, parent] : rows)
-    EXPECT_EQ(file::Dirname(path), parent) << path;
+  for (const auto& [path, parent] : rows) EXPECT_EQ(file::Dirname(path), parent) << path;
 }
 
 TEST(Dirname, WorksOnTheFirst4095BytesOfALongPath) {
   const auto named = [](std::size_t bytes) { return std::string(bytes, 'n'); };
   EXPECT_EQ(file::Dirname("/" + named(4092) + "/x"),
-            "/" + named(4092)); // 4095 bytes: whole
+            "/" + named(4092));  // 4095 bytes: whole
   EXPECT_EQ(file::Dirname("/" + named(4093) + "/x"),
-            "/"); // 4096: only the folder's slash is left
+            "/");  // 4096: only the folder's slash is left
   EXPECT_EQ(file::Dirname("/" + named(4094) + "/x"), "/");
   EXPECT_EQ(file::Dirname("/d/" + named(4092) + "/x"), "/d");
   EXPECT_EQ(file::Dirname("/d/" + named(5000)), "/d");
@@ -189,8 +165,7 @@ TEST(GetEATmpPath, AddsProcessAndSecondToTheEAPath) {
   FakeLibc libc;
   libc.getpid = [] { return 1234; };
   libc.time = [] { return time_t{1700000000}; };
-  EXPECT_EQ(file::GetEATmpPath("/v/a.jpg", "NAME"),
-            "/ea/a.jpg/NAME_1234_1700000000");
+  EXPECT_EQ(file::GetEATmpPath("/v/a.jpg", "NAME"), "/ea/a.jpg/NAME_1234_1700000000");
 }
 
 TEST(GetEATmpPath, IsEmptyAndLoggedWithoutAnEAPath) {
@@ -198,20 +173,17 @@ TEST(GetEATmpPath, IsEmptyAndLoggedWithoutAnEAPath) {
   platform.hasEAPath = false;
   CapturedLog log;
   EXPECT_EQ(file::GetEATmpPath("/v/a.jpg", "NAME"), "");
-  EXPECT_EQ(
-      log.lines,
-      (Log{{LOG_ERR, "util:50 (GetEAPath) \"Get EA path for NAME failed\""}}));
+  EXPECT_EQ(log.lines, (Log{{LOG_ERR, "util:50 (GetEAPath) \"Get EA path for NAME failed\""}}));
 }
 
 TEST(GetVarTmpPath, IsMadeOfTagProcessAndSecond) {
   FakeLibc libc;
   libc.getpid = [] { return 1234; };
   libc.time = [] { return time_t{1700000000}; };
-  EXPECT_EQ(file::GetVarTmpPath("abc"),
-            "/var/tmp/tavithumb_abc_1234_1700000000");
+  EXPECT_EQ(file::GetVarTmpPath("abc"), "/var/tmp/tavithumb_abc_1234_1700000000");
   EXPECT_EQ(file::GetVarTmpPath(""), "/var/tmp/tavithumb__1234_1700000000");
   EXPECT_FALSE(Exists("/var/tmp/tavithumb_abc_1234_1700000000"));
 }
 
-} // namespace
-} // namespace tavithumb::test
+}  // namespace
+}  // namespace tavithumb::test
