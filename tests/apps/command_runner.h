@@ -53,6 +53,20 @@ inline std::ostream& operator<<(std::ostream& stream, const Outcome& outcome) {
 
 class CommandRunner {
  public:
+  // Why the command can't run as another user here; "" when it can.
+  static std::string WhyNotAs(uid_t user) {
+    if (geteuid() != 0) return "needs root";
+    const pid_t child = fork();
+    if (child == 0) {
+      Become(user);
+      _exit(access(TAVITHUMB_COMMAND, X_OK) == 0 ? 0 : 1);
+    }
+    int status = 0;
+    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+    return status == 0 ? "" : "needs a build folder that other users can reach";
+  }
+
   // Runs the command to its end.
   Outcome operator()(std::vector<std::string> arguments, const Start& start = {}) const {
     arguments.insert(arguments.begin(), "tavithumb");
@@ -87,9 +101,8 @@ class CommandRunner {
     for (const std::string& word : arguments) words.push_back(const_cast<char*>(word.c_str()));
     words.push_back(nullptr);
     if (chdir(start.folder.c_str()) != 0) _exit(98);
-    const int program = open(TAVITHUMB_COMMAND, O_RDONLY | O_CLOEXEC);  // also for a user who cannot reach its folder
     Become(start.user);
-    fexecve(program, words.data(), environ);
+    execv(TAVITHUMB_COMMAND, words.data());
     _exit(97);
   }
 

@@ -157,7 +157,7 @@ TEST_F(Reasons, NoPlaceBesideIt) {
 }
 
 TEST_F(Reasons, PermissionDenied) {
-  if (geteuid() != 0) GTEST_SKIP() << "needs root";
+  if (const std::string why = CommandRunner::WhyNotAs(nobody); !why.empty()) GTEST_SKIP() << why;
   MakePng(folder / "closed.png", 600, 400);
   fs::permissions(folder.Path(), fs::perms(0755));
   fs::permissions(folder / "closed.png", fs::perms(0600));
@@ -167,7 +167,7 @@ TEST_F(Reasons, PermissionDenied) {
 }
 
 TEST_F(Reasons, AFolderThatTheUserMayNotWriteIn) {
-  if (geteuid() != 0) GTEST_SKIP() << "needs root";
+  if (const std::string why = CommandRunner::WhyNotAs(nobody); !why.empty()) GTEST_SKIP() << why;
   MakePng(folder / "a.png", 600, 400);
   fs::permissions(folder.Path(), fs::perms(0755));
   fs::permissions(folder / "a.png", fs::perms(0644));

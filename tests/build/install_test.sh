@@ -52,7 +52,7 @@ check() {
 }
 
 for standard in 17 20; do
-  cmake -S "$source/tests/build/consumer" -B "$work/cmake$standard" -DCMAKE_PREFIX_PATH="$prefix" \
+  cmake -G Ninja -S "$source/tests/build/consumer" -B "$work/cmake$standard" -DCMAKE_PREFIX_PATH="$prefix" \
     -DCMAKE_CXX_STANDARD="$standard" -DCMAKE_CXX_FLAGS="$flags" -DCMAKE_EXE_LINKER_FLAGS="-Wl,-rpath-link,$prefix/$lib" \
     >"$work/log" 2>&1 && cmake --build "$work/cmake$standard" >>"$work/log" 2>&1 ||
     fail "find_package, C++$standard: $(cat "$work/log")"

@@ -49,6 +49,8 @@ TEST(DJpegCmd, DecodesAtTheFirstScaleThatFitsAndKeepsThreeQuartersOfTheTarget) {
       {400, 150, {200, 100}, 0, "1/1"},            // exactly three quarters are too few
       {400, 151, {200, 100}, 1, "1/2"},            // and a little more is enough
       {65536, 65536, {1280, 1280}, 2, "1/4"},      // the product wraps to 0
+      {400, 1200, {400, 300}, 1, "1/2"},           // the height fits at 1/4, which leaves 30000 of 120000
+      {1600, 300, {400, 300}, 1, "1/2"},           // and so the width
       {80000, 80000, {40000, 40000}, 0, "1/1"},    // so it leaves 526258176 pixels at 1/2: too few
       {140000, 140000, {70000, 70000}, 1, "1/2"},  // the target's area wraps as well
       {0, 0, {640, 640}, 0, "1/1"},                // facts not known

@@ -80,6 +80,23 @@ TEST(ThumbConvertCmd, PointsIntoItsOwnStrings) {
   EXPECT_EQ(command.args_[11], command.dest_.c_str());
 }
 
+TEST(ThumbConvertCmd, TakesAnyResultButZeroForAFailure) {
+  const OpenInfo info = JpegRecord(400, 300, {120, 120});
+  for (const int result : {0, 1, -1, 127, 256}) {
+    SCOPED_TRACE(result);
+    RecordingPlatform platform;
+    platform.run = [result](const std::string&, const std::vector<std::string>&) { return result; };
+    EXPECT_EQ(DJpegCmd(info, "/v/a.jpg", "/v/d").exec(), result == 0);
+    EXPECT_EQ(ConvertCmd(info, "/v/a.jpg", "/v/d").exec(), result == 0);
+    EXPECT_EQ(JpegTranCmd(info, "/v/a.jpg", "/v/d", false).exec(), result == 0);
+    EXPECT_EQ(GIFConvertCmd(info, "/v/a.gif", "/v/d").exec(), result == 0);
+    platform.run = [result](const std::string&, const std::vector<std::string>& argv) {
+      return argv[2] == "-coalesce" ? 0 : result;
+    };
+    EXPECT_EQ(GIFConvertCmd(info, "/v/a.gif", "/v/d").exec(), result == 0);
+  }
+}
+
 TEST(ThumbConvertCmd, KeepsTheValuesItWasMadeWith) {
   RecordingPlatform platform;
   OpenInfo info = JpegRecord(4000, 3000, {640, 640});

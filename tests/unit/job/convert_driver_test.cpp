@@ -297,6 +297,12 @@ TEST_F(Driver, AnswersHeicWithItselfWhereTheCallerCanShowItAndNothingWasFound) {
   EXPECT_EQ(OpenThumb(heic, 4, false).CalcOutputFile("small"), "");
 }
 
+TEST_F(Driver, AnswersNothingButHeicWithItselfForACallerThatCanShowHeic) {
+  OpenThumb job(Png(), 2, true);
+  EXPECT_EQ(job.CalcOutputFile("small"), "");
+  EXPECT_EQ(job.GetOutputFile(), "");
+}
+
 TEST_F(Driver, GoesOnWithoutFactsOfAnUnknownType) {
   WriteFile(folder / "text.jpg", std::string(100, 'x'));
   OpenThumb job(folder / "text.jpg", 3, false);
