@@ -25,19 +25,6 @@ constexpr std::time_t kSourceTime = 1600000000;
 constexpr double kSameScene = 0.06;  // scaled, recompressed, cut by a few pixels
 constexpr double kOtherScene = 0.1;  // turned or mirrored
 
-// What this process leaves in /tmp and /var/tmp under the library's temporary names. Other programs use these names
-// at the same time, so only those count that carry this process's id.
-inline std::vector<std::string> OwnTemporaryFiles() {
-  const std::string pid = std::to_string(getpid());
-  std::vector<std::string> own;
-  for (const std::string& path : TemporaryFiles()) {
-    for (const std::string& mark : {"." + pid + ".", "_" + pid + "_", "p" + pid + "-"}) {
-      if (path.find(mark) != std::string::npos) own.push_back(path);
-    }
-  }
-  return own;
-}
-
 // One more than there are: the look itself takes one.
 inline std::size_t OpenDescriptors() {
   return Names("/proc/self/fd").size();

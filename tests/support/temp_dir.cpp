@@ -2,6 +2,7 @@
 #include "temp_dir.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 #include <utime.h>
 
 #include <algorithm>
@@ -72,6 +73,17 @@ std::vector<std::string> TemporaryFiles() {
     }
   }
   return found;
+}
+
+std::vector<std::string> OwnTemporaryFiles() {
+  const std::string pid = std::to_string(getpid());
+  std::vector<std::string> own;
+  for (const std::string& path : TemporaryFiles()) {
+    for (const std::string& mark : {"." + pid + ".", "_" + pid + "_", "p" + pid + "-"}) {
+      if (path.find(mark) != std::string::npos) own.push_back(path);
+    }
+  }
+  return own;
 }
 
 }  // namespace tavithumb::test

@@ -39,4 +39,8 @@ std::vector<std::string> Names(const std::string& directory);
 // "convert_thumbnail_*"), full paths, sorted: take it before and after.
 std::vector<std::string> TemporaryFiles();
 
+// Those of this process: other programs use these names at the same time, so only those count that carry this
+// process's id.
+std::vector<std::string> OwnTemporaryFiles();
+
 }  // namespace tavithumb::test

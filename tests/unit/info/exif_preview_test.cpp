@@ -67,7 +67,6 @@ class Preview : public testing::Test {
     MakeJpeg(source, 1000, 800);
     SetPreview(source, folder / "preview.jpg");
     SetTimes(source, 900, 1000);
-    libc.getpid = [] { return 4711; };
     libc.time = [] { return time_t{1700000000}; };
     libc.rand = [] { return 1804289383; };
   }
@@ -75,8 +74,9 @@ class Preview : public testing::Test {
 
   const TempDir folder;
   const std::string source = folder / "a.jpg";
-  const std::string extracted = "/tmp/thumb.4711.1700000000.1804289383.jpg";
-  const std::vector<std::string> before = TemporaryFiles();
+  const std::string withoutExtension = "/tmp/thumb." + std::to_string(getpid()) + ".1700000000.1804289383";
+  const std::string extracted = withoutExtension + ".jpg";
+  const std::vector<std::string> before = OwnTemporaryFiles();
   FakeLibc libc;
   CapturedLog log;
 };
@@ -98,7 +98,7 @@ TEST_F(Preview, IsNotWrittenUnlessAsked) {
   OpenInfo info(source, "small", {120, 120});
   info.ExtractImgInfo(false);
   EXPECT_EQ(info.GetEXIFPreviewTmpPath(), "");
-  EXPECT_EQ(TemporaryFiles(), before);
+  EXPECT_EQ(OwnTemporaryFiles(), before);
 }
 
 TEST_F(Preview, IsForgottenWhenNoneFitsTheBox) {
@@ -108,7 +108,7 @@ TEST_F(Preview, IsForgottenWhenNoneFitsTheBox) {
     info.exifPreviewTmpPath_ = "/earlier";
     info.ExtractImgInfo(true);
     EXPECT_EQ(info.GetEXIFPreviewTmpPath(), "");
-    EXPECT_EQ(TemporaryFiles(), before);
+    EXPECT_EQ(OwnTemporaryFiles(), before);
   }
 }
 
@@ -145,7 +145,7 @@ TEST_F(Preview, CutShortIsLoggedAndThePathWithoutExtensionIsRemoved) {
   setrlimit(RLIMIT_FSIZE, &limit);
   std::signal(SIGXFSZ, handler);
   EXPECT_EQ(info.GetEXIFPreviewTmpPath(), "");
-  EXPECT_EQ(removed, std::vector<std::string>{"/tmp/thumb.4711.1700000000.1804289383"});
+  EXPECT_EQ(removed, std::vector<std::string>{withoutExtension});
   EXPECT_TRUE(Exists(extracted));  // the name with the extension is not what is removed
   EXPECT_EQ(log.lines, (std::vector<LogLine>{{LOG_ERR,
                                               "thumb_info:237 (ExtractEXIFPreviewInfo) \"Write preview to file "

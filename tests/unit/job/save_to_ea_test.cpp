@@ -321,14 +321,14 @@ TEST_F(SaveExisting, ReadsTheSourcesFactsWithItsPreviewAndTheFilesWithoutTheirs)
   const std::string small = Thumbnail("s.jpg"), preview = Thumbnail("p.jpg");
   SetPreview(photo, preview);
   SetPreview(small, preview);
-  const Listing before = TemporaryFiles();
+  const Listing before = OwnTemporaryFiles();
   {
     OpenThumb existing(photo, 0, false);
     EXPECT_TRUE(existing.SaveExistingThumbsToEA({{"small", small}}, 77, true));
     EXPECT_NE(existing.info_.GetEXIFPreviewTmpPath(), "");
-    EXPECT_EQ(TemporaryFiles().size(), before.size() + 1);
+    EXPECT_EQ(OwnTemporaryFiles().size(), before.size() + 1);
   }
-  EXPECT_EQ(TemporaryFiles(), before);
+  EXPECT_EQ(OwnTemporaryFiles(), before);
 }
 
 }  // namespace
