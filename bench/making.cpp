@@ -5,6 +5,7 @@
 #include <tavithumb/libtavithumb.h>
 
 #include <cstdlib>
+#include <functional>
 #include <iostream>
 
 #include "environment.h"
@@ -69,6 +70,19 @@ void BareRotated(benchmark::State& state) {
                    "-rotate", "90", "-rotate", "0", photo + ".out.jpg"}});
 }
 
+// The command as a whole process, as a script would run it.
+void RunCommand(benchmark::State& state, const std::function<void()>& prepare) {
+  TimeEach(state, prepare, [] { Run({TAVITHUMB_COMMAND, "get", "--size", "small", UprightPhoto()}); });
+}
+void CommandMakes(benchmark::State& state) {
+  RunCommand(state, [] { ForgetThumbnails(UprightPhoto()); });
+}
+void CommandFinds(benchmark::State& state) {
+  RunCommand(state, [] {});
+}
+
+BENCHMARK(CommandMakes)->UseManualTime();
+BENCHMARK(CommandFinds)->UseManualTime();
 BENCHMARK(MakeUpright)->UseManualTime();
 BENCHMARK(BareDJpeg)->UseManualTime();
 BENCHMARK(VipsSmall)->UseManualTime();

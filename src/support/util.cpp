@@ -10,7 +10,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <cerrno>
 #include <cstdint>
 #include <ctime>
@@ -27,6 +26,11 @@ constexpr std::size_t kPathBufferSize = 4096;
 // A volume that takes no EA entries although it is neither remote nor an image.
 constexpr int kRefusedFSType = 12;
 
+// As the C locale has it, whatever locale the process runs in.
+char Lower(char byte) {
+  return byte >= 'A' && byte <= 'Z' ? static_cast<char>(byte - 'A' + 'a') : byte;
+}
+
 // "_<process id>_<seconds since the epoch>"
 std::string ProcessAndTime() {
   return "_" + std::to_string(getpid()) + "_" + std::to_string(static_cast<long>(std::time(nullptr)));
@@ -41,8 +45,7 @@ bool IsDirectory(const char* path) {
 
 std::string GetFileExt(const std::string& path) {
   std::string lower = path;
-  std::transform(lower.begin(), lower.end(), lower.begin(),
-                 [](unsigned char byte) { return static_cast<char>(std::tolower(byte)); });
+  std::transform(lower.begin(), lower.end(), lower.begin(), Lower);
   const std::size_t dot = lower.rfind('.');
   return dot == std::string::npos ? lower : lower.substr(dot + 1);
 }
