@@ -110,7 +110,7 @@ TEST(Usage, IsExplainedByHelp) {
        {"Usage: tavithumb [OPTIONS] SUBCOMMAND\n", "get ", "info ", "--version", "Exit codes:", "2  bad usage"}},
       {{"get", "--help"},
        {"Usage: tavithumb get [OPTIONS] FILE...\n",
-        "--size SIZE=medium",
+        "--size SIZE",
         "--rotate QUARTERS",
         "--avatar",
         "--keep-animation",
