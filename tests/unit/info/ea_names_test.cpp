@@ -47,9 +47,22 @@ TEST(EANames, HaveASuffixForTheRotationLeftOverFromWholeTurns) {
     int rotate, userRotate;
     const char* suffix;
   };
-  const Row rows[] = {{0, 0, ""},      {0, 1, "_r1"},          {2, 0, "_r2"},       {3, 0, "_r3"},          {3, 1, ""},
-                      {3, 2, "_r1"},   {0, -1, "_r-1"},        {0, -3, "_r-3"},     {1, -2, "_r-1"},        {0, -4, ""},
-                      {0, -6, "_r-2"}, {0, 2147483647, "_r3"}, {1, 2147483647, ""}, {2, 2147483647, "_r-3"}};
+  const Row rows[] = {{0, 0, ""},
+                      {0, 1, "_r1"},
+                      {2, 0, "_r2"},
+                      {3, 0, "_r3"},
+                      {3, 1, ""},
+                      {3, 2, "_r1"},
+                      {0, -1, "_r-1"},
+                      {0, -3, "_r-3"},
+                      {1, -2, "_r-1"},
+                      {0, -4, ""},
+                      {0, -6, "_r-2"},
+                      {0, 2147483647, "_r3"},
+                      {1, 2147483647, ""},
+                      {2, 2147483647, "_r-3"},
+                      {0, -2147483647 - 1, ""},
+                      {3, -2147483647 - 1, "_r-1"}};
   for (const Row& row : rows) {
     SCOPED_TRACE(testing::Message() << row.rotate << " and " << row.userRotate);
     const OpenInfo info = Record("small", {120, 120}, row.rotate, row.userRotate);

@@ -1,17 +1,19 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include <gtest/gtest.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
 #include <syslog.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <optional>
+#include <tuple>
 
 #include "../records.h"
+#include "exiv2_lock.h"
 #include "fake_libc.h"
 #include "info/preview_choice.h"
 #include "pictures.h"
+#include "raw_file.h"
 #include "temp_dir.h"
 
 namespace tavithumb::test {
@@ -46,6 +48,11 @@ TEST(ChoosePreview, TakesTheLargestThatIsNotTooLargeOnBothSides) {
       {"the first of equals", {Jpeg(800, 600), Jpeg(600, 800)}, {640, 640}, 0},
       {"exactly three quarters of the box", {Jpeg(300, 100)}, {200, 200}, 0},
       {"one pixel less than three quarters", {Jpeg(29999, 1)}, {200, 200}, {}},
+      {"just twice the box's width, higher than twice its height", {Jpeg(800, 9000)}, {400, 100}, 0},
+      {"just twice the box's height, wider than twice its width", {Jpeg(9000, 200)}, {400, 100}, 0},
+      {"too large for a box that is not square", {Jpeg(801, 201)}, {400, 100}, {}},
+      {"the best of what is left, which is too small", {Jpeg(20, 20), Jpeg(30, 30), Jpeg(900, 900)}, {120, 120}, {}},
+      {"the largest of three", {Jpeg(300, 300), Jpeg(400, 300), Jpeg(350, 300)}, {300, 300}, 1},
       {"any for an unbounded box, whose pixels wrap to one", {Jpeg(1, 1)}, {2147483647, 2147483647}, 0},
       {"none without pixels for an unbounded box", {Jpeg(0, 0)}, {2147483647, 2147483647}, {}},
   };
@@ -70,12 +77,16 @@ class Preview : public testing::Test {
     libc.time = [] { return time_t{1700000000}; };
     libc.rand = [] { return 1804289383; };
   }
-  ~Preview() override { RealUnlink(extracted.c_str()); }
+  ~Preview() override {
+    RealUnlink(extracted.c_str());
+    RealUnlink(extractedTiff.c_str());
+  }
 
   const TempDir folder;
   const std::string source = folder / "a.jpg";
   const std::string withoutExtension = "/tmp/thumb." + std::to_string(getpid()) + ".1700000000.1804289383";
   const std::string extracted = withoutExtension + ".jpg";
+  const std::string extractedTiff = withoutExtension + ".tif";
   const std::vector<std::string> before = OwnTemporaryFiles();
   FakeLibc libc;
   CapturedLog log;
@@ -118,6 +129,66 @@ TEST_F(Preview, OfAnyKindServesAnUnboundedBox) {
   EXPECT_EQ(info.GetEXIFPreviewTmpPath(), extracted);
 }
 
+TEST_F(Preview, IsChosenAmongThoseOfACameraRawFile) {
+  MakeJpeg(folder / "full.jpg", 800, 600);
+  SetPreview(folder / "full.jpg", folder / "preview.jpg");
+  MakeRaf(folder / "a.raf", folder / "full.jpg");
+  const std::tuple<ThumbDimension, int, int> rows[] = {{{640, 640}, 800, 600}, {{120, 120}, 160, 120}};
+  for (const auto& [box, width, height] : rows) {
+    SCOPED_TRACE(testing::Message() << box);
+    OpenInfo info(folder / "a.raf", "big", box);
+    info.ExtractImgInfo(true);
+    ASSERT_EQ(info.GetEXIFPreviewTmpPath(), extracted);
+    const PictureFacts facts = Identify(extracted);
+    EXPECT_EQ(facts.format, "JPEG");
+    EXPECT_EQ(facts.width, width);
+    EXPECT_EQ(facts.height, height);
+  }
+}
+
+TEST_F(Preview, InTiffIsWrittenUnderATiffsExtension) {
+  WriteFile(folder / "a.nef", RawFile(false));
+  OpenInfo info(folder / "a.nef", "small", {120, 120});
+  info.ExtractImgInfo(true);
+  EXPECT_EQ(info.GetMimeType(), "image/x-nikon-nef");
+  ASSERT_EQ(info.GetEXIFPreviewTmpPath(), extractedTiff);
+  const PictureFacts facts = Identify(extractedTiff);
+  EXPECT_EQ(facts.format, "TIFF");
+  EXPECT_EQ(facts.width, 160);
+  EXPECT_EQ(facts.height, 120);
+}
+
+TEST_F(Preview, InTiffIsLeftInACr2) {
+  WriteFile(folder / "a.cr2", RawFile(true));
+  OpenInfo info(folder / "a.cr2", "small", {120, 120});
+  info.ExtractImgInfo(true);
+  EXPECT_EQ(info.GetMimeType(), "image/x-canon-cr2");
+  EXPECT_EQ(info.GetEXIFPreviewTmpPath(), "");
+  EXPECT_EQ(OwnTemporaryFiles(), before);
+}
+
+TEST_F(Preview, IsExtractedUnderTheLock) {
+  bool lockWasFree = true;
+  libc.utime = [&](const char* path, const utimbuf* times) {  // the last step
+    lockWasFree = Exiv2LockIsFree();
+    return RealUtime(path, times);
+  };
+  OpenInfo info(source, "small", {120, 120});
+  info.ExtractImgInfo(true);
+  EXPECT_EQ(info.GetEXIFPreviewTmpPath(), extracted);
+  EXPECT_FALSE(lockWasFree);
+  EXPECT_TRUE(Exiv2LockIsFree());
+}
+
+TEST_F(Preview, ServesWithoutTheSourcesTimesToo) {
+  libc.utime = [](const char*, const utimbuf*) { return -1; };
+  OpenInfo info(source, "small", {120, 120});
+  info.ExtractImgInfo(true);
+  EXPECT_EQ(info.GetEXIFPreviewTmpPath(), extracted);
+  EXPECT_TRUE(Exists(extracted));
+  EXPECT_EQ(log.lines, std::vector<LogLine>{});
+}
+
 TEST_F(Preview, StaysOnDiskWhenReadingFailsLater) {
   SetExif(source, {{"Exif.Image.Orientation", "odd"}});
   OpenInfo info(source, "small", {120, 120});
@@ -152,6 +223,7 @@ TEST_F(Preview, CutShortIsLoggedAndThePathWithoutExtensionIsRemoved) {
                                               "failed, " +
                                                   source + "\""}}));
   EXPECT_TRUE(info.IsGood());
+  EXPECT_TRUE(Exiv2LockIsFree());
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // What the HEIF probe makes of metadata that encoders at hand don't write.
 #include <gtest/gtest.h>
-#include <libheif/heif.h>
+#include <libheif/heif_cxx.h>
 #include <syslog.h>
 
 #include <functional>
@@ -9,6 +9,7 @@
 #include <string>
 
 #include "../records.h"
+#include "exiv2_lock.h"
 #include "fake_libc.h"
 #include "pictures.h"
 #include "temp_dir.h"
@@ -23,14 +24,14 @@ namespace tavithumb::test {
 namespace {
 
 std::function<int(int realCount)> countBlocks;
-std::string firstType;
+std::function<const char*(heif_item_id)> typeOf;
 
 class HeifProbe : public testing::Test {
  protected:
   HeifProbe() { MakeHeic(path, 100, 80, true); }
   ~HeifProbe() override {
     countBlocks = nullptr;
-    firstType.clear();
+    typeOf = nullptr;
   }
 
   const TempDir folder;
@@ -54,7 +55,7 @@ TEST_F(HeifProbe, MeasuresAPictureWhoseFirstBlockIsExif) {
 TEST_F(HeifProbe, SetsNothingWhenTheFirstBlockIsOfAnotherType) {
   for (const char* type : {"mime", "exif", "Exif ", "Exi"}) {
     SCOPED_TRACE(type);
-    firstType = type;
+    typeOf = [type](heif_item_id) { return type; };
     OpenInfo info(path, "small", {120, 120});
     info.rotate_ = 3;
     info.CheckAndGetHeif();
@@ -65,11 +66,54 @@ TEST_F(HeifProbe, SetsNothingWhenTheFirstBlockIsOfAnotherType) {
   }
 }
 
+TEST_F(HeifProbe, DoesNotLookPastTheFirstBlock) {
+  countBlocks = [](int count) { return count + 1; };  // the list's last place stays zero
+  typeOf = [](heif_item_id id) { return id == 0 ? "Exif" : "mime"; };
+  OpenInfo info(path, "small", {120, 120});
+  info.CheckAndGetHeif();
+  EXPECT_FALSE(info.IsHeic());
+  EXPECT_EQ(info.GetWidth(), 0u);
+  typeOf = [](heif_item_id id) { return id == 0 ? "mime" : "Exif"; };
+  info.CheckAndGetHeif();
+  EXPECT_TRUE(info.IsHeic());
+}
+
 TEST_F(HeifProbe, SetsNothingWithoutMetadata) {
   countBlocks = [](int) { return 0; };
   OpenInfo info(path, "small", {120, 120});
   info.CheckAndGetHeif();
   EXPECT_FALSE(info.IsHeic());
+  EXPECT_EQ(info.GetWidth(), 0u);
+  EXPECT_EQ(info.GetHeight(), 0u);
+  EXPECT_EQ(log.lines, std::vector<LogLine>{});
+}
+
+TEST_F(HeifProbe, RunsAfterTheLockOfExiv2WasGivenBack) {
+  bool lockWasFree = false;
+  countBlocks = [&](int count) {
+    lockWasFree = Exiv2LockIsFree();
+    return count;
+  };
+  OpenInfo info(path, "small", {120, 120});
+  info.ExtractImgInfo(false);
+  EXPECT_TRUE(info.IsHeic());
+  EXPECT_TRUE(lockWasFree);
+}
+
+TEST_F(HeifProbe, LeavesTheOrientationOfThePictureAlone) {
+  MakeJpeg(folder / "turned.jpg", 100, 80);
+  SetExif(folder / "turned.jpg", {{"Exif.Image.Orientation", "6"}});
+  RunTool({"/usr/bin/heif-enc", folder / "turned.jpg", "-o", path});
+  OpenInfo info(path, "small", {120, 120});
+  info.CheckAndGetHeif();
+  heif::Context context;
+  context.read_from_file(path);
+  const heif::ImageHandle picture = context.get_primary_image_handle();
+  EXPECT_TRUE(info.IsHeic());
+  EXPECT_EQ(info.GetWidth(), static_cast<std::uint32_t>(picture.get_width()));
+  EXPECT_EQ(info.GetHeight(), static_cast<std::uint32_t>(picture.get_height()));
+  EXPECT_EQ(info.GetRotate(), 0);
+  EXPECT_FALSE(info.GetFlop());
 }
 
 TEST_F(HeifProbe, LogsARuntimeErrorAndSetsNothing) {
@@ -97,7 +141,7 @@ int __wrap_heif_image_handle_get_number_of_metadata_blocks(const heif_image_hand
   return countBlocks ? countBlocks(count) : count;
 }
 const char* __wrap_heif_image_handle_get_metadata_type(const heif_image_handle* handle, heif_item_id id) {
-  return firstType.empty() ? __real_heif_image_handle_get_metadata_type(handle, id) : firstType.c_str();
+  return typeOf ? typeOf(id) : __real_heif_image_handle_get_metadata_type(handle, id);
 }
 }
 

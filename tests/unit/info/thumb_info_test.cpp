@@ -1,9 +1,13 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <type_traits>
 
 #include "../records.h"
+#include "fake_libc.h"
 #include "temp_dir.h"
 
 namespace tavithumb::test {
@@ -167,6 +171,10 @@ TEST(ThumbInfo, NeedsConversionByTheFirstRuleThatFires) {
       {"large with one pixel less", "image/jpeg", false, 0, 0, "large", 1638399, 1, false},
       {"large, long but small", "image/jpeg", false, 0, 0, "large", 2000, 800, false},
       {"xlarge, long", "image/jpeg", false, 0, 0, "xlarge", 2000, 800, true},
+      {"large and rotated", "image/jpeg", false, 0, 2, "large", 10, 10, true},
+      {"large GIF that may not stay one", "image/gif", false, 0, 0, "large", 10, 10, true},
+      {"large GIF that may", "image/gif", true, 0, 0, "large", 10, 10, false},
+      {"GIF that may, too wide", "image/gif", true, 0, 0, "big", 641, 10, true},
       {"large whose product wraps", "image/jpeg", false, 0, 0, "large", 65536, 65536, false},
       {"huge BMP side", "image/x-ms-bmp", false, 0, 0, "original", 10, 4294967286u, true},
   };
@@ -182,6 +190,59 @@ TEST(ThumbInfo, NeedsConversionByTheFirstRuleThatFires) {
     info.userRotate_ = row.userRotate;
     EXPECT_EQ(info.IsNeedConvert(), row.needed);
   }
+}
+
+TEST(ThumbInfo, NeedsConversionByWidthAndHeightEachAgainstItsOwnSideOfTheBox) {
+  struct Row {
+    const char* size;
+    std::uint32_t width, height;
+    ThumbDimension box;
+    bool needed;
+  };
+  const Row rows[] = {
+      {"__CUSTOM_SIZE__", 600, 400, {600, 400}, false},
+      {"__CUSTOM_SIZE__", 601, 400, {600, 400}, true},
+      {"__CUSTOM_SIZE__", 600, 401, {600, 400}, true},
+      {"__CUSTOM_SIZE__", 400, 600, {600, 400}, true},
+      {"__CUSTOM_SIZE__", 400, 600, {400, 600}, false},
+      {"__CUSTOM_SIZE__", 600, 400, {400, 600}, true},
+      {"large", 600, 400, {1, 1}, false},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(testing::Message() << row.size << " " << row.width << "x" << row.height << " in " << row.box);
+    EXPECT_EQ(JpegRecord(row.width, row.height, row.box, row.size).IsNeedConvert(), row.needed);
+  }
+}
+
+// Access and modification time with their nanoseconds.
+void SetPreciseTimes(const std::string& path, const timespec& access, const timespec& modification) {
+  const timespec times[] = {access, modification};
+  ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+}
+
+TEST(ThumbInfo, ComparesAndCopiesWholeSeconds) {
+  const TempDir folder;
+  WriteFile(folder / "a.jpg", "");
+  WriteFile(folder / "thumb", "");
+  SetPreciseTimes(folder / "a.jpg", {900, 700}, {1000, 999999999});
+  SetPreciseTimes(folder / "thumb", {1, 0}, {1000, 1});
+  const ThumbInfo info(folder / "a.jpg", "small", {120, 120});
+  EXPECT_TRUE(info.IsThumbUptoDate(folder / "thumb"));
+  EXPECT_EQ(info.UpdateAMTime(folder / "thumb"), 0);
+  const OpenInfo thumb(folder / "thumb", "", {0, 0});
+  EXPECT_EQ(thumb.stat_.st_atim.tv_sec, 900);
+  EXPECT_EQ(thumb.stat_.st_atim.tv_nsec, 0);
+  EXPECT_EQ(thumb.stat_.st_mtim.tv_sec, 1000);
+  EXPECT_EQ(thumb.stat_.st_mtim.tv_nsec, 0);
+}
+
+TEST(ThumbInfo, IsOfTheFileBehindASymbolicLink) {
+  const TempDir folder;
+  WriteFile(folder / "a.jpg", "12345");
+  ASSERT_EQ(symlink("a.jpg", (folder / "link.jpg").c_str()), 0);
+  ASSERT_EQ(symlink("gone.jpg", (folder / "dangling.jpg").c_str()), 0);
+  EXPECT_EQ(ThumbInfo(folder / "link.jpg", "small", {120, 120}).GetFileSize(), 5u);
+  EXPECT_THROW(ThumbInfo(folder / "dangling.jpg", "small", {120, 120}), Error);
 }
 
 TEST(ThumbInfo, TakesAThumbnailAsUpToDateFromTheSourcesSecondOn) {
@@ -207,11 +268,15 @@ TEST(ThumbInfo, GivesAFileTheSourcesTimes) {
   WriteFile(folder / "target", "");
   SetTimes(folder / "a.jpg", 900, 1000);
   const ThumbInfo info(folder / "a.jpg", "small", {120, 120});
+  SetTimes(folder / "a.jpg", 1900, 2000);  // the times seen at construction count
+  CapturedLog log;
   EXPECT_EQ(info.UpdateAMTime(folder / "target"), 0);
   const OpenInfo target(folder / "target", "", {0, 0});
   EXPECT_EQ(target.stat_.st_atime, 900);
   EXPECT_EQ(target.stat_.st_mtime, 1000);
   EXPECT_EQ(info.UpdateAMTime(folder / "missing"), -1);
+  EXPECT_FALSE(Exists(folder / "missing"));
+  EXPECT_EQ(log.lines, std::vector<LogLine>{});
 }
 
 TEST(ThumbInfo, HasItsTables) {

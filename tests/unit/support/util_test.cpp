@@ -41,6 +41,15 @@ TEST(GetEAPath, IsWhatThePlatformWrites) {
   EXPECT_EQ(log.lines, Log{});
 }
 
+TEST(GetEAPath, MayFillThePlatformsBuffer) {
+  const std::string root = "/" + std::string(4095 - std::string("//a.jpg/NAME").size(), 'e');
+  RecordingPlatform platform(root);
+  CapturedLog log;
+  EXPECT_EQ(file::GetEAPath("/v/a.jpg", "NAME"), root + "/a.jpg/NAME");
+  EXPECT_EQ(file::GetEAPath("/v/a.jpg", "NAMES"), "");  // one byte too many
+  EXPECT_EQ(log.lines, (Log{{LOG_ERR, "util:50 (GetEAPath) \"Get EA path for NAMES failed\""}}));
+}
+
 TEST(GetEAPath, IsEmptyAndLoggedWithTheEntrysNameWhenThereIsNone) {
   RecordingPlatform platform;
   platform.hasEAPath = false;
@@ -102,13 +111,16 @@ TEST(IsDestSupportEAWrite, RefusesRemoteVolumesImagesAndCodeTwelve) {
       {3, false, {{"TAVIGetFSType", "/v", "0"}, {"TAVIFSIsRemoteFS", "3"}, {"TAVIFSIsImageFS", "3"}}},
       {12, false, {{"TAVIGetFSType", "/v", "0"}, {"TAVIFSIsRemoteFS", "12"}}},
       {0, true, {{"TAVIGetFSType", "/v", "0"}, {"TAVIFSIsRemoteFS", "0"}, {"TAVIFSIsImageFS", "0"}}},
+      {-2, true, {{"TAVIGetFSType", "/v", "0"}, {"TAVIFSIsRemoteFS", "-2"}, {"TAVIFSIsImageFS", "-2"}}},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.type);
     RecordingPlatform platform;
     platform.fsType = row.type;
+    CapturedLog log;
     EXPECT_EQ(file::IsDestSupportEAWrite("/v"), row.writable);
     EXPECT_EQ(platform.calls, row.calls);
+    EXPECT_EQ(log.lines, Log{});
   }
 }
 
@@ -135,11 +147,14 @@ TEST(SDKMoveFile, MovesWithTheSecondOfFifteenWordsSet) {
 }
 
 TEST(SDKMoveFile, LogsAFailure) {
-  RecordingPlatform platform;
-  platform.fileCopyResult = -1;
-  CapturedLog log;
-  EXPECT_FALSE(file::SDKMoveFile("/a", "/b"));
-  EXPECT_EQ(log.lines, (Log{{LOG_ERR, "util:112 (SDKMoveFile) \"TAVIFileCopy failed\""}}));
+  for (const int result : {-1, 1}) {
+    SCOPED_TRACE(result);
+    RecordingPlatform platform;
+    platform.fileCopyResult = result;
+    CapturedLog log;
+    EXPECT_FALSE(file::SDKMoveFile("/a", "/b"));
+    EXPECT_EQ(log.lines, (Log{{LOG_ERR, "util:112 (SDKMoveFile) \"TAVIFileCopy failed\""}}));
+  }
 }
 
 TEST(Dirname, IsTheParentAsPosixGivesIt) {
@@ -165,7 +180,10 @@ TEST(GetEATmpPath, AddsProcessAndSecondToTheEAPath) {
   FakeLibc libc;
   libc.getpid = [] { return 1234; };
   libc.time = [] { return time_t{1700000000}; };
+  CapturedLog log;
   EXPECT_EQ(file::GetEATmpPath("/v/a.jpg", "NAME"), "/ea/a.jpg/NAME_1234_1700000000");
+  EXPECT_EQ(platform.calls, (Calls{{"TAVIEAPath", "0", "/v/a.jpg", "NAME", "4096", "0"}}));
+  EXPECT_EQ(log.lines, Log{});
 }
 
 TEST(GetEATmpPath, IsEmptyAndLoggedWithoutAnEAPath) {
