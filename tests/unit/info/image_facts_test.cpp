@@ -137,6 +137,15 @@ TEST_F(ImageFacts, ReadAnOrientationTextAsANumberTrailingGarbageIgnored) {
   }
 }
 
+TEST_F(ImageFacts, LeaveTheMakerNoteAloneWhenTheStandardTagSaysNormalInOtherWords) {
+  for (const char* text : {"1x", "1 ", "01", "+1"}) {
+    SCOPED_TRACE(text);
+    Jpeg({{"Exif.Image.Make", "Panasonic"}, {"Exif.Panasonic.Rotation", "6"}});
+    SetOrientationText(folder / "a.jpg", text);
+    EXPECT_EQ(Read(folder / "a.jpg").GetRotate(), 0);
+  }
+}
+
 TEST_F(ImageFacts, LetAnOrientationThatIsNoNumberPassWithTheRestFilled) {
   for (const bool tooLarge : {false, true}) {
     SCOPED_TRACE(tooLarge);
