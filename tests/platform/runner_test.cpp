@@ -162,7 +162,8 @@ TEST(Execv, WaitsOnAfterASignal) {
 int forks = 0;
 
 TEST(Execv, DoesNotCopyTheCallersMemory) {
-  pthread_atfork([] { ++forks; }, nullptr, nullptr);
+  static const int registered = pthread_atfork([] { ++forks; }, nullptr, nullptr);
+  ASSERT_EQ(registered, 0);
   forks = 0;
   EXPECT_EQ(Execv(Child("exit_with"), {"0"}), 0);
   EXPECT_EQ(forks, 0) << "a fork, whose cost grows with the caller";
