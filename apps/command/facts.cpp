@@ -9,9 +9,10 @@
 #include <algorithm>
 #include <utility>
 
-#include "names.h"
+#include "common/names.h"
+#include "common/requested_thumb.h"
 
-namespace tavithumb::command {
+namespace tavithumb::apps::command {
 namespace {
 
 // Facts with the embedded preview, which lies in a temporary file as long as this lives.
@@ -66,8 +67,4 @@ Facts ReadFacts(const std::string& path) {
   return facts;
 }
 
-std::string SourceMimeType(const ThumbInfo& info, const std::string& path) {
-  return info.IsHeic() ? "image/" + file::GetFileExt(path) : info.GetMimeType();
-}
-
-}  // namespace tavithumb::command
+}  // namespace tavithumb::apps::command

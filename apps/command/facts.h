@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-namespace tavithumb::command {
+namespace tavithumb::apps::command {
 
 // The largest picture embedded in a photo that can serve as a thumbnail.
 struct Preview {
@@ -31,7 +31,4 @@ struct Facts {
 // What the library knows of the file at `path`. Throws as ThumbInfo::ExtractImgInfo does.
 Facts ReadFacts(const std::string& path);
 
-// The type of the source itself. Facts of a HEIF picture carry none; its name tells.
-std::string SourceMimeType(const ThumbInfo& info, const std::string& path);
-
-}  // namespace tavithumb::command
+}  // namespace tavithumb::apps::command

@@ -15,17 +15,14 @@
 #include <system_error>
 #include <tuple>
 
-#include "descriptors.h"
-#include "facts.h"
-#include "names.h"
+#include "common/descriptors.h"
+#include "common/names.h"
+#include "common/reasons.h"
+#include "common/requested_thumb.h"
 #include "output.h"
-#include "reasons.h"
 
-namespace tavithumb::command {
+namespace tavithumb::apps::command {
 namespace {
-
-// The name of every request for a box in pixels.
-constexpr char customSize[] = "__CUSTOM_SIZE__";
 
 struct Answer {
   std::string path;
@@ -34,48 +31,6 @@ struct Answer {
   bool needsDelete = false;
   bool isMade = false;
   double milliseconds = 0;
-};
-
-// A job for one request. A named size is resolved by its name, with the fall-back to smaller ones. A box becomes the
-// request as it stands in the job, by replacing the job's fresh record before its options are set; making thumbnails
-// for it then is the job's own decision, where Convert() with a box would run a tool whatever the options say.
-class RequestedThumb : public Thumb {
- public:
-  RequestedThumb(const std::string& path, const Request& request)
-      : Thumb(path, request.options, request.acceptHeic), size_(request.size) {
-    if (size_.IsBox()) {
-      info_ = ThumbInfo(path, customSize, size_.box);
-      SetOption(request.options);
-    }
-    Rotate(request.quarterTurns);
-  }
-
-  // False when there is no answer. A path without an output type is what a failed save left, unless it is the HEIF
-  // source that the caller accepts.
-  bool Resolve() {
-    const std::string path = size_.IsBox() ? CalcOutputFile() : CalcOutputFile(size_.name);
-    if (path.empty() || (type_ == 0 && !IsSource())) return false;
-    if (avatar_ && GetOutputType() == "Brovix") PreferAvatar();
-    return true;
-  }
-
-  bool IsSource() const { return outputFile_ == srcPath_; }
-
-  // A source that is the answer is served as what it is, and is "Original" whichever way it became the answer.
-  std::string MimeType() const { return IsSource() ? SourceMimeType(info_, srcPath_) : GetOutputMimeType(); }
-  std::string OutputType() const { return IsSource() ? "Original" : GetOutputType(); }
-
-  Attempt Failed() const { return {srcPath_, isVideo_, info_.IsGood()}; }
-
- private:
-  // An avatar made from an embedded preview is stored as one, although the job then names the place of the thumbnail
-  // that is not cropped.
-  void PreferAvatar() {
-    const std::string path = outputFile_;
-    if (!SetOutAvatar()) outputFile_ = path;
-  }
-
-  Size size_;
 };
 
 // The files that lie where thumbnails of a source are stored, each as it is now: what is made later differs from all.
@@ -177,4 +132,4 @@ bool Get(const std::vector<std::string>& files, const Request& request, GetForma
   return allAnswered;
 }
 
-}  // namespace tavithumb::command
+}  // namespace tavithumb::apps::command

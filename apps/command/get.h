@@ -4,13 +4,13 @@
 #include <string>
 #include <vector>
 
-#include "request.h"
+#include "common/request.h"
 
-namespace tavithumb::command {
+namespace tavithumb::apps::command {
 
 enum class GetFormat { kLines, kNulEnded, kJson };
 
 // `tavithumb get`: writes an answer for each file, in order. True when every file got one.
 bool Get(const std::vector<std::string>& files, const Request& request, GetFormat format);
 
-}  // namespace tavithumb::command
+}  // namespace tavithumb::apps::command

@@ -5,13 +5,13 @@
 #include <array>
 #include <optional>
 
-#include "descriptors.h"
+#include "common/descriptors.h"
+#include "common/names.h"
+#include "common/reasons.h"
 #include "facts.h"
-#include "names.h"
 #include "output.h"
-#include "reasons.h"
 
-namespace tavithumb::command {
+namespace tavithumb::apps::command {
 namespace {
 
 // A line of the table. The file comes last: its width on a terminal is nobody's business.
@@ -115,4 +115,4 @@ bool Info(const std::vector<std::string>& files, bool json) {
   return allExamined;
 }
 
-}  // namespace tavithumb::command
+}  // namespace tavithumb::apps::command

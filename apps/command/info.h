@@ -4,10 +4,10 @@
 #include <string>
 #include <vector>
 
-namespace tavithumb::command {
+namespace tavithumb::apps::command {
 
 // `tavithumb info`: writes the facts of each file, as a table or as one JSON object a line. True when every file could
 // be examined.
 bool Info(const std::vector<std::string>& files, bool json);
 
-}  // namespace tavithumb::command
+}  // namespace tavithumb::apps::command

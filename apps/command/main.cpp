@@ -9,14 +9,14 @@
 #include <string>
 #include <vector>
 
-#include "descriptors.h"
+#include "common/descriptors.h"
+#include "common/names.h"
+#include "common/request.h"
 #include "get.h"
 #include "info.h"
-#include "names.h"
 #include "output.h"
-#include "request.h"
 
-namespace tavithumb::command {
+namespace tavithumb::apps::command {
 namespace {
 
 enum ExitCode { kAllAnswered = 0, kSomeFailed = 1, kBadUsage = 2 };
@@ -196,15 +196,15 @@ int Run(int argc, char** argv) {
 }
 
 }  // namespace
-}  // namespace tavithumb::command
+}  // namespace tavithumb::apps::command
 
 int main(int argc, char** argv) {
-  tavithumb::command::OpenStandardDescriptors();
+  tavithumb::apps::OpenStandardDescriptors();
   static_cast<void>(std::signal(SIGPIPE, SIG_IGN));  // a reader that is gone is told as a failed write
   try {
-    return tavithumb::command::Run(argc, argv);
+    return tavithumb::apps::command::Run(argc, argv);
   } catch (const std::exception& error) {
-    tavithumb::command::WriteError(error.what());
-    return tavithumb::command::kSomeFailed;
+    tavithumb::apps::command::WriteError(error.what());
+    return tavithumb::apps::command::kSomeFailed;
   }
 }

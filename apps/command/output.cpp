@@ -6,7 +6,9 @@
 #include <iostream>
 #include <system_error>
 
-namespace tavithumb::command {
+#include "common/names.h"
+
+namespace tavithumb::apps::command {
 
 void WriteOut(const std::string& text) {
   if (std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0) return;
@@ -17,4 +19,8 @@ void WriteError(const std::string& message) {
   std::cerr << "tavithumb: " + message + "\n";
 }
 
-}  // namespace tavithumb::command
+void ReportProblem(const std::string& name, const Problem& problem) {
+  WriteError(Printable(name) + ": " + problem.reason + "; " + problem.remedy);
+}
+
+}  // namespace tavithumb::apps::command

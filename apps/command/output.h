@@ -3,7 +3,9 @@
 
 #include <string>
 
-namespace tavithumb::command {
+#include "common/reasons.h"
+
+namespace tavithumb::apps::command {
 
 // Writes to standard output at once. Throws std::system_error when not all of it could be written.
 void WriteOut(const std::string& text);
@@ -11,4 +13,7 @@ void WriteOut(const std::string& text);
 // Writes "tavithumb: <message>" and a line end to standard error.
 void WriteError(const std::string& message);
 
-}  // namespace tavithumb::command
+// Writes the one line about `name`, as it was typed, to standard error.
+void ReportProblem(const std::string& name, const Problem& problem);
+
+}  // namespace tavithumb::apps::command

@@ -21,8 +21,12 @@ never "src/support knows nothing above it" "$include(info|commands|job)/" src/su
 never "src/info knows neither commands nor jobs" "$include(commands|job)/" src/info
 never "src/info knows neither commands nor jobs" "$include""tavithumb/(thumb_convert_cmd|libtavithumb)\.h" src/info src/support
 never "src/commands knows no jobs" "$include(job/|tavithumb/libtavithumb)" src/commands
+never "the programs know the library by its public headers alone" "$include(support|info|commands|job)/" apps
+never "the programs know nothing of each other" "$include(command|web)/" apps/common
+never "the programs know nothing of each other" "$include""web/" apps/command
+never "the programs know nothing of each other" "$include""command/" apps/web
 never "only apps know CLI11 and JSON" "$include(CLI|nlohmann)/" src include platform
-never "only the platform starts processes" '\b(fork|vfork|posix_spawnp?|exec[lv]p?e?|system)\(' src include apps
+never "only the platform starts programs, and only the web program's workers are forks" '\b(fork|vfork|posix_spawnp?|exec[lv]p?e?|system)\(' src include apps --exclude=workers.cpp
 never "the public headers show no third-party header" "$include(exiv2|libheif|tavi/|http_file)" include
 never "the sources don't know which platform they run on" 'tavi_ea|posix_spawn|statfs\(' src include
 never "the platform knows nothing of the library" "$include""tavithumb/" platform

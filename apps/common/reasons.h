@@ -4,12 +4,22 @@
 #include <optional>
 #include <string>
 
-#include "request.h"
+#include "common/request.h"
 
-namespace tavithumb::command {
+namespace tavithumb::apps {
 
 // Why a file got no answer, and what its owner can do about it.
 struct Problem {
+  enum class Kind {
+    kMissing,      // there is no such file, or nothing that shows it
+    kForbidden,    // it can't be read
+    kUnsupported,  // its kind can't be shown
+    kDamaged,      // its content makes no picture
+    kNoPlace,      // its thumbnail has nowhere to go
+    kNoMemory,
+  };
+
+  Kind kind;
   std::string reason;
   std::string remedy;
 };
@@ -31,7 +41,4 @@ struct Attempt {
 };
 Problem WhyNoAnswer(const Attempt& attempt, const Request& request);
 
-// Writes the one line about `name`, as it was typed, to standard error.
-void ReportProblem(const std::string& name, const Problem& problem);
-
-}  // namespace tavithumb::command
+}  // namespace tavithumb::apps

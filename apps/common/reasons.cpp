@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "reasons.h"
+#include "common/reasons.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -14,28 +14,29 @@
 #include <string_view>
 #include <system_error>
 
-#include "names.h"
-#include "output.h"
+#include "common/names.h"
 
-namespace tavithumb::command {
+namespace tavithumb::apps {
 namespace {
 
 // Error codes of the library.
 constexpr int unknownType = 602;
 constexpr int cannotOpen = 603;
 
-const Problem permissionDenied = {"permission denied", "ask its owner for the right to read it"};
-const Problem damaged = {"it is damaged", "get a fresh copy of it"};
+using Kind = Problem::Kind;
+
+const Problem permissionDenied = {Kind::kForbidden, "permission denied", "ask its owner for the right to read it"};
+const Problem damaged = {Kind::kDamaged, "it is damaged", "get a fresh copy of it"};
 
 Problem ProblemOfStat(int error) {
-  if (error == ENOENT || error == ENOTDIR) return {"it is not there", "check its name"};
+  if (error == ENOENT || error == ENOTDIR) return {Kind::kMissing, "it is not there", "check its name"};
   if (error == EACCES) return permissionDenied;
-  return {"it cannot be reached: " + std::generic_category().message(error), "check its path"};
+  return {Kind::kMissing, "it cannot be reached: " + std::generic_category().message(error), "check its path"};
 }
 
 Problem ProblemOfError(int code) {
   if (code == unknownType) return UnknownContent();
-  if (code == cannotOpen) return {"it cannot be opened", "check that it is still there and readable"};
+  if (code == cannotOpen) return {Kind::kForbidden, "it cannot be opened", "check that it is still there and readable"};
   return damaged;
 }
 
@@ -49,10 +50,12 @@ std::optional<Problem> WhyNotStored(const std::string& path) {
   if (!file::IsDestSupportEAWrite(file::Dirname(path))) return std::nullopt;
   const std::string entry = file::GetEAPath(path, "thumbnail");
   if (entry.empty()) {
-    return Problem{"there is no place beside it for a thumbnail", "copy it to an ordinary folder with a shorter path"};
+    return Problem{Kind::kNoPlace, "there is no place beside it for a thumbnail",
+                   "copy it to an ordinary folder with a shorter path"};
   }
   if (MayDo(file::Dirname(entry), W_OK | X_OK)) return std::nullopt;
-  return Problem{"no thumbnail can be written beside it", "allow writing in its folder, or work on a copy"};
+  return Problem{Kind::kNoPlace, "no thumbnail can be written beside it",
+                 "allow writing in its folder, or work on a copy"};
 }
 
 // ImageMagick puts something else for "%d", "%03x", "%[" or "%%", in the name of a folder too.
@@ -71,12 +74,14 @@ bool HasPattern(const std::string& path) {
 std::optional<Problem> CheckSource(const std::string& path) {
   struct stat record = {};
   if (stat(path.c_str(), &record) != 0) return ProblemOfStat(errno);
-  if (S_ISDIR(record.st_mode)) return Problem{"it is a folder", "name the files in it"};
-  if (!S_ISREG(record.st_mode)) return Problem{"it is not a regular file", "name a photo or video file"};
+  if (S_ISDIR(record.st_mode)) return Problem{Kind::kMissing, "it is a folder", "name the files in it"};
+  if (!S_ISREG(record.st_mode))
+    return Problem{Kind::kMissing, "it is not a regular file", "name a photo or video file"};
   const std::string name = BaseName(path);
   if (IsSupportVideo(name)) return std::nullopt;
   if (!IsSupportImage(name)) {
-    return Problem{"it is not a photo or video by its name", "give it the right ending, such as .jpg or .mp4"};
+    return Problem{Kind::kUnsupported, "it is not a photo or video by its name",
+                   "give it the right ending, such as .jpg or .mp4"};
   }
   if (!MayDo(path, R_OK)) return permissionDenied;
   return std::nullopt;
@@ -88,37 +93,35 @@ Problem ProblemOfException() {
   } catch (const Error& error) {
     return ProblemOfError(error.Code());
   } catch (const std::bad_alloc&) {
-    return {"there is not enough memory for it", "try again when less is running"};
+    return {Kind::kNoMemory, "there is not enough memory for it", "try again when less is running"};
   } catch (const std::exception&) {  // facts that make no sense, such as an orientation that is no number
     return damaged;
   }
 }
 
 Problem UnknownContent() {
-  return {"its content is no known kind of picture", "check that it opens elsewhere"};
+  return {Kind::kDamaged, "its content is no known kind of picture", "check that it opens elsewhere"};
 }
 
 Problem WhyNoAnswer(const Attempt& attempt, const Request& request) {
   if (attempt.isVideo) {
-    return {"no screenshot is stored for this video", "have one stored; videos are never converted"};
+    return {Kind::kMissing, "no screenshot is stored for this video", "have one stored; videos are never converted"};
   }
   if (request.size.name == "original" && (request.options & Thumb::OPT_FALLBACK_SMALLER) == 0) {
-    return {"a browser cannot show the original", "ask for a smaller size, or add --fallback-smaller"};
+    return {Kind::kUnsupported, "a browser cannot show the original",
+            "ask for a smaller size, or add --fallback-smaller"};
   }
   if ((request.options & Thumb::OPT_NO_CONVERT) != 0) {
-    return {"no thumbnail is stored and --no-convert forbids making one", "leave out --no-convert"};
+    return {Kind::kMissing, "no thumbnail is stored and --no-convert forbids making one", "leave out --no-convert"};
   }
   if (!attempt.factsKnown) return UnknownContent();
   if (const std::optional<Problem> problem = WhyNotStored(attempt.path)) return *problem;
   if (HasPattern(attempt.path)) {
-    return {"it could not be converted, for ImageMagick reads the '%' in its path as a pattern",
+    return {Kind::kDamaged, "it could not be converted, for ImageMagick reads the '%' in its path as a pattern",
             "rename it, or work on a copy"};
   }
-  return {"it could not be converted", "check that it opens elsewhere, and that there is space on the disk"};
+  return {Kind::kDamaged, "it could not be converted",
+          "check that it opens elsewhere, and that there is space on the disk"};
 }
 
-void ReportProblem(const std::string& name, const Problem& problem) {
-  WriteError(Printable(name) + ": " + problem.reason + "; " + problem.remedy);
-}
-
-}  // namespace tavithumb::command
+}  // namespace tavithumb::apps

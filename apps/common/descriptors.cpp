@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "descriptors.h"
+#include "common/descriptors.h"
 
 #include <fcntl.h>
 #include <unistd.h>
 
-namespace tavithumb::command {
+namespace tavithumb::apps {
 
 void OpenStandardDescriptors() {
   for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
@@ -25,4 +25,4 @@ QuietErrors::~QuietErrors() {
   close(saved_);
 }
 
-}  // namespace tavithumb::command
+}  // namespace tavithumb::apps

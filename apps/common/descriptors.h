@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
-namespace tavithumb::command {
+namespace tavithumb::apps {
 
 // Makes sure that the descriptors 0 to 2 are taken, so that no file opened later becomes standard output. One that was
 // closed stays unwritable.
@@ -20,4 +20,4 @@ class QuietErrors {
   int saved_;
 };
 
-}  // namespace tavithumb::command
+}  // namespace tavithumb::apps

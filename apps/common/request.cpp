@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "request.h"
+#include "common/request.h"
 
 #include <tavithumb/libtavithumb.h>
 
@@ -8,7 +8,7 @@
 #include <optional>
 #include <string_view>
 
-namespace tavithumb::command {
+namespace tavithumb::apps {
 namespace {
 
 // The whole text as a decimal number.
@@ -44,4 +44,4 @@ int ParseQuarterTurns(const std::string& text) {
   throw std::invalid_argument("'" + text + "' is no number of quarter turns: it takes a whole number such as 1 or -1");
 }
 
-}  // namespace tavithumb::command
+}  // namespace tavithumb::apps

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "names.h"
+#include "common/names.h"
 
 #include <filesystem>
 #include <string_view>
 
-namespace tavithumb::command {
+namespace tavithumb::apps {
 namespace {
 
 constexpr char hexDigits[] = "0123456789abcdef";
@@ -104,4 +104,4 @@ std::string JsonLine(const nlohmann::ordered_json& object) {
   return object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
 }
 
-}  // namespace tavithumb::command
+}  // namespace tavithumb::apps

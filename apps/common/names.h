@@ -4,7 +4,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-namespace tavithumb::command {
+namespace tavithumb::apps {
 
 // File names are any bytes but NUL. These ways lead from what was typed to what the library, people and JSON get.
 
@@ -25,4 +25,4 @@ void SetName(nlohmann::ordered_json* object, const std::string& key, const std::
 // The object as one line, line end included.
 std::string JsonLine(const nlohmann::ordered_json& object);
 
-}  // namespace tavithumb::command
+}  // namespace tavithumb::apps

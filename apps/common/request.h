@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <string>
 
-namespace tavithumb::command {
+namespace tavithumb::apps {
 
 // A size as typed: one of the library's names, or else a box in pixels.
 struct Size {
@@ -31,4 +31,4 @@ struct Request {
   bool acceptHeic = false;
 };
 
-}  // namespace tavithumb::command
+}  // namespace tavithumb::apps

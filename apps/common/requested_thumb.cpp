@@ -1,0 +1,75 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "common/requested_thumb.h"
+
+#include <tavithumb/error.h>
+#include <tavithumb/util.h>
+
+namespace tavithumb::apps {
+namespace {
+
+// The name of every request for a box in pixels.
+constexpr char customSize[] = "__CUSTOM_SIZE__";
+
+// The library's code for a content of a type that it does not know.
+constexpr int unknownType = 602;
+
+}  // namespace
+
+std::string SourceMimeType(const ThumbInfo& info, const std::string& path) {
+  return info.IsHeic() ? "image/" + file::GetFileExt(path) : info.GetMimeType();
+}
+
+RequestedThumb::RequestedThumb(const std::string& path, const Request& request)
+    : Thumb(path, request.options, request.acceptHeic), request_(request) {
+  SetRequest();
+}
+
+// Replaces the job's fresh record before its options are set. Making a thumbnail for a box is the job's own decision
+// then, where Convert() with a box would run a tool whatever the options say.
+void RequestedThumb::SetRequest() {
+  const Size& size = request_.size;
+  info_ = size.IsBox() ? ThumbInfo(srcPath_, customSize, size.box)
+                       : ThumbInfo(srcPath_, size.name, strThumbSizeMap_.at(size.name));
+  SetOption(request_.options);
+  Rotate(request_.quarterTurns);
+}
+
+void RequestedThumb::ReadFacts() {
+  try {
+    info_.ExtractImgInfo(false);
+  } catch (const Error& error) {
+    if (error.Code() != unknownType) throw;
+  }
+}
+
+bool RequestedThumb::FindStored() {
+  if (request_.size.name == "original") return false;
+  ReadFacts();
+  if (tryAlbumexEA_ && (SetOutAlbumexEA() || SetOutAlbumexOldEA())) return true;
+  if (tryBrovixEA_ && SetOutBrovixEA()) return true;
+  if (isVideo_ && SetOutCinevoEA()) return true;
+  return avatar_ && SetOutAvatar();
+}
+
+// A named size is resolved by its name, with the fall-back to smaller ones, a box as it stands in the job. A path
+// without an output type is what a failed save left, unless it is the HEIF source that the caller accepts.
+bool RequestedThumb::Resolve() {
+  const std::string path = request_.size.IsBox() ? CalcOutputFile() : CalcOutputFile(request_.size.name);
+  if (path.empty() || (type_ == 0 && !IsSource())) return false;
+  if (avatar_ && GetOutputType() == "Brovix") PreferAvatar();
+  return true;
+}
+
+// An avatar made from an embedded preview is stored as one, although the job then names the place of the thumbnail
+// that is not cropped.
+void RequestedThumb::PreferAvatar() {
+  const std::string path = outputFile_;
+  if (!SetOutAvatar()) outputFile_ = path;
+}
+
+bool RequestedThumb::HasShowableSource() {
+  ReadFacts();
+  return info_.IsWebAcceptable();
+}
+
+}  // namespace tavithumb::apps

@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#pragma once
+
+#include <tavithumb/libtavithumb.h>
+
+#include <string>
+
+#include "common/reasons.h"
+#include "common/request.h"
+
+namespace tavithumb::apps {
+
+// The type of the source itself. Facts of a HEIF picture carry none; its name tells.
+std::string SourceMimeType(const ThumbInfo& info, const std::string& path);
+
+// A job for one request; one job serves one request only, so that nothing of an earlier one is left in it.
+class RequestedThumb : public Thumb {
+ public:
+  // Throws as Thumb does.
+  RequestedThumb(const std::string& path, const Request& request);
+
+  // An up-to-date thumbnail that lies ready in one of the places that the options name. Makes and writes nothing.
+  // Throws as ThumbInfo::ExtractImgInfo does, but for facts that don't exist.
+  bool FindStored();
+
+  // Finds or makes the answer. False when there is none; throws as CalcOutputFile does.
+  bool Resolve();
+
+  // Whether a browser can show the source itself; OutputOriginalImage() then delivers it. Throws as FindStored does.
+  bool HasShowableSource();
+
+  bool IsSource() const { return outputFile_ == srcPath_; }
+
+  // A source that is the answer is served as what it is, and is "Original" whichever way it became the answer.
+  std::string MimeType() const { return IsSource() ? SourceMimeType(info_, srcPath_) : GetOutputMimeType(); }
+  std::string OutputType() const { return IsSource() ? "Original" : GetOutputType(); }
+
+  Attempt Failed() const { return {srcPath_, isVideo_, info_.IsGood()}; }
+
+ private:
+  void SetRequest();
+  void ReadFacts();
+  void PreferAvatar();
+
+  Request request_;
+};
+
+}  // namespace tavithumb::apps

@@ -1,0 +1,154 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "web/answer.h"
+
+#include <sys/stat.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <exception>
+#include <optional>
+#include <string>
+
+#include "common/descriptors.h"
+#include "common/names.h"
+#include "common/reasons.h"
+#include "common/requested_thumb.h"
+#include "web/http_error.h"
+#include "web/listing.h"
+#include "web/source_lock.h"
+#include "web/target.h"
+
+namespace tavithumb::apps::web {
+namespace {
+
+void Print(const std::string& text) {
+  static_cast<void>(std::fwrite(text.data(), 1, text.size(), stdout));
+}
+
+Status StatusOf(Problem::Kind kind) {
+  switch (kind) {
+    case Problem::Kind::kMissing:
+      return kNotFound;
+    case Problem::Kind::kForbidden:
+      return kForbidden;
+    case Problem::Kind::kUnsupported:
+      return kUnsupportedMediaType;
+    case Problem::Kind::kDamaged:
+      return kUnprocessableContent;
+    case Problem::Kind::kNoMemory:
+      return kServiceUnavailable;
+    case Problem::Kind::kNoPlace:
+      break;
+  }
+  return kInternalServerError;
+}
+
+HttpError ErrorOf(const Problem& problem) {
+  return {StatusOf(problem.kind), problem.reason};
+}
+
+// A source below a root, which the library may be asked about.
+Found FindSource(const Target& target, const Roots& roots) {
+  Found found = roots.Find(target.path);
+  if (!S_ISREG(found.record.st_mode)) throw NotFound();
+  if (const std::optional<Problem> problem = CheckSource(found.path)) throw ErrorOf(*problem);
+  return found;
+}
+
+// Only one process makes a thumbnail of a source; those that have waited find it stored.
+void Make(const Found& source, const Target& target, const Confinement& confinement, RequestedThumb* job) {
+  const SourceLock lock(source);
+  confinement.MakeScratchFolder();
+  if (!job->Resolve()) throw ErrorOf(WhyNoAnswer(job->Failed(), target.request));
+  if (access(job->GetOutputFile().c_str(), R_OK) != 0) throw HttpError(kServiceUnavailable, "its thumbnail is gone");
+}
+
+void Deliver(RequestedThumb* job, Progress* progress) {
+  progress->hasAnswered = true;
+  // The answer to the same address may be the HEIF source itself for those who can show it.
+  Print("X-Content-Type-Options: nosniff\r\nVary: Accept\r\n");
+  if (!job->HttpOutputFile(job->MimeType())) syslog(LOG_INFO, "%s: broken off", progress->request.data());
+  if (job->IsNeedDelete()) unlink(job->GetOutputFile().c_str());
+}
+
+// The library's exceptions as what they mean to those who ask.
+template <typename Step>
+void WithProblems(const Step& step) {
+  const QuietErrors quiet;
+  try {
+    step();
+  } catch (const HttpError&) {
+    throw;
+  } catch (const std::exception&) {
+    throw ErrorOf(ProblemOfException());
+  }
+}
+
+void AnswerThumb(const Target& target, const Roots& roots, const Confinement& confinement, Progress* progress) {
+  const Found source = FindSource(target, roots);
+  WithProblems([&] {
+    RequestedThumb stored(source.path, target.request);
+    if (stored.FindStored()) return Deliver(&stored, progress);
+    RequestedThumb made(source.path, target.request);
+    Make(source, target, confinement, &made);
+    Deliver(&made, progress);
+  });
+}
+
+void AnswerOriginal(const Target& target, const Roots& roots, Progress* progress) {
+  const Found source = FindSource(target, roots);
+  WithProblems([&] {
+    RequestedThumb job(source.path, {{"original", {}}, 0, Thumb::OPT_NO_CONVERT, false});
+    if (!job.HasShowableSource()) throw HttpError(kUnsupportedMediaType, "a browser cannot show the original");
+    progress->hasAnswered = true;
+    Print("X-Content-Type-Options: nosniff\r\n");
+    if (!job.OutputOriginalImage()) syslog(LOG_INFO, "%s: broken off", progress->request.data());
+  });
+}
+
+void AnswerList(const Target& target, const Roots& roots, Progress* progress) {
+  const Listing listing = ListFolder(roots, target.path);
+  const std::string body = target.wantsHtml ? ListAsHtml(listing, target.prefix) : ListAsJson(listing);
+  progress->hasAnswered = true;
+  Print(target.wantsHtml ? "Content-Type: text/html; charset=utf-8\r\n"
+                           "Content-Security-Policy: default-src 'none'; img-src 'self'; style-src 'self'; base-uri "
+                           "'none'; form-action 'none'; frame-ancestors 'none'\r\n"
+                         : "Content-Type: application/json\r\n");
+  Print("Content-Length: " + std::to_string(body.size()) +
+        "\r\nCache-Control: no-cache\r\nVary: Accept\r\nX-Content-Type-Options: nosniff\r\n\r\n");
+  if (!target.isHead) Print(body);
+}
+
+void AnswerTarget(const Target& target, const Roots& roots, const Confinement& confinement, Progress* progress) {
+  switch (target.route) {
+    case Route::kThumb:
+      return AnswerThumb(target, roots, confinement, progress);
+    case Route::kOriginal:
+      return AnswerOriginal(target, roots, progress);
+    case Route::kList:
+      return AnswerList(target, roots, progress);
+  }
+}
+
+}  // namespace
+
+void Refuse(const Variables& variables, const HttpError& error, Progress* progress) {
+  progress->hasAnswered = true;
+  Print(ErrorResponse(error, ValueOf(variables, "REQUEST_METHOD") != "HEAD"));
+  syslog(LOG_NOTICE, "%s: %d %s", progress->request.data(), error.Code(), error.what());
+}
+
+void Answer(const Variables& variables, const Roots& roots, const Confinement& confinement, Progress* progress) {
+  progress->SetRequest(Printable(ValueOf(variables, "REQUEST_METHOD") + " " + ValueOf(variables, "REQUEST_URI")));
+  confinement.SetEnvironment(variables);
+  try {
+    AnswerTarget(ParseTarget(variables), roots, confinement, progress);
+  } catch (const HttpError& error) {
+    Refuse(variables, error, progress);
+  } catch (const std::exception& error) {
+    Refuse(variables, HttpError(kInternalServerError, "it could not be answered"), progress);
+  }
+}
+
+}  // namespace tavithumb::apps::web

@@ -1,0 +1,136 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "web/confinement.h"
+
+#include <fcntl.h>
+#include <glob.h>
+#include <linux/landlock.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <system_error>
+
+namespace tavithumb::apps::web {
+namespace {
+
+constexpr std::uint64_t reading = LANDLOCK_ACCESS_FS_READ_FILE | LANDLOCK_ACCESS_FS_READ_DIR;
+constexpr std::uint64_t running = reading | LANDLOCK_ACCESS_FS_EXECUTE;
+constexpr std::uint64_t storing = reading | LANDLOCK_ACCESS_FS_WRITE_FILE | LANDLOCK_ACCESS_FS_MAKE_REG |
+                                  LANDLOCK_ACCESS_FS_MAKE_DIR | LANDLOCK_ACCESS_FS_REMOVE_FILE |
+                                  LANDLOCK_ACCESS_FS_REMOVE_DIR;
+constexpr std::uint64_t everything = running | storing | LANDLOCK_ACCESS_FS_MAKE_CHAR | LANDLOCK_ACCESS_FS_MAKE_SOCK |
+                                     LANDLOCK_ACCESS_FS_MAKE_FIFO | LANDLOCK_ACCESS_FS_MAKE_BLOCK |
+                                     LANDLOCK_ACCESS_FS_MAKE_SYM;
+
+// Where the tools, their libraries and their settings lie.
+constexpr std::array systemFolders = {"/usr", "/bin", "/lib", "/lib32", "/lib64", "/etc", "/opt", "/var/packages"};
+// Where the library and the tools put what they work on.
+constexpr std::array temporaryFolders = {"/tmp", "/var/tmp"};
+
+// The rights that this kernel can tell apart: moving between folders came with the second version, which refused it
+// always before.
+std::uint64_t Moving() {
+  const long version = syscall(SYS_landlock_create_ruleset, nullptr, 0, LANDLOCK_CREATE_RULESET_VERSION);
+  return version >= 2 ? LANDLOCK_ACCESS_FS_REFER : 0;
+}
+
+void Allow(const FileDescriptor& rules, const std::string& folder, std::uint64_t rights) {
+  const FileDescriptor opened(open(folder.c_str(), O_PATH | O_CLOEXEC));
+  if (!opened.IsOpen()) return;
+  landlock_path_beneath_attr rule = {};
+  rule.allowed_access = rights;
+  rule.parent_fd = opened.Number();
+  syscall(SYS_landlock_add_rule, rules.Number(), LANDLOCK_RULE_PATH_BENEATH, &rule, 0);
+}
+
+FileDescriptor MakeRules(const Roots& roots, const std::string& policyFolder) {
+  const std::uint64_t moving = Moving();
+  landlock_ruleset_attr attributes = {};
+  attributes.handled_access_fs = everything | moving;
+  FileDescriptor rules(static_cast<int>(syscall(SYS_landlock_create_ruleset, &attributes, sizeof attributes, 0)));
+  if (!rules.IsOpen()) return rules;
+  for (const Root& root : roots.All()) Allow(rules, root.folder, storing | moving);
+  for (const char* folder : temporaryFolders) Allow(rules, folder, storing | moving);
+  for (const char* folder : systemFolders) Allow(rules, folder, running);
+  if (!policyFolder.empty()) Allow(rules, policyFolder, reading);
+  Allow(rules, "/proc", reading);
+  Allow(rules, "/dev", LANDLOCK_ACCESS_FS_READ_FILE | LANDLOCK_ACCESS_FS_WRITE_FILE);
+  return rules;
+}
+
+void Limit(__rlimit_resource resource, rlim_t most) {
+  rlimit limit = {};
+  if (most == 0 || getrlimit(resource, &limit) != 0 || limit.rlim_max < most) return;
+  limit.rlim_cur = limit.rlim_max = most;
+  setrlimit(resource, &limit);
+}
+
+}  // namespace
+
+Confinement::Confinement(const Roots& roots, const ToolLimits& limits, const std::string& policyFolder)
+    : limits_(limits),
+      policyFolder_(policyFolder),
+      scratch_("/tmp/tavithumb-web.XXXXXX"),
+      rules_(MakeRules(roots, policyFolder)) {
+  if (mkdtemp(scratch_.data()) == nullptr) throw std::system_error(errno, std::generic_category(), scratch_);
+}
+
+Confinement::~Confinement() {
+  std::error_code ignored;
+  std::filesystem::remove_all(scratch_, ignored);
+}
+
+void Confinement::Enter() const {
+  constexpr rlim_t mebibyte = 1048576;
+  const rlimit none = {0, 0};
+  setrlimit(RLIMIT_CORE, &none);
+  Limit(RLIMIT_CPU, limits_.cpuSeconds);
+  Limit(RLIMIT_AS, limits_.memoryMiB * mebibyte);
+  Limit(RLIMIT_FSIZE, limits_.fileSizeMiB * mebibyte);
+  Limit(RLIMIT_NOFILE, limits_.openFiles);
+  prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
+  if (rules_.IsOpen()) syscall(SYS_landlock_restrict_self, rules_.Number(), 0);
+}
+
+void Confinement::SetEnvironment(const Variables& variables) const {
+  const std::string scratch = ScratchFolderOf(getpid());
+  clearenv();
+  setenv("PATH", "/usr/bin:/bin", 1);
+  setenv("TMPDIR", scratch.c_str(), 1);
+  setenv("MAGICK_TEMPORARY_PATH", scratch.c_str(), 1);
+  if (!policyFolder_.empty()) setenv("MAGICK_CONFIGURE_PATH", policyFolder_.c_str(), 1);
+  setenv("GATEWAY_INTERFACE", "CGI/1.1", 1);
+  for (const char* name :
+       {"REQUEST_METHOD", "HTTP_IF_NONE_MATCH", "HTTP_IF_MODIFIED_SINCE", "HTTP_IF_RANGE", "HTTP_RANGE"}) {
+    const auto variable = variables.find(name);
+    if (variable != variables.end()) setenv(name, variable->second.c_str(), 1);
+  }
+}
+
+void Confinement::MakeScratchFolder() const {
+  mkdir(ScratchFolderOf(getpid()).c_str(), S_IRWXU);
+}
+
+std::string Confinement::ScratchFolderOf(pid_t worker) const {
+  return scratch_ + "/" + std::to_string(worker);
+}
+
+// A worker that was killed leaves its preview behind; its own name for it begins with its process number.
+void Confinement::CleanUpAfter(pid_t worker) const {
+  std::error_code ignored;
+  std::filesystem::remove_all(ScratchFolderOf(worker), ignored);
+  glob_t previews = {};
+  if (glob(("/tmp/thumb." + std::to_string(worker) + ".*").c_str(), 0, nullptr, &previews) == 0) {
+    for (std::size_t i = 0; i < previews.gl_pathc; ++i) unlink(previews.gl_pathv[i]);
+  }
+  globfree(&previews);
+}
+
+}  // namespace tavithumb::apps::web

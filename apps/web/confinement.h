@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+
+#include "common/file_descriptor.h"
+#include "web/roots.h"
+#include "web/scgi.h"
+
+namespace tavithumb::apps::web {
+
+// What one worker and each of its tools may use; 0 for as much as the system gives.
+struct ToolLimits {
+  unsigned cpuSeconds = 20;
+  unsigned memoryMiB = 1024;
+  unsigned fileSizeMiB = 1024;
+  unsigned openFiles = 256;
+};
+
+// What keeps a worker and its tools, which read what strangers have uploaded, away from everything else. Made once by
+// the process that forks the workers, entered by each of them.
+class Confinement {
+ public:
+  // `policyFolder` holds ImageMagick's policy.xml; "" leaves the system's.
+  Confinement(const Roots& roots, const ToolLimits& limits, const std::string& policyFolder);
+  ~Confinement();
+  Confinement(const Confinement&) = delete;
+  Confinement& operator=(const Confinement&) = delete;
+
+  // Applies the limits to this process and all that it starts. From here on it reaches no file outside the roots, the
+  // system's programs and the temporary folders, whatever links lead there. Without a kernel that knows Landlock the
+  // limits hold alone.
+  void Enter() const;
+
+  // Leaves in the environment what the tools need and what the response depends on, and nothing that the request
+  // brought besides.
+  void SetEnvironment(const Variables& variables) const;
+
+  // The folder for the tools' temporary files of this process, made when it is needed.
+  void MakeScratchFolder() const;
+
+  // Removes what the worker has left in temporary folders.
+  void CleanUpAfter(pid_t worker) const;
+
+ private:
+  std::string ScratchFolderOf(pid_t worker) const;
+
+  ToolLimits limits_;
+  std::string policyFolder_;
+  std::string scratch_;
+  FileDescriptor rules_;
+};
+
+}  // namespace tavithumb::apps::web

@@ -1,0 +1,156 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "web/listing.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <tavithumb/libtavithumb.h>
+#include <tavithumb/util.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <memory>
+#include <set>
+
+#include "common/names.h"
+#include "web/http_error.h"
+#include "web/target.h"
+
+namespace tavithumb::apps::web {
+namespace {
+
+struct CloseFolder {
+  void operator()(DIR* folder) const { closedir(folder); }
+};
+using Folder = std::unique_ptr<DIR, CloseFolder>;
+
+Folder OpenFolder(const Found& found) {
+  const int opened = openat(found.descriptor.Number(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (opened == -1 && errno == EACCES) throw HttpError(kForbidden, "permission denied");
+  if (opened == -1) throw NotFound();
+  return Folder(fdopendir(opened));
+}
+
+std::vector<std::string> ShownNamesIn(const Found& found, const Roots& roots) {
+  const Folder folder = OpenFolder(found);
+  std::vector<std::string> names;
+  while (const dirent* entry = readdir(folder.get())) {  // NOLINT(concurrency-mt-unsafe): a folder of our own
+    const std::string name = entry->d_name;
+    if (name != "." && name != ".." && roots.IsShown(name)) names.push_back(name);
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+bool IsReadable(const Found& found) {
+  return faccessat(found.descriptor.Number(), ".", R_OK | X_OK, AT_EACCESS) == 0;
+}
+
+std::string UrlOf(const std::vector<std::string>& path) {
+  std::string url;
+  for (const std::string& name : path) url += (url.empty() ? "" : "/") + UrlEncoded(name);
+  return url;
+}
+
+ListedFile ListFile(const std::string& name, const std::string& url, const Found& found) {
+  const bool isVideo = IsSupportVideo(name);
+  return {name,
+          url,
+          isVideo,
+          file::GetFileExt(name),
+          static_cast<std::uint64_t>(found.record.st_size),
+          found.record.st_mtime,
+          isVideo && Thumb(found.path, Thumb::OPT_NO_CONVERT, false).SetOutCinevoEA()};
+}
+
+void List(const std::vector<std::string>& path, const Roots& roots, Listing* listing) {
+  const std::string url = UrlOf(path);
+  const std::string& name = path.back();
+  const Found found = roots.Find(path);
+  if (S_ISDIR(found.record.st_mode)) {
+    if (IsReadable(found)) {
+      listing->folders.push_back({name, url});
+    } else {
+      ++listing->unreadable;
+    }
+  } else if (S_ISREG(found.record.st_mode) && (IsSupportImage(name) || IsSupportVideo(name))) {
+    listing->files.push_back(ListFile(name, url, found));
+  }
+}
+
+// What has vanished meanwhile, or leads out, is not there; a folder behind one that can't be entered counts.
+void ListIfFound(const std::vector<std::string>& path, const Roots& roots, Listing* listing) {
+  try {
+    List(path, roots, listing);
+  } catch (const HttpError& error) {
+    if (error.Code() == kForbidden) ++listing->unreadable;
+  } catch (const std::exception&) {  // a file that went between two looks
+  }
+}
+
+void ListRoots(const Roots& roots, Listing* listing) {
+  for (const Root& root : roots.All()) {
+    const Found found = roots.Find({root.name});
+    if (IsReadable(found)) {
+      listing->folders.push_back({root.name, UrlEncoded(root.name)});
+    } else {
+      ++listing->unreadable;
+    }
+  }
+  std::sort(listing->folders.begin(), listing->folders.end(),
+            [](const ListedFolder& one, const ListedFolder& other) { return one.name < other.name; });
+}
+
+nlohmann::ordered_json JsonOf(const ListedFile& file) {
+  nlohmann::ordered_json object;
+  SetName(&object, "name", file.name);
+  object["url"] = file.url;
+  object["kind"] = file.isVideo ? "video" : "image";
+  object["type"] = file.type;
+  object["bytes"] = file.bytes;
+  object["modified"] = file.modified;
+  object["original"] = file.HasOriginal();
+  if (file.isVideo) object["screenshot"] = file.hasScreenshot;
+  return object;
+}
+
+}  // namespace
+
+bool ListedFile::HasOriginal() const {
+  static const std::set<std::string> shown = {"jpg", "jpeg", "jpe", "png", "gif", "bmp"};
+  return shown.count(type) != 0;
+}
+
+Listing ListFolder(const Roots& roots, const std::vector<std::string>& path) {
+  Listing listing = {path, {}, {}, 0};
+  if (roots.AreNamed() && path.empty()) {
+    ListRoots(roots, &listing);
+    return listing;
+  }
+  std::vector<std::string> entry = path;
+  for (const std::string& name : ShownNamesIn(roots.Find(path), roots)) {
+    entry.push_back(name);
+    ListIfFound(entry, roots, &listing);
+    entry.pop_back();
+  }
+  return listing;
+}
+
+std::string ListAsJson(const Listing& listing) {
+  std::string joined;
+  for (const std::string& name : listing.path) joined += (joined.empty() ? "" : "/") + name;
+  nlohmann::ordered_json object;
+  SetName(&object, "path", joined);
+  object["folders"] = nlohmann::ordered_json::array();
+  for (const ListedFolder& folder : listing.folders) {
+    nlohmann::ordered_json entry;
+    SetName(&entry, "name", folder.name);
+    entry["url"] = folder.url;
+    object["folders"].push_back(entry);
+  }
+  object["files"] = nlohmann::ordered_json::array();
+  for (const ListedFile& file : listing.files) object["files"].push_back(JsonOf(file));
+  object["unreadable"] = listing.unreadable;
+  return JsonLine(object);
+}
+
+}  // namespace tavithumb::apps::web

@@ -1,0 +1,114 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+// Started by a web server for one request, or listening for many.
+#include <poll.h>
+#include <syslog.h>
+#include <systemd/sd-daemon.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <exception>
+#include <iostream>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+#include "common/descriptors.h"
+#include "common/names.h"
+#include "web/answer.h"
+#include "web/confinement.h"
+#include "web/connection.h"
+#include "web/http_error.h"
+#include "web/scgi_server.h"
+#include "web/settings.h"
+#include "web/workers.h"
+
+namespace tavithumb::apps::web {
+namespace {
+
+enum ExitCode { kDone = 0, kFailed = 1, kBadUsage = 2 };
+
+// One request, which has come with the environment; a worker answers it as it would any other.
+void AnswerOne(const Settings& settings, const Roots& roots, const Confinement& confinement) {
+  const Variables variables = ReadEnvironment();
+  const auto work = [&](Progress* progress) {
+    confinement.Enter();
+    Answer(variables, roots, confinement, progress);
+  };
+  Workers workers(1, std::chrono::seconds(settings.deadlineSeconds), work,
+                  [&](pid_t worker) { confinement.CleanUpAfter(worker); });
+  AnswerConnection(FileDescriptor(dup(STDOUT_FILENO)), &workers);
+}
+
+void AnswerMany(const Settings& settings, const Roots& roots, const Confinement& confinement,
+                const Listener& listener) {
+  const auto work = [&](Progress* progress) {
+    confinement.Enter();
+    try {
+      Answer(ReadScgi(STDIN_FILENO), roots, confinement, progress);
+    } catch (const HttpError& error) {
+      Refuse({}, error, progress);
+    }
+  };
+  Workers workers(settings.children, std::chrono::seconds(settings.deadlineSeconds), work,
+                  [&](pid_t worker) { confinement.CleanUpAfter(worker); });
+  sd_notify(0, "READY=1");
+  Serve(listener, &workers, settings.waiting);
+}
+
+std::unique_ptr<Listener> OpenListener(const Settings& settings) {
+  if (!settings.scgiAddress.empty()) return std::make_unique<Listener>(settings.scgiAddress);
+  if (sd_listen_fds(1) > 0) return std::make_unique<Listener>(FileDescriptor(SD_LISTEN_FDS_START));
+  return nullptr;
+}
+
+// A web server may hand a query without "=" to the program as its arguments: no address of this program has one.
+bool IsQueryAsArguments() {
+  const char* const query = std::getenv("QUERY_STRING");
+  return query != nullptr && *query != '\0' && std::string(query).find('=') == std::string::npos;
+}
+
+int Run(int argc, char** argv) {
+  const bool isCgi = std::getenv("GATEWAY_INTERFACE") != nullptr;
+  if (isCgi && IsQueryAsArguments()) {
+    std::cout << ErrorResponse({kBadRequest, "there is an unknown parameter"}, true) << std::flush;
+    return kDone;
+  }
+  const std::optional<Settings> settings = ReadSettings(argc, argv);
+  if (!settings) return kDone;
+  const Roots roots(settings->roots, settings->showsHidden);
+  const std::unique_ptr<Listener> listener = isCgi ? nullptr : OpenListener(*settings);
+  if (!isCgi && !listener) {
+    throw std::invalid_argument("nothing to answer: a web server starts it, or --scgi tells where to listen");
+  }
+  const Confinement confinement(roots, settings->limits, settings->policyFolder);
+  if (isCgi) {
+    AnswerOne(*settings, roots, confinement);
+  } else {
+    AnswerMany(*settings, roots, confinement, *listener);
+  }
+  return kDone;
+}
+
+int Fail(int code, const std::exception& error, const std::string& remedy) {
+  std::cerr << "tavithumb-web: " + Printable(error.what()) + remedy + "\n";
+  return code;
+}
+
+}  // namespace
+}  // namespace tavithumb::apps::web
+
+int main(int argc, char** argv) {
+  using namespace tavithumb::apps;  // NOLINT(google-build-using-namespace)
+  OpenStandardDescriptors();
+  static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
+  openlog("tavithumb-web", LOG_PID, LOG_DAEMON);
+  try {
+    return web::Run(argc, argv);
+  } catch (const std::invalid_argument& error) {
+    return web::Fail(web::kBadUsage, error, "; see 'tavithumb-web --help'");
+  } catch (const std::exception& error) {
+    return web::Fail(web::kFailed, error, "");
+  }
+}

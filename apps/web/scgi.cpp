@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "web/scgi.h"
+
+#include <charconv>
+
+#include "web/http_error.h"
+
+namespace tavithumb::apps::web {
+namespace {
+
+// The digits of the longest length that is accepted.
+constexpr std::size_t maxDigits = 5;
+
+HttpError Malformed() {
+  return {kBadRequest, "the web server's request is not SCGI"};
+}
+
+// The text up to the next NUL, which is taken off `rest` with it.
+std::string TakeText(std::string_view* rest) {
+  const std::size_t end = rest->find('\0');
+  if (end == std::string_view::npos) throw Malformed();
+  const std::string text(rest->substr(0, end));
+  rest->remove_prefix(end + 1);
+  return text;
+}
+
+}  // namespace
+
+std::optional<std::size_t> ScgiLength(std::string_view start) {
+  const std::string_view digits = start.substr(0, maxDigits + 1);
+  const std::size_t colon = digits.find(':');
+  if (digits.substr(0, colon).find_first_not_of("0123456789") != std::string_view::npos) throw Malformed();
+  if (colon == std::string_view::npos && digits.size() <= maxDigits) return std::nullopt;
+  std::size_t length = 0;
+  const std::from_chars_result parsed = std::from_chars(digits.data(), digits.data() + digits.size(), length);
+  if (colon == std::string_view::npos || parsed.ptr != digits.data() + colon || length > maxScgiHeaders) {
+    throw Malformed();
+  }
+  return colon + 1 + length + 1;
+}
+
+Variables ParseScgi(std::string_view netstring) {
+  const std::optional<std::size_t> length = ScgiLength(netstring);
+  if (!length || *length != netstring.size() || netstring.back() != ',') throw Malformed();
+  std::string_view rest = netstring.substr(netstring.find(':') + 1);
+  rest.remove_suffix(1);
+  Variables variables;
+  while (!rest.empty()) {
+    const std::string name = TakeText(&rest);
+    const std::string value = TakeText(&rest);
+    if (name.empty() || !variables.emplace(name, value).second) throw Malformed();
+  }
+  return variables;
+}
+
+}  // namespace tavithumb::apps::web

@@ -1,0 +1,94 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "web/settings.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <filesystem>
+#include <iostream>
+#include <set>
+#include <stdexcept>
+#include <thread>
+
+namespace tavithumb::apps::web {
+namespace {
+
+constexpr char description[] =
+    "Answers a web server's requests for thumbnails, lists and originals of photos and videos.\n"
+    "A web server starts it for each request (CGI), or sends requests to where it listens (SCGI).";
+
+constexpr char footer[] =
+    "Addresses, below the prefix that the web server tells:\n"
+    "  thumb/PATH?size=SIZE   a thumbnail; SIZE: small, medium, big, large, xlarge, original, WIDTHxHEIGHT or SIDE;\n"
+    "                         with &rotate=0..3 &avatar=1 &animate=1 &fallback=1\n"
+    "  original/PATH          the file itself, if a browser can show it\n"
+    "  list/PATH              the folder, as JSON, or as a page for who asks for text/html\n"
+    "\n"
+    "The configuration file has a line NAME = VALUE for each option: root = [\"photos=/srv/photos\"].\n"
+    "\n"
+    "Examples:\n"
+    "  tavithumb-web --scgi /run/tavithumb-web/socket --root photos=/srv/photos --root films=/srv/films\n"
+    "  tavithumb-web --scgi 127.0.0.1:4000 --root /srv/photos";
+
+void AddOptions(CLI::App* app, Settings* settings, std::vector<std::string>* roots) {
+  app->set_help_flag("-h,--help", "Print this help and exit");
+  app->set_version_flag("--version", "tavithumb-web " TAVITHUMB_VERSION, "Print the version and exit");
+  app->set_config("--config", "", "Read options from this file")->envname("TAVITHUMB_WEB_CONFIG");
+  app->add_option("--root", *roots, "A folder to show; several need names, which begin their addresses")
+      ->type_name("[NAME=]DIR")
+      ->required();
+  app->add_option("--scgi", settings->scgiAddress, "Listen at a unix socket's path or a loopback HOST:PORT");
+  app->add_flag("--hidden", settings->showsHidden, "Show names that begin with a dot");
+  app->add_option("--children", settings->children, "Requests answered at once; 0: twice the processor cores")
+      ->capture_default_str();
+  app->add_option("--waiting", settings->waiting, "Requests that may wait; more get the status 503")
+      ->capture_default_str();
+  app->add_option("--deadline", settings->deadlineSeconds, "Seconds for one request; after them it gets 504")
+      ->check(CLI::Range(1, 86400))
+      ->capture_default_str();
+  app->add_option("--policy", settings->policyFolder, "Folder with the policy.xml for ImageMagick")
+      ->check(CLI::ExistingDirectory);
+  ToolLimits& limits = settings->limits;
+  app->add_option("--tool-cpu", limits.cpuSeconds, "Processor seconds for one tool; 0: no limit, also below")
+      ->capture_default_str();
+  app->add_option("--tool-memory", limits.memoryMiB, "MiB of address space for one tool")->capture_default_str();
+  app->add_option("--tool-file-size", limits.fileSizeMiB, "MiB for each file that a tool writes")
+      ->capture_default_str();
+  app->add_option("--tool-files", limits.openFiles, "Files that a tool may have open")->capture_default_str();
+}
+
+void SetRoots(const std::vector<std::string>& texts, Settings* settings) {
+  std::set<std::string> names;
+  for (const std::string& text : texts) {
+    settings->roots.push_back(ParseRoot(text));
+    const std::string& name = settings->roots.back().name;
+    if (texts.size() > 1 && name.empty()) throw std::invalid_argument("'" + text + "' needs a name: NAME=" + text);
+    if (!names.insert(name).second) throw std::invalid_argument("'" + name + "' names two roots; rename one");
+  }
+}
+
+}  // namespace
+
+std::optional<Settings> ReadSettings(int argc, char** argv) {
+  Settings settings;
+  std::vector<std::string> roots;
+  CLI::App app(description, "tavithumb-web");
+  app.footer(footer);
+  AddOptions(&app, &settings, &roots);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::CallForHelp&) {
+    std::cout << app.help();
+    return std::nullopt;
+  } catch (const CLI::CallForVersion& version) {
+    std::cout << version.what() << "\n";
+    return std::nullopt;
+  } catch (const CLI::ParseError& error) {
+    throw std::invalid_argument(error.what());
+  }
+  SetRoots(roots, &settings);
+  if (settings.children == 0) settings.children = 2 * std::max(1U, std::thread::hardware_concurrency());
+  if (!settings.policyFolder.empty()) settings.policyFolder = std::filesystem::canonical(settings.policyFolder);
+  return settings;
+}
+
+}  // namespace tavithumb::apps::web

@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "common/request.h"
+#include "web/scgi.h"
+
+namespace tavithumb::apps::web {
+
+enum class Route { kThumb, kOriginal, kList };
+
+// What one request asks for. Nothing has been looked up.
+struct Target {
+  Route route;
+  std::string prefix;             // of all URLs of this program, without a slash at its end
+  std::vector<std::string> path;  // decoded names, none of them "", ".", "..", or with a slash or a NUL byte
+  Request request;                // of a thumbnail
+  bool isHead;
+  bool wantsHtml;  // a list as a page
+};
+
+// Throws HttpError for a request that asks for nothing: 400, 404 or 405 with the reason.
+Target ParseTarget(const Variables& variables);
+
+// `name` as one segment of a URL's path.
+std::string UrlEncoded(std::string_view name);
+
+// The value of a variable, "" when it isn't there.
+std::string ValueOf(const Variables& variables, const std::string& name);
+
+}  // namespace tavithumb::apps::web

@@ -1,0 +1,83 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#pragma once
+
+#include <sys/types.h>
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cstddef>
+#include <functional>
+#include <list>
+#include <string>
+#include <vector>
+
+#include "common/file_descriptor.h"
+
+namespace tavithumb::apps::web {
+
+// What a worker tells the process that started it, in memory that both share.
+struct Progress {
+  std::atomic<bool> hasAnswered;  // bytes of the response may have been written
+  std::array<char, 512> request;  // for the log, ends with a NUL
+
+  void SetRequest(const std::string& text);
+};
+
+// Answers each request in a process of its own, forked from this one, which is warm. The library writes on standard
+// output, leaves a pipe open and changes the ids of its whole process; and a file that crashes a decoder ends that
+// process alone. Whatever happens to it, its connection gets an answer.
+class Workers {
+ public:
+  // Answers one request on standard output, which is the connection, as standard input is. Runs in the worker.
+  using Work = std::function<void(Progress*)>;
+
+  // `maximum` at once, each of them for `deadline` at most. `cleanUp` is called here for each that has ended.
+  Workers(std::size_t maximum, std::chrono::milliseconds deadline, Work work, std::function<void(pid_t)> cleanUp);
+  ~Workers();
+  Workers(const Workers&) = delete;
+  Workers& operator=(const Workers&) = delete;
+
+  bool HasRoom() const { return workers_.size() < maximum_; }
+  bool AreDone() const { return workers_.empty(); }
+  void Start(FileDescriptor connection);
+
+  // Ends those past their deadline, with all their tools, and lays to rest those that have ended: to be called after
+  // SIGCHLD and when NextEvent() has come.
+  void Tend();
+
+  // The milliseconds until Tend() is due, -1 when only SIGCHLD can make it so.
+  int NextEvent() const;
+
+  // Makes all of them past their deadline.
+  void EndAll();
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  enum class Stage { kRunning, kToldToEnd, kKilled };
+
+  struct Worker {
+    pid_t process;
+    FileDescriptor connection;
+    Progress* progress;
+    Stage stage;
+    Clock::time_point deadline;  // of this stage
+  };
+
+  [[noreturn]] void Run(int connection, Progress* progress) const;
+  bool Tend(Worker* worker, Clock::time_point now);
+  static void PushOn(Worker* worker, Clock::time_point now);
+  static void AnswerFor(Worker* worker);
+  Progress* TakeProgress();
+
+  std::size_t maximum_;
+  std::chrono::milliseconds deadline_;
+  Work work_;
+  std::function<void(pid_t)> cleanUp_;
+  Progress* shared_;
+  std::vector<Progress*> free_;
+  std::list<Worker> workers_;
+};
+
+}  // namespace tavithumb::apps::web
