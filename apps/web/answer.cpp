@@ -7,8 +7,11 @@
 
 #include <cstdio>
 #include <exception>
+#include <filesystem>
 #include <optional>
 #include <string>
+#include <system_error>
+#include <utility>
 
 #include "common/descriptors.h"
 #include "common/names.h"
@@ -56,10 +59,25 @@ Found FindSource(const Target& target, const Roots& roots) {
   return found;
 }
 
+// The folder for the tools' temporary files, as long as tools run.
+class ScratchFolder {
+ public:
+  explicit ScratchFolder(std::string path) : path_(std::move(path)) { mkdir(path_.c_str(), S_IRWXU); }
+  ~ScratchFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+  }
+  ScratchFolder(const ScratchFolder&) = delete;
+  ScratchFolder& operator=(const ScratchFolder&) = delete;
+
+ private:
+  std::string path_;
+};
+
 // Only one process makes a thumbnail of a source; those that have waited find it stored.
 void Make(const Found& source, const Target& target, const Confinement& confinement, RequestedThumb* job) {
   const SourceLock lock(source);
-  confinement.MakeScratchFolder();
+  const ScratchFolder scratch(confinement.ScratchFolderOf(getpid()));
   if (!job->Resolve()) throw ErrorOf(WhyNoAnswer(job->Failed(), target.request));
   if (access(job->GetOutputFile().c_str(), R_OK) != 0) throw HttpError(kServiceUnavailable, "its thumbnail is gone");
 }

@@ -96,7 +96,9 @@ void Confinement::Enter() const {
   Limit(RLIMIT_FSIZE, limits_.fileSizeMiB * mebibyte);
   Limit(RLIMIT_NOFILE, limits_.openFiles);
   prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
-  if (rules_.IsOpen()) syscall(SYS_landlock_restrict_self, rules_.Number(), 0);
+  if (rules_.IsOpen() && syscall(SYS_landlock_restrict_self, rules_.Number(), 0) != 0) {
+    throw std::system_error(errno, std::generic_category(), "Landlock");
+  }
 }
 
 void Confinement::SetEnvironment(const Variables& variables) const {
@@ -112,10 +114,6 @@ void Confinement::SetEnvironment(const Variables& variables) const {
     const auto variable = variables.find(name);
     if (variable != variables.end()) setenv(name, variable->second.c_str(), 1);
   }
-}
-
-void Confinement::MakeScratchFolder() const {
-  mkdir(ScratchFolderOf(getpid()).c_str(), S_IRWXU);
 }
 
 std::string Confinement::ScratchFolderOf(pid_t worker) const {

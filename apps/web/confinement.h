@@ -31,22 +31,20 @@ class Confinement {
 
   // Applies the limits to this process and all that it starts. From here on it reaches no file outside the roots, the
   // system's programs and the temporary folders, whatever links lead there. Without a kernel that knows Landlock the
-  // limits hold alone.
+  // limits hold alone. Throws std::system_error when it can't be confined although the kernel could.
   void Enter() const;
 
   // Leaves in the environment what the tools need and what the response depends on, and nothing that the request
   // brought besides.
   void SetEnvironment(const Variables& variables) const;
 
-  // The folder for the tools' temporary files of this process, made when it is needed.
-  void MakeScratchFolder() const;
-
-  // Removes what the worker has left in temporary folders.
+  // Removes what a worker that was killed has left in temporary folders.
   void CleanUpAfter(pid_t worker) const;
 
- private:
+  // The folder that a worker's environment gives its tools for their temporary files.
   std::string ScratchFolderOf(pid_t worker) const;
 
+ private:
   ToolLimits limits_;
   std::string policyFolder_;
   std::string scratch_;

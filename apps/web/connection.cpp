@@ -15,7 +15,7 @@
 namespace tavithumb::apps::web {
 
 // Takes no byte behind the netstring's end; a body, if there is one, stays unread.
-Variables ReadScgi(int connection) {
+std::optional<Variables> ReadScgi(int connection) {
   constexpr std::size_t atFirst = 8;
   std::string request;
   std::optional<std::size_t> length;
@@ -24,6 +24,7 @@ Variables ReadScgi(int connection) {
     const std::size_t wanted = length ? *length - request.size() : atFirst - request.size();
     const ssize_t got = read(connection, data.data(), std::min(wanted, data.size()));
     if (got == -1 && errno == EINTR) continue;
+    if (got == 0 && request.empty()) return std::nullopt;
     if (got <= 0) throw HttpError(kBadRequest, "the web server's request ends too early");
     request.append(data.data(), static_cast<std::size_t>(got));
     if (!length) length = ScgiLength(request);

@@ -1,15 +1,16 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "web/scgi.h"
 
 namespace tavithumb::apps::web {
 
-// The variables of the request that arrives at a web server's connection; waits for all of them.
-// Throws HttpError 400 when it is malformed or ends too early.
-Variables ReadScgi(int connection);
+// The variables of the request that arrives at a web server's connection; waits for all of them. Nothing when the web
+// server has gone without asking. Throws HttpError 400 when the request is malformed or ends too early.
+std::optional<Variables> ReadScgi(int connection);
 
 // The CGI variables that this process was started with.
 Variables ReadEnvironment();

@@ -8,11 +8,13 @@
 #include <csignal>
 #include <cstdlib>
 #include <exception>
+#include <functional>
 #include <iostream>
 #include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "common/descriptors.h"
 #include "common/names.h"
@@ -29,30 +31,29 @@ namespace {
 
 enum ExitCode { kDone = 0, kFailed = 1, kBadUsage = 2 };
 
+Workers MakeWorkers(std::size_t maximum, const Settings& settings, const Confinement& confinement,
+                    std::function<void(Progress*)> answer) {
+  return {
+      maximum, std::chrono::seconds(settings.deadlineSeconds),
+      Duties{[&] { confinement.Enter(); }, std::move(answer), [&](pid_t worker) { confinement.CleanUpAfter(worker); }}};
+}
+
 // One request, which has come with the environment; a worker answers it as it would any other.
 void AnswerOne(const Settings& settings, const Roots& roots, const Confinement& confinement) {
-  const Variables variables = ReadEnvironment();
-  const auto work = [&](Progress* progress) {
-    confinement.Enter();
-    Answer(variables, roots, confinement, progress);
-  };
-  Workers workers(1, std::chrono::seconds(settings.deadlineSeconds), work,
-                  [&](pid_t worker) { confinement.CleanUpAfter(worker); });
+  Workers workers = MakeWorkers(1, settings, confinement,
+                                [&](Progress* progress) { Answer(ReadEnvironment(), roots, confinement, progress); });
   AnswerConnection(FileDescriptor(dup(STDOUT_FILENO)), &workers);
 }
 
 void AnswerMany(const Settings& settings, const Roots& roots, const Confinement& confinement,
                 const Listener& listener) {
-  const auto work = [&](Progress* progress) {
-    confinement.Enter();
+  Workers workers = MakeWorkers(settings.children, settings, confinement, [&](Progress* progress) {
     try {
-      Answer(ReadScgi(STDIN_FILENO), roots, confinement, progress);
+      if (const auto variables = ReadScgi(STDIN_FILENO)) Answer(*variables, roots, confinement, progress);
     } catch (const HttpError& error) {
       Refuse({}, error, progress);
     }
-  };
-  Workers workers(settings.children, std::chrono::seconds(settings.deadlineSeconds), work,
-                  [&](pid_t worker) { confinement.CleanUpAfter(worker); });
+  });
   sd_notify(0, "READY=1");
   Serve(listener, &workers, settings.waiting);
 }

@@ -31,7 +31,7 @@ void RestoreSignals() {
   sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
-bool HasEnded(pid_t process) {
+bool HasEnded(pid_t process) {  // and remains to be waited for
   siginfo_t info = {};
   return waitid(P_PID, static_cast<id_t>(process), &info, WEXITED | WNOHANG | WNOWAIT) != 0 || info.si_pid != 0;
 }
@@ -42,8 +42,8 @@ void Progress::SetRequest(const std::string& text) {
   request[text.copy(request.data(), request.size() - 1)] = '\0';
 }
 
-Workers::Workers(std::size_t maximum, std::chrono::milliseconds deadline, Work work, std::function<void(pid_t)> cleanUp)
-    : maximum_(maximum), deadline_(deadline), work_(std::move(work)), cleanUp_(std::move(cleanUp)) {
+Workers::Workers(std::size_t maximum, std::chrono::milliseconds deadline, Duties duties)
+    : maximum_(maximum), deadline_(deadline), duties_(std::move(duties)) {
   void* const memory =
       mmap(nullptr, maximum_ * sizeof(Progress), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
   if (memory == MAP_FAILED) throw std::system_error(errno, std::generic_category(), "shared memory");
@@ -73,18 +73,20 @@ void Workers::Start(FileDescriptor connection) {
     return;
   }
   setpgid(process, process);
-  workers_.push_back({process, std::move(connection), progress, Stage::kRunning, Clock::now() + deadline_});
+  workers_.push_back({process, std::move(connection), progress, Stage::kRunning, Clock::now() + deadline_, false});
 }
 
 // Nothing but the connection is left open: a connection of somebody else would never end.
-void Workers::Run(int connection, Progress* progress) const {
+void Workers::Run(int connection, Progress* progress) const noexcept {
   setpgid(0, 0);
   prctl(PR_SET_PDEATHSIG, SIGTERM);
   RestoreSignals();
   dup2(connection, STDIN_FILENO);
   dup2(connection, STDOUT_FILENO);
+  duties_.enter();
   close_range(STDERR_FILENO + 1, ~0U, 0);
-  work_(progress);
+  duties_.answer(progress);
+  progress->hasAnswered = true;
   std::fflush(stdout);
   EndResponse(STDOUT_FILENO);
   _exit(0);
@@ -100,13 +102,16 @@ void Workers::Tend() {
 // True when nothing is left of the worker. Until its whole group has been killed its own process stays unburied, so
 // that the group's number can't become somebody else's.
 bool Workers::Tend(Worker* worker, Clock::time_point now) {
-  if (now >= worker->deadline) PushOn(worker, now);
-  if (!HasEnded(worker->process)) return false;
+  const bool hasEnded = HasEnded(worker->process);
+  const bool isWell = hasEnded && worker->stage == Stage::kRunning;
+  if (now >= worker->deadline && !isWell) PushOn(worker, now);
+  if (!hasEnded) return false;
   if (worker->connection.IsOpen()) AnswerFor(worker);
   if (worker->stage == Stage::kToldToEnd) return false;
   kill(-worker->process, SIGKILL);
-  waitpid(worker->process, nullptr, 0);
-  cleanUp_(worker->process);
+  int status = 0;
+  waitpid(worker->process, &status, 0);
+  if (status != 0) duties_.cleanUp(worker->process);
   free_.push_back(worker->progress);
   return true;
 }
@@ -120,10 +125,11 @@ void Workers::PushOn(Worker* worker, Clock::time_point now) {
 
 void Workers::AnswerFor(Worker* worker) {
   const FileDescriptor connection = std::move(worker->connection);
-  const bool isLate = worker->stage != Stage::kRunning;
+  const bool isLate = worker->stage != Stage::kRunning && !worker->isAbandoned;
   if (worker->progress->hasAnswered && !isLate) return;
-  const HttpError error = isLate ? HttpError(kGatewayTimeout, "it takes too long")
-                                 : HttpError(kServiceUnavailable, "what was to answer it has died");
+  const HttpError error = isLate                ? HttpError(kGatewayTimeout, "it takes too long")
+                          : worker->isAbandoned ? HttpError(kServiceUnavailable, "the service ends")
+                                                : HttpError(kServiceUnavailable, "what was to answer it has died");
   syslog(LOG_WARNING, "%s: %d %s", worker->progress->request.data(), error.Code(), error.what());
   if (!worker->progress->hasAnswered) Respond(connection.Number(), ErrorResponse(error, true));
 }
@@ -139,7 +145,9 @@ int Workers::NextEvent() const {
 
 void Workers::EndAll() {
   for (Worker& worker : workers_) {
-    if (worker.stage == Stage::kRunning) worker.deadline = Clock::now();
+    if (worker.stage != Stage::kRunning) continue;
+    worker.deadline = Clock::now();
+    worker.isAbandoned = true;
   }
 }
 

@@ -24,16 +24,23 @@ struct Progress {
   void SetRequest(const std::string& text);
 };
 
+// What a worker is for.
+struct Duties {
+  // Before it reads anything, with all that the process that forked it has open. May throw: then it dies.
+  std::function<void()> enter;
+  // Answers one request on standard output, which is the connection, as standard input is; nothing else is open.
+  std::function<void(Progress*)> answer;
+  // In the process that forked it, after it has died without having come to an end.
+  std::function<void(pid_t)> cleanUp;
+};
+
 // Answers each request in a process of its own, forked from this one, which is warm. The library writes on standard
 // output, leaves a pipe open and changes the ids of its whole process; and a file that crashes a decoder ends that
 // process alone. Whatever happens to it, its connection gets an answer.
 class Workers {
  public:
-  // Answers one request on standard output, which is the connection, as standard input is. Runs in the worker.
-  using Work = std::function<void(Progress*)>;
-
-  // `maximum` at once, each of them for `deadline` at most. `cleanUp` is called here for each that has ended.
-  Workers(std::size_t maximum, std::chrono::milliseconds deadline, Work work, std::function<void(pid_t)> cleanUp);
+  // `maximum` at once, each of them for `deadline` at most.
+  Workers(std::size_t maximum, std::chrono::milliseconds deadline, Duties duties);
   ~Workers();
   Workers(const Workers&) = delete;
   Workers& operator=(const Workers&) = delete;
@@ -63,9 +70,10 @@ class Workers {
     Progress* progress;
     Stage stage;
     Clock::time_point deadline;  // of this stage
+    bool isAbandoned;            // told to end before its time
   };
 
-  [[noreturn]] void Run(int connection, Progress* progress) const;
+  [[noreturn]] void Run(int connection, Progress* progress) const noexcept;
   bool Tend(Worker* worker, Clock::time_point now);
   static void PushOn(Worker* worker, Clock::time_point now);
   static void AnswerFor(Worker* worker);
@@ -73,8 +81,7 @@ class Workers {
 
   std::size_t maximum_;
   std::chrono::milliseconds deadline_;
-  Work work_;
-  std::function<void(pid_t)> cleanUp_;
+  Duties duties_;
   Progress* shared_;
   std::vector<Progress*> free_;
   std::list<Worker> workers_;

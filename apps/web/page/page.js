@@ -1,0 +1,223 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+// Shows the folder that the address names behind its '#', and one picture of it at a time in the viewer. Names of files
+// get into the page as text and as attributes, never as markup.
+'use strict';
+
+const widths = {small: 120, medium: 360, big: 640, large: 1280};
+const byId = (id) => document.getElementById(id);
+const crumbs = byId('crumbs'), main = byId('main'), folders = byId('folders'), grid = byId('grid');
+const viewer = byId('viewer'), stage = byId('stage');
+
+let files = [];      // of the folder that is shown
+let address = null;  // of that folder, as it is behind '#/'
+let current = 0;     // in the viewer
+let turns = 0;       // to the right, of what the viewer shows
+
+function make(tag, attributes, ...content) {
+  const element = document.createElement(tag);
+  for (const [name, value] of Object.entries(attributes)) element.setAttribute(name, value);
+  element.append(...content);
+  return element;
+}
+
+const counted = (count, one, many) => `${count} ${count === 1 ? one : many}`;
+const isModified = (event) => event.ctrlKey || event.metaKey || event.altKey;
+
+// ---- Pictures
+
+const hasPicture = (file) => file.screenshot !== false;
+const thumb = (file, size, more = '') => `thumb/${file.url}?size=${size}${more}`;
+const placeholder = (text) => make('span', {class: 'placeholder'}, text);
+
+// An image in the sizes that a browser may choose from; what can't be shown turns into a placeholder.
+function picture(file, sizes, more, attributes) {
+  if (!hasPicture(file)) return placeholder('Video');
+  const image = make('img', {alt: file.name, ...attributes});
+  image.addEventListener('error', () => image.replaceWith(placeholder('Cannot be shown')));
+  image.srcset = sizes.map((size) => `${thumb(file, size, more)} ${widths[size]}w`).join(', ');
+  image.src = thumb(file, sizes.at(-1), more);
+  return image;
+}
+
+// The name below a picture is hidden from those who hear it as the picture's text already.
+function tile(file, index) {
+  const image = picture(file, ['small', 'medium', 'big'], '', {
+    width: 360, height: 360, loading: 'lazy', decoding: 'async', sizes: '(max-width: 30rem) 66vw, 18rem'});
+  const name = make('span', {class: 'name', 'aria-hidden': hasPicture(file)}, file.name);
+  image.addEventListener('error', () => name.removeAttribute('aria-hidden'));
+  const link = hasPicture(file) ? make('a', {href: thumb(file, 'large')}) : make('button', {type: 'button'});
+  link.className = file.screenshot ? 'tile film' : 'tile';
+  link.title = file.name;
+  link.dataset.index = index;
+  link.append(image, name);
+  return make('li', {}, link);
+}
+
+// ---- Folders
+
+// The folders in an address, each with its part of the URL and its name. None leads upwards, whatever was typed.
+function foldersIn(text) {
+  const parts = text.split('/').filter((part) => part).map((part) => part.replace(/[?#\\]/g, encodeURIComponent));
+  return parts.map((url) => ({url, name: decoded(url)})).filter(({name}) => name !== '.' && name !== '..');
+}
+
+function decoded(url) {
+  try {
+    return decodeURIComponent(url);
+  } catch {
+    return url;  // not UTF-8
+  }
+}
+
+function showCrumbs(path) {
+  const links = [make('a', {href: '#/'}, 'All')];
+  let url = '#';
+  for (const folder of path) {
+    url += `/${folder.url}`;
+    links.push(make('a', {href: url}, folder.name));
+  }
+  links.at(-1).setAttribute('aria-current', 'page');
+  crumbs.replaceChildren(...links.map((link) => make('li', {}, link)));
+  document.title = path.length ? `${path.at(-1).name} – Photos` : 'Photos';
+}
+
+function fill(list, entries) {
+  list.hidden = entries.length === 0;
+  list.replaceChildren(...entries);
+}
+
+function showFolder(listing) {
+  files = listing.files;
+  fill(folders, listing.folders.map((folder) => make('li', {}, make('a', {href: `#/${folder.url}`}, folder.name))));
+  fill(grid, files.map(tile));
+  const parts = [files.length ? counted(files.length, 'file', 'files') : 'There are no photos here'];
+  if (listing.unreadable) parts.push(`${counted(listing.unreadable, 'folder', 'folders')} cannot be read`);
+  byId('note').textContent = `${parts.join('. ')}.`;
+}
+
+async function fetchFolder(url) {
+  const response = await fetch(`list/${url}`, {headers: {Accept: 'application/json'}});
+  if (!response.ok) throw new Error(`${response.status}, ${await response.text()}`);
+  return response.json();
+}
+
+async function openFolder() {
+  const path = foldersIn(location.hash.slice(1));
+  const wanted = path.map(({url}) => url).join('/');
+  if (wanted === address) return;
+  const left = address;
+  address = wanted;
+  viewer.close();
+  main.setAttribute('aria-busy', 'true');
+  let listing = {folders: [], files: [], unreadable: 0};
+  let problem = '';
+  try {
+    listing = await fetchFolder(wanted);
+  } catch (error) {
+    problem = `This folder cannot be shown (${error.message}).`;
+  }
+  if (wanted !== address) return;  // somebody has gone on meanwhile
+  showCrumbs(path);
+  showFolder(listing);
+  byId('error').textContent = problem;
+  byId('error').hidden = !problem;
+  byId('note').hidden = Boolean(problem);
+  main.removeAttribute('aria-busy');
+  if (left !== null) focusAfter(left);
+}
+
+// Whoever comes back out of a folder finds it focused, anybody else begins at the top.
+function focusAfter(left) {
+  scrollTo(0, 0);
+  const links = [...folders.querySelectorAll('a')];
+  const cameFrom = links.find((link) => link.hash === `#/${left}`) ?? crumbs.querySelector('[aria-current]');
+  cameFrom.focus();
+}
+
+// ---- The viewer
+
+function showPicture() {
+  const file = files[current];
+  const more = (turns ? `&rotate=${turns}` : '') + (file.type === 'gif' ? '&animate=1' : '');
+  stage.replaceChildren(picture(file, ['big', 'large'], more, {sizes: '100vw'}));
+  byId('title').textContent = file.name;
+  byId('place').textContent = `${current + 1} of ${files.length}`;
+  byId('said').textContent = `${file.name}, ${current + 1} of ${files.length}` + (turns ? `, turned by ${turns * 90}°` : '');
+  byId('original').hidden = !file.original;
+  byId('original').href = `original/${file.url}`;
+  byId('left').hidden = byId('right').hidden = !hasPicture(file);
+  byId('previous').setAttribute('aria-disabled', current === 0);
+  byId('next').setAttribute('aria-disabled', current === files.length - 1);
+}
+
+function openViewer(index) {
+  current = index;
+  turns = 0;
+  if (!viewer.open) viewer.showModal();
+  showPicture();
+}
+
+function step(by) {
+  if (files[current + by]) openViewer(current + by);
+}
+
+function rotate(by) {
+  if (!hasPicture(files[current])) return;
+  turns = (turns + by + 4) % 4;
+  showPicture();
+}
+
+const viewerKeys = {
+  ArrowLeft: () => step(-1), ArrowUp: () => step(-1), ArrowRight: () => step(1), ArrowDown: () => step(1),
+  Home: () => openViewer(0), End: () => openViewer(files.length - 1), r: () => rotate(1), R: () => rotate(-1)};
+
+viewer.addEventListener('keydown', (event) => {
+  const key = event.key.toLowerCase() === 'r' ? (event.shiftKey ? 'R' : 'r') : event.key;
+  if (isModified(event) || !viewerKeys[key]) return;
+  event.preventDefault();
+  viewerKeys[key]();
+});
+
+viewer.addEventListener('close', () => {
+  stage.replaceChildren();
+  grid.querySelectorAll('.tile')[current]?.focus();
+});
+
+byId('previous').addEventListener('click', () => step(-1));
+byId('next').addEventListener('click', () => step(1));
+byId('left').addEventListener('click', () => rotate(-1));
+byId('right').addEventListener('click', () => rotate(1));
+byId('close').addEventListener('click', () => viewer.close());
+
+// ---- The grid
+
+grid.addEventListener('click', (event) => {
+  const clicked = event.target.closest('.tile');
+  if (!clicked || isModified(event) || event.shiftKey) return;
+  event.preventDefault();
+  openViewer(Number(clicked.dataset.index));
+});
+
+// Arrow keys go through folders and pictures as they lie in rows; the ends of one list lead to the other.
+function linkFrom(focused, key) {
+  const links = [...main.querySelectorAll('.folders a, .tile')];
+  const index = links.indexOf(focused);
+  if (index === -1) return key === 'ArrowRight' || key === 'ArrowDown' ? links[0] : undefined;
+  const list = focused.closest('ul');
+  const columns = getComputedStyle(list).gridTemplateColumns.split(' ').length;
+  const steps = {ArrowLeft: -1, ArrowRight: 1, ArrowUp: -columns, ArrowDown: columns, Home: -index, End: links.length};
+  const target = links[Math.max(0, Math.min(index + steps[key], links.length - 1))];  // none for any other key
+  if (!key.startsWith('Arrow') || list.contains(target)) return target;
+  return steps[key] < 0 ? folders.lastChild.firstChild : grid.firstChild.firstChild;
+}
+
+addEventListener('keydown', (event) => {
+  if (viewer.open || isModified(event) || event.shiftKey) return;
+  const link = linkFrom(document.activeElement, event.key);
+  if (!link) return;
+  event.preventDefault();
+  link.focus();
+});
+
+addEventListener('hashchange', openFolder);
+openFolder();

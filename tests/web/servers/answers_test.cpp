@@ -1,0 +1,376 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+// Every kind of request, through real web servers.
+#include <gtest/gtest.h>
+#include <pictures.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <nlohmann/json.hpp>
+
+#include "site.h"
+
+namespace fs = std::filesystem;
+
+namespace tavithumb::test {
+namespace {
+
+using Headers = std::vector<std::pair<std::string, std::string>>;
+
+constexpr char kJpeg[] = "image/jpeg";
+
+PictureFacts FactsOf(const Response& response) {
+  TempDir folder;
+  WriteFile(folder / "picture", response.body);
+  return Identify(folder / "picture");
+}
+
+std::string Describe(const Response& response) {
+  const PictureFacts facts = FactsOf(response);
+  return std::to_string(response.status) + " " + response.Header("content-type") + " " + facts.format + " " +
+         std::to_string(facts.width) + "x" + std::to_string(facts.height);
+}
+
+std::string StoredEntry(const Site& site, const std::string& source, const std::string& entry) {
+  return site.Photos() + "/.tavi_ea/" + source + "/" + entry;
+}
+
+Headers ErrorHeaders(const std::string& body) {
+  return {{"cache-control", "no-store"},
+          {"content-length", std::to_string(body.size())},
+          {"content-type", "text/plain; charset=utf-8"},
+          {"x-content-type-options", "nosniff"}};
+}
+
+class Answers : public testing::TestWithParam<Front> {};
+
+std::string NameOf(const testing::TestParamInfo<Front>& front) {
+  const char* const names[] = {"None", "NginxByScgi", "LighttpdByScgi", "NginxByCgi", "LighttpdByCgi"};
+  return names[static_cast<int>(front.param)];
+}
+
+INSTANTIATE_TEST_SUITE_P(Through, Answers,
+                         testing::Values(Front::kNginxScgi, Front::kLighttpdScgi, Front::kNginxCgi,
+                                         Front::kLighttpdCgi),
+                         NameOf);
+
+// A JPEG so rich that a scaled one pays.
+void MakePhoto(const std::string& path) {
+  RunTool({"/usr/bin/convert", "-size", "1600x1200", "-seed", "7", "plasma:", "+noise", "Gaussian", "-quality", "95",
+           "jpeg:" + path});
+}
+
+void MakeOneOfEachKind(const Site& site) {
+  MakePhoto(site / "photo.jpg");
+  MakeJpeg(site / "light.jpg", 400, 300);
+  MakePng(site / "drawing.png", 800, 600);
+  MakeBmp(site / "old.bmp", 800, 600);
+  MakeTiff(site / "scan.tif", 800, 600);
+  MakeGif(site / "moving.gif", 600, 400, 3);
+  MakeHeic(site / "phone.heic", 1600, 1200, true);
+  MakeJpeg(site / "preview.jpg", 1600, 1200);
+  MakeRaf(site / "camera.raf", site / "preview.jpg");
+  fs::remove(site / "preview.jpg");
+}
+
+TEST_P(Answers, ShowAThumbnailOfEachKindOfPicture) {
+  const Site site(GetParam());
+  MakeOneOfEachKind(site);
+  const std::pair<std::string, std::string> rows[] = {
+      {"photo.jpg", "200 image/jpeg BMP3 400x300"},  {"drawing.png", "200 image/png PNG 360x270"},
+      {"old.bmp", "200 image/jpeg JPEG 360x270"},    {"scan.tif", "200 image/jpeg JPEG 360x270"},
+      {"moving.gif", "200 image/jpeg JPEG 360x240"}, {"phone.heic", "200 image/jpeg JPEG 360x270"},
+  };
+  for (const auto& [name, expected] : rows) {
+    SCOPED_TRACE(name);
+    EXPECT_EQ(Describe(site.Get("/thumb/" + name + "?size=medium")), expected);
+    EXPECT_EQ(Describe(site.Get("/thumb/" + name + "?size=medium")), expected) << "stored";
+  }
+  const PictureFacts raw = FactsOf(site.Get("/thumb/camera.raf?size=medium"));
+  EXPECT_GT(raw.width, 0);
+  const Response animated = site.Get("/thumb/moving.gif?size=medium&animate=1");
+  EXPECT_EQ(Describe(animated), "200 image/gif GIF 360x240");
+  EXPECT_EQ(FactsOf(animated).frames, 3);
+  EXPECT_EQ(Describe(site.Get("/thumb/drawing.png?size=100x100")), "200 image/png PNG 100x75");
+  EXPECT_EQ(Describe(site.Get("/thumb/drawing.png?size=100")), "200 image/png PNG 100x75");
+  EXPECT_EQ(Describe(site.Get("/thumb/drawing.png?size=100&avatar=1")), "200 image/png PNG 100x100");
+  EXPECT_EQ(Describe(site.Get("/thumb/drawing.png?size=medium&rotate=1")), "200 image/png PNG 270x360");
+  EXPECT_EQ(Describe(site.Get("/thumb/drawing.png?size=original")), "200 image/png PNG 800x600");
+}
+
+TEST_P(Answers, TellOfAThumbnailWhatACacheNeeds) {
+  const Site site(GetParam());
+  MakePng(site / "drawing.png", 800, 600);
+  const Response response = site.Get("/thumb/drawing.png?size=medium");
+  const std::string stored = StoredEntry(site, "drawing.png", "TAVIFILE_THUMB_M.png");
+  const std::string etag = response.Header("etag"), modified = response.Header("last-modified");
+  EXPECT_EQ(response.headers, (Headers{{"accept-ranges", "bytes"},
+                                       {"cache-control", "max-age=300, must-revalidate"},
+                                       {"content-length", std::to_string(fs::file_size(stored))},
+                                       {"content-type", "image/png"},
+                                       {"etag", etag},
+                                       {"last-modified", modified},
+                                       {"vary", "Accept"},
+                                       {"x-content-type-options", "nosniff"}}));
+  EXPECT_EQ(etag.front(), '"');
+  EXPECT_EQ(modified.substr(modified.size() - 4), " GMT");
+  EXPECT_TRUE(response.body == ReadFile(stored));
+}
+
+TEST_P(Answers, SendNothingAgainThatTheClientHas) {
+  const Site site(GetParam());
+  MakePng(site / "drawing.png", 800, 600);
+  const std::string address = "/thumb/drawing.png?size=medium";
+  const Response whole = site.Get(address);
+  for (const std::string& header :
+       {"If-None-Match: " + whole.Header("etag"), "If-None-Match: \"other\", " + whole.Header("etag"),
+        std::string("If-None-Match: *"), "If-Modified-Since: " + whole.Header("last-modified")}) {
+    SCOPED_TRACE(header);
+    const Response again = site.Get(address, {header});
+    EXPECT_EQ(again.status, 304);
+    EXPECT_EQ(again.body, "");
+    EXPECT_EQ(again.Header("etag"), whole.Header("etag"));
+  }
+  for (const std::string header : {"If-None-Match: \"other\"", "If-Modified-Since: Thu, 01 Jan 1970 00:00:00 GMT"}) {
+    SCOPED_TRACE(header);
+    const Response other = site.Get(address, {header});
+    EXPECT_EQ(other.status, 200);
+    EXPECT_TRUE(other.body == whole.body);
+  }
+}
+
+TEST_P(Answers, SendThePartThatIsAskedFor) {
+  const Site site(GetParam());
+  MakePng(site / "drawing.png", 800, 600);
+  const std::string address = "/original/drawing.png", content = ReadFile(site / "drawing.png");
+  const std::string size = std::to_string(content.size());
+
+  const Response part = site.Get(address, {"Range: bytes=10-19"});
+  EXPECT_EQ(part.status, 206);
+  EXPECT_TRUE(part.body == content.substr(10, 10));
+  EXPECT_EQ(part.Header("content-range"), "bytes 10-19/" + size);
+  EXPECT_EQ(part.Header("content-length"), "10");
+  EXPECT_TRUE(site.Get(address, {"Range: bytes=-5"}).body == content.substr(content.size() - 5));
+
+  const Response beyond = site.Get(address, {"Range: bytes=" + size + "-"});
+  EXPECT_EQ(beyond.status, 416);
+  EXPECT_EQ(beyond.Header("content-range"), "bytes */" + size);
+  EXPECT_EQ(beyond.body, "");
+
+  const Response several = site.Get(address, {"Range: bytes=0-1,5-6"});
+  EXPECT_EQ(several.status, 200);
+  EXPECT_TRUE(several.body == content);
+}
+
+TEST_P(Answers, SendTheHeadersAloneForHead) {
+  const Site site(GetParam());
+  MakePng(site / "drawing.png", 800, 600);
+  for (const char* address : {"/thumb/drawing.png?size=medium", "/original/drawing.png", "/list/"}) {
+    SCOPED_TRACE(address);
+    const Response get = site.Get(address), head = site.Ask("HEAD", address);
+    EXPECT_EQ(head.status, 200);
+    EXPECT_EQ(head.body, "");
+    EXPECT_EQ(head.headers, get.headers);
+  }
+  EXPECT_EQ(site.Ask("HEAD", "/thumb/missing.jpg?size=small").status, 404);
+}
+
+TEST_P(Answers, SendTheOriginalThatABrowserCanShow) {
+  const Site site(GetParam());
+  MakeOneOfEachKind(site);
+  const std::pair<std::string, std::string> rows[] = {
+      {"photo.jpg", kJpeg}, {"drawing.png", "image/png"}, {"old.bmp", "image/x-ms-bmp"}, {"moving.gif", "image/gif"}};
+  for (const auto& [name, type] : rows) {
+    SCOPED_TRACE(name);
+    const Response response = site.Get("/original/" + name);
+    EXPECT_EQ(response.status, 200);
+    EXPECT_EQ(response.Header("content-type"), type);
+    EXPECT_EQ(response.Header("x-content-type-options"), "nosniff");
+    EXPECT_TRUE(response.body == ReadFile(site / name));
+  }
+  for (const char* name : {"scan.tif", "camera.raf", "phone.heic"}) {
+    SCOPED_TRACE(name);
+    const Response response = site.Get(std::string("/original/") + name);
+    EXPECT_EQ(response.status, 415);
+    EXPECT_EQ(response.headers, ErrorHeaders(response.body));
+    EXPECT_EQ(response.body, "a browser cannot show the original\n");
+  }
+}
+
+TEST_P(Answers, SendHeifToThoseWhoCanShowIt) {
+  const Site site(GetParam());
+  MakeHeic(site / "phone.heic", 1600, 1200, true);
+  const std::string address = "/thumb/phone.heic?size=medium";
+  for (const char* accept : {"image/heic", "image/webp, image/heif;q=0.8, */*"}) {
+    SCOPED_TRACE(accept);
+    const Response response = site.Get(address, {std::string("Accept: ") + accept});
+    EXPECT_EQ(response.status, 200);
+    EXPECT_EQ(response.Header("content-type"), "image/heic");
+    EXPECT_TRUE(response.body == ReadFile(site / "phone.heic"));
+  }
+  EXPECT_EQ(Describe(site.Get(address, {"Accept: image/*, */*"})), "200 image/jpeg JPEG 360x270");
+}
+
+TEST_P(Answers, FallBackToASmallerSizeWhenAsked) {
+  const Site site(GetParam());
+  MakeTiff(site / "scan.tif", 800, 600);
+  EXPECT_EQ(site.Get("/thumb/scan.tif?size=original").status, 415);
+  EXPECT_EQ(Describe(site.Get("/thumb/scan.tif?size=original&fallback=1")), "200 image/jpeg JPEG 800x600");
+}
+
+TEST_P(Answers, TurnAnAlbumexThumbnailOnTheWay) {
+  const Site site(GetParam());
+  MakeJpeg(site / "photo.jpg", 1600, 1200);
+  MakeJpeg(site / "album.jpg", 320, 240);
+  const std::string entry = StoredEntry(site, "photo.jpg", "TAVIPHOTO_THUMB_M.jpg");
+  WriteFile(entry, ReadFile(site / "album.jpg"));
+  EXPECT_EQ(Describe(site.Get("/thumb/photo.jpg?size=medium")), "200 image/jpeg JPEG 320x240");
+  const Response turned = site.Get("/thumb/photo.jpg?size=medium&rotate=1");
+  EXPECT_EQ(Describe(turned), "200 image/jpeg JPEG 240x320");
+  EXPECT_EQ(turned.Header("accept-ranges"), "none");
+  EXPECT_EQ(turned.Header("etag"), "");
+}
+
+TEST_P(Answers, ListAFolder) {
+  const Site site(GetParam());
+  MakePng(site / "a b.png", 8, 6);
+  WriteFile(site / "film.mp4", "film");
+  WriteFile(site / "shown.mp4", "film");
+  WriteFile(site / "notes.txt", "no picture");
+  WriteFile(site / ".hidden.png", "hidden");
+  fs::create_directory(site / "sub");
+  SetTimes(site / "shown.mp4", 1700000000, 1700000000);
+  MakeJpeg(site / "screenshot.jpg", 64, 48);
+  fs::create_directories(fs::path(StoredEntry(site, "shown.mp4", "x")).parent_path());
+  fs::rename(site / "screenshot.jpg", StoredEntry(site, "shown.mp4", "TAVIVIDEO_VIDEO_SCREENSHOT.jpg"));
+  for (const char* name : {"a b.png", "film.mp4"}) SetTimes(site / name, 1700000001, 1700000001);
+
+  const Response response = site.Get("/list/");
+  EXPECT_EQ(response.status, 200);
+  EXPECT_EQ(response.headers, (Headers{{"cache-control", "no-cache"},
+                                       {"content-length", std::to_string(response.body.size())},
+                                       {"content-type", "application/json"},
+                                       {"vary", "Accept"},
+                                       {"x-content-type-options", "nosniff"}}));
+  const nlohmann::json expected = {{"path", ""},
+                                   {"folders", {{{"name", "sub"}, {"url", "sub"}}}},
+                                   {"files",
+                                    {{{"name", "a b.png"},
+                                      {"url", "a%20b.png"},
+                                      {"kind", "image"},
+                                      {"type", "png"},
+                                      {"bytes", fs::file_size(site / "a b.png")},
+                                      {"modified", 1700000001},
+                                      {"original", true}},
+                                     {{"name", "film.mp4"},
+                                      {"url", "film.mp4"},
+                                      {"kind", "video"},
+                                      {"type", "mp4"},
+                                      {"bytes", 4},
+                                      {"modified", 1700000001},
+                                      {"original", false},
+                                      {"screenshot", false}},
+                                     {{"name", "shown.mp4"},
+                                      {"url", "shown.mp4"},
+                                      {"kind", "video"},
+                                      {"type", "mp4"},
+                                      {"bytes", 4},
+                                      {"modified", 1700000000},
+                                      {"original", false},
+                                      {"screenshot", true}}}},
+                                   {"unreadable", 0}};
+  EXPECT_EQ(nlohmann::json::parse(response.body), expected);
+  EXPECT_EQ(Describe(site.Get("/thumb/shown.mp4?size=medium")), "200 image/jpeg JPEG 64x48");
+  EXPECT_EQ(site.Get("/thumb/film.mp4?size=medium").body, "no screenshot is stored for this video\n");
+}
+
+TEST_P(Answers, ListAFolderAsAPageForBrowsers) {
+  const Site site(GetParam());
+  MakePng(site / "a & <b>.png", 8, 6);
+  const Response page = site.Get("/list/", {"Accept: text/html,application/xhtml+xml,*/*;q=0.8"});
+  EXPECT_EQ(page.status, 200);
+  EXPECT_EQ(page.Header("content-type"), "text/html; charset=utf-8");
+  EXPECT_EQ(page.Header("content-security-policy"),
+            "default-src 'none'; img-src 'self'; style-src 'self'; base-uri 'none'; form-action 'none'; "
+            "frame-ancestors 'none'");
+  EXPECT_NE(page.body.find("a &amp; &lt;b&gt;.png"), page.body.npos);
+  EXPECT_EQ(page.body.find("<b>"), page.body.npos);
+}
+
+struct ErrorRow {
+  std::string method;
+  std::string address;
+  int status;
+  std::string body;
+};
+
+TEST_P(Answers, TellWhyThereIsNone) {
+  const Site site(GetParam());
+  MakePng(site / "drawing.png", 800, 600);
+  WriteFile(site / "text.jpg", "this is text and no picture, whatever its name says");
+  WriteFile(site / "notes.txt", "text");
+  WriteFile(site / "film.mp4", "film");
+  fs::create_directory(site / "sub");
+  const std::string nothing = "there is nothing here\n";
+  const std::string badSize =
+      "'size' takes small, medium, big, large, xlarge, original, WIDTHxHEIGHT or SIDE, with sides of 1 to 65535 "
+      "pixels\n";
+  const ErrorRow rows[] = {
+      {"GET", "/thumb/missing.png?size=small", 404, nothing},
+      {"GET", "/thumb/sub?size=small", 404, nothing},
+      {"GET", "/thumb/?size=small", 404, nothing},
+      {"GET", "/list/missing", 404, nothing},
+      {"GET", "/list/drawing.png", 404, nothing},
+      {"GET", "/original/sub", 404, nothing},
+      {"GET", "/thumb/film.mp4?size=small", 404, "no screenshot is stored for this video\n"},
+      {"GET", "/thumb/notes.txt?size=small", 415, "it is not a photo or video by its name\n"},
+      {"GET", "/original/notes.txt", 415, "it is not a photo or video by its name\n"},
+      {"GET", "/original/film.mp4", 415, "a browser cannot show the original\n"},
+      {"GET", "/thumb/text.jpg?size=small", 422, "its content is no known kind of picture\n"},
+      {"GET", "/thumb/drawing.png?size=giant", 400, badSize},
+      {"GET", "/thumb/drawing.png?size=0", 400, badSize},
+      {"GET", "/thumb/drawing.png?rotate=1", 400, "'size' is missing\n"},
+      {"GET", "/thumb/drawing.png?size=small&rotate=4", 400, "'rotate' takes quarter turns, 0 to 3\n"},
+      {"GET", "/thumb/drawing.png?size=small&avatar=2", 400, "'avatar' takes 1 alone\n"},
+      {"GET", "/thumb/drawing.png?size=small&colour=1", 400, "there is an unknown parameter\n"},
+      {"GET", "/thumb/drawing.png?size=small&size=big", 400, "a parameter is there more than once\n"},
+      {"GET", "/thumb/drawing.png?size=80x60&fallback=1", 400, "'fallback' needs a size with a name\n"},
+      {"GET", "/list/?size=small", 400, "there is an unknown parameter\n"},
+      {"POST", "/thumb/drawing.png?size=small", 405, "only GET and HEAD are answered\n"},
+      {"DELETE", "/list/", 405, "only GET and HEAD are answered\n"},
+  };
+  for (const ErrorRow& row : rows) {
+    SCOPED_TRACE(row.method + " " + row.address);
+    const Response response =
+        site.Ask(row.method, row.address,
+                 row.method == "POST" ? std::vector<std::string>{"Content-Length: 0"} : std::vector<std::string>{});
+    EXPECT_EQ(response.status, row.status);
+    EXPECT_EQ(response.body, row.body);
+    Headers headers = ErrorHeaders(row.body);
+    if (row.status == 405) headers.insert(headers.begin(), {"allow", "GET, HEAD"});
+    EXPECT_EQ(response.headers, headers);
+  }
+  EXPECT_EQ(Names(site / ".tavi_ea"), std::vector<std::string>{"text.jpg"}) << "only the tools can tell";
+  EXPECT_EQ(Names(site / ".tavi_ea/text.jpg"), std::vector<std::string>{});
+}
+
+TEST_P(Answers, LogALineForEachThatFailed) {
+  const Site site(GetParam());
+  site.Get("/thumb/missing.jpg?size=small");
+  site.Get("/thumb/%C3%A4.jpg?size=small&colour=1");
+  const std::string get = GetParam() == Front::kLighttpdCgi ? "GET /photos.cgi" : "GET ";
+  EXPECT_EQ(
+      site.Noted("log: "),
+      (std::vector<std::string>{get + "/thumb/missing.jpg?size=small: 404 there is nothing here",
+                                get + "/thumb/%C3%A4.jpg?size=small&colour=1: 400 there is an unknown parameter"}));
+}
+
+TEST(Log, ShowsThePathEscaped) {
+  const Site site(Front::kNone);
+  site.Scgi({{"REQUEST_METHOD", "GET"}, {"REQUEST_URI", "/thumb/a\n\x1b[2J\xff.jpg?size=small"}});
+  EXPECT_EQ(site.Noted("log: "),
+            (std::vector<std::string>{"GET /thumb/a\\n\\x1b[2J\\xff.jpg?size=small: 404 there is nothing here"}));
+}
+
+}  // namespace
+}  // namespace tavithumb::test

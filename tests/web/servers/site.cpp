@@ -1,0 +1,294 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "site.h"
+
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <filesystem>
+#include <set>
+#include <sstream>
+#include <stdexcept>
+
+namespace tavithumb::test {
+namespace {
+
+sockaddr_in Loopback(int port) {
+  sockaddr_in address = {};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(static_cast<std::uint16_t>(port));
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  return address;
+}
+
+// A port that nobody uses; somebody may take it before we do, which the start of the server tells.
+int FreePort() {
+  const int probe = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address = Loopback(0);
+  socklen_t size = sizeof address;
+  if (bind(probe, reinterpret_cast<sockaddr*>(&address), size) != 0) throw std::runtime_error("no free port");
+  getsockname(probe, reinterpret_cast<sockaddr*>(&address), &size);
+  close(probe);
+  return ntohs(address.sin_port);
+}
+
+int ConnectUnix(const std::string& path) {
+  sockaddr_un address = {};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, sizeof address.sun_path - 1);
+  const int connection = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (connect(connection, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0) return connection;
+  close(connection);
+  return -1;
+}
+
+template <typename Connect>
+void AwaitListening(const Process& process, const Connect& connect) {
+  for (int attempt = 0; attempt < 1000; ++attempt) {
+    const int connection = connect();
+    if (connection != -1) {
+      close(connection);
+      return;
+    }
+    if (kill(process.Id(), 0) != 0) break;
+    usleep(10000);
+  }
+  throw std::runtime_error("a server does not listen");
+}
+
+void SendAll(int connection, const std::string& text) {
+  for (std::size_t sent = 0; sent < text.size();) {
+    const ssize_t count = send(connection, text.data() + sent, text.size() - sent, MSG_NOSIGNAL);
+    if (count <= 0) return;  // refused, which the response tells
+    sent += static_cast<std::size_t>(count);
+  }
+}
+
+Response ParseResponse(const std::string& text) {
+  static const std::set<std::string> others = {"connection", "date", "server", "transfer-encoding", "keep-alive"};
+  Response response;
+  const std::size_t end = text.find("\r\n\r\n");
+  if (text.size() < 12 || end == text.npos) return response;
+  response.status = std::stoi(text.substr(9, 3));
+  response.body = text.substr(end + 4);
+  std::istringstream lines(text.substr(0, end));
+  std::string line;
+  std::getline(lines, line);
+  while (std::getline(lines, line)) {
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    const std::size_t colon = line.find(": ");
+    std::string name = line.substr(0, colon);
+    std::transform(name.begin(), name.end(), name.begin(), [](unsigned char c) { return std::tolower(c); });
+    if (others.count(name) == 0) response.headers.emplace_back(name, line.substr(colon + 2));
+  }
+  std::sort(response.headers.begin(), response.headers.end());
+  return response;
+}
+
+}  // namespace
+
+std::string Response::Header(const std::string& name) const {
+  for (const auto& [key, value] : headers) {
+    if (key == name) return value;
+  }
+  return "";
+}
+
+int ConnectTo(int port) {
+  const sockaddr_in address = Loopback(port);
+  const int connection = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const timeval patience = {120, 0};
+  setsockopt(connection, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+  if (connect(connection, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) return connection;
+  close(connection);
+  return -1;
+}
+
+std::string ReadAll(int connection) {
+  std::string all;
+  std::array<char, 65536> data;
+  for (ssize_t got = 1; got > 0;) {
+    got = recv(connection, data.data(), data.size(), 0);
+    if (got > 0) all.append(data.data(), static_cast<std::size_t>(got));
+    if (got < 0 && errno != ECONNRESET) all += " (not to its end)";
+  }
+  return all;
+}
+
+Response Exchange(int port, const std::string& request) {
+  const int connection = ConnectTo(port);
+  if (connection == -1) return {};
+  SendAll(connection, request);
+  const std::string response = ReadAll(connection);
+  close(connection);
+  return ParseResponse(response);
+}
+
+Process::Process(const std::vector<std::string>& argv, const std::vector<std::string>& environment) : process_(fork()) {
+  if (process_ != 0) return;
+  setpgid(0, 0);
+  for (const std::string& variable : environment) putenv(const_cast<char*>(variable.c_str()));
+  std::vector<char*> words;
+  for (const std::string& word : argv) words.push_back(const_cast<char*>(word.c_str()));
+  words.push_back(nullptr);
+  execv(words.front(), words.data());
+  _exit(127);
+}
+
+Process::~Process() {
+  if (process_ == -1) return;
+  const pid_t group = process_;
+  kill(process_, SIGTERM);
+  Wait();
+  kill(-group, SIGKILL);  // what it has started and left, as fcgiwrap does
+}
+
+void Process::Signal(int number) const {
+  kill(process_, number);
+}
+
+int Process::Wait() {
+  int status = 0;
+  while (waitpid(process_, &status, 0) == -1 && errno == EINTR) {
+  }
+  process_ = -1;
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}
+
+std::string ScgiRequest(const std::vector<std::pair<std::string, std::string>>& variables) {
+  std::string block = std::string("CONTENT_LENGTH") + '\0' + "0" + '\0' + "SCGI" + '\0' + "1" + '\0';
+  for (const auto& [name, value] : variables) block += name + '\0' + value + '\0';
+  return std::to_string(block.size()) + ":" + block + ",";
+}
+
+Site::Site(Front front, const SiteOptions& options) : prefix_(options.prefix) {
+  chmod(folder_.Path().c_str(), 0755);
+  std::filesystem::create_directory(Photos());
+  Start(front, options);
+}
+
+void Site::Start(Front front, const SiteOptions& options) {
+  const std::string routes = prefix_ + "/(thumb|original|list)(/|$)";
+  switch (front) {
+    case Front::kNone:
+      return StartProgram(options);
+    case Front::kNginxScgi:
+      StartProgram(options);
+      return StartNginx("include /etc/nginx/scgi_params; scgi_param SCRIPT_NAME '" + prefix_ +
+                        "'; scgi_pass unix:" + Socket() + ";");
+    case Front::kLighttpdScgi:
+      StartProgram(options);
+      return StartLighttpd("mod_scgi", "$HTTP[\"url\"] =~ \"^" + routes + "\" { scgi.server = ( \"" +
+                                           (prefix_.empty() ? "/" : prefix_) + "\" => (( \"socket\" => \"" + Socket() +
+                                           "\", \"check-local\" => \"disable\", \"fix-root-scriptname\" => \"enable\" "
+                                           ")) ) }\n");
+    case Front::kNginxCgi: {
+      const std::string script = WriteCgi(options);
+      helper_ = std::make_unique<Process>(
+          std::vector<std::string>{"/usr/sbin/fcgiwrap", "-c", "4", "-s", "unix:" + (folder_ / "fcgi")},
+          std::vector<std::string>{});
+      AwaitListening(*helper_, [this] { return ConnectUnix(folder_ / "fcgi"); });
+      return StartNginx("include /etc/nginx/fastcgi_params; fastcgi_param SCRIPT_NAME '" + prefix_ +
+                        "'; fastcgi_param SCRIPT_FILENAME " + script + "; fastcgi_pass unix:" + (folder_ / "fcgi") +
+                        ";");
+    }
+    case Front::kLighttpdCgi:
+      prefix_ = "/photos.cgi";
+      std::filesystem::copy_file(WriteCgi(options), Photos() + "/../photos.cgi");
+      return StartLighttpd("mod_cgi", "cgi.assign = ( \".cgi\" => \"\" )\n");
+  }
+}
+
+void Site::StartProgram(const SiteOptions& options) {
+  std::vector<std::string> argv = {TAVITHUMB_WEB, "--scgi", Socket()};
+  for (const std::string& root : options.roots.empty() ? std::vector<std::string>{Photos()} : options.roots) {
+    argv.insert(argv.end(), {"--root", root});
+  }
+  argv.insert(argv.end(), options.program.begin(), options.program.end());
+  std::vector<std::string> environment = options.environment;
+  environment.insert(environment.end(), {"LD_PRELOAD=" WEB_PROBE, "PROBE_FILE=" + (folder_ / "noted")});
+  program_ = std::make_unique<Process>(argv, environment);
+  AwaitListening(*program_, [this] { return ConnectScgi(); });
+}
+
+// A program for the web server to start, with its settings.
+std::string Site::WriteCgi(const SiteOptions& options) {
+  std::string script = "#!/bin/sh\n";
+  for (const std::string& variable : options.environment) script += "export " + variable + "\n";
+  script += "export LD_PRELOAD=" WEB_PROBE " PROBE_FILE=" + (folder_ / "noted") + "\nexec " TAVITHUMB_WEB;
+  for (const std::string& option : options.program) script += " " + option;
+  WriteFile(folder_ / "start", script + " --root " + Photos() + "\n");
+  chmod((folder_ / "start").c_str(), 0755);
+  return folder_ / "start";
+}
+
+void Site::StartNginx(const std::string& location) {
+  port_ = FreePort();
+  std::string config = geteuid() == 0 ? "user root;\n" : "";
+  config += "daemon off; worker_processes 2; error_log " + (folder_ / "nginx.log") + "; pid " + (folder_ / "pid") +
+            ";\nevents {}\nhttp { access_log off; merge_slashes off;";
+  for (const char* kind : {"client_body", "proxy", "fastcgi", "uwsgi", "scgi"}) {
+    config += std::string(" ") + kind + "_temp_path " + (folder_ / kind) + ";";
+  }
+  config += "\nserver { listen 127.0.0.1:" + std::to_string(port_) + ";\nlocation / { " + location + " } } }\n";
+  WriteFile(folder_ / "nginx.conf", config);
+  server_ = std::make_unique<Process>(
+      std::vector<std::string>{"/usr/sbin/nginx", "-e", folder_ / "nginx.log", "-c", folder_ / "nginx.conf"},
+      std::vector<std::string>{});
+  AwaitListening(*server_, [this] { return ConnectTo(port_); });
+}
+
+void Site::StartLighttpd(const std::string& module, const std::string& rule) {
+  port_ = FreePort();
+  WriteFile(folder_ / "lighttpd.conf", "server.modules = ( \"" + module + "\" )\nserver.document-root = \"" +
+                                           folder_.Path() +
+                                           "\"\nserver.bind = \"127.0.0.1\"\nserver.port = " + std::to_string(port_) +
+                                           "\nserver.errorlog = \"" + (folder_ / "lighttpd.log") + "\"\n" + rule);
+  server_ =
+      std::make_unique<Process>(std::vector<std::string>{"/usr/sbin/lighttpd", "-D", "-f", folder_ / "lighttpd.conf"},
+                                std::vector<std::string>{});
+  AwaitListening(*server_, [this] { return ConnectTo(port_); });
+}
+
+Response Site::Get(const std::string& address, const std::vector<std::string>& headers) const {
+  return Ask("GET", address, headers);
+}
+
+Response Site::Ask(const std::string& method, const std::string& address,
+                   const std::vector<std::string>& headers) const {
+  std::string request = method + " " + prefix_ + address + " HTTP/1.0\r\nHost: localhost\r\n";
+  for (const std::string& header : headers) request += header + "\r\n";
+  return Exchange(port_, request + "\r\n");
+}
+
+int Site::ConnectScgi() const {
+  return ConnectUnix(Socket());
+}
+
+std::string Site::Scgi(const std::vector<std::pair<std::string, std::string>>& variables) const {
+  const int connection = ConnectScgi();
+  SendAll(connection, ScgiRequest(variables));
+  const std::string response = ReadAll(connection);
+  close(connection);
+  return response;
+}
+
+std::vector<std::string> Site::Noted(const std::string& kind) const {
+  std::vector<std::string> noted;
+  if (!Exists(folder_ / "noted")) return noted;
+  std::istringstream lines(ReadFile(folder_ / "noted"));
+  for (std::string line; std::getline(lines, line);) {
+    if (line.rfind(kind, 0) == 0) noted.push_back(line.substr(kind.size()));
+  }
+  return noted;
+}
+
+}  // namespace tavithumb::test

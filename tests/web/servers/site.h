@@ -1,0 +1,99 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#pragma once
+
+#include <temp_dir.h>
+
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace tavithumb::test {
+
+struct Response {
+  int status = 0;
+  // Those that say something about the content, in alphabetical order; not those of the connection and the server.
+  std::vector<std::pair<std::string, std::string>> headers;
+  std::string body;
+
+  std::string Header(const std::string& name) const;  // "" when it is missing
+};
+
+// Sends the text of a whole HTTP request to a loopback port; the response up to its end.
+Response Exchange(int port, const std::string& request);
+
+// Connects without sending anything.
+int ConnectTo(int port);
+
+// A child process in a group of its own, ended with TERM, and the group with it.
+class Process {
+ public:
+  Process(const std::vector<std::string>& argv, const std::vector<std::string>& environment);
+  ~Process();
+  Process(const Process&) = delete;
+  Process& operator=(const Process&) = delete;
+
+  pid_t Id() const { return process_; }
+  void Signal(int number) const;
+  // Its exit status, or minus the signal that it died of.
+  int Wait();
+
+ private:
+  pid_t process_;
+};
+
+// Which web server stands in front of the program, and how it reaches it.
+enum class Front { kNone, kNginxScgi, kLighttpdScgi, kNginxCgi, kLighttpdCgi };
+
+struct SiteOptions {
+  std::vector<std::string> program;      // options besides roots and address
+  std::vector<std::string> environment;  // of the program
+  std::vector<std::string> roots;        // instead of the one folder Photos()
+  std::string prefix;                    // of all addresses
+};
+
+// A folder of pictures behind the program behind a web server, on a free loopback port.
+class Site {
+ public:
+  explicit Site(Front front, const SiteOptions& options = {});
+
+  std::string Photos() const { return folder_ / "photos"; }
+  std::string operator/(const std::string& name) const { return Photos() + "/" + name; }
+  int Port() const { return port_; }
+  Process& Program() const { return *program_; }
+  std::string Socket() const { return folder_ / "socket"; }
+
+  // A GET of an address behind the prefix, with header lines such as "Range: bytes=0-1".
+  Response Get(const std::string& address, const std::vector<std::string>& headers = {}) const;
+  Response Ask(const std::string& method, const std::string& address,
+               const std::vector<std::string>& headers = {}) const;
+
+  // One SCGI request to the program itself; the CGI response as it is.
+  std::string Scgi(const std::vector<std::pair<std::string, std::string>>& variables) const;
+  int ConnectScgi() const;
+
+  // The lines that the probe has noted and that begin with `kind`, without it.
+  std::vector<std::string> Noted(const std::string& kind) const;
+
+ private:
+  void Start(Front front, const SiteOptions& options);
+  void StartProgram(const SiteOptions& options);
+  void StartNginx(const std::string& location);
+  void StartLighttpd(const std::string& module, const std::string& rule);
+  std::string WriteCgi(const SiteOptions& options);
+
+  TempDir folder_;
+  std::string prefix_;
+  int port_ = 0;
+  std::unique_ptr<Process> program_;
+  std::unique_ptr<Process> helper_;
+  std::unique_ptr<Process> server_;
+};
+
+// The text of an SCGI request.
+std::string ScgiRequest(const std::vector<std::pair<std::string, std::string>>& variables);
+
+// Everything that is sent until the other side ends the connection.
+std::string ReadAll(int connection);
+
+}  // namespace tavithumb::test

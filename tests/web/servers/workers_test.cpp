@@ -1,0 +1,262 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+// What the program does with many requests, slow ones and deadly ones.
+#include <dirent.h>
+#include <gtest/gtest.h>
+#include <pictures.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <set>
+#include <thread>
+
+#include "site.h"
+
+namespace fs = std::filesystem;
+
+namespace tavithumb::test {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr char kSmall[] = "/thumb/scan.tif?size=small";
+
+std::string Error(const std::string& status, const std::string& body, const std::string& more = "") {
+  return "Status: " + status +
+         "\r\nContent-Type: text/plain; charset=utf-8\r\nContent-Length: " + std::to_string(body.size()) +
+         "\r\nCache-Control: no-store\r\nX-Content-Type-Options: nosniff\r\n" + more + "\r\n" + body;
+}
+
+std::vector<std::pair<std::string, std::string>> GetOf(const std::string& address) {
+  return {{"REQUEST_METHOD", "GET"}, {"REQUEST_URI", address}, {"SCRIPT_NAME", ""}};
+}
+
+std::size_t EntriesIn(const std::string& folder) {
+  std::error_code gone;
+  return static_cast<std::size_t>(std::distance(fs::directory_iterator(folder, gone), fs::directory_iterator()));
+}
+
+std::size_t DescriptorsOf(const Site& site) {
+  return EntriesIn("/proc/" + std::to_string(site.Program().Id()) + "/fd");
+}
+
+// Zombies too.
+std::size_t ChildrenOf(const Site& site) {
+  const std::string id = std::to_string(site.Program().Id());
+  std::size_t count = 0;
+  for (const char letter : ReadFile("/proc/" + id + "/task/" + id + "/children")) count += letter == ' ' ? 1 : 0;
+  return count;
+}
+
+void AwaitNoChildren(const Site& site) {
+  for (int i = 0; i < 6000 && ChildrenOf(site) != 0; ++i) usleep(10000);
+}
+
+bool IsAlive(const std::string& process) {
+  return kill(std::stoi(process), 0) == 0 && ReadFile("/proc/" + process + "/stat").find(") Z") == std::string::npos;
+}
+
+std::set<std::string> ScratchFolders() {
+  std::set<std::string> folders;
+  for (const auto& entry : fs::directory_iterator("/tmp")) {
+    if (entry.path().filename().string().rfind("tavithumb-web.", 0) == 0) folders.insert(entry.path());
+  }
+  return folders;
+}
+
+SiteOptions WithTool(const std::string& tool, const std::vector<std::string>& program = {}) {
+  SiteOptions options;
+  options.environment = {"PROBE_TOOL=" + tool};
+  options.program = program;
+  return options;
+}
+
+TEST(Workers, RunTheToolOnceFor64ClientsThatAskForOneThumbnail) {
+  const Site site(Front::kNginxScgi, WithTool("slow"));
+  MakeTiff(site / "scan.tif", 800, 600);
+  std::vector<Response> responses(64);
+  std::vector<std::thread> clients;
+  for (Response& response : responses) clients.emplace_back([&] { response = site.Get(kSmall); });
+  for (std::thread& client : clients) client.join();
+
+  EXPECT_EQ(site.Noted("run: "), std::vector<std::string>{"/usr/bin/convert"});
+  const std::string stored = ReadFile(site / ".tavi_ea/scan.tif/TAVIFILE_THUMB_S.jpg");
+  for (const Response& response : responses) {
+    EXPECT_EQ(response.status, 200);
+    EXPECT_EQ(response.headers, responses.front().headers);
+    EXPECT_TRUE(response.body == stored);
+  }
+}
+
+TEST(Workers, MakeAllSizesOfASourceOneAfterTheOther) {
+  const Site site(Front::kNone, WithTool("slow", {"--children", "8"}));
+  MakeTiff(site / "scan.tif", 800, 600);
+  std::vector<std::thread> clients;
+  for (const char* size : {"small", "medium", "100", "50x60"}) {
+    clients.emplace_back([&site, size] {
+      const std::string response = site.Scgi(GetOf(std::string("/thumb/scan.tif?size=") + size));
+      EXPECT_EQ(response.rfind("X-Content-Type-Options: nosniff\r\n", 0), 0U) << response;
+    });
+  }
+  for (std::thread& client : clients) client.join();
+  for (const std::string& entry : Names(site / ".tavi_ea/scan.tif")) {
+    EXPECT_EQ(Identify(site / (".tavi_ea/scan.tif/" + entry)).format, "JPEG") << entry;
+  }
+  EXPECT_EQ(Names(site / ".tavi_ea/scan.tif").size(), 4U);
+}
+
+TEST(Workers, EndAToolThatHangsAndIgnoresTerm) {
+  const Site site(Front::kNone, WithTool("hang", {"--deadline", "1"}));
+  MakeTiff(site / "scan.tif", 800, 600);
+  const Clock::time_point start = Clock::now();
+  EXPECT_EQ(site.Scgi(GetOf(kSmall)), Error("504 Gateway Timeout", "it takes too long\n"));
+  AwaitNoChildren(site);
+  EXPECT_LT(Clock::now() - start, std::chrono::seconds(3)) << "later than the deadline and two seconds";
+
+  const std::vector<std::string> noted = site.Noted("run: ");
+  ASSERT_EQ(noted.size(), 2U);
+  EXPECT_FALSE(IsAlive(noted[1]));
+  EXPECT_EQ(site.Noted("log: "), std::vector<std::string>{"GET /thumb/scan.tif?size=small: 504 it takes too long"});
+}
+
+TEST(Workers, AnswerForOneThatHasCrashed) {
+  const Site site(Front::kNone, WithTool("crash"));
+  MakeTiff(site / "scan.tif", 800, 600);
+  MakePng(site / "drawing.png", 80, 60);
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(site.Scgi(GetOf(kSmall)),
+              Error("503 Service Unavailable", "what was to answer it has died\n", "Retry-After: 1\r\n"));
+  }
+  EXPECT_NE(site.Scgi(GetOf("/original/drawing.png")).find("Content-Type: image/png\r\n"), std::string::npos);
+  EXPECT_EQ(site.Noted("log: ").front(), "GET /thumb/scan.tif?size=small: 503 what was to answer it has died");
+}
+
+TEST(Workers, RefuseWhatIsTooMuch) {
+  const Site site(Front::kNone, WithTool("hang", {"--deadline", "2", "--children", "1", "--waiting", "2"}));
+  MakeTiff(site / "scan.tif", 800, 600);
+  std::vector<std::string> responses(5);
+  std::vector<std::thread> clients;
+  for (std::string& response : responses) {
+    clients.emplace_back([&] { response = site.Scgi(GetOf(kSmall)); });
+    usleep(50000);
+  }
+  for (std::thread& client : clients) client.join();
+  const std::string late = Error("504 Gateway Timeout", "it takes too long\n");
+  const std::string busy = Error("503 Service Unavailable", "too many requests are waiting\n", "Retry-After: 1\r\n");
+  EXPECT_EQ(responses, (std::vector<std::string>{late, late, late, busy, busy}));
+}
+
+TEST(Workers, SurviveAThousandClientsThatGoAway) {
+  const Site site(Front::kNginxScgi);
+  const Site& small = site;
+  MakeTiff(small / "scan.tif", 800, 600);
+  RunTool({"/usr/bin/convert", "-size", "2000x1500", "-seed", "7", "plasma:", "+noise", "Gaussian",
+           "png:" + (site / "large.png")});
+  EXPECT_EQ(site.Get(kSmall).status, 200);
+  AwaitNoChildren(site);
+  const std::size_t descriptors = DescriptorsOf(site);
+  const std::set<std::string> before = ScratchFolders();
+  for (int i = 0; i < 1000; ++i) {
+    const int connection = ConnectTo(site.Port());
+    const std::string address =
+        i % 3 == 0 ? "/original/large.png" : "/thumb/scan.tif?size=" + std::to_string(50 + i % 40);
+    const std::string request = "GET " + address + " HTTP/1.0\r\nHost: localhost\r\n\r\n";
+    send(connection, request.data(), request.size(), MSG_NOSIGNAL);
+    if (i % 2 == 0) usleep(static_cast<useconds_t>(i % 7) * 1000);
+    const linger reset = {1, 0};
+    setsockopt(connection, SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
+    close(connection);
+  }
+  EXPECT_EQ(site.Get(kSmall).status, 200);
+  AwaitNoChildren(site);
+  EXPECT_EQ(ChildrenOf(site), 0U);
+  EXPECT_EQ(DescriptorsOf(site), descriptors);
+  EXPECT_EQ(ScratchFolders(), before);
+}
+
+TEST(Workers, EndAtTheirDeadlineWhenNothingIsAsked) {
+  const Site site(Front::kNone, WithTool("", {"--deadline", "1"}));
+  const int connection = site.ConnectScgi();
+  EXPECT_EQ(ReadAll(connection), Error("504 Gateway Timeout", "it takes too long\n"));
+  close(connection);
+}
+
+TEST(Workers, AnswerWhatIsNoScgi) {
+  const Site site(Front::kNone);
+  for (const std::string request : {"GET / HTTP/1.0\r\n\r\n", "5:hello,", "99999:", "x"}) {
+    SCOPED_TRACE(request);
+    const int connection = site.ConnectScgi();
+    send(connection, request.data(), request.size(), MSG_NOSIGNAL);
+    shutdown(connection, SHUT_WR);
+    EXPECT_EQ(ReadAll(connection).rfind("Status: 400 Bad Request\r\n", 0), 0U);
+    close(connection);
+  }
+}
+
+TEST(Workers, AnswerWhatHasBegunWhenTheServiceEnds) {
+  const Site site(Front::kNone, WithTool("slow", {"--children", "1"}));
+  MakeTiff(site / "scan.tif", 800, 600);
+  const std::set<std::string> before = ScratchFolders();
+  std::string begun, waiting;
+  std::thread first([&] { begun = site.Scgi(GetOf(kSmall)); });
+  while (site.Noted("run: ").empty()) usleep(1000);
+  std::thread second([&] { waiting = site.Scgi(GetOf(kSmall)); });
+  usleep(50000);
+  site.Program().Signal(SIGTERM);
+  first.join();
+  second.join();
+  EXPECT_NE(begun.find("Content-Type: image/jpeg\r\n"), std::string::npos) << begun;
+  EXPECT_EQ(waiting, Error("503 Service Unavailable", "the service ends\n", "Retry-After: 1\r\n"));
+  EXPECT_EQ(site.Program().Wait(), 0);
+  EXPECT_FALSE(Exists(site.Socket()));
+  EXPECT_EQ(before.size(), ScratchFolders().size() + 1) << "its own";
+}
+
+TEST(Workers, AreEndedByASecondSignal) {
+  const Site site(Front::kNone, WithTool("hang"));
+  MakeTiff(site / "scan.tif", 800, 600);
+  std::string response;
+  std::thread client([&] { response = site.Scgi(GetOf(kSmall)); });
+  while (site.Noted("run: ").size() < 2) usleep(1000);
+  site.Program().Signal(SIGTERM);
+  usleep(50000);
+  site.Program().Signal(SIGTERM);
+  client.join();
+  EXPECT_EQ(response, Error("503 Service Unavailable", "the service ends\n", "Retry-After: 1\r\n"));
+  EXPECT_EQ(site.Program().Wait(), 0);
+  EXPECT_FALSE(IsAlive(site.Noted("run: ")[1]));
+}
+
+TEST(Workers, GiveToolsLimitsAndAnEnvironmentOfTheirOwn) {
+  TempDir policy;
+  SiteOptions options = WithTool("surroundings", {"--tool-cpu", "7", "--tool-memory", "900", "--tool-file-size", "50",
+                                                  "--tool-files", "64", "--policy", policy.Path()});
+  options.environment.push_back("SECRET=of the service");
+  const Site site(Front::kNone, options);
+  MakeTiff(site / "scan.tif", 800, 600);
+  std::vector<std::pair<std::string, std::string>> request = GetOf(kSmall);
+  request.emplace_back("HTTP_PROXY", "http://elsewhere");
+  request.emplace_back("HTTP_IF_NONE_MATCH", "\"tag\"");
+  EXPECT_NE(site.Scgi(request).find("Content-Type: image/jpeg\r\n"), std::string::npos);
+
+  EXPECT_EQ(site.Noted("cpu "), std::vector<std::string>{"7"});
+  EXPECT_EQ(site.Noted("memory "), std::vector<std::string>{std::to_string(900 * 1048576)});
+  EXPECT_EQ(site.Noted("file "), std::vector<std::string>{std::to_string(50 * 1048576)});
+  EXPECT_EQ(site.Noted("files "), std::vector<std::string>{"64"});
+  EXPECT_EQ(site.Noted("PATH="), std::vector<std::string>{"/usr/bin:/bin"});
+  EXPECT_EQ(site.Noted("MAGICK_CONFIGURE_PATH="), std::vector<std::string>{policy.Path()});
+  EXPECT_EQ(site.Noted("HTTP_IF_NONE_MATCH="), std::vector<std::string>{"\"tag\""});
+  EXPECT_EQ(site.Noted("scratch "), std::vector<std::string>{"exists"});
+  EXPECT_EQ(site.Noted("SECRET="), std::vector<std::string>{});
+  EXPECT_EQ(site.Noted("HTTP_PROXY="), std::vector<std::string>{});
+  const std::string scratch = site.Noted("MAGICK_TEMPORARY_PATH=").at(0);
+  EXPECT_EQ(site.Noted("TMPDIR="), std::vector<std::string>{scratch});
+  AwaitNoChildren(site);
+  EXPECT_FALSE(Exists(scratch)) << "removed afterwards";
+}
+
+}  // namespace
+}  // namespace tavithumb::test
