@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <http_file_outputer.h>
 #include <stdio_ext.h>
+#include <sys/sendfile.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -9,10 +10,14 @@
 #include <array>
 #include <cerrno>
 #include <cstdint>
+#include <cstdio>
+#include <ctime>
 #include <string>
 
 #include "common/descriptor.h"
 #include "common/transfer.h"
+#include "http/conditions.h"
+#include "http/http_date.h"
 #include "http/sigpipe_guard.h"
 
 namespace tavi {
@@ -34,12 +39,12 @@ bool WriteHeaders(const std::string& headers) {
   return Write(block.data(), block.size());
 }
 
-std::string ContentType(const char* mimeType) {
-  return std::string("Content-Type: ") + mimeType + "\r\n";
+std::string Header(const char* name, const std::string& value) {
+  return name + (": " + value + "\r\n");
 }
 
-// Exactly as many bytes as were announced: a file that shrinks on the way is a failure.
-bool WriteContent(int file, std::uint64_t length) {
+// Copies what the kernel could not send by itself.
+bool CopyContent(int file, std::uint64_t length) {
   std::array<char, kTransferSize> data;
   while (length > 0) {
     const auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(length, data.size()));
@@ -50,13 +55,83 @@ bool WriteContent(int file, std::uint64_t length) {
   return true;
 }
 
-bool OutputFile(const char* path, const char* mimeType) {
+// Exactly as many bytes as were announced: a file that shrinks on the way is a failure. The kernel sends them by
+// itself, where this output and the file's volume let it.
+bool WriteContent(int file, std::uint64_t length) {
+  constexpr std::uint64_t most = 1 << 30;
+  while (length > 0) {
+    const ssize_t sent = sendfile(fileno(stdout), file, nullptr, static_cast<std::size_t>(std::min(length, most)));
+    if (sent > 0) {
+      length -= static_cast<std::uint64_t>(sent);
+    } else if (sent == 0) {
+      return false;
+    } else if (errno == EAGAIN) {
+      AwaitWritable(fileno(stdout));
+    } else if (errno == EINVAL || errno == ENOSYS) {
+      return CopyContent(file, length);
+    } else if (errno != EINTR) {
+      return false;
+    }
+  }
+  return true;
+}
+
+std::string Hex(std::uint64_t number) {
+  std::array<char, 17> text;
+  return {text.data(), static_cast<std::size_t>(
+                           std::snprintf(text.data(), text.size(), "%llx", static_cast<unsigned long long>(number)))};
+}
+
+// Another file, or another content of it, has another tag: as long as its clock has nanoseconds.
+FileVersion VersionOf(const struct stat& facts) {
+  const std::string etag = "\"" + Hex(facts.st_dev) + "-" + Hex(facts.st_ino) + "-" +
+                           Hex(static_cast<std::uint64_t>(facts.st_size)) + "-" +
+                           Hex(static_cast<std::uint64_t>(facts.st_mtim.tv_sec)) + "." +
+                           Hex(static_cast<std::uint64_t>(facts.st_mtim.tv_nsec)) + "\"";
+  return {etag, facts.st_mtim.tv_sec, static_cast<std::uint64_t>(facts.st_size)};
+}
+
+std::string Validators(const FileVersion& version) {
+  return Header("Last-Modified", FormatHttpDate(version.modified)) + Header("ETag", version.etag);
+}
+
+std::string Content(const char* mimeType, std::uint64_t length) {
+  return Header("Content-Type", mimeType) + Header("Content-Length", std::to_string(length));
+}
+
+std::string FileHeaders(const Decision& decision, const FileVersion& version, const char* mimeType) {
+  const std::string size = std::to_string(version.size);
+  const std::string about = Validators(version) + Header("Accept-Ranges", "bytes");
+  switch (decision.outcome) {
+    case Outcome::kNotModified:
+      return Header("Status", "304 Not Modified") + Validators(version);
+    case Outcome::kUnsatisfiable:
+      return Header("Status", "416 Range Not Satisfiable") + Header("Content-Range", "bytes */" + size) +
+             Header("Content-Length", "0") + about;
+    case Outcome::kPart:
+      return Header("Status", "206 Partial Content") + Content(mimeType, decision.length) +
+             Header("Content-Range", "bytes " + std::to_string(decision.first) + "-" +
+                                         std::to_string(decision.first + decision.length - 1) + "/" + size) +
+             about;
+    case Outcome::kWhole:
+      break;
+  }
+  return Content(mimeType, decision.length) + about;
+}
+
+bool OutputFile(const FileRequest& request, const char* path, const char* mimeType) {
   const Descriptor file(open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   struct stat facts;
   if (!file.IsOpen() || fstat(file.Get(), &facts) != 0 || !S_ISREG(facts.st_mode)) return false;
-  const auto length = static_cast<std::uint64_t>(facts.st_size);
-  return WriteHeaders(ContentType(mimeType) + "Content-Length: " + std::to_string(length) + "\r\n") &&
-         WriteContent(file.Get(), length);
+  const FileVersion version = VersionOf(facts);
+  const Decision decision = Decide(request, version, std::time(nullptr));
+  if (!request.isCgi) {
+    return WriteHeaders(Content(mimeType, decision.length)) && WriteContent(file.Get(), decision.length);
+  }
+  if (!WriteHeaders(FileHeaders(decision, version, mimeType))) return false;
+  if (request.method == "HEAD") return true;
+  return lseek(file.Get(), static_cast<off_t>(decision.first), SEEK_SET) != -1 &&
+         WriteContent(file.Get(), decision.length);
 }
 
 // A read that a signal cut short is no read error.
@@ -67,8 +142,11 @@ bool ReadFailed(std::FILE* stream) {
   return false;
 }
 
-bool OutputStream(std::FILE* stream, const char* mimeType) {
-  if (stream == nullptr || !WriteHeaders(ContentType(mimeType))) return false;
+bool OutputStream(const FileRequest& request, std::FILE* stream, const char* mimeType) {
+  if (stream == nullptr) return false;
+  const std::string type = Header("Content-Type", mimeType);
+  if (!WriteHeaders(request.isCgi ? type + Header("Accept-Ranges", "none") : type)) return false;
+  if (request.isCgi && request.method == "HEAD") return true;
   std::array<char, kTransferSize> data;
   while (!std::feof(stream)) {
     errno = 0;
@@ -82,7 +160,7 @@ bool OutputStream(std::FILE* stream, const char* mimeType) {
 template <typename Response>
 int Deliver(const Response& response) {
   const SigPipeGuard guard;
-  if (FlushPrinted() && response()) return 0;
+  if (FlushPrinted() && response(RequestOfEnvironment())) return 0;
   __fpurge(stdout);
   return -1;
 }
@@ -91,9 +169,9 @@ int Deliver(const Response& response) {
 }  // namespace tavi
 
 int HTTPFileOutputer::Output(const char* path, const char* mimeType) {
-  return tavi::Deliver([=] { return tavi::OutputFile(path, mimeType); });
+  return tavi::Deliver([=](const tavi::FileRequest& request) { return tavi::OutputFile(request, path, mimeType); });
 }
 
 int HTTPFileOutputer::Output(std::FILE* stream, const char*, const char* mimeType) {
-  return tavi::Deliver([=] { return tavi::OutputStream(stream, mimeType); });
+  return tavi::Deliver([=](const tavi::FileRequest& request) { return tavi::OutputStream(request, stream, mimeType); });
 }

@@ -4,13 +4,16 @@
 
 #include <cstdio>
 
+// In a process that a web server has started, or that stands for one (GATEWAY_INTERFACE is set), the response is what
+// the CGI variables ask for: REQUEST_METHOD "HEAD" leaves out the content; HTTP_IF_NONE_MATCH, HTTP_IF_MODIFIED_SINCE,
+// HTTP_IF_RANGE and HTTP_RANGE make it 304, 206 or 416. Otherwise it is the plain one: type, length and content.
 class __attribute__((visibility("default"))) HTTPFileOutputer {
  public:
   // Writes the headers that are still missing and the content of the file at `path` to standard output, behind what
-  // the caller has already printed there. Returns 0 when all of it was written.
+  // the caller has already printed there. Returns 0 when all of it was written. A broken pipe raises no signal.
   int Output(const char* path, const char* mimeType);
 
-  // The same for content read from `stream` until its end; `fileName` names it for the headers. The stream stays
-  // open and the caller's.
+  // The same for content read from `stream` until its end; `fileName` names it for the headers. Its length is not
+  // known, so there are no parts and no conditions. The stream stays open and the caller's.
   int Output(std::FILE* stream, const char* fileName, const char* mimeType);
 };

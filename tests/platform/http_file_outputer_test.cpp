@@ -8,9 +8,11 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <filesystem>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "children.h"
@@ -293,6 +295,131 @@ TEST(HTTPFileOutputer, FailsWithoutAStandardOutput) {
   for (const char* form : {"file", "stream"}) {
     EXPECT_EQ(Delivery({form, folder / "a.jpg", "image/jpeg"}, Delivery::kClosed).End(), "0: failed") << form;
   }
+}
+
+// The CGI variables of a request, as long as it lives; the children inherit them.
+class CgiVariables {
+ public:
+  explicit CgiVariables(std::vector<std::pair<std::string, std::string>> variables) : variables_(std::move(variables)) {
+    variables_.emplace_back("GATEWAY_INTERFACE", "CGI/1.1");
+    for (const auto& [name, value] : variables_) setenv(name.c_str(), value.c_str(), 1);
+  }
+  ~CgiVariables() {
+    for (const auto& [name, value] : variables_) unsetenv(name.c_str());
+  }
+  CgiVariables(const CgiVariables&) = delete;
+  CgiVariables& operator=(const CgiVariables&) = delete;
+
+ private:
+  std::vector<std::pair<std::string, std::string>> variables_;
+};
+
+std::string Hex(long long number) {
+  char text[20];
+  std::snprintf(text, sizeof text, "%llx", number);
+  return text;
+}
+
+std::string EtagOf(const std::string& path) {
+  struct stat facts = {};
+  stat(path.c_str(), &facts);
+  return "\"" + Hex(static_cast<long long>(facts.st_dev)) + "-" + Hex(static_cast<long long>(facts.st_ino)) + "-" +
+         Hex(facts.st_size) + "-" + Hex(facts.st_mtim.tv_sec) + "." + Hex(facts.st_mtim.tv_nsec) + "\"";
+}
+
+constexpr char kModified[] = "Tue, 14 Nov 2023 22:13:20 GMT";
+
+// A file of ten bytes and what every answer tells of it.
+class FileForCgi {
+ public:
+  FileForCgi() {
+    WriteFile(path, "0123456789");
+    SetTimes(path, 1700000000, 1700000000);
+  }
+  std::string Validators() const {
+    return std::string("Last-Modified: ") + kModified + "\r\nETag: " + EtagOf(path) + "\r\n";
+  }
+  std::string Whole() const {
+    return kCaching + "Content-Type: image/jpeg\r\nContent-Length: 10\r\n" + Validators() +
+           "Accept-Ranges: bytes\r\n\r\n";
+  }
+
+ private:
+  TempDir folder_;
+
+ public:
+  const std::string path = folder_ / "a.jpg";
+};
+
+std::string Answer(const std::string& path, const std::vector<std::pair<std::string, std::string>>& variables,
+                   const std::string& form = "file") {
+  const CgiVariables request(variables);
+  Delivery delivery({form, path, "image/jpeg"});
+  const std::string response = delivery.Read();
+  EXPECT_EQ(delivery.End(), "0: delivered");
+  return response;
+}
+
+TEST(HTTPFileOutputerForCgi, TellsWhatACacheNeeds) {
+  const FileForCgi file;
+  EXPECT_EQ(Answer(file.path, {{"REQUEST_METHOD", "GET"}}), file.Whole() + "0123456789");
+}
+
+TEST(HTTPFileOutputerForCgi, LeavesOutTheContentForHead) {
+  const FileForCgi file;
+  EXPECT_EQ(Answer(file.path, {{"REQUEST_METHOD", "HEAD"}}), file.Whole());
+}
+
+TEST(HTTPFileOutputerForCgi, SendsNothingAgainThatTheClientHas) {
+  const FileForCgi file;
+  const std::string expected = kCaching + "Status: 304 Not Modified\r\n" + file.Validators() + "\r\n";
+  for (const char* method : {"GET", "HEAD"}) {
+    EXPECT_EQ(Answer(file.path, {{"REQUEST_METHOD", method}, {"HTTP_IF_NONE_MATCH", EtagOf(file.path)}}), expected);
+    EXPECT_EQ(Answer(file.path, {{"REQUEST_METHOD", method}, {"HTTP_IF_MODIFIED_SINCE", kModified}}), expected);
+  }
+}
+
+TEST(HTTPFileOutputerForCgi, SendsAPart) {
+  const FileForCgi file;
+  EXPECT_EQ(Answer(file.path, {{"REQUEST_METHOD", "GET"}, {"HTTP_RANGE", "bytes=2-4"}}),
+            kCaching + "Status: 206 Partial Content\r\nContent-Type: image/jpeg\r\nContent-Length: 3\r\n" +
+                "Content-Range: bytes 2-4/10\r\n" + file.Validators() + "Accept-Ranges: bytes\r\n\r\n234");
+}
+
+TEST(HTTPFileOutputerForCgi, RefusesAPartThatIsNotThere) {
+  const FileForCgi file;
+  EXPECT_EQ(Answer(file.path, {{"REQUEST_METHOD", "GET"}, {"HTTP_RANGE", "bytes=10-"}}),
+            kCaching + "Status: 416 Range Not Satisfiable\r\nContent-Range: bytes */10\r\nContent-Length: 0\r\n" +
+                file.Validators() + "Accept-Ranges: bytes\r\n\r\n");
+}
+
+TEST(HTTPFileOutputerForCgi, TellsOfAStreamWhatItCanKnow) {
+  const FileForCgi file;
+  const std::string headers = kCaching + "Content-Type: image/jpeg\r\nAccept-Ranges: none\r\n\r\n";
+  EXPECT_EQ(Answer(file.path, {{"REQUEST_METHOD", "GET"}, {"HTTP_RANGE", "bytes=2-4"}}, "stream"),
+            headers + "0123456789");
+  EXPECT_EQ(Answer(file.path, {{"REQUEST_METHOD", "HEAD"}}, "stream"), headers);
+}
+
+TEST(HTTPFileOutputerForCgi, SendsAPartFromBeyondFourGibibytes) {
+  TempDir folder;
+  WriteFile(folder / "large", "");
+  fs::resize_file(folder / "large", 5368709120);
+  std::FILE* const large = std::fopen((folder / "large").c_str(), "a");
+  std::fputs("the end", large);
+  std::fclose(large);
+  const std::string response = Answer(folder / "large", {{"REQUEST_METHOD", "GET"}, {"HTTP_RANGE", "bytes=-9"}});
+  EXPECT_NE(response.find("Content-Range: bytes 5368709118-5368709126/5368709127\r\n"), std::string::npos);
+  EXPECT_EQ(response.substr(response.find("\r\n\r\n") + 4), std::string("\0\0the end", 9));
+}
+
+TEST(HTTPFileOutputer, CopiesWhereTheKernelCannotSendByItself) {
+  TempDir folder;
+  WriteFile(folder / "a.jpg", Bytes(50000));
+  const int output = open((folder / "output").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+  EXPECT_EQ(Delivery({"file", folder / "a.jpg", "image/jpeg"}, output).End(), "0: delivered");
+  close(output);
+  EXPECT_TRUE(ReadFile(folder / "output") == FileResponse("image/jpeg", Bytes(50000)));
 }
 
 }  // namespace
