@@ -3,7 +3,9 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <iostream>
 #include <set>
 #include <stdexcept>
@@ -29,10 +31,20 @@ constexpr char footer[] =
     "  tavithumb-web --scgi /run/tavithumb-web/socket --root photos=/srv/photos --root films=/srv/films\n"
     "  tavithumb-web --scgi 127.0.0.1:4000 --root /srv/photos";
 
+// Throws std::invalid_argument when the environment names a file that can't be read.
+std::string DefaultConfig() {
+  const char* const file = std::getenv("TAVITHUMB_WEB_CONFIG");
+  if (file == nullptr) return "";
+  if (!std::ifstream(file)) {
+    throw std::invalid_argument("'" + std::string(file) + "', which $TAVITHUMB_WEB_CONFIG names, cannot be read");
+  }
+  return file;
+}
+
 void AddOptions(CLI::App* app, Settings* settings, std::vector<std::string>* roots) {
   app->set_help_flag("-h,--help", "Print this help and exit");
   app->set_version_flag("--version", "tavithumb-web " TAVITHUMB_VERSION, "Print the version and exit");
-  app->set_config("--config", "", "Read options from this file")->envname("TAVITHUMB_WEB_CONFIG");
+  app->set_config("--config", DefaultConfig(), "Read options from this file; default: $TAVITHUMB_WEB_CONFIG");
   app->add_option("--root", *roots, "A folder to show; several need names, which begin their addresses")
       ->type_name("[NAME=]DIR")
       ->required();

@@ -29,17 +29,6 @@ sockaddr_in Loopback(int port) {
   return address;
 }
 
-// A port that nobody uses; somebody may take it before we do, which the start of the server tells.
-int FreePort() {
-  const int probe = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in address = Loopback(0);
-  socklen_t size = sizeof address;
-  if (bind(probe, reinterpret_cast<sockaddr*>(&address), size) != 0) throw std::runtime_error("no free port");
-  getsockname(probe, reinterpret_cast<sockaddr*>(&address), &size);
-  close(probe);
-  return ntohs(address.sin_port);
-}
-
 int ConnectUnix(const std::string& path) {
   sockaddr_un address = {};
   address.sun_family = AF_UNIX;
@@ -94,6 +83,16 @@ Response ParseResponse(const std::string& text) {
 }
 
 }  // namespace
+
+int FreePort() {
+  const int probe = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address = Loopback(0);
+  socklen_t size = sizeof address;
+  if (bind(probe, reinterpret_cast<sockaddr*>(&address), size) != 0) throw std::runtime_error("no free port");
+  getsockname(probe, reinterpret_cast<sockaddr*>(&address), &size);
+  close(probe);
+  return ntohs(address.sin_port);
+}
 
 std::string Response::Header(const std::string& name) const {
   for (const auto& [key, value] : headers) {
@@ -172,6 +171,7 @@ std::string ScgiRequest(const std::vector<std::pair<std::string, std::string>>& 
 Site::Site(Front front, const SiteOptions& options) : prefix_(options.prefix) {
   chmod(folder_.Path().c_str(), 0755);
   std::filesystem::create_directory(Photos());
+  std::filesystem::create_directory(folder_ / "documents");
   Start(front, options);
 }
 
@@ -202,7 +202,7 @@ void Site::Start(Front front, const SiteOptions& options) {
     }
     case Front::kLighttpdCgi:
       prefix_ = "/photos.cgi";
-      std::filesystem::copy_file(WriteCgi(options), Photos() + "/../photos.cgi");
+      std::filesystem::copy_file(WriteCgi(options), folder_ / "documents/photos.cgi");
       return StartLighttpd("mod_cgi", "cgi.assign = ( \".cgi\" => \"\" )\n");
   }
 }
@@ -249,7 +249,7 @@ void Site::StartNginx(const std::string& location) {
 void Site::StartLighttpd(const std::string& module, const std::string& rule) {
   port_ = FreePort();
   WriteFile(folder_ / "lighttpd.conf", "server.modules = ( \"" + module + "\" )\nserver.document-root = \"" +
-                                           folder_.Path() +
+                                           (folder_ / "documents") +
                                            "\"\nserver.bind = \"127.0.0.1\"\nserver.port = " + std::to_string(port_) +
                                            "\nserver.errorlog = \"" + (folder_ / "lighttpd.log") + "\"\n" + rule);
   server_ =

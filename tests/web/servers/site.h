@@ -22,6 +22,9 @@ struct Response {
 // Sends the text of a whole HTTP request to a loopback port; the response up to its end.
 Response Exchange(int port, const std::string& request);
 
+// A port that nobody uses; somebody may take it before we do, which the start of the server tells.
+int FreePort();
+
 // Connects without sending anything.
 int ConnectTo(int port);
 

@@ -1,0 +1,204 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+// Nothing outside the roots is ever shown.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <pictures.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdio>
+#include <filesystem>
+#include <thread>
+
+#include "site.h"
+
+namespace fs = std::filesystem;
+
+namespace tavithumb::test {
+namespace {
+
+// What only files outside hold.
+constexpr char kSecret[] = "the secret of the house";
+
+// A folder where temporary files do not lie, removed at its end.
+class Outside {
+ public:
+  Outside() {
+    if (mkdtemp(path_.data()) == nullptr) throw std::runtime_error(path_);
+    chmod(path_.c_str(), 0755);
+  }
+  ~Outside() { fs::remove_all(path_); }
+  Outside(const Outside&) = delete;
+  Outside& operator=(const Outside&) = delete;
+  std::string operator/(const std::string& name) const { return path_ + "/" + name; }
+
+ private:
+  std::string path_ = FOLDER_NOT_TEMPORARY "/outside-XXXXXX";
+};
+
+// A picture that is a valid one, and carries the secret in a comment.
+void MakeSecret(const std::string& path) {
+  RunTool({"/usr/bin/convert", "-size", "20x10", "xc:red", "-set", "comment", kSecret, "jpeg:" + path});
+}
+
+bool IsSecret(const std::string& text) {
+  return text.find(kSecret) != text.npos || text.find("root:x:0:0") != text.npos;
+}
+
+// Ways to write "..", "/" and names that lead out, in all combinations.
+std::vector<std::string> Attempts() {
+  std::vector<std::string> attempts;
+  for (const char* up : {"..", "%2e%2e", "%2E.", ".%2e", "%252e%252e", "..%00", "...", "%c0%ae%c0%ae", "..;", ".. ",
+                         "..%20", "%uff0e%uff0e", "..\\", "%2e%2e%5c"}) {
+    for (const char* slash : {"/", "%2f", "%2F", "//", "/./", "%5c", "%252f", "%c0%af"}) {
+      const std::string step = std::string(up) + slash;
+      for (const std::string target : {"outside.jpg", "etc/passwd"}) {
+        attempts.push_back(step + target);
+        attempts.push_back("sub/" + step + step + target);
+      }
+    }
+  }
+  for (const std::string route : {"/", "//", "%2f", "file:///", "/proc/self/root/", "sub/link/", "link/", ".tavi_ea/",
+                                  "%2etavi_ea/", "absolute/", "sub/absolute/", "ea/"}) {
+    for (const char* target : {"etc/passwd", "outside.jpg", "root/outside.jpg", "x/outside.jpg"}) {
+      attempts.push_back(route + target);
+    }
+  }
+  return attempts;
+}
+
+class Roots : public testing::TestWithParam<Front> {};
+
+INSTANTIATE_TEST_SUITE_P(Through, Roots, testing::Values(Front::kNginxScgi, Front::kLighttpdScgi, Front::kLighttpdCgi),
+                         [](const testing::TestParamInfo<Front>& front) {
+                           return "Front" + std::to_string(front.index);
+                         });
+
+TEST_P(Roots, AreNotLeftByAnyAddress) {
+  const Site site(GetParam());
+  MakeSecret(site / "../outside.jpg");
+  fs::create_directories(site / "sub");
+  fs::create_directories(site / ".tavi_ea/x");
+  MakeSecret(site / ".tavi_ea/x/outside.jpg");
+  fs::create_symlink("..", site / "link");
+  fs::create_symlink("../..", site / "sub/link");
+  fs::create_symlink("/", site / "absolute");
+  fs::create_symlink("/", site / "sub/absolute");
+  fs::create_symlink(".tavi_ea", site / "ea");
+  fs::create_symlink("../outside.jpg", site / "outside.jpg");
+
+  std::size_t count = 0;
+  for (const std::string& attempt : Attempts()) {
+    for (const char* route : {"/thumb/", "/original/", "/list/"}) {
+      const std::string query = std::string(route) == "/thumb/" ? "?size=small" : "";
+      SCOPED_TRACE(route + attempt + query);
+      const Response response = site.Get(route + attempt + query);
+      EXPECT_GE(response.status, 400);
+      EXPECT_LT(response.status, 500);
+      EXPECT_FALSE(IsSecret(response.body));
+      ++count;
+    }
+  }
+  EXPECT_GE(count, 500U);
+  EXPECT_EQ(site.Noted("run: "), std::vector<std::string>{});
+}
+
+// Asks for `address` again and again while `swap` goes on; how many answers came, and that none was secret.
+std::size_t AskWhile(const Site& site, const std::string& address, const std::function<void()>& swap) {
+  std::atomic<bool> ends{false};
+  std::thread swapper([&] {
+    while (!ends) swap();
+  });
+  std::size_t answered = 0;
+  for (int i = 0; i < 400; ++i) {
+    const Response response = site.Get(address);
+    EXPECT_FALSE(IsSecret(response.body)) << i;
+    answered += response.status == 200 ? 1 : 0;
+  }
+  ends = true;
+  swapper.join();
+  return answered;
+}
+
+TEST(RootsWithLinks, ShowNothingFromOutsideWhileALinkIsSwappedBackAndForth) {
+  const Site site(Front::kNginxScgi);
+  const Outside outside;
+  MakeSecret(outside / "photo.jpg");
+  fs::create_directories(site / "inside");
+  MakeJpeg(site / "inside/photo.jpg", 20, 10);
+  const std::size_t answered = AskWhile(site, "/original/link/photo.jpg", [&] {
+    for (const std::string& target : {std::string("inside"), outside / ""}) {
+      fs::create_symlink(target, site / "next");
+      fs::rename(site / "next", site / "link");
+    }
+  });
+  EXPECT_GT(answered, 0U);
+}
+
+// The name that has been looked up is swapped itself: only the system can keep the library inside then.
+TEST(RootsWithLinks, ShowNothingFromOutsideWhileAFolderIsSwappedForALink) {
+  const Site site(Front::kNginxScgi);
+  const Outside outside;
+  MakeSecret(outside / "photo.jpg");
+  fs::create_directories(site / "folder");
+  MakeJpeg(site / "folder/photo.jpg", 20, 10);
+  fs::create_symlink(outside / "", site / "link");
+  const std::size_t answered = AskWhile(site, "/original/folder/photo.jpg", [&] {
+    renameat2(AT_FDCWD, (site / "folder").c_str(), AT_FDCWD, (site / "link").c_str(), RENAME_EXCHANGE);
+  });
+  EXPECT_GT(answered, 0U);
+}
+
+TEST(RootsWithLinks, ShowWhatALinkLeadsToInside) {
+  const Site site(Front::kNginxScgi);
+  fs::create_directories(site / "inside");
+  MakeJpeg(site / "inside/photo.jpg", 20, 10);
+  fs::create_symlink("inside", site / "link");
+  fs::create_symlink("../inside/photo.jpg", site / "inside/again.jpg");
+  for (const char* address : {"/original/link/photo.jpg", "/original/inside/again.jpg"}) {
+    SCOPED_TRACE(address);
+    EXPECT_TRUE(site.Get(address).body == ReadFile(site / "inside/photo.jpg"));
+  }
+}
+
+TEST(RootsWithNames, BeginTheAddresses) {
+  TempDir films, photos;
+  chmod(films.Path().c_str(), 0755);
+  chmod(photos.Path().c_str(), 0755);
+  MakePng(films / "still.png", 20, 10);
+  MakePng(photos / "photo.png", 20, 10);
+  SiteOptions options;
+  options.roots = {"photos=" + photos.Path(), "films & more=" + films.Path()};
+  options.prefix = "/gallery";
+  const Site site(Front::kNginxScgi, options);
+  EXPECT_EQ(site.Get("/list/").body,
+            "{\"path\":\"\",\"folders\":[{\"name\":\"films & more\",\"url\":\"films%20%26%20more\"},"
+            "{\"name\":\"photos\",\"url\":\"photos\"}],\"files\":[],\"unreadable\":0}\n");
+  EXPECT_TRUE(site.Get("/original/films%20%26%20more/still.png").body == ReadFile(films / "still.png"));
+  EXPECT_TRUE(site.Get("/original/photos/photo.png").body == ReadFile(photos / "photo.png"));
+  EXPECT_EQ(site.Get("/original/photos/still.png").status, 404);
+  EXPECT_EQ(site.Get("/original/still.png").status, 404);
+  EXPECT_EQ(site.Get("/thumb/photos?size=small").status, 404);
+  const std::string page = site.Get("/list/photos", {"Accept: text/html"}).body;
+  EXPECT_NE(page.find("<a class=\"tile\" href=\"/gallery/original/photos/photo.png\">"), page.npos) << page;
+}
+
+TEST(RootsWithHiddenNames, ShowThemWhenAskedTo) {
+  for (const bool isShown : {false, true}) {
+    SiteOptions options;
+    if (isShown) options.program = {"--hidden"};
+    const Site site(Front::kNginxScgi, options);
+    fs::create_directories(site / ".private");
+    MakePng(site / ".private/.photo.png", 20, 10);
+    fs::create_directories(site / ".tavi_ea/x");
+    MakePng(site / ".tavi_ea/x/photo.png", 20, 10);
+    EXPECT_EQ(site.Get("/original/.private/.photo.png").status, isShown ? 200 : 404);
+    EXPECT_EQ(site.Get("/list/").body.find(".private") != std::string::npos, isShown);
+    EXPECT_EQ(site.Get("/list/").body.find(".tavi_ea"), std::string::npos);
+    EXPECT_EQ(site.Get("/original/.tavi_ea/x/photo.png").status, 404);
+  }
+}
+
+}  // namespace
+}  // namespace tavithumb::test
