@@ -59,7 +59,7 @@ FileDescriptor MakeRules(const Roots& roots, const std::string& policyFolder) {
   for (const Root& root : roots.All()) Allow(rules, root.folder, storing | moving);
   for (const char* folder : temporaryFolders) Allow(rules, folder, storing | moving);
   for (const char* folder : systemFolders) Allow(rules, folder, running);
-  if (!policyFolder.empty()) Allow(rules, policyFolder, reading);
+  Allow(rules, policyFolder, reading);
   Allow(rules, "/proc", reading);
   Allow(rules, "/dev", LANDLOCK_ACCESS_FS_READ_FILE | LANDLOCK_ACCESS_FS_WRITE_FILE);
   return rules;
@@ -107,7 +107,7 @@ void Confinement::SetEnvironment(const Variables& variables) const {
   setenv("PATH", "/usr/bin:/bin", 1);
   setenv("TMPDIR", scratch.c_str(), 1);
   setenv("MAGICK_TEMPORARY_PATH", scratch.c_str(), 1);
-  if (!policyFolder_.empty()) setenv("MAGICK_CONFIGURE_PATH", policyFolder_.c_str(), 1);
+  setenv("MAGICK_CONFIGURE_PATH", policyFolder_.c_str(), 1);
   setenv("GATEWAY_INTERFACE", "CGI/1.1", 1);
   for (const char* name :
        {"REQUEST_METHOD", "HTTP_IF_NONE_MATCH", "HTTP_IF_MODIFIED_SINCE", "HTTP_IF_RANGE", "HTTP_RANGE"}) {

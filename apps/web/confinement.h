@@ -14,7 +14,7 @@ namespace tavithumb::apps::web {
 // What one worker and each of its tools may use; 0 for as much as the system gives.
 struct ToolLimits {
   unsigned cpuSeconds = 20;
-  unsigned memoryMiB = 1024;
+  unsigned memoryMiB = 1536;
   unsigned fileSizeMiB = 1024;
   unsigned openFiles = 256;
 };
@@ -23,7 +23,7 @@ struct ToolLimits {
 // the process that forks the workers, entered by each of them.
 class Confinement {
  public:
-  // `policyFolder` holds ImageMagick's policy.xml; "" leaves the system's.
+  // `policyFolder` holds ImageMagick's policy.xml.
   Confinement(const Roots& roots, const ToolLimits& limits, const std::string& policyFolder);
   ~Confinement();
   Confinement(const Confinement&) = delete;

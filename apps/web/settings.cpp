@@ -48,6 +48,7 @@ void AddOptions(CLI::App* app, Settings* settings, std::vector<std::string>* roo
   app->add_option("--root", *roots, "A folder to show; several need names, which begin their addresses")
       ->type_name("[NAME=]DIR")
       ->required();
+  app->option_defaults()->take_last();
   app->add_option("--scgi", settings->scgiAddress, "Listen at a unix socket's path or a loopback HOST:PORT");
   app->add_flag("--hidden", settings->showsHidden, "Show names that begin with a dot");
   app->add_option("--children", settings->children, "Requests answered at once; 0: twice the processor cores")
@@ -58,7 +59,7 @@ void AddOptions(CLI::App* app, Settings* settings, std::vector<std::string>* roo
       ->check(CLI::Range(1, 86400))
       ->capture_default_str();
   app->add_option("--policy", settings->policyFolder, "Folder with the policy.xml for ImageMagick")
-      ->check(CLI::ExistingDirectory);
+      ->capture_default_str();
   ToolLimits& limits = settings->limits;
   app->add_option("--tool-cpu", limits.cpuSeconds, "Processor seconds for one tool; 0: no limit, also below")
       ->capture_default_str();
@@ -76,6 +77,17 @@ void SetRoots(const std::vector<std::string>& texts, Settings* settings) {
     if (texts.size() > 1 && name.empty()) throw std::invalid_argument("'" + text + "' needs a name: NAME=" + text);
     if (!names.insert(name).second) throw std::invalid_argument("'" + name + "' names two roots; rename one");
   }
+}
+
+// Without a policy of our own ImageMagick would take whatever it can read.
+void CheckPolicy(Settings* settings) {
+  std::error_code error;
+  const std::filesystem::path folder = std::filesystem::canonical(settings->policyFolder, error);
+  if (error || !std::filesystem::is_regular_file(folder / "policy.xml", error)) {
+    throw std::invalid_argument("'" + settings->policyFolder +
+                                "' holds no policy.xml; --policy names a folder that does");
+  }
+  settings->policyFolder = folder;
 }
 
 }  // namespace
@@ -99,7 +111,7 @@ std::optional<Settings> ReadSettings(int argc, char** argv) {
   }
   SetRoots(roots, &settings);
   if (settings.children == 0) settings.children = 2 * std::max(1U, std::thread::hardware_concurrency());
-  if (!settings.policyFolder.empty()) settings.policyFolder = std::filesystem::canonical(settings.policyFolder);
+  CheckPolicy(&settings);
   return settings;
 }
 

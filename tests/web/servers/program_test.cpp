@@ -23,9 +23,10 @@ struct Outcome {
 // Runs the program by a shell, so that redirections and variables may stand around it.
 Outcome RunShell(const std::string& before, const std::string& options) {
   TempDir files;
-  Process shell(
-      {"/bin/sh", "-c", before + " " TAVITHUMB_WEB " " + options + " >" + (files / "out") + " 2>" + (files / "err")},
-      {});
+  Process shell({"/bin/sh", "-c",
+                 before + " " TAVITHUMB_WEB " --policy " POLICY_FOLDER " " + options + " >" + (files / "out") + " 2>" +
+                     (files / "err")},
+                {});
   const int code = shell.Wait();
   return {code, ReadFile(files / "out"), ReadFile(files / "err")};
 }
@@ -48,6 +49,7 @@ TEST(WebProgram, TellsWhatIsWrongWithItsOptions) {
       {root + " --scgi localhost:http:x", "'localhost:http:x' is no address: it takes a path or a loopback HOST:PORT"},
       {root + " --scgi /" + path, "'/" + path + "' is too long for a socket: 107 bytes at most"},
       {root + " --deadline 0", "--deadline: Value 0 not in range 1 to 86400"},
+      {root + " --policy /usr", "'/usr' holds no policy.xml; --policy names a folder that does"},
       {root + " --colour", "The following argument was not expected: --colour"},
   };
   for (const auto& [options, message] : rows) {
@@ -113,7 +115,8 @@ TEST(WebProgram, ListensAtALoopbackPort) {
   for (const auto& [host, address] : rows) {
     SCOPED_TRACE(host);
     const std::string port = std::to_string(FreePort());
-    Process program({TAVITHUMB_WEB, "--root", folder.Path(), "--scgi", host + ":" + port}, {});
+    Process program({TAVITHUMB_WEB, "--policy", POLICY_FOLDER, "--root", folder.Path(), "--scgi", host + ":" + port},
+                    {});
     Process client(
         {"/bin/bash", "-c",
          "for i in {1..500}; do exec 3<>/dev/tcp/" + address + "/" + port + " && break; sleep 0.01; done" +
@@ -140,7 +143,7 @@ TEST(WebProgram, TakesASocketFromItsSupervisor) {
   Process program({"/bin/sh", "-c",
                    "exec 3<&" + std::to_string(listening) +
                        "; export LISTEN_PID=$$ LISTEN_FDS=1; "
-                       "exec " TAVITHUMB_WEB " --root " +
+                       "exec " TAVITHUMB_WEB " --policy " POLICY_FOLDER " --root " +
                        folder.Path()},
                   {});
   EXPECT_NE(ReadAll(client).find("{\"path\":\"\",\"folders\":[],\"files\":[],\"unreadable\":0}\n"), std::string::npos);
@@ -156,7 +159,7 @@ TEST(WebProgram, ReplacesASocketThatNobodyListensAt) {
   site.Program().Signal(SIGKILL);
   site.Program().Wait();
   ASSERT_TRUE(Exists(site.Socket()));
-  Process again({TAVITHUMB_WEB, "--root", site.Photos(), "--scgi", site.Socket()}, {});
+  Process again({TAVITHUMB_WEB, "--policy", POLICY_FOLDER, "--root", site.Photos(), "--scgi", site.Socket()}, {});
   int connection = -1;
   for (int i = 0; i < 500 && connection == -1; ++i) {
     usleep(10000);

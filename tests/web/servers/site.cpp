@@ -208,7 +208,7 @@ void Site::Start(Front front, const SiteOptions& options) {
 }
 
 void Site::StartProgram(const SiteOptions& options) {
-  std::vector<std::string> argv = {TAVITHUMB_WEB, "--scgi", Socket()};
+  std::vector<std::string> argv = {TAVITHUMB_WEB, "--scgi", Socket(), "--policy", POLICY_FOLDER};
   for (const std::string& root : options.roots.empty() ? std::vector<std::string>{Photos()} : options.roots) {
     argv.insert(argv.end(), {"--root", root});
   }
@@ -223,7 +223,8 @@ void Site::StartProgram(const SiteOptions& options) {
 std::string Site::WriteCgi(const SiteOptions& options) {
   std::string script = "#!/bin/sh\n";
   for (const std::string& variable : options.environment) script += "export " + variable + "\n";
-  script += "export LD_PRELOAD=" WEB_PROBE " PROBE_FILE=" + (folder_ / "noted") + "\nexec " TAVITHUMB_WEB;
+  script += "export LD_PRELOAD=" WEB_PROBE " PROBE_FILE=" + (folder_ / "noted") +
+            "\nexec " TAVITHUMB_WEB " --policy " POLICY_FOLDER;
   for (const std::string& option : options.program) script += " " + option;
   WriteFile(folder_ / "start", script + " --root " + Photos() + "\n");
   chmod((folder_ / "start").c_str(), 0755);

@@ -232,6 +232,7 @@ TEST(Workers, AreEndedByASecondSignal) {
 
 TEST(Workers, GiveToolsLimitsAndAnEnvironmentOfTheirOwn) {
   TempDir policy;
+  WriteFile(policy / "policy.xml", ReadFile(std::string(POLICY_FOLDER) + "/policy.xml"));
   SiteOptions options = WithTool("surroundings", {"--tool-cpu", "7", "--tool-memory", "900", "--tool-file-size", "50",
                                                   "--tool-files", "64", "--policy", policy.Path()});
   options.environment.push_back("SECRET=of the service");
