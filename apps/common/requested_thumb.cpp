@@ -2,6 +2,7 @@
 #include "common/requested_thumb.h"
 
 #include <tavithumb/error.h>
+#include <tavithumb/thumb_convert_cmd.h>
 #include <tavithumb/util.h>
 
 namespace tavithumb::apps {
@@ -12,6 +13,9 @@ constexpr char customSize[] = "__CUSTOM_SIZE__";
 
 // The library's code for a content of a type that it does not know.
 constexpr int unknownType = 602;
+
+// The job's output type "BrovixVarTmp".
+constexpr std::int32_t brovixVarTmp = 3;
 
 }  // namespace
 
@@ -56,7 +60,21 @@ bool RequestedThumb::FindStored() {
 bool RequestedThumb::Resolve() {
   const std::string path = request_.size.IsBox() ? CalcOutputFile() : CalcOutputFile(request_.size.name);
   if (path.empty() || (type_ == 0 && !IsSource())) return false;
+  if (IsSource() && request_.size.name != "original" && request_.quarterTurns % 4 != 0) return MakeTurned();
   if (avatar_ && GetOutputType() == "Brovix") PreferAvatar();
+  return true;
+}
+
+// A source that would serve itself, because a thumbnail of it saves nothing, does not show the rotation.
+bool RequestedThumb::MakeTurned() {
+  const std::string name = info_.GetBrovixTmpThumbEAName();
+  const bool isStored = file::IsDestSupportEAWrite(file::Dirname(srcPath_));
+  if (isStored && !file::MakeEADir(srcPath_)) return false;
+  const std::string work = isStored ? file::GetEAPath(srcPath_, name) : file::GetVarTmpPath(name);
+  if (!ConvertCmd(info_, srcPath_, work).exec()) return false;
+  if (isStored) return SaveTmpThumbToEA(work) && (avatar_ ? SetOutAvatar() : SetOutBrovixEA());
+  outputFile_ = work;
+  type_ = brovixVarTmp;
   return true;
 }
 

@@ -31,6 +31,10 @@ class RequestedThumb : public Thumb {
 
   bool IsSource() const { return outputFile_ == srcPath_; }
 
+  // The answer is a file of this job alone, to be deleted after use. One that is stored beside the source is for
+  // everybody, whatever IsNeedDelete() says.
+  bool IsTemporary() const { return GetOutputType() == "BrovixVarTmp"; }
+
   // A source that is the answer is served as what it is, and is "Original" whichever way it became the answer.
   std::string MimeType() const { return IsSource() ? SourceMimeType(info_, srcPath_) : GetOutputMimeType(); }
   std::string OutputType() const { return IsSource() ? "Original" : GetOutputType(); }
@@ -40,6 +44,7 @@ class RequestedThumb : public Thumb {
  private:
   void SetRequest();
   void ReadFacts();
+  bool MakeTurned();
   void PreferAvatar();
 
   Request request_;

@@ -87,7 +87,7 @@ void Deliver(RequestedThumb* job, Progress* progress) {
   // The answer to the same address may be the HEIF source itself for those who can show it.
   Print("X-Content-Type-Options: nosniff\r\nVary: Accept\r\n");
   if (!job->HttpOutputFile(job->MimeType())) syslog(LOG_INFO, "%s: broken off", progress->request.data());
-  if (job->IsNeedDelete()) unlink(job->GetOutputFile().c_str());
+  if (job->IsTemporary()) unlink(job->GetOutputFile().c_str());
 }
 
 // The library's exceptions as what they mean to those who ask.

@@ -79,6 +79,13 @@ void SetRoots(const std::vector<std::string>& texts, Settings* settings) {
   }
 }
 
+// Where the policy lies beside an installed program.
+std::string DefaultPolicy() {
+  std::error_code error;
+  return std::filesystem::read_symlink("/proc/self/exe", error).parent_path().parent_path() /
+         "share/tavithumb/imagemagick";
+}
+
 // Without a policy of our own ImageMagick would take whatever it can read.
 void CheckPolicy(Settings* settings) {
   std::error_code error;
@@ -94,6 +101,7 @@ void CheckPolicy(Settings* settings) {
 
 std::optional<Settings> ReadSettings(int argc, char** argv) {
   Settings settings;
+  settings.policyFolder = DefaultPolicy();
   std::vector<std::string> roots;
   CLI::App app(description, "tavithumb-web");
   app.footer(footer);

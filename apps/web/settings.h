@@ -19,7 +19,7 @@ struct Settings {
   std::size_t children = 0;
   std::size_t waiting = 64;
   unsigned deadlineSeconds = 30;
-  std::string policyFolder = TAVITHUMB_POLICY_FOLDER;
+  std::string policyFolder;
   ToolLimits limits;
 };
 

@@ -17,6 +17,9 @@ cmake --install "$build" --prefix "$prefix" >"$work/log" || fail "cmake --instal
 lib=$(dirname "$(cd "$prefix" && find . -name 'libtavithumb.so')")
 expected=$(
   echo ./bin/tavithumb
+  echo ./sbin/tavithumb-web
+  for file in index.html page.css page.js icon.svg; do echo "./share/tavithumb/page/$file"; done
+  echo ./share/tavithumb/imagemagick/policy.xml
   for header in error export libtavithumb thumb_convert_cmd thumb_info util; do
     echo "./include/tavithumb/$header.h"
   done
@@ -32,6 +35,11 @@ expected=$(
   echo "$lib/pkgconfig/tavithumb.pc"
 )
 diff <(sort <<<"$expected") <(cd "$prefix" && find . ! -type d | sort) || fail "other files are installed"
+
+# The programs run where they lie, and the web program finds its policy.
+[ "$("$prefix/bin/tavithumb" --version)" = "tavithumb 1.0.0" ] || fail "the installed command does not run"
+GATEWAY_INTERFACE=CGI/1.1 REQUEST_METHOD=GET REQUEST_URI=/list/ "$prefix/sbin/tavithumb-web" --root "$prefix/share" |
+  grep -q '"name":"tavithumb"' || fail "the installed web program does not answer"
 
 library=$prefix/$lib/libtavithumb.so
 readelf -d "$library" | grep -q 'SONAME.*\[libtavithumb.so.1\]' || fail "no SONAME libtavithumb.so.1"

@@ -87,6 +87,8 @@ function fill(list, entries) {
 }
 
 function showFolder(listing) {
+  stage.replaceChildren();
+  viewer.close();
   files = listing.files;
   fill(folders, listing.folders.map((folder) => make('li', {}, make('a', {href: `#/${folder.url}`}, folder.name))));
   fill(grid, files.map(tile));
@@ -97,8 +99,9 @@ function showFolder(listing) {
 
 async function fetchFolder(url) {
   const response = await fetch(`list/${url}`, {headers: {Accept: 'application/json'}});
-  if (!response.ok) throw new Error(`${response.status}, ${await response.text()}`);
-  return response.json();
+  if (response.ok) return response.json();
+  const hasReason = response.headers.get('Content-Type')?.startsWith('text/plain');
+  throw new Error(hasReason ? (await response.text()).trim() : `status ${response.status}`);
 }
 
 async function openFolder() {
@@ -107,7 +110,6 @@ async function openFolder() {
   if (wanted === address) return;
   const left = address;
   address = wanted;
-  viewer.close();
   main.setAttribute('aria-busy', 'true');
   let listing = {folders: [], files: [], unreadable: 0};
   let problem = '';
@@ -116,7 +118,7 @@ async function openFolder() {
   } catch (error) {
     problem = `This folder cannot be shown (${error.message}).`;
   }
-  if (wanted !== address) return;  // somebody has gone on meanwhile
+  if (wanted !== address) return;  // another folder has been asked for meanwhile
   showCrumbs(path);
   showFolder(listing);
   byId('error').textContent = problem;
@@ -129,9 +131,8 @@ async function openFolder() {
 // Whoever comes back out of a folder finds it focused, anybody else begins at the top.
 function focusAfter(left) {
   scrollTo(0, 0);
-  const links = [...folders.querySelectorAll('a')];
-  const cameFrom = links.find((link) => link.hash === `#/${left}`) ?? crumbs.querySelector('[aria-current]');
-  cameFrom.focus();
+  const cameFrom = [...folders.querySelectorAll('a')].find((link) => link.hash === `#/${left}`);
+  (cameFrom ?? crumbs.querySelector('[aria-current]')).focus();
 }
 
 // ---- The viewer
@@ -142,10 +143,10 @@ function showPicture() {
   stage.replaceChildren(picture(file, ['big', 'large'], more, {sizes: '100vw'}));
   byId('title').textContent = file.name;
   byId('place').textContent = `${current + 1} of ${files.length}`;
-  byId('said').textContent = `${file.name}, ${current + 1} of ${files.length}` + (turns ? `, turned by ${turns * 90}°` : '');
+  byId('said').textContent = `${file.name}, ${byId('place').textContent}, turned by ${turns * 90}°`;
   byId('original').hidden = !file.original;
   byId('original').href = `original/${file.url}`;
-  byId('left').hidden = byId('right').hidden = !hasPicture(file);
+  byId('left').hidden = byId('right').hidden = file.kind === 'video';
   byId('previous').setAttribute('aria-disabled', current === 0);
   byId('next').setAttribute('aria-disabled', current === files.length - 1);
 }
@@ -162,12 +163,19 @@ function step(by) {
 }
 
 function rotate(by) {
-  if (!hasPicture(files[current])) return;
+  if (files[current].kind === 'video') return;
   turns = (turns + by + 4) % 4;
   showPicture();
 }
 
+function closeViewer() {
+  viewer.close();
+  stage.replaceChildren();
+  grid.querySelectorAll('.tile')[current]?.focus();
+}
+
 const viewerKeys = {
+  Escape: closeViewer,
   ArrowLeft: () => step(-1), ArrowUp: () => step(-1), ArrowRight: () => step(1), ArrowDown: () => step(1),
   Home: () => openViewer(0), End: () => openViewer(files.length - 1), r: () => rotate(1), R: () => rotate(-1)};
 
@@ -179,15 +187,14 @@ viewer.addEventListener('keydown', (event) => {
 });
 
 viewer.addEventListener('close', () => {
-  stage.replaceChildren();
-  grid.querySelectorAll('.tile')[current]?.focus();
+  if (!viewer.open && stage.firstChild) closeViewer();  // by the browser itself, as by a gesture
 });
 
 byId('previous').addEventListener('click', () => step(-1));
 byId('next').addEventListener('click', () => step(1));
 byId('left').addEventListener('click', () => rotate(-1));
 byId('right').addEventListener('click', () => rotate(1));
-byId('close').addEventListener('click', () => viewer.close());
+byId('close').addEventListener('click', closeViewer);
 
 // ---- The grid
 

@@ -211,6 +211,39 @@ TEST_P(Answers, SendHeifToThoseWhoCanShowIt) {
   EXPECT_EQ(Describe(site.Get(address, {"Accept: image/*, */*"})), "200 image/jpeg JPEG 360x270");
 }
 
+// A JPEG whose thumbnail would be larger than itself is the answer itself, but not when it is to be turned.
+TEST_P(Answers, TurnAPictureThatServesItself) {
+  const Site site(GetParam());
+  MakeJpeg(site / "light.jpg", 400, 300);
+  MakeHeic(site / "phone.heic", 64, 48, true);
+  EXPECT_EQ(Describe(site.Get("/thumb/light.jpg?size=large")), "200 image/jpeg JPEG 400x300");
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(Describe(site.Get("/thumb/light.jpg?size=large&rotate=1")), "200 image/jpeg JPEG 300x400");
+  }
+  EXPECT_EQ(Names(site / ".tavi_ea/light.jpg"), std::vector<std::string>{"TAVIFILE_THUMB_XL_r1.jpg"});
+  EXPECT_EQ(site.Noted("run: "), std::vector<std::string>{"/usr/bin/convert"}) << "made once";
+  EXPECT_EQ(Describe(site.Get("/thumb/phone.heic?size=large&rotate=3", {"Accept: image/heic"})),
+            "200 image/jpeg JPEG 48x64");
+}
+
+// The library asks its caller to delete some thumbnails that it has stored; they are for everybody.
+TEST_P(Answers, KeepEachThumbnailForTheNextRequest) {
+  const Site site(GetParam());
+  MakeOneOfEachKind(site);
+  for (const char* name :
+       {"photo.jpg", "drawing.png", "old.bmp", "scan.tif", "moving.gif", "phone.heic", "camera.raf"}) {
+    SCOPED_TRACE(name);
+    const Response made = site.Get(std::string("/thumb/") + name + "?size=small");
+    const std::size_t runs = site.Noted("run: ").size();
+    EXPECT_EQ(Names(site / (std::string(".tavi_ea/") + name)).size(), 1U);
+    const Response stored = site.Get(std::string("/thumb/") + name + "?size=small");
+    EXPECT_EQ(stored.status, 200);
+    EXPECT_EQ(stored.headers, made.headers);
+    EXPECT_TRUE(stored.body == made.body);
+    EXPECT_EQ(site.Noted("run: ").size(), runs);
+  }
+}
+
 TEST_P(Answers, FallBackToASmallerSizeWhenAsked) {
   const Site site(GetParam());
   MakeTiff(site / "scan.tif", 800, 600);

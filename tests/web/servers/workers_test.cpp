@@ -74,16 +74,26 @@ SiteOptions WithTool(const std::string& tool, const std::vector<std::string>& pr
   return options;
 }
 
-TEST(Workers, RunTheToolOnceFor64ClientsThatAskForOneThumbnail) {
+// A JPEG's tool is djpeg, a TIFF's convert.
+class WorkersOf : public testing::TestWithParam<std::pair<const char*, const char*>> {};
+
+INSTANTIATE_TEST_SUITE_P(Kinds, WorkersOf,
+                         testing::Values(std::pair("photo.jpg", "/usr/bin/djpeg"),
+                                         std::pair("scan.tif", "/usr/bin/convert")));
+
+TEST_P(WorkersOf, OneSourceRunTheToolOnceFor64Clients) {
+  const auto [name, tool] = GetParam();
   const Site site(Front::kNginxScgi, WithTool("slow"));
-  MakeTiff(site / "scan.tif", 800, 600);
+  RunTool({"/usr/bin/convert", "-size", "1600x1200", "-seed", "7", "plasma:", "+noise", "Gaussian", "-quality", "95",
+           site / name});
   std::vector<Response> responses(64);
   std::vector<std::thread> clients;
-  for (Response& response : responses) clients.emplace_back([&] { response = site.Get(kSmall); });
+  const std::string address = std::string("/thumb/") + name + "?size=small";
+  for (Response& response : responses) clients.emplace_back([&] { response = site.Get(address); });
   for (std::thread& client : clients) client.join();
 
-  EXPECT_EQ(site.Noted("run: "), std::vector<std::string>{"/usr/bin/convert"});
-  const std::string stored = ReadFile(site / ".tavi_ea/scan.tif/TAVIFILE_THUMB_S.jpg");
+  EXPECT_EQ(site.Noted("run: "), std::vector<std::string>{tool});
+  const std::string stored = ReadFile(site / (std::string(".tavi_ea/") + name + "/TAVIFILE_THUMB_S.jpg"));
   for (const Response& response : responses) {
     EXPECT_EQ(response.status, 200);
     EXPECT_EQ(response.headers, responses.front().headers);

@@ -1,0 +1,93 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: GPL-3.0-or-later
+# sample_configs_test.sh SOURCE PROGRAM   The web servers accept the sample configurations, and what they describe works:
+# a password over TLS, the page, a list, a thumbnail, and nothing for those without a password.
+set -uo pipefail
+source=$1 program=$2
+work=$(mktemp -d)
+chmod 755 "$work"
+trap 'kill $(jobs -p) 2>/dev/null; wait; rm -rf "$work"' EXIT
+failures=0
+
+fail() {
+  echo "FAILED: $1"
+  failures=$((failures + 1))
+}
+
+# The sample with the paths of this test; the port is put in where 443 stands.
+adapt() { # adapt FILE PORT
+  sed -e '/^ *#/d' \
+      -e "s#/run/tavithumb-web/socket#$work/socket#; s#/usr/share/tavithumb/page#$source/apps/web/page#" \
+      -e "s#/etc/ssl/certs/tavithumb.pem#$work/tls.pem#; s#/etc/ssl/private/tavithumb.key#$work/tls.key#" \
+      -e "s#/etc/ssl/private/tavithumb.pem#$work/both.pem#; s#/etc/\(nginx\|lighttpd\)/tavithumb.htpasswd#$work/htpasswd#" \
+      -e "s#listen 443#listen 127.0.0.1:$2#; /listen \[::\]/d; s#\"socket\"\] == \":443\"#\"socket\"] == \"127.0.0.1:$2\"#" \
+      "$source/packaging/web/$1"
+}
+
+free_port() {
+  local port
+  for ((port = 20000 + RANDOM % 20000; ; port++)); do
+    (exec 3<>"/dev/tcp/127.0.0.1/$port") 2>/dev/null || { echo "$port"; return; }
+  done
+}
+
+ask() { curl -sk -m 20 "$@"; }
+expect() { # expect WHAT EXPECTED CURL-ARGUMENTS...
+  local got
+  got=$(ask "${@:3}")
+  [ "$got" = "$2" ] || fail "$1: expected '$2', got '$got'"
+}
+
+check_site() { # check_site NAME PORT
+  local site=https://127.0.0.1:$2/photos status=(-o "$work/body" -w '%{http_code} %{content_type}')
+  local user=(-u 'eva:open sesame')
+  for _ in {1..100}; do ask -o "$work/body" "$site/" && break; sleep 0.05; done
+  expect "$1, page without a password" 401 -o "$work/body" -w '%{http_code}' "$site/"
+  expect "$1, thumbnail without a password" 401 -o "$work/body" -w '%{http_code}' "$site/thumb/photos/a%20b.png?size=small"
+  expect "$1, page" '200 text/html' "${user[@]}" -o "$work/body" -w '%{http_code} %{content_type}' "$site/"
+  cmp -s "$work/body" "$source/apps/web/page/index.html" || fail "$1: another page"
+  ask "${user[@]}" -o "$work/body" -D "$work/headers" "$site/"
+  grep -qi "^content-security-policy: default-src 'none'" "$work/headers" || fail "$1: no content security policy"
+  expect "$1, list" '{"path":"","folders":[{"name":"photos","url":"photos"}],"files":[],"unreadable":0}' \
+    "${user[@]}" "$site/list/"
+  expect "$1, thumbnail" '200 image/png' "${user[@]}" "${status[@]}" "$site/thumb/photos/a%20b.png?size=small"
+  expect "$1, encoded way out" 404 "${user[@]}" -o "$work/body" -w '%{http_code}' --path-as-is \
+    "$site/original/photos/..%2f..%2fetc%2fpasswd"
+}
+
+mkdir -p "$work/photos" "$work/temporary"
+/usr/bin/convert -size 400x300 gradient:red-blue "$work/photos/a b.png"
+openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=localhost -keyout "$work/tls.key" -out "$work/tls.pem" 2>/dev/null
+cat "$work/tls.key" "$work/tls.pem" >"$work/both.pem"
+echo "eva:$(openssl passwd -apr1 'open sesame')" >"$work/htpasswd"
+"$program" --config <(sed "s#/srv/photos#$work/photos#" "$source/packaging/web/web.conf") \
+  --policy "$source/packaging/web/imagemagick" --scgi "$work/socket" &
+until [ -S "$work/socket" ]; do sleep 0.05; kill -0 $! || exit 1; done
+
+port=$(free_port)
+{
+  [ "$(id -u)" -ne 0 ] || echo "user root;"
+  echo "daemon off; pid $work/nginx.pid; error_log $work/nginx.log; events {}"
+  echo "http { access_log off; include /etc/nginx/mime.types;"
+  for kind in client_body proxy fastcgi uwsgi scgi; do echo "${kind}_temp_path $work/temporary/$kind;"; done
+  adapt nginx.conf "$port" | sed 's#include scgi_params#include /etc/nginx/scgi_params#'
+  echo "}"
+} >"$work/nginx.conf"
+/usr/sbin/nginx -e "$work/nginx.log" -t -c "$work/nginx.conf" 2>"$work/refused" || { fail "nginx refuses it"; cat "$work/refused"; }
+/usr/sbin/nginx -e "$work/nginx.log" -c "$work/nginx.conf" &
+check_site nginx "$port"
+
+port=$(free_port) spare=$(free_port)
+{
+  echo "server.modules = ()"
+  echo "server.document-root = \"$work/temporary\""
+  echo "server.bind = \"127.0.0.1\""
+  echo "server.port = $spare"
+  echo "server.errorlog = \"$work/lighttpd.log\""
+  echo 'mimetype.assign = ( ".html" => "text/html", ".css" => "text/css", ".js" => "text/javascript" )'
+  adapt lighttpd.conf "$port"
+} >"$work/lighttpd.conf"
+/usr/sbin/lighttpd -tt -f "$work/lighttpd.conf" 2>"$work/refused" || { fail "lighttpd refuses it"; cat "$work/refused"; }
+/usr/sbin/lighttpd -D -f "$work/lighttpd.conf" 2>"$work/lighttpd.started" &
+check_site lighttpd "$port"
+[ "$failures" -eq 0 ]
