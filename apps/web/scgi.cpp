@@ -33,7 +33,7 @@ std::optional<std::size_t> ScgiLength(std::string_view start) {
   if (colon == std::string_view::npos && digits.size() <= maxDigits) return std::nullopt;
   std::size_t length = 0;
   const std::from_chars_result parsed = std::from_chars(digits.data(), digits.data() + digits.size(), length);
-  if (colon == std::string_view::npos || parsed.ptr != digits.data() + colon || length > maxScgiHeaders) {
+  if (colon == std::string_view::npos || colon == 0 || parsed.ptr != digits.data() + colon || length > maxScgiHeaders) {
     throw Malformed();
   }
   return colon + 1 + length + 1;

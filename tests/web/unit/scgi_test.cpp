@@ -1,0 +1,106 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "web/scgi.h"
+
+#include <gtest/gtest.h>
+
+#include "web/http_error.h"
+
+namespace tavithumb::apps::web {
+namespace {
+
+std::string Netstring(const std::string& content) {
+  return std::to_string(content.size()) + ":" + content + ",";
+}
+
+// Texts that end with a NUL each.
+std::string Block(const std::vector<std::string>& texts) {
+  std::string block;
+  for (const std::string& text : texts) block += text + '\0';
+  return block;
+}
+
+bool IsMalformed(const std::string& text) {
+  try {
+    ParseScgi(text);
+    return false;
+  } catch (const HttpError& error) {
+    EXPECT_EQ(error.Code(), kBadRequest);
+    EXPECT_STREQ(error.what(), "the web server's request is not SCGI");
+    return true;
+  }
+}
+
+TEST(Scgi, IsItsVariables) {
+  const Variables expected = {{"CONTENT_LENGTH", "0"}, {"SCGI", "1"}, {"EMPTY", ""}, {"QUERY_STRING", "a=b:c,d"}};
+  EXPECT_EQ(ParseScgi(Netstring(Block({"CONTENT_LENGTH", "0", "SCGI", "1", "EMPTY", "", "QUERY_STRING", "a=b:c,d"}))),
+            expected);
+  EXPECT_EQ(ParseScgi("0:,"), Variables());
+}
+
+TEST(Scgi, IsRefusedWhenItIsMalformed) {
+  const std::string good = Block({"A", "1"});
+  for (const std::string& text : {std::string(),
+                                  std::string(":"),
+                                  std::string(":,"),
+                                  std::string("4"),
+                                  std::string("x:,"),
+                                  std::string("-4:,"),
+                                  "4:" + good,
+                                  "3:" + good + ",",
+                                  "5:" + good + ",",
+                                  "4:" + good + ";",
+                                  "4:" + good + ",,",
+                                  " 4:" + good + ",",
+                                  Netstring("A"),
+                                  Netstring(Block({"A"})),
+                                  Netstring(Block({"A", "1", "B"})),
+                                  Netstring(Block({"", "1"})),
+                                  Netstring(Block({"A", "1", "A", "2"})),
+                                  Netstring(good + "B"),
+                                  std::string("99999:,"),
+                                  std::string("999999999999999999999:,"),
+                                  std::string("65537:,")}) {
+    EXPECT_TRUE(IsMalformed(text)) << text;
+  }
+}
+
+TEST(Scgi, TellsItsLengthAsSoonAsItCan) {
+  for (const char* start : {"", "1", "12", "12345"}) EXPECT_EQ(ScgiLength(start), std::nullopt) << start;
+  const std::pair<const char*, std::size_t> rows[] = {
+      {"0:", 3}, {"4:", 7}, {"12:abc", 16}, {"65536:", 65543}, {"00004:", 11}};
+  for (const auto& [start, length] : rows) EXPECT_EQ(ScgiLength(start), length) << start;
+  for (const char* start : {":", "a", "1a", "65537:", "123456", "99999:", "-", "G"}) {
+    EXPECT_THROW(ScgiLength(start), HttpError) << start;
+  }
+}
+
+TEST(Scgi, HasNoMoreThan65536BytesOfHeaders) {
+  const std::string longest = Netstring(Block({"A", std::string(65533, 'x')}));
+  EXPECT_EQ(ParseScgi(longest).at("A").size(), 65533U);
+  EXPECT_TRUE(IsMalformed(Netstring(Block({"A", std::string(65534, 'x')}))));
+}
+
+TEST(Errors, AreWholeResponses) {
+  EXPECT_EQ(ErrorResponse({kMethodNotAllowed, "reason"}, true),
+            "Status: 405 Method Not Allowed\r\nContent-Type: text/plain; charset=utf-8\r\nContent-Length: 7\r\n"
+            "Cache-Control: no-store\r\nX-Content-Type-Options: nosniff\r\nAllow: GET, HEAD\r\n\r\nreason\n");
+  EXPECT_EQ(ErrorResponse({kServiceUnavailable, "reason"}, false),
+            "Status: 503 Service Unavailable\r\nContent-Type: text/plain; charset=utf-8\r\nContent-Length: 7\r\n"
+            "Cache-Control: no-store\r\nX-Content-Type-Options: nosniff\r\nRetry-After: 1\r\n\r\n");
+  const std::pair<Status, const char*> rows[] = {{kBadRequest, "400 Bad Request"},
+                                                 {kForbidden, "403 Forbidden"},
+                                                 {kNotFound, "404 Not Found"},
+                                                 {kUnsupportedMediaType, "415 Unsupported Media Type"},
+                                                 {kUnprocessableContent, "422 Unprocessable Content"},
+                                                 {kInternalServerError, "500 Internal Server Error"},
+                                                 {kGatewayTimeout, "504 Gateway Timeout"}};
+  for (const auto& [status, line] : rows) {
+    EXPECT_EQ(ErrorResponse({status, ""}, true),
+              std::string("Status: ") + line +
+                  "\r\nContent-Type: text/plain; charset=utf-8\r\nContent-Length: 1\r\nCache-Control: no-store\r\n"
+                  "X-Content-Type-Options: nosniff\r\n\r\n\n");
+  }
+}
+
+}  // namespace
+}  // namespace tavithumb::apps::web
