@@ -69,12 +69,16 @@ void AddOptions(CLI::App* app, Settings* settings, std::vector<std::string>* roo
   app->add_option("--tool-files", limits.openFiles, "Files that a tool may have open")->capture_default_str();
 }
 
+std::invalid_argument NeedsName(const std::string& root) {
+  return std::invalid_argument("'" + root + "' needs a name: NAME=" + root);
+}
+
 void SetRoots(const std::vector<std::string>& texts, Settings* settings) {
   std::set<std::string> names;
   for (const std::string& text : texts) {
     settings->roots.push_back(ParseRoot(text));
     const std::string& name = settings->roots.back().name;
-    if (texts.size() > 1 && name.empty()) throw std::invalid_argument("'" + text + "' needs a name: NAME=" + text);
+    if (texts.size() > 1 && name.empty()) throw NeedsName(text);
     if (!names.insert(name).second) throw std::invalid_argument("'" + name + "' names two roots; rename one");
   }
 }
@@ -118,7 +122,7 @@ std::optional<Settings> ReadSettings(int argc, char** argv) {
     throw std::invalid_argument(error.what());
   }
   SetRoots(roots, &settings);
-  if (settings.children == 0) settings.children = 2 * std::max(1U, std::thread::hardware_concurrency());
+  if (settings.children == 0) settings.children = 2 * std::size_t{std::max(1U, std::thread::hardware_concurrency())};
   CheckPolicy(&settings);
   return settings;
 }

@@ -97,7 +97,7 @@ class Parameters {
 
   std::string Take(const std::string& name) {
     const auto entry = values_.find(name);
-    const std::string value = entry->second;
+    std::string value = entry->second;
     values_.erase(entry);
     return value;
   }

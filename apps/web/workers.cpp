@@ -87,7 +87,7 @@ void Workers::Run(int connection, Progress* progress) const noexcept {
   close_range(STDERR_FILENO + 1, ~0U, 0);
   duties_.answer(progress);
   progress->hasAnswered = true;
-  std::fflush(stdout);
+  static_cast<void>(std::fflush(stdout));
   EndResponse(STDOUT_FILENO);
   _exit(0);
 }

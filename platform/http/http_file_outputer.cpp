@@ -63,13 +63,11 @@ bool WriteContent(int file, std::uint64_t length) {
     const ssize_t sent = sendfile(fileno(stdout), file, nullptr, static_cast<std::size_t>(std::min(length, most)));
     if (sent > 0) {
       length -= static_cast<std::uint64_t>(sent);
-    } else if (sent == 0) {
-      return false;
-    } else if (errno == EAGAIN) {
+    } else if (sent == -1 && errno == EAGAIN) {
       AwaitWritable(fileno(stdout));
-    } else if (errno == EINVAL || errno == ENOSYS) {
+    } else if (sent == -1 && (errno == EINVAL || errno == ENOSYS)) {
       return CopyContent(file, length);
-    } else if (errno != EINTR) {
+    } else if (sent == 0 || errno != EINTR) {
       return false;
     }
   }

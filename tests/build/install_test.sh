@@ -38,7 +38,8 @@ diff <(sort <<<"$expected") <(cd "$prefix" && find . ! -type d | sort) || fail "
 
 # The programs run where they lie, and the web program finds its policy.
 [ "$("$prefix/bin/tavithumb" --version)" = "tavithumb 1.0.0" ] || fail "the installed command does not run"
-GATEWAY_INTERFACE=CGI/1.1 REQUEST_METHOD=GET REQUEST_URI=/list/ "$prefix/sbin/tavithumb-web" --root "$prefix/share" |
+GATEWAY_INTERFACE=CGI/1.1 REQUEST_METHOD=GET REQUEST_URI=/list/ "$prefix/sbin/tavithumb-web" --tool-memory 0 \
+  --root "$prefix/share" |
   grep -q '"name":"tavithumb"' || fail "the installed web program does not answer"
 
 library=$prefix/$lib/libtavithumb.so

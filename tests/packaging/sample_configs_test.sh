@@ -61,7 +61,7 @@ openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=localhost -keyout "$
 cat "$work/tls.key" "$work/tls.pem" >"$work/both.pem"
 echo "eva:$(openssl passwd -apr1 'open sesame')" >"$work/htpasswd"
 "$program" --config <(sed "s#/srv/photos#$work/photos#" "$source/packaging/web/web.conf") \
-  --policy "$source/packaging/web/imagemagick" --scgi "$work/socket" &
+  --policy "$source/packaging/web/imagemagick" --tool-memory 0 --scgi "$work/socket" &
 until [ -S "$work/socket" ]; do sleep 0.05; kill -0 $! || exit 1; done
 
 port=$(free_port)

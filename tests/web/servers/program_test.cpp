@@ -24,8 +24,8 @@ struct Outcome {
 Outcome RunShell(const std::string& before, const std::string& options) {
   TempDir files;
   Process shell({"/bin/sh", "-c",
-                 before + " " TAVITHUMB_WEB " --policy " POLICY_FOLDER " " + options + " >" + (files / "out") + " 2>" +
-                     (files / "err")},
+                 before + " " TAVITHUMB_WEB " --policy " POLICY_FOLDER " --tool-memory " TOOL_MEMORY " " + options +
+                     " >" + (files / "out") + " 2>" + (files / "err")},
                 {});
   const int code = shell.Wait();
   return {code, ReadFile(files / "out"), ReadFile(files / "err")};
@@ -115,7 +115,8 @@ TEST(WebProgram, ListensAtALoopbackPort) {
   for (const auto& [host, address] : rows) {
     SCOPED_TRACE(host);
     const std::string port = std::to_string(FreePort());
-    Process program({TAVITHUMB_WEB, "--policy", POLICY_FOLDER, "--root", folder.Path(), "--scgi", host + ":" + port},
+    Process program({TAVITHUMB_WEB, "--policy", POLICY_FOLDER, "--tool-memory", TOOL_MEMORY, "--root", folder.Path(),
+                     "--scgi", host + ":" + port},
                     {});
     Process client(
         {"/bin/bash", "-c",
@@ -143,7 +144,7 @@ TEST(WebProgram, TakesASocketFromItsSupervisor) {
   Process program({"/bin/sh", "-c",
                    "exec 3<&" + std::to_string(listening) +
                        "; export LISTEN_PID=$$ LISTEN_FDS=1; "
-                       "exec " TAVITHUMB_WEB " --policy " POLICY_FOLDER " --root " +
+                       "exec " TAVITHUMB_WEB " --policy " POLICY_FOLDER " --tool-memory " TOOL_MEMORY " --root " +
                        folder.Path()},
                   {});
   EXPECT_NE(ReadAll(client).find("{\"path\":\"\",\"folders\":[],\"files\":[],\"unreadable\":0}\n"), std::string::npos);
@@ -159,7 +160,9 @@ TEST(WebProgram, ReplacesASocketThatNobodyListensAt) {
   site.Program().Signal(SIGKILL);
   site.Program().Wait();
   ASSERT_TRUE(Exists(site.Socket()));
-  Process again({TAVITHUMB_WEB, "--policy", POLICY_FOLDER, "--root", site.Photos(), "--scgi", site.Socket()}, {});
+  Process again({TAVITHUMB_WEB, "--policy", POLICY_FOLDER, "--tool-memory", TOOL_MEMORY, "--root", site.Photos(),
+                 "--scgi", site.Socket()},
+                {});
   int connection = -1;
   for (int i = 0; i < 500 && connection == -1; ++i) {
     usleep(10000);

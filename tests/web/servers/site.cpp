@@ -2,6 +2,7 @@
 #include "site.h"
 
 #include <fcntl.h>
+#include <grp.h>
 #include <netinet/in.h>
 #include <signal.h>
 #include <sys/socket.h>
@@ -131,9 +132,11 @@ Response Exchange(int port, const std::string& request) {
   return ParseResponse(response);
 }
 
-Process::Process(const std::vector<std::string>& argv, const std::vector<std::string>& environment) : process_(fork()) {
+Process::Process(const std::vector<std::string>& argv, const std::vector<std::string>& environment, uid_t user)
+    : process_(fork()) {
   if (process_ != 0) return;
   setpgid(0, 0);
+  if (user != 0 && (setgroups(0, nullptr) != 0 || setgid(user) != 0 || setuid(user) != 0)) _exit(126);
   for (const std::string& variable : environment) putenv(const_cast<char*>(variable.c_str()));
   std::vector<char*> words;
   for (const std::string& word : argv) words.push_back(const_cast<char*>(word.c_str()));
@@ -208,14 +211,17 @@ void Site::Start(Front front, const SiteOptions& options) {
 }
 
 void Site::StartProgram(const SiteOptions& options) {
-  std::vector<std::string> argv = {TAVITHUMB_WEB, "--scgi", Socket(), "--policy", POLICY_FOLDER};
+  std::vector<std::string> argv = {TAVITHUMB_WEB, "--scgi",        Socket(),   "--policy",
+                                   POLICY_FOLDER, "--tool-memory", TOOL_MEMORY};
   for (const std::string& root : options.roots.empty() ? std::vector<std::string>{Photos()} : options.roots) {
     argv.insert(argv.end(), {"--root", root});
   }
   argv.insert(argv.end(), options.program.begin(), options.program.end());
   std::vector<std::string> environment = options.environment;
-  environment.insert(environment.end(), {"LD_PRELOAD=" WEB_PROBE, "PROBE_FILE=" + (folder_ / "noted")});
-  program_ = std::make_unique<Process>(argv, environment);
+  environment.insert(environment.end(), {"LD_PRELOAD=" WEB_PROBE, "ASAN_OPTIONS=verify_asan_link_order=0",
+                                         "PROBE_FILE=" + (folder_ / "noted")});
+  if (options.user != 0) chmod(folder_.Path().c_str(), 0777);
+  program_ = std::make_unique<Process>(argv, environment, options.user);
   AwaitListening(*program_, [this] { return ConnectScgi(); });
 }
 
@@ -223,8 +229,8 @@ void Site::StartProgram(const SiteOptions& options) {
 std::string Site::WriteCgi(const SiteOptions& options) {
   std::string script = "#!/bin/sh\n";
   for (const std::string& variable : options.environment) script += "export " + variable + "\n";
-  script += "export LD_PRELOAD=" WEB_PROBE " PROBE_FILE=" + (folder_ / "noted") +
-            "\nexec " TAVITHUMB_WEB " --policy " POLICY_FOLDER;
+  script += "export ASAN_OPTIONS=verify_asan_link_order=0 LD_PRELOAD=" WEB_PROBE " PROBE_FILE=" + (folder_ / "noted") +
+            "\nexec " TAVITHUMB_WEB " --policy " POLICY_FOLDER " --tool-memory " TOOL_MEMORY;
   for (const std::string& option : options.program) script += " " + option;
   WriteFile(folder_ / "start", script + " --root " + Photos() + "\n");
   chmod((folder_ / "start").c_str(), 0755);

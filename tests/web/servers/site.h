@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
+#include <sys/types.h>
 #include <temp_dir.h>
 
 #include <memory>
@@ -31,7 +32,8 @@ int ConnectTo(int port);
 // A child process in a group of its own, ended with TERM, and the group with it.
 class Process {
  public:
-  Process(const std::vector<std::string>& argv, const std::vector<std::string>& environment);
+  // `user` 0 stays who we are.
+  Process(const std::vector<std::string>& argv, const std::vector<std::string>& environment, uid_t user = 0);
   ~Process();
   Process(const Process&) = delete;
   Process& operator=(const Process&) = delete;
@@ -53,6 +55,7 @@ struct SiteOptions {
   std::vector<std::string> environment;  // of the program
   std::vector<std::string> roots;        // instead of the one folder Photos()
   std::string prefix;                    // of all addresses
+  uid_t user = 0;                        // not 0: the program runs as this user, for which the test must be root
 };
 
 // A folder of pictures behind the program behind a web server, on a free loopback port.
