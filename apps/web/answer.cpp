@@ -107,7 +107,7 @@ void AnswerThumb(const Target& target, const Roots& roots, const Confinement& co
   const Found source = FindSource(target, roots);
   WithProblems([&] {
     RequestedThumb stored(source.path, target.request);
-    if (stored.FindStored()) return Deliver(&stored, progress);
+    if (stored.FindStored() && !IsBeingMade(source)) return Deliver(&stored, progress);
     RequestedThumb made(source.path, target.request);
     Make(source, target, confinement, &made);
     Deliver(&made, progress);

@@ -12,12 +12,17 @@
 
 namespace tavithumb::apps::web {
 
+// The source's file, open for locks on it. Where the volume knows no locks, nobody has one.
+inline FileDescriptor OpenForLocks(const Found& source) {
+  return FileDescriptor(
+      open(("/proc/self/fd/" + std::to_string(source.descriptor.Number())).c_str(), O_RDONLY | O_CLOEXEC));
+}
+
 // While it lives, no other process of this program makes a thumbnail of the source: all sizes of a source are made
-// under the same temporary name. Waits for its turn. Where the volume knows no locks it is none.
+// under the same temporary name. Waits for its turn.
 class SourceLock {
  public:
-  explicit SourceLock(const Found& source)
-      : file_(open(("/proc/self/fd/" + std::to_string(source.descriptor.Number())).c_str(), O_RDONLY | O_CLOEXEC)) {
+  explicit SourceLock(const Found& source) : file_(OpenForLocks(source)) {
     while (flock(file_.Number(), LOCK_EX) == -1 && errno == EINTR) {
     }
   }
@@ -25,5 +30,12 @@ class SourceLock {
  private:
   FileDescriptor file_;
 };
+
+// Some process makes a thumbnail of the source just now. One that is made of an embedded preview is written under its
+// final name, so what has been found stored may be half of it as long as this holds.
+inline bool IsBeingMade(const Found& source) {
+  const FileDescriptor file = OpenForLocks(source);
+  return flock(file.Number(), LOCK_SH | LOCK_NB) == -1 && errno == EWOULDBLOCK;
+}
 
 }  // namespace tavithumb::apps::web

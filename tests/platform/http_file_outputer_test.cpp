@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <ctime>
 #include <filesystem>
 #include <string>
 #include <thread>
@@ -16,6 +17,7 @@
 #include <vector>
 
 #include "children.h"
+#include "http/http_date.h"
 
 namespace fs = std::filesystem;
 
@@ -169,6 +171,19 @@ TEST(HTTPFileOutputer, WritesNothingOfItsOwnForANullStream) {
   Delivery delivery({"null", "", "image/jpeg"});
   EXPECT_EQ(delivery.Read(), kCaching);
   EXPECT_EQ(delivery.End(), "0: failed");
+}
+
+TEST(HTTPFileOutputer, WritesNothingOfItsOwnForATypeThatWouldAddHeaders) {
+  TempDir folder;
+  WriteFile(folder / "a.jpg", "content");
+  for (const char* form : {"file", "stream"}) {
+    for (const char* mime : {"image/jpeg\r\nX: y", "image/jpeg\n\n", "image/jpeg\r", "\r\n"}) {
+      SCOPED_TRACE(std::string(form) + " " + testing::PrintToString(mime));
+      Delivery delivery({form, folder / "a.jpg", mime});
+      EXPECT_EQ(delivery.Read(), kCaching);
+      EXPECT_EQ(delivery.End(), "0: failed");
+    }
+  }
 }
 
 TEST(HTTPFileOutputer, FailsWhenAStreamCannotBeReadToItsEnd) {
@@ -327,7 +342,19 @@ std::string EtagOf(const std::string& path) {
          Hex(facts.st_size) + "-" + Hex(facts.st_mtim.tv_sec) + "." + Hex(facts.st_mtim.tv_nsec) + "\"";
 }
 
+// The headers of bytes first to last, up to the validators.
+std::string Part(long long first, long long last, long long size) {
+  return kCaching + "Status: 206 Partial Content\r\nContent-Type: image/jpeg\r\nContent-Length: " +
+         std::to_string(last - first + 1) + "\r\nContent-Range: bytes " + std::to_string(first) + "-" +
+         std::to_string(last) + "/" + std::to_string(size) + "\r\n";
+}
+
 constexpr char kModified[] = "Tue, 14 Nov 2023 22:13:20 GMT";
+
+// Of a file from back then.
+std::string ValidatorsOf(const std::string& path) {
+  return std::string("Last-Modified: ") + kModified + "\r\nETag: " + EtagOf(path) + "\r\n";
+}
 
 // A file of ten bytes and what every answer tells of it.
 class FileForCgi {
@@ -336,9 +363,7 @@ class FileForCgi {
     WriteFile(path, "0123456789");
     SetTimes(path, 1700000000, 1700000000);
   }
-  std::string Validators() const {
-    return std::string("Last-Modified: ") + kModified + "\r\nETag: " + EtagOf(path) + "\r\n";
-  }
+  std::string Validators() const { return ValidatorsOf(path); }
   std::string Whole() const {
     return kCaching + "Content-Type: image/jpeg\r\nContent-Length: 10\r\n" + Validators() +
            "Accept-Ranges: bytes\r\n\r\n";
@@ -382,8 +407,47 @@ TEST(HTTPFileOutputerForCgi, SendsNothingAgainThatTheClientHas) {
 TEST(HTTPFileOutputerForCgi, SendsAPart) {
   const FileForCgi file;
   EXPECT_EQ(Answer(file.path, {{"REQUEST_METHOD", "GET"}, {"HTTP_RANGE", "bytes=2-4"}}),
-            kCaching + "Status: 206 Partial Content\r\nContent-Type: image/jpeg\r\nContent-Length: 3\r\n" +
-                "Content-Range: bytes 2-4/10\r\n" + file.Validators() + "Accept-Ranges: bytes\r\n\r\n234");
+            Part(2, 4, 10) + file.Validators() + "Accept-Ranges: bytes\r\n\r\n234");
+}
+
+TEST(HTTPFileOutputerForCgi, SendsAPartOnlyOfTheVersionThatTheClientHas) {
+  const FileForCgi file;
+  const std::string part = Part(2, 4, 10) + file.Validators() + "Accept-Ranges: bytes\r\n\r\n234";
+  const std::string whole = file.Whole() + "0123456789";
+  const std::string etag = EtagOf(file.path);
+  const std::pair<std::string, std::string> rows[] = {
+      {etag, part},
+      {kModified, part},
+      {"W/" + etag, whole},
+      {"\"other\"", whole},
+      {"Tue, 14 Nov 2023 22:13:21 GMT", whole},
+  };
+  for (const auto& [ifRange, expected] : rows) {
+    EXPECT_EQ(Answer(file.path, {{"REQUEST_METHOD", "GET"}, {"HTTP_RANGE", "bytes=2-4"}, {"HTTP_IF_RANGE", ifRange}}),
+              expected)
+        << ifRange;
+  }
+}
+
+TEST(HTTPFileOutputerForCgi, IgnoresPartsForHeadAndAllConditionsForOtherMethods) {
+  const FileForCgi file;
+  EXPECT_EQ(Answer(file.path, {{"REQUEST_METHOD", "HEAD"}, {"HTTP_RANGE", "bytes=2-4"}}), file.Whole());
+  EXPECT_EQ(Answer(file.path, {{"REQUEST_METHOD", "POST"}, {"HTTP_RANGE", "bytes=2-4"}, {"HTTP_IF_NONE_MATCH", "*"}}),
+            file.Whole() + "0123456789");
+}
+
+TEST(HTTPFileOutputerForCgi, TellsTheTimeOfTheAnswerForAFileFromTheFuture) {
+  const FileForCgi file;
+  SetTimes(file.path, 2147000000, 2147000000);
+  const std::time_t before = std::time(nullptr);
+  const std::string response = Answer(file.path, {{"REQUEST_METHOD", "GET"}});
+  std::vector<std::string> possible;
+  for (std::time_t now = before; now <= std::time(nullptr); ++now) {
+    possible.push_back(kCaching +
+                       "Content-Type: image/jpeg\r\nContent-Length: 10\r\nLast-Modified: " + tavi::FormatHttpDate(now) +
+                       "\r\nETag: " + EtagOf(file.path) + "\r\nAccept-Ranges: bytes\r\n\r\n0123456789");
+  }
+  EXPECT_THAT(possible, testing::Contains(response));
 }
 
 TEST(HTTPFileOutputerForCgi, RefusesAPartThatIsNotThere) {
@@ -408,9 +472,20 @@ TEST(HTTPFileOutputerForCgi, SendsAPartFromBeyondFourGibibytes) {
   std::FILE* const large = std::fopen((folder / "large").c_str(), "a");
   std::fputs("the end", large);
   std::fclose(large);
-  const std::string response = Answer(folder / "large", {{"REQUEST_METHOD", "GET"}, {"HTTP_RANGE", "bytes=-9"}});
-  EXPECT_NE(response.find("Content-Range: bytes 5368709118-5368709126/5368709127\r\n"), std::string::npos);
-  EXPECT_EQ(response.substr(response.find("\r\n\r\n") + 4), std::string("\0\0the end", 9));
+  SetTimes(folder / "large", 1700000000, 1700000000);
+  EXPECT_EQ(Answer(folder / "large", {{"REQUEST_METHOD", "GET"}, {"HTTP_RANGE", "bytes=-9"}}),
+            Part(5368709118, 5368709126, 5368709127) + ValidatorsOf(folder / "large") + "Accept-Ranges: bytes\r\n\r\n" +
+                std::string("\0\0the end", 9));
+}
+
+TEST(HTTPFileOutputerForCgi, CopiesAPartWhereTheKernelCannotSendByItself) {
+  TempDir folder;
+  const FileForCgi file;
+  const CgiVariables request({{"REQUEST_METHOD", "GET"}, {"HTTP_RANGE", "bytes=2-4"}});
+  const int output = open((folder / "output").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+  EXPECT_EQ(Delivery({"file", file.path, "image/jpeg"}, output).End(), "0: delivered");
+  close(output);
+  EXPECT_EQ(ReadFile(folder / "output"), Part(2, 4, 10) + file.Validators() + "Accept-Ranges: bytes\r\n\r\n234");
 }
 
 TEST(HTTPFileOutputer, CopiesWhereTheKernelCannotSendByItself) {

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // What the program does with many requests, slow ones and deadly ones.
-#include <dirent.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pictures.h>
 #include <signal.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -99,6 +100,25 @@ TEST_P(WorkersOf, OneSourceRunTheToolOnceFor64Clients) {
     EXPECT_EQ(response.headers, responses.front().headers);
     EXPECT_TRUE(response.body == stored);
   }
+}
+
+// As jpegtran leaves it while it writes a thumbnail of an embedded preview.
+TEST(Workers, WaitForAThumbnailThatIsHalfWritten) {
+  const Site site(Front::kNone);
+  MakeTiff(site / "scan.tif", 800, 600);
+  MakeJpeg(site / "small.jpg", 120, 90);
+  const std::string whole = ReadFile(site / "small.jpg"), entry = site / ".tavi_ea/scan.tif/TAVIFILE_THUMB_S.jpg";
+  WriteFile(entry, whole.substr(0, 500));
+  const int maker = open((site / "scan.tif").c_str(), O_RDONLY | O_CLOEXEC);
+  ASSERT_EQ(flock(maker, LOCK_EX), 0);
+  std::string response;
+  std::thread client([&] { response = site.Scgi(GetOf(kSmall)); });
+  usleep(200000);
+  WriteFile(entry, whole);
+  close(maker);
+  client.join();
+  EXPECT_TRUE(response.substr(response.find("\r\n\r\n") + 4) == whole);
+  EXPECT_EQ(site.Noted("run: "), std::vector<std::string>{});
 }
 
 TEST(Workers, MakeAllSizesOfASourceOneAfterTheOther) {
