@@ -127,6 +127,18 @@ TEST_F(Get, TurnsByQuartersClockwise) {
   EXPECT_EQ(facts.height, 360);
 }
 
+// A JPEG whose thumbnail would be larger than itself is the answer itself, but not when it is to be turned.
+TEST_F(Get, TurnsAPhotoThatWouldOtherwiseServeItself) {
+  const std::string jpeg = folder / "light.jpg";
+  MakeJpeg(jpeg, 400, 300);
+  EXPECT_EQ(Ask({}, jpeg), Itself(jpeg, "image/jpeg"));
+  EXPECT_EQ(Ask({"--rotate", "1"}, jpeg), Made(jpeg, "TAVIFILE_THUMB_M_r1.jpg"));
+  EXPECT_EQ(Ask({"--rotate", "1"}, jpeg), Found(jpeg, "TAVIFILE_THUMB_M_r1.jpg"));
+  const PictureFacts facts = Identify(EntryOf(jpeg, "TAVIFILE_THUMB_M_r1.jpg"));
+  EXPECT_EQ(facts.width, 270);
+  EXPECT_EQ(facts.height, 360);
+}
+
 TEST_F(Get, CropsAnAvatarToFillTheBox) {
   MakePng(png, 800, 600);
   EXPECT_EQ(Ask({"--avatar", "--size", "100"}, png), Made(png, "TAVIAVATAR_100x100.png", "image/png"));
