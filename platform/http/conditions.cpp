@@ -21,6 +21,11 @@ void SkipSpaces(std::string_view* text) {
   text->remove_prefix(std::min(text->find_first_not_of(" \t"), text->size()));
 }
 
+// Between the members of a list, some of which may be empty.
+void SkipSeparators(std::string_view* text) {
+  text->remove_prefix(std::min(text->find_first_not_of(" \t,"), text->size()));
+}
+
 // The opaque part of the entity tag that the text begins with, quotes included, which is taken off the text; "" when
 // there is none.
 std::string_view TakeEntityTag(std::string_view* text) {
@@ -37,13 +42,14 @@ std::string_view TakeEntityTag(std::string_view* text) {
 bool HasTag(std::string_view list, std::string_view etag) {
   SkipSpaces(&list);
   if (list == "*") return true;
+  SkipSeparators(&list);
   while (!list.empty()) {
     const std::string_view tag = TakeEntityTag(&list);
     if (tag.empty()) return false;
     if (tag == etag) return true;
     SkipSpaces(&list);
     if (!list.empty() && list.front() != ',') return false;
-    while (!list.empty() && (list.front() == ',' || list.front() == ' ' || list.front() == '\t')) list.remove_prefix(1);
+    SkipSeparators(&list);
   }
   return false;
 }

@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 #include <string>
 
@@ -89,20 +90,21 @@ FileVersion VersionOf(const struct stat& facts) {
   return {etag, facts.st_mtim.tv_sec, static_cast<std::uint64_t>(facts.st_size)};
 }
 
-std::string Validators(const FileVersion& version) {
-  return Header("Last-Modified", FormatHttpDate(version.modified)) + Header("ETag", version.etag);
+// No answer tells of a change that is still to come, whatever the file's clock says.
+std::string Validators(const FileVersion& version, std::int64_t now) {
+  return Header("Last-Modified", FormatHttpDate(std::min(version.modified, now))) + Header("ETag", version.etag);
 }
 
 std::string Content(const char* mimeType, std::uint64_t length) {
   return Header("Content-Type", mimeType) + Header("Content-Length", std::to_string(length));
 }
 
-std::string FileHeaders(const Decision& decision, const FileVersion& version, const char* mimeType) {
+std::string FileHeaders(const Decision& decision, const FileVersion& version, std::int64_t now, const char* mimeType) {
   const std::string size = std::to_string(version.size);
-  const std::string about = Validators(version) + Header("Accept-Ranges", "bytes");
+  const std::string validators = Validators(version, now), about = validators + Header("Accept-Ranges", "bytes");
   switch (decision.outcome) {
     case Outcome::kNotModified:
-      return Header("Status", "304 Not Modified") + Validators(version);
+      return Header("Status", "304 Not Modified") + validators;
     case Outcome::kUnsatisfiable:
       return Header("Status", "416 Range Not Satisfiable") + Header("Content-Range", "bytes */" + size) +
              Header("Content-Length", "0") + about;
@@ -122,11 +124,12 @@ bool OutputFile(const FileRequest& request, const char* path, const char* mimeTy
   struct stat facts;
   if (!file.IsOpen() || fstat(file.Get(), &facts) != 0 || !S_ISREG(facts.st_mode)) return false;
   const FileVersion version = VersionOf(facts);
-  const Decision decision = Decide(request, version, std::time(nullptr));
+  const std::int64_t now = std::time(nullptr);
+  const Decision decision = Decide(request, version, now);
   if (!request.isCgi) {
     return WriteHeaders(Content(mimeType, decision.length)) && WriteContent(file.Get(), decision.length);
   }
-  if (!WriteHeaders(FileHeaders(decision, version, mimeType))) return false;
+  if (!WriteHeaders(FileHeaders(decision, version, now, mimeType))) return false;
   if (request.method == "HEAD") return true;
   return lseek(file.Get(), static_cast<off_t>(decision.first), SEEK_SET) != -1 &&
          WriteContent(file.Get(), decision.length);
@@ -154,11 +157,16 @@ bool OutputStream(const FileRequest& request, std::FILE* stream, const char* mim
   return true;
 }
 
+// A type of several lines would add headers of its own.
+bool IsOneLine(const char* text) {
+  return std::strpbrk(text, "\r\n") == nullptr;
+}
+
 // What a failure leaves unwritten is dropped: written at the process's end it would raise SIGPIPE after all.
 template <typename Response>
-int Deliver(const Response& response) {
+int Deliver(const char* mimeType, const Response& response) {
   const SigPipeGuard guard;
-  if (FlushPrinted() && response(RequestOfEnvironment())) return 0;
+  if (FlushPrinted() && IsOneLine(mimeType) && response(RequestOfEnvironment())) return 0;
   __fpurge(stdout);
   return -1;
 }
@@ -167,9 +175,11 @@ int Deliver(const Response& response) {
 }  // namespace tavi
 
 int HTTPFileOutputer::Output(const char* path, const char* mimeType) {
-  return tavi::Deliver([=](const tavi::FileRequest& request) { return tavi::OutputFile(request, path, mimeType); });
+  return tavi::Deliver(mimeType,
+                       [=](const tavi::FileRequest& request) { return tavi::OutputFile(request, path, mimeType); });
 }
 
 int HTTPFileOutputer::Output(std::FILE* stream, const char*, const char* mimeType) {
-  return tavi::Deliver([=](const tavi::FileRequest& request) { return tavi::OutputStream(request, stream, mimeType); });
+  return tavi::Deliver(mimeType,
+                       [=](const tavi::FileRequest& request) { return tavi::OutputStream(request, stream, mimeType); });
 }

@@ -10,7 +10,8 @@
 class __attribute__((visibility("default"))) HTTPFileOutputer {
  public:
   // Writes the headers that are still missing and the content of the file at `path` to standard output, behind what
-  // the caller has already printed there. Returns 0 when all of it was written. A broken pipe raises no signal.
+  // the caller has already printed there. Returns 0 when all of it was written. A broken pipe raises no signal. A MIME
+  // type with a line break fails, with nothing of its own written.
   int Output(const char* path, const char* mimeType);
 
   // The same for content read from `stream` until its end; `fileName` names it for the headers. Its length is not
