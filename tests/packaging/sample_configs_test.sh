@@ -15,13 +15,13 @@ fail() {
 }
 
 # The sample with the paths of this test; the port is put in where 443 stands.
-adapt() { # adapt FILE PORT
-  sed -e '/^ *#/d' \
+adapt() { # adapt FILE PORT VARIANT
+  "$3" <"$source/packaging/web/$1" | sed -e '/^ *#/d' \
       -e "s#/run/tavithumb-web/socket#$work/socket#; s#/usr/share/tavithumb/page#$source/apps/web/page#" \
       -e "s#/etc/ssl/certs/tavithumb.pem#$work/tls.pem#; s#/etc/ssl/private/tavithumb.key#$work/tls.key#" \
       -e "s#/etc/ssl/private/tavithumb.pem#$work/both.pem#; s#/etc/\(nginx\|lighttpd\)/tavithumb.htpasswd#$work/htpasswd#" \
-      -e "s#listen 443#listen 127.0.0.1:$2#; /listen \[::\]/d; s#\"socket\"\] == \":443\"#\"socket\"] == \"127.0.0.1:$2\"#" \
-      "$source/packaging/web/$1"
+      -e "s#/etc/tavithumb/web.conf#$work/web.conf#; s#/usr/sbin/tavithumb-web#$work/bin/tavithumb-web#; s#/run/fcgiwrap.socket#$work/fcgi#" \
+      -e "s#listen 443#listen 127.0.0.1:$2#; /listen \[::\]/d; s#\"socket\"\] == \":443\"#\"socket\"] == \"127.0.0.1:$2\"#"
 }
 
 free_port() {
@@ -48,6 +48,7 @@ check_site() { # check_site NAME PORT
   cmp -s "$work/body" "$source/apps/web/page/index.html" || fail "$1: another page"
   ask "${user[@]}" -o "$work/body" -D "$work/headers" "$site/"
   grep -qi "^content-security-policy: default-src 'none'" "$work/headers" || fail "$1: no content security policy"
+  expect "$1, page without its slash" '301' "${user[@]}" -o "$work/body" -w '%{http_code}' "${site}"
   expect "$1, list" '{"path":"","folders":[{"name":"photos","url":"photos"}],"files":[],"unreadable":0}' \
     "${user[@]}" "$site/list/"
   expect "$1, thumbnail" '200 image/png' "${user[@]}" "${status[@]}" "$site/thumb/photos/a%20b.png?size=small"
@@ -55,39 +56,61 @@ check_site() { # check_site NAME PORT
     "$site/original/photos/..%2f..%2fetc%2fpasswd"
 }
 
-mkdir -p "$work/photos" "$work/temporary"
+mkdir -p "$work/photos" "$work/temporary" "$work/bin"
+ln -s "$program" "$work/bin/tavithumb-web"
 /usr/bin/convert -size 400x300 gradient:red-blue "$work/photos/a b.png"
 openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=localhost -keyout "$work/tls.key" -out "$work/tls.pem" 2>/dev/null
 cat "$work/tls.key" "$work/tls.pem" >"$work/both.pem"
 echo "eva:$(openssl passwd -apr1 'open sesame')" >"$work/htpasswd"
-"$program" --config <(sed "s#/srv/photos#$work/photos#" "$source/packaging/web/web.conf") \
-  --policy "$source/packaging/web/imagemagick" --tool-memory 0 --scgi "$work/socket" &
+sed -e "s#/srv/photos#$work/photos#; s#^.tool-memory = .*#tool-memory = 0#" \
+    -e "s#^.policy = .*#policy = \"$source/packaging/web/imagemagick\"#" "$source/packaging/web/web.conf" >"$work/web.conf"
+"$program" --config "$work/web.conf" --scgi "$work/socket" &
 until [ -S "$work/socket" ]; do sleep 0.05; kill -0 $! || exit 1; done
 
-port=$(free_port)
-{
-  [ "$(id -u)" -ne 0 ] || echo "user root;"
-  echo "daemon off; pid $work/nginx.pid; error_log $work/nginx.log; events {}"
-  echo "http { access_log off; include /etc/nginx/mime.types;"
-  for kind in client_body proxy fastcgi uwsgi scgi; do echo "${kind}_temp_path $work/temporary/$kind;"; done
-  adapt nginx.conf "$port" | sed 's#include scgi_params#include /etc/nginx/scgi_params#'
-  echo "}"
-} >"$work/nginx.conf"
-/usr/sbin/nginx -e "$work/nginx.log" -t -c "$work/nginx.conf" 2>"$work/refused" || { fail "nginx refuses it"; cat "$work/refused"; }
-/usr/sbin/nginx -e "$work/nginx.log" -c "$work/nginx.conf" &
-check_site nginx "$port"
+# The samples as they stand, and what their comments say about CGI put in place of SCGI.
+by_scgi() { cat; }
+by_cgi() {
+  sed -e '/^ *scgi_p/d; /^ *include scgi_params/d; /^ *scgi.server = (/,/^ *)) )$/d' \
+      -e 's/"mod_scgi"/"mod_cgi"/; s/^\( *\)#   \(fastcgi_\|alias\|cgi\|setenv\)/\1\2/'
+}
 
-port=$(free_port) spare=$(free_port)
-{
-  echo "server.modules = ()"
-  echo "server.document-root = \"$work/temporary\""
-  echo "server.bind = \"127.0.0.1\""
-  echo "server.port = $spare"
-  echo "server.errorlog = \"$work/lighttpd.log\""
-  echo 'mimetype.assign = ( ".html" => "text/html", ".css" => "text/css", ".js" => "text/javascript" )'
-  adapt lighttpd.conf "$port"
-} >"$work/lighttpd.conf"
-/usr/sbin/lighttpd -tt -f "$work/lighttpd.conf" 2>"$work/refused" || { fail "lighttpd refuses it"; cat "$work/refused"; }
-/usr/sbin/lighttpd -D -f "$work/lighttpd.conf" 2>"$work/lighttpd.started" &
-check_site lighttpd "$port"
+serve_nginx() { # serve_nginx PORT VARIANT
+  {
+    [ "$(id -u)" -ne 0 ] || echo "user root;"
+    echo "daemon off; pid $work/nginx.pid; error_log $work/nginx.log; events {}"
+    echo "http { access_log off; include /etc/nginx/mime.types;"
+    for kind in client_body proxy fastcgi uwsgi scgi; do echo "${kind}_temp_path $work/temporary/$kind;"; done
+    adapt nginx.conf "$1" "$2" | sed 's#include scgi_params#include /etc/nginx/scgi_params#'
+    echo "}"
+  } >"$work/nginx.conf"
+  /usr/sbin/nginx -e "$work/nginx.log" -t -c "$work/nginx.conf" 2>"$work/refused" ||
+    { fail "nginx refuses it, $2"; cat "$work/refused"; }
+  /usr/sbin/nginx -e "$work/nginx.log" -c "$work/nginx.conf" &
+}
+
+serve_lighttpd() { # serve_lighttpd PORT VARIANT
+  {
+    echo "server.modules = ()"
+    echo "server.document-root = \"$work/temporary\""
+    echo "server.bind = \"127.0.0.1\""
+    echo "server.port = $(free_port)"
+    echo "server.errorlog = \"$work/lighttpd.log\""
+    echo 'mimetype.assign = ( ".html" => "text/html", ".css" => "text/css", ".js" => "text/javascript" )'
+    adapt lighttpd.conf "$1" "$2"
+  } >"$work/lighttpd.conf"
+  /usr/sbin/lighttpd -tt -f "$work/lighttpd.conf" 2>"$work/refused" ||
+    { fail "lighttpd refuses it, $2"; cat "$work/refused"; }
+  /usr/sbin/lighttpd -D -f "$work/lighttpd.conf" 2>"$work/lighttpd.started" &
+}
+
+/usr/sbin/fcgiwrap -s "unix:$work/fcgi" &
+for variant in by_scgi by_cgi; do
+  for server in nginx lighttpd; do
+    port=$(free_port)
+    "serve_$server" "$port" "$variant"
+    check_site "$server $variant" "$port"
+    kill $!
+    wait $! 2>/dev/null
+  done
+done
 [ "$failures" -eq 0 ]

@@ -5,9 +5,9 @@ set -uo pipefail
 cd "$1/packaging/systemd" || exit 1
 command -v systemd-analyze >/dev/null || { echo "SKIPPED: systemd-analyze is not installed"; exit 77; }
 
-# The program and its manual are not installed here, which is all that may be missing.
+# The program is not installed here, which is all that may be missing.
 complaints=$(systemd-analyze verify ./tavithumb-web.socket ./tavithumb-web.service 2>&1 |
-  grep -vE "/usr/sbin/tavithumb-web is not executable|'man tavithumb-web\(8\)' failed")
+  grep -v "/usr/sbin/tavithumb-web is not executable")
 [ -z "$complaints" ] || { echo "FAILED: $complaints"; exit 1; }
 
 rating=$(systemd-analyze security --offline=true --no-pager ./tavithumb-web.service | sed -n 's/.*exposure level.*: \([0-9.]*\) .*/\1/p')

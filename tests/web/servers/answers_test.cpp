@@ -63,6 +63,8 @@ void MakePhoto(const std::string& path) {
 void MakeOneOfEachKind(const Site& site) {
   MakePhoto(site / "photo.jpg");
   MakeJpeg(site / "light.jpg", 400, 300);
+  RunTool({"/usr/bin/convert", "-size", "400x300", "-seed", "1", "plasma:red-blue", "-quality", "100",
+           "jpeg:" + (site / "heavy.jpg")});
   MakePng(site / "drawing.png", 800, 600);
   MakeBmp(site / "old.bmp", 800, 600);
   MakeTiff(site / "scan.tif", 800, 600);
@@ -231,7 +233,7 @@ TEST_P(Answers, KeepEachThumbnailForTheNextRequest) {
   const Site site(GetParam());
   MakeOneOfEachKind(site);
   for (const char* name :
-       {"photo.jpg", "drawing.png", "old.bmp", "scan.tif", "moving.gif", "phone.heic", "camera.raf"}) {
+       {"photo.jpg", "heavy.jpg", "drawing.png", "old.bmp", "scan.tif", "moving.gif", "phone.heic", "camera.raf"}) {
     SCOPED_TRACE(name);
     const Response made = site.Get(std::string("/thumb/") + name + "?size=small");
     const std::size_t runs = site.Noted("run: ").size();

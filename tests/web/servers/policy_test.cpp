@@ -107,6 +107,16 @@ TEST(Policy, RefusesWhatIsTooLarge) {
   }
 }
 
+TEST(Policy, RefusesAnimationsOfTooManyFrames) {
+  TempDir folder;
+  const std::pair<int, bool> rows[] = {{4095, true}, {4096, false}};
+  for (const auto& [frames, isAllowed] : rows) {
+    SCOPED_TRACE(frames);
+    WriteFile(folder / "long.gif", GifBomb(frames));
+    EXPECT_EQ(Convert(POLICY_FOLDER, {folder / "long.gif", "-delete", "1--1", folder / "out.png"}) == 0, isAllowed);
+  }
+}
+
 TEST(Policy, EndsWhatTakesTooLong) {
   TempDir folder;
   std::string policy = ReadFile(std::string(POLICY_FOLDER) + "/policy.xml");

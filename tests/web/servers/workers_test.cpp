@@ -164,6 +164,23 @@ TEST(Workers, AnswerForOneThatHasCrashed) {
   EXPECT_EQ(site.Noted("log: ").front(), "GET /thumb/scan.tif?size=small: 503 what was to answer it has died");
 }
 
+TEST(Workers, EndTheToolsOfOneThatWasKilled) {
+  const Site site(Front::kNone, WithTool("hang"));
+  MakeTiff(site / "scan.tif", 800, 600);
+  std::string response;
+  std::thread client([&] { response = site.Scgi(GetOf(kSmall)); });
+  while (site.Noted("run: ").size() < 2) usleep(1000);
+  const std::string tool = site.Noted("run: ")[1], status = ReadFile("/proc/" + tool + "/status");
+  const int worker = std::stoi(status.substr(status.find("PPid:") + 5));
+  ASSERT_NE(worker, site.Program().Id());
+  kill(worker, SIGKILL);
+  client.join();
+  EXPECT_EQ(response, Error("503 Service Unavailable", "what was to answer it has died\n", "Retry-After: 1\r\n"));
+  AwaitNoChildren(site);
+  for (int i = 0; i < 500 && IsAlive(tool); ++i) usleep(10000);
+  EXPECT_FALSE(IsAlive(tool));
+}
+
 TEST(Workers, RefuseWhatIsTooMuch) {
   const Site site(Front::kNone, WithTool("hang", {"--deadline", "2", "--children", "1", "--waiting", "2"}));
   MakeTiff(site / "scan.tif", 800, 600);
