@@ -7,11 +7,8 @@
 
 #include <cstdio>
 #include <exception>
-#include <filesystem>
 #include <optional>
 #include <string>
-#include <system_error>
-#include <utility>
 
 #include "common/descriptors.h"
 #include "common/names.h"
@@ -59,25 +56,10 @@ Found FindSource(const Target& target, const Roots& roots) {
   return found;
 }
 
-// The folder for the tools' temporary files, as long as tools run.
-class ScratchFolder {
- public:
-  explicit ScratchFolder(std::string path) : path_(std::move(path)) { mkdir(path_.c_str(), S_IRWXU); }
-  ~ScratchFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-  }
-  ScratchFolder(const ScratchFolder&) = delete;
-  ScratchFolder& operator=(const ScratchFolder&) = delete;
-
- private:
-  std::string path_;
-};
-
 // Only one process makes a thumbnail of a source; those that have waited find it stored.
-void Make(const Found& source, const Target& target, const Confinement& confinement, RequestedThumb* job) {
+void Make(const Found& source, const Target& target, RequestedThumb* job, Progress* progress) {
   const SourceLock lock(source);
-  const ScratchFolder scratch(confinement.ScratchFolderOf(getpid()));
+  const ScratchFolder scratch(progress);
   if (!job->Resolve()) throw ErrorOf(WhyNoAnswer(job->Failed(), target.request));
   if (access(job->GetOutputFile().c_str(), R_OK) != 0) throw HttpError(kServiceUnavailable, "its thumbnail is gone");
 }
@@ -103,13 +85,13 @@ void WithProblems(const Step& step) {
   }
 }
 
-void AnswerThumb(const Target& target, const Roots& roots, const Confinement& confinement, Progress* progress) {
+void AnswerThumb(const Target& target, const Roots& roots, Progress* progress) {
   const Found source = FindSource(target, roots);
   WithProblems([&] {
     RequestedThumb stored(source.path, target.request);
     if (stored.FindStored() && !IsBeingMade(source)) return Deliver(&stored, progress);
     RequestedThumb made(source.path, target.request);
-    Make(source, target, confinement, &made);
+    Make(source, target, &made, progress);
     Deliver(&made, progress);
   });
 }
@@ -138,10 +120,10 @@ void AnswerList(const Target& target, const Roots& roots, Progress* progress) {
   if (!target.isHead) Print(body);
 }
 
-void AnswerTarget(const Target& target, const Roots& roots, const Confinement& confinement, Progress* progress) {
+void AnswerTarget(const Target& target, const Roots& roots, Progress* progress) {
   switch (target.route) {
     case Route::kThumb:
-      return AnswerThumb(target, roots, confinement, progress);
+      return AnswerThumb(target, roots, progress);
     case Route::kOriginal:
       return AnswerOriginal(target, roots, progress);
     case Route::kList:
@@ -161,7 +143,7 @@ void Answer(const Variables& variables, const Roots& roots, const Confinement& c
   progress->SetRequest(Printable(ValueOf(variables, "REQUEST_METHOD") + " " + ValueOf(variables, "REQUEST_URI")));
   confinement.SetEnvironment(variables);
   try {
-    AnswerTarget(ParseTarget(variables), roots, confinement, progress);
+    AnswerTarget(ParseTarget(variables), roots, progress);
   } catch (const HttpError& error) {
     Refuse(variables, error, progress);
   } catch (const std::exception& error) {

@@ -75,17 +75,7 @@ void Limit(__rlimit_resource resource, rlim_t most) {
 }  // namespace
 
 Confinement::Confinement(const Roots& roots, const ToolLimits& limits, const std::string& policyFolder)
-    : limits_(limits),
-      policyFolder_(policyFolder),
-      scratch_("/tmp/tavithumb-web.XXXXXX"),
-      rules_(MakeRules(roots, policyFolder)) {
-  if (mkdtemp(scratch_.data()) == nullptr) throw std::system_error(errno, std::generic_category(), scratch_);
-}
-
-Confinement::~Confinement() {
-  std::error_code ignored;
-  std::filesystem::remove_all(scratch_, ignored);
-}
+    : limits_(limits), policyFolder_(policyFolder), rules_(MakeRules(roots, policyFolder)) {}
 
 void Confinement::Enter() const {
   constexpr rlim_t mebibyte = 1048576;
@@ -102,11 +92,8 @@ void Confinement::Enter() const {
 }
 
 void Confinement::SetEnvironment(const Variables& variables) const {
-  const std::string scratch = ScratchFolderOf(getpid());
   clearenv();
   setenv("PATH", "/usr/bin:/bin", 1);
-  setenv("TMPDIR", scratch.c_str(), 1);
-  setenv("MAGICK_TEMPORARY_PATH", scratch.c_str(), 1);
   setenv("MAGICK_CONFIGURE_PATH", policyFolder_.c_str(), 1);
   setenv("GATEWAY_INTERFACE", "CGI/1.1", 1);
   for (const char* name :
@@ -116,14 +103,24 @@ void Confinement::SetEnvironment(const Variables& variables) const {
   }
 }
 
-std::string Confinement::ScratchFolderOf(pid_t worker) const {
-  return scratch_ + "/" + std::to_string(worker);
+ScratchFolder::ScratchFolder(Progress* progress) : progress_(progress) {
+  std::string path = "/tmp/tavithumb-web.XXXXXX";
+  if (mkdtemp(path.data()) == nullptr) throw std::system_error(errno, std::generic_category(), path);
+  progress_->scratch[path.copy(progress_->scratch.data(), progress_->scratch.size() - 1)] = '\0';
+  setenv("TMPDIR", path.c_str(), 1);
+  setenv("MAGICK_TEMPORARY_PATH", path.c_str(), 1);
 }
 
-// A worker that was killed leaves its preview behind; its own name for it begins with its process number.
-void Confinement::CleanUpAfter(pid_t worker) const {
+ScratchFolder::~ScratchFolder() {
   std::error_code ignored;
-  std::filesystem::remove_all(ScratchFolderOf(worker), ignored);
+  std::filesystem::remove_all(progress_->scratch.data(), ignored);
+  progress_->scratch.front() = '\0';
+}
+
+// The library's own name for a preview that it has extracted begins with the number of its process.
+void RemoveLeftovers(pid_t worker, const Progress& progress) {
+  std::error_code ignored;
+  if (progress.scratch.front() != '\0') std::filesystem::remove_all(progress.scratch.data(), ignored);
   glob_t previews = {};
   if (glob(("/tmp/thumb." + std::to_string(worker) + ".*").c_str(), 0, nullptr, &previews) == 0) {
     for (std::size_t i = 0; i < previews.gl_pathc; ++i) unlink(previews.gl_pathv[i]);

@@ -8,6 +8,7 @@
 #include "common/file_descriptor.h"
 #include "web/roots.h"
 #include "web/scgi.h"
+#include "web/workers.h"
 
 namespace tavithumb::apps::web {
 
@@ -25,9 +26,6 @@ class Confinement {
  public:
   // `policyFolder` holds ImageMagick's policy.xml.
   Confinement(const Roots& roots, const ToolLimits& limits, const std::string& policyFolder);
-  ~Confinement();
-  Confinement(const Confinement&) = delete;
-  Confinement& operator=(const Confinement&) = delete;
 
   // Applies the limits to this process and all that it starts. From here on it reaches no file outside the roots, the
   // system's programs and the temporary folders, whatever links lead there. Without a kernel that knows Landlock the
@@ -38,17 +36,25 @@ class Confinement {
   // brought besides.
   void SetEnvironment(const Variables& variables) const;
 
-  // Removes what a worker that was killed has left in temporary folders.
-  void CleanUpAfter(pid_t worker) const;
-
-  // The folder that a worker's environment gives its tools for their temporary files.
-  std::string ScratchFolderOf(pid_t worker) const;
-
  private:
   ToolLimits limits_;
   std::string policyFolder_;
-  std::string scratch_;
   FileDescriptor rules_;
 };
+
+// The folder for the tools' temporary files, as long as tools run; what starts them leaves it in their environment.
+class ScratchFolder {
+ public:
+  explicit ScratchFolder(Progress* progress);
+  ~ScratchFolder();
+  ScratchFolder(const ScratchFolder&) = delete;
+  ScratchFolder& operator=(const ScratchFolder&) = delete;
+
+ private:
+  Progress* progress_;
+};
+
+// Removes what a worker that has died has left in temporary folders.
+void RemoveLeftovers(pid_t worker, const Progress& progress);
 
 }  // namespace tavithumb::apps::web

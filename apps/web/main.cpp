@@ -33,9 +33,8 @@ enum ExitCode { kDone = 0, kFailed = 1, kBadUsage = 2 };
 
 Workers MakeWorkers(std::size_t maximum, const Settings& settings, const Confinement& confinement,
                     std::function<void(Progress*)> answer) {
-  return {
-      maximum, std::chrono::seconds(settings.deadlineSeconds),
-      Duties{[&] { confinement.Enter(); }, std::move(answer), [&](pid_t worker) { confinement.CleanUpAfter(worker); }}};
+  return {maximum, std::chrono::seconds(settings.deadlineSeconds),
+          Duties{[&] { confinement.Enter(); }, std::move(answer), RemoveLeftovers}};
 }
 
 // One request, which has come with the environment; a worker answers it as it would any other.

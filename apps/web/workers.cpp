@@ -60,6 +60,7 @@ Progress* Workers::TakeProgress() {
   free_.pop_back();
   progress->hasAnswered = false;
   progress->SetRequest("a request");
+  progress->scratch.front() = '\0';
   return progress;
 }
 
@@ -111,7 +112,7 @@ bool Workers::Tend(Worker* worker, Clock::time_point now) {
   kill(-worker->process, SIGKILL);
   int status = 0;
   waitpid(worker->process, &status, 0);
-  if (status != 0) duties_.cleanUp(worker->process);
+  if (status != 0) duties_.cleanUp(worker->process, *worker->progress);
   free_.push_back(worker->progress);
   return true;
 }

@@ -19,7 +19,8 @@ namespace tavithumb::apps::web {
 // What a worker tells the process that started it, in memory that both share.
 struct Progress {
   std::atomic<bool> hasAnswered;  // bytes of the response may have been written
-  std::array<char, 512> request;  // for the log, ends with a NUL
+  std::array<char, 512> request;  // for the log, ends with a NUL, as the next does
+  std::array<char, 64> scratch;   // the folder of its tools' temporary files, as long as there is one
 
   void SetRequest(const std::string& text);
 };
@@ -31,7 +32,7 @@ struct Duties {
   // Answers one request on standard output, which is the connection, as standard input is; nothing else is open.
   std::function<void(Progress*)> answer;
   // In the process that forked it, after it has died without having come to an end.
-  std::function<void(pid_t)> cleanUp;
+  std::function<void(pid_t, const Progress&)> cleanUp;
 };
 
 // Answers each request in a process of its own, forked from this one, which is warm. The library writes on standard

@@ -26,7 +26,7 @@ adapt() { # adapt FILE PORT VARIANT
 
 free_port() {
   local port
-  for ((port = 20000 + RANDOM % 20000; ; port++)); do
+  for ((port = 10000 + RANDOM % 20000; ; port++)); do
     (exec 3<>"/dev/tcp/127.0.0.1/$port") 2>/dev/null || { echo "$port"; return; }
   done
 }

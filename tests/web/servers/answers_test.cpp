@@ -319,6 +319,22 @@ TEST_P(Answers, ListAFolder) {
   EXPECT_EQ(site.Get("/thumb/film.mp4?size=medium").body, "no screenshot is stored for this video\n");
 }
 
+TEST(List, IsSortedByName) {
+  const Site site(Front::kNone);
+  for (int i = 99; i >= 10; --i) {
+    WriteFile(site / ("photo" + std::to_string(i) + ".jpg"), "");
+    fs::create_directory(site / ("folder" + std::to_string(i)));
+  }
+  const std::string response = site.Scgi({{"REQUEST_METHOD", "GET"}, {"REQUEST_URI", "/list/"}, {"SCRIPT_NAME", ""}});
+  const nlohmann::json list = nlohmann::json::parse(response.substr(response.find("\r\n\r\n")));
+  ASSERT_EQ(list.at("files").size(), 90U);
+  ASSERT_EQ(list.at("folders").size(), 90U);
+  for (std::size_t i = 0; i < 90; ++i) {
+    EXPECT_EQ(list.at("files")[i].at("name"), "photo" + std::to_string(i + 10) + ".jpg");
+    EXPECT_EQ(list.at("folders")[i].at("name"), "folder" + std::to_string(i + 10));
+  }
+}
+
 TEST_P(Answers, ListAFolderAsAPageForBrowsers) {
   const Site site(GetParam());
   MakePng(site / "a & <b>.png", 8, 6);

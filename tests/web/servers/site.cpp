@@ -15,6 +15,7 @@
 #include <array>
 #include <cerrno>
 #include <filesystem>
+#include <random>
 #include <set>
 #include <sstream>
 #include <stdexcept>
@@ -86,13 +87,16 @@ Response ParseResponse(const std::string& text) {
 }  // namespace
 
 int FreePort() {
-  const int probe = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in address = Loopback(0);
-  socklen_t size = sizeof address;
-  if (bind(probe, reinterpret_cast<sockaddr*>(&address), size) != 0) throw std::runtime_error("no free port");
-  getsockname(probe, reinterpret_cast<sockaddr*>(&address), &size);
-  close(probe);
-  return ntohs(address.sin_port);
+  std::random_device random;
+  for (int attempt = 0; attempt < 1000; ++attempt) {
+    const int port = 10000 + static_cast<int>(random() % 20000);
+    const int probe = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const sockaddr_in address = Loopback(port);
+    const bool isFree = bind(probe, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    close(probe);
+    if (isFree) return port;
+  }
+  throw std::runtime_error("no free port");
 }
 
 std::string Response::Header(const std::string& name) const {

@@ -23,7 +23,7 @@ struct Response {
 // Sends the text of a whole HTTP request to a loopback port; the response up to its end.
 Response Exchange(int port, const std::string& request);
 
-// A port that nobody uses; somebody may take it before we do, which the start of the server tells.
+// A port that nobody uses, of those that the system gives to no connection by itself.
 int FreePort();
 
 // Connects without sending anything.

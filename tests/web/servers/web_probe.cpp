@@ -75,6 +75,7 @@ extern "C" __attribute__((visibility("default"))) void __syslog_chk(int, int, co
 
 __attribute__((visibility("default"))) int TLIBCExecv(const char* path, const char* const* argv, int wait) {
   Note(std::string("run: ") + path);
+  Note("scratch: " + Variable("TMPDIR"));
   if (tool == "crash") raise(SIGSEGV);
   if (tool == "surroundings") NoteSurroundings();
   if (tool == "hang") {
