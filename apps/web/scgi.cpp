@@ -19,7 +19,7 @@ HttpError Malformed() {
 std::string TakeText(std::string_view* rest) {
   const std::size_t end = rest->find('\0');
   if (end == std::string_view::npos) throw Malformed();
-  const std::string text(rest->substr(0, end));
+  std::string text(rest->substr(0, end));
   rest->remove_prefix(end + 1);
   return text;
 }

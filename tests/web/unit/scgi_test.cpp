@@ -74,32 +74,21 @@ TEST(Scgi, TellsItsLengthAsSoonAsItCan) {
   }
 }
 
+TEST(Scgi, TellsTheSameLengthHoweverMuchOfItIsThere) {
+  const std::string whole = Netstring(Block({"SCGI", "1", "REQUEST_METHOD", "GET"}));
+  for (std::size_t size = 0; size <= whole.size(); ++size) {
+    SCOPED_TRACE(size);
+    const std::string_view start = std::string_view(whole).substr(0, size);
+    EXPECT_EQ(ScgiLength(start), size <= whole.find(':') ? std::nullopt : std::optional(whole.size()));
+    EXPECT_EQ(size < whole.size(), IsMalformed(std::string(start)));
+  }
+  EXPECT_EQ(ScgiLength(whole + "body"), whole.size());
+}
+
 TEST(Scgi, HasNoMoreThan65536BytesOfHeaders) {
   const std::string longest = Netstring(Block({"A", std::string(65533, 'x')}));
   EXPECT_EQ(ParseScgi(longest).at("A").size(), 65533U);
   EXPECT_TRUE(IsMalformed(Netstring(Block({"A", std::string(65534, 'x')}))));
-}
-
-TEST(Errors, AreWholeResponses) {
-  EXPECT_EQ(ErrorResponse({kMethodNotAllowed, "reason"}, true),
-            "Status: 405 Method Not Allowed\r\nContent-Type: text/plain; charset=utf-8\r\nContent-Length: 7\r\n"
-            "Cache-Control: no-store\r\nX-Content-Type-Options: nosniff\r\nAllow: GET, HEAD\r\n\r\nreason\n");
-  EXPECT_EQ(ErrorResponse({kServiceUnavailable, "reason"}, false),
-            "Status: 503 Service Unavailable\r\nContent-Type: text/plain; charset=utf-8\r\nContent-Length: 7\r\n"
-            "Cache-Control: no-store\r\nX-Content-Type-Options: nosniff\r\nRetry-After: 1\r\n\r\n");
-  const std::pair<Status, const char*> rows[] = {{kBadRequest, "400 Bad Request"},
-                                                 {kForbidden, "403 Forbidden"},
-                                                 {kNotFound, "404 Not Found"},
-                                                 {kUnsupportedMediaType, "415 Unsupported Media Type"},
-                                                 {kUnprocessableContent, "422 Unprocessable Content"},
-                                                 {kInternalServerError, "500 Internal Server Error"},
-                                                 {kGatewayTimeout, "504 Gateway Timeout"}};
-  for (const auto& [status, line] : rows) {
-    EXPECT_EQ(ErrorResponse({status, ""}, true),
-              std::string("Status: ") + line +
-                  "\r\nContent-Type: text/plain; charset=utf-8\r\nContent-Length: 1\r\nCache-Control: no-store\r\n"
-                  "X-Content-Type-Options: nosniff\r\n\r\n\n");
-  }
 }
 
 }  // namespace
