@@ -61,12 +61,13 @@ std::string Tile(const ListedFile& file, const std::string& prefix) {
 }  // namespace
 
 std::string ListAsHtml(const Listing& listing, const std::string& prefix) {
-  const std::string list = prefix + "/list/";
+  const std::string base = Escaped(prefix);
+  const std::string list = base + "/list/";
   std::string page =
       "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
       "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n<title>" +
       Escaped(listing.path.empty() ? "Photos" : listing.path.back()) + "</title>\n<link rel=\"stylesheet\" href=\"" +
-      prefix + "/page.css\">\n<link rel=\"icon\" href=\"" + prefix +
+      base + "/page.css\">\n<link rel=\"icon\" href=\"" + base +
       "/icon.svg\">\n</head>\n<body class=\"list\">\n<header><h1>Photos</h1>" + Crumbs(listing, list) +
       "</header>\n<main>\n";
   if (!listing.folders.empty()) {
@@ -78,7 +79,7 @@ std::string ListAsHtml(const Listing& listing, const std::string& prefix) {
   }
   if (!listing.files.empty()) {
     page += "<ul class=\"grid\">\n";
-    for (const ListedFile& file : listing.files) page += Tile(file, prefix);
+    for (const ListedFile& file : listing.files) page += Tile(file, base);
     page += "</ul>\n";
   }
   if (listing.folders.empty() && listing.files.empty()) page += "<p class=\"note\">There are no photos here.</p>\n";

@@ -88,14 +88,7 @@ void ListIfFound(const std::vector<std::string>& path, const Roots& roots, Listi
 }
 
 void ListRoots(const Roots& roots, Listing* listing) {
-  for (const Root& root : roots.All()) {
-    const Found found = roots.Find({root.name});
-    if (IsReadable(found)) {
-      listing->folders.push_back({root.name, UrlEncoded(root.name)});
-    } else {
-      ++listing->unreadable;
-    }
-  }
+  for (const Root& root : roots.All()) ListIfFound({root.name}, roots, listing);
   std::sort(listing->folders.begin(), listing->folders.end(),
             [](const ListedFolder& one, const ListedFolder& other) { return one.name < other.name; });
 }

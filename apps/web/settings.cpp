@@ -45,6 +45,7 @@ void AddOptions(CLI::App* app, Settings* settings, std::vector<std::string>* roo
   app->set_help_flag("-h,--help", "Print this help and exit");
   app->set_version_flag("--version", "tavithumb-web " TAVITHUMB_VERSION, "Print the version and exit");
   app->set_config("--config", DefaultConfig(), "Read options from this file; default: $TAVITHUMB_WEB_CONFIG");
+  app->allow_config_extras(CLI::config_extras_mode::error);
   app->add_option("--root", *roots, "A folder to show; several need names, which begin their addresses")
       ->type_name("[NAME=]DIR")
       ->required();
@@ -122,7 +123,7 @@ std::optional<Settings> ReadSettings(int argc, char** argv) {
     throw std::invalid_argument(error.what());
   }
   SetRoots(roots, &settings);
-  if (settings.children == 0) settings.children = 2 * std::size_t{std::max(1U, std::thread::hardware_concurrency())};
+  if (settings.children == 0) settings.children = 2 * std::max(1U, std::thread::hardware_concurrency());
   CheckPolicy(&settings);
   return settings;
 }

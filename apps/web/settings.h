@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
-#include <cstddef>
 #include <optional>
 #include <string>
 #include <vector>
@@ -16,8 +15,8 @@ struct Settings {
   std::vector<Root> roots;
   std::string scgiAddress;  // "" when a web server starts it, or hands over a socket
   bool showsHidden = false;
-  std::size_t children = 0;
-  std::size_t waiting = 64;
+  unsigned children = 0;
+  unsigned waiting = 64;
   unsigned deadlineSeconds = 30;
   std::string policyFolder;
   ToolLimits limits;

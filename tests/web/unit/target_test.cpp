@@ -9,8 +9,6 @@
 namespace tavithumb::apps::web {
 namespace {
 
-using Names = std::vector<std::string>;
-
 constexpr int kStored = Thumb::OPT_ALBUMEX_EA | Thumb::OPT_BROVIX_EA;
 
 Variables Get(const std::string& address, const std::string& prefix = "") {
@@ -27,17 +25,25 @@ std::string ErrorOf(const Variables& variables) {
   }
 }
 
-// The whole target in one line.
+// The whole target in one line: "/prefix thumb/a.jpg small 0 3 head html heic". What is as it is in any other request
+// is left out.
 std::string Describe(const Target& target) {
   const char* const routes[] = {"thumb", "original", "list"};
-  std::string text = routes[static_cast<int>(target.route)];
+  std::string text = target.prefix + (target.prefix.empty() ? "" : " ") + routes[static_cast<int>(target.route)];
   for (const std::string& name : target.path) text += "/" + name;
-  if (target.route != Route::kThumb) return text;
   const Request& request = target.request;
-  text += " " + (request.size.IsBox()
-                     ? std::to_string(request.size.box.width) + "x" + std::to_string(request.size.box.height)
-                     : request.size.name);
-  return text + " " + std::to_string(request.quarterTurns) + " " + std::to_string(request.options);
+  const std::string box = std::to_string(request.size.box.width) + "x" + std::to_string(request.size.box.height);
+  const std::string asked = " " + request.size.name + (box == "0x0" ? "" : box) + " " +
+                            std::to_string(request.quarterTurns) + " " + std::to_string(request.options);
+  if (asked != "  0 0") text += asked;
+  if (target.isHead) text += " head";
+  if (target.wantsHtml) text += " html";
+  return text + (request.acceptHeic ? " heic" : "");
+}
+
+std::string Outcome(const Variables& variables) {
+  const std::string error = ErrorOf(variables);
+  return error.empty() ? Describe(ParseTarget(variables)) : error;
 }
 
 constexpr char kNothing[] = "404 there is nothing here";
@@ -59,12 +65,21 @@ TEST(Target, IsWhatTheAddressSays) {
       {"/thumb/a.jpg?size=256", "thumb/a.jpg 256x256 0 2"},
       {"/thumb/a.jpg?size=%73mall", "thumb/a.jpg small 0 3"},
       {"/thumb/a.jpg?rotate=0&size=small", "thumb/a.jpg small 0 3"},
+      {"/thumb/a.jpg?size=small&rotate=1", "thumb/a.jpg small 1 3"},
+      {"/thumb/a.jpg?size=small&rotate=2", "thumb/a.jpg small 2 3"},
       {"/thumb/a.jpg?size=small&rotate=3", "thumb/a.jpg small 3 3"},
       {"/thumb/a.jpg?size=small&avatar=1", "thumb/a.jpg small 0 " + std::to_string(kStored | Thumb::OPT_AVATAR)},
       {"/thumb/a.jpg?size=small&animate=1", "thumb/a.jpg small 0 " + std::to_string(kStored | Thumb::OPT_ENABLE_GIF)},
       {"/thumb/a.jpg?size=small&fallback=1",
        "thumb/a.jpg small 0 " + std::to_string(kStored | Thumb::OPT_FALLBACK_SMALLER)},
+      {"/thumb/a.jpg?fallback=1&animate=1&avatar=1&rotate=2&size=xlarge",
+       "thumb/a.jpg xlarge 2 " +
+           std::to_string(kStored | Thumb::OPT_AVATAR | Thumb::OPT_ENABLE_GIF | Thumb::OPT_FALLBACK_SMALLER)},
+      {"/thumb/a.jpg?size=1x2&avatar=1&animate=1",
+       "thumb/a.jpg 1x2 0 " + std::to_string(Thumb::OPT_BROVIX_EA | Thumb::OPT_AVATAR | Thumb::OPT_ENABLE_GIF)},
       {"/thumb/a.jpg?%73ize=small", "thumb/a.jpg small 0 3"},
+      {"/thumb/a.jpg?size=%31%78%32", "thumb/a.jpg 1x2 0 2"},
+      {"/thumb/a.jpg?size=007x0008", "thumb/a.jpg 7x8 0 2"},
       {"/thumb/a/b/c%20d.jpg?size=small", "thumb/a/b/c d.jpg small 0 3"},
       {"/thumb/%c3%A4%FF.jpg?size=small", "thumb/\xc3\xa4\xff.jpg small 0 3"},
       {"/thumb/a+b.jpg?size=small", "thumb/a+b.jpg small 0 3"},
@@ -73,16 +88,16 @@ TEST(Target, IsWhatTheAddressSays) {
       {"/thumb?size=small", "thumb small 0 3"},
       {"/original/a.jpg", "original/a.jpg"},
       {"/original/a.jpg?", "original/a.jpg"},
+      {"/original", "original"},
+      {"/original/list/thumb", "original/list/thumb"},
+      {"/list/%25%32%65%3F", "list/%2e?"},
+      {"/list/%0a%5C#", "list/\n\\#"},
       {"/list", "list"},
       {"/list/", "list"},
       {"/list/a", "list/a"},
       {"/list/a/", "list/a"},
   };
-  for (const auto& [address, expected] : rows) {
-    SCOPED_TRACE(address);
-    EXPECT_EQ(ErrorOf(Get(address)), "");
-    EXPECT_EQ(Describe(ParseTarget(Get(address))), expected);
-  }
+  for (const auto& [address, expected] : rows) EXPECT_EQ(Outcome(Get(address)), expected) << address;
 }
 
 TEST(Target, IsNoneForABadAddress) {
@@ -105,6 +120,10 @@ TEST(Target, IsNoneForABadAddress) {
       {"/thumb/a%2fb?size=small", kNothing},
       {"/thumb/%2Fetc?size=small", kNothing},
       {"/thumb/a%00?size=small", kNothing},
+      {"/original/a.jpg/", kNothing},
+      {"/original/", kNothing},
+      {"/original/a%00.jpg", kNothing},
+      {"/list%2f", kNothing},
       {"/list/a//", kNothing},
       {"/list//", kNothing},
       {"/list/..", kNothing},
@@ -123,6 +142,16 @@ TEST(Target, IsNoneForABadAddress) {
       {"/thumb/a.jpg?size=Small", kBadSize},
       {"/thumb/a.jpg?size=0", kBadSize},
       {"/thumb/a.jpg?size=65536", kBadSize},
+      {"/thumb/a.jpg?size=0x1", kBadSize},
+      {"/thumb/a.jpg?size=1x0", kBadSize},
+      {"/thumb/a.jpg?size=65536x1", kBadSize},
+      {"/thumb/a.jpg?size=1x65536", kBadSize},
+      {"/thumb/a.jpg?size=-1x1", kBadSize},
+      {"/thumb/a.jpg?size=1x-1", kBadSize},
+      {"/thumb/a.jpg?size=1X1", kBadSize},
+      {"/thumb/a.jpg?size=1x%201", kBadSize},
+      {"/thumb/a.jpg?size=1+1", kBadSize},
+      {"/thumb/a.jpg?size=1x99999999999999999999", kBadSize},
       {"/thumb/a.jpg?size=99999999999999999999", kBadSize},
       {"/thumb/a.jpg?size=1x", kBadSize},
       {"/thumb/a.jpg?size=x1", kBadSize},
@@ -140,7 +169,15 @@ TEST(Target, IsNoneForABadAddress) {
       {"/thumb/a.jpg?size=small&rotate=01", "400 'rotate' takes quarter turns, 0 to 3"},
       {"/thumb/a.jpg?size=small&rotate=", "400 'rotate' takes quarter turns, 0 to 3"},
       {"/thumb/a.jpg?size=small&avatar=0", "400 'avatar' takes 1 alone"},
+      {"/thumb/a.jpg?size=small&rotate", "400 'rotate' takes quarter turns, 0 to 3"},
+      {"/thumb/a.jpg?size=small&rotate=a", "400 'rotate' takes quarter turns, 0 to 3"},
       {"/thumb/a.jpg?size=small&avatar", "400 'avatar' takes 1 alone"},
+      {"/thumb/a.jpg?size=small&avatar=true", "400 'avatar' takes 1 alone"},
+      {"/thumb/a.jpg?size=small&animate=0", "400 'animate' takes 1 alone"},
+      {"/thumb/a.jpg?size=small&animate=", "400 'animate' takes 1 alone"},
+      {"/thumb/a.jpg?size=small&fallback=0", "400 'fallback' takes 1 alone"},
+      {"/thumb/a.jpg?size=small&fallback=", "400 'fallback' takes 1 alone"},
+      {"/thumb/a.jpg?size=9x9&fallback=0", "400 'fallback' takes 1 alone"},
       {"/thumb/a.jpg?size=small&animate=true", "400 'animate' takes 1 alone"},
       {"/thumb/a.jpg?size=small&fallback=11", "400 'fallback' takes 1 alone"},
       {"/thumb/a.jpg?size=9x9&fallback=1", "400 'fallback' needs a size with a name"},
@@ -148,69 +185,96 @@ TEST(Target, IsNoneForABadAddress) {
       {"/thumb/a.jpg?size=small&%73ize=big", "400 a parameter is there more than once"},
       {"/thumb/a.jpg?size=small&", "400 there is an unknown parameter"},
       {"/thumb/a.jpg?size=small&x=1", "400 there is an unknown parameter"},
+      {"/thumb/a.jpg?size=small&=1", "400 there is an unknown parameter"},
+      {"/thumb/a.jpg?size=small&%78=1", "400 there is an unknown parameter"},
+      {"/thumb/a.jpg?size=small&Rotate=1", "400 there is an unknown parameter"},
+      {"/thumb/a.jpg?size=small&rotate%00=1", "400 there is an unknown parameter"},
+      {"/thumb/a.jpg?size=small&x=1&x=2", "400 a parameter is there more than once"},
+      {"/thumb/a.jpg?size=small&avatar=1&avatar=1", "400 a parameter is there more than once"},
+      {"/thumb/a.jpg?&&size=small", "400 a parameter is there more than once"},
+      {"/thumb/a.jpg?x=%zz", kBadHex},
       {"/thumb/a.jpg?size=small;rotate=1", kBadSize},
       {"/thumb/a.jpg?size=small?rotate=1", kBadSize},
       {"/original/a.jpg?size=small", "400 there is an unknown parameter"},
+      {"/original/a.jpg?rotate=0", "400 there is an unknown parameter"},
+      {"/original/a.jpg?&", "400 a parameter is there more than once"},
+      {"/list/?size=small", "400 there is an unknown parameter"},
       {"/list/?x", "400 there is an unknown parameter"},
   };
-  for (const auto& [address, expected] : rows) EXPECT_EQ(ErrorOf(Get(address)), expected) << address;
+  for (const auto& [address, expected] : rows) EXPECT_EQ(Outcome(Get(address)), expected) << address;
 }
 
 TEST(Target, LiesBelowThePrefix) {
-  const std::pair<const char*, const char*> rows[] = {
-      {"", ""}, {"/", ""}, {"/photos", "/photos"}, {"/photos/", "/photos"}, {"/a/b.cgi", "/a/b.cgi"}};
-  for (const auto& [scriptName, prefix] : rows) {
-    SCOPED_TRACE(scriptName);
-    const Target target = ParseTarget(Get(std::string(prefix) + "/list/x", scriptName));
-    EXPECT_EQ(target.prefix, prefix);
-    EXPECT_EQ(target.path, Names{"x"});
-  }
-  for (const char* address : {"/list/", "/photos", "/photoslist/", "/photo/list/", "/photos%2Flist/"}) {
-    EXPECT_EQ(ErrorOf(Get(address, "/photos")), kNothing) << address;
-  }
+  struct Row {
+    const char* scriptName;
+    const char* address;
+    const char* expected;
+  };
+  const Row rows[] = {
+      {"", "/list/x", "list/x"},
+      {"/", "/list/x", "list/x"},
+      {"/photos", "/photos/list/x", "/photos list/x"},
+      {"/photos/", "/photos/list/x", "/photos list/x"},
+      {"/photos", "/photos/thumb/a.jpg?size=big", "/photos thumb/a.jpg big 0 3"},
+      {"/photos", "/photos/original/photos/a.jpg", "/photos original/photos/a.jpg"},
+      {"/a/b.cgi", "/a/b.cgi/list/x", "/a/b.cgi list/x"},
+      {"/photos", "/list/", kNothing},
+      {"/photos", "/photos", kNothing},
+      {"/photos", "/photos/", kNothing},
+      {"/photos", "/photo/list/", kNothing},
+      {"/photos", "/photoslist/", kNothing},
+      {"/photos", "/photos2/list/", kNothing},
+      {"/photos", "/photos2list/", kNothing},
+      {"/photos", "/photos//list/", kNothing},
+      {"/photos", "/photos%2Flist/", kNothing},
+      {"/photos", "/x/photos/list/", kNothing},
+      {"/photos", "/PHOTOS/list/", kNothing},
+  };
+  for (const Row& row : rows) EXPECT_EQ(Outcome(Get(row.address, row.scriptName)), row.expected) << row.address;
 }
 
 TEST(Target, IsForGetAndHeadAlone) {
   Variables variables = Get("/list/");
-  EXPECT_FALSE(ParseTarget(variables).isHead);
+  EXPECT_EQ(Outcome(variables), "list");
   variables["REQUEST_METHOD"] = "HEAD";
-  EXPECT_TRUE(ParseTarget(variables).isHead);
-  for (const char* method : {"POST", "PUT", "DELETE", "OPTIONS", "TRACE", "get", "GETS", ""}) {
+  EXPECT_EQ(Outcome(variables), "list head");
+  for (const char* method : {"POST", "PUT", "DELETE", "OPTIONS", "TRACE", "PATCH", "get", "GETS", "GET ", ""}) {
     variables["REQUEST_METHOD"] = method;
-    EXPECT_EQ(ErrorOf(variables), "405 only GET and HEAD are answered") << method;
+    EXPECT_EQ(Outcome(variables), "405 only GET and HEAD are answered") << method;
   }
-  EXPECT_EQ(ErrorOf({}), "405 only GET and HEAD are answered");
+  EXPECT_EQ(Outcome({}), "405 only GET and HEAD are answered");
 }
 
 TEST(Target, IsWhatTheClientAccepts) {
-  struct Row {
-    const char* accept;
-    bool heic;
-    bool html;
+  const std::pair<const char*, const char*> rows[] = {
+      {"", ""},
+      {"*/*", ""},
+      {"image/*", ""},
+      {"text/*;q=1", ""},
+      {"image/heic", " heic"},
+      {"image/heif", " heic"},
+      {"IMAGE/HEIF", " heic"},
+      {"image/webp, image/heic;q=0.5", " heic"},
+      {"image/heic;q=0", ""},
+      {"image/heic;Q=0.", ""},
+      {"image/heic; q=0.000", ""},
+      {"image/heic;q=0.001", " heic"},
+      {"image/heic;q=0, image/heif", " heic"},
+      {"image/heics", ""},
+      {"image/heic image/heif", ""},
+      {"text/html,application/xhtml+xml,*/*;q=0.8", " html"},
+      {"application/json, text/html;level=1;q=0", ""},
+      {" text/html\t;q=1", " html"},
+      {"Text/HTML, image/heic", " html heic"},
+      {",,;;,", ""},
   };
-  const Row rows[] = {
-      {"", false, false},
-      {"*/*", false, false},
-      {"image/*", false, false},
-      {"image/heic", true, false},
-      {"IMAGE/HEIF", true, false},
-      {"image/webp, image/heic;q=0.5", true, false},
-      {"image/heic;q=0", false, false},
-      {"image/heic; q=0.000", false, false},
-      {"image/heic;q=0.001", true, false},
-      {"image/heic;q=0, image/heif", true, false},
-      {"image/heics", false, false},
-      {"text/html,application/xhtml+xml,*/*;q=0.8", false, true},
-      {"application/json, text/html;level=1;q=0", false, false},
-      {" text/html\t;q=1", false, true},
-      {",,;;,", false, false},
-  };
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.accept);
-    Variables variables = Get("/thumb/a.heic?size=small");
-    variables["HTTP_ACCEPT"] = row.accept;
-    EXPECT_EQ(ParseTarget(variables).request.acceptHeic, row.heic);
-    EXPECT_EQ(ParseTarget(variables).wantsHtml, row.html);
+  for (const auto& [accept, expected] : rows) {
+    for (const std::string target : {"thumb/a.heic", "original/a.heic", "list/a"}) {
+      const bool isThumb = target[0] == 't';
+      Variables variables = Get("/" + target + (isThumb ? "?size=small" : ""));
+      variables["HTTP_ACCEPT"] = accept;
+      EXPECT_EQ(Outcome(variables), target + (isThumb ? " small 0 3" : "") + expected) << accept;
+    }
   }
 }
 
