@@ -54,7 +54,7 @@ void AnswerMany(const Settings& settings, const Roots& roots, const Confinement&
     }
   });
   sd_notify(0, "READY=1");
-  Serve(listener, &workers, settings.waiting);
+  Serve(listener, &workers, {settings.waiting, std::chrono::seconds(settings.deadlineSeconds)});
 }
 
 std::unique_ptr<Listener> OpenListener(const Settings& settings) {

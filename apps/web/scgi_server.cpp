@@ -13,8 +13,10 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <deque>
 #include <memory>
@@ -115,15 +117,10 @@ bool TakeSignals(const FileDescriptor& signals) {
   return asksToEnd;
 }
 
-void Refuse(const FileDescriptor& connection, const std::string& reason) {
-  syslog(LOG_WARNING, "a request: %d %s", kServiceUnavailable, reason.c_str());
-  Respond(connection.Number(), ErrorResponse({kServiceUnavailable, reason}, true));
-}
-
 class Server {
  public:
-  Server(const Listener& listener, Workers* workers, std::size_t maxWaiting)
-      : listener_(listener), workers_(workers), maxWaiting_(maxWaiting), signals_(WatchSignals()) {}
+  Server(const Listener& listener, Workers* workers, const Queue& queue)
+      : listener_(listener), workers_(workers), queue_(queue), signals_(WatchSignals()) {}
 
   void Run() {
     while (!isEnding_ || !workers_->AreDone()) {
@@ -132,21 +129,36 @@ class Server {
       workers_->Tend();
       if (!isEnding_) Accept();
       StartWaiting();
+      GiveUp();
     }
   }
 
  private:
+  struct Held {
+    FileDescriptor connection;
+    Clock::time_point until;
+  };
+  using HeldInOrder = std::deque<Held>;
+
+  Clock::time_point NextEvent() const {
+    Clock::time_point next = workers_->NextEvent();
+    for (const HeldInOrder* held : {&waiting_, &refused_}) {
+      if (!held->empty()) next = std::min(next, held->front().until);
+    }
+    return next;
+  }
+
   void AwaitEvent() {
     std::array<pollfd, 2> entries = {{{signals_.Number(), POLLIN, 0}, {listener_.Number(), POLLIN, 0}}};
-    poll(entries.data(), isEnding_ || isPaused_ ? 1 : 2, isPaused_ ? pauseMilliseconds : workers_->NextEvent());
+    poll(entries.data(), isEnding_ || isPaused_ ? 1 : 2,
+         isPaused_ ? pauseMilliseconds : MillisecondsUntil(NextEvent()));
     isPaused_ = false;
   }
 
   void End() {
     if (isEnding_) workers_->EndAll();
     isEnding_ = true;
-    for (const FileDescriptor& connection : waiting_) Refuse(connection, "the service ends");
-    waiting_.clear();
+    for (; !waiting_.empty(); waiting_.pop_front()) Refuse(&waiting_.front(), "the service ends");
   }
 
   void Accept() {
@@ -156,29 +168,49 @@ class Server {
         isPaused_ = errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == ENOBUFS;
         return;
       }
-      waiting_.push_back(std::move(connection));
+      waiting_.push_back({std::move(connection), Clock::now() + queue_.patience});
       StartWaiting();
-      if (waiting_.size() <= maxWaiting_) continue;
-      Refuse(waiting_.back(), "too many requests are waiting");
+      if (waiting_.size() <= queue_.longest) continue;
+      Refuse(&waiting_.back(), "too many requests are waiting");
       waiting_.pop_back();
     }
   }
 
   void StartWaiting() {
     while (!waiting_.empty() && workers_->HasRoom()) {
-      workers_->Start(std::move(waiting_.front()));
+      workers_->Start(std::move(waiting_.front().connection));
       waiting_.pop_front();
     }
   }
 
+  // A refused connection stays open for a while: its web server may still be sending the request, and would take a
+  // closed one for a failure instead of reading the answer.
+  void Refuse(Held* held, const std::string& reason) {
+    syslog(LOG_WARNING, "a request: %d %s", kServiceUnavailable, reason.c_str());
+    Respond(held->connection.Number(), ErrorResponse({kServiceUnavailable, reason}, true));
+    refused_.push_back({std::move(held->connection), Clock::now() + linger});
+    if (refused_.size() > mostRefused) refused_.pop_front();
+  }
+
+  void GiveUp() {
+    const Clock::time_point now = Clock::now();
+    for (; !waiting_.empty() && waiting_.front().until <= now; waiting_.pop_front()) {
+      Refuse(&waiting_.front(), "it has waited too long");
+    }
+    while (!refused_.empty() && refused_.front().until <= now) refused_.pop_front();
+  }
+
   // How long no connection is taken when there is nothing to take it with.
   static constexpr int pauseMilliseconds = 100;
+  static constexpr std::chrono::seconds linger{5};
+  static constexpr std::size_t mostRefused = 128;
 
   const Listener& listener_;
   Workers* workers_;
-  std::size_t maxWaiting_;
+  Queue queue_;
   FileDescriptor signals_;
-  std::deque<FileDescriptor> waiting_;
+  HeldInOrder waiting_;
+  HeldInOrder refused_;
   bool isEnding_ = false;
   bool isPaused_ = false;
 };
@@ -210,14 +242,14 @@ void AnswerConnection(FileDescriptor connection, Workers* workers) {
   workers->Start(std::move(connection));
   while (!workers->AreDone()) {
     pollfd entry = {signals.Number(), POLLIN, 0};
-    poll(&entry, 1, workers->NextEvent());
+    poll(&entry, 1, MillisecondsUntil(workers->NextEvent()));
     if (TakeSignals(signals)) workers->EndAll();
     workers->Tend();
   }
 }
 
-void Serve(const Listener& listener, Workers* workers, std::size_t maxWaiting) {
-  Server(listener, workers, maxWaiting).Run();
+void Serve(const Listener& listener, Workers* workers, const Queue& queue) {
+  Server(listener, workers, queue).Run();
 }
 
 }  // namespace tavithumb::apps::web

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <string>
 
@@ -32,8 +33,14 @@ class Listener {
 // Answers this one connection; returns when nothing is left of its worker.
 void AnswerConnection(FileDescriptor connection, Workers* workers);
 
+// The connections that wait until a worker is free: how many at most, and how long. All others are refused.
+struct Queue {
+  std::size_t longest;
+  std::chrono::milliseconds patience;
+};
+
 // Answers all connections, each by a worker, until SIGTERM or SIGINT; then those that are being answered still are,
-// until a second signal. `maxWaiting` connections wait until a worker is free; more are refused.
-void Serve(const Listener& listener, Workers* workers, std::size_t maxWaiting);
+// until a second signal.
+void Serve(const Listener& listener, Workers* workers, const Queue& queue);
 
 }  // namespace tavithumb::apps::web

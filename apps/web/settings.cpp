@@ -56,7 +56,8 @@ void AddOptions(CLI::App* app, Settings* settings, std::vector<std::string>* roo
       ->capture_default_str();
   app->add_option("--waiting", settings->waiting, "Requests that may wait; more get the status 503")
       ->capture_default_str();
-  app->add_option("--deadline", settings->deadlineSeconds, "Seconds for one request; after them it gets 504")
+  app->add_option("--deadline", settings->deadlineSeconds,
+                  "Seconds for one request, and to wait for its turn; after them it gets 504 or 503")
       ->check(CLI::Range(1, 86400))
       ->capture_default_str();
   app->add_option("--policy", settings->policyFolder, "Folder with the policy.xml for ImageMagick")

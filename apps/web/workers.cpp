@@ -38,6 +38,12 @@ bool HasEnded(pid_t process) {  // and remains to be waited for
 
 }  // namespace
 
+int MillisecondsUntil(Clock::time_point moment) {
+  if (moment == Clock::time_point::max()) return -1;
+  const auto wait = std::chrono::ceil<std::chrono::milliseconds>(moment - Clock::now());
+  return static_cast<int>(std::max<std::chrono::milliseconds::rep>(wait.count(), 0));
+}
+
 void Progress::SetRequest(const std::string& text) {
   request[text.copy(request.data(), request.size() - 1)] = '\0';
 }
@@ -135,13 +141,10 @@ void Workers::AnswerFor(Worker* worker) {
   if (!worker->progress->hasAnswered) Respond(connection.Number(), ErrorResponse(error, true));
 }
 
-int Workers::NextEvent() const {
-  if (workers_.empty()) return -1;
-  const auto next = std::min_element(workers_.begin(), workers_.end(), [](const Worker& one, const Worker& other) {
-    return one.deadline < other.deadline;
-  });
-  const auto wait = std::chrono::ceil<std::chrono::milliseconds>(next->deadline - Clock::now());
-  return static_cast<int>(std::max<std::chrono::milliseconds::rep>(wait.count(), 0));
+Clock::time_point Workers::NextEvent() const {
+  Clock::time_point next = Clock::time_point::max();
+  for (const Worker& worker : workers_) next = std::min(next, worker.deadline);
+  return next;
 }
 
 void Workers::EndAll() {

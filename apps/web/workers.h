@@ -16,6 +16,11 @@
 
 namespace tavithumb::apps::web {
 
+using Clock = std::chrono::steady_clock;
+
+// For poll(); the end of all time never comes.
+int MillisecondsUntil(Clock::time_point moment);
+
 // What a worker tells the process that started it, in memory that both share.
 struct Progress {
   std::atomic<bool> hasAnswered;  // bytes of the response may have been written
@@ -54,15 +59,13 @@ class Workers {
   // SIGCHLD and when NextEvent() has come.
   void Tend();
 
-  // The milliseconds until Tend() is due, -1 when only SIGCHLD can make it so.
-  int NextEvent() const;
+  // When Tend() is due next; the end of all time when only SIGCHLD can make it so.
+  Clock::time_point NextEvent() const;
 
   // Makes all of them past their deadline.
   void EndAll();
 
  private:
-  using Clock = std::chrono::steady_clock;
-
   enum class Stage { kRunning, kToldToEnd, kKilled };
 
   struct Worker {

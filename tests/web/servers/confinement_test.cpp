@@ -70,10 +70,10 @@ std::vector<std::string> Attempts() {
 
 class Roots : public testing::TestWithParam<Front> {};
 
-INSTANTIATE_TEST_SUITE_P(Through, Roots, testing::Values(Front::kNginxScgi, Front::kLighttpdScgi, Front::kLighttpdCgi),
-                         [](const testing::TestParamInfo<Front>& front) {
-                           return "Front" + std::to_string(front.index);
-                         });
+INSTANTIATE_TEST_SUITE_P(Through, Roots,
+                         testing::Values(Front::kNginxScgi, Front::kLighttpdScgi, Front::kNginxCgi,
+                                         Front::kLighttpdCgi),
+                         testing::PrintToStringParamName());
 
 TEST_P(Roots, AreNotLeftByAnyAddress) {
   const Site site(GetParam());

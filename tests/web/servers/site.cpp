@@ -175,6 +175,11 @@ std::string ScgiRequest(const std::vector<std::pair<std::string, std::string>>& 
   return std::to_string(block.size()) + ":" + block + ",";
 }
 
+void PrintTo(Front front, std::ostream* stream) {
+  const char* const names[] = {"None", "NginxByScgi", "LighttpdByScgi", "NginxByCgi", "LighttpdByCgi"};
+  *stream << names[static_cast<int>(front)];
+}
+
 Site::Site(Front front, const SiteOptions& options) : prefix_(options.prefix) {
   chmod(folder_.Path().c_str(), 0755);
   std::filesystem::create_directory(Photos());

@@ -5,6 +5,7 @@
 #include <temp_dir.h>
 
 #include <memory>
+#include <ostream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -49,6 +50,7 @@ class Process {
 
 // Which web server stands in front of the program, and how it reaches it.
 enum class Front { kNone, kNginxScgi, kLighttpdScgi, kNginxCgi, kLighttpdCgi };
+void PrintTo(Front front, std::ostream* stream);
 
 struct SiteOptions {
   std::vector<std::string> program;      // options besides roots and address

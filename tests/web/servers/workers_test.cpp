@@ -10,9 +10,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <filesystem>
+#include <map>
 #include <thread>
+#include <tuple>
 
 #include "site.h"
 
@@ -74,16 +77,26 @@ SiteOptions WithTool(const std::string& tool, const std::vector<std::string>& pr
   return options;
 }
 
+class WorkersBehind : public testing::TestWithParam<Front> {};
+
+INSTANTIATE_TEST_SUITE_P(Servers, WorkersBehind,
+                         testing::Values(Front::kNginxScgi, Front::kLighttpdScgi, Front::kNginxCgi,
+                                         Front::kLighttpdCgi),
+                         testing::PrintToStringParamName());
+
 // A JPEG's tool is djpeg, a TIFF's convert.
-class WorkersOf : public testing::TestWithParam<std::pair<const char*, const char*>> {};
+class WorkersOf : public testing::TestWithParam<std::tuple<Front, std::pair<const char*, const char*>>> {};
 
 INSTANTIATE_TEST_SUITE_P(Kinds, WorkersOf,
-                         testing::Values(std::pair("photo.jpg", "/usr/bin/djpeg"),
-                                         std::pair("scan.tif", "/usr/bin/convert")));
+                         testing::Combine(testing::Values(Front::kNginxScgi, Front::kLighttpdScgi, Front::kNginxCgi,
+                                                          Front::kLighttpdCgi),
+                                          testing::Values(std::pair("photo.jpg", "/usr/bin/djpeg"),
+                                                          std::pair("scan.tif", "/usr/bin/convert"))));
 
 TEST_P(WorkersOf, OneSourceRunTheToolOnceFor64Clients) {
-  const auto [name, tool] = GetParam();
-  const Site site(Front::kNginxScgi, WithTool("slow"));
+  const auto& [front, kind] = GetParam();
+  const auto& [name, tool] = kind;
+  const Site site(front, WithTool("slow"));
   RunTool({"/usr/bin/convert", "-size", "1600x1200", "-seed", "7", "plasma:", "+noise", "Gaussian", "-quality", "95",
            site / name});
   std::vector<Response> responses(64);
@@ -152,6 +165,37 @@ TEST(Workers, EndAToolThatHangsAndIgnoresTerm) {
   EXPECT_EQ(site.Noted("log: "), std::vector<std::string>{"GET /thumb/scan.tif?size=small: 504 it takes too long"});
 }
 
+TEST_P(WorkersBehind, AWebServerEndAToolThatHangsAndIgnoresTerm) {
+  const Site site(GetParam(), WithTool("hang", {"--deadline", "1"}));
+  MakeTiff(site / "scan.tif", 800, 600);
+  const Response response = site.Get(kSmall);
+  EXPECT_EQ(response.status, 504);
+  EXPECT_EQ(response.body, "it takes too long\n");
+  const std::vector<std::string> noted = site.Noted("run: ");
+  ASSERT_EQ(noted.size(), 2U);
+  for (int i = 0; i < 6000 && IsAlive(noted[1]); ++i) usleep(10000);
+  EXPECT_FALSE(IsAlive(noted[1]));
+}
+
+TEST_P(WorkersBehind, AWebServerAnswerEachOfAThousandClients) {
+  const Site site(GetParam(), WithTool("", {"--children", "1", "--waiting", "2"}));
+  MakeTiff(site / "scan.tif", 800, 600);
+  std::array<std::map<int, std::size_t>, 25> counts;
+  std::vector<std::thread> clients;
+  for (std::map<int, std::size_t>& count : counts) {
+    clients.emplace_back([&] {
+      for (int i = 0; i < 40; ++i) ++count[site.Get(kSmall).status];
+    });
+  }
+  for (std::thread& client : clients) client.join();
+  std::map<int, std::size_t> sum;
+  for (const std::map<int, std::size_t>& count : counts) {
+    for (const auto& [status, answers] : count) sum[status] += answers;
+  }
+  EXPECT_GT(sum[200], 0U);
+  EXPECT_EQ(sum[200] + sum[503], 1000U) << testing::PrintToString(sum);
+}
+
 TEST(Workers, AnswerForOneThatHasCrashed) {
   const Site site(Front::kNone, WithTool("crash"));
   MakeTiff(site / "scan.tif", 800, 600);
@@ -181,19 +225,43 @@ TEST(Workers, EndTheToolsOfOneThatWasKilled) {
   EXPECT_FALSE(IsAlive(tool));
 }
 
-TEST(Workers, RefuseWhatIsTooMuch) {
+// Requests that the program finds all at once, in their order.
+std::vector<std::string> AskAtOnce(const Site& site, std::size_t count) {
+  std::vector<int> connections;
+  const std::string request = ScgiRequest(GetOf(kSmall));
+  site.Program().Signal(SIGSTOP);
+  while (connections.size() < count) {
+    connections.push_back(site.ConnectScgi());
+    send(connections.back(), request.data(), request.size(), MSG_NOSIGNAL);
+  }
+  site.Program().Signal(SIGCONT);
+  std::vector<std::string> responses;
+  for (const int connection : connections) {
+    responses.push_back(ReadAll(connection));
+    close(connection);
+  }
+  return responses;
+}
+
+TEST(Workers, RefuseWhatIsTooMuchOrHasWaitedTooLong) {
   const Site site(Front::kNone, WithTool("hang", {"--deadline", "2", "--children", "1", "--waiting", "2"}));
   MakeTiff(site / "scan.tif", 800, 600);
-  std::vector<std::string> responses(5);
-  std::vector<std::thread> clients;
-  for (std::string& response : responses) {
-    clients.emplace_back([&] { response = site.Scgi(GetOf(kSmall)); });
-    usleep(50000);
-  }
-  for (std::thread& client : clients) client.join();
-  const std::string late = Error("504 Gateway Timeout", "it takes too long\n");
-  const std::string busy = Error("503 Service Unavailable", "too many requests are waiting\n", "Retry-After: 1\r\n");
-  EXPECT_EQ(responses, (std::vector<std::string>{late, late, late, busy, busy}));
+  const std::string late = Error("504 Gateway Timeout", "it takes too long\n"), more = "Retry-After: 1\r\n";
+  const std::string waited = Error("503 Service Unavailable", "it has waited too long\n", more);
+  const std::string busy = Error("503 Service Unavailable", "too many requests are waiting\n", more);
+  EXPECT_EQ(AskAtOnce(site, 5), (std::vector<std::string>{late, waited, waited, busy, busy}));
+}
+
+// A web server that is still sending its request takes a closed connection for a failure, and reads no answer.
+TEST(Workers, TakeTheRequestsThatAreRefused) {
+  const Site site(Front::kNone, WithTool("", {"--children", "1", "--waiting", "0"}));
+  const int busy = site.ConnectScgi(), refused = site.ConnectScgi();
+  EXPECT_EQ(ReadAll(refused),
+            Error("503 Service Unavailable", "too many requests are waiting\n", "Retry-After: 1\r\n"));
+  const std::string request = ScgiRequest(GetOf(kSmall));
+  EXPECT_EQ(send(refused, request.data(), request.size(), MSG_NOSIGNAL), static_cast<ssize_t>(request.size()));
+  close(refused);
+  close(busy);
 }
 
 TEST(Workers, SurviveAThousandClientsThatGoAway) {
@@ -219,6 +287,7 @@ TEST(Workers, SurviveAThousandClientsThatGoAway) {
   AwaitNoChildren(site);  // those that have gone may still wait for their turn
   EXPECT_EQ(site.Get(kSmall).status, 200);
   AwaitNoChildren(site);
+  for (int i = 0; i < 6000 && DescriptorsOf(site) != descriptors; ++i) usleep(10000);  // those refused are held a while
   EXPECT_EQ(ChildrenOf(site), 0U);
   EXPECT_EQ(DescriptorsOf(site), descriptors);
   EXPECT_EQ(ScratchFoldersOf(site), 0U);
@@ -228,6 +297,21 @@ TEST(Workers, EndAtTheirDeadlineWhenNothingIsAsked) {
   const Site site(Front::kNone, WithTool("", {"--deadline", "1"}));
   const int connection = site.ConnectScgi();
   EXPECT_EQ(ReadAll(connection), Error("504 Gateway Timeout", "it takes too long\n"));
+  close(connection);
+}
+
+TEST(Workers, EndAtTheirDeadlineWhenARequestOnlyTrickles) {
+  const Site site(Front::kNone, WithTool("", {"--deadline", "1"}));
+  const int connection = site.ConnectScgi();
+  std::thread client([connection] {
+    for (const char byte : ScgiRequest(GetOf(kSmall)) + std::string(1000, ' ')) {
+      if (send(connection, &byte, 1, MSG_NOSIGNAL) != 1) return;
+      usleep(50000);
+    }
+  });
+  EXPECT_EQ(ReadAll(connection), Error("504 Gateway Timeout", "it takes too long\n"));
+  shutdown(connection, SHUT_RDWR);
+  client.join();
   close(connection);
 }
 
