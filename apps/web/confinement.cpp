@@ -96,8 +96,8 @@ void Confinement::SetEnvironment(const Variables& variables) const {
   setenv("PATH", "/usr/bin:/bin", 1);
   setenv("MAGICK_CONFIGURE_PATH", policyFolder_.c_str(), 1);
   setenv("GATEWAY_INTERFACE", "CGI/1.1", 1);
-  for (const char* name :
-       {"REQUEST_METHOD", "HTTP_IF_NONE_MATCH", "HTTP_IF_MODIFIED_SINCE", "HTTP_IF_RANGE", "HTTP_RANGE"}) {
+  for (const char* name : {"REQUEST_METHOD", "HTTP_IF_MATCH", "HTTP_IF_UNMODIFIED_SINCE", "HTTP_IF_NONE_MATCH",
+                           "HTTP_IF_MODIFIED_SINCE", "HTTP_IF_RANGE", "HTTP_RANGE"}) {
     const auto variable = variables.find(name);
     if (variable != variables.end()) setenv(name, variable->second.c_str(), 1);
   }

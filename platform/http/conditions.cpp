@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "http/conditions.h"
 
+#include <strings.h>
+
 #include <algorithm>
 #include <charconv>
 #include <cstdlib>
@@ -26,27 +28,36 @@ void SkipSeparators(std::string_view* text) {
   text->remove_prefix(std::min(text->find_first_not_of(" \t,"), text->size()));
 }
 
-// The opaque part of the entity tag that the text begins with, quotes included, which is taken off the text; "" when
-// there is none.
+// The entity tag that the text begins with, quotes and "W/" included, which is taken off the text; "" when there is
+// none.
 std::string_view TakeEntityTag(std::string_view* text) {
-  if (text->substr(0, 2) == "W/") text->remove_prefix(2);
-  if (text->empty() || text->front() != '"') return "";
-  const std::size_t end = text->find('"', 1);
-  if (end == std::string_view::npos) return "";
+  const std::size_t quote = text->substr(0, 2) == "W/" ? 2 : 0;
+  const std::size_t end = text->find('"', quote + 1);
+  if (text->substr(quote, 1) != "\"" || end == std::string_view::npos) return "";
   const std::string_view tag = text->substr(0, end + 1);
   text->remove_prefix(end + 1);
   return tag;
 }
 
-// Weak comparison: "W/" makes no difference.
-bool HasTag(std::string_view list, std::string_view etag) {
+// Two tags are the same: strongly, or without regard to "W/".
+using Comparison = bool (*)(std::string_view, std::string_view);
+
+bool AreStronglyEqual(std::string_view tag, std::string_view etag) {
+  return tag == etag;
+}
+
+bool AreWeaklyEqual(std::string_view tag, std::string_view etag) {
+  return tag == etag || (tag.substr(0, 2) == "W/" && tag.substr(2) == etag);
+}
+
+bool HasTag(std::string_view list, std::string_view etag, Comparison areEqual) {
   SkipSpaces(&list);
   if (list == "*") return true;
   SkipSeparators(&list);
   while (!list.empty()) {
     const std::string_view tag = TakeEntityTag(&list);
     if (tag.empty()) return false;
-    if (tag == etag) return true;
+    if (areEqual(tag, etag)) return true;
     SkipSpaces(&list);
     if (!list.empty() && list.front() != ',') return false;
     SkipSeparators(&list);
@@ -54,15 +65,22 @@ bool HasTag(std::string_view list, std::string_view etag) {
   return false;
 }
 
+// The client insists on a version, and this is another one.
+bool IsAnother(const FileRequest& request, const FileVersion& version, std::int64_t now) {
+  if (!request.ifMatch.empty()) return !HasTag(request.ifMatch, version.etag, AreStronglyEqual);
+  const std::optional<std::int64_t> since = ParseHttpDate(request.ifUnmodifiedSince, now);
+  return since && version.modified > *since;
+}
+
 bool IsUnchanged(const FileRequest& request, const FileVersion& version, std::int64_t now) {
-  if (!request.ifNoneMatch.empty()) return HasTag(request.ifNoneMatch, version.etag);
+  if (!request.ifNoneMatch.empty()) return HasTag(request.ifNoneMatch, version.etag, AreWeaklyEqual);
   const std::optional<std::int64_t> since = ParseHttpDate(request.ifModifiedSince, now);
   return since && version.modified <= *since;
 }
 
-// Strong comparison: a weak tag never fits; a date has to be the very one.
+// A weak tag never fits; a date has to be the very one.
 bool AllowsRange(const FileRequest& request, const FileVersion& version, std::int64_t now) {
-  if (request.ifRange.empty() || request.ifRange == version.etag) return true;
+  if (request.ifRange.empty() || AreStronglyEqual(request.ifRange, version.etag)) return true;
   return ParseHttpDate(request.ifRange, now) == version.modified;
 }
 
@@ -83,11 +101,16 @@ Decision Suffix(std::uint64_t length, std::uint64_t size) {
   return {Outcome::kPart, size - sent, sent};
 }
 
+// Names of units are the same in capitals.
+bool BeginsWith(std::string_view range, std::string_view unit) {
+  return range.size() >= unit.size() && strncasecmp(range.data(), unit.data(), unit.size()) == 0;
+}
+
 // One range of bytes; anything else is not understood, which is allowed.
 std::optional<Decision> ParseRange(std::string_view range, std::uint64_t size) {
   constexpr std::string_view unit = "bytes=";
   const std::size_t dash = range.find('-');
-  if (range.substr(0, unit.size()) != unit || dash == std::string_view::npos) return std::nullopt;
+  if (dash == std::string_view::npos || !BeginsWith(range, unit)) return std::nullopt;
   const std::string_view firstText = range.substr(unit.size(), dash - unit.size()), lastText = range.substr(dash + 1);
   const std::optional<std::uint64_t> first = ParsePosition(firstText), last = ParsePosition(lastText);
   if (firstText.empty()) return last ? std::optional(Suffix(*last, size)) : std::nullopt;
@@ -100,14 +123,23 @@ std::optional<Decision> ParseRange(std::string_view range, std::uint64_t size) {
 }  // namespace
 
 FileRequest RequestOfEnvironment() {
-  return {!Variable("GATEWAY_INTERFACE").empty(), Variable("REQUEST_METHOD"), Variable("HTTP_IF_NONE_MATCH"),
-          Variable("HTTP_IF_MODIFIED_SINCE"),     Variable("HTTP_IF_RANGE"),  Variable("HTTP_RANGE")};
+  FileRequest request;
+  request.isCgi = !Variable("GATEWAY_INTERFACE").empty();
+  request.method = Variable("REQUEST_METHOD");
+  request.ifMatch = Variable("HTTP_IF_MATCH");
+  request.ifUnmodifiedSince = Variable("HTTP_IF_UNMODIFIED_SINCE");
+  request.ifNoneMatch = Variable("HTTP_IF_NONE_MATCH");
+  request.ifModifiedSince = Variable("HTTP_IF_MODIFIED_SINCE");
+  request.ifRange = Variable("HTTP_IF_RANGE");
+  request.range = Variable("HTTP_RANGE");
+  return request;
 }
 
 Decision Decide(const FileRequest& request, const FileVersion& version, std::int64_t now) {
   const Decision whole = {Outcome::kWhole, 0, version.size};
   const bool isGet = request.method == "GET";
   if (!request.isCgi || (!isGet && request.method != "HEAD")) return whole;
+  if (IsAnother(request, version, now)) return {Outcome::kAnother, 0, 0};
   if (IsUnchanged(request, version, now)) return {Outcome::kNotModified, 0, 0};
   if (!isGet || request.range.empty() || !AllowsRange(request, version, now)) return whole;
   return ParseRange(request.range, version.size).value_or(whole);

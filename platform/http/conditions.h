@@ -12,6 +12,8 @@ namespace tavi {
 struct FileRequest {
   bool isCgi;  // otherwise nothing below counts
   std::string method;
+  std::string ifMatch;
+  std::string ifUnmodifiedSince;
   std::string ifNoneMatch;
   std::string ifModifiedSince;
   std::string ifRange;
@@ -28,7 +30,13 @@ struct FileVersion {
   std::uint64_t size;     // bytes
 };
 
-enum class Outcome { kWhole, kPart, kNotModified, kUnsatisfiable };
+enum class Outcome {
+  kWhole,
+  kPart,
+  kNotModified,    // the client has it
+  kAnother,        // the client wants another version only
+  kUnsatisfiable,  // there are no such bytes
+};
 
 struct Decision {
   Outcome outcome;
@@ -36,8 +44,9 @@ struct Decision {
   std::uint64_t length;  // bytes
 };
 
-// What of the file is to be sent, by the precedence of RFC 9110: If-None-Match, which If-Modified-Since yields to, then
-// Range, if If-Range allows it. What can't be understood is as if it were not there. `now` in seconds since the epoch.
+// What of the file is to be sent, by the precedence of RFC 9110: If-Match, which If-Unmodified-Since yields to, then
+// If-None-Match, which If-Modified-Since yields to, then Range, if If-Range allows it. What can't be understood is as
+// if it were not there. `now` in seconds since the epoch.
 Decision Decide(const FileRequest& request, const FileVersion& version, std::int64_t now);
 
 }  // namespace tavi

@@ -99,15 +99,29 @@ std::string Content(const char* mimeType, std::uint64_t length) {
   return Header("Content-Type", mimeType) + Header("Content-Length", std::to_string(length));
 }
 
+// One line for people, in place of content; "" where there is none to be replaced.
+std::string Explanation(Outcome outcome) {
+  if (outcome == Outcome::kAnother) return "it is another version now\n";
+  if (outcome == Outcome::kUnsatisfiable) return "it has no such bytes\n";
+  return "";
+}
+
+// Errors are never stored, whatever the caller has said of caching.
+std::string ErrorHeaders(const char* status, Outcome outcome) {
+  return Header("Status", status) + Header("Cache-Control", "no-store") +
+         Content("text/plain; charset=utf-8", Explanation(outcome).size());
+}
+
 std::string FileHeaders(const Decision& decision, const FileVersion& version, std::int64_t now, const char* mimeType) {
   const std::string size = std::to_string(version.size);
   const std::string validators = Validators(version, now), about = validators + Header("Accept-Ranges", "bytes");
   switch (decision.outcome) {
     case Outcome::kNotModified:
       return Header("Status", "304 Not Modified") + validators;
+    case Outcome::kAnother:
+      return ErrorHeaders("412 Precondition Failed", decision.outcome);
     case Outcome::kUnsatisfiable:
-      return Header("Status", "416 Range Not Satisfiable") + Header("Content-Range", "bytes */" + size) +
-             Header("Content-Length", "0") + about;
+      return ErrorHeaders("416 Range Not Satisfiable", decision.outcome) + Header("Content-Range", "bytes */" + size);
     case Outcome::kPart:
       return Header("Status", "206 Partial Content") + Content(mimeType, decision.length) +
              Header("Content-Range", "bytes " + std::to_string(decision.first) + "-" +
@@ -131,7 +145,9 @@ bool OutputFile(const FileRequest& request, const char* path, const char* mimeTy
   }
   if (!WriteHeaders(FileHeaders(decision, version, now, mimeType))) return false;
   if (request.method == "HEAD") return true;
-  return lseek(file.Get(), static_cast<off_t>(decision.first), SEEK_SET) != -1 &&
+  const std::string explanation = Explanation(decision.outcome);
+  return Write(explanation.data(), explanation.size()) &&
+         lseek(file.Get(), static_cast<off_t>(decision.first), SEEK_SET) != -1 &&
          WriteContent(file.Get(), decision.length);
 }
 

@@ -6,7 +6,8 @@
 
 // In a process that a web server has started, or that stands for one (GATEWAY_INTERFACE is set), the response is what
 // the CGI variables ask for: REQUEST_METHOD "HEAD" leaves out the content; HTTP_IF_NONE_MATCH, HTTP_IF_MODIFIED_SINCE,
-// HTTP_IF_RANGE and HTTP_RANGE make it 304, 206 or 416. Otherwise it is the plain one: type, length and content.
+// HTTP_IF_RANGE and HTTP_RANGE make it 304, 206 or 416, HTTP_IF_MATCH and HTTP_IF_UNMODIFIED_SINCE 412. Otherwise it is
+// the plain one: type, length and content.
 class __attribute__((visibility("default"))) HTTPFileOutputer {
  public:
   // Writes the headers that are still missing and the content of the file at `path` to standard output, behind what

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// What a request says about parts and versions: four lines, and the file's size in the first eight bytes.
+// What a request says about parts and versions: six lines, and the file's size in the first eight bytes.
 #include <cstring>
 
 #include "fuzz.h"
@@ -13,7 +13,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   tavi::FileRequest request = {};
   request.isCgi = true;
   request.method = "GET";
-  for (std::string* line : {&request.range, &request.ifRange, &request.ifNoneMatch, &request.ifModifiedSince}) {
+  for (std::string* line : {&request.range, &request.ifRange, &request.ifNoneMatch, &request.ifModifiedSince,
+                            &request.ifMatch, &request.ifUnmodifiedSince}) {
     const std::size_t end = rest.find('\n');
     *line = rest.substr(0, end);
     rest.erase(0, end == rest.npos ? end : end + 1);

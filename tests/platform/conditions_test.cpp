@@ -13,7 +13,7 @@ bool operator==(const Decision& one, const Decision& other) {
 }
 
 std::ostream& operator<<(std::ostream& stream, const Decision& decision) {
-  const char* const names[] = {"whole", "part", "not modified", "unsatisfiable"};
+  const char* const names[] = {"whole", "part", "not modified", "another", "unsatisfiable"};
   return stream << names[static_cast<int>(decision.outcome)] << " " << decision.first << "+" << decision.length;
 }
 
@@ -31,6 +31,7 @@ const tavi::FileVersion kVersion = {"\"tag\"", 784111777, 1000};
 
 const Decision kWhole = {Outcome::kWhole, 0, 1000};
 const Decision kNotModified = {Outcome::kNotModified, 0, 0};
+const Decision kAnother = {Outcome::kAnother, 0, 0};
 const Decision kUnsatisfiable = {Outcome::kUnsatisfiable, 0, 0};
 
 Decision Part(std::uint64_t first, std::uint64_t length) {
@@ -64,6 +65,8 @@ TEST(Range, IsAPartOfTheFile) {
       {"bytes=0-99999999999999999999999", Part(0, 1000)},
       {"bytes=-99999999999999999999999", Part(0, 1000)},
       {"bytes=0-18446744073709551615", Part(0, 1000)},
+      {"Bytes=0-1", Part(0, 2)},
+      {"BYTES=-1", Part(999, 1)},
   };
   for (const auto& [range, expected] : rows) EXPECT_EQ(DecideRange(range), expected) << range;
 }
@@ -83,7 +86,7 @@ TEST(Range, CannotBeMetBehindTheFilesEnd) {
 TEST(Range, IsIgnoredWhenItIsNotUnderstood) {
   for (const char* range : {"", "bytes", "bytes=", "bytes=-", "bytes=a-b", "bytes=1-b", "bytes=a-1", "bytes=5-4",
                             "bytes=0-1,3-4", "bytes= 0-1", "bytes=0 -1", "bytes=0-1 ", "bytes=+1-2", "bytes=--1",
-                            "bytes=0x1-2", "lines=0-1", "Bytes=0-1", "0-1"}) {
+                            "bytes=0x1-2", "lines=0-1", "byte=0-1", "0-1"}) {
     EXPECT_EQ(DecideRange(range), kWhole) << range;
   }
 }
@@ -145,6 +148,35 @@ TEST(IfNoneMatch, ComparesTagsWeakly) {
   }
 }
 
+TEST(IfMatch, ComparesTagsStrongly) {
+  const std::pair<const char*, Decision> rows[] = {
+      {"\"tag\"", kWhole},       {"*", kWhole},       {"\"a\", \"tag\"", kWhole},     {"W/\"a\", \"tag\"", kWhole},
+      {"W/\"tag\"", kAnother},   {"\"a\"", kAnother}, {"\"a\", W/\"tag\"", kAnother}, {"tag", kAnother},
+      {"W/W/\"tag\"", kAnother},
+  };
+  for (const auto& [tags, expected] : rows) {
+    FileRequest request = Get();
+    request.ifMatch = tags;
+    EXPECT_EQ(tavi::Decide(request, kVersion, kNow), expected) << tags;
+    request.method = "HEAD";
+    EXPECT_EQ(tavi::Decide(request, kVersion, kNow), expected) << tags << " for HEAD";
+  }
+}
+
+TEST(IfUnmodifiedSince, ComparesSeconds) {
+  const std::pair<const char*, Decision> rows[] = {
+      {"Sun, 06 Nov 1994 08:49:37 GMT", kWhole},
+      {"Sun, 06 Nov 1994 08:49:38 GMT", kWhole},
+      {"Sun, 06 Nov 1994 08:49:36 GMT", kAnother},
+      {"yesterday", kWhole},
+  };
+  for (const auto& [since, expected] : rows) {
+    FileRequest request = Get();
+    request.ifUnmodifiedSince = since;
+    EXPECT_EQ(tavi::Decide(request, kVersion, kNow), expected) << since;
+  }
+}
+
 TEST(IfModifiedSince, ComparesSeconds) {
   const std::pair<const char*, Decision> rows[] = {
       {"Sun, 06 Nov 1994 08:49:37 GMT", kNotModified}, {"Sun, 06 Nov 1994 08:49:38 GMT", kNotModified},
@@ -167,11 +199,16 @@ TEST(Conditions, HaveTheirOrder) {
   EXPECT_EQ(tavi::Decide(request, kVersion, kNow), Part(0, 2));
   request.ifNoneMatch = "\"tag\"";
   EXPECT_EQ(tavi::Decide(request, kVersion, kNow), kNotModified) << "before any part";
+  request.ifUnmodifiedSince = "Sun, 06 Nov 1994 08:49:36 GMT";
+  EXPECT_EQ(tavi::Decide(request, kVersion, kNow), kAnother) << "before all others";
+  request.ifMatch = "\"tag\"";
+  EXPECT_EQ(tavi::Decide(request, kVersion, kNow), kNotModified) << "a date does not count beside tags";
 }
 
 TEST(Conditions, AreForCgiAlone) {
   FileRequest request = Get();
   request.isCgi = false;
+  request.ifMatch = "\"other\"";
   request.ifNoneMatch = "*";
   request.range = "bytes=0-1";
   EXPECT_EQ(tavi::Decide(request, kVersion, kNow), kWhole);
@@ -180,6 +217,7 @@ TEST(Conditions, AreForCgiAlone) {
 TEST(Conditions, AreForGetAndHeadAlone) {
   FileRequest request = Get();
   request.method = "POST";
+  request.ifMatch = "\"other\"";
   request.ifNoneMatch = "*";
   EXPECT_EQ(tavi::Decide(request, kVersion, kNow), kWhole);
 }

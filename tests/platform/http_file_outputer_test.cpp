@@ -451,11 +451,31 @@ TEST(HTTPFileOutputerForCgi, TellsTheTimeOfTheAnswerForAFileFromTheFuture) {
   EXPECT_THAT(possible, testing::Contains(response));
 }
 
+// Behind the caller's line about caching, which an error must not keep to.
+std::string Refusal(const std::string& status, const std::string& body, const std::string& more) {
+  return kCaching + "Status: " + status +
+         "\r\nCache-Control: no-store\r\nContent-Type: text/plain; charset=utf-8\r\nContent-Length: " +
+         std::to_string(body.size()) + "\r\n" + more + "\r\n";
+}
+
 TEST(HTTPFileOutputerForCgi, RefusesAPartThatIsNotThere) {
   const FileForCgi file;
+  const std::string body = "it has no such bytes\n";
   EXPECT_EQ(Answer(file.path, {{"REQUEST_METHOD", "GET"}, {"HTTP_RANGE", "bytes=10-"}}),
-            kCaching + "Status: 416 Range Not Satisfiable\r\nContent-Range: bytes */10\r\nContent-Length: 0\r\n" +
-                file.Validators() + "Accept-Ranges: bytes\r\n\r\n");
+            Refusal("416 Range Not Satisfiable", body, "Content-Range: bytes */10\r\n") + body);
+}
+
+TEST(HTTPFileOutputerForCgi, RefusesAVersionThatIsGone) {
+  const FileForCgi file;
+  const std::string body = "it is another version now\n", headers = Refusal("412 Precondition Failed", body, "");
+  const std::pair<const char*, const char*> conditions[] = {
+      {"HTTP_IF_MATCH", "\"other\""}, {"HTTP_IF_UNMODIFIED_SINCE", "Tue, 14 Nov 2023 22:13:19 GMT"}};
+  for (const auto& [name, value] : conditions) {
+    EXPECT_EQ(Answer(file.path, {{"REQUEST_METHOD", "GET"}, {name, value}}), headers + body) << name;
+    EXPECT_EQ(Answer(file.path, {{"REQUEST_METHOD", "HEAD"}, {name, value}}), headers) << name;
+  }
+  EXPECT_EQ(Answer(file.path, {{"REQUEST_METHOD", "GET"}, {"HTTP_IF_MATCH", EtagOf(file.path)}}),
+            file.Whole() + "0123456789");
 }
 
 std::time_t LastRead(const std::string& path) {
@@ -469,6 +489,7 @@ TEST(HTTPFileOutputerForCgi, ReadsNoContentThatItDoesNotSend) {
   const std::vector<std::pair<std::string, std::string>> requests[] = {
       {{"REQUEST_METHOD", "GET"}, {"HTTP_IF_NONE_MATCH", "*"}},
       {{"REQUEST_METHOD", "GET"}, {"HTTP_RANGE", "bytes=10-"}},
+      {{"REQUEST_METHOD", "GET"}, {"HTTP_IF_MATCH", "\"other\""}},
       {{"REQUEST_METHOD", "HEAD"}},
   };
   for (const auto& request : requests) {

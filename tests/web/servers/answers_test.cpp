@@ -42,17 +42,23 @@ Headers ErrorHeaders(const std::string& body) {
           {"x-content-type-options", "nosniff"}};
 }
 
-class Answers : public testing::TestWithParam<Front> {};
-
-std::string NameOf(const testing::TestParamInfo<Front>& front) {
-  const char* const names[] = {"None", "NginxByScgi", "LighttpdByScgi", "NginxByCgi", "LighttpdByCgi"};
-  return names[static_cast<int>(front.param)];
+// An error of a file's delivery, behind the library's line about caching; the last word counts.
+void ExpectNeverStored(const Response& response) {
+  std::string caching;
+  for (const auto& [name, value] : response.headers) {
+    if (name == "cache-control") caching += value + ";";
+  }
+  EXPECT_NE(caching.find("no-store"), std::string::npos) << caching;
+  EXPECT_EQ(response.Header("content-type"), "text/plain; charset=utf-8");
+  EXPECT_EQ(response.Header("x-content-type-options"), "nosniff");
 }
+
+class Answers : public testing::TestWithParam<Front> {};
 
 INSTANTIATE_TEST_SUITE_P(Through, Answers,
                          testing::Values(Front::kNginxScgi, Front::kLighttpdScgi, Front::kNginxCgi,
                                          Front::kLighttpdCgi),
-                         NameOf);
+                         testing::PrintToStringParamName());
 
 // A JPEG so rich that a scaled one pays.
 void MakePhoto(const std::string& path) {
@@ -157,11 +163,26 @@ TEST_P(Answers, SendThePartThatIsAskedFor) {
   const Response beyond = site.Get(address, {"Range: bytes=" + size + "-"});
   EXPECT_EQ(beyond.status, 416);
   EXPECT_EQ(beyond.Header("content-range"), "bytes */" + size);
-  EXPECT_EQ(beyond.body, "");
+  EXPECT_EQ(beyond.body, "it has no such bytes\n");
+  ExpectNeverStored(beyond);
 
   const Response several = site.Get(address, {"Range: bytes=0-1,5-6"});
   EXPECT_EQ(several.status, 200);
   EXPECT_TRUE(several.body == content);
+}
+
+TEST_P(Answers, SendNothingOfAnotherVersion) {
+  const Site site(GetParam());
+  MakePng(site / "drawing.png", 800, 600);
+  const std::string address = "/original/drawing.png", etag = site.Get(address).Header("etag");
+  for (const std::string header : {"If-Match: \"other\"", "If-Unmodified-Since: Thu, 01 Jan 1970 00:00:00 GMT"}) {
+    SCOPED_TRACE(header);
+    const Response response = site.Get(address, {header, "Range: bytes=0-1"});
+    EXPECT_EQ(response.status, 412);
+    EXPECT_EQ(response.body, "it is another version now\n");
+    ExpectNeverStored(response);
+  }
+  EXPECT_EQ(site.Get(address, {"If-Match: " + etag, "Range: bytes=0-1"}).status, 206);
 }
 
 TEST_P(Answers, SendTheHeadersAloneForHead) {
