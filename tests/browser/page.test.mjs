@@ -6,6 +6,7 @@ import {readdirSync, statSync} from 'node:fs';
 import {join} from 'node:path';
 import {after, before, test} from 'node:test';
 import axe from 'axe-core';
+import {HtmlValidate} from 'html-validate';
 import {chromium} from 'playwright-core';
 
 const site = process.env.TAVITHUMB_URL;
@@ -212,6 +213,12 @@ for (const address of ['#/../../photo.jpg', '#/%2e%2E/photo.jpg', '#/./photo.jpg
   });
 }
 
+test('a folder that holds only folders is not said to be empty', async (t) => {
+  const page = await visitListed(t, {files: [], folders: [{name: 'sub', url: 'sub'}], unreadable: 0});
+  await page.getByRole('link', {name: 'sub'}).waitFor();
+  assert.equal(await page.locator('#note').textContent(), '');
+});
+
 test('folders that cannot be read are counted', async (t) => {
   for (const [unreadable, line] of [[1, '1 folder cannot be read.'], [2, '2 folders cannot be read.']]) {
     const page = await visitListed(t, {files: [], unreadable});
@@ -369,6 +376,28 @@ for (const colorScheme of ['light', 'dark']) {
     await check(list, 'list');
   });
 }
+
+test('the page and the lists are valid HTML', async (t) => {
+  const {request} = await newPage(t);
+  const validator = new HtmlValidate({extends: ['html-validate:standard'], rules: {'require-sri': 'off'}});
+  for (const address of ['', 'list/', 'list/odd%20ones', 'list/2024%20%C3%A9t%C3%A9']) {
+    const text = await (await request.get(site + address, {headers: {Accept: 'text/html'}})).text();
+    const {results} = await validator.validateString(text);
+    assert.deepEqual(results.flatMap(({messages}) => messages.map(({line, message}) => [line, message])), [], address);
+  }
+});
+
+test('without JavaScript what cannot be shown says so', async (t) => {
+  const page = await visit(t, 'list/odd%20ones', {javaScriptEnabled: false});
+  const saying = (name) => tile(page, name).evaluate((element) => {
+    const image = element.querySelector('img');
+    return image ? [image.naturalWidth > 0, getComputedStyle(image, '::after').content] : element.innerText;
+  });
+  await page.waitForLoadState('networkidle');
+  assert.deepEqual(await saying('damaged.jpg'), [false, '"Cannot be shown"']);
+  assert.equal(await saying('unseen.mp4'), 'Video\nunseen.mp4');
+  await page.screenshot({path: join(artifacts, 'list.png')});
+});
 
 test('without JavaScript a list with links and pictures takes the place of the page', async (t) => {
   const page = await visit(t, '', {javaScriptEnabled: false});

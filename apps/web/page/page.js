@@ -92,9 +92,11 @@ function showFolder(listing) {
   files = listing.files;
   fill(folders, listing.folders.map((folder) => make('li', {}, make('a', {href: `#/${folder.url}`}, folder.name))));
   fill(grid, files.map(tile));
-  const parts = [files.length ? counted(files.length, 'file', 'files') : 'There are no photos here'];
-  if (listing.unreadable) parts.push(`${counted(listing.unreadable, 'folder', 'folders')} cannot be read`);
-  byId('note').textContent = `${parts.join('. ')}.`;
+  const note = [];
+  if (files.length) note.push(`${counted(files.length, 'file', 'files')}.`);
+  else if (listing.folders.length === 0) note.push('There are no photos here.');
+  if (listing.unreadable) note.push(`${counted(listing.unreadable, 'folder', 'folders')} cannot be read.`);
+  byId('note').textContent = note.join(' ');
 }
 
 async function fetchFolder(url) {
