@@ -2,13 +2,16 @@
 // Nothing outside the roots is ever shown.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/landlock.h>
 #include <pictures.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cstdio>
 #include <filesystem>
+#include <functional>
 #include <thread>
 
 #include "site.h"
@@ -104,21 +107,39 @@ TEST_P(Roots, AreNotLeftByAnyAddress) {
   EXPECT_EQ(site.Noted("run: "), std::vector<std::string>{});
 }
 
+// Goes on with `swap` while it lives.
+class Swapping {
+ public:
+  explicit Swapping(const std::function<void()>& swap)
+      : thread_([this, swap] {
+          while (!ends_) swap();
+        }) {}
+  ~Swapping() {
+    ends_ = true;
+    thread_.join();
+  }
+  Swapping(const Swapping&) = delete;
+  Swapping& operator=(const Swapping&) = delete;
+
+ private:
+  std::atomic<bool> ends_{false};
+  std::thread thread_;
+};
+
 // Asks for `address` again and again while `swap` goes on; how many answers came, and that none was secret.
 std::size_t AskWhile(const Site& site, const std::string& address, const std::function<void()>& swap) {
-  std::atomic<bool> ends{false};
-  std::thread swapper([&] {
-    while (!ends) swap();
-  });
+  const Swapping swapping(swap);
   std::size_t answered = 0;
   for (int i = 0; i < 400; ++i) {
     const Response response = site.Get(address);
     EXPECT_FALSE(IsSecret(response.body)) << i;
     answered += response.status == 200 ? 1 : 0;
   }
-  ends = true;
-  swapper.join();
   return answered;
+}
+
+bool KnowsLandlock() {
+  return syscall(SYS_landlock_create_ruleset, nullptr, 0, LANDLOCK_CREATE_RULESET_VERSION) > 0;
 }
 
 TEST(RootsWithLinks, ShowNothingFromOutsideWhileALinkIsSwappedBackAndForth) {
@@ -137,17 +158,50 @@ TEST(RootsWithLinks, ShowNothingFromOutsideWhileALinkIsSwappedBackAndForth) {
 }
 
 // The name that has been looked up is swapped itself: only the system can keep the library inside then.
-TEST(RootsWithLinks, ShowNothingFromOutsideWhileAFolderIsSwappedForALink) {
-  const Site site(Front::kNginxScgi);
-  const Outside outside;
-  MakeSecret(outside / "photo.jpg");
-  fs::create_directories(site / "folder");
-  MakeJpeg(site / "folder/photo.jpg", 20, 10);
-  fs::create_symlink(outside / "", site / "link");
-  const std::size_t answered = AskWhile(site, "/original/folder/photo.jpg", [&] {
-    renameat2(AT_FDCWD, (site / "folder").c_str(), AT_FDCWD, (site / "link").c_str(), RENAME_EXCHANGE);
-  });
-  EXPECT_GT(answered, 0U);
+class RootsWithFolders : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (!KnowsLandlock()) GTEST_SKIP() << "this system knows no Landlock";
+    fs::create_directories(site_ / "folder");
+    fs::create_symlink(outside_ / "", site_ / "link");
+  }
+  void Swap() const {
+    renameat2(AT_FDCWD, (site_ / "folder").c_str(), AT_FDCWD, (site_ / "link").c_str(), RENAME_EXCHANGE);
+  }
+
+  const Site site_{Front::kNginxScgi};
+  const Outside outside_;
+};
+
+TEST_F(RootsWithFolders, ShowNothingFromOutsideWhileOneIsSwappedForALink) {
+  MakeSecret(outside_ / "photo.jpg");
+  MakeJpeg(site_ / "folder/photo.jpg", 20, 10);
+  EXPECT_GT(AskWhile(site_, "/original/folder/photo.jpg", [this] { Swap(); }), 0U);
+}
+
+// The tools look the name up once more.
+TEST_F(RootsWithFolders, MakeNoThumbnailOfWhatIsOutsideWhileOneIsSwappedForALink) {
+  RunTool({"/usr/bin/convert", "-size", "400x300", "xc:red", outside_ / "photo.tif"});
+  RunTool({"/usr/bin/convert", "-size", "400x300", "xc:blue", site_ / "folder/photo.tif"});
+  const auto expectFromInside = [](const Response& response) {
+    TempDir folder;
+    WriteFile(folder / "answer", response.body);
+    EXPECT_EQ(RunTool({"/usr/bin/convert", folder / "answer", "-format", "%[fx:mean.r<mean.b]", "info:"}), "1");
+  };
+  {
+    useconds_t pause = 0;
+    const Swapping swapping([this, &pause] {
+      Swap();
+      usleep(pause++ % 40 * 1000);
+    });
+    for (int side = 10; side < 160; ++side) {
+      const Response response = site_.Get("/thumb/folder/photo.tif?size=" + std::to_string(side));
+      if (response.status == 200) expectFromInside(response);
+    }
+  }
+  if (fs::is_symlink(site_ / "folder")) Swap();
+  expectFromInside(site_.Get("/thumb/folder/photo.tif?size=160"));
+  EXPECT_EQ(Names(outside_ / ""), std::vector<std::string>{"photo.tif"}) << "nothing is written there either";
 }
 
 TEST(RootsWithLinks, ShowWhatALinkLeadsToInside) {
