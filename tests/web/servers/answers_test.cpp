@@ -137,7 +137,9 @@ TEST_P(Answers, SendNothingAgainThatTheClientHas) {
     const Response again = site.Get(address, {header});
     EXPECT_EQ(again.status, 304);
     EXPECT_EQ(again.body, "");
-    EXPECT_EQ(again.Header("etag"), whole.Header("etag"));
+    for (const char* name : {"etag", "last-modified", "cache-control", "vary", "x-content-type-options"}) {
+      EXPECT_EQ(again.Header(name), whole.Header(name)) << name;
+    }
   }
   for (const std::string header : {"If-None-Match: \"other\"", "If-Modified-Since: Thu, 01 Jan 1970 00:00:00 GMT"}) {
     SCOPED_TRACE(header);
@@ -158,7 +160,11 @@ TEST_P(Answers, SendThePartThatIsAskedFor) {
   EXPECT_TRUE(part.body == content.substr(10, 10));
   EXPECT_EQ(part.Header("content-range"), "bytes 10-19/" + size);
   EXPECT_EQ(part.Header("content-length"), "10");
+  EXPECT_EQ(part.Header("x-content-type-options"), "nosniff");
   EXPECT_TRUE(site.Get(address, {"Range: bytes=-5"}).body == content.substr(content.size() - 5));
+  const Response ofThumbnail = site.Get("/thumb/drawing.png?size=medium", {"Range: bytes=1-3"});
+  EXPECT_EQ(ofThumbnail.status, 206);
+  EXPECT_EQ(ofThumbnail.body, "PNG");
 
   const Response beyond = site.Get(address, {"Range: bytes=" + size + "-"});
   EXPECT_EQ(beyond.status, 416);
