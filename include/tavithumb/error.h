@@ -8,28 +8,29 @@
 
 namespace tavithumb {
 
-// The one exception type that the library throws of its own. Decide by Code(); what() is for people.
-//
-//   601  the source cannot be examined: it cannot be stat'ed, or its metadata is damaged
-//   602  no image facts: the content is of no known image type; a job goes on without them
-//   603  the source cannot be opened for reading its metadata
-//
-// An Error is an ordinary value: copies are equal and independent. Besides it only standard exceptions leave the
-// library: std::out_of_range ("map::at") for a size name that has no entry in a table, std::invalid_argument or
-// std::out_of_range for an orientation tag that is no number, std::bad_alloc.
+/// The one exception type that the library throws of its own. Decide by Code(); what() is for people.
+///
+///     601  the source cannot be examined: it cannot be stat'ed, or its metadata is damaged
+///     602  no image facts: the content is of no known image type; a job goes on without them
+///     603  the source cannot be opened for reading its metadata
+///
+/// An Error is an ordinary value: copies are equal and independent. Besides it only standard exceptions leave the
+/// library: std::out_of_range ("map::at") for a size name that has no entry in a table, std::invalid_argument or
+/// std::out_of_range for an orientation tag that is no number, std::bad_alloc.
 class TAVITHUMB_API Error : public std::runtime_error {
  public:
-  // what() reads "(E<code>) ", trailing blank included.
+  /// what() reads "(E<code>) ", trailing blank included.
   explicit Error(int code);
 
-  // what() reads "(E<code>) <message>".
+  /// what() reads "(E<code>) <message>".
   Error(int code, const std::string& message);
 
+  /// 601, 602 or 603.
   int Code() const { return code_; }
 
  protected:
-  int code_;
-  std::string message_;
+  int code_;             ///< what Code() tells
+  std::string message_;  ///< without code and prefix; "" when there is none
 };
 
 }  // namespace tavithumb
