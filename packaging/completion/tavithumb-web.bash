@@ -1,0 +1,22 @@
+# SPDX-License-Identifier: GPL-3.0-or-later
+# Completion of tavithumb-web for bash, with the helpers of bash-completion.
+
+_tavithumb_web() {
+  local cur prev words cword split
+  _init_completion -s || return
+  case $prev in
+    --config | --scgi) _filedir; return ;;
+    --root)
+      cur=${cur#*=}
+      _filedir -d
+      return
+      ;;
+    --policy) _filedir -d; return ;;
+    --children | --waiting | --deadline | --tool-*) return ;;
+  esac
+  $split && return
+  COMPREPLY=($(compgen -W "-h --help --version --config --root --scgi --hidden --children --waiting --deadline --policy
+    --tool-cpu --tool-memory --tool-file-size --tool-files" -- "$cur"))
+}
+
+complete -F _tavithumb_web tavithumb-web

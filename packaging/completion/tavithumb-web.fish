@@ -1,0 +1,16 @@
+# SPDX-License-Identifier: GPL-3.0-or-later
+# Completion of tavithumb-web for fish.
+complete -c tavithumb-web -f -s h -l help -d 'Print a help and exit'
+complete -c tavithumb-web -f -l version -d 'Print the version and exit'
+complete -c tavithumb-web -l config -r -d 'Read options from this file'
+complete -c tavithumb-web -l root -x -a '(__fish_complete_directories)' -d 'A folder to show'
+complete -c tavithumb-web -l scgi -r -d 'Listen at a socket or HOST:PORT'
+complete -c tavithumb-web -f -l hidden -d 'Show names that begin with a dot'
+complete -c tavithumb-web -l children -x -d 'Requests answered at once'
+complete -c tavithumb-web -l waiting -x -d 'Requests that may wait'
+complete -c tavithumb-web -l deadline -x -d 'Seconds for one request'
+complete -c tavithumb-web -l policy -x -a '(__fish_complete_directories)' -d 'Folder with the policy.xml for ImageMagick'
+complete -c tavithumb-web -l tool-cpu -x -d 'Processor seconds for one tool'
+complete -c tavithumb-web -l tool-memory -x -d 'MiB of address space for one tool'
+complete -c tavithumb-web -l tool-file-size -x -d 'MiB for each file that a tool writes'
+complete -c tavithumb-web -l tool-files -x -d 'Files that a tool may have open'
