@@ -1,0 +1,145 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: GPL-3.0-or-later
+# commands_test.sh SOURCE BUILD   Each command of the documents is run: here, or by the test that commands.txt names.
+set -uo pipefail
+export checkout=$1 build=$2
+tests=$(dirname "$(readlink -f "$0")")
+cd "$checkout" || exit 1
+git rev-parse --git-dir >/dev/null 2>&1 || { echo "SKIPPED: not a checkout of git"; exit 77; }
+
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+failures=0
+fail() {
+  echo "FAILED: $1"
+  failures=$((failures + 1))
+}
+
+# answers_until_ended COMMAND...   It prints the address of a page, which is there; Ctrl-C ends it.
+answers_until_ended() {
+  local address="" process status=1
+  setsid "$@" >"$sandbox/printed" 2>&1 &
+  process=$!
+  for ((i = 0; i < 6000; i++)); do
+    address=$(grep -m 1 '^http://' "$sandbox/printed") && break
+    kill -0 "$process" 2>/dev/null || break
+    sleep 0.1
+  done
+  [ -n "$address" ] && curl -sf -m 20 -o "$sandbox/page" "$address" && status=0
+  kill -INT -- "-$process" 2>/dev/null
+  wait "$process"
+  [ "$status" -eq 0 ] || cat "$sandbox/printed"
+  return "$status"
+}
+
+# listens_until_ended ADDRESS COMMAND...   It listens at a socket's path or HOST:PORT; then it is ended.
+listens_until_ended() {
+  local address=$1 process i status=1
+  shift
+  mkdir -p "$(dirname "$address")"
+  "$@" &
+  process=$!
+  for ((i = 0; i < 200 && status != 0; i++)); do
+    { [ -S "$address" ] || (exec 3<>"/dev/tcp/${address/:/\/}") 2>/dev/null; } && status=0
+    sleep 0.1
+  done
+  kill "$process"
+  wait "$process"
+  return "$status"
+}
+
+# measures COMMAND...   It prints its table. On a loaded machine bounds may not hold; that is no matter here.
+measures() {
+  "$@" >"$sandbox/table"
+  [ $? -le 1 ] && head -n 1 "$sandbox/table" | grep -q '^what .* holds$'
+}
+export -f answers_until_ended listens_until_ended measures
+
+make_pictures() {
+  local name
+  /usr/bin/convert -size 1600x1200 -seed 7 plasma: -quality 95 "$work/scene.jpg"
+  heif-enc -q 60 "$work/scene.jpg" -o "$work/scene.heic" >"$work/log" 2>&1 || fail "heif-enc: $(cat "$work/log")"
+  /usr/bin/convert "$work/scene.jpg" -resize 120 "$work/small.jpg"
+}
+
+# A machine's folders for one document, and what would change this machine replaced by something harmless.
+make_sandbox() {
+  local name
+  export sandbox=$work/sandbox pictures=$work/sandbox/srv/photos
+  rm -rf "$sandbox"
+  mkdir -p "$pictures/.tavi_ea/clip.mp4" "$sandbox"/{srv/films,etc/systemd/system,run,bin,home}
+  for name in IMG_1234.JPG photo.jpg a.jpg b.jpg; do cp "$work/scene.jpg" "$pictures/$name"; done
+  for name in photo-360.jpg a-120.jpg b-120.jpg .tavi_ea/clip.mp4/TAVIVIDEO_VIDEO_SCREENSHOT.jpg; do
+    cp "$work/small.jpg" "$pictures/$name"
+  done
+  cp "$work/scene.heic" "$pictures/-strange-name-.heic"
+  : >"$pictures/clip.mp4"
+  touch -d '1 minute ago' "$pictures/clip.mp4"
+  printf 'first\nsecond\n' >"$pictures/hosts"
+
+  stand_in sudo 'exec "$@"'
+  stand_in useradd 'exit 0'
+  stand_in systemctl 'exec /usr/bin/systemctl --root="$sandbox" ${@/--now/--quiet}'
+  # Other machines are this one.
+  stand_in ssh 'while [ "$1" != first ] && [ "$1" != second ]; do shift; done; [ "$2" != -- ] || shift; shift; cd "$HOME"; exec sh -c "$*"'
+  stand_in sbatch 'export SLURM_ARRAY_TASK_COUNT=16
+    for ((SLURM_ARRAY_TASK_ID = 0; SLURM_ARRAY_TASK_ID < 16; SLURM_ARRAY_TASK_ID++)); do
+      export SLURM_ARRAY_TASK_ID; sh -c "${@: -1}" || exit 1
+    done'
+  cmake --install "$build" --prefix "$sandbox/usr" >"$work/log" || fail "cmake --install: $(cat "$work/log")"
+}
+
+stand_in() { # stand_in NAME SCRIPT
+  printf '#!/bin/bash\n%s\n' "$2" >"$sandbox/bin/$1"
+  chmod 755 "$sandbox/bin/$1"
+}
+
+in_sandbox() { sed -E "s#(^|[ =])/(srv|etc|run)/#\1$sandbox/\2/#g"; }
+
+# run FOLDER COMMAND OUTPUT
+run() {
+  local status=0 expected
+  echo "$2"
+  (cd "$1" && PATH=$sandbox/bin:$sandbox/usr/bin:$sandbox/usr/sbin:$PATH DESTDIR=$sandbox \
+    timeout 1200 bash -c "$(in_sandbox <<<"$2")") >"$work/out" 2>"$work/err" || status=$?
+  [ "$status" -eq 0 ] || fail "exit $status of '$2': $(cat "$work/err" "$work/out")"
+  [ -n "$3" ] || return
+  expected=$(printf '%b' "$3" | in_sandbox)
+  [ "$(cat "$work/out")" = "$expected" ] || fail "'$2' prints '$(cat "$work/out")', not '$expected'"
+}
+
+# Column 1 is a document, 2 a command of it, 3 what comes out.
+given=$work/given table=$work/table
+for document in *.md docs/*.md docs/man/*.scd; do
+  awk -f "$tests/commands.awk" "$document" | sed "s#^#$document\t#"
+done >"$given"
+awk '/^#/ || /^$/ { next } /^    / { sub(/^    /, ""); print document "\t" command "\t" $0; next }
+     /^  / { sub(/^  /, ""); command = $0; next } { document = $0 }' "$tests/commands.txt" >"$table"
+
+# A row may stand for a document of a part that is not there.
+while IFS=$'\t' read -r document command _; do
+  [ ! -f "$document" ] || cut -f 1,2 "$given" | grep -qxF "$document"$'\t'"$command" ||
+    fail "commands.txt: $document has no command '$command'"
+done <"$table"
+
+known_tests=$(ctest --test-dir "$build" -N | sed -n 's/^ *Test *#[0-9]*: //p')
+make_pictures
+export port=$((20000 + RANDOM % 20000))
+of=""
+while IFS=$'\t' read -r document command output <&4; do
+  how=$(awk -F '\t' -v document="$document" -v command="${command//\\/\\\\}" \
+    '$1 == document && $2 == command { print $3; exit }' "$table")
+  [ "$of" = "$document" ] || make_sandbox
+  of=$document
+  case $how in
+    pictures) run "$pictures" "$command" "$output" ;;
+    "pictures: "*) run "$pictures" "${how#*: }" "$output" ;;
+    checkout) run "$checkout" "$command" "$output" ;;
+    "checkout: "*) run "$checkout" "${how#*: }" "$output" ;;
+    "test: "*) grep -qxF "${how#*: }" <<<"$known_tests" || fail "there is no test ${how#*: }, named for '$command'" ;;
+    "gate: "*) grep -qxF "run ${how#*: }" .ci/run || fail ".ci/run has no step ${how#*: }, named for '$command'" ;;
+    "shown: "*) ;;
+    *) fail "$document: nothing in commands.txt says what runs '$command'" ;;
+  esac
+done 4<"$given"
+[ "$failures" -eq 0 ]
