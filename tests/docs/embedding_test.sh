@@ -1,12 +1,15 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: GPL-3.0-or-later
-# embedding_test.sh SOURCE BUILD [FLAGS]   The callers in docs/embedding.md, taken out of the document, compile without a
-# warning, are at most twenty lines long, and do what is said of them.
+# embedding_test.sh SOURCE BUILD [FLAGS]   The callers in docs/embedding.md and libtavithumb(3), taken out of the documents,
+# compile without a warning, are at most twenty lines long, and do what is said of them.
 set -uo pipefail
 source=$1 build=$2 flags=${3-}
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 failures=0
+for needed in scdoc man; do
+  command -v "$needed" >/dev/null || { echo "SKIPPED: $needed is not installed"; exit 77; }
+done
 fail() {
   echo "FAILED: $1"
   failures=$((failures + 1))
@@ -16,13 +19,16 @@ cd "$work" || exit 1
 # Each block begins with its name: "// ask.cpp: prints ...". What stands in an #include or is blank is no line of a caller.
 awk '/^```cpp$/ { getline; name = $2; sub(":", "", name) } /^```$/ { name = "" } name { print > name }' \
   "$source/docs/embedding.md"
-[ "$(ls ./*.cpp)" = "$(printf './%s.cpp\n' ahead ask serve store)" ] || fail "other callers: $(echo ./*.cpp)"
+# The man page has one, taken as readers see it.
+scdoc <"$source/docs/man/libtavithumb.3.scd" | LC_ALL=C MANWIDTH=120 man -l -E ascii - | col -b |
+  sed '1,/^EXAMPLE$/d; /^SEE ALSO$/,$d' >example.cpp
+[ "$(ls ./*.cpp)" = "$(printf './%s.cpp\n' ahead ask example serve store)" ] || fail "other callers: $(echo ./*.cpp)"
 
 cmake --install "$build" --prefix "$work/prefix" >"$work/log" || fail "cmake --install: $(cat "$work/log")"
 lib=$(dirname "$(find "$work/prefix" -name libtavithumb.so)")
 export LD_LIBRARY_PATH=$lib PKG_CONFIG_PATH=$lib/pkgconfig
 for caller in *.cpp; do
-  [ "$(grep -cvE '^(#include.*|//.*|)$' "$caller")" -le 20 ] || fail "$caller has more than twenty lines"
+  [ "$(grep -cvE '^ *(#include.*|//.*|)$' "$caller")" -le 20 ] || fail "$caller has more than twenty lines"
   # shellcheck disable=SC2046,SC2086  # words
   c++ -std=c++17 -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror $flags "$caller" \
     $(pkg-config --cflags --libs tavithumb) -Wl,-rpath-link,"$lib" -o "${caller%.cpp}" || fail "$caller does not compile"
@@ -39,6 +45,7 @@ touch damaged.jpg
 
 expect "ask" "$entries/TAVIFILE_THUMB_M.png"$'\n0' "$(./ask "$photo"; echo "$?")"
 expect "what it made" "PNG 360x180" "$(type_of "$entries/TAVIFILE_THUMB_M.png")"
+expect "the man page's example" "$entries/TAVIFILE_THUMB_M.png"$'\n0' "$(./example "$photo"; echo "$?")"
 expect "ask, damaged" "1" "$(./ask "$work/damaged.jpg" 2>errors; echo "$?")"
 grep -q "^$work/damaged.jpg: (E601) " errors || fail "ask, damaged: $(cat errors)"
 expect "ask, gone" "1" "$(./ask "$work/gone.jpg" 2>errors; echo "$?")"
