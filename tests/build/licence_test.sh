@@ -11,7 +11,7 @@ silent='^(LICENSE|.*\.md|.*\.png|.*\.json|.*\.abi|debian/.*|tests/packaging/file
 failures=0
 while IFS= read -r -d '' file; do
   [[ $file =~ $silent || ! -f $file ]] && continue
-  head -n 5 "$file" | grep -aq 'SPDX-License-Identifier: GPL-3\.0-or-later' && continue
+  grep -aq 'SPDX-License-Identifier: GPL-3\.0-or-later' <(head -n 5 "$file") && continue
   echo "FAILED: $file names no licence"
   failures=$((failures + 1))
 done < <(git ls-files -z)
