@@ -91,8 +91,9 @@ class TAVITHUMB_API Thumb {
   // --- Making thumbnails ahead of time -----------------------------------------------------------------------------
 
   /// Makes each size now, in the order given, stored as CalcOutputFile() does, up to date or not. Facts are not read
-  /// here: a fresh job works without them. One that fails, or whose name is unknown, is logged or skipped and never
-  /// throws. Returns how many were made; the output file is that of the last.
+  /// here: without a CalcOutputFile() before it, a job makes only what dcraw finds in the source, unscaled. One that
+  /// fails, or whose name is unknown, is logged or skipped and never throws. Returns how many were made; the output
+  /// file is that of the last, "" when it failed.
   int Convert(std::initializer_list<std::string> sizeNames);
   /// The same for boxes in pixels.
   int Convert(std::initializer_list<ThumbDimension> boxes);
