@@ -6,7 +6,6 @@
 #include <tavithumb/util.h>
 
 #include <chrono>
-#include <cmath>
 #include <cstdio>
 #include <ctime>
 #include <filesystem>
@@ -83,11 +82,6 @@ std::optional<Problem> Ask(const std::string& path, const Request& request, Answ
   } catch (const std::exception&) {
     return ProblemOfException();
   }
-}
-
-double MillisecondsSince(std::chrono::steady_clock::time_point start) {
-  const std::chrono::duration<double, std::milli> elapsed = std::chrono::steady_clock::now() - start;
-  return std::round(elapsed.count() * 100) / 100;
 }
 
 std::string JsonAnswer(const std::string& source, const Answer& answer, const std::optional<Problem>& problem) {

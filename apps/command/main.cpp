@@ -20,11 +20,12 @@ constexpr char description[] = "Finds or makes thumbnails of photos, camera raw,
 
 constexpr char footer[] =
     "Exit codes:\n"
-    "  0  every file got an answer\n"
-    "  1  some did not; a line on standard error says which, why, and what to do\n"
-    "  2  bad usage\n"
+    "  0    all went well\n"
+    "  1    some files failed; a line on standard error says which, why, and what to do\n"
+    "  2    bad usage\n"
+    "  130  interrupted\n"
     "\n"
-    "'tavithumb get --help' and 'tavithumb info --help' tell more.";
+    "'tavithumb SUBCOMMAND --help' tells more.";
 
 ExitCode BadUsage(const std::string& message, const CLI::App& app) {
   const std::string subcommand = app.get_subcommands().empty() ? "" : app.get_subcommands().front()->get_name() + " ";
@@ -37,7 +38,7 @@ ExitCode Run(int argc, char** argv) {
   app.footer(footer)->require_subcommand(1);
   app.set_help_flag("-h,--help", "Print this help and exit");
   app.set_version_flag("--version", "tavithumb " TAVITHUMB_VERSION, "Print the version and exit");
-  const std::array subcommands = {AddGet(&app), AddInfo(&app)};
+  const std::array subcommands = {AddGet(&app), AddInfo(&app), AddMake(&app)};
   try {
     app.parse(argc, argv);
     const auto asked = std::find_if(subcommands.begin(), subcommands.end(),

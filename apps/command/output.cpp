@@ -2,6 +2,7 @@
 #include "output.h"
 
 #include <cerrno>
+#include <cmath>
 #include <cstdio>
 #include <iostream>
 #include <system_error>
@@ -13,6 +14,16 @@ namespace tavithumb::apps::command {
 void WriteOut(const std::string& text) {
   if (std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0) return;
   throw std::system_error(errno, std::generic_category(), "standard output");
+}
+
+double MillisecondsSince(std::chrono::steady_clock::time_point start) {
+  const std::chrono::duration<double, std::milli> elapsed = std::chrono::steady_clock::now() - start;
+  return std::round(elapsed.count() * 100) / 100;
+}
+
+void WriteSummary(const std::string& text, bool isTaken) {
+  if (!isTaken) return WriteOut(text);
+  std::cerr << text;
 }
 
 void WriteError(const std::string& message) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
+#include <chrono>
 #include <string>
 
 #include "common/reasons.h"
@@ -9,6 +10,12 @@ namespace tavithumb::apps::command {
 
 // Writes to standard output at once. Throws std::system_error when not all of it could be written.
 void WriteOut(const std::string& text);
+
+// As it is told to those who read JSON: with two decimals.
+double MillisecondsSince(std::chrono::steady_clock::time_point start);
+
+// Writes the lines `text` to standard output, as WriteOut() does, or to standard error when that is `isTaken`.
+void WriteSummary(const std::string& text, bool isTaken);
 
 // Writes "tavithumb: <message>" and a line end to standard error.
 void WriteError(const std::string& message);

@@ -23,6 +23,9 @@ class FileDescriptor {
   bool IsOpen() const { return number_ != -1; }
   int Number() const { return number_; }
 
+  // Somebody else owns it from here on.
+  int Release() { return std::exchange(number_, -1); }
+
  private:
   int number_;
 };

@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <tavithumb/error.h>
 #include <tavithumb/libtavithumb.h>
 #include <tavithumb/util.h>
@@ -28,12 +29,6 @@ using Kind = Problem::Kind;
 const Problem permissionDenied = {Kind::kForbidden, "permission denied", "ask its owner for the right to read it"};
 const Problem damaged = {Kind::kDamaged, "it is damaged", "get a fresh copy of it"};
 
-Problem ProblemOfStat(int error) {
-  if (error == ENOENT || error == ENOTDIR) return {Kind::kMissing, "it is not there", "check its name"};
-  if (error == EACCES) return permissionDenied;
-  return {Kind::kMissing, "it cannot be reached: " + std::generic_category().message(error), "check its path"};
-}
-
 Problem ProblemOfError(int code) {
   if (code == unknownType) return UnknownContent();
   if (code == cannotOpen) return {Kind::kForbidden, "it cannot be opened", "check that it is still there and readable"};
@@ -44,10 +39,19 @@ bool MayDo(const std::string& path, int mode) {
   return faccessat(AT_FDCWD, path.c_str(), mode, AT_EACCESS) == 0;
 }
 
+// Where a thumbnail of the source would lie there is no room for one.
+bool IsDiskFull(const std::string& path) {
+  constexpr unsigned long leastRoom = 1048576;
+  struct statvfs volume = {};
+  if (statvfs(file::Dirname(path).c_str(), &volume) != 0) return false;
+  return volume.f_bavail * volume.f_frsize < leastRoom || (volume.f_files != 0 && volume.f_favail == 0);
+}
+
 // Why no thumbnail can be stored beside the source, when that is so. The job has tried to make the folder for it. On
 // volumes that take no entries none is needed: thumbnails are made elsewhere.
 std::optional<Problem> WhyNotStored(const std::string& path) {
   if (!file::IsDestSupportEAWrite(file::Dirname(path))) return std::nullopt;
+  if (IsDiskFull(path)) return Problem{Kind::kNoPlace, "the disk is full", "make room on it"};
   const std::string entry = file::GetEAPath(path, "thumbnail");
   if (entry.empty()) {
     return Problem{Kind::kNoPlace, "there is no place beside it for a thumbnail",
@@ -71,9 +75,24 @@ bool HasPattern(const std::string& path) {
 
 }  // namespace
 
+Problem ProblemOfErrno(int error) {
+  if (error == ENOENT || error == ENOTDIR) return {Kind::kMissing, "it is not there", "check its name"};
+  if (error == EACCES) return permissionDenied;
+  return {Kind::kMissing, "it cannot be reached: " + std::generic_category().message(error), "check its path"};
+}
+
+Problem NoEntriesOnVolume() {
+  return {Kind::kNoPlace, "thumbnails cannot be kept on its volume",
+          "ask for them one by one with 'tavithumb get', or copy it to a local disk"};
+}
+
+Problem FolderAmongThumbs() {
+  return {Kind::kNoPlace, "it is a folder of thumbnails", "name the folder of the photos"};
+}
+
 std::optional<Problem> CheckSource(const std::string& path) {
   struct stat record = {};
-  if (stat(path.c_str(), &record) != 0) return ProblemOfStat(errno);
+  if (stat(path.c_str(), &record) != 0) return ProblemOfErrno(errno);
   if (S_ISDIR(record.st_mode)) return Problem{Kind::kMissing, "it is a folder", "name the files in it"};
   if (!S_ISREG(record.st_mode))
     return Problem{Kind::kMissing, "it is not a regular file", "name a photo or video file"};

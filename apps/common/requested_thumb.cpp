@@ -4,6 +4,7 @@
 #include <tavithumb/error.h>
 #include <tavithumb/thumb_convert_cmd.h>
 #include <tavithumb/util.h>
+#include <unistd.h>
 
 namespace tavithumb::apps {
 namespace {
@@ -16,6 +17,21 @@ constexpr int unknownType = 602;
 
 // The job's output type "BrovixVarTmp".
 constexpr std::int32_t brovixVarTmp = 3;
+
+// The same facts for another size.
+class ResizedInfo : public ThumbInfo {
+ public:
+  ResizedInfo(const ThumbInfo& facts, const std::string& name) : ThumbInfo(facts) {
+    size_ = name;
+    dimension_ = Thumb::strThumbSizeMap_.at(name);
+  }
+};
+
+// A decoded JPEG would take more bytes than the source has.
+bool IsCheaperAsItIs(const ThumbInfo& info, const std::string& path) {
+  return info.IsGood() && info.GetMimeType() == "image/jpeg" &&
+         info.GetFileSize() <= DJpegCmd(info, path, "").GetConvertBytes();
+}
 
 }  // namespace
 
@@ -38,6 +54,11 @@ void RequestedThumb::SetRequest() {
   Rotate(request_.quarterTurns);
 }
 
+void RequestedThumb::SetSize(const std::string& name) {
+  request_.size = {name, {0, 0}};
+  info_ = ResizedInfo(info_, name);
+}
+
 void RequestedThumb::ReadFacts() {
   try {
     info_.ExtractImgInfo(false);
@@ -53,6 +74,22 @@ bool RequestedThumb::FindStored() {
   if (tryBrovixEA_ && SetOutBrovixEA()) return true;
   if (isVideo_ && SetOutCinevoEA()) return true;
   return avatar_ && SetOutAvatar();
+}
+
+bool RequestedThumb::HasOutdated() const {
+  const std::string entry = GetOnlineOutputDest();
+  return access(entry.c_str(), F_OK) == 0 && !info_.IsThumbUptoDate(entry);
+}
+
+bool RequestedThumb::IsServedBySource() {
+  return (!info_.IsNeedConvert() || IsCheaperAsItIs(info_, srcPath_)) && !HasUsablePreview();
+}
+
+// One that fits the size becomes the thumbnail, even where the source would do. It is written to look at it.
+bool RequestedThumb::HasUsablePreview() {
+  info_.ExtractImgInfo(true);
+  const std::string preview = info_.GetEXIFPreviewTmpPath();
+  return !preview.empty() && unlink(preview.c_str()) == 0;
 }
 
 // A named size is resolved by its name, with the fall-back to smaller ones, a box as it stands in the job. A path

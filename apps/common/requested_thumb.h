@@ -19,6 +19,25 @@ class RequestedThumb : public Thumb {
   // Throws as Thumb does.
   RequestedThumb(const std::string& path, const Request& request);
 
+  // Asks for another size; what is known of the source stays known. For looking things up only: one job resolves one
+  // request.
+  void SetSize(const std::string& name);
+
+  // Reads what SetSize() keeps. Throws as ThumbInfo::ExtractImgInfo does, but for facts that don't exist.
+  void ReadFacts();
+
+  // The thumbnail that Resolve() would store lies there already, up to date or not. Unlike FindStored(), which does as
+  // the library does, these find what has been made of a source without facts.
+  bool HasStored() const { return info_.IsThumbUptoDate(GetOnlineOutputDest()); }
+  bool HasOutdated() const;
+
+  // Whether Resolve() would make a thumbnail where none is stored, or answer with the source itself.
+  bool IsServedBySource();
+
+  // The name in the EA directory under which thumbnails of the source are made; other temporary names there begin
+  // with it.
+  std::string TemporaryEntry() const { return info_.GetBrovixTmpThumbEAName(); }
+
   // An up-to-date thumbnail that lies ready in one of the places that the options name. Makes and writes nothing.
   // Throws as ThumbInfo::ExtractImgInfo does, but for facts that don't exist.
   bool FindStored();
@@ -43,7 +62,7 @@ class RequestedThumb : public Thumb {
 
  private:
   void SetRequest();
-  void ReadFacts();
+  bool HasUsablePreview();
   bool MakeTurned();
   void PreferAvatar();
 

@@ -14,9 +14,9 @@
 #include "common/names.h"
 #include "common/reasons.h"
 #include "common/requested_thumb.h"
+#include "common/source_lock.h"
 #include "web/http_error.h"
 #include "web/listing.h"
-#include "web/source_lock.h"
 #include "web/target.h"
 
 namespace tavithumb::apps::web {
@@ -58,7 +58,7 @@ Found FindSource(const Target& target, const Roots& roots) {
 
 // Only one process makes a thumbnail of a source; those that have waited find it stored.
 void Make(const Found& source, const Target& target, RequestedThumb* job, Progress* progress) {
-  const SourceLock lock(source);
+  const SourceLock lock(source.OpenPath());
   const ScratchFolder scratch(progress);
   if (!job->Resolve()) throw ErrorOf(WhyNoAnswer(job->Failed(), target.request));
   if (access(job->GetOutputFile().c_str(), R_OK) != 0) throw HttpError(kServiceUnavailable, "its thumbnail is gone");
@@ -89,7 +89,7 @@ void AnswerThumb(const Target& target, const Roots& roots, Progress* progress) {
   const Found source = FindSource(target, roots);
   WithProblems([&] {
     RequestedThumb stored(source.path, target.request);
-    if (stored.FindStored() && !IsBeingMade(source)) return Deliver(&stored, progress);
+    if (stored.FindStored() && !IsBeingMade(source.OpenPath())) return Deliver(&stored, progress);
     RequestedThumb made(source.path, target.request);
     Make(source, target, &made, progress);
     Deliver(&made, progress);

@@ -2,7 +2,6 @@
 #include "web/confinement.h"
 
 #include <fcntl.h>
-#include <glob.h>
 #include <linux/landlock.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
@@ -16,6 +15,8 @@
 #include <cstdlib>
 #include <filesystem>
 #include <system_error>
+
+#include "common/temporary_files.h"
 
 namespace tavithumb::apps::web {
 namespace {
@@ -104,11 +105,9 @@ void Confinement::SetEnvironment(const Variables& variables) const {
 }
 
 ScratchFolder::ScratchFolder(Progress* progress) : progress_(progress) {
-  std::string path = "/tmp/tavithumb-web.XXXXXX";
-  if (mkdtemp(path.data()) == nullptr) throw std::system_error(errno, std::generic_category(), path);
+  const std::string path = MakeScratchFolder("/tmp/tavithumb-web.XXXXXX");
   progress_->scratch[path.copy(progress_->scratch.data(), progress_->scratch.size() - 1)] = '\0';
-  setenv("TMPDIR", path.c_str(), 1);
-  setenv("MAGICK_TEMPORARY_PATH", path.c_str(), 1);
+  UseScratchFolder(path);
 }
 
 ScratchFolder::~ScratchFolder() {
@@ -117,15 +116,10 @@ ScratchFolder::~ScratchFolder() {
   progress_->scratch.front() = '\0';
 }
 
-// The library's own name for a preview that it has extracted begins with the number of its process.
 void RemoveLeftovers(pid_t worker, const Progress& progress) {
   std::error_code ignored;
   if (progress.scratch.front() != '\0') std::filesystem::remove_all(progress.scratch.data(), ignored);
-  glob_t previews = {};
-  if (glob(("/tmp/thumb." + std::to_string(worker) + ".*").c_str(), 0, nullptr, &previews) == 0) {
-    for (std::size_t i = 0; i < previews.gl_pathc; ++i) unlink(previews.gl_pathv[i]);
-  }
-  globfree(&previews);
+  RemovePreviews(worker);
 }
 
 }  // namespace tavithumb::apps::web

@@ -12,12 +12,11 @@
 #include <filesystem>
 #include <stdexcept>
 
+#include "common/ea_folder.h"
 #include "web/http_error.h"
 
 namespace tavithumb::apps::web {
 namespace {
-
-constexpr char thumbnailFolder[] = ".tavi_ea";
 
 FileDescriptor OpenBeneath(int folder, const std::string& path) {
   open_how how = {};
@@ -75,7 +74,7 @@ Root ParseRoot(const std::string& text) {
 }
 
 bool Roots::IsShown(const std::string& name) const {
-  return name != thumbnailFolder && (showsHidden_ || name.front() != '.');
+  return name != EAFolderName() && (showsHidden_ || name.front() != '.');
 }
 
 const Root& Roots::RootOf(const std::vector<std::string>& path) const {

@@ -26,6 +26,9 @@ struct Found {
   FileDescriptor descriptor;  // O_PATH
   struct stat record;
   std::string path;  // absolute, without links
+
+  // Opens the very same file, whatever has become of its name.
+  std::string OpenPath() const { return "/proc/self/fd/" + std::to_string(descriptor.Number()); }
 };
 
 // What may be reached, and nothing else: below a root, whatever links and ".." say, and not hidden.

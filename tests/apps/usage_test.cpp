@@ -33,7 +33,7 @@ std::string NoTurns(const std::string& text) {
 TEST(Usage, IsRefusedWithOneLineAndCode2) {
   std::vector<Refusal> refusals = {
       {{}, "A subcommand is required; see 'tavithumb --help'"},
-      {{"make", "a.jpg"}, "A subcommand is required; see 'tavithumb --help'"},
+      {{"makes", "a.jpg"}, "A subcommand is required; see 'tavithumb --help'"},
       {{"get"}, "FILE is required; see 'tavithumb get --help'"},
       {{"get", "--"}, "FILE is required; see 'tavithumb get --help'"},
       {{"get", "--json"}, "FILE is required; see 'tavithumb get --help'"},
@@ -44,6 +44,13 @@ TEST(Usage, IsRefusedWithOneLineAndCode2) {
       {{"info", "-x", "a.jpg"}, "The following argument was not expected: -x; see 'tavithumb info --help'"},
       {{"get", "a.jpg", "--size"}, "--size: 1 required SIZE missing; see 'tavithumb get --help'"},
       {{"get", "--json", "-0", "a.jpg"}, "--json and -0 exclude each other; see 'tavithumb get --help'"},
+      {{"make"}, "PATH or --files-from is required; see 'tavithumb make --help'"},
+      {{"make", "-0", "a.jpg"}, "-0 needs --files-from; see 'tavithumb make --help'"},
+      {{"make", "--files-from", "/no/such/list"},
+       "'/no/such/list' cannot be read: No such file or directory; see 'tavithumb make --help'"},
+      {{"make", "--files-from", "", "a.jpg"},
+       "'' cannot be read: No such file or directory; see 'tavithumb make --help'"},
+      {{"make", "--sizes", "small,small", "a.jpg"}, "--sizes names 'small' twice; see 'tavithumb make --help'"},
       {{"get", "--albumex", "--size", "9", "a.jpg"},
        "--albumex needs a size with a name: Albumex stores no others; see 'tavithumb get --help'"},
       {{"get", "--fallback-smaller", "--size", "9x9", "a.jpg"},
@@ -56,6 +63,23 @@ TEST(Usage, IsRefusedWithOneLineAndCode2) {
   }
   for (const char* turns : {"", "x", "1.5", "1x", "2147483648", "-2147483649", "0x1", " 1", "+1"}) {
     refusals.push_back({{"get", "--rotate", turns, "a.jpg"}, NoTurns(turns)});
+  }
+  for (const char* sizes : {"", "original", "120x120", "small,", ",small", "Small", "small;big", "small, big"}) {
+    const std::string list = sizes;
+    const std::string wrong = list == "small," || list == ",small" ? "" : list == "small, big" ? " big" : list;
+    refusals.push_back({{"make", "--sizes", list, "a.jpg"},
+                        "'" + wrong + "' is no size for --sizes: it takes small, medium, big, large, xlarge; see " +
+                            "'tavithumb make --help'"});
+  }
+  for (const char* jobs : {"", "0", "257", "-1", "+1", "1.5", "two", "18446744073709551616"}) {
+    refusals.push_back(
+        {{"make", "--jobs", jobs, "a.jpg"},
+         std::string("'") + jobs + "' is no number for --jobs: it takes 1 to 256; see 'tavithumb make " + "--help'"});
+  }
+  for (const char* limit : {"", "0", "1000000001", "-1"}) {
+    refusals.push_back({{"make", "--limit", limit, "a.jpg"},
+                        std::string("'") + limit + "' is no number for --limit: it takes 1 to 1000000000; see " +
+                            "'tavithumb make --help'"});
   }
   const CommandRunner run;
   for (const Refusal& refusal : refusals) {
@@ -107,7 +131,8 @@ struct Help {
 TEST(Usage, IsExplainedByHelp) {
   const std::vector<Help> rows = {
       {{"--help"},
-       {"Usage: tavithumb [OPTIONS] SUBCOMMAND\n", "get ", "info ", "--version", "Exit codes:", "2  bad usage"}},
+       {"Usage: tavithumb [OPTIONS] SUBCOMMAND\n", "get ", "info ", "make ", "--version",
+        "Exit codes:", "2    bad usage"}},
       {{"get", "--help"},
        {"Usage: tavithumb get [OPTIONS] FILE...\n",
         "--size SIZE",
@@ -133,6 +158,9 @@ TEST(Usage, IsExplainedByHelp) {
         "Exit codes: 0 ",
         "after '--'"}},
       {{"get", "-h"}, {"Usage: tavithumb get [OPTIONS] FILE...\n"}},
+      {{"make", "--help"},
+       {"Usage: tavithumb make [OPTIONS] [PATH...]\n", "--sizes LIST", "--jobs N", "--older", "--limit N", "--dry-run",
+        "--json", "--files-from FILE", "-0 ", "Examples:", "Exit codes: 0 ", "130 interrupted"}},
       {{"info", "--help"},
        {"Usage: tavithumb info [OPTIONS] FILE...\n", "--json", "orientation (1 to 8", "Examples:", "Exit codes: 0 "}},
   };

@@ -26,7 +26,7 @@ never "the programs know nothing of each other" "$include(command|web)/" apps/co
 never "the programs know nothing of each other" "$include""web/" apps/command
 never "the programs know nothing of each other" "$include""command/" apps/web
 never "only apps know CLI11 and JSON" "$include(CLI|nlohmann)/" src include platform
-never "only the platform starts programs, and only the web program's workers are forks" '\b(fork|vfork|posix_spawnp?|exec[lv]p?e?|system)\(' src include apps --exclude=workers.cpp
+never "only the platform starts programs, and only workers, the web program's and a batch's, are forks" '\b(fork|vfork|posix_spawnp?|exec[lv]p?e?|system)\(' src include apps --exclude=workers.cpp --exclude=pool.cpp
 never "the public headers show no third-party header" "$include(exiv2|libheif|tavi/|http_file)" include
 never "the sources don't know which platform they run on" 'tavi_ea|posix_spawn|statfs\(' src include
 never "the platform knows nothing of the library" "$include""tavithumb/" platform

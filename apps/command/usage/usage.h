@@ -8,7 +8,7 @@
 
 namespace tavithumb::apps::command {
 
-enum ExitCode { kDone = 0, kSomeFailed = 1, kBadUsage = 2 };
+enum ExitCode { kDone = 0, kSomeFailed = 1, kBadUsage = 2, kInterrupted = 130 };
 
 // One subcommand: its command line, and what to do once that has been parsed. `run` throws std::invalid_argument with
 // a sentence for people when the options make no sense together.
@@ -19,8 +19,9 @@ struct Subcommand {
 
 Subcommand AddGet(CLI::App* app);
 Subcommand AddInfo(CLI::App* app);
+Subcommand AddMake(CLI::App* app);
 
-// Any number of names, at least one, taken as they come.
+// Any number of names, at least one unless they are made optional, taken as they come.
 CLI::Option* AddNames(CLI::App* line, const std::string& label, const std::string& description,
                       std::vector<std::string>* names);
 

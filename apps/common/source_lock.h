@@ -8,21 +8,20 @@
 #include <string>
 
 #include "common/file_descriptor.h"
-#include "web/roots.h"
 
-namespace tavithumb::apps::web {
+namespace tavithumb::apps {
 
 // The source's file, open for locks on it. Where the volume knows no locks, nobody has one.
-inline FileDescriptor OpenForLocks(const Found& source) {
-  return FileDescriptor(
-      open(("/proc/self/fd/" + std::to_string(source.descriptor.Number())).c_str(), O_RDONLY | O_CLOEXEC));
+inline FileDescriptor OpenForLocks(const std::string& source) {
+  return FileDescriptor(open(source.c_str(), O_RDONLY | O_CLOEXEC));
 }
 
-// While it lives, no other process of this program makes a thumbnail of the source: all sizes of a source are made
-// under the same temporary name. Waits for its turn.
+// While it lives, no other process of our programs makes a thumbnail of the source: all sizes of a source are made
+// under the same temporary name.
 class SourceLock {
  public:
-  explicit SourceLock(const Found& source) : file_(OpenForLocks(source)) {
+  // Waits for its turn.
+  explicit SourceLock(const std::string& source) : file_(OpenForLocks(source)) {
     while (flock(file_.Number(), LOCK_EX) == -1 && errno == EINTR) {
     }
   }
@@ -33,9 +32,9 @@ class SourceLock {
 
 // Some process makes a thumbnail of the source just now. One that is made of an embedded preview is written under its
 // final name, so what has been found stored may be half of it as long as this holds.
-inline bool IsBeingMade(const Found& source) {
+inline bool IsBeingMade(const std::string& source) {
   const FileDescriptor file = OpenForLocks(source);
   return flock(file.Number(), LOCK_SH | LOCK_NB) == -1 && errno == EWOULDBLOCK;
 }
 
-}  // namespace tavithumb::apps::web
+}  // namespace tavithumb::apps

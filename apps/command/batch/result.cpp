@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "batch/result.h"
+
+#include "common/names.h"
+
+namespace tavithumb::apps::command {
+
+std::string JsonResult(const std::string& path, const Result& result, double milliseconds) {
+  nlohmann::ordered_json object;
+  SetName(&object, "source", path);
+  object["made"] = result.made;
+  object["found"] = result.found;
+  object["not_needed"] = result.notNeeded;
+  object["failed"] = nlohmann::ordered_json::array();
+  object["bytes"] = result.bytes;
+  object["milliseconds"] = milliseconds;
+  object["error"] = nullptr;
+  for (const Failure& failure : result.failures) {
+    if (failure.size.empty()) {
+      object["error"] = failure.reason;
+    } else {
+      object["failed"].push_back({{"size", failure.size}, {"error", failure.reason}});
+    }
+  }
+  return JsonLine(object);
+}
+
+}  // namespace tavithumb::apps::command

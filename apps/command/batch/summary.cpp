@@ -1,0 +1,75 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "batch/summary.h"
+
+#include <algorithm>
+#include <set>
+#include <utility>
+#include <vector>
+
+#include "common/names.h"
+#include "output.h"
+
+namespace tavithumb::apps::command {
+namespace {
+
+using Reason = std::pair<std::string, std::size_t>;
+
+// The most frequent first.
+std::vector<Reason> Sorted(const std::map<std::string, std::size_t>& reasons) {
+  std::vector<Reason> sorted(reasons.begin(), reasons.end());
+  std::stable_sort(sorted.begin(), sorted.end(),
+                   [](const Reason& one, const Reason& other) { return one.second > other.second; });
+  return sorted;
+}
+
+std::string Row(std::string label, std::size_t count, const std::string& what) {
+  const std::string number = std::to_string(count);
+  label.resize(14, ' ');
+  return label + std::string(number.size() < 10 ? 10 - number.size() : 0, ' ') + number + "  " + what + "\n";
+}
+
+}  // namespace
+
+void Summary::Add(const Result& result) {
+  ++files_;
+  filesWithMade_ += result.made.empty() ? 0 : 1;
+  failed_ += result.failures.empty() ? 0 : 1;
+  made_ += result.made.size();
+  found_ += result.found.size();
+  notNeeded_ += result.notNeeded.size();
+  bytes_ += result.bytes;
+  std::set<std::string> reasons;
+  for (const Failure& failure : result.failures) reasons.insert(failure.reason);
+  for (const std::string& reason : reasons) ++reasons_[reason];
+}
+
+double Summary::Seconds() const {
+  return std::round(MillisecondsSince(start_)) / 1000;
+}
+
+std::string Summary::AsText(bool isDryRun) const {
+  std::array<char, 32> seconds = {};
+  static_cast<void>(std::snprintf(seconds.data(), seconds.size(), "%.1f", Seconds()));
+  std::string text = Row("files", files_, std::string("in ") + seconds.data() + " seconds");
+  text += isDryRun ? Row("would be made", made_, "thumbnails")
+                   : Row("made", made_, "thumbnails, " + std::to_string(bytes_) + " bytes");
+  text += Row("already there", found_, "thumbnails");
+  text += Row("not needed", notNeeded_, "thumbnails: the source itself serves");
+  text += Row("failed", failed_, "files");
+  for (const auto& [reason, count] : Sorted(reasons_)) text += Row("", count, reason);
+  return text;
+}
+
+std::string Summary::AsJson(bool isInterrupted) const {
+  nlohmann::ordered_json object = {{"summary", true},   {"files", files_},          {"made", made_},
+                                   {"found", found_},   {"not_needed", notNeeded_}, {"failed", failed_},
+                                   {"bytes", bytes_},   {"seconds", Seconds()},     {"interrupted", isInterrupted},
+                                   {"reasons", nullptr}};
+  object["reasons"] = nlohmann::ordered_json::array();
+  for (const auto& [reason, count] : Sorted(reasons_)) {
+    object["reasons"].push_back({{"reason", reason}, {"files", count}});
+  }
+  return JsonLine(object);
+}
+
+}  // namespace tavithumb::apps::command

@@ -1,0 +1,155 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "batch/work.h"
+
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <tavithumb/libtavithumb.h>
+#include <tavithumb/util.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <exception>
+#include <filesystem>
+#include <optional>
+#include <set>
+#include <system_error>
+
+#include "common/names.h"
+#include "common/reasons.h"
+#include "common/requested_thumb.h"
+#include "common/source_lock.h"
+
+namespace tavithumb::apps::command {
+namespace {
+
+Request RequestOf(const std::string& size) {
+  return {{size, {0, 0}}, 0, Thumb::OPT_BROVIX_EA, false};
+}
+
+std::uint64_t SizeOf(const std::string& path) {
+  std::error_code gone;
+  const std::uintmax_t size = std::filesystem::file_size(path, gone);
+  return gone ? 0 : size;
+}
+
+// To be called with the lock on the source: another process makes its thumbnails under the same names.
+void RemoveTemporaries(const std::string& path, const Making& making) {
+  const std::string folder = file::Dirname(file::GetEAPath(path, making.temporary));
+  std::error_code ignored;
+  for (const auto& entry : std::filesystem::directory_iterator(folder, ignored)) {
+    const std::string name = entry.path().filename();
+    if (name.compare(0, making.temporary.size(), making.temporary) == 0) unlink(entry.path().c_str());
+  }
+}
+
+// The sizes of one source, one after the other.
+class Sizes {
+ public:
+  // Throws as RequestedThumb::ReadFacts() does.
+  Sizes(const std::string& path, const Order& order, const Announce& announce, Result* result)
+      : path_(path),
+        order_(order),
+        announce_(announce),
+        result_(result),
+        lookUp_(path, RequestOf(order.sizes.front())),
+        canStore_(file::IsDestSupportEAWrite(file::Dirname(path))) {
+    lookUp_.ReadFacts();
+  }
+
+  void Serve(const std::string& size);
+
+ private:
+  void MakeUnlessServed(const std::string& size);
+  void Make(const std::string& size);
+  void Take(const std::string& size, const RequestedThumb& made);
+  Problem WhyNot(const Attempt& attempt, const std::string& size) const;
+
+  const std::string& path_;
+  const Order& order_;
+  const Announce& announce_;
+  Result* result_;
+  RequestedThumb lookUp_;
+  bool canStore_;
+  std::set<std::string> planned_;  // entries that a dry run would have made
+};
+
+// Two sizes may share their thumbnail.
+void Sizes::Serve(const std::string& size) {
+  lookUp_.SetSize(size);
+  if (lookUp_.HasStored() || planned_.count(lookUp_.GetOnlineOutputDest()) != 0) {
+    result_->found.push_back(size);
+  } else if (!order_.onlyOlder || lookUp_.HasOutdated()) {
+    MakeUnlessServed(size);
+  }
+}
+
+void Sizes::MakeUnlessServed(const std::string& size) {
+  if (order_.isDryRun || !canStore_) {
+    if (lookUp_.IsServedBySource()) return result_->notNeeded.push_back(size);
+    if (!canStore_) return result_->Fail(size, NoEntriesOnVolume());
+    planned_.insert(lookUp_.GetOnlineOutputDest());
+    return result_->made.push_back(size);
+  }
+  const Making making = {BaseName(lookUp_.GetOnlineOutputDest()), lookUp_.TemporaryEntry(), std::time(nullptr)};
+  announce_(*result_, making);
+  Make(size);
+  if (!result_->failures.empty()) RemoveTemporaries(path_, making);
+}
+
+void Sizes::Make(const std::string& size) {
+  RequestedThumb job(path_, RequestOf(size));
+  if (!job.Resolve()) return result_->Fail(size, WhyNot(job.Failed(), size));
+  if (job.IsSource()) return result_->notNeeded.push_back(size);
+  if (job.IsTemporary()) {
+    unlink(job.GetOutputFile().c_str());
+    return result_->Fail(size, NoEntriesOnVolume());
+  }
+  Take(size, job);
+}
+
+void Sizes::Take(const std::string& size, const RequestedThumb& made) {
+  result_->made.push_back(size);
+  result_->bytes += SizeOf(made.GetOutputFile());
+}
+
+// It may have gone, or lost its rights, since it was looked at first.
+Problem Sizes::WhyNot(const Attempt& attempt, const std::string& size) const {
+  if (std::optional<Problem> problem = CheckSource(path_)) return *problem;
+  return WhyNoAnswer(attempt, RequestOf(size));
+}
+
+}  // namespace
+
+Result WorkOn(const std::string& path, const Order& order, const Announce& announce) {
+  Result result;
+  if (const std::optional<Problem> problem = CheckSource(path)) {
+    result.Fail("", *problem);
+    return result;
+  }
+  if (IsSupportVideo(BaseName(path))) {  // answered from screenshots that others store
+    result.notNeeded = order.sizes;
+    return result;
+  }
+  const SourceLock lock(path);
+  try {
+    Sizes sizes(path, order, announce, &result);
+    for (const std::string& size : order.sizes) sizes.Serve(size);
+  } catch (const std::exception&) {
+    const Problem problem = ProblemOfException();
+    result.Fail("", CheckSource(path).value_or(problem));
+  }
+  return result;
+}
+
+// Who has the lock by now makes them anew, and removes what is in the way. A thumbnail that was finished in the last
+// moment is not told from half of one.
+void RemoveHalfMade(const std::string& path, const Making& making) {
+  const FileDescriptor source = OpenForLocks(path);
+  if (flock(source.Number(), LOCK_EX | LOCK_NB) == -1 && errno == EWOULDBLOCK) return;
+  RemoveTemporaries(path, making);
+  const std::string entry = file::GetEAPath(path, making.entry);
+  struct stat record = {};
+  if (stat(entry.c_str(), &record) == 0 && record.st_ctim.tv_sec >= making.since) unlink(entry.c_str());
+}
+
+}  // namespace tavithumb::apps::command

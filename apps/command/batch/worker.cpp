@@ -1,0 +1,57 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "batch/worker.h"
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+
+#include "common/temporary_files.h"
+
+namespace tavithumb::apps::command {
+namespace {
+
+constexpr int ownLine = STDERR_FILENO + 1;
+
+// Nothing of the parent's stays open: the line of another worker would never end.
+void KeepOnly(int line) {
+  dup2(line, ownLine);
+  close_range(ownLine + 1, ~0U, 0);
+  fcntl(ownLine, F_SETFD, FD_CLOEXEC);
+  const int nowhere = open("/dev/null", O_RDWR | O_CLOEXEC);
+  for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) dup2(nowhere, descriptor);
+  close(nowhere);
+}
+
+void RestoreSignals() {
+  sigset_t none;
+  sigemptyset(&none);
+  static_cast<void>(std::signal(SIGTERM, SIG_DFL));
+  pthread_sigmask(SIG_SETMASK, &none, nullptr);
+}
+
+void Send(const Report& report) {
+  const std::string text = nlohmann::json(report).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+  send(ownLine, text.data(), text.size(), MSG_NOSIGNAL);
+}
+
+}  // namespace
+
+// The workers are as many as shall run at once: their tools need no threads.
+void BeWorker(int line, const std::string& scratch, const Order& order) noexcept {
+  setpgid(0, 0);
+  KeepOnly(line);
+  RestoreSignals();
+  UseScratchFolder(scratch);
+  setenv("MAGICK_THREAD_LIMIT", "1", 0);  // NOLINT(concurrency-mt-unsafe): there is one thread
+  std::string message(longestMessage, '\0');
+  for (ssize_t got = 0; (got = recv(ownLine, message.data(), message.size(), 0)) > 0;) {
+    const std::string path = message.substr(0, static_cast<std::size_t>(got));
+    Send({WorkOn(path, order, [](const Result& soFar, const Making& making) { Send({soFar, making}); }), {}});
+  }
+  _exit(0);
+}
+
+}  // namespace tavithumb::apps::command

@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "batch/name_list.h"
+#include "batch/work.h"
+
+namespace tavithumb::apps::command {
+
+struct MakeRequest {
+  std::vector<std::string> names;  // files and folders
+  std::optional<NameList> list;    // of more of them
+  Order order;
+  std::size_t jobs = 1;
+  std::optional<std::size_t> limit;  // of files that something is made for
+  bool json = false;
+};
+
+enum class MakeOutcome { kAllWell, kSomeFailed, kInterrupted };
+
+// `tavithumb make`: thumbnails of files, and of what is in folders, ahead of time.
+MakeOutcome Make(MakeRequest request);
+
+}  // namespace tavithumb::apps::command

@@ -1,0 +1,19 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+
+namespace tavithumb::apps {
+
+// A new folder; `pattern` ends with "XXXXXX". Throws std::system_error.
+std::string MakeScratchFolder(std::string pattern);
+
+// Tools that this process starts from here on put their temporary files there.
+void UseScratchFolder(const std::string& folder);
+
+// Removes the embedded previews that the library has written for `process`, which is no more.
+void RemovePreviews(pid_t process);
+
+}  // namespace tavithumb::apps
