@@ -112,8 +112,13 @@ void Run::GoOn() {
 // The first lets the running files come to their end, the second does not.
 void Run::TakeSignals() {
   while (const std::optional<int> number = signals_.Take()) {
-    progress_.Redraw();
-    if (*number != SIGWINCH && ++signalsSeen_ > 1) pool_.Abandon();
+    if (*number == SIGWINCH) {
+      progress_.Redraw();
+    } else if (++signalsSeen_ == 1) {
+      progress_.Say("finishing the running files; Ctrl-C again ends them at once");
+    } else {
+      pool_.Abandon();
+    }
   }
 }
 
@@ -139,13 +144,8 @@ void Run::Print(const std::string& text) {
 }
 
 void Run::ShowStatus() {
-  Status status = {summary_.Files(), summary_.Files() + pool_.Running(), HasMore(), last_, ""};
-  status.total = std::max(walk_.Count(), status.total);
-  status.mayGrow = !walk_.HasFoundAll();
-  if (signalsSeen_ != 0) {
-    status.instead = "finishing " + std::to_string(pool_.Running()) + " files; Ctrl-C again ends them at once";
-  }
-  progress_.Show(status);
+  const std::size_t done = summary_.Files();
+  progress_.Show({done, std::max(walk_.Count(), done + pool_.Running()), !walk_.HasFoundAll(), last_});
 }
 
 void Run::SayWhereItStopped() {

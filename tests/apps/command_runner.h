@@ -21,8 +21,10 @@ namespace tavithumb::test {
 // How the command is started, where it is not as usual.
 struct Start {
   std::string folder = "/";
+  std::string input = "/dev/null";
   std::string output;                    // instead of a file of the runner's: /dev/full
   int outputDescriptor = -1;             // the same, an open one
+  int terminal = -1;                     // an open one that takes all that is written
   bool closesOutput = false;             // no standard output at all
   uid_t user = 0;                        // not 0: runs as this user, for which the test must be root
   std::vector<std::string> environment;  // "NAME=value"
@@ -68,10 +70,19 @@ class CommandRunner {
   }
 
   // Runs the command to its end.
-  Outcome operator()(std::vector<std::string> arguments, const Start& start = {}) const {
+  Outcome operator()(const std::vector<std::string>& arguments, const Start& start = {}) const {
+    return Await(Begin(arguments, start));
+  }
+
+  // The same in two steps; one at a time.
+  pid_t Begin(std::vector<std::string> arguments, const Start& start = {}) const {
     arguments.insert(arguments.begin(), "tavithumb");
     const pid_t child = fork();
     if (child == 0) Exec(arguments, start);
+    return child;
+  }
+  std::string ErrorsSoFar() const { return ReadFile(files_ / "err"); }
+  Outcome Await(pid_t child) const {
     int status = 0;
     while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
     }
@@ -92,9 +103,9 @@ class CommandRunner {
   }
 
   [[noreturn]] void Exec(const std::vector<std::string>& arguments, const Start& start) const {
-    dup2(open("/dev/null", O_RDONLY), STDIN_FILENO);
-    dup2(OpenOutput(start), STDOUT_FILENO);
-    dup2(Create(files_ / "err"), STDERR_FILENO);
+    dup2(open(start.input.c_str(), O_RDONLY), STDIN_FILENO);
+    dup2(start.terminal == -1 ? OpenOutput(start) : start.terminal, STDOUT_FILENO);
+    dup2(start.terminal == -1 ? Create(files_ / "err") : start.terminal, STDERR_FILENO);
     if (start.closesOutput) close(STDOUT_FILENO);
     for (const std::string& variable : start.environment) putenv(const_cast<char*>(variable.c_str()));
     std::vector<char*> words;

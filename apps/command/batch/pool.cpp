@@ -72,7 +72,7 @@ std::size_t Pool::Running() const {
 bool Pool::Give(const std::string& name) {
   const std::string path = AbsolutePath(name);
   while (Worker* const worker = FindIdle()) {
-    if (send(worker->line.Number(), path.data(), path.size(), MSG_NOSIGNAL) != -1) {
+    if (send(worker->line.Number(), path.c_str(), path.size() + 1, MSG_NOSIGNAL) != -1) {
       const Clock::time_point now = Clock::now();
       worker->task = Task{name, path, now, {}};
       worker->deadline = now + mostTime;

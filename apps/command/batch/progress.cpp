@@ -146,7 +146,7 @@ double Progress::Rate(std::size_t done) {
 void Progress::Show(const Status& status) {
   const Clock::time_point now = Clock::now();
   if (now < next_) return;
-  const std::string figures = status.instead.empty() ? Figures(status, Rate(status.done)) : status.instead;
+  const std::string figures = Figures(status, Rate(status.done));
   next_ = now + (isTerminal_ ? redrawTime : lineTime);
   if (!isTerminal_) return WriteError(figures);
   const std::size_t width = TerminalWidth() - 1;  // some terminals go on to the next line behind the last column

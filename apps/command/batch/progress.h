@@ -15,7 +15,6 @@ struct Status {
   std::size_t total = 0;  // that are known
   bool mayGrow = true;    // more may be found
   std::string current;    // a file that is worked on
-  std::string instead;    // shown instead of it all
 };
 
 // Tells on standard error how a run goes: a line that stays in its place on a terminal, elsewhere a line every few
@@ -33,7 +32,9 @@ class Progress {
   int NextEvent() const;
 
   // The size of the terminal has changed.
-  void Redraw() { next_ = Clock::now(); }
+  void Redraw() {
+    if (isTerminal_) next_ = Clock::now();
+  }
 
   // Writes "tavithumb: <message>" as a line.
   void Say(const std::string& message);

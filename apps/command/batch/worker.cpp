@@ -47,8 +47,8 @@ void BeWorker(int line, const std::string& scratch, const Order& order) noexcept
   UseScratchFolder(scratch);
   setenv("MAGICK_THREAD_LIMIT", "1", 0);  // NOLINT(concurrency-mt-unsafe): there is one thread
   std::string message(longestMessage, '\0');
-  for (ssize_t got = 0; (got = recv(ownLine, message.data(), message.size(), 0)) > 0;) {
-    const std::string path = message.substr(0, static_cast<std::size_t>(got));
+  while (recv(ownLine, message.data(), message.size(), 0) > 0) {
+    const std::string path = message.c_str();  // NOLINT(readability-redundant-string-cstr): it ends with its NUL
     Send({WorkOn(path, order, [](const Result& soFar, const Making& making) { Send({soFar, making}); }), {}});
   }
   _exit(0);

@@ -1,0 +1,94 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+// Loaded before the platform's libraries into the command, it writes a line for each tool that is started into the
+// file $PROBE_FILE; makes the tools of a file misbehave as its name says; and makes clocks run $PROBE_SPEED times as
+// fast.
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/syscall.h>
+#include <tavi/core.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <string>
+
+namespace {
+
+std::string Variable(const char* name) {
+  const char* const value = std::getenv(name);
+  return value == nullptr ? "" : value;
+}
+
+void Note(const std::string& line) {
+  const int opened = open(Variable("PROBE_FILE").c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
+  if (opened == -1) return;
+  const std::string text = line + "\n";
+  if (write(opened, text.data(), text.size()) == -1) abort();
+  close(opened);
+}
+
+int Run(const char* path, const char* const* argv, int wait) {
+  using Execv = int (*)(const char*, const char* const*, int);
+  static const auto real = reinterpret_cast<Execv>(dlsym(RTLD_NEXT, "TLIBCExecv"));
+  return real(path, argv, wait);
+}
+
+// What convert would write, half of it; a temporary file of convert's; and the end.
+[[noreturn]] void DieHalfway(const char* const* argv, int signal) {
+  const char* destination = nullptr;
+  for (; *argv != nullptr; ++argv) destination = *argv;
+  std::ofstream(destination) << "half";
+  std::ofstream(Variable("TMPDIR") + "/magick-1") << "half";
+  raise(signal);
+  abort();
+}
+
+// A tool that does not end when it is asked to.
+int Hang() {
+  const char* const hang[] = {"/bin/sh", "-c", "trap '' TERM; echo \"hangs $$\" >>\"$PROBE_FILE\"; exec sleep 1000",
+                              nullptr};
+  return Run(hang[0], hang, 1);
+}
+
+// Goes on once there is a file $PROBE_GATE.
+void AwaitGate() {
+  Note("waits");
+  while (access(Variable("PROBE_GATE").c_str(), F_OK) != 0) usleep(1000);
+}
+
+long Speed() {
+  static const long speed = std::max(std::atol(Variable("PROBE_SPEED").c_str()), 1L);
+  return speed;
+}
+
+}  // namespace
+
+__attribute__((visibility("default"))) int TLIBCExecv(const char* path, const char* const* argv, int wait) {
+  std::string all;
+  for (const char* const* argument = argv; *argument != nullptr; ++argument) all += std::string(*argument) + " ";
+  Note("runs " + std::string(path));
+  if (all.find("/crash") != std::string::npos) DieHalfway(argv, SIGSEGV);
+  if (all.find("/kill") != std::string::npos) DieHalfway(argv, SIGKILL);
+  if (all.find("/hang") != std::string::npos) return Hang();
+  if (all.find("/wait") != std::string::npos) AwaitGate();
+  return Run(path, argv, wait);
+}
+
+extern "C" __attribute__((visibility("default"))) int clock_gettime(clockid_t clock, timespec* time) {
+  const long result = syscall(SYS_clock_gettime, clock, time);
+  if (clock != CLOCK_MONOTONIC || Speed() == 1) return static_cast<int>(result);
+  const long long nanoseconds = (time->tv_sec * 1000000000LL + time->tv_nsec) * Speed();
+  time->tv_sec = static_cast<time_t>(nanoseconds / 1000000000LL);
+  time->tv_nsec = static_cast<long>(nanoseconds % 1000000000LL);
+  return static_cast<int>(result);
+}
+
+extern "C" __attribute__((visibility("default"))) int poll(pollfd* descriptors, nfds_t count, int timeout) {
+  using Poll = int (*)(pollfd*, nfds_t, int);
+  static const auto real = reinterpret_cast<Poll>(dlsym(RTLD_NEXT, "poll"));
+  return real(descriptors, count, timeout < 0 ? timeout : static_cast<int>((timeout + Speed() - 1) / Speed()));
+}
