@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "facts.h"
 
-#include <tavithumb/error.h>
 #include <tavithumb/libtavithumb.h>
 #include <tavithumb/util.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <exception>
 #include <utility>
 
 #include "common/names.h"
@@ -30,17 +30,6 @@ class FactsWithPreview {
   ThumbInfo info_;
 };
 
-std::optional<Preview> MeasurePreview(const std::string& path) {
-  if (path.empty()) return std::nullopt;
-  ThumbInfo info(path, "original", Thumb::strThumbSizeMap_.at("original"));
-  try {
-    info.ExtractImgInfo(false);
-  } catch (const Error&) {  // embedded, but no picture
-    return std::nullopt;
-  }
-  return Preview{info.GetMimeType(), info.GetWidth(), info.GetHeight()};
-}
-
 // The Exif value, 1 to 8, that stands for this turn and mirror.
 int OrientationOf(const ThumbInfo& info) {
   const auto& mappings = ThumbInfo::rotateFlopMappingList_;
@@ -49,6 +38,22 @@ int OrientationOf(const ThumbInfo& info) {
 }
 
 }  // namespace
+
+std::optional<Picture> MeasurePicture(const std::string& path) {
+  if (path.empty()) return std::nullopt;
+  try {
+    ThumbInfo info(path, "original", Thumb::strThumbSizeMap_.at("original"));
+    info.ExtractImgInfo(false);
+    return Picture{SourceMimeType(info, path), info.GetWidth(), info.GetHeight()};
+  } catch (const std::exception&) {  // no picture, or one with facts that make no sense
+    return std::nullopt;
+  }
+}
+
+nlohmann::ordered_json JsonPicture(const std::optional<Picture>& picture) {
+  if (!picture) return nullptr;
+  return {{"mime_type", picture->mimeType}, {"width", picture->width}, {"height", picture->height}};
+}
 
 Facts ReadFacts(const std::string& path) {
   FactsWithPreview source(path);
@@ -63,7 +68,7 @@ Facts ReadFacts(const std::string& path) {
   facts.quarterTurns = info.GetRotate();
   facts.isMirrored = info.GetFlop();
   facts.isHeic = info.IsHeic();
-  facts.preview = MeasurePreview(info.GetEXIFPreviewTmpPath());
+  facts.preview = MeasurePicture(info.GetEXIFPreviewTmpPath());
   return facts;
 }
 

@@ -4,13 +4,14 @@
 #include <tavithumb/thumb_info.h>
 
 #include <cstdint>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 
 namespace tavithumb::apps::command {
 
-// The largest picture embedded in a photo that can serve as a thumbnail.
-struct Preview {
+// What a picture is, by its content.
+struct Picture {
   std::string mimeType;
   std::uint32_t width;
   std::uint32_t height;
@@ -25,8 +26,14 @@ struct Facts {
   int quarterTurns = 0;
   bool isMirrored = false;
   bool isHeic = false;
-  std::optional<Preview> preview;
+  std::optional<Picture> preview;  // the largest one embedded in a photo that can serve as a thumbnail
 };
+
+// Nothing for "" and for a file that is no picture.
+std::optional<Picture> MeasurePicture(const std::string& path);
+
+// null, or mime_type, width, height.
+nlohmann::ordered_json JsonPicture(const std::optional<Picture>& picture);
 
 // What the library knows of the file at `path`. Throws as ThumbInfo::ExtractImgInfo does.
 Facts ReadFacts(const std::string& path);

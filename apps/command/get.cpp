@@ -84,13 +84,9 @@ std::optional<Problem> Ask(const std::string& path, const Request& request, Answ
   }
 }
 
-std::string JsonAnswer(const std::string& source, const Answer& answer, const std::optional<Problem>& problem) {
+std::string JsonAnswer(const std::string& source, const Answer& answer) {
   nlohmann::ordered_json object;
   SetName(&object, "source", source);
-  if (problem) {
-    object["error"] = problem->reason;
-    return JsonLine(object);
-  }
   SetName(&object, "answer", answer.path);
   object["output_type"] = answer.outputType;
   object["mime_type"] = answer.mimeType;
@@ -109,7 +105,7 @@ bool GetOne(const std::string& name, const Request& request, GetFormat format) {
   answer.milliseconds = MillisecondsSince(start);
   if (problem) ReportProblem(name, *problem);
   if (format == GetFormat::kJson) {
-    WriteOut(JsonAnswer(path, answer, problem));
+    WriteOut(problem ? JsonProblem("source", path, *problem) : JsonAnswer(path, answer));
   } else if (!problem) {
     WriteOut(answer.path + (format == GetFormat::kNulEnded ? '\0' : '\n'));
   }

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "info.h"
 
-#include <algorithm>
-#include <array>
 #include <optional>
 
 #include "common/descriptors.h"
@@ -10,21 +8,15 @@
 #include "common/reasons.h"
 #include "facts.h"
 #include "output.h"
+#include "table.h"
 
 namespace tavithumb::apps::command {
 namespace {
-
-// A line of the table. The file comes last: its width on a terminal is nobody's business.
-using Row = std::array<std::string, 9>;
 
 const Row heading = {"KIND", "TYPE", "SIZE", "ORIENTATION", "ROTATION", "MIRROR", "HEIC", "PREVIEW", "FILE"};
 
 const char* YesNo(bool value) {
   return value ? "yes" : "no";
-}
-
-std::string PixelSize(std::uint32_t width, std::uint32_t height) {
-  return std::to_string(width) + "x" + std::to_string(height);
 }
 
 Row RowOf(const std::string& name, const Facts& facts) {
@@ -40,24 +32,6 @@ Row RowOf(const std::string& name, const Facts& facts) {
           Printable(name)};
 }
 
-std::string Aligned(const std::vector<Row>& rows) {
-  std::array<std::size_t, std::tuple_size_v<Row>> widths = {};
-  for (const Row& row : rows) {
-    for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], row[i].size());
-  }
-  std::string table;
-  for (const Row& row : rows) {
-    for (std::size_t i = 0; i + 1 < row.size(); ++i) table += row[i] + std::string(widths[i] - row[i].size() + 2, ' ');
-    table += row.back() + "\n";
-  }
-  return table;
-}
-
-nlohmann::ordered_json JsonPreview(const std::optional<Preview>& preview) {
-  if (!preview) return nullptr;
-  return {{"mime_type", preview->mimeType}, {"width", preview->width}, {"height", preview->height}};
-}
-
 std::string JsonFacts(const std::string& source, const Facts& facts) {
   nlohmann::ordered_json object;
   SetName(&object, "source", source);
@@ -70,16 +44,9 @@ std::string JsonFacts(const std::string& source, const Facts& facts) {
     object["rotation"] = facts.quarterTurns;
     object["mirror"] = facts.isMirrored;
     object["heic"] = facts.isHeic;
-    object["preview"] = JsonPreview(facts.preview);
+    object["preview"] = JsonPicture(facts.preview);
   }
   object["error"] = nullptr;
-  return JsonLine(object);
-}
-
-std::string JsonProblem(const std::string& source, const Problem& problem) {
-  nlohmann::ordered_json object;
-  SetName(&object, "source", source);
-  object["error"] = problem.reason;
   return JsonLine(object);
 }
 
@@ -108,7 +75,7 @@ bool Info(const std::vector<std::string>& files, bool json) {
       ReportProblem(name, *problem);
       allExamined = false;
     }
-    if (json) WriteOut(problem ? JsonProblem(path, *problem) : JsonFacts(path, facts));
+    if (json) WriteOut(problem ? JsonProblem("source", path, *problem) : JsonFacts(path, facts));
     if (!json && !problem) rows.push_back(RowOf(name, facts));
   }
   if (rows.size() > 1) WriteOut(Aligned(rows));

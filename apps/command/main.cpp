@@ -16,7 +16,7 @@
 namespace tavithumb::apps::command {
 namespace {
 
-constexpr char description[] = "Finds or makes thumbnails of photos, camera raw, GIF, HEIF and videos.";
+constexpr char description[] = "Finds, makes and keeps thumbnails of photos, camera raw, GIF, HEIF and videos.";
 
 constexpr char footer[] =
     "Exit codes:\n"
@@ -38,7 +38,8 @@ ExitCode Run(int argc, char** argv) {
   app.footer(footer)->require_subcommand(1);
   app.set_help_flag("-h,--help", "Print this help and exit");
   app.set_version_flag("--version", "tavithumb " TAVITHUMB_VERSION, "Print the version and exit");
-  const std::array subcommands = {AddGet(&app), AddInfo(&app), AddMake(&app)};
+  const std::array subcommands = {AddGet(&app), AddInfo(&app), AddMake(&app),
+                                  AddAdd(&app), AddList(&app), AddClean(&app)};
   try {
     app.parse(argc, argv);
     const auto asked = std::find_if(subcommands.begin(), subcommands.end(),

@@ -34,4 +34,11 @@ void ReportProblem(const std::string& name, const Problem& problem) {
   WriteError(Printable(name) + ": " + problem.reason + "; " + problem.remedy);
 }
 
+std::string JsonProblem(const std::string& key, const std::string& path, const Problem& problem) {
+  nlohmann::ordered_json object;
+  SetName(&object, key, path);
+  object["error"] = problem.reason;
+  return JsonLine(object);
+}
+
 }  // namespace tavithumb::apps::command

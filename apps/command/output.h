@@ -23,4 +23,7 @@ void WriteError(const std::string& message);
 // Writes the one line about `name`, as it was typed, to standard error.
 void ReportProblem(const std::string& name, const Problem& problem);
 
+// The one object about the file at `path`, for which `key` stands.
+std::string JsonProblem(const std::string& key, const std::string& path, const Problem& problem);
+
 }  // namespace tavithumb::apps::command

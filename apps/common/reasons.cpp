@@ -47,21 +47,6 @@ bool IsDiskFull(const std::string& path) {
   return volume.f_bavail * volume.f_frsize < leastRoom || (volume.f_files != 0 && volume.f_favail == 0);
 }
 
-// Why no thumbnail can be stored beside the source, when that is so. The job has tried to make the folder for it. On
-// volumes that take no entries none is needed: thumbnails are made elsewhere.
-std::optional<Problem> WhyNotStored(const std::string& path) {
-  if (!file::IsDestSupportEAWrite(file::Dirname(path))) return std::nullopt;
-  if (IsDiskFull(path)) return Problem{Kind::kNoPlace, "the disk is full", "make room on it"};
-  const std::string entry = file::GetEAPath(path, "thumbnail");
-  if (entry.empty()) {
-    return Problem{Kind::kNoPlace, "there is no place beside it for a thumbnail",
-                   "copy it to an ordinary folder with a shorter path"};
-  }
-  if (MayDo(file::Dirname(entry), W_OK | X_OK)) return std::nullopt;
-  return Problem{Kind::kNoPlace, "no thumbnail can be written beside it",
-                 "allow writing in its folder, or work on a copy"};
-}
-
 // ImageMagick puts something else for "%d", "%03x", "%[" or "%%", in the name of a folder too.
 bool HasPattern(const std::string& path) {
   for (std::size_t i = path.find('%'); i != std::string::npos; i = path.find('%', i + 1)) {
@@ -75,7 +60,7 @@ bool HasPattern(const std::string& path) {
 
 }  // namespace
 
-Problem ProblemOfErrno(int error) {
+Problem WhyNotReached(int error) {
   if (error == ENOENT || error == ENOTDIR) return {Kind::kMissing, "it is not there", "check its name"};
   if (error == EACCES) return permissionDenied;
   return {Kind::kMissing, "it cannot be reached: " + std::generic_category().message(error), "check its path"};
@@ -92,7 +77,7 @@ Problem FolderAmongThumbs() {
 
 std::optional<Problem> CheckSource(const std::string& path) {
   struct stat record = {};
-  if (stat(path.c_str(), &record) != 0) return ProblemOfErrno(errno);
+  if (stat(path.c_str(), &record) != 0) return WhyNotReached(errno);
   if (S_ISDIR(record.st_mode)) return Problem{Kind::kMissing, "it is a folder", "name the files in it"};
   if (!S_ISREG(record.st_mode))
     return Problem{Kind::kMissing, "it is not a regular file", "name a photo or video file"};
@@ -120,6 +105,19 @@ Problem ProblemOfException() {
 
 Problem UnknownContent() {
   return {Kind::kDamaged, "its content is no known kind of picture", "check that it opens elsewhere"};
+}
+
+std::optional<Problem> WhyNotStored(const std::string& path) {
+  if (!file::IsDestSupportEAWrite(file::Dirname(path))) return std::nullopt;
+  if (IsDiskFull(path)) return Problem{Kind::kNoPlace, "the disk is full", "make room on it"};
+  const std::string entry = file::GetEAPath(path, "thumbnail");
+  if (entry.empty()) {
+    return Problem{Kind::kNoPlace, "there is no place beside it for a thumbnail",
+                   "copy it to an ordinary folder with a shorter path"};
+  }
+  if (MayDo(file::Dirname(entry), W_OK | X_OK)) return std::nullopt;
+  return Problem{Kind::kNoPlace, "no thumbnail can be written beside it",
+                 "allow writing in its folder, or work on a copy"};
 }
 
 Problem WhyNoAnswer(const Attempt& attempt, const Request& request) {

@@ -24,11 +24,11 @@ struct Problem {
   std::string remedy;
 };
 
+// Why a path leads nowhere, by the system's error.
+Problem WhyNotReached(int error);
+
 // What can be told of `path` before the library sees it: a file that is there, of a supported kind, readable.
 std::optional<Problem> CheckSource(const std::string& path);
-
-// What the system's error number `error` means for a path that could not be looked at.
-Problem ProblemOfErrno(int error);
 
 // No thumbnail can be kept for it: its volume takes no EA entries.
 Problem NoEntriesOnVolume();
@@ -41,6 +41,10 @@ Problem ProblemOfException();
 
 // The content is of no type that the library knows.
 Problem UnknownContent();
+
+// Why no thumbnail can be stored beside the source, when that is so. The job has tried to make the folder for it. On
+// volumes that take no entries none is needed: thumbnails are made elsewhere.
+std::optional<Problem> WhyNotStored(const std::string& path);
 
 // What a job that has served one request without an answer knew.
 struct Attempt {

@@ -44,4 +44,10 @@ int ParseQuarterTurns(const std::string& text) {
   throw std::invalid_argument("'" + text + "' is no number of quarter turns: it takes a whole number such as 1 or -1");
 }
 
+long ParseTime(const std::string& text) {
+  const std::optional<long> seconds = ParseNumber<long>(text);
+  if (seconds && *seconds > 0) return *seconds;
+  throw std::invalid_argument("'" + text + "' is no time: it takes whole seconds since 1970, such as 1700000000");
+}
+
 }  // namespace tavithumb::apps

@@ -23,6 +23,9 @@ Size ParseSize(const std::string& text);
 // A whole decimal number, maybe negative. Throws std::invalid_argument with a sentence for people.
 int ParseQuarterTurns(const std::string& text);
 
+// Seconds since the epoch, at least 1. Throws std::invalid_argument with a sentence for people.
+long ParseTime(const std::string& text);
+
 // What is asked for every file of one run.
 struct Request {
   Size size;

@@ -1,16 +1,16 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "web/listing.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <tavithumb/libtavithumb.h>
 #include <tavithumb/util.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <memory>
 #include <set>
+#include <system_error>
 
+#include "common/folder.h"
 #include "common/names.h"
 #include "web/http_error.h"
 #include "web/target.h"
@@ -18,26 +18,19 @@
 namespace tavithumb::apps::web {
 namespace {
 
-struct CloseFolder {
-  void operator()(DIR* folder) const { closedir(folder); }
-};
-using Folder = std::unique_ptr<DIR, CloseFolder>;
-
-Folder OpenFolder(const Found& found) {
-  const int opened = openat(found.descriptor.Number(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (opened == -1 && errno == EACCES) throw HttpError(kForbidden, "permission denied");
-  if (opened == -1) throw NotFound();
-  return Folder(fdopendir(opened));
+std::vector<std::string> NamesIn(const Found& found) {
+  try {
+    return apps::NamesIn(found.descriptor);
+  } catch (const std::system_error& error) {
+    if (error.code().value() == EACCES) throw HttpError(kForbidden, "permission denied");
+    throw NotFound();
+  }
 }
 
 std::vector<std::string> ShownNamesIn(const Found& found, const Roots& roots) {
-  const Folder folder = OpenFolder(found);
-  std::vector<std::string> names;
-  while (const dirent* entry = readdir(folder.get())) {  // NOLINT(concurrency-mt-unsafe): a folder of our own
-    const std::string name = entry->d_name;
-    if (name != "." && name != ".." && roots.IsShown(name)) names.push_back(name);
-  }
-  std::sort(names.begin(), names.end());
+  std::vector<std::string> names = NamesIn(found);
+  const auto isHidden = [&](const std::string& name) { return !roots.IsShown(name); };
+  names.erase(std::remove_if(names.begin(), names.end(), isHidden), names.end());
   return names;
 }
 

@@ -20,6 +20,9 @@ struct Subcommand {
 Subcommand AddGet(CLI::App* app);
 Subcommand AddInfo(CLI::App* app);
 Subcommand AddMake(CLI::App* app);
+Subcommand AddAdd(CLI::App* app);
+Subcommand AddList(CLI::App* app);
+Subcommand AddClean(CLI::App* app);
 
 // Any number of names, at least one unless they are made optional, taken as they come.
 CLI::Option* AddNames(CLI::App* line, const std::string& label, const std::string& description,

@@ -1,0 +1,136 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "add.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <tavithumb/util.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <exception>
+#include <optional>
+
+#include "common/descriptors.h"
+#include "common/names.h"
+#include "common/reasons.h"
+#include "common/requested_thumb.h"
+#include "facts.h"
+#include "output.h"
+
+namespace tavithumb::apps::command {
+namespace {
+
+using Kind = Problem::Kind;
+
+// A problem, and which of the names of a pair it is about.
+struct Refusal {
+  std::string name;
+  Problem problem;
+};
+
+std::optional<struct stat> Look(const std::string& path) {
+  struct stat record = {};
+  if (lstat(path.c_str(), &record) != 0) return std::nullopt;
+  return record;
+}
+
+bool AreSame(const struct stat& one, const struct stat& other) {
+  return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
+}
+
+bool AreUnchanged(const struct stat& before, const struct stat& now) {
+  return AreSame(before, now) && before.st_ctim.tv_sec == now.st_ctim.tv_sec &&
+         before.st_ctim.tv_nsec == now.st_ctim.tv_nsec;
+}
+
+std::optional<Problem> CheckSourceAndVolume(const std::string& source) {
+  if (std::optional<Problem> problem = CheckSource(source)) return problem;
+  if (file::IsDestSupportEAWrite(file::Dirname(source))) return std::nullopt;
+  return Problem{Kind::kNoPlace, "its volume takes no thumbnails", "work on a copy on a local disk"};
+}
+
+// Rights and time of what is moved are set through its name: behind a link they would be another file's.
+std::optional<Problem> CheckThumbnail(const std::string& thumbnail, const std::string& source) {
+  const std::optional<struct stat> record = Look(thumbnail);
+  if (!record) return WhyNotReached(errno);
+  if (S_ISLNK(record->st_mode)) return Problem{Kind::kMissing, "it is a link", "name the file that it leads to"};
+  if (S_ISDIR(record->st_mode)) return Problem{Kind::kMissing, "it is a folder", "name a picture in it"};
+  if (!S_ISREG(record->st_mode)) return Problem{Kind::kMissing, "it is not a regular file", "name a picture"};
+  struct stat photo = {};
+  if (stat(source.c_str(), &photo) != 0 || !AreSame(*record, photo)) return std::nullopt;
+  return Problem{Kind::kUnsupported, "it is the source itself", "name another file"};
+}
+
+std::optional<Problem> CheckType(const std::string& thumbnail, const std::string& type) {
+  const std::optional<Picture> picture = MeasurePicture(thumbnail);
+  if (!picture) return UnknownContent();
+  if (picture->mimeType == type) return std::nullopt;
+  return Problem{Kind::kUnsupported, "it is " + picture->mimeType + ", and thumbnails of its source are " + type,
+                 "convert it, or leave out --check-type"};
+}
+
+// Across volumes, a file would be moved into a folder or behind a link.
+std::optional<Problem> CheckPlace(const std::string& place) {
+  const std::optional<struct stat> record = Look(place);
+  if (!record || S_ISREG(record->st_mode)) return std::nullopt;
+  return Problem{Kind::kNoPlace, "something that is no file lies where its thumbnail belongs",
+                 "remove " + Printable(place)};
+}
+
+// A move across volumes that failed may have left half of the file.
+void RemoveHalf(const std::string& place, const std::optional<struct stat>& before) {
+  const std::optional<struct stat> now = Look(place);
+  if (now && !(before && AreUnchanged(*before, *now))) unlink(place.c_str());
+}
+
+// Moves the thumbnail and tells its place in `place`; or tells why not, and the thumbnail is where it was. Throws as
+// the library does when the source can't be read.
+std::optional<Refusal> Store(const Pair& names, const Pair& paths, const AddStyle& style, std::string* place) {
+  const auto& [source, thumbnail] = paths;
+  RequestedThumb job(source, {style.size});
+  job.FindStored();
+  if (style.checkType) {
+    if (const auto problem = CheckType(thumbnail, job.GetOutputMimeType())) return Refusal{names.second, *problem};
+  }
+  *place = job.GetOnlineOutputDest();
+  if (const auto problem = CheckPlace(*place)) return Refusal{names.first, *problem};
+  const std::optional<struct stat> before = Look(*place);
+  const bool isStored = job.SaveExistingThumbsToEA({{style.size.name, thumbnail}}, style.mtime, style.checkType);
+  if (isStored && Look(*place)) return std::nullopt;
+  if (Look(thumbnail)) RemoveHalf(*place, before);
+  if (const auto problem = WhyNotStored(source)) return Refusal{names.first, *problem};
+  return Refusal{names.second,
+                 {Kind::kForbidden, "it could not be moved",
+                  "allow writing in its folder, and check that there is space on the disk"}};
+}
+
+std::optional<Refusal> AddOne(const Pair& names, const AddStyle& style, std::string* place) {
+  const Pair paths = {AbsolutePath(names.first), AbsolutePath(names.second)};
+  if (const auto problem = CheckSourceAndVolume(paths.first)) return Refusal{names.first, *problem};
+  if (const auto problem = CheckThumbnail(paths.second, paths.first)) return Refusal{names.second, *problem};
+  const QuietErrors quiet;
+  try {
+    return Store(names, paths, style, place);
+  } catch (const std::exception&) {
+    return Refusal{names.first, ProblemOfException()};
+  }
+}
+
+}  // namespace
+
+bool Add(const std::vector<Pair>& pairs, const AddStyle& style) {
+  bool allAdded = true;
+  for (const Pair& names : pairs) {
+    std::string place;
+    const std::optional<Refusal> refusal = AddOne(names, style, &place);
+    if (refusal) {
+      ReportProblem(refusal->name, refusal->problem);
+      allAdded = false;
+    } else {
+      WriteOut(place + "\n");
+    }
+  }
+  return allAdded;
+}
+
+}  // namespace tavithumb::apps::command

@@ -1,0 +1,25 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "common/request.h"
+
+namespace tavithumb::apps::command {
+
+struct AddStyle {
+  Size size;               // one that has a name
+  long mtime = 0;          // seconds since the epoch, 0 for the source's
+  bool checkType = false;  // only files of the type that is made for the source
+};
+
+// A source and a thumbnail of it.
+using Pair = std::pair<std::string, std::string>;
+
+// `tavithumb add`: moves existing thumbnails, to where they are found, and writes the path of
+// each. True when all were moved; the others stay where they are.
+bool Add(const std::vector<Pair>& pairs, const AddStyle& style);
+
+}  // namespace tavithumb::apps::command

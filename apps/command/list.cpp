@@ -1,0 +1,146 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "list.h"
+
+#include <fcntl.h>
+#include <tavithumb/util.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <optional>
+#include <system_error>
+
+#include "common/descriptors.h"
+#include "common/folder.h"
+#include "common/names.h"
+#include "common/reasons.h"
+#include "common/stored_entries.h"
+#include "facts.h"
+#include "output.h"
+#include "source.h"
+#include "table.h"
+
+namespace tavithumb::apps::command {
+namespace {
+
+struct Entry {
+  std::string path;
+  std::optional<EntryName> name;
+  std::optional<Picture> picture;
+  std::uint64_t bytes;
+  State state;
+};
+
+const Row heading = {"CONSUMER", "SIZE", "ROTATION", "PIXELS", "BYTES", "TYPE", "STATE", "PATH"};
+
+const char* Told(State state) {
+  switch (state) {
+    case State::kUpToDate:
+      return "up to date";
+    case State::kStale:
+      return "stale";
+    case State::kSourceIsGone:
+      return "source is gone";
+    case State::kUnknown:
+      break;
+  }
+  return "unknown";
+}
+
+std::string ConsumerOf(const Entry& entry) {
+  return entry.name ? entry.name->consumer + (entry.name->isTemporary ? " temporary" : "") : "other";
+}
+
+Row RowOf(const Entry& entry) {
+  return {ConsumerOf(entry),
+          entry.name && !entry.name->size.empty() ? entry.name->size : "-",
+          entry.name ? std::to_string(entry.name->quarterTurns * 90) : "-",
+          entry.picture ? PixelSize(entry.picture->width, entry.picture->height) : "-",
+          std::to_string(entry.bytes),
+          entry.picture ? entry.picture->mimeType : "-",
+          Told(entry.state),
+          Printable(entry.path)};
+}
+
+nlohmann::ordered_json JsonOf(const Entry& entry) {
+  nlohmann::ordered_json object;
+  SetName(&object, "path", entry.path);
+  object["consumer"] = ConsumerOf(entry);
+  object["size"] = nullptr;
+  object["rotation"] = nullptr;
+  if (entry.name && !entry.name->size.empty()) object["size"] = entry.name->size;
+  if (entry.name) object["rotation"] = entry.name->quarterTurns;
+  object["bytes"] = entry.bytes;
+  object["picture"] = JsonPicture(entry.picture);
+  object["state"] = Told(entry.state);
+  return object;
+}
+
+std::string JsonOf(const std::string& path, const std::vector<Entry>& entries) {
+  nlohmann::ordered_json object;
+  SetName(&object, "source", path);
+  object["entries"] = nlohmann::ordered_json::array();
+  for (const Entry& entry : entries) object["entries"].push_back(JsonOf(entry));
+  object["error"] = nullptr;
+  return JsonLine(object);
+}
+
+// A picture of a type that is told.
+std::optional<Picture> PictureAt(const std::string& path) {
+  const QuietErrors quiet;
+  std::optional<Picture> picture = MeasurePicture(path);
+  if (picture && picture->mimeType.empty()) return std::nullopt;
+  return picture;
+}
+
+// Throws std::system_error when they can't be read.
+std::vector<Entry> EntriesOf(const std::string& path) {
+  const std::string any = file::GetEAPath(path, "thumbnail");
+  const Folder folder(any.empty() ? "" : file::Dirname(any));
+  if (!folder.IsOpen() && (errno == ENOENT || errno == ENOTDIR)) return {};
+  if (!folder.IsOpen()) throw std::system_error(errno, std::generic_category());
+  const Source source(AT_FDCWD, path);
+  std::vector<Entry> entries;
+  for (const std::string& name : folder.Names()) {
+    const std::optional<struct stat> record = folder.Look(name);
+    if (!record || !S_ISREG(record->st_mode)) continue;
+    const std::string entry = folder.PathOf(name);
+    entries.push_back({entry, ParseEntryName(name), PictureAt(entry), static_cast<std::uint64_t>(record->st_size),
+                       source.StateOf(*record)});
+  }
+  return entries;
+}
+
+// Fills `entries`, or tells why there are none.
+std::optional<Problem> Read(const std::string& path, std::vector<Entry>* entries) {
+  try {
+    *entries = EntriesOf(path);
+  } catch (const std::system_error& error) {
+    return WhyNotReached(error.code().value());
+  }
+  return entries->empty() ? CheckSource(path) : std::nullopt;
+}
+
+}  // namespace
+
+bool List(const std::vector<std::string>& sources, bool json) {
+  bool allRead = true;
+  std::vector<Row> rows = {heading};
+  std::string empty;
+  for (const std::string& name : sources) {
+    const std::string path = AbsolutePath(name);
+    std::vector<Entry> entries;
+    const std::optional<Problem> problem = Read(path, &entries);
+    if (problem) {
+      ReportProblem(name, *problem);
+      allRead = false;
+    }
+    if (json) WriteOut(problem ? JsonProblem("source", path, *problem) : JsonOf(path, entries));
+    if (!problem && entries.empty()) empty += Printable(name) + ": nothing is stored\n";
+    for (const Entry& entry : entries) rows.push_back(RowOf(entry));
+  }
+  if (!json && rows.size() > 1) WriteOut(Aligned(rows));
+  if (!json) WriteOut(empty);
+  return allRead;
+}
+
+}  // namespace tavithumb::apps::command

@@ -1,0 +1,82 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "remover.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <system_error>
+
+#include "common/names.h"
+#include "output.h"
+
+namespace tavithumb::apps::command {
+namespace {
+
+Problem NotRemoved(int error) {
+  return {Problem::Kind::kForbidden, "it cannot be removed: " + std::generic_category().message(error),
+          "make its folder writable, or run as its owner"};
+}
+
+}  // namespace
+
+bool Remover::RemoveFile(const Folder& folder, const std::string& name, const struct stat& record,
+                         const std::string& reason) {
+  if (!IsRemoved(folder, name, 0)) return false;
+  if (IsToldBefore(record)) return true;
+  const auto bytes = static_cast<std::uint64_t>(record.st_size);
+  ++files_;
+  bytes_ += bytes;
+  Tell(folder.PathOf(name), reason, bytes);
+  return true;
+}
+
+bool Remover::RemoveFolder(const Folder& parent, const std::string& name) {
+  const std::optional<struct stat> record = parent.Look(name);
+  if (!record || !IsRemoved(parent, name, AT_REMOVEDIR)) return false;
+  if (!IsToldBefore(*record)) Tell(parent.PathOf(name), "nothing is left in it", 0);
+  return true;
+}
+
+void Remover::Report(const std::string& path, const Problem& problem) {
+  isAllWell_ = false;
+  ReportProblem(path, problem);
+  if (style_.json) WriteOut(JsonProblem("path", AbsolutePath(path), problem));
+}
+
+bool Remover::Finish() const {
+  if (style_.json) {
+    WriteOut(JsonLine({{"files", files_}, {"bytes", bytes_}, {"dry_run", style_.isDryRun}}));
+  } else {
+    WriteOut((style_.isDryRun ? "would free " : "freed ") + std::to_string(bytes_) + " bytes in " +
+             std::to_string(files_) + (files_ == 1 ? " file\n" : " files\n"));
+  }
+  return isAllWell_;
+}
+
+// What somebody else has removed meanwhile, or put something into, is neither a removal nor a problem.
+bool Remover::IsRemoved(const Folder& folder, const std::string& name, int flags) {
+  if (style_.isDryRun || unlinkat(folder.Number(), name.c_str(), flags) == 0) return true;
+  if (errno != ENOENT && errno != ENOTEMPTY && errno != EEXIST) Report(folder.PathOf(name), NotRemoved(errno));
+  return false;
+}
+
+bool Remover::IsToldBefore(const struct stat& record) {
+  return style_.isDryRun && !told_.insert({record.st_dev, record.st_ino}).second;
+}
+
+void Remover::Tell(const std::string& path, const std::string& reason, std::uint64_t bytes) const {
+  if (!style_.json) {
+    WriteOut((style_.isDryRun ? "would remove " : "removed ") + Printable(path) + ": " + reason + "\n");
+    return;
+  }
+  nlohmann::ordered_json object;
+  SetName(&object, "path", AbsolutePath(path));
+  object["reason"] = reason;
+  object["bytes"] = bytes;
+  object["removed"] = !style_.isDryRun;
+  object["error"] = nullptr;
+  WriteOut(JsonLine(object));
+}
+
+}  // namespace tavithumb::apps::command
