@@ -46,13 +46,13 @@ bool AreUnchanged(const struct stat& before, const struct stat& now) {
 std::optional<Problem> CheckSourceAndVolume(const std::string& source) {
   if (std::optional<Problem> problem = CheckSource(source)) return problem;
   if (file::IsDestSupportEAWrite(file::Dirname(source))) return std::nullopt;
-  return Problem{Kind::kNoPlace, "its volume takes no thumbnails", "work on a copy on a local disk"};
+  return NoEntriesOnVolume();
 }
 
 // Rights and time of what is moved are set through its name: behind a link they would be another file's.
 std::optional<Problem> CheckThumbnail(const std::string& thumbnail, const std::string& source) {
   const std::optional<struct stat> record = Look(thumbnail);
-  if (!record) return WhyNotReached(errno);
+  if (!record) return ProblemOfErrno(errno);
   if (S_ISLNK(record->st_mode)) return Problem{Kind::kMissing, "it is a link", "name the file that it leads to"};
   if (S_ISDIR(record->st_mode)) return Problem{Kind::kMissing, "it is a folder", "name a picture in it"};
   if (!S_ISREG(record->st_mode)) return Problem{Kind::kMissing, "it is not a regular file", "name a picture"};
@@ -77,17 +77,19 @@ std::optional<Problem> CheckPlace(const std::string& place) {
                  "remove " + Printable(place)};
 }
 
-// A move across volumes that failed may have left half of the file.
-void RemoveHalf(const std::string& place, const std::optional<struct stat>& before) {
+// A move across volumes that failed may have left half of the file, in the place of what was stored before.
+void RemoveHalf(const std::string& place, const std::optional<struct stat>& before, const std::string& thumbnail) {
+  const std::optional<struct stat> whole = Look(thumbnail);
   const std::optional<struct stat> now = Look(place);
-  if (now && !(before && AreUnchanged(*before, *now))) unlink(place.c_str());
+  if (!whole || !now || AreSame(*whole, *now) || (before && AreUnchanged(*before, *now))) return;
+  unlink(place.c_str());
 }
 
 // Moves the thumbnail and tells its place in `place`; or tells why not, and the thumbnail is where it was. Throws as
 // the library does when the source can't be read.
 std::optional<Refusal> Store(const Pair& names, const Pair& paths, const AddStyle& style, std::string* place) {
   const auto& [source, thumbnail] = paths;
-  RequestedThumb job(source, {style.size});
+  RequestedThumb job(source, {{style.size, {}}});
   job.FindStored();
   if (style.checkType) {
     if (const auto problem = CheckType(thumbnail, job.GetOutputMimeType())) return Refusal{names.second, *problem};
@@ -95,9 +97,9 @@ std::optional<Refusal> Store(const Pair& names, const Pair& paths, const AddStyl
   *place = job.GetOnlineOutputDest();
   if (const auto problem = CheckPlace(*place)) return Refusal{names.first, *problem};
   const std::optional<struct stat> before = Look(*place);
-  const bool isStored = job.SaveExistingThumbsToEA({{style.size.name, thumbnail}}, style.mtime, style.checkType);
+  const bool isStored = job.SaveExistingThumbsToEA({{style.size, thumbnail}}, style.mtime, style.checkType);
   if (isStored && Look(*place)) return std::nullopt;
-  if (Look(thumbnail)) RemoveHalf(*place, before);
+  RemoveHalf(*place, before, thumbnail);
   if (const auto problem = WhyNotStored(source)) return Refusal{names.first, *problem};
   return Refusal{names.second,
                  {Kind::kForbidden, "it could not be moved",

@@ -5,14 +5,12 @@
 #include <utility>
 #include <vector>
 
-#include "common/request.h"
-
 namespace tavithumb::apps::command {
 
 struct AddStyle {
-  Size size;               // one that has a name
-  long mtime = 0;          // seconds since the epoch, 0 for the source's
-  bool checkType = false;  // only files of the type that is made for the source
+  std::string size;  // its name
+  long mtime;        // seconds since the epoch, 0 for the source's
+  bool checkType;    // only files of the type that is made for the source
 };
 
 // A source and a thumbnail of it.

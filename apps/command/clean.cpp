@@ -41,7 +41,7 @@ std::string WhyGo(const EntryName& entry, State state, const struct stat& record
 
 class Cleaner {
  public:
-  explicit Cleaner(const RemovalStyle& style) : remover_(style), eaFolder_(EAFolderName()) {}
+  explicit Cleaner(const RemovalStyle& style) : remover_(style) {}
 
   void CleanPath(const std::string& path);
   void CleanTemporaryFolder(const std::string& path);
@@ -61,12 +61,11 @@ class Cleaner {
   void ReportUnlessNoFolder(const std::string& path, int error);
 
   Remover remover_;
-  std::string eaFolder_;
 };
 
 void Cleaner::CleanPath(const std::string& path) {
   struct stat record = {};
-  if (stat(path.c_str(), &record) != 0 && errno != ENOENT) return remover_.Report(path, WhyNotReached(errno));
+  if (stat(path.c_str(), &record) != 0 && errno != ENOENT) return remover_.Report(path, ProblemOfErrno(errno));
   return S_ISDIR(record.st_mode) ? CleanFolder(path) : CleanFile(path);
 }
 
@@ -74,12 +73,9 @@ void Cleaner::CleanFolder(const std::string& path) {
   const Folder folder(path);
   if (!folder.IsOpen()) {
     const Problem isLink = {Problem::Kind::kMissing, "it is a link to a folder", "put a '/' behind its name"};
-    return remover_.Report(path, errno == ENOTDIR ? isLink : WhyNotReached(errno));
+    return remover_.Report(path, errno == ENOTDIR ? isLink : ProblemOfErrno(errno));
   }
-  if (file::GetEAPath(AbsolutePath(folder.PathOf("source")), "entry").empty()) {
-    return remover_.Report(
-        path, {Problem::Kind::kNoPlace, "thumbnails have none of their own", "name the folder of the photos"});
-  }
+  if (IsAmongThumbs(AbsolutePath(path))) return remover_.Report(path, FolderAmongThumbs());
   CleanFolder(folder);
 }
 
@@ -90,7 +86,7 @@ void Cleaner::CleanFolder(const Folder& folder) {
     const Folder inner(folder, name);
     if (!inner.IsOpen()) {
       ReportUnlessNoFolder(folder.PathOf(name), errno);
-    } else if (name == eaFolder_) {
+    } else if (name == EAFolderName()) {
       CleanEAFolder(folder, inner, nullptr);
     } else {
       CleanFolder(inner);
@@ -103,11 +99,11 @@ void Cleaner::CleanFile(const std::string& path) {
   const std::string name = BaseName(path);
   const std::string before = path.substr(0, path.size() - name.size());
   const Folder folder(before.empty() ? "." : before);
-  const Folder eaFolder(folder, eaFolder_);
+  const Folder eaFolder(folder, EAFolderName());
   if (eaFolder.Look(name)) {
     CleanEAFolder(folder, eaFolder, &name);
   } else if (!folder.Look(name)) {
-    remover_.Report(path, WhyNotReached(ENOENT));
+    remover_.Report(path, ProblemOfErrno(ENOENT));
   }
 }
 
@@ -117,7 +113,7 @@ void Cleaner::CleanEAFolder(const Folder& folder, const Folder& eaFolder, const 
   const auto stays = [&](const std::string& source) {
     return (onlySource != nullptr && source != *onlySource) || !CleanEADirectory(folder, eaFolder, source);
   };
-  if (std::count_if(sources->begin(), sources->end(), stays) == 0) remover_.RemoveFolder(folder, eaFolder_);
+  if (std::count_if(sources->begin(), sources->end(), stays) == 0) remover_.RemoveFolder(folder, EAFolderName());
 }
 
 // True when nothing is left of it. The empty one of a file that is there goes when it has been so for an hour: a tool
@@ -179,14 +175,14 @@ std::optional<std::vector<std::string>> Cleaner::NamesOf(const Folder& folder) {
   try {
     return folder.Names();
   } catch (const std::system_error& error) {
-    remover_.Report(folder.Path(), WhyNotReached(error.code().value()));
+    remover_.Report(folder.Path(), ProblemOfErrno(error.code().value()));
     return std::nullopt;
   }
 }
 
 // Files and links are none, nor is what has gone meanwhile.
 void Cleaner::ReportUnlessNoFolder(const std::string& path, int error) {
-  if (error != ENOTDIR && error != ENOENT) remover_.Report(path, WhyNotReached(error));
+  if (error != ENOTDIR && error != ENOENT) remover_.Report(path, ProblemOfErrno(error));
 }
 
 }  // namespace

@@ -115,7 +115,7 @@ std::optional<Problem> Read(const std::string& path, std::vector<Entry>* entries
   try {
     *entries = EntriesOf(path);
   } catch (const std::system_error& error) {
-    return WhyNotReached(error.code().value());
+    return ProblemOfErrno(error.code().value());
   }
   return entries->empty() ? CheckSource(path) : std::nullopt;
 }

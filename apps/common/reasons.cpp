@@ -60,7 +60,7 @@ bool HasPattern(const std::string& path) {
 
 }  // namespace
 
-Problem WhyNotReached(int error) {
+Problem ProblemOfErrno(int error) {
   if (error == ENOENT || error == ENOTDIR) return {Kind::kMissing, "it is not there", "check its name"};
   if (error == EACCES) return permissionDenied;
   return {Kind::kMissing, "it cannot be reached: " + std::generic_category().message(error), "check its path"};
@@ -77,7 +77,7 @@ Problem FolderAmongThumbs() {
 
 std::optional<Problem> CheckSource(const std::string& path) {
   struct stat record = {};
-  if (stat(path.c_str(), &record) != 0) return WhyNotReached(errno);
+  if (stat(path.c_str(), &record) != 0) return ProblemOfErrno(errno);
   if (S_ISDIR(record.st_mode)) return Problem{Kind::kMissing, "it is a folder", "name the files in it"};
   if (!S_ISREG(record.st_mode))
     return Problem{Kind::kMissing, "it is not a regular file", "name a photo or video file"};

@@ -24,9 +24,6 @@ struct Problem {
   std::string remedy;
 };
 
-// Why a path leads nowhere, by the system's error.
-Problem WhyNotReached(int error);
-
 // What can be told of `path` before the library sees it: a file that is there, of a supported kind, readable.
 std::optional<Problem> CheckSource(const std::string& path);
 

@@ -3,17 +3,25 @@
 
 #include <map>
 #include <regex>
+#include <vector>
 
 namespace tavithumb::apps {
 namespace {
 
-const std::string turns = "(?:_r(-?[1-3]))?";
-const std::string extension = "\\.(?:gif|png|jpg)";
+constexpr char extension[] = "\\.(?:gif|png|jpg)";
+constexpr char turns[] = "(?:_r(-?[1-3]))?";
+constexpr char letter[] = "(S|M|B|XL)";
 // "_<process id>_<seconds>" of the library's own temporary names, "_<seconds>" of djpeg's.
-const std::string temporary = "(_[0-9]+(?:_[0-9]+)?)?";
-const std::string letter = "(S|M|B|XL)";
-const std::string box = "(?:0|[1-9][0-9]{0,9})x(?:0|[1-9][0-9]{0,9})";
-const std::string brovixTemporary = "TAVIFILETMP_THUMB" + turns + extension;
+constexpr char mark[] = "(_[0-9]+(?:_[0-9]+)?)?";
+
+std::string Box() {
+  const std::string side = "(?:0|[1-9][0-9]{0,9})";
+  return side + "x" + side;
+}
+
+std::string BrovixTemporary() {
+  return std::string("TAVIFILETMP_THUMB") + turns + extension;
+}
 
 // How each consumer's names are made. The groups are size, turns and the mark of a temporary name.
 struct Scheme {
@@ -22,16 +30,19 @@ struct Scheme {
   std::regex pattern;
 };
 
-const std::array schemes = {
-    Scheme{"Brovix", false, std::regex("TAVIFILE_THUMB_(S|M|B|XL|" + box + ")" + turns + extension + temporary)},
-    Scheme{"Brovix", true, std::regex("()" + brovixTemporary + temporary)},
-    // What is made of a raw photo on a volume that takes no entries.
-    Scheme{"Brovix", true, std::regex("()tavithumb_" + brovixTemporary + "_[0-9]+_[0-9]+(_[0-9]+_[0-9]+)")},
-    Scheme{"Albumex", false, std::regex("TAVIPHOTO_THUMB_" + letter + "()" + extension + temporary)},
-    Scheme{"Albumex old", false, std::regex("TAVIPHOTO:THUMB_" + letter + "()" + extension + temporary)},
-    Scheme{"avatar", false, std::regex("TAVIAVATAR_(" + box + ")" + turns + extension + temporary)},
-    Scheme{"Cinevo", false, std::regex("()()TAVIVIDEO_VIDEO_SCREENSHOT\\.jpg" + temporary)},
-};
+// What begins with "tavithumb_" is made of a raw photo on a volume that takes no entries.
+std::vector<Scheme> MakeSchemes() {
+  const std::string end = std::string(extension) + mark;
+  return {
+      {"Brovix", false, std::regex("TAVIFILE_THUMB_(S|M|B|XL|" + Box() + ")" + turns + end)},
+      {"Brovix", true, std::regex("()" + BrovixTemporary() + mark)},
+      {"Brovix", true, std::regex("()tavithumb_" + BrovixTemporary() + "_[0-9]+_[0-9]+(_[0-9]+_[0-9]+)")},
+      {"Albumex", false, std::regex(std::string("TAVIPHOTO_THUMB_") + letter + "()" + end)},
+      {"Albumex old", false, std::regex(std::string("TAVIPHOTO:THUMB_") + letter + "()" + end)},
+      {"avatar", false, std::regex("TAVIAVATAR_(" + Box() + ")" + turns + end)},
+      {"Cinevo", false, std::regex(std::string("()()TAVIVIDEO_VIDEO_SCREENSHOT\\.jpg") + mark)},
+  };
+}
 
 std::string SizeOf(const std::string& text) {
   static const std::map<std::string, std::string> names = {
@@ -43,6 +54,7 @@ std::string SizeOf(const std::string& text) {
 }  // namespace
 
 std::optional<EntryName> ParseEntryName(const std::string& name) {
+  static const std::vector<Scheme> schemes = MakeSchemes();
   std::smatch groups;
   for (const Scheme& scheme : schemes) {
     if (!std::regex_match(name, groups, scheme.pattern)) continue;
@@ -57,7 +69,7 @@ bool IsTemporaryFile(const std::string& path) {
   static const std::regex pattern(
       "/tmp/thumb\\.[0-9]+\\.[0-9]+\\.[0-9]+\\.[a-z]+"
       "|/var/tmp/tavithumb_" +
-      brovixTemporary +
+      BrovixTemporary() +
       "_[0-9]+_[0-9]+(?:_[0-9]+)?"
       "|/var/tmp/convert_thumbnail__[0-9]+[^/]+");
   return std::regex_match(path, pattern);

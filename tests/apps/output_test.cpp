@@ -18,9 +18,18 @@ class BrokenOutput : public testing::Test {
   BrokenOutput() { MakePng(source, 60, 40); }
 
   void ExpectRefusal(const Start& start, const std::string& reason) const {
-    const std::vector<std::vector<std::string>> commands = {
-        {"get", source}, {"get", "--json", source}, {"get", "-0", source}, {"info", source}, {"info", "--json", source},
-        {"--help"},      {"get", "--help"},         {"--version"}};
+    const std::vector<std::vector<std::string>> commands = {{"get", source},
+                                                            {"get", "--json", source},
+                                                            {"get", "-0", source},
+                                                            {"info", source},
+                                                            {"info", "--json", source},
+                                                            {"list", source},
+                                                            {"list", "--json", source},
+                                                            {"clean", "--dry-run", source},
+                                                            {"clean", "--dry-run", "--json", source},
+                                                            {"--help"},
+                                                            {"get", "--help"},
+                                                            {"--version"}};
     for (const std::vector<std::string>& command : commands) {
       SCOPED_TRACE(testing::PrintToString(command));
       const Outcome outcome = run(command, start);

@@ -55,7 +55,26 @@ TEST(Usage, IsRefusedWithOneLineAndCode2) {
        "--albumex needs a size with a name: Albumex stores no others; see 'tavithumb get --help'"},
       {{"get", "--fallback-smaller", "--size", "9x9", "a.jpg"},
        "--fallback-smaller needs a size with a name: no other has smaller ones; see 'tavithumb get --help'"},
+      {{"list"}, "SOURCE is required; see 'tavithumb list --help'"},
+      {{"clean"}, "PATH is required; see 'tavithumb clean --help'"},
+      {{"clean", "--force", "a"}, "The following argument was not expected: --force; see 'tavithumb clean --help'"},
+      {{"add"}, "SOURCE is required; see 'tavithumb add --help'"},
+      {{"add", "a.jpg", "b.jpg"}, "--size is required; see 'tavithumb add --help'"},
+      {{"add", "--size", "big", "a.jpg"}, "'a.jpg' has no THUMBNAIL behind it; see 'tavithumb add --help'"},
+      {{"add", "--size", "big", "a.jpg", "b.jpg", "c\n.jpg"},
+       "'c\\n.jpg' has no THUMBNAIL behind it; see 'tavithumb add --help'"},
   };
+  for (const char* size : {"original", "9", "9x9", "", "huge", "Small"}) {
+    refusals.push_back({{"add", "--size", size, "a.jpg", "b.jpg"},
+                        "'" + std::string(size) +
+                            "' is no size to store a thumbnail as: it takes small, medium, big, " +
+                            "large or xlarge; see 'tavithumb add --help'"});
+  }
+  for (const char* time : {"", "0", "-1", "1.5", "now", "1e9", "99999999999999999999", " 1"}) {
+    refusals.push_back({{"add", "--size", "big", "--mtime", time, "a.jpg", "b.jpg"},
+                        "'" + std::string(time) + "' is no time: it takes whole seconds since 1970, such as " +
+                            "1700000000; see 'tavithumb add --help'"});
+  }
   for (const char* size :
        {"",     "huge",    "Small",   "0",     "-1",  "65536", "4294967297", "1x", "x1", "0x1",  "1x0", "-1x1",
         "1x-1", "1x65536", "65536x1", "1x1x1", "1X1", "1.5",   "+1",         " 1", "1 ", "0x10", "1e3"}) {
@@ -131,7 +150,7 @@ struct Help {
 TEST(Usage, IsExplainedByHelp) {
   const std::vector<Help> rows = {
       {{"--help"},
-       {"Usage: tavithumb [OPTIONS] SUBCOMMAND\n", "get ", "info ", "make ", "--version",
+       {"Usage: tavithumb [OPTIONS] SUBCOMMAND\n", "get ", "info ", "make ", "add ", "list ", "clean ", "--version",
         "Exit codes:", "2    bad usage"}},
       {{"get", "--help"},
        {"Usage: tavithumb get [OPTIONS] FILE...\n",
@@ -163,6 +182,13 @@ TEST(Usage, IsExplainedByHelp) {
         "--json", "--files-from FILE", "-0 ", "Examples:", "Exit codes: 0 ", "130 interrupted"}},
       {{"info", "--help"},
        {"Usage: tavithumb info [OPTIONS] FILE...\n", "--json", "orientation (1 to 8", "Examples:", "Exit codes: 0 "}},
+      {{"add", "--help"},
+       {"Usage: tavithumb add [OPTIONS] SOURCE THUMBNAIL [SOURCE THUMBNAIL...]\n", "--size NAME", "--check-type",
+        "--mtime SECONDS", "Examples:", "Exit codes: 0 "}},
+      {{"list", "--help"},
+       {"Usage: tavithumb list [OPTIONS] SOURCE...\n", "--json", "stale", "Examples:", "Exit codes: 0 "}},
+      {{"clean", "--help"},
+       {"Usage: tavithumb clean [OPTIONS] PATH...\n", "--dry-run", "--json", "Examples:", "Exit codes: 0 "}},
   };
   const CommandRunner run;
   for (const Help& row : rows) {

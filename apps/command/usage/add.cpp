@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "add.h"
 
+#include <tavithumb/libtavithumb.h>
+
 #include <memory>
+#include <optional>
 #include <stdexcept>
 
 #include "common/request.h"
@@ -29,7 +32,7 @@ constexpr char footer[] =
 struct Arguments {
   std::vector<std::string> names;
   std::string size;
-  std::string time;
+  std::optional<std::string> time;
   bool checkType = false;
 };
 
@@ -49,15 +52,12 @@ void AddOptions(CLI::App* line, Arguments* arguments) {
 
 // Throws std::invalid_argument with a sentence for people.
 AddStyle StyleOf(const Arguments& arguments) {
-  AddStyle style = {ParseSize(arguments.size)};
-  if (style.size.IsBox() || style.size.name == "original") {
+  if (arguments.size == "original" || Thumb::strThumbSizeMap_.count(arguments.size) == 0) {
     throw std::invalid_argument("'" + arguments.size +
                                 "' is no size to store a thumbnail as: it takes small, medium, " +
                                 "big, large or xlarge");
   }
-  if (!arguments.time.empty()) style.mtime = ParseTime(arguments.time);
-  style.checkType = arguments.checkType;
-  return style;
+  return {arguments.size, arguments.time ? ParseTime(*arguments.time) : 0, arguments.checkType};
 }
 
 // Throws std::invalid_argument with a sentence for people.

@@ -1,0 +1,270 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+// `tavithumb add`: where thumbnails go, and that none is lost.
+#include <pictures.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include <cstdlib>
+#include <filesystem>
+
+#include "command_runner.h"
+
+namespace tavithumb::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr uid_t nobody = 65534;
+constexpr char thumb[] = "TAVIFILE_THUMB_M.png";
+
+class Add : public testing::Test {
+ protected:
+  Add() {
+    MakePng(source, 800, 600);
+    SetTimes(source, 1000000, 1000000);
+    MakePng(thumbnail, 60, 40);
+    content = ReadFile(thumbnail);
+  }
+
+  Outcome Run(std::vector<std::string> arguments, const Start& start = {}) const {
+    arguments.insert(arguments.begin(), "add");
+    return run(arguments, start);
+  }
+
+  // Asserts that the thumbnail was refused, and is still where it was.
+  void ExpectRefusal(const std::vector<std::string>& arguments, const std::string& name, const std::string& reason,
+                     const Start& start = {}) const {
+    const Outcome outcome = Run(arguments, start);
+    EXPECT_EQ(outcome.code, 1);
+    EXPECT_EQ(outcome.out, "");
+    EXPECT_EQ(outcome.err, "tavithumb: " + name + ": " + reason + "\n");
+    EXPECT_EQ(ReadFile(thumbnail), content);
+  }
+
+  const TempDir folder;
+  const TempDir other;
+  const std::string source = folder / "photo.png";
+  const std::string thumbnail = other / "small.png";
+  const std::string place = EntryOf(source, thumb);
+  std::string content;
+  const CommandRunner run;
+};
+
+TEST_F(Add, MovesAThumbnailToWhereGetFindsIt) {
+  const Outcome outcome = Run({"--size", "medium", source, thumbnail});
+  EXPECT_EQ(outcome.code, 0);
+  EXPECT_EQ(outcome.out, place + "\n");
+  EXPECT_EQ(outcome.err, "");
+  EXPECT_EQ(Names(other.Path()), std::vector<std::string>{});
+  EXPECT_EQ(ReadFile(place), content);
+  EXPECT_EQ(ModificationTime(place), 1000000);
+  EXPECT_EQ(run({"get", source}).out, place + "\n");
+  EXPECT_EQ(ReadFile(place), content);
+}
+
+TEST_F(Add, StoresUnderTheNameOfEachSize) {
+  for (const auto& [size, entry] :
+       std::vector<std::pair<std::string, std::string>>{{"small", "TAVIFILE_THUMB_S.png"},
+                                                        {"medium", "TAVIFILE_THUMB_M.png"},
+                                                        {"big", "TAVIFILE_THUMB_B.png"},
+                                                        {"large", "TAVIFILE_THUMB_XL.png"},
+                                                        {"xlarge", "TAVIFILE_THUMB_XL.png"}}) {
+    WriteFile(thumbnail, size);
+    EXPECT_EQ(Run({"--size", size, source, thumbnail}).out, EntryOf(source, entry) + "\n");
+    EXPECT_EQ(ReadFile(EntryOf(source, entry)), size);
+  }
+}
+
+TEST_F(Add, TakesTheNameFromTheSource) {
+  const std::string jpeg = folder / "turned.jpg";
+  MakeJpeg(jpeg, 800, 600);
+  SetExif(jpeg, {{"Exif.Image.Orientation", "6"}});
+  const std::string video = folder / "clip.mp4";
+  WriteFile(video, "no real video");
+  const std::string text = folder / "text.jpg";
+  WriteFile(text, "This is a text that is longer than thirty-one bytes.\n");
+  for (const auto& [photo, entry] : std::vector<std::pair<std::string, std::string>>{
+           {jpeg, "TAVIFILE_THUMB_M_r1.jpg"}, {video, "TAVIFILE_THUMB_M.jpg"}, {text, "TAVIFILE_THUMB_M.jpg"}}) {
+    WriteFile(thumbnail, content);
+    const Outcome outcome = Run({"--size=medium", photo, thumbnail});
+    EXPECT_EQ(outcome.code, 0);
+    EXPECT_EQ(outcome.out, EntryOf(photo, entry) + "\n");
+    EXPECT_EQ(ReadFile(EntryOf(photo, entry)), content);
+  }
+}
+
+TEST_F(Add, SetsTheTimeThatIsAskedFor) {
+  EXPECT_EQ(Run({"--size=medium", "--mtime=1700000000", source, thumbnail}).code, 0);
+  EXPECT_EQ(ModificationTime(place), 1700000000);
+}
+
+TEST_F(Add, ReplacesWhatIsStored) {
+  WriteFile(place, "older");
+  EXPECT_EQ(Run({"--size=medium", source, thumbnail}).out, place + "\n");
+  EXPECT_EQ(ReadFile(place), content);
+  // What is there already stays there.
+  const Outcome again = Run({"--size=medium", source, place});
+  EXPECT_EQ(again.code, 0);
+  EXPECT_EQ(again.out, place + "\n");
+  EXPECT_EQ(ReadFile(place), content);
+}
+
+TEST_F(Add, GoesOnAfterARefusal) {
+  MakePng(folder / "second.png", 80, 60);
+  WriteFile(other / "second.png", "second");
+  const Outcome outcome =
+      Run({"--size=small", "photo.png", "missing.png", "second.png", other / "second.png"}, In(folder.Path()));
+  EXPECT_EQ(outcome.code, 1);
+  EXPECT_EQ(outcome.out, EntryOf(folder / "second.png", "TAVIFILE_THUMB_S.png") + "\n");
+  EXPECT_EQ(outcome.err, "tavithumb: missing.png: it is not there; check its name\n");
+}
+
+TEST_F(Add, RefusesWhatIsNoThumbnail) {
+  fs::create_directory(other / "folder.png");
+  fs::create_symlink("small.png", other / "link.png");
+  ASSERT_EQ(mkfifo((other / "pipe.png").c_str(), 0600), 0);
+  fs::create_hard_link(source, other / "photo.png");
+  for (const auto& [name, reason] : std::vector<std::pair<std::string, std::string>>{
+           {other / "folder.png", "it is a folder; name a picture in it"},
+           {other / "link.png", "it is a link; name the file that it leads to"},
+           {other / "pipe.png", "it is not a regular file; name a picture"},
+           {other / "photo.png", "it is the source itself; name another file"},
+           {source, "it is the source itself; name another file"},
+           {std::string(100000, 'n'), "it cannot be reached: File name too long; check its path"}}) {
+    ExpectRefusal({"--size=medium", source, name}, name, reason);
+  }
+  EXPECT_EQ(Names(folder.Path()), std::vector<std::string>{"photo.png"});
+  EXPECT_EQ(Names(other.Path()),
+            (std::vector<std::string>{"folder.png", "link.png", "photo.png", "pipe.png", "small.png"}));
+}
+
+TEST_F(Add, RefusesWhatIsNoSource) {
+  WriteFile(folder / "notes.txt", "text");
+  WriteFile(folder / "empty.jpg", "");
+  WriteFile(folder / ".tavi_ea/b.png/a.png", ReadFile(source));
+  for (const auto& [name, reason] : std::vector<std::pair<std::string, std::string>>{
+           {folder / "missing.jpg", "it is not there; check its name"},
+           {folder.Path(), "it is a folder; name the files in it"},
+           {folder / "notes.txt",
+            "it is not a photo or video by its name; give it the right ending, such as .jpg or .mp4"},
+           {folder / "empty.jpg", "it is damaged; get a fresh copy of it"},
+           {folder / ".tavi_ea/b.png/a.png",
+            "there is no place beside it for a thumbnail; copy it to an ordinary folder with a shorter path"}}) {
+    ExpectRefusal({"--size=medium", name, thumbnail}, name, reason);
+  }
+}
+
+TEST_F(Add, RefusesWhereSomethingElseLiesInTheWay) {
+  const std::string reason = "something that is no file lies where its thumbnail belongs; remove " + place;
+  fs::create_directories(place);
+  ExpectRefusal({"--size=medium", source, thumbnail}, source, reason);
+  EXPECT_EQ(Names(place), std::vector<std::string>{});
+  fs::remove(place);
+  fs::create_symlink(other.Path(), place);
+  ExpectRefusal({"--size=medium", source, thumbnail}, source, reason);
+}
+
+TEST_F(Add, RefusesOtherTypesWhenAsked) {
+  MakeJpeg(other / "small.jpg", 60, 40);
+  WriteFile(other / "text.png", "This is a text that is longer than thirty-one bytes.\n");
+  ExpectRefusal({"--check-type", "--size=medium", source, other / "small.jpg"}, other / "small.jpg",
+                "it is image/jpeg, and thumbnails of its source are image/png; convert it, or leave out --check-type");
+  ExpectRefusal({"--check-type", "--size=medium", source, other / "text.png"}, other / "text.png",
+                "its content is no known kind of picture; check that it opens elsewhere");
+  EXPECT_EQ(Names(other.Path()), (std::vector<std::string>{"small.jpg", "small.png", "text.png"}));
+  EXPECT_EQ(Names(folder.Path()), std::vector<std::string>{"photo.png"});
+  EXPECT_EQ(Run({"--check-type", "--size=medium", source, thumbnail}).out, place + "\n");
+  EXPECT_EQ(Run({"--size=medium", source, other / "small.jpg"}).out, place + "\n");
+}
+
+TEST_F(Add, RefusesAVolumeThatTakesNoThumbnails) {
+  Start start;
+  start.environment = {"LD_PRELOAD=" NO_EA_VOLUME, "ASAN_OPTIONS=verify_asan_link_order=0"};
+  ExpectRefusal(
+      {"--size=medium", source, thumbnail}, source,
+      "thumbnails cannot be kept on its volume; ask for them one by one with 'tavithumb get', or copy it to a "
+      "local disk",
+      start);
+  EXPECT_EQ(Names(folder.Path()), std::vector<std::string>{"photo.png"});
+}
+
+TEST_F(Add, RefusesAFolderThatTheUserMayNotWriteIn) {
+  if (const std::string why = CommandRunner::WhyNotAs(nobody); !why.empty()) GTEST_SKIP() << why;
+  for (const std::string& path : {folder.Path(), other.Path()}) fs::permissions(path, fs::perms(0755));
+  fs::permissions(source, fs::perms(0644));
+  ExpectRefusal({"--size=medium", source, thumbnail}, source,
+                "no thumbnail can be written beside it; allow writing in its folder, or work on a copy", As(nobody));
+  fs::permissions(folder.Path(), fs::perms(0777));
+  ExpectRefusal({"--size=medium", source, thumbnail}, thumbnail,
+                "it could not be moved; allow writing in its folder, and check that there is space on the disk",
+                As(nobody));
+  fs::permissions(other.Path(), fs::perms(0777));
+  EXPECT_EQ(Run({"--size=medium", source, thumbnail}, As(nobody)).out, place + "\n");
+}
+
+// Between volumes a file is copied, which may stop half way.
+class AddAcrossVolumes : public Add {
+ protected:
+  void SetUp() override {
+    struct stat here = {};
+    struct stat there = {};
+    if (mkdtemp(remote.data()) == nullptr || stat(remote.c_str(), &there) != 0) GTEST_SKIP() << "no /dev/shm";
+    ASSERT_EQ(stat(folder.Path().c_str(), &here), 0);
+    if (here.st_dev == there.st_dev) GTEST_SKIP() << "/dev/shm is no volume of its own";
+    large = remote + "/large.png";
+    WriteFile(large, std::string(100000, 'p'));
+  }
+  ~AddAcrossVolumes() override {
+    std::error_code ignored;
+    fs::remove_all(remote, ignored);
+  }
+
+  std::string remote = "/dev/shm/tavithumb-test-XXXXXX";
+  std::string large;
+};
+
+TEST_F(AddAcrossVolumes, MovesAThumbnail) {
+  WriteFile(place, "older");
+  const Outcome outcome = Run({"--size=medium", source, large});
+  EXPECT_EQ(outcome.code, 0);
+  EXPECT_EQ(outcome.out, place + "\n");
+  EXPECT_EQ(outcome.err, "");
+  EXPECT_EQ(ReadFile(place), std::string(100000, 'p'));
+  EXPECT_EQ(Names(remote), std::vector<std::string>{});
+}
+
+TEST_F(AddAcrossVolumes, LeavesNoHalfOfAThumbnail) {
+  for (const bool isStored : {false, true}) {
+    if (isStored) WriteFile(place, "older");
+    rlimit before = {};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+    rlimit small = before;
+    small.rlim_cur = 50000;
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+    const Outcome outcome = Run({"--size=medium", source, large});
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &before), 0);
+    EXPECT_EQ(outcome.code, 1);
+    EXPECT_EQ(outcome.out, "");
+    EXPECT_EQ(outcome.err,
+              "tavithumb: " + large +
+                  ": it could not be moved; allow writing in its folder, and check that there is space on the disk\n");
+    EXPECT_EQ(ReadFile(large), std::string(100000, 'p'));
+    EXPECT_EQ(Names(EntryOf(source, "")), std::vector<std::string>{});
+  }
+}
+
+TEST_F(Add, TakesNamesOfAnyBytes) {
+  for (const std::string& name :
+       {std::string("new\nline.png"), std::string("latin\xfc.png"), std::string("-dash.png")}) {
+    fs::copy_file(source, folder / name);
+    WriteFile(other / name, content);
+    const Outcome outcome = Run({"--size=medium", "--", name, other / name}, In(folder.Path()));
+    EXPECT_EQ(outcome.code, 0);
+    EXPECT_EQ(outcome.out, EntryOf(folder / name, thumb) + "\n");
+    EXPECT_EQ(outcome.err, "");
+    EXPECT_EQ(ReadFile(EntryOf(folder / name, thumb)), content);
+  }
+}
+
+}  // namespace
+}  // namespace tavithumb::test

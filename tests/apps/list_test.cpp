@@ -1,0 +1,213 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+// `tavithumb list`: what is stored for a source, as a table and as JSON.
+#include <pictures.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+
+#include "command_runner.h"
+
+namespace tavithumb::test {
+namespace {
+
+namespace fs = std::filesystem;
+using nlohmann::json;
+
+constexpr uid_t nobody = 65534;
+constexpr char thumb[] = "TAVIFILE_THUMB_M.jpg";
+
+class List : public testing::Test {
+ protected:
+  void ExpectTable(const std::vector<std::string>& sources, const std::string& out, const std::string& err = "") const {
+    std::vector<std::string> arguments = {"list", "--"};
+    arguments.insert(arguments.end(), sources.begin(), sources.end());
+    const Outcome outcome = run(arguments, In(folder.Path()));
+    EXPECT_EQ(outcome.out, out);
+    EXPECT_EQ(outcome.err, err);
+    EXPECT_EQ(outcome.code, err.empty() ? 0 : 1);
+  }
+
+  // The path of an entry, which is made as old as its source.
+  std::string Place(const std::string& source, const std::string& entry) const {
+    return EntryOf(folder / source, entry);
+  }
+  void Store(const std::string& source, const std::string& entry, const std::string& content) const {
+    WriteFile(Place(source, entry), content);
+    SetTimes(Place(source, entry), 1, ModificationTime(folder / source));
+  }
+
+  json Entry(const std::string& source, const std::string& entry, const std::string& consumer, const json& size,
+             const json& rotation, const std::string& state = "up to date") const {
+    return {
+        {"path", Place(source, entry)}, {"consumer", consumer}, {"size", size}, {"rotation", rotation}, {"bytes", 7},
+        {"picture", nullptr},           {"state", state}};
+  }
+
+  const TempDir folder;
+  const CommandRunner run;
+};
+
+TEST_F(List, TellsForWhomEachIsStored) {
+  WriteFile(folder / "a.jpg", "photo");
+  const std::vector<std::string> entries = {"TAVIAVATAR_480x640_r1.jpg",      "TAVIFILETMP_THUMB.jpg_1_2",
+                                            "TAVIFILETMP_THUMB_r3.gif",       "TAVIFILE_THUMB_300x200.jpg",
+                                            "TAVIFILE_THUMB_XL_r-1.png",      "TAVIFILE_THUMB_XL_r4.png",
+                                            "TAVIPHOTO:THUMB_S.jpg",          "TAVIPHOTO_THUMB_B.jpg",
+                                            "TAVIVIDEO_VIDEO_SCREENSHOT.jpg", "notes"};
+  for (const std::string& entry : entries) Store("a.jpg", entry, "no pic\n");
+  const Outcome outcome = run({"list", "--json", "a.jpg"}, In(folder.Path()));
+  EXPECT_EQ(outcome.code, 0);
+  EXPECT_EQ(outcome.err, "");
+  const json expected = {
+      {"source", folder / "a.jpg"},
+      {"entries",
+       {Entry("a.jpg", entries[0], "avatar", "480x640", 1), Entry("a.jpg", entries[1], "Brovix temporary", nullptr, 0),
+        Entry("a.jpg", entries[2], "Brovix temporary", nullptr, 3), Entry("a.jpg", entries[3], "Brovix", "300x200", 0),
+        Entry("a.jpg", entries[4], "Brovix", "large/xlarge", -1), Entry("a.jpg", entries[5], "other", nullptr, nullptr),
+        Entry("a.jpg", entries[6], "Albumex old", "small", 0), Entry("a.jpg", entries[7], "Albumex", "big", 0),
+        Entry("a.jpg", entries[8], "Cinevo", nullptr, 0), Entry("a.jpg", entries[9], "other", nullptr, nullptr)}},
+      {"error", nullptr}};
+  EXPECT_EQ(ObjectsOf(outcome.out), std::vector<json>{expected});
+}
+
+TEST_F(List, PrintsOneAlignedTableOfWhatThePicturesAreByTheirContent) {
+  WriteFile(folder / "a.jpg", "photo");
+  WriteFile(folder / "b.png", "photo");
+  WriteFile(folder / "none.jpg", "photo");
+  MakeBmp(folder / "thumb.bmp", 60, 40);
+  MakePng(folder / "thumb.png", 6, 4);
+  Store("a.jpg", "TAVIFILE_THUMB_M.jpg", ReadFile(folder / "thumb.bmp"));
+  Store("a.jpg", "TAVIFILE_THUMB_S.jpg", "no picture");
+  Store("b.png", "TAVIAVATAR_9x9_r-1.png", ReadFile(folder / "thumb.png"));
+  SetTimes(Place("b.png", "TAVIAVATAR_9x9_r-1.png"), 1, ModificationTime(folder / "b.png") - 1);
+  const std::string bmpBytes = std::to_string(fs::file_size(folder / "thumb.bmp"));
+  const std::string pngBytes = std::to_string(fs::file_size(folder / "thumb.png"));
+  ASSERT_EQ(bmpBytes.size(), 4u);
+  ASSERT_EQ(pngBytes.size(), 3u);
+  ExpectTable({"a.jpg", "missing.jpg", "none.jpg", "b.png"},
+              "CONSUMER  SIZE    ROTATION  PIXELS  BYTES  TYPE            STATE       PATH\n"
+              "Brovix    medium  0         60x40   " +
+                  bmpBytes + "   image/x-ms-bmp  up to date  " + Place("a.jpg", "TAVIFILE_THUMB_M.jpg") + "\n" +
+                  "Brovix    small   0         -       10     -               up to date  " +
+                  Place("a.jpg", "TAVIFILE_THUMB_S.jpg") + "\n" + "avatar    9x9     -90       6x4     " + pngBytes +
+                  "    image/png       stale       " + Place("b.png", "TAVIAVATAR_9x9_r-1.png") + "\n" +
+                  "none.jpg: nothing is stored\n",
+              "tavithumb: missing.jpg: it is not there; check its name\n");
+}
+
+TEST_F(List, TellsPlainlyThatNothingIsStored) {
+  WriteFile(folder / "a.jpg", "photo");
+  ExpectTable({"a.jpg"}, "a.jpg: nothing is stored\n");
+  fs::create_directories(Place("a.jpg", ""));
+  ExpectTable({"a.jpg"}, "a.jpg: nothing is stored\n");
+  const Outcome outcome = run({"list", "--json", "a.jpg"}, In(folder.Path()));
+  EXPECT_EQ(outcome.code, 0);
+  EXPECT_EQ(ObjectsOf(outcome.out),
+            (std::vector<json>{{{"source", folder / "a.jpg"}, {"entries", json::array()}, {"error", nullptr}}}));
+}
+
+TEST_F(List, TellsThePictureInJson) {
+  MakePng(folder / "a.png", 600, 400);
+  const std::string place = Place("a.png", "TAVIFILE_THUMB_S.png");
+  ASSERT_EQ(run({"get", "--size=small", folder / "a.png"}).code, 0);
+  const Outcome outcome = run({"list", "--json", folder / "a.png"});
+  EXPECT_EQ(ObjectsOf(outcome.out),
+            (std::vector<json>{{{"source", folder / "a.png"},
+                                {"entries",
+                                 {{{"path", place},
+                                   {"consumer", "Brovix"},
+                                   {"size", "small"},
+                                   {"rotation", 0},
+                                   {"bytes", fs::file_size(place)},
+                                   {"picture", {{"mime_type", "image/png"}, {"width", 120}, {"height", 80}}},
+                                   {"state", "up to date"}}}},
+                                {"error", nullptr}}}));
+}
+
+TEST_F(List, ListsWhatIsStoredForASourceThatIsGone) {
+  WriteFile(folder / "a.jpg", "photo");
+  Store("a.jpg", thumb, "no pic\n");
+  fs::remove(folder / "a.jpg");
+  const Outcome outcome = run({"list", "--json", "a.jpg"}, In(folder.Path()));
+  EXPECT_EQ(outcome.code, 0);
+  EXPECT_EQ(outcome.err, "");
+  EXPECT_EQ(ObjectsOf(outcome.out),
+            (std::vector<json>{{{"source", folder / "a.jpg"},
+                                {"entries", {Entry("a.jpg", thumb, "Brovix", "medium", 0, "source is gone")}},
+                                {"error", nullptr}}}));
+}
+
+TEST_F(List, CannotTellTheStateWhereTheSourceIsNoFileThatCanBeLookedAt) {
+  WriteFile(folder / "a.jpg", "photo");
+  Store("a.jpg", thumb, "no pic\n");
+  fs::remove(folder / "a.jpg");
+  fs::create_symlink("nowhere", folder / "a.jpg");
+  const Outcome outcome = run({"list", "--json", "a.jpg"}, In(folder.Path()));
+  EXPECT_EQ(ObjectsOf(outcome.out).at(0).at("entries"),
+            (json{Entry("a.jpg", thumb, "Brovix", "medium", 0, "unknown")}));
+}
+
+TEST_F(List, PassesOverWhatIsNoFile) {
+  WriteFile(folder / "a.jpg", "photo");
+  Store("a.jpg", thumb, "no pic\n");
+  fs::create_symlink(thumb, Place("a.jpg", "TAVIFILE_THUMB_S.jpg"));
+  fs::create_directory(Place("a.jpg", "TAVIFILE_THUMB_B.jpg"));
+  ASSERT_EQ(mkfifo(Place("a.jpg", "TAVIFILE_THUMB_XL.jpg").c_str(), 0600), 0);
+  ExpectTable({"a.jpg"},
+              "CONSUMER  SIZE    ROTATION  PIXELS  BYTES  TYPE  STATE       PATH\n"
+              "Brovix    medium  0         -       7      -     up to date  " +
+                  Place("a.jpg", thumb) + "\n");
+}
+
+TEST_F(List, RefusesWhatCanHaveNothingStored) {
+  fs::create_directory(folder / "album");
+  WriteFile(folder / "notes.txt", "text");
+  const std::string longName(100000, 'n');
+  ExpectTable({"missing.jpg", "album", "notes.txt", longName, ""}, "",
+              "tavithumb: missing.jpg: it is not there; check its name\n"
+              "tavithumb: album: it is a folder; name the files in it\n"
+              "tavithumb: notes.txt: it is not a photo or video by its name; give it the right ending, such as .jpg or "
+              ".mp4\n"
+              "tavithumb: " +
+                  longName +
+                  ": it cannot be reached: File name too long; check its path\n"
+                  "tavithumb: : it is not there; check its name\n");
+  const Outcome outcome = run({"list", "--json", "missing.jpg"}, In(folder.Path()));
+  EXPECT_EQ(outcome.code, 1);
+  EXPECT_EQ(ObjectsOf(outcome.out),
+            (std::vector<json>{{{"source", folder / "missing.jpg"}, {"error", "it is not there"}}}));
+}
+
+TEST_F(List, TellsWhereItMayNotLook) {
+  if (const std::string why = CommandRunner::WhyNotAs(nobody); !why.empty()) GTEST_SKIP() << why;
+  WriteFile(folder / "a.jpg", "photo");
+  Store("a.jpg", thumb, "no pic\n");
+  fs::permissions(folder.Path(), fs::perms(0755));
+  for (const std::string& closed : {Place("a.jpg", ""), folder / ".tavi_ea"}) {
+    fs::permissions(closed, fs::perms(0700));
+    const Outcome outcome = run({"list", folder / "a.jpg"}, As(nobody));
+    EXPECT_EQ(outcome.code, 1);
+    EXPECT_EQ(outcome.out, "");
+    EXPECT_EQ(outcome.err,
+              "tavithumb: " + (folder / "a.jpg") + ": permission denied; ask its owner for the right to read it\n");
+  }
+}
+
+TEST_F(List, TakesNamesOfAnyBytes) {
+  WriteFile(folder / "new\nline.jpg", "photo");
+  WriteFile(folder / "latin\xfc.jpg", "photo");
+  Store("new\nline.jpg", thumb, "no pic\n");
+  Store("latin\xfc.jpg", "not\xfc", "no pic\n");
+  ExpectTable({"new\nline.jpg"},
+              "CONSUMER  SIZE    ROTATION  PIXELS  BYTES  TYPE  STATE       PATH\n"
+              "Brovix    medium  0         -       7      -     up to date  " +
+                  folder.Path() + "/.tavi_ea/new\\nline.jpg/TAVIFILE_THUMB_M.jpg\n");
+  const json object = ObjectsOf(run({"list", "--json", "latin\xfc.jpg"}, In(folder.Path())).out).at(0);
+  EXPECT_EQ(object.at("source"), folder / "latin\xef\xbf\xbd.jpg");
+  EXPECT_TRUE(object.contains("source_hex"));
+  EXPECT_EQ(object.at("entries").at(0).at("path"), folder / ".tavi_ea/latin\xef\xbf\xbd.jpg/not\xef\xbf\xbd");
+  EXPECT_TRUE(object.at("entries").at(0).contains("path_hex"));
+}
+
+}  // namespace
+}  // namespace tavithumb::test
