@@ -79,9 +79,8 @@ std::optional<Problem> CheckPlace(const std::string& place) {
 
 // A move across volumes that failed may have left half of the file, in the place of what was stored before.
 void RemoveHalf(const std::string& place, const std::optional<struct stat>& before, const std::string& thumbnail) {
-  const std::optional<struct stat> whole = Look(thumbnail);
   const std::optional<struct stat> now = Look(place);
-  if (!whole || !now || AreSame(*whole, *now) || (before && AreUnchanged(*before, *now))) return;
+  if (!now || (before && AreUnchanged(*before, *now)) || !Look(thumbnail)) return;
   unlink(place.c_str());
 }
 

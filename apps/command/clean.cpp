@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <ctime>
 #include <optional>
+#include <stdexcept>
 #include <system_error>
 
 #include "common/ea_folder.h"
@@ -185,9 +186,16 @@ void Cleaner::ReportUnlessNoFolder(const std::string& path, int error) {
   if (error != ENOTDIR && error != ENOENT) remover_.Report(path, ProblemOfErrno(error));
 }
 
+// Where thumbnails lay in another way, each would look like one whose source is gone.
+void CheckLayout() {
+  if (file::GetEAPath("/folder/source", "entry") == "/folder/" + EAFolderName() + "/source/entry") return;
+  throw std::runtime_error("this system keeps thumbnails in a way that is not known here; nothing is removed");
+}
+
 }  // namespace
 
 bool Clean(const std::vector<std::string>& paths, const RemovalStyle& style) {
+  CheckLayout();
   Cleaner cleaner(style);
   for (const std::string& path : paths) cleaner.CleanPath(path);
   for (const char* folder : temporaryFolders) cleaner.CleanTemporaryFolder(folder);

@@ -194,10 +194,12 @@ TEST_F(Add, RefusesAFolderThatTheUserMayNotWriteIn) {
   fs::permissions(source, fs::perms(0644));
   ExpectRefusal({"--size=medium", source, thumbnail}, source,
                 "no thumbnail can be written beside it; allow writing in its folder, or work on a copy", As(nobody));
-  fs::permissions(folder.Path(), fs::perms(0777));
+  WriteFile(place, "older");
+  fs::permissions(fs::path(place).parent_path(), fs::perms(0777));
   ExpectRefusal({"--size=medium", source, thumbnail}, thumbnail,
                 "it could not be moved; allow writing in its folder, and check that there is space on the disk",
                 As(nobody));
+  EXPECT_EQ(ReadFile(place), "older");
   fs::permissions(other.Path(), fs::perms(0777));
   EXPECT_EQ(Run({"--size=medium", source, thumbnail}, As(nobody)).out, place + "\n");
 }

@@ -417,6 +417,18 @@ TEST_F(Clean, RefusesTheFolderOfThumbnailsItself) {
   EXPECT_TRUE(Exists(EntryOf(folder / "gone.jpg", thumb)));
 }
 
+TEST_F(Clean, RemovesNothingWhereThumbnailsLieInAnotherWay) {
+  StoreOfGone("gone.jpg");
+  Start start = In(folder.Path());
+  start.environment = {"LD_PRELOAD=" OTHER_LAYOUT, "ASAN_OPTIONS=verify_asan_link_order=0"};
+  const Outcome outcome = run({"clean", "."}, start);
+  EXPECT_EQ(outcome.code, 1);
+  EXPECT_EQ(outcome.out, "");
+  EXPECT_EQ(outcome.err,
+            "tavithumb: this system keeps thumbnails in a way that is not known here; nothing is removed\n");
+  EXPECT_TRUE(Exists(EntryOf(folder / "gone.jpg", thumb)));
+}
+
 TEST_F(Clean, RefusesNamesThatAreTooLong) {
   const std::string name(100000, 'n');
   Expect({name}, "freed 0 bytes in 0 files\n",
