@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <ctime>
 #include <optional>
 #include <stdexcept>
@@ -89,7 +90,7 @@ void Cleaner::CleanFolder(const Folder& folder) {
       ReportUnlessNoFolder(folder.PathOf(name), errno);
     } else if (name == EAFolderName()) {
       CleanEAFolder(folder, inner, nullptr);
-    } else {
+    } else if (inner.Path().size() < PATH_MAX) {  // nothing is stored further down
       CleanFolder(inner);
     }
   }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // `tavithumb clean`: what goes, what stays, and what is told of it.
 #include <sys/file.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -415,6 +416,25 @@ TEST_F(Clean, RefusesTheFolderOfThumbnailsItself) {
            "tavithumb: " + path + ": it is a folder of thumbnails; name the folder of the photos\n");
   }
   EXPECT_TRUE(Exists(EntryOf(folder / "gone.jpg", thumb)));
+}
+
+TEST_F(Clean, StopsWhereAPathIsTooLongForThumbnails) {
+  const int start = open(".", O_PATH | O_DIRECTORY | O_CLOEXEC);
+  ASSERT_EQ(chdir(folder.Path().c_str()), 0);
+  const std::string name(200, 'd');
+  for (int i = 0; i < 40; ++i) {
+    ASSERT_EQ(mkdir(name.c_str(), 0700), 0);
+    ASSERT_EQ(chdir(name.c_str()), 0);
+  }
+  ASSERT_EQ(fchdir(start), 0);
+  close(start);
+  rlimit before = {};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+  rlimit few = before;
+  few.rlim_cur = 40;  // enough for as many folders as a path can name
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+  Expect({"."}, "freed 0 bytes in 0 files\n");
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
 }
 
 TEST_F(Clean, RemovesNothingWhereThumbnailsLieInAnotherWay) {
