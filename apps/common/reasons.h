@@ -27,6 +27,9 @@ struct Problem {
 // What can be told of `path` before the library sees it: a file that is there, of a supported kind, readable.
 std::optional<Problem> CheckSource(const std::string& path);
 
+// What the system's error number `error` means for a path that could not be looked at.
+Problem ProblemOfErrno(int error);
+
 // No thumbnail can be kept for it: its volume takes no EA entries.
 Problem NoEntriesOnVolume();
 

@@ -105,11 +105,11 @@ void Walk::Open(const std::string& folder, int flags) {
   if (IsAmongThumbs(AbsolutePath(folder))) return tell_(folder, FolderAmongThumbs());
   FileDescriptor opened(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK | flags));
   struct stat record = {};
-  if (!opened.IsOpen() || fstat(opened.Number(), &record) != 0) return tell_(folder, WhyNotReached(errno));
+  if (!opened.IsOpen() || fstat(opened.Number(), &record) != 0) return tell_(folder, ProblemOfErrno(errno));
   folderIdentity_ = {record.st_dev, record.st_ino};
   if (!seenFolders_.insert(folderIdentity_).second) return;
   folder_.reset(fdopendir(opened.Release()));
-  if (!folder_) return tell_(folder, WhyNotReached(ENOMEM));
+  if (!folder_) return tell_(folder, ProblemOfErrno(ENOMEM));
   folderName_ = folder;
 }
 
@@ -121,7 +121,7 @@ void Walk::ReadFolder() {
       TakeEntry(*entry);
       continue;
     }
-    if (errno != 0) tell_(folderName_, WhyNotReached(errno));
+    if (errno != 0) tell_(folderName_, ProblemOfErrno(errno));
     folder_.reset();
     return;
   }
