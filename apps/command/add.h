@@ -16,8 +16,8 @@ struct AddStyle {
 // A source and a thumbnail of it.
 using Pair = std::pair<std::string, std::string>;
 
-// `tavithumb add`: moves existing thumbnails, to where they are found, and writes the path of
-// each. True when all were moved; the others stay where they are.
+// `tavithumb add`: moves existing thumbnails to where they are found, and writes the path of each. True when all were
+// moved; the others stay where they are.
 bool Add(const std::vector<Pair>& pairs, const AddStyle& style);
 
 }  // namespace tavithumb::apps::command

@@ -14,7 +14,7 @@ Source::Source(int folder, const std::string& name) : place_(openat(folder, name
     fstat(place_.Number(), &record_);
   } else if (errno == ENOENT) {
     struct stat link = {};
-    isGone_ = fstatat(folder, name.c_str(), &link, AT_SYMLINK_NOFOLLOW) != 0;
+    isGone_ = fstatat(folder, name.c_str(), &link, AT_SYMLINK_NOFOLLOW) != 0 && errno == ENOENT;
   }
 }
 
