@@ -234,6 +234,21 @@ TEST_F(Make, ReadsNamesFromAFileOrStandardInput) {
   EXPECT_EQ(objects.at(folder / "new\nline \xef\xbf\xbd.png").at("source_hex"), hex);
 }
 
+TEST_F(Make, BeginsBeforeTheListHasEnded) {
+  const std::string other = folder / "other.png";
+  MakePng(png, 200, 100);
+  MakePng(other, 200, 100);
+  ASSERT_EQ(mkfifo((folder / "list").c_str(), 0600), 0);
+  const pid_t process = run.Begin({"make", "--sizes", "small", "--jobs", "1", "--files-from", folder / "list"});
+  std::ofstream list(folder / "list");
+  for (const std::string& source : {png, other}) {
+    list << source << std::endl;
+    while (!Exists(EntryOf(source, "TAVIFILE_THUMB_S.png"))) usleep(1000);
+  }
+  list.close();
+  EXPECT_EQ(run.Await(process).code, 0);
+}
+
 TEST_F(Make, RefusesAListWithoutSeparators) {
   MakePng(png, 20, 10);
   WriteFile(folder / "list", png + "\n" + std::string(70000, 'x') + "\n" + png + "\n");

@@ -84,33 +84,42 @@ bool Pool::Give(const std::string& name) {
 }
 
 Pool::Worker* Pool::FindIdle() {
-  const auto idle = std::find_if(workers_.begin(), workers_.end(),
-                                 [](const Worker& worker) { return worker.line.IsOpen() && !worker.task; });
+  const auto idle = std::find_if(workers_.begin(), workers_.end(), [](const Worker& worker) {
+    return worker.line.IsOpen() && !worker.task && worker.stage == Stage::kWell;
+  });
   if (idle != workers_.end()) return &*idle;
   return workers_.size() < maximum_ ? Start() : nullptr;
 }
 
 // Goes on with fewer where the system allows no more.
 Pool::Worker* Pool::Start() {
+  try {
+    workers_.push_back(Fork());
+    return &workers_.back();
+  } catch (const std::system_error&) {
+    if (workers_.empty()) throw;
+    maximum_ = workers_.size();
+    return nullptr;
+  }
+}
+
+Pool::Worker Pool::Fork() const {
   std::array<int, 2> ends = {-1, -1};
   const bool isOpen = socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()) == 0;
   Worker worker;
   worker.line = FileDescriptor(ends[0]);
   const FileDescriptor other(ends[1]);
-  if (isOpen) {
-    worker.scratch = MakeScratchFolder(std::filesystem::temp_directory_path() / "tavithumb-make.XXXXXX");
-    worker.process = fork();
-  }
+  if (!isOpen) throw std::system_error(errno, std::generic_category(), "no process can be started");
+  worker.scratch = MakeScratchFolder(std::filesystem::temp_directory_path() / "tavithumb-make.XXXXXX");
+  worker.process = fork();
   if (worker.process == 0) BeWorker(other.Number(), worker.scratch, order_);
   if (worker.process == -1) {
-    if (workers_.empty()) throw std::system_error(errno, std::generic_category(), "no process can be started");
+    const std::system_error error(errno, std::generic_category(), "no process can be started");
     rmdir(worker.scratch.c_str());
-    maximum_ = workers_.size();
-    return nullptr;
+    throw error;
   }
   setpgid(worker.process, worker.process);
-  workers_.push_back(std::move(worker));
-  return &workers_.back();
+  return worker;
 }
 
 void Pool::AddTo(std::vector<pollfd>* descriptors) const {

@@ -71,6 +71,7 @@ class Pool {
 
   Worker* FindIdle();
   Worker* Start();
+  Worker Fork() const;
   static void Listen(Worker* worker, std::vector<Done>* done);
   static void Finish(Worker* worker, Result result, std::vector<Done>* done);
   static void PushOn(Worker* worker);

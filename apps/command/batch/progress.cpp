@@ -75,6 +75,7 @@ std::vector<Character> CharactersOf(const std::string& text) {
   std::mbstate_t state = {};
   for (std::size_t used = 0; used < text.size(); used += characters.back().bytes) {
     wchar_t wide = 0;
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): the state is ours
     const std::size_t bytes = std::mbrtowc(&wide, text.data() + used, text.size() - used, &state);
     if (bytes == 0 || bytes > text.size()) {
       state = {};
