@@ -234,6 +234,30 @@ TEST_F(Make, ReadsNamesFromAFileOrStandardInput) {
   EXPECT_EQ(objects.at(folder / "new\nline \xef\xbf\xbd.png").at("source_hex"), hex);
 }
 
+// As `find` lists them: folders, thumbnails and all.
+TEST_F(Make, PassesOverThumbnailsAndOtherKindsInAList) {
+  MakePng(png, 300, 200);
+  WriteFile(folder / "notes.txt", "no photo");
+  ASSERT_EQ(run({"make", "--sizes", "small", png}).code, 0);
+  const std::string thumbnail = EntryOf(png, "TAVIFILE_THUMB_S.png");
+  Start start = In(folder.Path());
+  start.input = folder / "names";
+  WriteFile(start.input, folder.Path() + "\nnotes.txt\n.tavi_ea\n" + thumbnail + "\n" + png + "\n");
+  ExpectSources({"--files-from", "-"}, {png}, start);
+}
+
+TEST_F(Make, SaysOfAThumbnailThatThereIsNoPlaceForOneOfItsOwn) {
+  MakePng(png, 300, 200);
+  ASSERT_EQ(run({"make", "--sizes", "small", png}).code, 0);
+  const std::string thumbnail = EntryOf(png, "TAVIFILE_THUMB_S.png");
+  MakePng(thumbnail, 300, 200);
+  const Outcome outcome = run({"make", "--sizes", "small,big", thumbnail});
+  EXPECT_EQ(outcome.code, 1) << outcome;
+  EXPECT_EQ(outcome.err, "tavithumb: " + thumbnail +
+                             ": there is no place beside it for a thumbnail; copy it to an ordinary folder with a "
+                             "shorter path\n");
+}
+
 TEST_F(Make, BeginsBeforeTheListHasEnded) {
   const std::string other = folder / "other.png";
   MakePng(png, 200, 100);

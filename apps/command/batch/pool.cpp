@@ -160,7 +160,7 @@ void Pool::Listen(Worker* worker, std::vector<Done>* done) {
   while (worker->line.IsOpen()) {
     const ssize_t got = recv(worker->line.Number(), message.data(), message.size(), MSG_DONTWAIT);
     if (got == -1 && (errno == EAGAIN || errno == EINTR)) return;
-    if (got <= 0) return Break(worker);
+    if (got <= 0 || !worker->task) return Break(worker);
     worker->task->last = nlohmann::json::parse(message.data(), message.data() + got).get<Report>();
     if (worker->task->last.making.entry.empty()) Finish(worker, worker->task->last.result, done);
   }

@@ -25,6 +25,13 @@ std::string Joined(const std::string& folder, const std::string& name) {
   return folder + (folder.back() == '/' ? "" : "/") + name;
 }
 
+// Lists name whatever lies in a folder. What is no photo, nor may be a folder of photos, is none that was meant.
+bool IsPassedOver(const std::string& name) {
+  struct stat record = {};
+  if (IsAmongThumbs(AbsolutePath(name))) return true;
+  return !IsSupportImage(BaseName(name)) && stat(name.c_str(), &record) == 0 && !S_ISDIR(record.st_mode);
+}
+
 unsigned char TypeOf(int folder, const dirent& entry) {
   if (entry.d_type != DT_UNKNOWN) return entry.d_type;
   struct stat record = {};
@@ -76,7 +83,11 @@ void Walk::Step() {
 }
 
 void Walk::ReadList() {
-  if (const std::optional<Problem> problem = list_->Read(&names_)) tell_(list_->Name(), *problem);
+  std::deque<std::string> names;
+  if (const std::optional<Problem> problem = list_->Read(&names)) tell_(list_->Name(), *problem);
+  for (std::string& name : names) {
+    if (!IsPassedOver(name)) names_.push_back(std::move(name));
+  }
   if (list_->HasEnded()) list_.reset();
 }
 

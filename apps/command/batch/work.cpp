@@ -52,7 +52,7 @@ class Sizes {
         announce_(announce),
         result_(result),
         lookUp_(path, RequestOf(order.sizes.front())),
-        canStore_(file::IsDestSupportEAWrite(file::Dirname(path))) {
+        canStore_(file::IsDestSupportEAWrite(file::Dirname(path)) && !file::GetEAPath(path, "thumbnail").empty()) {
     lookUp_.ReadFacts();
   }
 
@@ -86,7 +86,7 @@ void Sizes::Serve(const std::string& size) {
 void Sizes::MakeUnlessServed(const std::string& size) {
   if (order_.isDryRun || !canStore_) {
     if (lookUp_.IsServedBySource()) return result_->notNeeded.push_back(size);
-    if (!canStore_) return result_->Fail(size, NoEntriesOnVolume());
+    if (!canStore_) return result_->Fail(size, WhyNotStored(path_).value_or(NoEntriesOnVolume()));
     planned_.insert(lookUp_.GetOnlineOutputDest());
     return result_->made.push_back(size);
   }

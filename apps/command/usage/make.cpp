@@ -18,9 +18,10 @@ constexpr char description[] = "Make thumbnails of files and folders ahead of ti
 
 constexpr char footer[] =
     "Photos among the PATHs, and in all folders below them, get the thumbnails that they lack. What is up to date is\n"
-    "left alone. In folders, files of other kinds, videos and links to folders are passed over; a video that is named\n"
-    "needs nothing, for it is answered from screenshots that are stored for it. A file that takes longer than 5\n"
-    "minutes, or crashes what reads it, fails alone. Another run over the same files makes nothing twice.\n"
+    "left alone. In folders and lists, files of other kinds, videos and thumbnails are passed over, links to folders\n"
+    "in folders; a video that is a PATH needs nothing, for it is answered from screenshots that are stored for it. A\n"
+    "file that takes longer than 5 minutes, or crashes what reads it, fails alone. Another run over the same files\n"
+    "makes nothing twice.\n"
     "\n"
     "Ctrl-C finishes the running files; pressed again it ends them at once. Run it again to go on from there.\n"
     "\n"
