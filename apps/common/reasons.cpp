@@ -6,6 +6,7 @@
 #include <sys/statvfs.h>
 #include <tavithumb/error.h>
 #include <tavithumb/libtavithumb.h>
+#include <tavithumb/thumb_convert_cmd.h>
 #include <tavithumb/util.h>
 #include <unistd.h>
 
@@ -45,6 +46,21 @@ bool IsDiskFull(const std::string& path) {
   struct statvfs volume = {};
   if (statvfs(file::Dirname(path).c_str(), &volume) != 0) return false;
   return volume.f_bavail * volume.f_frsize < leastRoom || (volume.f_files != 0 && volume.f_favail == 0);
+}
+
+// A tool that could have made it and is not there.
+std::optional<Problem> WhyNoTool() {
+  struct Tool {
+    const std::string& path;
+    const char* package;
+  };
+  for (const Tool& tool : {Tool{ThumbConvertCmd::kDjpeg, "libjpeg-turbo-progs"},
+                           Tool{ThumbConvertCmd::kConvert, "imagemagick"}, Tool{ThumbConvertCmd::kDcraw, "dcraw"}}) {
+    if (MayDo(tool.path, X_OK)) continue;
+    return Problem{Kind::kNoTool, "it could not be converted, and " + tool.path + " is not installed",
+                   std::string("install the package ") + tool.package + ", or check that it opens elsewhere"};
+  }
+  return std::nullopt;
 }
 
 // ImageMagick puts something else for "%d", "%03x", "%[" or "%%", in the name of a folder too.
@@ -131,14 +147,14 @@ Problem WhyNoAnswer(const Attempt& attempt, const Request& request) {
   if ((request.options & Thumb::OPT_NO_CONVERT) != 0) {
     return {Kind::kMissing, "no thumbnail is stored and --no-convert forbids making one", "leave out --no-convert"};
   }
-  if (!attempt.factsKnown) return UnknownContent();
+  if (!attempt.factsKnown) return WhyNoTool().value_or(UnknownContent());
   if (const std::optional<Problem> problem = WhyNotStored(attempt.path)) return *problem;
   if (HasPattern(attempt.path)) {
     return {Kind::kDamaged, "it could not be converted, for ImageMagick reads the '%' in its path as a pattern",
             "rename it, or work on a copy"};
   }
-  return {Kind::kDamaged, "it could not be converted",
-          "check that it opens elsewhere, and that there is space on the disk"};
+  return WhyNoTool().value_or(Problem{Kind::kDamaged, "it could not be converted",
+                                      "check that it opens elsewhere, and that there is space on the disk"});
 }
 
 }  // namespace tavithumb::apps

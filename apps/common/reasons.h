@@ -16,6 +16,7 @@ struct Problem {
     kUnsupported,  // its kind can't be shown
     kDamaged,      // its content makes no picture
     kNoPlace,      // its thumbnail has nowhere to go
+    kNoTool,       // what would make it is not installed
     kNoMemory,
   };
 

@@ -39,6 +39,7 @@ Status StatusOf(Problem::Kind kind) {
     case Problem::Kind::kNoMemory:
       return kServiceUnavailable;
     case Problem::Kind::kNoPlace:
+    case Problem::Kind::kNoTool:
       break;
   }
   return kInternalServerError;

@@ -1,0 +1,203 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: GPL-3.0-or-later
+# chroot_test.sh PACKAGES   The packages in the folder PACKAGES, in a clean Debian 12: apt installs them, they work with
+# what they depend on alone, serve consumers, let an appliance's platform take their place, and leave nothing behind.
+set -uo pipefail
+packages=$(readlink -f -- "$1")
+cd "$(dirname "$(readlink -f "$0")")/../.."
+. tests/packaging/checks.sh
+
+# --- Whether it can run here ------------------------------------------------------------------------------------------
+
+# Where this machine has Debian 12 from, as lines of a sources.list.
+apt_lines() {
+  apt-get indextargets --format 'deb $(REPO_URI) $(RELEASE) $(COMPONENT)' 'Created-By: Packages' 'Origin: Debian' |
+    grep -E ' bookworm(-updates|-security)? ' | sort -u
+}
+
+why_not() {
+  [ "$(id -u)" -eq 0 ] || { echo "it takes root"; return; }
+  unshare --mount --pid --fork true 2>/dev/null || { echo "root may not mount here"; return; }
+  apt_lines | grep -q ' bookworm ' || apt-get update -qq
+  apt_lines | grep -q ' bookworm ' || echo "apt has no sources of Debian 12 here"
+}
+reason=$(why_not)
+if [ -n "$reason" ]; then
+  skip "the packages work in a clean Debian 12" "$reason"
+  exit
+fi
+
+# --- The clean system -------------------------------------------------------------------------------------------------
+
+names=(libtavithumb-dev libtavithumb-platform1 libtavithumb1 tavithumb tavithumb-web)
+work=$(mktemp -d)
+mkdir -p build
+root=$(mktemp -d -p "$PWD/build" chroot.XXXXXX)
+chmod 755 "$root"
+trap 'rm -rf --one-file-system "$work" "$root"' EXIT
+
+# Nothing that is started inside outlives its command, and nothing stays mounted.
+inside() {
+  unshare --mount --pid --fork --kill-child --mount-proc="$root/proc" chroot "$root" env -i \
+    PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LC_ALL=C.UTF-8 DEBIAN_FRONTEND=noninteractive "$@" </dev/null
+}
+apt() { inside apt-get -qq -y --no-install-recommends "$@"; }
+
+# From the machine's own mirror, with its settings for reaching it.
+make_system() {
+  local mirror http_proxy= https_proxy=
+  mirror=$(apt_lines | sed -n 's/^deb \([^ ]*\) bookworm main$/\1/p' | head -n 1)
+  eval "$(apt-config shell http_proxy Acquire::http::Proxy https_proxy Acquire::https::Proxy)"
+  http_proxy=$http_proxy https_proxy=$https_proxy \
+    debootstrap --variant=minbase --include=ca-certificates bookworm "$root" "$mirror" || return
+  apt_lines >"$root/etc/apt/sources.list"
+  apt-config dump | grep '^Acquire::' >"$root/etc/apt/apt.conf.d/90machine"
+  apt update
+}
+
+# What the packages depend on, what consumers are built with, and the files that adduser keeps for itself.
+install_dependencies() {
+  local name wanted
+  mkdir "$root/packages"
+  for name in "${names[@]}"; do cp "$packages/${name}"_*.deb "$root/packages/$name.deb" || return; done
+  wanted=$(for name in "${names[@]}"; do dpkg-deb -f "$root/packages/$name.deb" Depends; done |
+    sed 's/, /\n/g' | grep -v tavithumb | sort -u | paste -sd ,)
+  apt satisfy "$wanted, g++, cmake, ninja-build, pkg-config" &&
+    inside sh -c 'adduser --quiet --system --group nobody-yet && deluser --quiet nobody-yet'
+}
+
+# Photos of three kinds, and a camera raw file that only dcraw might read.
+make_pictures() {
+  local photos=$root/srv/photos
+  mkdir -p "$photos" &&
+    /usr/bin/convert -size 1200x800 -seed 7 plasma: "$photos/photo.jpg" &&
+    exiv2 -M'set Exif.Image.Orientation 1' "$photos/photo.jpg" &&
+    /usr/bin/convert "$photos/photo.jpg" "$photos/picture.png" &&
+    heif-enc -q 50 "$photos/photo.jpg" -o "$photos/photo.heic" &&
+    seq 1000 >"$photos/camera.x3f"
+}
+
+# Every name in the system but what apt and dpkg note about packages, and the accounts.
+state() {
+  (cd "$root" && find . -path ./packages -prune -o -path ./var/lib/dpkg -prune -o -print | sort)
+  sort "$root/etc/passwd" "$root/etc/group"
+}
+
+clean_system() { make_system && install_dependencies && make_pictures && state >"$work/before"; }
+if ! clean_system >"$work/log" 2>&1; then
+  check "a clean Debian 12 is made" eval 'cat "$work/log"; false'
+  exit
+fi
+
+# --- What is checked --------------------------------------------------------------------------------------------------
+
+same() { diff <(echo "$1") <(echo "$2"); }
+installed() { inside dpkg-query -W -f '${db:Status-Status} ${Package}\n' | sed -n 's/^installed //p' | sort; }
+
+apt_installs_them_alone() {
+  local before
+  before=$(installed)
+  apt install $(printf '/packages/%s.deb ' "${names[@]}") || return
+  same "$(printf '%s\n' "${names[@]}")" "$(comm -13 <(echo "$before") <(installed))"
+}
+
+command_works() {
+  local stored=/srv/photos/.tavi_ea
+  same "$stored/photo.jpg/TAVIFILE_THUMB_S.jpg
+$stored/picture.png/TAVIFILE_THUMB_S.png
+$stored/photo.heic/TAVIFILE_THUMB_S.jpg" \
+    "$(inside tavithumb get --size small /srv/photos/photo.jpg /srv/photos/picture.png /srv/photos/photo.heic 2>&1)"
+}
+
+missing_tool_is_named() {
+  same "tavithumb: /srv/photos/camera.x3f: it could not be converted, and /usr/bin/dcraw is not installed; install the \
+package dcraw, or check that it opens elsewhere
+exit status 1" "$(inside sh -c 'tavithumb get /srv/photos/camera.x3f; echo "exit status $?"' 2>&1)"
+}
+
+# As its own user, with the settings and the policy that the packages bring.
+web_program_works() {
+  local answer
+  inside install -d -o tavithumb -g tavithumb /srv/photos/.tavi_ea/picture.png || return
+  answer=$(inside runuser -u tavithumb -- env GATEWAY_INTERFACE=CGI/1.1 REQUEST_METHOD=HEAD \
+    REQUEST_URI='/thumb/photos/picture.png?size=medium' tavithumb-web --config /etc/tavithumb/web.conf | tr -d '\r')
+  echo "$answer"
+  grep -qx 'Content-Type: image/png' <<<"$answer" && [ -s "$root/srv/photos/.tavi_ea/picture.png/TAVIFILE_THUMB_M.png" ]
+}
+
+socket_is_set_up() {
+  same /lib/systemd/system/tavithumb-web.socket \
+    "$(readlink "$root/etc/systemd/system/sockets.target.wants/tavithumb-web.socket")"
+}
+
+# consumer_works KIND STANDARD   a thumbnail is made by the consumer of a few lines, built with KIND
+consumer_works() {
+  rm -rf "$root/tmp/built" "$root/srv/photos/.tavi_ea/picture.png"
+  "build_with_$1" "$2" || return
+  same /srv/photos/.tavi_ea/picture.png/TAVIFILE_THUMB_S.png "$(inside /tmp/built/consumer /srv/photos/picture.png)" &&
+    [ -s "$root/srv/photos/.tavi_ea/picture.png/TAVIFILE_THUMB_S.png" ]
+}
+build_with_cmake() {
+  inside cmake -G Ninja -S /tmp/consumer -B /tmp/built -D CMAKE_CXX_STANDARD="$1" && inside cmake --build /tmp/built
+}
+build_with_pkg_config() {
+  mkdir "$root/tmp/built"
+  inside sh -c "g++ -std=c++$1 /tmp/consumer/consumer.cpp -o /tmp/built/consumer \$(pkg-config --cflags --libs tavithumb)"
+}
+
+# A package as an appliance would make one, of libraries that are unlike ours in all that they do.
+make_appliance_package() {
+  local folder=$work/appliance
+  cmake -S tests/build/dummy_platform -B "$work/dummy" -G Ninja -DCONTRACT="$PWD/platform/include" -DCONTRACT_NUMBER=1 \
+    -DCMAKE_INSTALL_PREFIX="$folder/usr" && cmake --build "$work/dummy" --target install || return
+  mkdir "$folder/DEBIAN"
+  cat >"$folder/DEBIAN/control" <<CONTROL
+Package: appliance-platform
+Version: 3
+Architecture: $(dpkg --print-architecture)
+Maintainer: Nobody <nobody@localhost>
+Provides: libtavithumb-platform-1
+Conflicts: libtavithumb-platform-1
+Replaces: libtavithumb-platform-1
+Description: an appliance's own platform libraries
+CONTROL
+  dpkg-deb --root-owner-group --build "$folder" "$root/packages/appliance-platform.deb"
+}
+
+appliance_takes_the_place() {
+  local before
+  before=$(installed)
+  make_appliance_package && apt install /packages/appliance-platform.deb || return
+  same "$(sed 's/^libtavithumb-platform1$/appliance-platform/' <<<"$before" | sort)" "$(installed)" || return
+  cp tests/build/dummy_platform/consumer.cpp "$root/tmp/consumer/dummy.cpp"
+  inside sh -c 'g++ /tmp/consumer/dummy.cpp -o /tmp/consumer/dummy $(pkg-config --cflags --libs tavithumb)' || return
+  same "/dummy-ea/NAME" "$(inside /tmp/consumer/dummy /srv/photos/photo.jpg | head -n 1)"
+}
+
+stand_ins_come_back() {
+  local before
+  before=$(installed)
+  apt install /packages/libtavithumb-platform1.deb || return
+  same "$(sed 's/^appliance-platform$/libtavithumb-platform1/' <<<"$before" | sort)" "$(installed)" && command_works
+}
+
+only_thumbnails_stay() {
+  rm -rf "$root"/tmp/{consumer,built}
+  apt purge "${names[@]}" || return
+  same "$(find "$root/srv/photos/.tavi_ea" -printf './srv/photos/.tavi_ea/%P\n' | sed 's#/$##' | sort)" \
+    "$(diff "$work/before" <(state) | sed -n 's/^[<>] //p' | sort)"
+}
+
+cp -r tests/build/consumer "$root/tmp/consumer"
+check "apt installs the packages, with what they depend on alone" apt_installs_them_alone
+check "the command makes thumbnails of JPEG, PNG and HEIC" command_works
+check "a tool that is not installed is named" missing_tool_is_named
+check "the web program answers as its own user" web_program_works
+check "the web program's socket is set up" socket_is_set_up
+for standard in 17 20; do
+  check "a consumer built with find_package as C++$standard makes a thumbnail" consumer_works cmake $standard
+  check "a consumer built with pkg-config as C++$standard makes a thumbnail" consumer_works pkg_config $standard
+done
+check "an appliance's platform takes the place of the stand-ins" appliance_takes_the_place
+check "the stand-ins come back" stand_ins_come_back
+check "purging leaves nothing but thumbnails" only_thumbnails_stay

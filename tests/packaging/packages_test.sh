@@ -1,0 +1,66 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: GPL-3.0-or-later
+# packages_test.sh PACKAGES   The packages in the folder PACKAGES are well made: lintian, their files, how they depend on
+# tools and on each other, and the same bytes when they are built again.
+set -uo pipefail
+packages=$(readlink -f -- "$1")
+cd "$(dirname "$(readlink -f "$0")")/../.."
+. tests/packaging/checks.sh
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+architecture=$(dpkg --print-architecture)
+version=$(dpkg-parsechangelog -S Version)
+multiarch=$(dpkg-architecture -q DEB_HOST_MULTIARCH)
+
+lintian_is_content() { lintian --fail-on error,warning "$packages"/*.changes; }
+
+# Mode and name of each file, where a link leads, and its owner when that is not root.
+files_of() {
+  dpkg-deb --fsys-tarfile "$packages/$1"_*_"$architecture.deb" | tar -tv | grep -v '^d' |
+    awk '{ print $1, substr($6, 2), $7, $8, $2 }' | sed "s#/$multiarch/#/MULTIARCH/#; s# *root/root\$##" |
+    LC_ALL=C sort -k 2
+}
+holds_its_files() { diff <(sed -n "s/^$1 //p" tests/packaging/files.txt) <(files_of "$1"); }
+
+# In another place, time zone and language, for an owner who shows nothing, and compiled anew.
+second_build_is_the_same() {
+  local file status=0
+  mkdir -p "$work/elsewhere/again"
+  (
+    umask 077
+    TMPDIR=$work/elsewhere TZ=Asia/Kathmandu LANG=C.UTF-8 LC_ALL=C.UTF-8 CCACHE_DISABLE=1 \
+      script/package "$work/elsewhere/again"
+  ) || return
+  diff <(cd "$packages" && ls) <(cd "$work/elsewhere/again" && ls) || status=1
+  # The record of a build tells when it was, and of which machine.
+  for file in "$packages"/*.deb "$packages"/*.dsc "$packages"/*.tar.xz; do
+    cmp "$file" "$work/elsewhere/again/$(basename "$file")" || status=1
+  done
+  return "$status"
+}
+
+# Lines of "package field: content", without the system's libraries, whose versions the build finds.
+field() {
+  local content
+  content=$(dpkg-deb -f "$packages/$1"_*_"$architecture.deb" "$2" | sed 's/, /\n/g' |
+    grep -vE '^lib(c6|exiv2-27|gcc-s1|heif1|stdc\+\+6|systemd0)( |$)' | paste -sd , | sed 's/,/, /g')
+  echo "$1 $2: $content"
+}
+fields_are() { diff <(echo "$1") <(sed 's/:.*//' <<<"$1" | while read -r package name; do field "$package" "$name"; done); }
+
+check "lintian finds no errors and no warnings" lintian_is_content
+for package in $(sed 's/ .*//' tests/packaging/files.txt | sort -u); do
+  check "$package holds its files and no others" holds_its_files "$package"
+done
+check "the packages depend on tools and on each other as they should" fields_are \
+  "libtavithumb1 Depends: imagemagick, libjpeg-turbo-progs, libtavithumb-platform1 | libtavithumb-platform-1
+libtavithumb1 Recommends: dcraw
+libtavithumb-dev Depends: libtavithumb1 (= $version)
+libtavithumb-platform1 Depends: 
+libtavithumb-platform1 Provides: libtavithumb-platform-1
+libtavithumb-platform1 Conflicts: libtavithumb-platform-1
+libtavithumb-platform1 Replaces: libtavithumb-platform-1
+tavithumb Depends: libtavithumb1 (>= 1.0.0)
+tavithumb-web Depends: adduser, libtavithumb1 (>= 1.0.0)
+tavithumb-web Recommends: nginx | lighttpd"
+check "a second build gives the same bytes" second_build_is_the_same
