@@ -44,7 +44,7 @@ field() {
   local content
   content=$(dpkg-deb -f "$packages/$1"_*_"$architecture.deb" "$2" | sed 's/, /\n/g' |
     grep -vE '^lib(c6|exiv2-27|gcc-s1|heif1|stdc\+\+6|systemd0)( |$)' | paste -sd , | sed 's/,/, /g')
-  echo "$1 $2: $content"
+  echo "$1 $2:${content:+ $content}"
 }
 fields_are() { diff <(echo "$1") <(sed 's/:.*//' <<<"$1" | while read -r package name; do field "$package" "$name"; done); }
 
@@ -56,7 +56,7 @@ check "the packages depend on tools and on each other as they should" fields_are
   "libtavithumb1 Depends: imagemagick, libjpeg-turbo-progs, libtavithumb-platform1 | libtavithumb-platform-1
 libtavithumb1 Recommends: dcraw
 libtavithumb-dev Depends: libtavithumb1 (= $version)
-libtavithumb-platform1 Depends: 
+libtavithumb-platform1 Depends:
 libtavithumb-platform1 Provides: libtavithumb-platform-1
 libtavithumb-platform1 Conflicts: libtavithumb-platform-1
 libtavithumb-platform1 Replaces: libtavithumb-platform-1
