@@ -38,12 +38,13 @@ int Run(const char* path, const char* const* argv, int wait) {
 }
 
 // What convert would write, half of it; a temporary file of convert's; and the end.
-[[noreturn]] void DieHalfway(const char* const* argv, int signal) {
+[[noreturn]] void DieHalfway(const char* const* argv, int number) {
   const char* destination = nullptr;
   for (; *argv != nullptr; ++argv) destination = *argv;
   std::ofstream(destination) << "half";
   std::ofstream(Variable("TMPDIR") + "/magick-1") << "half";
-  raise(signal);
+  signal(number, SIG_DFL);  // a sanitizer has its own ways
+  raise(number);
   abort();
 }
 
