@@ -103,6 +103,7 @@ FILE* TLIBCPopenv(const char* path, const char* mode, const char* const* argv) {
   return stream.release();
 }
 
+// -1 also in a caller that ignores SIGCHLD, where the system keeps no status of the program at the other end.
 int TLIBCPclose(FILE* stream) {
   const pid_t child = tavi::OpenChildren().Take(stream);
   if (child == -1) {

@@ -3,16 +3,16 @@
 #include <cstdarg>
 #include <vector>
 
+#include "core/run.h"
 #include "core/spawn.h"
 #include "exported.h"
 
-// The exit status is the result; -1 for a program that could not be started or died of a signal, and in a caller
-// that ignores SIGCHLD, where the system keeps no status. A program that is not waited for (`wait` 0) gives 0 once
-// it was started and stays the caller's child: the caller reaps it, or it remains as a zombie until the caller ends.
+// The exit status is the result; -1 for a program that could not be started or died of a signal. A program that is
+// not waited for (`wait` 0) gives 0 once it was started and stays the caller's child: the caller reaps it, or it
+// remains as a zombie until the caller ends.
 int TLIBCExecv(const char* path, const char* const* argv, int wait) {
-  const pid_t child = tavi::Spawn(path, argv, nullptr);
-  if (child == -1) return -1;
-  return wait != 0 ? tavi::WaitFor(child) : 0;
+  if (wait != 0) return tavi::Run(path, argv);
+  return tavi::Spawn(path, argv, nullptr) == -1 ? -1 : 0;
 }
 
 int TLIBCExecl(const char* path, int flags, ...) {
@@ -23,7 +23,9 @@ int TLIBCExecl(const char* path, int flags, ...) {
   std::vector<const char*> argv{path};
   va_list list;
   va_start(list, flags);
-  while (argv.back() != nullptr) argv.push_back(va_arg(list, const char*));
+  do {
+    argv.push_back(va_arg(list, const char*));
+  } while (argv.back() != nullptr);
   va_end(list);
-  return TLIBCExecv(path, argv.data(), 1);
+  return tavi::Run(path, argv.data());
 }

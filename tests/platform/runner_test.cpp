@@ -122,10 +122,75 @@ TEST(Execv, StartsTheChildWithNoSignalBlockedAndNoneOfTheCallersIgnoredPipeOrChi
   EXPECT_EQ(report.Text(), "");
 }
 
-TEST(Execv, CannotTellSuccessInACallerThatIgnoresItsChildren) {
+// Makes the calling process one that the system tells no exit status: by ignoring SIGCHLD, or by a flag beside it.
+void IgnoreChildren(bool byFlag) {
+  struct sigaction action = {};
+  action.sa_handler = byFlag ? SIG_DFL : SIG_IGN;
+  action.sa_flags = byFlag ? SA_NOCLDWAIT : 0;
+  ASSERT_EQ(sigaction(SIGCHLD, &action, nullptr), 0);
+}
+
+// Under user-mode emulation there are no such processes.
+bool IsEmulated() {
+  return Execv(Child("exit_with"), {"0"}) == -1 && errno == EINVAL;
+}
+
+TEST(Execv, TellsSuccessInACallerThatIgnoresItsChildren) {
+  const Report report;
+  for (const bool byFlag : {false, true}) {
+    SCOPED_TRACE(byFlag);
+    CheckInProcess([&] {
+      IgnoreChildren(byFlag);
+      if (IsEmulated()) return;
+      const std::vector<std::string> before = Names("/proc/self/fd");
+      EXPECT_EQ(Execv(Child("exit_with"), {"0"}), 0);
+      EXPECT_EQ(Execv(Child("exit_with"), {"3"}), 3);
+      EXPECT_EQ(Execv(Child("kill_self"), {"9"}), -1);
+      errno = 0;
+      EXPECT_EQ(Execv("/missing", {}), -1);
+      EXPECT_EQ(errno, ENOENT);
+      EXPECT_EQ(TLIBCExecl("/bin/mv", 0, "/missing", "/tmp", nullptr), 1);
+      EXPECT_EQ(Execv(Child("signal_state"), {}), 0);
+      EXPECT_EQ(report.Text(), "");
+      EXPECT_EQ(Names("/proc/self/fd"), before);
+      EXPECT_EQ(waitpid(-1, nullptr, WNOHANG | __WALL), -1);
+      EXPECT_EQ(errno, ECHILD);
+      struct sigaction after = {};
+      sigaction(SIGCHLD, nullptr, &after);
+      EXPECT_EQ(after.sa_handler, byFlag ? SIG_DFL : SIG_IGN);
+      EXPECT_EQ(after.sa_flags & SA_NOCLDWAIT, byFlag ? SA_NOCLDWAIT : 0);
+    });
+  }
+}
+
+TEST(Execv, KeepsTheHandlersOfACallerThatIgnoresItsChildrenToTheCaller) {
+  CheckInProcess([] {
+    IgnoreChildren(false);
+    if (IsEmulated()) return;
+    const Interruptions interruptions;
+    sigset_t before, after;
+    pthread_sigmask(SIG_SETMASK, nullptr, &before);
+    for (int run = 0; run < 50; ++run) EXPECT_EQ(Execv(Child("exit_with"), {"0"}), 0);
+    pthread_sigmask(SIG_SETMASK, nullptr, &after);
+    for (int number = 1; number < 32; ++number) {
+      EXPECT_EQ(sigismember(&before, number), sigismember(&after, number)) << number;
+    }
+    Interruptions::Await(2);
+  });
+}
+
+TEST(Execv, LetsThreadsOfACallerThatIgnoresItsChildrenRunSideBySide) {
+  TempDir folder;
+  ASSERT_EQ(mkfifo((folder / "fifo").c_str(), 0600), 0);
   CheckInProcess([&] {
-    ASSERT_NE(signal(SIGCHLD, SIG_IGN), SIG_ERR);
-    EXPECT_NE(Execv(Child("exit_with"), {"0"}), 0);
+    IgnoreChildren(false);
+    if (IsEmulated()) return;
+    int status = 0;
+    std::thread other([&] { status = Execv(Child("await_end"), {folder / "fifo", "7"}); });
+    for (int run = 0; run < 20; ++run) EXPECT_EQ(Execv(Child("exit_with"), {"5"}), 5);
+    close(open((folder / "fifo").c_str(), O_WRONLY));
+    other.join();
+    EXPECT_EQ(status, 7);
   });
 }
 
