@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace tavithumb::proof {
+
+// A kind of system call, by all names that it goes by, and how it fails. `temporary` ones come once, never for ever.
+struct Call {
+  const char* name;
+  std::vector<const char*> systemCalls;
+  std::vector<int> errors;
+  std::vector<int> temporary;
+};
+
+// The `first`-th to `last`-th call of a kind fail, counted from 1.
+struct Fault {
+  std::size_t call = 0;
+  int error = 0;
+  unsigned first = 0;
+  unsigned last = 0;
+};
+
+struct Ending {
+  bool inTime = true;
+  int status = -1;               // of waitpid
+  std::vector<unsigned> counts;  // calls of each kind
+};
+
+// Runs `body` in a child process whose own system calls, not those of the programs that it runs, are counted and made
+// to fail by the kernel itself. `body` says itself, by the flag that it gets, from when to when that holds.
+class Injector {
+ public:
+  explicit Injector(std::vector<Call> calls);
+
+  Ending Run(const Fault& fault, const std::function<void(volatile bool* armed)>& body);
+  const std::vector<Call>& Calls() const { return calls_; }
+
+ private:
+  std::vector<Call> calls_;
+};
+
+}  // namespace tavithumb::proof
