@@ -211,11 +211,7 @@ class Campaign {
     *count += known.size() + CountTemporaryEntries(source_);
     for (const std::string& path : known) fs::remove(path);
     std::string strangers;
-    for (const char* folder : {"/tmp", "/var/tmp"}) {
-      for (const std::string& name : test::Names(folder)) {
-        if (name.rfind("tavithumb-test-", 0) != 0) strangers += " " + std::string(folder) + "/" + name;
-      }
-    }
+    for (const std::string& path : StrangeTemporaryFiles()) strangers += " " + path;
     return strangers.empty() ? "" : "left:" + strangers;
   }
 

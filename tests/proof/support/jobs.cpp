@@ -4,6 +4,7 @@
 #include <tavithumb/libtavithumb.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <stdexcept>
 
@@ -201,6 +202,19 @@ std::size_t CountTemporaryEntries(const Source& source) {
   std::size_t count = 0;
   for (const std::string& name : test::Names(EADirectory(source.Path()))) count += name.rfind(kTemporaryPrefix, 0) == 0;
   return count;
+}
+
+std::vector<std::string> StrangeTemporaryFiles() {
+  std::vector<std::string> strangers;
+  const std::vector<std::string> own = test::TemporaryFiles();
+  for (const std::string folder : {"/tmp", "/var/tmp"}) {
+    for (const std::string& name : test::Names(folder)) {
+      const std::string path = folder + "/" + name;
+      const bool isOwn = std::find(own.begin(), own.end(), path) != own.end();
+      if (!isOwn && name.rfind("tavithumb-test-", 0) != 0) strangers.push_back(path);
+    }
+  }
+  return strangers;
 }
 
 }  // namespace tavithumb::proof

@@ -68,4 +68,7 @@ std::string FlawInEADirectory(const Source& source, const Kind& kind, WholePictu
 // Entries under temporary names.
 std::size_t CountTemporaryEntries(const Source& source);
 
+// What lies in /tmp and /var/tmp, private to the proof, under none of the library's temporary names.
+std::vector<std::string> StrangeTemporaryFiles();
+
 }  // namespace tavithumb::proof

@@ -1,0 +1,181 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+// Kills requests of each kind, the caller together with its tools, at random moments. What lies under a final name
+// afterwards is whole; what is left behind carries a temporary name and goes with the command's "clean".
+// kills quick|full COMMAND LATER   LATER is loaded into the command: its clock is hours ahead there, as what is left
+// behind must be an hour old to go.
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "jobs.h"
+#include "pictures.h"
+#include "private_tmp.h"
+#include "temp_dir.h"
+
+namespace fs = std::filesystem;
+
+namespace tavithumb::proof {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using Micros = std::chrono::microseconds;
+
+void BeSilent() {
+  const int null = open("/dev/null", O_RDWR);
+  for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) dup2(null, standard);
+}
+
+// A process, and a group of its own, that makes one request.
+pid_t StartRequest(const Kind& kind, const std::string& source) {
+  std::fflush(nullptr);
+  const pid_t child = fork();
+  if (child == 0) {
+    setpgid(0, 0);
+    BeSilent();
+    _exit(kind.ask(source).empty() ? 1 : 0);
+  }
+  setpgid(child, child);
+  return child;
+}
+
+// Waits for all children, those that a killed caller left among them; the end of `child`.
+int EndOf(pid_t child) {
+  int end = 0;
+  for (;;) {
+    int status = 0;
+    const pid_t ended = wait(&status);
+    if (ended == child) end = status;
+    if (ended == -1 && errno == ECHILD) return end;
+  }
+}
+
+Micros TimeOf(const Kind& kind, const Source& source) {
+  source.Reset();
+  const auto start = Clock::now();
+  const int end = EndOf(StartRequest(kind, source.Path()));
+  if (end != 0) throw std::runtime_error(std::string("no answer for ") + kind.name);
+  return std::chrono::duration_cast<Micros>(Clock::now() - start);
+}
+
+struct Tally {
+  unsigned kills = 0;
+  unsigned wrong = 0;
+  unsigned replaced = 0;  // the new thumbnail was in place already
+  std::size_t left = 0;
+  std::size_t leftByConverter = 0;
+  unsigned notCleaned = 0;
+};
+
+class Proof {
+ public:
+  Proof(std::string command, std::string later) : command_(std::move(command)), later_(std::move(later)) {
+    prctl(PR_SET_CHILD_SUBREAPER, 1);
+  }
+
+  // `kills` requests of these kinds in turn die before they end.
+  Tally KillAll(const std::vector<const Kind*>& kinds, unsigned kills) {
+    Tally tally;
+    std::vector<Source> sources;
+    std::vector<Micros> times;
+    for (const Kind* kind : kinds) {
+      sources.emplace_back(folder_ / kind->name, *kind);
+      times.push_back(TimeOf(*kind, sources.back()));
+      for (const std::string& path : test::TemporaryFiles()) fs::remove(path);
+    }
+    for (std::size_t turn = 0; tally.kills < kills; turn = (turn + 1) % kinds.size()) {
+      Kill(*kinds[turn], sources[turn], times[turn], &tally);
+    }
+    return tally;
+  }
+
+ private:
+  void Kill(const Kind& kind, const Source& source, Micros time, Tally* tally) {
+    source.Reset();
+    const pid_t child = StartRequest(kind, source.Path());
+    std::this_thread::sleep_for(Micros(std::uniform_int_distribution<Micros::rep>(0, time.count())(random_)));
+    kill(-child, SIGKILL);
+    if (!WIFSIGNALED(EndOf(child))) return;  // it was done before
+    ++tally->kills;
+    Judge(kind, source, tally);
+  }
+
+  void Judge(const Kind& kind, const Source& source, Tally* tally) {
+    std::string flaw = source.IsUntouched() ? FlawInEADirectory(source, kind, pictures_) : "the source was changed";
+    for (const std::string& path : StrangeTemporaryFiles()) {
+      if (path.rfind("/tmp/magick-", 0) != 0) flaw = "left: " + path;
+      ++tally->leftByConverter;
+      fs::remove(path);
+    }
+    if (!flaw.empty()) {
+      ++tally->wrong;
+      std::fprintf(stderr, "%s: %s\n", kind.name, flaw.c_str());
+    }
+    const std::string entry = EAEntry(source.Path(), kind.entry);
+    if (test::Exists(entry) && test::ModificationTime(entry) >= test::ModificationTime(source.Path()))
+      ++tally->replaced;
+    const std::size_t left = CountTemporaryEntries(source) + test::TemporaryFiles().size();
+    tally->left += left;
+    if (left == 0) return;
+    Clean(source);
+    if (CountTemporaryEntries(source) + test::TemporaryFiles().size() != 0) ++tally->notCleaned;
+  }
+
+  void Clean(const Source& source) const {
+    test::RunTool({"/usr/bin/env", "LD_PRELOAD=" + later_, command_, "clean", fs::path(source.Path()).parent_path()});
+  }
+
+  const std::string command_;
+  const std::string later_;
+  const test::TempDir folder_;
+  WholePictures pictures_;
+  std::mt19937 random_{20260101};
+};
+
+// The kinds whose final name comes by a save, or those that write it directly.
+std::vector<const Kind*> KindsThat(bool writeFinalName) {
+  std::vector<const Kind*> chosen;
+  for (const Kind& kind : Kinds()) {
+    if (!kind.delivers && kind.writesFinalName == writeFinalName) chosen.push_back(&kind);
+  }
+  return chosen;
+}
+
+bool Prove(bool isFull, const std::string& command, const std::string& later) {
+  Proof proof(command, later);
+  const Tally saved = proof.KillAll(KindsThat(false), isFull ? 1000 : 20);
+  const Tally direct = proof.KillAll(KindsThat(true), isFull ? 200 : 5);
+  std::printf("killed while making: broken or lost thumbnails under names that a save moves to\t%u\t%u kills\n",
+              saved.wrong, saved.kills);
+  std::printf("killed while making: new thumbnails in place already\t%u\t%u kills\n", saved.replaced, saved.kills);
+  std::printf("killed while making: files left, all under temporary names\t%zu\t%u kills\n", saved.left, saved.kills);
+  std::printf("files left that \"tavithumb clean\" does not remove an hour later\t%u\t%zu\n",
+              saved.notCleaned + direct.notCleaned, saved.left + direct.left);
+  std::printf("killed while making: temporary files of ImageMagick's own left in /tmp\t%zu\t%u kills\n",
+              saved.leftByConverter + direct.leftByConverter, saved.kills + direct.kills);
+  std::printf("killed while a turned preview is written: broken thumbnails under the final name\t%u\t%u kills\n",
+              direct.wrong, direct.kills);
+  return saved.wrong == 0 && saved.notCleaned + direct.notCleaned == 0;
+}
+
+}  // namespace
+}  // namespace tavithumb::proof
+
+int main(int argc, char** argv) {
+  if (argc != 4) return 2;
+  tavithumb::proof::EnterPrivateTmp();
+  return tavithumb::proof::Prove(std::strcmp(argv[1], "full") == 0, argv[2], argv[3]) ? 0 : 1;
+}
