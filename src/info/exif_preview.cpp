@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // The preview embedded in a picture, written to a temporary file.
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -40,6 +41,13 @@ std::string NewPreviewPath() {
          std::to_string(std::rand());  // NOLINT(cert-msc30-c,cert-msc50-cpp,concurrency-mt-unsafe)
 }
 
+// Exiv2 counts what it has handed to its stream. What the stream could not put into the file, on a volume that is full,
+// shows in the file alone.
+bool IsWhole(const std::string& path, std::size_t size) {
+  struct stat64 record = {};
+  return stat64(path.c_str(), &record) == 0 && static_cast<std::size_t>(record.st_size) == size;
+}
+
 }  // namespace
 
 std::optional<std::size_t> ChoosePreview(const std::vector<PreviewCandidate>& previews,
@@ -64,9 +72,10 @@ void ThumbInfo::ExtractEXIFPreviewInfo(const std::unique_ptr<Exiv2::Image>& imag
   }
   const Exiv2::PreviewImage preview = manager.getPreviewImage(list[*best]);
   exifPreviewTmpPath_ = NewPreviewPath();
-  const auto written = preview.writeFile(exifPreviewTmpPath_);
-  if (static_cast<std::size_t>(written) == static_cast<std::size_t>(preview.size())) {
-    exifPreviewTmpPath_ += preview.extension();
+  const std::string written = exifPreviewTmpPath_ + preview.extension();
+  const auto size = static_cast<std::size_t>(preview.size());
+  if (static_cast<std::size_t>(preview.writeFile(exifPreviewTmpPath_)) == size && IsWhole(written, size)) {
+    exifPreviewTmpPath_ = written;
     UpdateAMTime(exifPreviewTmpPath_);
     return;
   }

@@ -82,6 +82,33 @@ class Preview : public testing::Test {
     RealUnlink(extractedTiff.c_str());
   }
 
+  // On a volume that takes 100 bytes.
+  void ExpectCutShort() {
+    std::vector<std::string> removed;
+    libc.unlink = [&](const char* path) {
+      removed.emplace_back(path);
+      return RealUnlink(path);
+    };
+    rlimit limit = {};
+    getrlimit(RLIMIT_FSIZE, &limit);
+    const rlimit small = {100, limit.rlim_max};
+    const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+    OpenInfo info(source, "small", {120, 120});
+    setrlimit(RLIMIT_FSIZE, &small);
+    info.ExtractImgInfo(true);
+    setrlimit(RLIMIT_FSIZE, &limit);
+    std::signal(SIGXFSZ, handler);
+    EXPECT_EQ(info.GetEXIFPreviewTmpPath(), "");
+    EXPECT_EQ(removed, std::vector<std::string>{withoutExtension});
+    EXPECT_TRUE(Exists(extracted));  // the name with the extension is not what is removed
+    EXPECT_EQ(log.lines, (std::vector<LogLine>{{LOG_ERR,
+                                                "thumb_info:237 (ExtractEXIFPreviewInfo) \"Write preview to file "
+                                                "failed, " +
+                                                    source + "\""}}));
+    EXPECT_TRUE(info.IsGood());
+    EXPECT_TRUE(Exiv2LockIsFree());
+  }
+
   const TempDir folder;
   const std::string source = folder / "a.jpg";
   const std::string withoutExtension = "/tmp/thumb." + std::to_string(getpid()) + ".1700000000.1804289383";
@@ -198,32 +225,15 @@ TEST_F(Preview, StaysOnDiskWhenReadingFailsLater) {
 }
 
 TEST_F(Preview, CutShortIsLoggedAndThePathWithoutExtensionIsRemoved) {
-  // More than a stream's buffer takes.
+  // More than a stream's buffer takes: fails while it is written.
   WriteFile(folder / "preview.jpg", ReadFile(folder / "preview.jpg") + std::string(20000, '\0'));
   SetPreview(source, folder / "preview.jpg");
-  std::vector<std::string> removed;
-  libc.unlink = [&](const char* path) {
-    removed.emplace_back(path);
-    return RealUnlink(path);
-  };
-  rlimit limit = {};
-  getrlimit(RLIMIT_FSIZE, &limit);
-  const rlimit small = {100, limit.rlim_max};
-  const auto handler = std::signal(SIGXFSZ, SIG_IGN);
-  OpenInfo info(source, "small", {120, 120});
-  setrlimit(RLIMIT_FSIZE, &small);
-  info.ExtractImgInfo(true);
-  setrlimit(RLIMIT_FSIZE, &limit);
-  std::signal(SIGXFSZ, handler);
-  EXPECT_EQ(info.GetEXIFPreviewTmpPath(), "");
-  EXPECT_EQ(removed, std::vector<std::string>{withoutExtension});
-  EXPECT_TRUE(Exists(extracted));  // the name with the extension is not what is removed
-  EXPECT_EQ(log.lines, (std::vector<LogLine>{{LOG_ERR,
-                                              "thumb_info:237 (ExtractEXIFPreviewInfo) \"Write preview to file "
-                                              "failed, " +
-                                                  source + "\""}}));
-  EXPECT_TRUE(info.IsGood());
-  EXPECT_TRUE(Exiv2LockIsFree());
+  ExpectCutShort();
+}
+
+TEST_F(Preview, CutShortWhenItsFileIsClosedIsNoPreviewEither) {
+  ASSERT_LT(ReadFile(folder / "preview.jpg").size(), 4096u);  // what a stream's buffer takes
+  ExpectCutShort();
 }
 
 }  // namespace
