@@ -19,9 +19,13 @@ namespace {
 // Which child is at the other end of which stream.
 class Children {
  public:
-  void Add(FILE* stream, pid_t child) {
+  using Entries = std::map<FILE*, pid_t>;
+
+  // Takes the one entry over, in the place of an earlier one of its stream. Needs no memory.
+  void Add(Entries&& entry) {
     const std::lock_guard<std::mutex> lock(mutex_);
-    children_[stream] = child;
+    children_.erase(entry.begin()->first);
+    children_.merge(entry);
   }
 
   // The child of a stream, which is forgotten; -1 when the stream is none of ours.
@@ -36,7 +40,7 @@ class Children {
 
  private:
   std::mutex mutex_;
-  std::map<FILE*, pid_t> children_;
+  Entries children_;
 };
 
 // Never destroyed: streams may be closed as late as by the caller's static objects.
@@ -97,9 +101,13 @@ FILE* TLIBCPopenv(const char* path, const char* mode, const char* const* argv) {
 
   const tavi::Redirection redirection = reads ? tavi::Redirection{pipe.writeEnd.Get(), STDOUT_FILENO}
                                               : tavi::Redirection{pipe.readEnd.Get(), STDIN_FILENO};
+  // All memory is taken before: a child that could not be entered would be nobody's.
+  tavi::Children& children = tavi::OpenChildren();
+  tavi::Children::Entries entry{{stream.get(), -1}};
   const pid_t child = tavi::Spawn(path, argv, &redirection);
   if (child == -1) return nullptr;
-  tavi::OpenChildren().Add(stream.get(), child);
+  entry.begin()->second = child;
+  children.Add(std::move(entry));
   return stream.release();
 }
 

@@ -23,9 +23,7 @@ int TLIBCExecl(const char* path, int flags, ...) {
   std::vector<const char*> argv{path};
   va_list list;
   va_start(list, flags);
-  do {
-    argv.push_back(va_arg(list, const char*));
-  } while (argv.back() != nullptr);
+  while (argv.back() != nullptr) argv.push_back(va_arg(list, const char*));
   va_end(list);
   return tavi::Run(path, argv.data());
 }
