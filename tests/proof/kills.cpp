@@ -177,5 +177,10 @@ bool Prove(bool isFull, const std::string& command, const std::string& later) {
 int main(int argc, char** argv) {
   if (argc != 4) return 2;
   tavithumb::proof::EnterPrivateTmp();
-  return tavithumb::proof::Prove(std::strcmp(argv[1], "full") == 0, argv[2], argv[3]) ? 0 : 1;
+  try {
+    return tavithumb::proof::Prove(std::strcmp(argv[1], "full") == 0, argv[2], argv[3]) ? 0 : 1;
+  } catch (const std::runtime_error& error) {
+    std::fprintf(stderr, "kills: %s\n", error.what());
+    return 1;
+  }
 }
