@@ -99,6 +99,15 @@ std::string BatchAll(const std::string& source) {
   return job.ConvertAll() ? EAEntry(source, "TAVIFILE_THUMB_S.jpg") : "";
 }
 
+bool Decodes(const std::string& path) {
+  try {
+    test::RunTool({"/usr/bin/convert", "-regard-warnings", path, "null:"});
+    return true;
+  } catch (const std::runtime_error&) {
+    return false;
+  }
+}
+
 const char kSmallJpeg[] = "TAVIFILE_THUMB_S.jpg";
 
 }  // namespace
@@ -177,15 +186,9 @@ bool Source::IsUntouched() const {
 
 bool WholePictures::Holds(const std::string& path) {
   const std::string content = test::ReadFile(path);
-  if (content.empty()) return false;
-  if (whole_.count(content) != 0) return true;
-  try {
-    test::RunTool({"/usr/bin/convert", "-regard-warnings", path, "null:"});
-  } catch (const std::runtime_error&) {
-    return false;
-  }
-  whole_.insert(content);
-  return true;
+  const auto [entry, isNew] = known_.try_emplace(content, false);
+  if (isNew) entry->second = !content.empty() && Decodes(path);
+  return entry->second;
 }
 
 std::string FlawInEADirectory(const Source& source, const Kind& kind, WholePictures& pictures) {

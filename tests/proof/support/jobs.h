@@ -2,7 +2,7 @@
 #pragma once
 
 #include <ctime>
-#include <set>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -52,13 +52,13 @@ class Source {
   std::string content_;
 };
 
-// Whether files are whole pictures, by decoding them. What was seen before is known.
+// Whether files are whole pictures, by decoding them. A content that was seen before is known.
 class WholePictures {
  public:
   bool Holds(const std::string& path);
 
  private:
-  std::set<std::string> whole_;
+  std::map<std::string, bool> known_;
 };
 
 // What is wrong in the EA directory of a source, "" when nothing: under final names lie whole pictures alone, the older
