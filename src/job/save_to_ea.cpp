@@ -20,6 +20,21 @@ namespace {
 constexpr char kSource[] = "libtavithumb";
 constexpr std::uint32_t kUnbounded = std::numeric_limits<std::int32_t>::max();
 
+// When an entry was last changed; zeros when there is none.
+timespec LastChange(const std::string& path) {
+  struct stat64 record = {};
+  return stat64(path.c_str(), &record) == 0 ? record.st_ctim : timespec{};
+}
+
+// mv copies under the final name itself. What it could not finish, on a volume that is full, is no thumbnail.
+bool MoveToOtherVolume(const std::string& from, const std::string& to) {
+  const timespec before = LastChange(to);
+  if (TLIBCExecl("/bin/mv", 0, from.c_str(), to.c_str(), nullptr) == 0) return true;
+  const timespec after = LastChange(to);
+  if (after.tv_sec != before.tv_sec || after.tv_nsec != before.tv_nsec) unlink(to.c_str());
+  return false;
+}
+
 bool MoveThumb(const std::string& from, const std::string& to) {
   constexpr char kFunction[] = "SaveThumbToEA";
   if (access(from.c_str(), F_OK) != 0) {
@@ -28,7 +43,7 @@ bool MoveThumb(const std::string& from, const std::string& to) {
   }
   if (rename(from.c_str(), to.c_str()) == 0) return true;
   const bool otherVolume = errno == EXDEV;
-  if (otherVolume && TLIBCExecl("/bin/mv", 0, from.c_str(), to.c_str(), nullptr) == 0) return true;
+  if (otherVolume && MoveToOtherVolume(from, to)) return true;
   syslog(LOG_ERR, TAVITHUMB_LOG("Failed to move thumbnail file from '%s' to '%s'"), kSource, otherVolume ? 479 : 474,
          kFunction, from.c_str(), to.c_str());
   return false;

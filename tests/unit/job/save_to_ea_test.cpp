@@ -108,6 +108,32 @@ TEST_F(SaveToEA, FailsWhenMvFails) {
   EXPECT_EQ(steps, Listing{});
 }
 
+TEST_F(SaveToEA, LeavesNothingOfAThumbnailThatMvCouldNotFinish) {
+  libc.rename = [](const char*, const char*) { return errno = EXDEV, -1; };
+  platform.run = [](const std::string&, const std::vector<std::string>& argv) {
+    WriteFile(argv[2], "half");
+    return 1;
+  };
+  for (const bool hasOlder : {false, true}) {
+    SCOPED_TRACE(hasOlder);
+    if (hasOlder) {
+      WriteFile(to, "older");
+      SetTimes(to, 0, 1);
+    }
+    EXPECT_FALSE(job.SaveThumbToEA(from, to, 1234));
+    EXPECT_FALSE(Exists(to));
+    EXPECT_TRUE(Exists(from));
+  }
+}
+
+TEST_F(SaveToEA, KeepsAnOlderThumbnailThatMvDidNotTouch) {
+  WriteFile(to, "older");
+  libc.rename = [](const char*, const char*) { return errno = EXDEV, -1; };
+  platform.run = [](const std::string&, const std::vector<std::string>&) { return 1; };
+  EXPECT_FALSE(job.SaveThumbToEA(from, to, 1234));
+  EXPECT_EQ(ReadFile(to), "older");
+}
+
 TEST_F(SaveToEA, GoesOnWhenTheModeCannotBeSet) {
   libc.chmod = [this](const char* path, mode_t mode) {
     EXPECT_EQ(path, to);
