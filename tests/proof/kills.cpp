@@ -76,7 +76,6 @@ struct Tally {
   unsigned wrong = 0;
   unsigned replaced = 0;  // the new thumbnail was in place already
   std::size_t left = 0;
-  std::size_t leftByConverter = 0;
   unsigned notCleaned = 0;
 };
 
@@ -87,12 +86,12 @@ class Proof {
   }
 
   // `kills` requests of these kinds in turn die before they end.
-  Tally KillAll(const std::vector<const Kind*>& kinds, unsigned kills) {
+  Tally KillAll(const std::vector<const Kind*>& kinds, const test::TempDir& folder, unsigned kills) {
     Tally tally;
     std::vector<Source> sources;
     std::vector<Micros> times;
     for (const Kind* kind : kinds) {
-      sources.emplace_back(folder_ / kind->name, *kind);
+      sources.emplace_back(folder / kind->name, *kind);
       times.push_back(TimeOf(*kind, sources.back()));
       for (const std::string& path : test::TemporaryFiles()) fs::remove(path);
     }
@@ -117,7 +116,6 @@ class Proof {
     std::string flaw = source.IsUntouched() ? FlawInEADirectory(source, kind, pictures_) : "the source was changed";
     for (const std::string& path : StrangeTemporaryFiles()) {
       if (path.rfind("/tmp/magick-", 0) != 0) flaw = "left: " + path;
-      ++tally->leftByConverter;
       fs::remove(path);
     }
     if (!flaw.empty()) {
@@ -140,35 +138,46 @@ class Proof {
 
   const std::string command_;
   const std::string later_;
-  const test::TempDir folder_;
   WholePictures pictures_;
   std::mt19937 random_{20260101};
 };
 
-// The kinds whose final name comes by a save, or those that write it directly.
-std::vector<const Kind*> KindsThat(bool writeFinalName) {
+template <typename Condition>
+std::vector<const Kind*> KindsThat(Condition condition) {
   std::vector<const Kind*> chosen;
   for (const Kind& kind : Kinds()) {
-    if (!kind.delivers && kind.writesFinalName == writeFinalName) chosen.push_back(&kind);
+    if (!kind.delivers && condition(kind)) chosen.push_back(&kind);
   }
   return chosen;
 }
 
+void PrintDirect(const char* what, const Tally& tally) {
+  std::printf("killed while %s: broken thumbnails under the final name\t%u\t%u kills\n", what, tally.wrong,
+              tally.kills);
+}
+
 bool Prove(bool isFull, const std::string& command, const std::string& later) {
   Proof proof(command, later);
-  const Tally saved = proof.KillAll(KindsThat(false), isFull ? 1000 : 20);
-  const Tally direct = proof.KillAll(KindsThat(true), isFull ? 200 : 5);
-  std::printf("killed while making: broken or lost thumbnails under names that a save moves to\t%u\t%u kills\n",
+  const test::TempDir besideTmp;
+  setenv("TMPDIR", "/var/tmp", 1);
+  const test::TempDir elsewhere;  // another volume than /tmp
+  const unsigned directKills = isFull ? 200 : 5;
+  const Tally saved =
+      proof.KillAll(KindsThat([](const Kind& kind) { return !kind.writesFinalName; }), besideTmp, isFull ? 1000 : 20);
+  const Tally converted =
+      proof.KillAll(KindsThat([](const Kind& kind) { return kind.writesFinalName; }), besideTmp, directKills);
+  const Tally copied =
+      proof.KillAll(KindsThat([](const Kind& kind) { return kind.comesFromTmp; }), elsewhere, directKills);
+  const std::size_t left = saved.left + converted.left + copied.left;
+  const unsigned notCleaned = saved.notCleaned + converted.notCleaned + copied.notCleaned;
+  std::printf("killed while making: broken or lost thumbnails under names that a save renames to\t%u\t%u kills\n",
               saved.wrong, saved.kills);
   std::printf("killed while making: new thumbnails in place already\t%u\t%u kills\n", saved.replaced, saved.kills);
   std::printf("killed while making: files left, all under temporary names\t%zu\t%u kills\n", saved.left, saved.kills);
-  std::printf("files left that \"tavithumb clean\" does not remove an hour later\t%u\t%zu\n",
-              saved.notCleaned + direct.notCleaned, saved.left + direct.left);
-  std::printf("killed while making: temporary files of ImageMagick's own left in /tmp\t%zu\t%u kills\n",
-              saved.leftByConverter + direct.leftByConverter, saved.kills + direct.kills);
-  std::printf("killed while a turned preview is written: broken thumbnails under the final name\t%u\t%u kills\n",
-              direct.wrong, direct.kills);
-  return saved.wrong == 0 && saved.notCleaned + direct.notCleaned == 0;
+  std::printf("files left that \"tavithumb clean\" does not remove an hour later\t%u\t%zu files\n", notCleaned, left);
+  PrintDirect("convert writes a turned preview", converted);
+  PrintDirect("mv brings a preview from /tmp to another volume", copied);
+  return saved.wrong == 0 && notCleaned == 0;
 }
 
 }  // namespace

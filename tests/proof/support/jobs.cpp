@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "jobs.h"
 
+#include <sys/stat.h>
 #include <tavithumb/libtavithumb.h>
 #include <unistd.h>
 
@@ -96,7 +97,7 @@ std::string AskWithoutEAWrites(const std::string& source) {
 std::string BatchAll(const std::string& source) {
   Thumb job(source, kBrovix, false);
   job.CalcOutputFile("original");  // reads the facts
-  return job.ConvertAll() ? EAEntry(source, "TAVIFILE_THUMB_S.jpg") : "";
+  return job.ConvertAll() ? job.GetOutputFile() : "";
 }
 
 bool Decodes(const std::string& path) {
@@ -106,6 +107,15 @@ bool Decodes(const std::string& path) {
   } catch (const std::runtime_error&) {
     return false;
   }
+}
+
+dev_t VolumeOf(const std::string& path) {
+  struct stat record = {};
+  return stat(path.c_str(), &record) == 0 ? record.st_dev : 0;
+}
+
+bool IsOnOtherVolume(const std::string& path, const std::string& other) {
+  return VolumeOf(path) != VolumeOf(other);
 }
 
 const char kSmallJpeg[] = "TAVIFILE_THUMB_S.jpg";
@@ -127,10 +137,10 @@ const std::vector<Kind>& Kinds() {
       {"HEIC", "heic", [](const std::string& source) { test::MakeHeic(source, 256, 128, true); },
        [](const std::string& source) { return Ask(source, kBrovix); }, kSmallJpeg},
       {"preview", "jpg", MakeJpegWithPreview, [](const std::string& source) { return Ask(source, kBrovix); },
-       kSmallJpeg},
+       kSmallJpeg, true, nullptr, false, false, false, true},
       {"turned preview", "jpg", MakeTurnedJpegWithPreview,
        [](const std::string& source) { return Ask(source, kBrovix); }, "TAVIFILE_THUMB_S_r1.jpg", true, nullptr, true},
-      {"batch", "jpg", MakeBigJpeg, BatchAll, kSmallJpeg, false},
+      {"batch", "jpg", MakeBigJpeg, BatchAll, "TAVIFILE_THUMB_B.jpg", false},
       {"ready thumbnail", "jpg", MakeBigJpeg, StoreReadyThumbnail, kSmallJpeg, true, PutReadyThumbnail},
       {"volume without entries", "jpg", MakeBigJpeg, AskWithoutEAWrites, "", false},
       {"delivery", "png", MakeSmallPng, [](const std::string& source) { return Deliver(source, kBrovix, 0); },
@@ -152,24 +162,34 @@ std::string EAEntry(const std::string& source, const std::string& name) {
 }
 
 Source::Source(const std::string& folder, const Kind& kind)
-    : kind_(kind), folder_(folder), path_(folder + "/p" + std::to_string(getpid()) + "-a." + kind.extension) {
+    : kind_(&kind), folder_(folder), path_(folder + "/p" + std::to_string(getpid()) + "-a." + kind.extension) {
   fs::create_directories(folder_);
-  kind_.makeSource(path_);
+  kind.makeSource(path_);
   test::SetTimes(path_, kSourceTime, kSourceTime);
-  content_ = test::ReadFile(path_);
+  content_ = std::make_shared<const std::string>(test::ReadFile(path_));
   test::MakeJpeg(folder_ + "/older", 60, 40);
   test::SetTimes(folder_ + "/older", kSourceTime - 1, kSourceTime - 1);
 }
 
+Source::Source(const std::string& folder, const Source& model)
+    : kind_(model.kind_),
+      folder_(folder),
+      path_(folder + "/" + fs::path(model.path_).filename().string()),
+      content_(model.content_) {
+  fs::create_directories(folder_);
+  fs::create_hard_link(model.path_, path_);
+  fs::create_hard_link(model.folder_ + "/older", folder_ + "/older");
+}
+
 void Source::Reset() const {
   fs::remove_all(folder_ + "/.tavi_ea");
-  if (kind_.hasOlder) {
+  if (kind_->hasOlder) {
     fs::create_directories(EADirectory(path_));
-    const std::string older = EAEntry(path_, kind_.entry);
+    const std::string older = EAEntry(path_, kind_->entry);
     fs::copy_file(folder_ + "/older", older);
     test::SetTimes(older, kSourceTime - 1, kSourceTime - 1);
   }
-  if (kind_.prepare != nullptr) kind_.prepare(path_);
+  if (kind_->prepare != nullptr) kind_->prepare(path_);
 }
 
 void Source::GiveTo(uid_t user, gid_t group) const {
@@ -181,7 +201,7 @@ void Source::GiveTo(uid_t user, gid_t group) const {
 }
 
 bool Source::IsUntouched() const {
-  return test::ModificationTime(path_) == kSourceTime && test::ReadFile(path_) == content_;
+  return test::ModificationTime(path_) == kSourceTime && test::ReadFile(path_) == *content_;
 }
 
 bool WholePictures::Holds(const std::string& path) {
@@ -197,7 +217,8 @@ std::string FlawInEADirectory(const Source& source, const Kind& kind, WholePictu
     if (name.rfind("TAVI", 0) != 0) return "there is an entry " + name;
     if (!pictures.Holds(EAEntry(source.Path(), name))) return name + " is no whole picture";
   }
-  const bool kept = !kind.hasOlder || kind.writesFinalName || test::Exists(EAEntry(source.Path(), kind.entry));
+  const bool mayBeLost = kind.writesFinalName || (kind.comesFromTmp && IsOnOtherVolume(source.Path(), "/tmp"));
+  const bool kept = !kind.hasOlder || mayBeLost || test::Exists(EAEntry(source.Path(), kind.entry));
   return kept ? "" : "the older thumbnail is gone";
 }
 

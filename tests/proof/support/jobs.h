@@ -3,6 +3,7 @@
 
 #include <ctime>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -26,6 +27,8 @@ struct Kind {
   // The answer goes to standard output; a pipe and its child may stay open.
   bool delivers = false;
   bool leavesPipe = false;
+  // Its picture comes from /tmp: onto another volume, mv copies it to the final name.
+  bool comesFromTmp = false;
 };
 
 const std::vector<Kind>& Kinds();
@@ -38,6 +41,8 @@ std::string EAEntry(const std::string& source, const std::string& name);
 class Source {
  public:
   Source(const std::string& folder, const Kind& kind);
+  // The same file under another name, on the same volume.
+  Source(const std::string& folder, const Source& model);
 
   const std::string& Path() const { return path_; }
   // As it was in the beginning: no thumbnail, or the older one.
@@ -46,10 +51,10 @@ class Source {
   bool IsUntouched() const;
 
  private:
-  const Kind& kind_;
+  const Kind* kind_;
   std::string folder_;
   std::string path_;
-  std::string content_;
+  std::shared_ptr<const std::string> content_;
 };
 
 // Whether files are whole pictures, by decoding them. A content that was seen before is known.
