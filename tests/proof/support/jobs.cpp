@@ -140,7 +140,7 @@ const std::vector<Kind>& Kinds() {
        kSmallJpeg, true, nullptr, false, false, false, true},
       {"turned preview", "jpg", MakeTurnedJpegWithPreview,
        [](const std::string& source) { return Ask(source, kBrovix); }, "TAVIFILE_THUMB_S_r1.jpg", true, nullptr, true},
-      {"batch", "jpg", MakeBigJpeg, BatchAll, "TAVIFILE_THUMB_B.jpg", false},
+      {"batch", "jpg", MakeBigJpeg, BatchAll, kSmallJpeg, false},
       {"ready thumbnail", "jpg", MakeBigJpeg, StoreReadyThumbnail, kSmallJpeg, true, PutReadyThumbnail},
       {"volume without entries", "jpg", MakeBigJpeg, AskWithoutEAWrites, "", false},
       {"delivery", "png", MakeSmallPng, [](const std::string& source) { return Deliver(source, kBrovix, 0); },
