@@ -4,8 +4,9 @@
 // kills quick|full COMMAND LATER   LATER is loaded into the command: its clock is hours ahead there, as what is left
 // behind must be an hour old to go.
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
-#include <spawn.h>
+#include <sys/inotify.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -71,6 +72,30 @@ Micros TimeOf(const Kind& kind, const Source& source) {
   return std::chrono::duration_cast<Micros>(Clock::now() - start);
 }
 
+// Sees what is written in a folder.
+class Watch {
+ public:
+  explicit Watch(const std::string& folder) : events_(inotify_init1(IN_CLOEXEC)) {
+    inotify_add_watch(events_, folder.c_str(), IN_CREATE | IN_MODIFY | IN_CLOSE_WRITE | IN_MOVED_TO);
+  }
+  ~Watch() { close(events_); }
+  Watch(const Watch&) = delete;
+  Watch& operator=(const Watch&) = delete;
+
+  // Waits until something was written so many times, or for so long.
+  void Await(int times, Micros patience) const {
+    const auto end = Clock::now() + patience;
+    pollfd entry{events_, POLLIN, 0};
+    char data[4096];
+    for (; times > 0 && Clock::now() < end; --times) {
+      if (poll(&entry, 1, 100) == 1 && read(events_, data, sizeof data) == -1) return;
+    }
+  }
+
+ private:
+  const int events_;
+};
+
 struct Tally {
   unsigned kills = 0;
   unsigned wrong = 0;
@@ -102,15 +127,21 @@ class Proof {
   }
 
  private:
+  // At any moment; every other time at one when something changes where the thumbnail is to lie.
   void Kill(const Kind& kind, const Source& source, Micros time, Tally* tally) {
     source.Reset();
+    const bool atAChange = kind.hasOlder && ++turn_ % 2 == 0;
+    const Watch watch(EADirectory(source.Path()));
     const pid_t child = StartRequest(kind, source.Path());
-    std::this_thread::sleep_for(Micros(std::uniform_int_distribution<Micros::rep>(0, time.count())(random_)));
+    if (atAChange) watch.Await(static_cast<int>(Upto(8)), time);
+    std::this_thread::sleep_for(Micros(Upto(atAChange ? 500 : time.count())));
     kill(-child, SIGKILL);
     if (!WIFSIGNALED(EndOf(child))) return;  // it was done before
     ++tally->kills;
     Judge(kind, source, tally);
   }
+
+  Micros::rep Upto(Micros::rep most) { return std::uniform_int_distribution<Micros::rep>(0, most)(random_); }
 
   void Judge(const Kind& kind, const Source& source, Tally* tally) {
     std::string flaw = source.IsUntouched() ? FlawInEADirectory(source, kind, pictures_) : "the source was changed";
@@ -140,6 +171,7 @@ class Proof {
   const std::string later_;
   WholePictures pictures_;
   std::mt19937 random_{20260101};
+  unsigned turn_ = 0;
 };
 
 template <typename Condition>
