@@ -23,6 +23,7 @@
 
 #include "jobs.h"
 #include "private_tmp.h"
+#include "process.h"
 #include "temp_dir.h"
 
 namespace fs = std::filesystem;
@@ -33,10 +34,6 @@ namespace {
 constexpr int kOwnStatus = 42;
 constexpr std::size_t kSmallStack = 65536;
 constexpr rlim_t kManyDescriptors = 10000;
-
-void Require(bool holds, const std::string& what) {
-  if (!holds) throw std::runtime_error(what);
-}
 
 volatile sig_atomic_t alarms = 0;
 
@@ -210,10 +207,7 @@ std::string FlawOfCaller(const State& state, const Kind& kind, const Source& sou
   std::fflush(nullptr);
   const pid_t child = fork();
   if (child == 0) {
-    const int output = open((report + ".output").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    dup2(output, STDOUT_FILENO);
-    dup2(output, STDERR_FILENO);
-    close(output);
+    Redirect({STDOUT_FILENO, STDERR_FILENO}, report + ".output");
     try {
       Serve(state, kind, source, expected);
     } catch (const std::exception& exception) {

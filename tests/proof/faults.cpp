@@ -28,6 +28,7 @@
 #include "injector.h"
 #include "jobs.h"
 #include "private_tmp.h"
+#include "process.h"
 #include "temp_dir.h"
 
 namespace fs = std::filesystem;
@@ -107,10 +108,6 @@ struct Report {
   unsigned allocations;
 };
 
-std::size_t OpenDescriptors() {
-  return test::Names("/proc/self/fd").size();
-}
-
 void Tell(Report* report, Result result, const char* text, int code = 0) {
   report->result = result;
   report->code = code;
@@ -134,20 +131,14 @@ void Request(const Kind& kind, const std::string& source, Report* report, volati
   *armed = false;
 }
 
-void WriteInto(int standard, const std::string& path) {
-  const int opened = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-  dup2(opened, standard);
-  close(opened);
-}
-
 // The child process: a caller that runs as somebody else with the right to be root again, as services do.
 void Serve(const Kind& kind, const Source& source, const std::string& body, unsigned failing, bool forEver,
            Report* report, volatile bool* armed) {
   const rlimit none{0, 0};
   setrlimit(RLIMIT_CORE, &none);
   doings = &report->doings;
-  WriteInto(STDOUT_FILENO, body);
-  WriteInto(STDERR_FILENO, body + ".errors");
+  Redirect({STDOUT_FILENO}, body);
+  Redirect({STDERR_FILENO}, body + ".errors");
   if (setegid(kGroup) != 0 || seteuid(kUser) != 0) abort();
   report->descriptorsBefore = OpenDescriptors();
   StartFailingAllocations(failing, forEver);
@@ -155,7 +146,7 @@ void Serve(const Kind& kind, const Source& source, const std::string& body, unsi
   report->allocations = StopFailingAllocations();
   report->idsKept = geteuid() == kUser && getegid() == kGroup;
   report->descriptorsAfter = OpenDescriptors();
-  report->hasChildren = !(waitpid(-1, nullptr, WNOHANG | __WALL) == -1 && errno == ECHILD);
+  report->hasChildren = HasChildren();
 }
 
 // All runs of one kind.
@@ -172,6 +163,7 @@ class Campaign {
     source_.Reset();
     source_.GiveTo(kUser, kGroup);
     std::memset(static_cast<void*>(report_), 0, sizeof *report_);
+    for (const std::string& path : {body_, body_ + ".errors"}) fs::remove(path);
     return injector_->Run(
         fault, [&](volatile bool* armed) { Serve(kind_, source_, body_, failingAllocation, forEver, report_, armed); });
   }

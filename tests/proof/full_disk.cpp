@@ -20,6 +20,7 @@
 #include "jobs.h"
 #include "pictures.h"
 #include "private_tmp.h"
+#include "process.h"
 #include "temp_dir.h"
 
 namespace fs = std::filesystem;
@@ -30,10 +31,6 @@ namespace {
 constexpr std::uintmax_t kFree = 1048576;
 constexpr std::uintmax_t kImageSize = 67108864;
 constexpr int kCannotRunHere = 77;
-
-void Require(bool holds, const std::string& what) {
-  if (!holds) throw std::runtime_error(what);
-}
 
 // A file system in a file, mounted while this lives. `make` is the command that makes it, less the file's name.
 class Volume {

@@ -25,6 +25,7 @@
 #include "jobs.h"
 #include "pictures.h"
 #include "private_tmp.h"
+#include "process.h"
 #include "temp_dir.h"
 
 namespace fs = std::filesystem;
@@ -34,11 +35,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 using Micros = std::chrono::microseconds;
-
-void BeSilent() {
-  const int null = open("/dev/null", O_RDWR);
-  for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) dup2(null, standard);
-}
 
 // A process, and a group of its own, that makes one request.
 pid_t StartRequest(const Kind& kind, const std::string& source) {

@@ -21,6 +21,7 @@
 
 #include "jobs.h"
 #include "private_tmp.h"
+#include "process.h"
 #include "temp_dir.h"
 
 namespace fs = std::filesystem;
@@ -67,18 +68,6 @@ std::string Answer(const Kind& kind, const std::string& source) {
   } catch (const Error&) {
     return "";
   }
-}
-
-void Require(bool holds, const std::string& what) {
-  if (!holds) throw std::runtime_error(what);
-}
-
-std::size_t OpenDescriptors() {
-  return test::Names("/proc/self/fd").size();
-}
-
-bool HasChildren() {
-  return !(waitpid(-1, nullptr, WNOHANG | __WALL) == -1 && errno == ECHILD);
 }
 
 // KiB.
@@ -193,9 +182,7 @@ void ShowIdsDuringSave(std::FILE* rows) {
 // Rows go to standard output as it is now; what jobs deliver goes nowhere.
 std::FILE* OpenRows() {
   std::FILE* const rows = fdopen(dup(STDOUT_FILENO), "w");
-  const int null = open("/dev/null", O_WRONLY);
-  dup2(null, STDOUT_FILENO);
-  close(null);
+  Redirect({STDOUT_FILENO}, "/dev/null");
   return rows;
 }
 

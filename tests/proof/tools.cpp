@@ -28,6 +28,7 @@
 
 #include "jobs.h"
 #include "private_tmp.h"
+#include "process.h"
 #include "temp_dir.h"
 
 namespace fs = std::filesystem;
@@ -114,16 +115,6 @@ void InstallTools(const Behaviour& behaviour, const std::string& real, const std
   }
 }
 
-std::size_t OpenDescriptors() {
-  return test::Names("/proc/self/fd").size();
-}
-
-void BeSilent() {
-  const int null = open("/dev/null", O_RDWR);
-  for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) dup2(null, standard);
-  close(null);
-}
-
 void Serve(const Kind& kind, const std::string& source, Report* report) {
   BeSilent();
   report->descriptorsBefore = OpenDescriptors();
@@ -133,7 +124,7 @@ void Serve(const Kind& kind, const std::string& source, Report* report) {
     std::snprintf(report->exception, sizeof report->exception, "%s", exception.what());
   }
   report->descriptorsAfter = OpenDescriptors();
-  report->leavesChild = !(waitpid(-1, nullptr, WNOHANG | __WALL) == -1 && errno == ECHILD);
+  report->leavesChild = HasChildren();
   rusage usage = {};
   getrusage(RUSAGE_SELF, &usage);
   report->memory = usage.ru_maxrss;

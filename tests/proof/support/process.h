@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#pragma once
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <initializer_list>
+#include <stdexcept>
+#include <string>
+
+#include "temp_dir.h"
+
+// What proofs ask of the process that they run in.
+namespace tavithumb::proof {
+
+inline void Require(bool holds, const std::string& what) {
+  if (!holds) throw std::runtime_error(what);
+}
+
+// One more than there are: the look itself takes one.
+inline std::size_t OpenDescriptors() {
+  return test::Names("/proc/self/fd").size();
+}
+
+// Of any sort, running or to be reaped.
+inline bool HasChildren() {
+  return !(waitpid(-1, nullptr, WNOHANG | __WALL) == -1 && errno == ECHILD);
+}
+
+// Points standard descriptors to a file.
+inline void Redirect(std::initializer_list<int> standard, const std::string& path) {
+  const int opened = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  for (const int descriptor : standard) dup2(opened, descriptor);
+  close(opened);
+}
+
+inline void BeSilent() {
+  Redirect({STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}, "/dev/null");
+}
+
+}  // namespace tavithumb::proof
