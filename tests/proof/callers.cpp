@@ -151,14 +151,19 @@ pid_t MakeOwnChild(bool ends) {
     _exit(kOwnStatus);
   }
   siginfo_t ended;
-  if (ends) waitid(P_PID, static_cast<id_t>(child), &ended, WEXITED | WNOWAIT);
+  while (ends && waitid(P_PID, static_cast<id_t>(child), &ended, WEXITED | WNOWAIT) == -1 && errno == EINTR) {
+  }
   return child;
 }
 
 bool IsStillOurs(pid_t child, bool ended) {
   if (!ended) return kill(child, SIGKILL) == 0;
   int status = 0;
-  return waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == kOwnStatus;
+  pid_t reaped;
+  do {
+    reaped = waitpid(child, &status, 0);
+  } while (reaped == -1 && errno == EINTR);
+  return reaped == child && WIFEXITED(status) && WEXITSTATUS(status) == kOwnStatus;
 }
 
 struct Request {
