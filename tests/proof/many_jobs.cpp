@@ -56,11 +56,7 @@ namespace {
 constexpr unsigned kSettled = 1000;
 constexpr long kGrowthAllowed = 1024;  // KiB
 constexpr std::size_t kThreads = 8;
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kKeepsFreedMemory = true;
-#else
-constexpr bool kKeepsFreedMemory = false;
-#endif
+constexpr bool kKeepsFreedMemory = PROOF_IS_SANITIZED;
 
 std::string Answer(const Kind& kind, const std::string& source) {
   try {

@@ -4,6 +4,8 @@
 #include <cerrno>
 #include <cstddef>
 
+#include "process.h"
+
 namespace {
 
 bool isCounting = false;
@@ -13,7 +15,7 @@ unsigned count = 0;
 
 }  // namespace
 
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#if !PROOF_IS_SANITIZED
 
 namespace {
 

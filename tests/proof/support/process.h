@@ -12,6 +12,13 @@
 
 #include "temp_dir.h"
 
+// A sanitizer makes calls of its own, and takes memory and stack of its own.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define PROOF_IS_SANITIZED 1
+#else
+#define PROOF_IS_SANITIZED 0
+#endif
+
 // What proofs ask of the process that they run in.
 namespace tavithumb::proof {
 
