@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/time.h>
 #include <sys/wait.h>
@@ -147,6 +148,7 @@ Belongings Take() {
 pid_t MakeOwnChild(bool ends) {
   const pid_t child = fork();
   if (child == 0) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (!ends) pause();
     _exit(kOwnStatus);
   }
