@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <string>
+#include <utility>
 
 #include "common/descriptor.h"
 #include "exported.h"
@@ -25,13 +26,23 @@ bool Liken(const Descriptor& made, const struct stat& folder) {
   return chmod(("/proc/self/fd/" + std::to_string(made.Get())).c_str(), folder.st_mode & 07777) == 0;
 }
 
-// Makes one directory unless it is there, and opens its place. One made at the same moment by another is as good;
-// its maker gives it owner and mode. Links are not followed: what is made stays in the source's folder.
+bool IsTrustedIn(const Descriptor& parent, const Descriptor& place) {
+  struct stat parentFacts, facts;
+  if (!place.IsOpen() || fstat(parent.Get(), &parentFacts) != 0 || fstat(place.Get(), &facts) != 0) return false;
+  if (IsTrusted(facts, parentFacts)) return true;
+  errno = EPERM;
+  return false;
+}
+
+// Makes one directory unless it is there, and opens its place. One made at the same moment by another is as good,
+// unless it is a stranger's; its maker gives it owner and mode. Links are not followed: what is made stays in the
+// source's folder.
 Descriptor MakeAndOpen(const Descriptor& parent, const std::string& name, const struct stat& folder) {
   const bool made = mkdirat(parent.Get(), name.c_str(), folder.st_mode & 0777) == 0;
   if (!made && errno != EEXIST) return Descriptor();
   Descriptor place = OpenPlace(parent.Get(), name, O_NOFOLLOW);
-  if (!made || !place.IsOpen() || Liken(place, folder)) return place;
+  if (!made) return IsTrustedIn(parent, place) ? std::move(place) : Descriptor();
+  if (!place.IsOpen() || Liken(place, folder)) return place;
   const int reason = errno;
   unlinkat(parent.Get(), name.c_str(), AT_REMOVEDIR);
   errno = reason;

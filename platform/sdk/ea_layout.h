@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <string>
 
 namespace tavi {
@@ -22,6 +25,14 @@ inline SplitPath Split(const std::string& path) {
 // A name that a directory entry can have.
 inline bool IsEntryName(const std::string& name) {
   return !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos;
+}
+
+// Where everybody may put something and nobody may take away what is others' (as in /tmp), a directory counts only when
+// the superuser, the folder's owner or this process's user has made it: the rule that the kernel has for links there.
+inline bool IsTrusted(const struct stat& directory, const struct stat& folder) {
+  constexpr mode_t shared = S_ISVTX | S_IWOTH;
+  return (folder.st_mode & shared) != shared || directory.st_uid == 0 || directory.st_uid == folder.st_uid ||
+         directory.st_uid == geteuid();
 }
 
 }  // namespace tavi

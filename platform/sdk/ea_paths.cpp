@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -32,6 +33,17 @@ std::optional<std::string> EADirectory(const std::string& source) {
   return parts.folder + kEARoot + "/" + parts.name;
 }
 
+// A stranger who has made one of the two directories could lead what is written there to any place. What is not there
+// yet can be trusted.
+bool IsStrangers(const std::string& source, const std::string& eaDirectory) {
+  const std::string folderPath = Split(source).folder;
+  struct stat folder, root, directory;
+  if (stat(folderPath.empty() ? "." : folderPath.c_str(), &folder) != 0) return false;
+  if (lstat((folderPath + kEARoot).c_str(), &root) != 0) return false;
+  if (!IsTrusted(root, folder)) return true;
+  return lstat(eaDirectory.c_str(), &directory) == 0 && !IsTrusted(directory, root);
+}
+
 int Fail(int reason) {
   errno = reason;
   return -1;
@@ -54,5 +66,7 @@ int TAVIEAPath(int, const char* source, const char* eaName, char* buffer, size_t
 
 int TAVIEADirPath(int, const char* source, char* buffer, size_t size) {
   const std::optional<std::string> directory = tavi::EADirectory(source);
-  return directory ? tavi::Give(*directory, buffer, size) : tavi::Fail(EINVAL);
+  if (!directory) return tavi::Fail(EINVAL);
+  if (tavi::IsStrangers(source, *directory)) return tavi::Fail(EPERM);
+  return tavi::Give(*directory, buffer, size);
 }

@@ -226,6 +226,67 @@ TEST(EAMKDir, SucceedsForAllWhoMakeTheSameDirectoryAtOnce) {
   }
 }
 
+int EADirPathResult(const std::string& source) {
+  char buffer[4096];
+  errno = 0;
+  return TAVIEADirPath(0, source.c_str(), buffer, sizeof buffer);
+}
+
+TEST(EADirectory, CountsInAStickyFolderForEverybodyOnlyWhenNoStrangerHasMadeIt) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root, to make directories of somebody else's";
+  constexpr uid_t self = 0, owner = 1234, stranger = 5678;
+  const struct {
+    mode_t folderMode;
+    uid_t rootOwner;
+    mode_t rootMode;
+    uid_t directoryOwner;
+    bool counts;
+  } rows[] = {
+      {01777, self, 01777, self, true},         {01777, owner, 01777, owner, true},
+      {01777, owner, 01777, self, true},        {01777, stranger, 0755, stranger, false},
+      {01777, stranger, 01777, self, false},    {01777, owner, 01777, stranger, false},
+      {01777, owner, 0755, stranger, true},     {0777, stranger, 0777, stranger, true},
+      {01775, stranger, 01775, stranger, true}, {01773, stranger, 0755, stranger, false},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(testing::Message() << std::oct << row.folderMode << ", " << std::dec << row.rootOwner << std::oct
+                                    << " " << row.rootMode << std::dec << ", " << row.directoryOwner);
+    TempDir folder;
+    fs::create_directories(folder / ".tavi_ea/a.jpg");
+    ASSERT_EQ(chmod((folder / ".tavi_ea").c_str(), row.rootMode) | chmod(folder.Path().c_str(), row.folderMode), 0);
+    ASSERT_EQ(chown(folder.Path().c_str(), owner, owner) | chown((folder / ".tavi_ea").c_str(), row.rootOwner, 0) |
+                  chown((folder / ".tavi_ea/a.jpg").c_str(), row.directoryOwner, 0),
+              0);
+    EXPECT_EQ(EADirPathResult(folder / "a.jpg"), row.counts ? 0 : -1);
+    EXPECT_EQ(errno, row.counts ? 0 : EPERM);
+    EXPECT_EQ(MakeDir(folder / ".tavi_ea/a.jpg"), row.counts ? 0 : -1);
+    if (row.counts) continue;
+    EXPECT_EQ(errno, EPERM);
+  }
+}
+
+TEST(EADirectory, CountsInAStickyFolderForEverybodyForTheOneWhoHasMadeIt) {
+  TempDir folder;
+  ASSERT_EQ(chmod(folder.Path().c_str(), 01777), 0);
+  CheckAsOrdinaryUser([&] {
+    EXPECT_EQ(MakeDir(folder / ".tavi_ea/a.jpg"), 0);
+    EXPECT_EQ(EADirPathResult(folder / "a.jpg"), 0);
+    EXPECT_EQ(MakeDir(folder / ".tavi_ea/a.jpg"), 0);
+  });
+}
+
+TEST(EADirectory, DoesNotCountInAStickyFolderForEverybodyAsAStrangersLink) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root, to make a link of somebody else's";
+  TempDir folder, elsewhere;
+  ASSERT_EQ(chmod(folder.Path().c_str(), 01777), 0);
+  fs::create_directory(elsewhere / "a.jpg");
+  fs::create_directory_symlink(elsewhere.Path(), folder / ".tavi_ea");
+  EXPECT_EQ(EADirPathResult(folder / "a.jpg"), 0);
+  ASSERT_EQ(lchown((folder / ".tavi_ea").c_str(), 5678, 5678), 0);
+  EXPECT_EQ(EADirPathResult(folder / "a.jpg"), -1);
+  EXPECT_EQ(errno, EPERM);
+}
+
 TEST(EAMKDir, LeavesNoDescriptorOpen) {
   TempDir folder;
   const Listing before = Names("/proc/self/fd");

@@ -13,7 +13,8 @@ extern "C" {
  * Returns 0 or more, or a negative number when the source has no EA path. */
 int TAVIEAPath(int, const char* source, const char* eaName, char* buffer, size_t size, int);
 
-/* The same for the EA directory that holds the entries of `source`. Returns 0, or non-zero on failure. */
+/* The same for the EA directory that holds the entries of `source`. Returns 0, or non-zero on failure; one that exists
+ * but may not be written to, because a stranger has put it there, is a failure too. */
 int TAVIEADirPath(int, const char* source, char* buffer, size_t size);
 
 /* Creates that EA directory; the first argument is 1. Returns 0 when it now exists, non-zero otherwise. */
