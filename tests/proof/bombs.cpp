@@ -1,0 +1,177 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+// Bombs are given to a process that has loaded the library, to the command, and to the web program: all refuse or
+// finish within the limits of docs/serving.md, and the process with the library stays small, whatever its tools take.
+// bombs quick|full PROGRAMS POLICY
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <tavithumb/libtavithumb.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "bomb_files.h"
+#include "private_tmp.h"
+#include "program.h"
+#include "temp_dir.h"
+
+namespace fs = std::filesystem;
+
+namespace tavithumb::proof {
+namespace {
+
+// As the web program has them.
+constexpr Limits kLimits = {20, TOOL_MEMORY, 1024};
+constexpr unsigned kMostCallerMiB = 64;
+constexpr int kDeadline = 30;
+// For what a loaded machine adds to a deadline.
+constexpr double kPatience = 60;
+
+unsigned PeakMiB() {
+  std::ifstream status("/proc/self/status");
+  for (std::string line; std::getline(status, line);) {
+    if (line.rfind("VmHWM:", 0) == 0) return static_cast<unsigned>(std::stoul(line.substr(6)) / 1024);
+  }
+  throw std::runtime_error("no VmHWM");
+}
+
+// How much a process has held at most that asks the library for a thumbnail. Throws when it did not survive.
+unsigned PeakOfCaller(const std::string& source) {
+  int ends[2];
+  if (pipe(ends) != 0) throw std::runtime_error("pipe");
+  const pid_t child = fork();
+  if (child == 0) {
+    Enter(kLimits);
+    dup2(open("/dev/null", O_WRONLY), STDERR_FILENO);
+    try {
+      Thumb(source, Thumb::OPT_BROVIX_EA | Thumb::OPT_ENABLE_GIF, false).CalcOutputFile("small");
+    } catch (const std::exception&) {
+    }
+    const unsigned peak = PeakMiB();
+    _exit(write(ends[1], &peak, sizeof peak) == sizeof peak ? 0 : 1);
+  }
+  close(ends[1]);
+  unsigned peak = 0;
+  const bool survived = read(ends[0], &peak, sizeof peak) == sizeof peak;
+  close(ends[0]);
+  waitpid(child, nullptr, 0);
+  if (!survived) throw std::runtime_error("the caller died");
+  return peak;
+}
+
+// "" when the command has answered, or said in one line why not.
+std::string FlawOfCommand(const std::string& programs, const std::string& source) {
+  const Run run = RunProgram({programs + "/tavithumb", "get", "--size", "small", source}, {}, kLimits);
+  const bool answered = run.code == 0 && run.err.empty() && std::count(run.out.begin(), run.out.end(), '\n') == 1;
+  const bool refused = run.code == 1 && run.out.empty() && std::count(run.err.begin(), run.err.end(), '\n') == 1 &&
+                       run.err.rfind("tavithumb: ", 0) == 0;
+  return answered || refused ? "" : "the command ended with " + std::to_string(run.code) + ": " + run.out + run.err;
+}
+
+// The status of a response; 0 when there is none.
+int StatusOf(const std::string& response) {
+  if (response.rfind("Status: ", 0) == 0) return std::atoi(response.c_str() + std::strlen("Status: "));
+  return response.empty() ? 0 : 200;
+}
+
+std::string FlawOfWebProgram(const std::string& programs, const std::string& policy, const std::string& source) {
+  const fs::path path(source);
+  const Run run =
+      RunProgram({programs + "/tavithumb-web", "--policy", policy, "--tool-memory", std::to_string(TOOL_MEMORY),
+                  "--deadline", std::to_string(kDeadline), "--root", path.parent_path()},
+                 {"GATEWAY_INTERFACE=CGI/1.1", "REQUEST_METHOD=GET",
+                  "REQUEST_URI=/thumb/" + path.filename().string() + "?size=small&animate=1"});
+  const int status = StatusOf(run.out);
+  const std::vector<int> documented = {200, 422, 500, 503, 504};
+  if (std::count(documented.begin(), documented.end(), status) != 1) {
+    return "the web program's status is " + std::to_string(status) + ": " + run.err;
+  }
+  if (run.seconds > kDeadline + kPatience) return "the web program took " + std::to_string(run.seconds) + " s";
+  std::fprintf(stderr, "    web: %d after %.1f s\n", status, run.seconds);
+  return "";
+}
+
+// What no program may leave behind. What convert leaves when it is killed lies in /tmp where its caller has given it no
+// other place.
+std::string Leftovers() {
+  std::string left;
+  for (const std::string& path : test::TemporaryFiles()) left += path + " ";
+  for (const std::string& name : test::Names("/tmp")) {
+    if (name.rfind("tavithumb-web.", 0) == 0) left += name + " ";
+  }
+  return left;
+}
+
+class Proof {
+ public:
+  Proof(std::string programs, std::string policy) : programs_(std::move(programs)), policy_(std::move(policy)) {}
+
+  // What is wrong; "" when nothing is.
+  std::string Try(const Bomb& bomb) {
+    const test::TempDir folder;
+    const std::string source = folder / (std::string("bomb.") + bomb.extension);
+    bomb.make(source);
+    const unsigned peak = PeakOfCaller(source);
+    std::fprintf(stderr, "%s: caller %u MiB\n", bomb.name, peak);
+    unsigned* const most = bomb.fillsExiv2 ? &mostByExiv2_ : &most_;
+    *most = std::max(*most, peak);
+    ++(bomb.fillsExiv2 ? countByExiv2_ : count_);
+    if (!bomb.fillsExiv2 && peak > kMostCallerMiB) return "the caller grew";
+    fs::remove_all(folder / ".tavi_ea");
+    std::string flaw = FlawOfCommand(programs_, source);
+    fs::remove_all(folder / ".tavi_ea");
+    if (flaw.empty()) flaw = FlawOfWebProgram(programs_, policy_, source);
+    return flaw.empty() ? Leftovers() : flaw;
+  }
+
+  void Print() const {
+    std::printf("bombs: peak memory of the process that has loaded the library, MiB\t%u\t%u bombs\n", most_, count_);
+    if (countByExiv2_ == 0) return;
+    std::printf("the same where Exiv2 takes a block of 300 MB as a whole, MiB\t%u\t%u bombs\n", mostByExiv2_,
+                countByExiv2_);
+  }
+
+ private:
+  const std::string programs_;
+  const std::string policy_;
+  unsigned most_ = 0, count_ = 0;
+  unsigned mostByExiv2_ = 0, countByExiv2_ = 0;
+};
+
+bool Prove(bool isFull, const std::string& programs, const std::string& policy) {
+  Proof proof(programs, policy);
+  unsigned bombs = 0, flaws = 0;
+  for (const Bomb& bomb : Bombs()) {
+    if (!isFull && !bomb.isQuick) continue;
+    ++bombs;
+    const std::string flaw = proof.Try(bomb);
+    if (flaw.empty()) continue;
+    ++flaws;
+    std::fprintf(stderr, "%s: %s\n", bomb.name, flaw.c_str());
+  }
+  proof.Print();
+  std::printf("bombs that the command or the web program neither answers nor refuses within its limits\t%u\t%u bombs\n",
+              flaws, bombs);
+  return flaws == 0;
+}
+
+}  // namespace
+}  // namespace tavithumb::proof
+
+int main(int argc, char** argv) {
+  if (argc != 4) return 2;
+  if (TOOL_MEMORY == 0) {
+    std::fprintf(stderr, "a sanitizer needs more address space than any limit leaves, and without one bombs go off\n");
+    return 77;
+  }
+  tavithumb::proof::EnterPrivateTmp();
+  return tavithumb::proof::Prove(std::strcmp(argv[1], "full") == 0, argv[2], argv[3]) ? 0 : 1;
+}

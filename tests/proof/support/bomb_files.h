@@ -1,0 +1,21 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace tavithumb::proof {
+
+// A file that asks for far more than it is.
+struct Bomb {
+  const char* name;
+  const char* extension;
+  void (*make)(const std::string& path);
+  bool isQuick = true;
+  // Exiv2 itself takes blocks of the file into memory as a whole, in whatever process asks it.
+  bool fillsExiv2 = false;
+};
+
+const std::vector<Bomb>& Bombs();
+
+}  // namespace tavithumb::proof
