@@ -74,6 +74,12 @@ bool HasPattern(const std::string& path) {
   return false;
 }
 
+// ImageMagick looks for other files by such a name, and by that of a photo beside which lies what is called like a
+// frame of it.
+bool IsTakenForOthers(const std::string& path) {
+  return BaseName(path).find_first_of("*?[]{}") != std::string::npos || MayDo(path + "[0]", F_OK);
+}
+
 }  // namespace
 
 Problem ProblemOfErrno(int error) {
@@ -152,6 +158,10 @@ Problem WhyNoAnswer(const Attempt& attempt, const Request& request) {
   if (HasPattern(attempt.path)) {
     return {Kind::kDamaged, "it could not be converted, for ImageMagick reads the '%' in its path as a pattern",
             "rename it, or work on a copy"};
+  }
+  if (IsTakenForOthers(attempt.path)) {
+    return {Kind::kDamaged, "it could not be converted, for ImageMagick may take other files for it",
+            "rename it, or work on a copy in another folder"};
   }
   return WhyNoTool().value_or(Problem{Kind::kDamaged, "it could not be converted",
                                       "check that it opens elsewhere, and that there is space on the disk"});

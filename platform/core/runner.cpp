@@ -3,6 +3,7 @@
 #include <cstdarg>
 #include <vector>
 
+#include "core/literal_names.h"
 #include "core/run.h"
 #include "core/spawn.h"
 #include "exported.h"
@@ -11,6 +12,10 @@
 // not waited for (`wait` 0) gives 0 once it was started and stays the caller's child: the caller reaps it, or it
 // remains as a zombie until the caller ends.
 int TLIBCExecv(const char* path, const char* const* argv, int wait) {
+  if (!tavi::TakesNamesLiterally(path, argv)) {
+    errno = EPERM;
+    return -1;
+  }
   if (wait != 0) return tavi::Run(path, argv);
   return tavi::Spawn(path, argv, nullptr) == -1 ? -1 : 0;
 }

@@ -166,6 +166,25 @@ TEST_F(NamesOfAnyBytes, AreRefusedPlainlyWhereImageMagickTakesThemForAPattern) {
   }
 }
 
+TEST_F(NamesOfAnyBytes, AreRefusedPlainlyWhereImageMagickTakesOtherFilesForThem) {
+  const std::string reason =
+      ": it could not be converted, for ImageMagick may take other files for it; rename it, or work on a copy in "
+      "another "
+      "folder\n";
+  for (const char* name : {"b1.png", "plain.png"}) Copy(name);
+  WriteFile(folder / "plain.png[0]", (folder / "b1.png") + " -write " + (folder / "elsewhere.png"));
+  for (const char* name : {"b[1].png", "?1.png", "{b1,c}.png", "plain.png"}) {
+    if (!Exists(folder / name)) Copy(name);
+    const Outcome outcome = run({"get", folder / name});
+    EXPECT_EQ(outcome.code, 1);
+    EXPECT_EQ(outcome.out, "");
+    EXPECT_EQ(outcome.err, "tavithumb: " + (folder / name) + reason);
+  }
+  EXPECT_FALSE(Exists(folder / "elsewhere.png"));
+  Copy("free[1].png");
+  EXPECT_EQ(run({"get", folder / "free[1].png"}).out, EntryOf(folder / "free[1].png", "TAVIFILE_THUMB_M.png") + "\n");
+}
+
 TEST_F(NamesOfAnyBytes, WithAPercentPatternDoNotTroubleTheOtherTools) {
   const std::string jpeg = folder / "100%d.jpg";
   RunTool({"/usr/bin/convert", "-size", "400x300", "-seed", "1", "plasma:red-blue", "-quality", "100",

@@ -15,7 +15,8 @@ int TAVIFSIsRemoteFS(int type);
 int TAVIFSIsImageFS(int type);
 
 /* Runs the program at `path` with the null-terminated vector `argv` (argument 0 included). With `wait` 1 it waits,
- * and returns 0 exactly when the program exited normally with status 0. Arguments are copied before it returns. */
+ * and returns 0 exactly when the program exited normally with status 0. Arguments are copied before it returns.
+ * A program that would take a path among them for something else than that file's name is not run: -1. */
 int TLIBCExecv(const char* path, const char* const* argv, int wait);
 
 /* The same with the arguments after argument 0 listed, then a null pointer; argument 0 is `path`. `flags` 0 waits. */

@@ -63,6 +63,16 @@ TEST(Policy, RefusesAllOtherKindsWhateverTheirNames) {
   }
 }
 
+TEST(Policy, KeepsFilesThatAreCalledLikeAFrameFromGivingArguments) {
+  TempDir folder;
+  const std::string photo = folder / "photo.png", frame = photo + "[0]";
+  MakePng(photo, 40, 30);
+  EXPECT_EQ(Convert(POLICY_FOLDER, {frame, "-resize", "20x20", folder / "thumbnail.png"}), 0);
+  WriteFile(frame, photo + " -write " + (folder / "elsewhere.png"));
+  Convert(POLICY_FOLDER, {frame, "-resize", "20x20", folder / "thumbnail.png"});
+  EXPECT_EQ(Names(folder.Path()), (std::vector<std::string>{"photo.png", "photo.png[0]", "thumbnail.png"}));
+}
+
 TEST(Policy, IsWhatTheToolsOfTheProgramRunUnder) {
   const Site site(Front::kNone);
   WriteFile(site / "evil.tif",
