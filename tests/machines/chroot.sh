@@ -1,0 +1,62 @@
+# SPDX-License-Identifier: GPL-3.0-or-later
+# For scripts that try the project on another machine: a throw-away Debian in a folder, with this machine's way to its
+# package mirror. To be sourced by bash, with $0 naming who complains.
+
+# new_chroot RELEASE   makes it in the folder $chroot, which is removed at the end. With $TAVITHUMB_CHROOT it is made in
+# that folder, kept, and used again.
+new_chroot() {
+  if [ "$(id -u)" -ne 0 ]; then
+    echo "$(basename "$0"): only root can make a chroot; run it as root" >&2
+    exit 2
+  fi
+  chroot=${TAVITHUMB_CHROOT-}
+  if [ -z "$chroot" ]; then
+    chroot=$(mktemp -d -p /var/tmp)
+    trap 'rm -rf --one-file-system "$chroot"' EXIT
+  fi
+  [ ! -e "$chroot/etc/apt/apt.conf.d/99machine" ] || return 0
+  local http_proxy https_proxy
+  eval "$(apt-config shell http_proxy Acquire::http::Proxy https_proxy Acquire::https::Proxy)"
+  export http_proxy https_proxy
+  debootstrap --variant=minbase --keyring=/usr/share/keyrings/debian-archive-keyring.gpg "$1" "$chroot" \
+    "$(debian_mirror)" >&2 || exit 1
+  copy_settings
+}
+
+# From where this machine's own packages come.
+debian_mirror() {
+  local mirrors
+  mirrors=$(apt-get indextargets --format '$(ORIGIN)|$(LABEL)|$(REPO_URI)' | sed -n 's/^Debian|Debian|//p')
+  if [ -z "$mirrors" ]; then
+    echo "$(basename "$0"): apt knows no Debian mirror; run apt-get update" >&2
+    exit 1
+  fi
+  head -n 1 <<<"$mirrors"
+}
+
+# How this machine gets there: names, certificates, apt's proxies and accounts.
+copy_settings() {
+  local path
+  for path in /etc/resolv.conf /etc/hosts /etc/ssl/certs /usr/local/share/ca-certificates /etc/apt/auth.conf \
+    /etc/apt/auth.conf.d; do
+    [ -e "$path" ] || continue
+    mkdir -p "$chroot$(dirname "$path")"
+    cp -rL "$path" "$chroot$(dirname "$path")"
+  done
+  apt-config dump Acquire >"$chroot/etc/apt/apt.conf.d/99machine"
+}
+
+# in_chroot COMMAND...   runs it there, as root, the sample photos beside the work. Its mounts and processes end with it.
+in_chroot() {
+  local samples
+  samples=$(readlink -f "${TAVITHUMB_SAMPLES:-../shared/samples}" || true)
+  mkdir -p "$chroot/work/samples"
+  unshare --mount --pid --fork --kill-child bash -ec '
+    chroot=$1 samples=$2
+    mount --rbind /dev "$chroot/dev"
+    mount --rbind /sys "$chroot/sys"
+    mount -t proc proc "$chroot/proc"
+    [ ! -d "$samples" ] || mount --bind -o ro "$samples" "$chroot/work/samples"
+    exec chroot "$chroot" env -u TMPDIR PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin \
+      TAVITHUMB_SAMPLES=/work/samples "${@:3}"' _ "$chroot" "$samples" "$@"
+}
