@@ -1,0 +1,10 @@
+# SPDX-License-Identifier: GPL-3.0-or-later
+# Cross-builds for the appliance's 32-bit ARM on a Debian that has the packages of armhf, and runs the results by
+# emulation. script/test-armhf makes such a Debian.
+set(CMAKE_SYSTEM_NAME Linux)
+set(CMAKE_SYSTEM_PROCESSOR armv7l)
+set(CMAKE_C_COMPILER arm-linux-gnueabihf-gcc)
+set(CMAKE_CXX_COMPILER arm-linux-gnueabihf-g++)
+set(CMAKE_LIBRARY_ARCHITECTURE arm-linux-gnueabihf)
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm-static)
+set(PKG_CONFIG_EXECUTABLE arm-linux-gnueabihf-pkg-config)
