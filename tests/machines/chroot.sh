@@ -47,16 +47,21 @@ copy_settings() {
 }
 
 # in_chroot COMMAND...   runs it there, as root, the sample photos beside the work. Its mounts and processes end with it.
+# The folder becomes the root of the mounts, since in a mere chroot nobody can make a user namespace.
 in_chroot() {
   local samples
   samples=$(readlink -f "${TAVITHUMB_SAMPLES:-../shared/samples}" || true)
-  mkdir -p "$chroot/work/samples"
+  mkdir -p "$chroot"/work/samples "$chroot/old"
   unshare --mount --pid --fork --kill-child bash -ec '
     chroot=$1 samples=$2
+    mount --bind "$chroot" "$chroot"
     mount --rbind /dev "$chroot/dev"
     mount --rbind /sys "$chroot/sys"
     mount -t proc proc "$chroot/proc"
     [ ! -d "$samples" ] || mount --bind -o ro "$samples" "$chroot/work/samples"
-    exec chroot "$chroot" env -u TMPDIR PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin \
+    cd "$chroot"
+    pivot_root . old
+    umount -l /old
+    exec env -u TMPDIR PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin \
       TAVITHUMB_SAMPLES=/work/samples "${@:3}"' _ "$chroot" "$samples" "$@"
 }

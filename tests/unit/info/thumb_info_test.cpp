@@ -4,6 +4,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstddef>
+#include <cstdint>
 #include <type_traits>
 
 #include "../records.h"
@@ -62,6 +64,31 @@ TEST(ThumbInfo, GivesTheLow32BitsOfTheFileSize) {
   OpenInfo info = JpegRecord(1, 1, {1, 1});
   info.stat_.st_size = (off64_t{5} << 32) + 7;
   EXPECT_EQ(info.GetFileSize(), 7u);
+}
+
+// Alike where long has 32 bits: other programs of the appliance hold these.
+TEST(ThumbInfo, HasNumbersOfTheSameWidthOnEveryMachine) {
+  EXPECT_EQ(sizeof(ThumbDimension), 8u);
+  EXPECT_EQ(offsetof(ThumbDimension, width), 0u);
+  EXPECT_EQ(offsetof(ThumbDimension, height), 4u);
+  EXPECT_EQ(sizeof(OpenInfo::stat_.st_size), 8u);
+  EXPECT_EQ(sizeof(OpenInfo::stat_.st_ino), 8u);
+  EXPECT_TRUE((std::is_same_v<decltype(OpenInfo::width_), std::uint32_t>));
+  EXPECT_TRUE((std::is_same_v<decltype(OpenInfo::height_), std::uint32_t>));
+  EXPECT_TRUE((std::is_same_v<decltype(OpenInfo::rotate_), std::int32_t>));
+  EXPECT_TRUE((std::is_same_v<decltype(OpenInfo::userRotate_), std::int32_t>));
+  EXPECT_TRUE((std::is_same_v<decltype(ThumbInfo::LARGE_ORIG_THRESHOLD), const std::uint32_t>));
+}
+
+TEST(ThumbInfo, KnowsSourcesAndThumbnailsOfMoreThanTwoGiB) {
+  constexpr off64_t size = (off64_t{5} << 30) + 7;
+  const TempDir folder;
+  WriteFile(folder / "a.nef", "");
+  if (truncate64((folder / "a.nef").c_str(), size) != 0) GTEST_SKIP() << "needs sparse files of 5 GiB";
+  const OpenInfo info(folder / "a.nef", "small", {120, 120});
+  EXPECT_EQ(info.stat_.st_size, size);
+  EXPECT_EQ(info.GetFileSize(), (1u << 30) + 7);
+  EXPECT_TRUE(info.IsThumbUptoDate(folder / "a.nef"));
 }
 
 TEST(ThumbInfo, IsGoodWithFactsOfEitherKind) {

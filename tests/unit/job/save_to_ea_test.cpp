@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -52,6 +53,14 @@ TEST_F(SaveToEA, MovesTheFileAndGivesItModeOwnerAndTheTimeWanted) {
 }
 
 TEST_F(SaveToEA, TakesTheSourcesTimeForATimeOfZero) {
+  EXPECT_TRUE(job.SaveThumbToEA(from, to, 0));
+  EXPECT_EQ(steps, (Listing{"chown " + to + " 0:0", "utime " + to + " 0 1000"}));
+}
+
+TEST_F(SaveToEA, TakesTheTimeOfASourceOfMoreThanTwoGiB) {
+  if (truncate64(source.c_str(), off64_t{5} << 30) != 0) GTEST_SKIP() << "needs sparse files of 5 GiB";
+  const utimbuf times{900, 1000};
+  RealUtime(source.c_str(), &times);
   EXPECT_TRUE(job.SaveThumbToEA(from, to, 0));
   EXPECT_EQ(steps, (Listing{"chown " + to + " 0:0", "utime " + to + " 0 1000"}));
 }
