@@ -3,6 +3,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <charconv>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -41,6 +42,16 @@ std::string DefaultConfig() {
   return file;
 }
 
+// An empty text for a number of seconds that makes sense. CLI11's own check of a range words its complaint differently
+// from release to release.
+std::string CheckDeadline(const std::string& text) {
+  int seconds = 0;
+  const char* const end = text.data() + text.size();
+  const auto [rest, error] = std::from_chars(text.data(), end, seconds);
+  if (error == std::errc() && rest == end && seconds >= 1 && seconds <= 86400) return "";
+  return "Value " + text + " not in range 1 to 86400";
+}
+
 void AddOptions(CLI::App* app, Settings* settings, std::vector<std::string>* roots) {
   app->set_help_flag("-h,--help", "Print this help and exit");
   app->set_version_flag("--version", "tavithumb-web " TAVITHUMB_VERSION, "Print the version and exit");
@@ -58,7 +69,7 @@ void AddOptions(CLI::App* app, Settings* settings, std::vector<std::string>* roo
       ->capture_default_str();
   app->add_option("--deadline", settings->deadlineSeconds,
                   "Seconds for one request, and to wait for its turn; after them it gets 504 or 503")
-      ->check(CLI::Range(1, 86400))
+      ->check(CheckDeadline, "INT in [1 - 86400]")
       ->capture_default_str();
   app->add_option("--policy", settings->policyFolder, "Folder with the policy.xml for ImageMagick")
       ->capture_default_str();

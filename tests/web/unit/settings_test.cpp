@@ -117,6 +117,7 @@ TEST_F(SettingsRead, TellWhatIsWrong) {
       {{"--root", "a=" + photos, "--root", "a=" + photos}, "'a' names two roots; rename one"},
       {With({"--deadline", "0"}), "--deadline: Value 0 not in range 1 to 86400"},
       {With({"--deadline", "86401"}), "--deadline: Value 86401 not in range 1 to 86400"},
+      {With({"--deadline", "9s"}), "--deadline: Value 9s not in range 1 to 86400"},
       {With({"--children", "-1"}), "Could not convert: --children = -1"},
       {With({"--waiting", "-1"}), "Could not convert: --waiting = -1"},
       {With({"--tool-files", "-1"}), "Could not convert: --tool-files = -1"},
