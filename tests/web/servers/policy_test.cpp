@@ -141,7 +141,7 @@ TEST(Policy, EndsWhatTakesTooLong) {
 // The animation is given up, and its first frame shown.
 TEST(Limits, EndWhatBombsAThumbnail) {
   SiteOptions options;
-  options.program = {"--tool-cpu", "2"};
+  options.program = {"--tool-cpu", "2", "--deadline", "600"};
   const Site site(Front::kNone, options);
   WriteFile(site / "bomb.gif", GifBomb(3000));
   const std::string response = site.Scgi(
