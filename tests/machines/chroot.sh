@@ -46,6 +46,14 @@ copy_settings() {
   apt-config dump Acquire >"$chroot/etc/apt/apt.conf.d/99machine"
 }
 
+# What is committed, to /work/tavithumb there.
+clone_project() {
+  local clone=$chroot/work/tavithumb
+  [ -d "$clone" ] || git clone --quiet --no-checkout . "$clone"
+  git -C "$clone" fetch --quiet "$PWD" HEAD
+  git -C "$clone" checkout --quiet --detach --force FETCH_HEAD
+}
+
 # in_chroot COMMAND...   runs it there, as root, the sample photos beside the work. Its mounts and processes end with it.
 # The folder becomes the root of the mounts, since in a mere chroot nobody can make a user namespace.
 in_chroot() {
