@@ -42,6 +42,13 @@ auto Call(Fake FakeLibc::*fake, Real real, Arguments... arguments) {
   return real(arguments...);
 }
 
+__attribute__((format(printf, 2, 0))) void Log(int priority, const char* format, va_list arguments) {
+  if (currentLog == nullptr) return vsyslog(priority, format, arguments);
+  char text[16384];
+  std::vsnprintf(text, sizeof text, format, arguments);
+  currentLog->lines.push_back({priority, text});
+}
+
 }  // namespace
 
 FakeLibc::FakeLibc() {
@@ -154,13 +161,14 @@ ssize_t __wrap_write(int descriptor, const void* data, size_t size) {
 __attribute__((format(printf, 2, 3))) void __wrap_syslog(int priority, const char* format, ...) {
   va_list arguments;
   va_start(arguments, format);
-  if (currentLog != nullptr) {
-    char text[16384];
-    std::vsnprintf(text, sizeof text, format, arguments);
-    currentLog->lines.push_back({priority, text});
-  } else {
-    vsyslog(priority, format, arguments);
-  }
+  Log(priority, format, arguments);
+  va_end(arguments);
+}
+// What a call of syslog becomes in a hardened build.
+__attribute__((format(printf, 3, 4))) void __wrap___syslog_chk(int priority, int /*flag*/, const char* format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  Log(priority, format, arguments);
   va_end(arguments);
 }
 }
