@@ -70,6 +70,7 @@ in_chroot() {
     cd "$chroot"
     pivot_root . old
     umount -l /old
-    exec env -u TMPDIR PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin \
-      TAVITHUMB_SAMPLES=/work/samples "${@:3}"' _ "$chroot" "$samples" "$@"
+    env -u TMPDIR PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin \
+      TAVITHUMB_SAMPLES=/work/samples "${@:3}" || exit  # not as the first process
+    ' _ "$chroot" "$samples" "$@"
 }
