@@ -24,6 +24,7 @@ void UseScratchFolder(const std::string& folder) {
 // The library's own name for a preview that it has extracted begins with the number of its process.
 void RemovePreviews(pid_t process) {
   glob_t previews = {};
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): of no user's home
   if (glob(("/tmp/thumb." + std::to_string(process) + ".*").c_str(), 0, nullptr, &previews) == 0) {
     for (std::size_t i = 0; i < previews.gl_pathc; ++i) unlink(previews.gl_pathv[i]);
   }

@@ -164,6 +164,19 @@ TEST_F(MakeWorkers, TheSecondSignalEndsTheRunningTools) {
   EXPECT_EQ(Leftovers(), Strings{});
 }
 
+TEST_F(MakeWorkers, FinishTheirFileAndTidyUpWhenTheParentIsKilled) {
+  const std::string source = Picture("wait-1.png");
+  const pid_t process = run.Begin(Small("1"), ProbedStart());
+  AwaitNoted("waits", 1);
+  EXPECT_EQ(Leftovers().size(), 1u);
+  kill(process, SIGKILL);
+  run.Await(process);
+  WriteFile(gate, "");
+  while (!Leftovers().empty()) usleep(1000);
+  EXPECT_TRUE(IsMade(source));
+  EXPECT_EQ(Names(EntryOf(source, "")), Strings{kSmallEntry});
+}
+
 // A terminal sends its signals to the group in front.
 TEST_F(MakeWorkers, WorkersAndToolsAreInGroupsOfTheirOwn) {
   Picture("hang.png");

@@ -114,9 +114,9 @@ Pool::Worker Pool::Fork() const {
   worker.process = fork();
   if (worker.process == 0) BeWorker(other.Number(), worker.scratch, order_);
   if (worker.process == -1) {
-    const std::system_error error(errno, std::generic_category(), "no process can be started");
+    const int reason = errno;
     rmdir(worker.scratch.c_str());
-    throw error;
+    throw std::system_error(reason, std::generic_category(), "no process can be started");
   }
   setpgid(worker.process, worker.process);
   return worker;

@@ -7,6 +7,9 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <exception>
+#include <filesystem>
+#include <system_error>
 
 #include "common/temporary_files.h"
 
@@ -37,19 +40,30 @@ void Send(const Report& report) {
   send(ownLine, text.data(), text.size(), MSG_NOSIGNAL);
 }
 
-}  // namespace
-
 // The workers are as many as shall run at once: their tools need no threads.
-void BeWorker(int line, const std::string& scratch, const Order& order) noexcept {
-  setpgid(0, 0);
-  KeepOnly(line);
-  RestoreSignals();
+void Serve(const std::string& scratch, const Order& order) {
   UseScratchFolder(scratch);
   setenv("MAGICK_THREAD_LIMIT", "1", 0);  // NOLINT(concurrency-mt-unsafe): there is one thread
   std::string message(longestMessage, '\0');
   while (recv(ownLine, message.data(), message.size(), 0) > 0) {
     const std::string path = message.c_str();  // NOLINT(readability-redundant-string-cstr): it ends with its NUL
     Send({WorkOn(path, order, [](const Result& soFar, const Making& making) { Send({soFar, making}); }), {}});
+  }
+  std::error_code ignored;
+  std::filesystem::remove_all(scratch, ignored);  // nobody else does when the parent has been killed
+}
+
+}  // namespace
+
+// An exception must not lead back to where the parent goes on.
+void BeWorker(int line, const std::string& scratch, const Order& order) {
+  setpgid(0, 0);
+  KeepOnly(line);
+  RestoreSignals();
+  try {
+    Serve(scratch, order);
+  } catch (const std::exception&) {
+    _exit(1);
   }
   _exit(0);
 }

@@ -22,6 +22,6 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Report, result, making)
 // Makes this process, which has just been forked, a worker: each message that comes on the socket `line` is the path
 // of a file, a NUL at its end, which it reports on there. Its tools put their temporary files into `scratch`. It ends
 // with the line.
-[[noreturn]] void BeWorker(int line, const std::string& scratch, const Order& order) noexcept;
+[[noreturn]] void BeWorker(int line, const std::string& scratch, const Order& order);
 
 }  // namespace tavithumb::apps::command
