@@ -6,6 +6,10 @@
 #include <tavithumb/util.h>
 #include <unistd.h>
 
+#include <optional>
+
+#include "common/source_lock.h"
+
 namespace tavithumb::apps {
 namespace {
 
@@ -95,6 +99,8 @@ bool RequestedThumb::HasUsablePreview() {
 // A named size is resolved by its name, with the fall-back to smaller ones, a box as it stands in the job. A path
 // without an output type is what a failed save left, unless it is the HEIF source that the caller accepts.
 bool RequestedThumb::Resolve() {
+  std::optional<AnimationLock> lock;
+  if (optEnableGIF_ && file::GetFileExt(srcPath_) == "gif") lock.emplace();
   const std::string path = request_.size.IsBox() ? CalcOutputFile() : CalcOutputFile(request_.size.name);
   if (path.empty() || (type_ == 0 && !IsSource())) return false;
   if (IsSource() && request_.size.name != "original" && request_.quarterTurns % 4 != 0) return MakeTurned();

@@ -178,6 +178,26 @@ TEST_F(Get, KeepsAnAnimationWhenAsked) {
   EXPECT_EQ(Identify(EntryOf(gif, "TAVIFILE_THUMB_S.jpg")).frames, 1);
 }
 
+// They are made in the same second, when the frames of all of them lie in the same file.
+TEST_F(Get, KeepsAnimationsOfTheSameNameApart) {
+  const int count = 6;
+  for (int i = 0; i < count; ++i) {
+    std::filesystem::create_directory(folder / std::to_string(i));
+    MakeGif(folder / std::to_string(i) + "/moving.gif", 240 + 20 * i, 160, 3 + i);
+  }
+  std::vector<CommandRunner> runs(count);
+  std::vector<pid_t> children;
+  for (int i = 0; i < count; ++i) {
+    children.push_back(
+        runs[i].Begin({"get", "--keep-animation", "--size", "small", folder / std::to_string(i) + "/moving.gif"}));
+  }
+  for (int i = 0; i < count; ++i) {
+    const std::string stored = EntryOf(folder / std::to_string(i) + "/moving.gif", "TAVIFILE_THUMB_S.gif");
+    EXPECT_EQ(runs[i].Await(children[i]).out, stored + "\n");
+    EXPECT_EQ(Identify(stored).frames, 3 + i);
+  }
+}
+
 TEST_F(Get, RunsNoToolWhenMakingIsForbidden) {
   MakePng(png, 800, 600);
   for (const char* size : {"medium", "300x200"}) {
