@@ -76,7 +76,7 @@ bool IsTemporaryFile(const std::string& path) {
 }
 
 bool IsScratchFolder(const std::string& path) {
-  static const std::regex pattern("/tmp/tavithumb-web\\.[A-Za-z0-9]{6}");
+  static const std::regex pattern("/tmp/tavithumb-(?:make|web)\\.[A-Za-z0-9]{6}");
   return std::regex_match(path, pattern);
 }
 

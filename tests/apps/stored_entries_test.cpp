@@ -149,10 +149,12 @@ TEST(TemporaryNames, AreThoseOfTheLibraryInTheirFolder) {
   }
 }
 
-TEST(ScratchFolders, AreThoseOfTheWebProgram) {
+TEST(ScratchFolders, AreThoseOfTheWebProgramAndOfMake) {
   EXPECT_TRUE(IsScratchFolder("/tmp/tavithumb-web.a1Z9bY"));
+  EXPECT_TRUE(IsScratchFolder("/tmp/tavithumb-make.a1Z9bY"));
   for (const char* path : {"/tmp/tavithumb-web.a1Z9b", "/tmp/tavithumb-web.a1Z9bYx", "/tmp/tavithumb-web.a1Z9b.",
-                           "/tmp/tavithumb-web", "/var/tmp/tavithumb-web.a1Z9bY", "/tmp/tavithumb-web.a1Z9bY/x"}) {
+                           "/tmp/tavithumb-web", "/var/tmp/tavithumb-web.a1Z9bY", "/tmp/tavithumb-web.a1Z9bY/x",
+                           "/tmp/tavithumb-.a1Z9bY", "/tmp/tavithumb-makeweb.a1Z9bY"}) {
     EXPECT_FALSE(IsScratchFolder(path)) << path;
   }
 }
