@@ -90,7 +90,7 @@ int RunAside(const char* path, const char* const* argv) {
       clone(CarryOut, stack.get() + kStackSize, CLONE_VM | CLONE_VFORK | CLONE_FILES | CLONE_FS, &order);
   if (between == -1) return -1;
   const int reason = errno;
-  while (waitpid(between, nullptr, __WCLONE) == -1 && errno == EINTR) {
+  while (waitpid(between, nullptr, static_cast<int>(__WCLONE)) == -1 && errno == EINTR) {
   }
   errno = reason;
   return order.result;
