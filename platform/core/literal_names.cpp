@@ -33,6 +33,7 @@ bool StandsForOthers(const std::string& path) {
   if (path.find_first_of(kWildcards, name) == std::string::npos) return false;
   glob_t found = {};
   const std::string pattern = Escaped(path.substr(0, name)) + path.substr(name);
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): that is for patterns with the names of users
   const int result = glob(pattern.c_str(), GLOB_BRACE | GLOB_PERIOD | GLOB_NOSORT, nullptr, &found);
   bool others = result != 0 && result != GLOB_NOMATCH;
   for (std::size_t i = 0; i < found.gl_pathc; ++i) others = others || path != found.gl_pathv[i];

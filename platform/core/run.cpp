@@ -57,11 +57,11 @@ class Undisturbed {
 
 // What the process between does, while the thread that made it stands still.
 int CarryOut(void* data) {
-  Order& order = *static_cast<Order*>(data);
   struct sigaction usual = {};
   usual.sa_handler = SIG_DFL;
   sigaction(SIGCHLD, &usual, nullptr);
   try {
+    Order& order = *static_cast<Order*>(data);
     const pid_t child = Spawn(order.path, order.argv, nullptr);
     if (child != -1) order.result = WaitFor(child);
   } catch (const std::bad_alloc&) {

@@ -4,7 +4,7 @@
 zmodload zsh/zpty
 zpty inner zsh -f -i
 
-# Each match is printed instead of shown.
+# Each match is printed instead of shown. What is typed comes back too, so "ready" is not typed as it is printed.
 zpty -w inner "stty -echo; PROMPT= fpath=(${(q)1} \$fpath); autoload -Uz compinit; compinit -D -u"
 zpty -w inner '
   compadd() {
@@ -23,7 +23,7 @@ zpty -w inner '
   zle -N finish
   bindkey "^I" list-choices
   bindkey "^X" finish
-  print ready'
+  print re""ady'
 zpty -r inner output '*ready*' || exit 1
 zpty -n -w inner "$2"$'\t\x18'
 zpty -r inner output '*the end*' || exit 1

@@ -3,7 +3,7 @@
 
 #include <fcntl.h>
 #include <sys/socket.h>
-#include <sys/time.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -47,7 +47,8 @@ void Serve(const std::string& scratch, const Order& order) {
   setenv("MAGICK_THREAD_LIMIT", "1", 0);  // NOLINT(concurrency-mt-unsafe): there is one thread
   std::string message(longestMessage, '\0');
   while (recv(ownLine, message.data(), message.size(), 0) > 0) {
-    utimes(scratch.c_str(), nullptr);          // in use, hence not left behind, however long nothing is put into it
+    // It is in use, hence not left behind, however long nothing is put into it.
+    utimensat(AT_FDCWD, scratch.c_str(), nullptr, 0);
     const std::string path = message.c_str();  // NOLINT(readability-redundant-string-cstr): it ends with its NUL
     Send({WorkOn(path, order, [](const Result& soFar, const Making& making) { Send({soFar, making}); }), {}});
   }
