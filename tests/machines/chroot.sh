@@ -46,9 +46,9 @@ copy_settings() {
   apt-config dump Acquire >"$chroot/etc/apt/apt.conf.d/99machine"
 }
 
-# What is committed, to /work/tavithumb there.
+# What is committed, to /checkout/tavithumb there.
 clone_project() {
-  local clone=$chroot/work/tavithumb
+  local clone=$chroot/checkout/tavithumb
   [ -d "$clone" ] || git clone --quiet --no-checkout . "$clone"
   git -C "$clone" fetch --quiet "$PWD" HEAD
   git -C "$clone" checkout --quiet --detach --force FETCH_HEAD
@@ -59,18 +59,18 @@ clone_project() {
 in_chroot() {
   local samples
   samples=$(readlink -f "${TAVITHUMB_SAMPLES:-../shared/samples}" || true)
-  mkdir -p "$chroot"/work/samples "$chroot/old"
+  mkdir -p "$chroot"/checkout/samples "$chroot/old"
   unshare --mount --pid --fork --kill-child bash -ec '
     chroot=$1 samples=$2
     mount --bind "$chroot" "$chroot"
     mount --rbind /dev "$chroot/dev"
     mount --rbind /sys "$chroot/sys"
     mount -t proc proc "$chroot/proc"
-    [ ! -d "$samples" ] || mount --bind -o ro "$samples" "$chroot/work/samples"
+    [ ! -d "$samples" ] || mount --bind -o ro "$samples" "$chroot/checkout/samples"
     cd "$chroot"
     pivot_root . old
     umount -l /old
     env -u TMPDIR PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin \
-      TAVITHUMB_SAMPLES=/work/samples "${@:3}" || exit  # not as the first process
+      TAVITHUMB_SAMPLES=/checkout/samples "${@:3}" || exit  # not as the first process
     ' _ "$chroot" "$samples" "$@"
 }
