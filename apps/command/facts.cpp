@@ -9,6 +9,7 @@
 #include <exception>
 #include <utility>
 
+#include "common/facts_in_bounds.h"
 #include "common/names.h"
 #include "common/requested_thumb.h"
 
@@ -43,7 +44,7 @@ std::optional<Picture> MeasurePicture(const std::string& path) {
   if (path.empty()) return std::nullopt;
   try {
     ThumbInfo info(path, "original", Thumb::strThumbSizeMap_.at("original"));
-    info.ExtractImgInfo(false);
+    ExtractInBounds(&info, false);
     return Picture{SourceMimeType(info, path), info.GetWidth(), info.GetHeight()};
   } catch (const std::exception&) {  // no picture, or one with facts that make no sense
     return std::nullopt;
@@ -58,7 +59,7 @@ nlohmann::ordered_json JsonPicture(const std::optional<Picture>& picture) {
 Facts ReadFacts(const std::string& path) {
   FactsWithPreview source(path);
   ThumbInfo& info = source.Info();
-  info.ExtractImgInfo(true);
+  ExtractInBounds(&info, true);
   Facts facts;
   facts.isVideo = IsSupportVideo(BaseName(path));
   facts.mimeType = SourceMimeType(info, path);

@@ -35,7 +35,7 @@ std::optional<Picture> MeasurePicture(const std::string& path);
 // null, or mime_type, width, height.
 nlohmann::ordered_json JsonPicture(const std::optional<Picture>& picture);
 
-// What the library knows of the file at `path`. Throws as ThumbInfo::ExtractImgInfo does.
+// What the library knows of the file at `path`. Throws as ExtractInBounds() does.
 Facts ReadFacts(const std::string& path);
 
 }  // namespace tavithumb::apps::command

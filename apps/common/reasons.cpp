@@ -16,6 +16,7 @@
 #include <string_view>
 #include <system_error>
 
+#include "common/facts_in_bounds.h"
 #include "common/names.h"
 
 namespace tavithumb::apps {
@@ -118,6 +119,8 @@ Problem ProblemOfException() {
     throw;
   } catch (const Error& error) {
     return ProblemOfError(error.Code());
+  } catch (const FactsTooLarge& error) {
+    return {Kind::kDamaged, error.what(), "save a copy of it without metadata"};
   } catch (const std::bad_alloc&) {
     return {Kind::kNoMemory, "there is not enough memory for it", "try again when less is running"};
   } catch (const std::exception&) {  // facts that make no sense, such as an orientation that is no number

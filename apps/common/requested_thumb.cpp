@@ -6,8 +6,10 @@
 #include <tavithumb/util.h>
 #include <unistd.h>
 
+#include <exception>
 #include <optional>
 
+#include "common/facts_in_bounds.h"
 #include "common/source_lock.h"
 
 namespace tavithumb::apps {
@@ -65,7 +67,7 @@ void RequestedThumb::SetSize(const std::string& name) {
 
 void RequestedThumb::ReadFacts() {
   try {
-    info_.ExtractImgInfo(false);
+    ExtractInBounds(&info_, false);
   } catch (const Error& error) {
     if (error.Code() != unknownType) throw;
   }
@@ -91,9 +93,21 @@ bool RequestedThumb::IsServedBySource() {
 
 // One that fits the size becomes the thumbnail, even where the source would do. It is written to look at it.
 bool RequestedThumb::HasUsablePreview() {
-  info_.ExtractImgInfo(true);
+  ExtractInBounds(&info_, true);
   const std::string preview = info_.GetEXIFPreviewTmpPath();
   return !preview.empty() && unlink(preview.c_str()) == 0;
+}
+
+// What else is wrong with them is for the library to find, when it reads them itself.
+void RequestedThumb::CheckFactsAreInBounds() const {
+  ThumbInfo facts = info_;
+  try {
+    ExtractInBounds(&facts, true);
+  } catch (const FactsTooLarge&) {
+    throw;
+  } catch (const std::exception&) {
+  }
+  unlink(facts.GetEXIFPreviewTmpPath().c_str());
 }
 
 // A named size is resolved by its name, with the fall-back to smaller ones, a box as it stands in the job. A path
@@ -101,6 +115,7 @@ bool RequestedThumb::HasUsablePreview() {
 bool RequestedThumb::Resolve() {
   std::optional<AnimationLock> lock;
   if (optEnableGIF_ && file::GetFileExt(srcPath_) == "gif") lock.emplace();
+  CheckFactsAreInBounds();
   const std::string path = request_.size.IsBox() ? CalcOutputFile() : CalcOutputFile(request_.size.name);
   if (path.empty() || (type_ == 0 && !IsSource())) return false;
   if (IsSource() && request_.size.name != "original" && request_.quarterTurns % 4 != 0) return MakeTurned();

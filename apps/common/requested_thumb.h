@@ -23,7 +23,7 @@ class RequestedThumb : public Thumb {
   // request.
   void SetSize(const std::string& name);
 
-  // Reads what SetSize() keeps. Throws as ThumbInfo::ExtractImgInfo does, but for facts that don't exist.
+  // Reads what SetSize() keeps. Throws as ExtractInBounds() does, but for facts that don't exist.
   void ReadFacts();
 
   // The thumbnail that Resolve() would store lies there already, up to date or not. Unlike FindStored(), which does as
@@ -39,10 +39,10 @@ class RequestedThumb : public Thumb {
   std::string TemporaryEntry() const { return info_.GetBrovixTmpThumbEAName(); }
 
   // An up-to-date thumbnail that lies ready in one of the places that the options name. Makes and writes nothing.
-  // Throws as ThumbInfo::ExtractImgInfo does, but for facts that don't exist.
+  // Throws as ReadFacts() does.
   bool FindStored();
 
-  // Finds or makes the answer. False when there is none; throws as CalcOutputFile does.
+  // Finds or makes the answer. False when there is none; throws as CalcOutputFile does, or FactsTooLarge.
   bool Resolve();
 
   // Whether a browser can show the source itself; OutputOriginalImage() then delivers it. Throws as FindStored does.
@@ -63,6 +63,7 @@ class RequestedThumb : public Thumb {
  private:
   void SetRequest();
   bool HasUsablePreview();
+  void CheckFactsAreInBounds() const;
   bool MakeTurned();
   void PreferAvatar();
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // Bombs are given to a process that has loaded the library, to the command, and to the web program: all refuse or
 // finish within the limits of docs/serving.md, and the process with the library stays small, whatever its tools take.
+// Only Exiv2 can make it large, by blocks that it reads as a whole; the programs bound what they let it read.
 // bombs quick|full PROGRAMS POLICY
 #include <fcntl.h>
 #include <sys/wait.h>
@@ -68,8 +69,7 @@ unsigned PeakOfCaller(const std::string& source) {
 }
 
 // "" when the command has answered, or said in one line why not.
-std::string FlawOfCommand(const std::string& programs, const std::string& source) {
-  const Run run = RunProgram({programs + "/tavithumb", "get", "--size", "small", source}, {}, kLimits);
+std::string FlawOfCommand(const Run& run) {
   const bool answered = run.code == 0 && run.err.empty() && std::count(run.out.begin(), run.out.end(), '\n') == 1;
   const bool refused = run.code == 1 && run.out.empty() && std::count(run.err.begin(), run.err.end(), '\n') == 1 &&
                        run.err.rfind("tavithumb: ", 0) == 0;
@@ -82,13 +82,7 @@ int StatusOf(const std::string& response) {
   return response.empty() ? 0 : 200;
 }
 
-std::string FlawOfWebProgram(const std::string& programs, const std::string& policy, const std::string& source) {
-  const fs::path path(source);
-  const Run run =
-      RunProgram({programs + "/tavithumb-web", "--policy", policy, "--tool-memory", std::to_string(TOOL_MEMORY),
-                  "--deadline", std::to_string(kDeadline), "--root", path.parent_path()},
-                 {"GATEWAY_INTERFACE=CGI/1.1", "REQUEST_METHOD=GET",
-                  "REQUEST_URI=/thumb/" + path.filename().string() + "?size=small&animate=1"});
+std::string FlawOfWebProgram(const Run& run) {
   const int status = StatusOf(run.out);
   const std::vector<int> documented = {200, 422, 500, 503, 504};
   if (std::count(documented.begin(), documented.end(), status) != 1) {
@@ -121,29 +115,63 @@ class Proof {
     bomb.make(source);
     const unsigned peak = PeakOfCaller(source);
     std::fprintf(stderr, "%s: caller %u MiB\n", bomb.name, peak);
-    unsigned* const most = bomb.fillsExiv2 ? &mostByExiv2_ : &most_;
-    *most = std::max(*most, peak);
-    ++(bomb.fillsExiv2 ? countByExiv2_ : count_);
+    Peak* const most = bomb.fillsExiv2 ? &byExiv2_ : &callers_;
+    most->Take(peak);
     if (!bomb.fillsExiv2 && peak > kMostCallerMiB) return "the caller grew";
     fs::remove_all(folder / ".tavi_ea");
-    std::string flaw = FlawOfCommand(programs_, source);
+    const Run get = RunCommand({"get", "--size", "small", source});
     fs::remove_all(folder / ".tavi_ea");
-    if (flaw.empty()) flaw = FlawOfWebProgram(programs_, policy_, source);
-    return flaw.empty() ? Leftovers() : flaw;
+    const Run web = RunWebProgram(source);
+    std::string flaw = FlawOfCommand(get) + FlawOfWebProgram(web);
+    if (bomb.fillsExiv2) {
+      flaw += FlawOfRefusal(get, 1) + FlawOfRefusal(web, 0) + FlawOfRefusal(RunCommand({"info", source}), 1) +
+              FlawOfRefusal(RunCommand({"make", source}), 1);
+    }
+    return flaw + Leftovers();
   }
 
   void Print() const {
-    std::printf("bombs: peak memory of the process that has loaded the library, MiB\t%u\t%u bombs\n", most_, count_);
-    if (countByExiv2_ == 0) return;
-    std::printf("the same where Exiv2 takes a block of 300 MB as a whole, MiB\t%u\t%u bombs\n", mostByExiv2_,
-                countByExiv2_);
+    std::printf("bombs: peak memory of the process that has loaded the library, MiB\t%u\t%u bombs\n", callers_.most,
+                callers_.count);
+    std::printf("the same where Exiv2 takes a block of 300 MB as a whole, MiB\t%u\t%u bombs\n", byExiv2_.most,
+                byExiv2_.count);
+    std::printf("programs that refuse such a block: peak memory, MiB\t%u\t%u runs\n", programPeaks_.most,
+                programPeaks_.count);
   }
 
  private:
+  struct Peak {
+    unsigned most = 0, count = 0;
+    void Take(unsigned peak) {
+      most = std::max(most, peak);
+      ++count;
+    }
+  };
+
+  Run RunCommand(std::vector<std::string> words) const {
+    words.insert(words.begin(), programs_ + "/tavithumb");
+    return RunProgram(words, {}, kLimits);
+  }
+
+  Run RunWebProgram(const std::string& source) const {
+    const fs::path path(source);
+    return RunProgram({programs_ + "/tavithumb-web", "--policy", policy_, "--tool-memory", std::to_string(TOOL_MEMORY),
+                       "--deadline", std::to_string(kDeadline), "--root", path.parent_path()},
+                      {"GATEWAY_INTERFACE=CGI/1.1", "REQUEST_METHOD=GET",
+                       "REQUEST_URI=/thumb/" + path.filename().string() + "?size=small&animate=1"});
+  }
+
+  // "" when a program has refused the source for its metadata, and has stayed small.
+  std::string FlawOfRefusal(const Run& run, int code) {
+    programPeaks_.Take(run.peakMiB);
+    const bool saysWhy = (run.out + run.err).find("its metadata would fill the memory") != std::string::npos;
+    if (run.code != code || !saysWhy) return "a program did not refuse it: " + run.out + run.err;
+    return run.peakMiB <= kMostCallerMiB ? "" : "a program grew to " + std::to_string(run.peakMiB) + " MiB";
+  }
+
   const std::string programs_;
   const std::string policy_;
-  unsigned most_ = 0, count_ = 0;
-  unsigned mostByExiv2_ = 0, countByExiv2_ = 0;
+  Peak callers_, byExiv2_, programPeaks_;
 };
 
 bool Prove(bool isFull, const std::string& programs, const std::string& policy) {

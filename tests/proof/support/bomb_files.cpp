@@ -285,7 +285,7 @@ const std::vector<Bomb>& Bombs() {
       {"TIFF with an Exif text of 300 MB", "tif", MakeTiffWithBigText, false},
       {"TIFF with a maker note of 300 MB", "tif", MakeTiffWithBigMakerNote},
       {"TIFF with a preview of 300 MB", "tif", MakeTiffWithBigPreview, false, true},
-      {"PNG with an Exif block of 300 MB", "png", MakePngWithBigExif, false, true},
+      {"PNG with an Exif block of 300 MB", "png", MakePngWithBigExif, true, true},
       {"PNG with a text of 300 MB", "png", MakePngWithBigText, false, true},
   };
   return bombs;

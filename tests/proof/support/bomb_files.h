@@ -12,7 +12,7 @@ struct Bomb {
   const char* extension;
   void (*make)(const std::string& path);
   bool isQuick = true;
-  // Exiv2 itself takes blocks of the file into memory as a whole, in whatever process asks it.
+  // Exiv2 itself would take blocks of the file into memory as a whole: the library has no bound, the programs refuse.
   bool fillsExiv2 = false;
 };
 

@@ -50,11 +50,12 @@ Run RunProgram(const std::vector<std::string>& argv, const std::vector<std::stri
     _exit(127);
   }
   int status = 0;
-  while (waitpid(child, &status, 0) == -1 && errno == EINTR) {
+  rusage usage = {};
+  while (wait4(child, &status, 0, &usage) == -1 && errno == EINTR) {
   }
   const std::chrono::duration<double> time = std::chrono::steady_clock::now() - start;
   return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, test::ReadFile(files / "out"), test::ReadFile(files / "err"),
-          time.count()};
+          time.count(), static_cast<unsigned>(usage.ru_maxrss / 1024)};
 }
 
 }  // namespace tavithumb::proof

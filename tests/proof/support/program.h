@@ -11,6 +11,7 @@ struct Run {
   std::string out;
   std::string err;
   double seconds = 0;
+  unsigned peakMiB = 0;  // resident, of the largest among the process and those that it waited for
 };
 
 // What a process and all that it starts may use, each for itself; 0 is no limit.
