@@ -20,6 +20,7 @@
 #include <string>
 #include <vector>
 
+#include "photos.h"
 #include "pictures.h"
 #include "private_tmp.h"
 #include "program.h"
@@ -32,35 +33,6 @@ namespace tavithumb::proof {
 namespace {
 
 constexpr char kPlain[] = "plain";
-
-void MakeBigJpeg(const std::string& path) {
-  test::MakeJpeg(path, 600, 400);
-  fs::resize_file(path, 300000);
-}
-
-void MakeTurnedJpeg(const std::string& path) {
-  test::MakeJpeg(path, 600, 400);
-  test::SetExif(path, {{"Exif.Image.Orientation", "6"}});
-  fs::resize_file(path, 300000);
-}
-
-void MakeJpegWithPreview(const std::string& path) {
-  const test::TempDir folder;
-  test::MakeJpeg(folder / "preview.jpg", 180, 120);
-  test::MakeJpeg(path, 600, 400);
-  test::SetPreview(path, folder / "preview.jpg");
-}
-
-void MakeTurnedJpegWithPreview(const std::string& path) {
-  MakeJpegWithPreview(path);
-  test::SetExif(path, {{"Exif.Image.Orientation", "6"}});
-}
-
-void MakeRawPhoto(const std::string& path) {
-  const test::TempDir folder;
-  test::MakeJpeg(folder / "preview.jpg", 600, 400);
-  test::MakeRaf(path, folder / "preview.jpg");
-}
 
 // A way through the library.
 struct Way {

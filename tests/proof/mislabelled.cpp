@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "photos.h"
 #include "pictures.h"
 #include "private_tmp.h"
 #include "program.h"
@@ -39,17 +40,6 @@ struct Content {
 
 std::function<void(const std::string& path)> Bytes(const std::string& content) {
   return [content](const std::string& path) { test::WriteFile(path, content); };
-}
-
-void MakeBigJpeg(const std::string& path) {
-  test::MakeJpeg(path, 300, 200);
-  fs::resize_file(path, 300000);
-}
-
-void MakeRawPhoto(const std::string& path) {
-  const test::TempDir folder;
-  test::MakeJpeg(folder / "preview.jpg", 300, 200);
-  test::MakeRaf(path, folder / "preview.jpg");
 }
 
 // Drawings that show another picture, at `secret`.

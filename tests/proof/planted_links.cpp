@@ -18,6 +18,7 @@
 #include <string>
 #include <vector>
 
+#include "photos.h"
 #include "pictures.h"
 #include "private_tmp.h"
 #include "temp_dir.h"
@@ -49,35 +50,6 @@ std::string FirstRandomNumber() {
 std::string EAEntry(const Moment& moment, const std::string& name) {
   const fs::path source(moment.source);
   return source.parent_path() / ".tavi_ea" / source.filename() / name;
-}
-
-void MakeBigJpeg(const std::string& path) {
-  test::MakeJpeg(path, 1200, 800);
-  fs::resize_file(path, 700000);
-}
-
-void MakeTurnedJpeg(const std::string& path) {
-  test::MakeJpeg(path, 1200, 800);
-  test::SetExif(path, {{"Exif.Image.Orientation", "6"}});
-  fs::resize_file(path, 700000);
-}
-
-void MakeJpegWithPreview(const std::string& path) {
-  const test::TempDir folder;
-  test::MakeJpeg(folder / "preview.jpg", 180, 120);
-  test::MakeJpeg(path, 1200, 800);
-  test::SetPreview(path, folder / "preview.jpg");
-}
-
-void MakeTurnedJpegWithPreview(const std::string& path) {
-  MakeJpegWithPreview(path);
-  test::SetExif(path, {{"Exif.Image.Orientation", "6"}});
-}
-
-void MakeRawPhoto(const std::string& path) {
-  const test::TempDir folder;
-  test::MakeJpeg(folder / "preview.jpg", 900, 600);
-  test::MakeRaf(path, folder / "preview.jpg");
 }
 
 void MakeAnimation(const std::string& path) {

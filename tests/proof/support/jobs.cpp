@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <stdexcept>
 
+#include "photos.h"
 #include "pictures.h"
 #include "temp_dir.h"
 #include "volume_kind.h"
@@ -21,7 +22,6 @@ namespace {
 constexpr int kBrovix = Thumb::OPT_BROVIX_EA;
 constexpr std::time_t kSourceTime = 1600000000;
 constexpr char kTemporaryPrefix[] = "TAVIFILETMP_";
-constexpr std::uintmax_t kWorthConverting = 700000;
 
 std::string Ask(const std::string& source, int options, int turns = 0, const std::string& size = "small") {
   Thumb job(source, options, false);
@@ -35,39 +35,8 @@ std::string Deliver(const std::string& source, int options, int turns) {
   return job.Output("small") ? job.GetOutputFile() : "";
 }
 
-void MakeBigJpeg(const std::string& source) {
-  test::MakeJpeg(source, 1200, 800);
-  fs::resize_file(source, kWorthConverting);
-}
-
-void MakeTurnedJpeg(const std::string& source) {
-  test::MakeJpeg(source, 1200, 800);
-  test::SetExif(source, {{"Exif.Image.Orientation", "6"}});
-  fs::resize_file(source, kWorthConverting);
-}
-
 void MakeSmallPng(const std::string& source) {
   test::MakePng(source, 300, 200);
-}
-
-void MakeJpegWithPreview(const std::string& source) {
-  const std::string preview = source + ".preview.jpg";
-  test::MakeJpeg(source, 600, 400);
-  test::MakeJpeg(preview, 180, 120);
-  test::SetPreview(source, preview);
-  fs::remove(preview);
-}
-
-void MakeTurnedJpegWithPreview(const std::string& source) {
-  MakeJpegWithPreview(source);
-  test::SetExif(source, {{"Exif.Image.Orientation", "6"}});
-}
-
-void MakeRawFile(const std::string& source) {
-  const std::string preview = source + ".preview.jpg";
-  test::MakeJpeg(preview, 900, 600);
-  test::MakeRaf(source, preview);
-  fs::remove(preview);
 }
 
 std::string Ready(const std::string& source) {
@@ -133,7 +102,7 @@ const std::vector<Kind>& Kinds() {
        "TAVIAVATAR_120x120.png"},
       {"GIF", "gif", [](const std::string& source) { test::MakeGif(source, 300, 200, 3); },
        [](const std::string& source) { return Ask(source, kBrovix | Thumb::OPT_ENABLE_GIF); }, "TAVIFILE_THUMB_S.gif"},
-      {"raw", "raf", MakeRawFile, [](const std::string& source) { return Ask(source, kBrovix); }, kSmallJpeg},
+      {"raw", "raf", MakeRawPhoto, [](const std::string& source) { return Ask(source, kBrovix); }, kSmallJpeg},
       {"HEIC", "heic", [](const std::string& source) { test::MakeHeic(source, 256, 128, true); },
        [](const std::string& source) { return Ask(source, kBrovix); }, kSmallJpeg},
       {"preview", "jpg", MakeJpegWithPreview, [](const std::string& source) { return Ask(source, kBrovix); },
