@@ -414,6 +414,16 @@ TEST_F(Batch, MakesBoxesUnderTheNameForCustomSizes) {
   EXPECT_EQ(job.info_.GetDimension(), (ThumbDimension{50, 60}));
 }
 
+TEST_F(Batch, CountsBoxesThatFailOrDeclineAsNone) {
+  OpenThumb job(Source("a.jpg"), 0, false);
+  SetFacts(&job, 300, 200, "image/png");
+  toolsWork = true;
+  EXPECT_EQ(job.Convert({ThumbDimension{400, 400}, {50, 60}, {300, 200}}), 1);
+  toolsWork = false;
+  EXPECT_EQ(job.Convert({ThumbDimension{50, 60}}), 0);
+  EXPECT_EQ(log.lines, Log{});
+}
+
 TEST_F(Batch, LogsAnExceptionOfABoxAndGoesOn) {
   toolsWork = true;
   const std::string source = Source("a.jpg");
