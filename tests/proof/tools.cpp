@@ -101,9 +101,13 @@ void Need(bool done, const char* what) {
 void InstallTools(const Behaviour& behaviour, const std::string& real, const std::string& size) {
   Need(unshare(CLONE_NEWNS) == 0, "unshare");
   std::map<std::string, std::string> programs;
-  for (const std::string tool : kTools)
-    programs[tool] = real + "/" + fs::canonical("/usr/bin/" + tool).filename().string();
   fs::create_directories(real);
+  fs::create_directories(real + ".named");
+  for (const std::string tool : kTools) {  // ImageMagick 7 is many programs: which one, its name tells
+    programs[tool] = real + ".named/" + tool;
+    std::error_code isThere;
+    fs::create_symlink(real + "/" + fs::canonical("/usr/bin/" + tool).filename().string(), programs[tool], isThere);
+  }
   Need(mount("/usr/bin", real.c_str(), nullptr, MS_BIND, nullptr) == 0, "mount real tools");
   Need(mount("tools", "/usr/bin", "tmpfs", 0, nullptr) == 0, "mount tools");
   for (const std::string name : {"sh", "sleep", "head", "mv"})
