@@ -1,18 +1,11 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "get.h"
 
-#include <sys/stat.h>
 #include <tavithumb/libtavithumb.h>
-#include <tavithumb/util.h>
 
 #include <chrono>
 #include <cstdio>
-#include <ctime>
-#include <filesystem>
 #include <optional>
-#include <set>
-#include <system_error>
-#include <tuple>
 
 #include "common/descriptors.h"
 #include "common/names.h"
@@ -32,31 +25,6 @@ struct Answer {
   double milliseconds = 0;
 };
 
-// The files that lie where thumbnails of a source are stored, each as it is now: what is made later differs from all.
-class StoredFiles {
- public:
-  explicit StoredFiles(const std::string& source) {
-    const std::string entry = file::GetEAPath(source, "thumbnail");
-    if (entry.empty()) return;
-    std::error_code missing;
-    for (const auto& stored : std::filesystem::directory_iterator(file::Dirname(entry), missing)) {
-      files_.insert(IdentityOf(stored.path()));
-    }
-  }
-  bool Hold(const std::string& path) const { return files_.count(IdentityOf(path)) != 0; }
-
- private:
-  using Identity = std::tuple<dev_t, ino_t, time_t, long>;
-
-  static Identity IdentityOf(const std::string& path) {
-    struct stat record = {};
-    stat(path.c_str(), &record);
-    return {record.st_dev, record.st_ino, record.st_ctim.tv_sec, record.st_ctim.tv_nsec};
-  }
-
-  std::set<Identity> files_;
-};
-
 // The name of a temporary answer is unique for one file a second only: makes it unique for the run.
 std::string KeepApart(const std::string& temporary) {
   static unsigned count = 0;
@@ -68,7 +36,6 @@ std::string KeepApart(const std::string& temporary) {
 std::optional<Problem> Ask(const std::string& path, const Request& request, Answer* answer) {
   if (std::optional<Problem> problem = CheckSource(path)) return problem;
   const QuietErrors quiet;
-  const StoredFiles before(path);
   try {
     RequestedThumb job(path, request);
     if (!job.Resolve()) return WhyNoAnswer(job.Failed(), request);
@@ -77,7 +44,7 @@ std::optional<Problem> Ask(const std::string& path, const Request& request, Answ
     answer->mimeType = job.MimeType();
     answer->needsDelete = job.IsNeedDelete();
     if (answer->outputType == "BrovixVarTmp") answer->path = KeepApart(answer->path);
-    answer->isMade = !job.IsSource() && !before.Hold(answer->path);
+    answer->isMade = job.IsMade();
     return std::nullopt;
   } catch (const std::exception&) {
     return ProblemOfException();

@@ -3,7 +3,6 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/statvfs.h>
 #include <tavithumb/error.h>
 #include <tavithumb/libtavithumb.h>
 #include <tavithumb/thumb_convert_cmd.h>
@@ -17,6 +16,7 @@
 #include <system_error>
 
 #include "common/facts_in_bounds.h"
+#include "common/full_disk.h"
 #include "common/names.h"
 
 namespace tavithumb::apps {
@@ -39,14 +39,6 @@ Problem ProblemOfError(int code) {
 
 bool MayDo(const std::string& path, int mode) {
   return faccessat(AT_FDCWD, path.c_str(), mode, AT_EACCESS) == 0;
-}
-
-// Where a thumbnail of the source would lie there is no room for one.
-bool IsDiskFull(const std::string& path) {
-  constexpr unsigned long leastRoom = 1048576;
-  struct statvfs volume = {};
-  if (statvfs(file::Dirname(path).c_str(), &volume) != 0) return false;
-  return volume.f_bavail * volume.f_frsize < leastRoom || (volume.f_files != 0 && volume.f_favail == 0);
 }
 
 // A tool that could have made it and is not there.

@@ -10,7 +10,9 @@
 #include <optional>
 
 #include "common/facts_in_bounds.h"
+#include "common/full_disk.h"
 #include "common/source_lock.h"
+#include "common/stored_files.h"
 
 namespace tavithumb::apps {
 namespace {
@@ -110,12 +112,21 @@ void RequestedThumb::CheckFactsAreInBounds() const {
   unlink(facts.GetEXIFPreviewTmpPath().c_str());
 }
 
-// A named size is resolved by its name, with the fall-back to smaller ones, a box as it stands in the job. A path
-// without an output type is what a failed save left, unless it is the HEIF source that the caller accepts.
 bool RequestedThumb::Resolve() {
   std::optional<AnimationLock> lock;
   if (optEnableGIF_ && file::GetFileExt(srcPath_) == "gif") lock.emplace();
   CheckFactsAreInBounds();
+  const StoredFiles before(srcPath_);
+  if (!FindOrMake()) return false;
+  isMade_ = !IsSource() && !before.Hold(outputFile_);
+  if (!isMade_ || !IsDiskFull(outputFile_) || !IsCutOff(outputFile_)) return true;
+  unlink(outputFile_.c_str());
+  return false;
+}
+
+// A named size is resolved by its name, with the fall-back to smaller ones, a box as it stands in the job. A path
+// without an output type is what a failed save left, unless it is the HEIF source that the caller accepts.
+bool RequestedThumb::FindOrMake() {
   const std::string path = request_.size.IsBox() ? CalcOutputFile() : CalcOutputFile(request_.size.name);
   if (path.empty() || (type_ == 0 && !IsSource())) return false;
   if (IsSource() && request_.size.name != "original" && request_.quarterTurns % 4 != 0) return MakeTurned();

@@ -42,13 +42,17 @@ class RequestedThumb : public Thumb {
   // Throws as ReadFacts() does.
   bool FindStored();
 
-  // Finds or makes the answer. False when there is none; throws as CalcOutputFile does, or FactsTooLarge.
+  // Finds or makes the answer. False when there is none, or when a full disk has cut it off, which is removed then;
+  // throws as CalcOutputFile does, or FactsTooLarge.
   bool Resolve();
 
   // Whether a browser can show the source itself; OutputOriginalImage() then delivers it. Throws as FindStored does.
   bool HasShowableSource();
 
   bool IsSource() const { return outputFile_ == srcPath_; }
+
+  // Resolve() has made the answer, which did not lie there before.
+  bool IsMade() const { return isMade_; }
 
   // The answer is a file of this job alone, to be deleted after use. One that is stored beside the source is for
   // everybody, whatever IsNeedDelete() says.
@@ -64,10 +68,12 @@ class RequestedThumb : public Thumb {
   void SetRequest();
   bool HasUsablePreview();
   void CheckFactsAreInBounds() const;
+  bool FindOrMake();
   bool MakeTurned();
   void PreferAvatar();
 
   Request request_;
+  bool isMade_ = false;
 };
 
 }  // namespace tavithumb::apps

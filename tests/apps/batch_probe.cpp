@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <tavi/core.h>
 #include <time.h>
@@ -48,6 +49,15 @@ int Run(const char* path, const char* const* argv, int wait) {
   abort();
 }
 
+// The last bytes find no room, and the tool takes no notice.
+int LoseTheEnd(const char* path, const char* const* argv, int wait) {
+  const int result = Run(path, argv, wait);
+  const char* destination = nullptr;
+  for (; *argv != nullptr; ++argv) destination = *argv;
+  struct stat record = {};
+  return stat(destination, &record) == 0 && truncate(destination, record.st_size - 1) == 0 ? result : -1;
+}
+
 // A tool that does not end when it is asked to.
 int Hang() {
   const char* const hang[] = {"/bin/sh", "-c", "trap '' TERM; echo \"hangs $$\" >>\"$PROBE_FILE\"; exec sleep 1000",
@@ -75,6 +85,7 @@ __attribute__((visibility("default"))) int TLIBCExecv(const char* path, const ch
   if (all.find("/crash") != std::string::npos) DieHalfway(argv, SIGSEGV);
   if (all.find("/kill") != std::string::npos) DieHalfway(argv, SIGKILL);
   if (all.find("/hang") != std::string::npos) return Hang();
+  if (all.find("/cut") != std::string::npos) return LoseTheEnd(path, argv, wait);
   if (all.find("/wait") != std::string::npos) AwaitGate();
   return Run(path, argv, wait);
 }

@@ -2,6 +2,7 @@
 // What `tavithumb make` does with files that end or hold up its workers, and when it is interrupted.
 #include <pictures.h>
 #include <signal.h>
+#include <sys/mount.h>
 
 #include <fstream>
 
@@ -65,6 +66,22 @@ struct Death {
   std::string reason;
   std::string remedy;
 };
+
+TEST_F(MakeWorkers, WhatAFullDiskCutsOffIsNoThumbnailThoughItsToolEndsWell) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root";
+  const std::string disk = folder / "disk";
+  fs::create_directory(disk);
+  if (mount("none", disk.c_str(), "tmpfs", 0, "size=1m") != 0) GTEST_SKIP() << "needs a file system to be mounted";
+  const Strings sources = {Picture("disk/cut.png"), Picture("disk/whole.png")};
+  const Outcome outcome = Probed(Small("1"));
+  const std::string summary = Summary({sources[1]}, 2, {"the disk is full"});
+  const Strings left = Names(disk + "/.tavi_ea/cut.png");
+  umount(disk.c_str());
+  EXPECT_EQ(outcome.code, 1);
+  EXPECT_EQ(outcome.err, "tavithumb: " + sources[0] + ": the disk is full; make room on it\n");
+  EXPECT_EQ(WithoutTime(outcome.out), summary);
+  EXPECT_EQ(left, Strings{});
+}
 
 TEST_F(MakeWorkers, AFileThatEndsItsWorkerFailsAloneAndLeavesNothing) {
   const std::vector<Death> rows = {
