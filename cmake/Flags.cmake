@@ -2,6 +2,10 @@
 # What every target is built with: warnings that are errors, and, in a release, what hardens it.
 add_library(tavithumb_flags INTERFACE)
 target_compile_options(tavithumb_flags INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
+# Of C++20's strings GCC 12 says so of sums that are well: https://gcc.gnu.org/bugzilla/show_bug.cgi?id=105651
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13 AND CMAKE_CXX_STANDARD GREATER_EQUAL 20)
+  target_compile_options(tavithumb_flags INTERFACE -Wno-restrict)
+endif()
 
 set(TAVITHUMB_SANITIZE "" CACHE STRING "Sanitizers to build everything with, e.g. address,undefined or thread")
 if(TAVITHUMB_SANITIZE)

@@ -29,7 +29,7 @@ class OnADiskImage : public RealTest {
   // Mounts the image for this process alone; the mount goes with the process.
   void Enter() const {
     if (unshare(CLONE_NEWNS) != 0) throw std::runtime_error("unshare");
-    if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) throw std::runtime_error("mount");
+    if (mount("none", "/", "", MS_REC | MS_PRIVATE, nullptr) != 0) throw std::runtime_error("mount");
     RunTool({"/bin/mount", "-t", "squashfs", "-o", "loop,ro", image_, volume_});
   }
 
