@@ -4,7 +4,9 @@
 #include <glob.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <string>
+#include <vector>
 
 namespace tavi {
 namespace {
@@ -49,8 +51,14 @@ std::string WithoutFrame(const std::string& path) {
   return hasFrame ? path.substr(0, path.size() - frame.size()) : path;
 }
 
-bool IsLiteral(const std::string& path) {
-  if (HasNumber(path)) return false;
+// Of all frames of an animation: with any '%' in its name each goes to a file of its own, numbered at the end.
+bool IsAboutFrames(const std::vector<std::string>& arguments) {
+  return std::any_of(arguments.begin(), arguments.end(),
+                     [](const std::string& argument) { return argument == "-coalesce" || argument == "-layers"; });
+}
+
+bool IsLiteral(const std::string& path, bool isAboutFrames) {
+  if (isAboutFrames ? path.find('%') != std::string::npos : HasNumber(path)) return false;
   const bool hasWildcards = path.find_first_of(kWildcards, path.rfind('/') + 1) != std::string::npos;
   if (hasWildcards && access(path.c_str(), F_OK) == 0) return false;
   return !StandsForOthers(WithoutFrame(path));
@@ -61,10 +69,11 @@ bool IsLiteral(const std::string& path) {
 bool TakesNamesLiterally(const char* path, const char* const* argv) {
   const std::string program = path;
   if (program.substr(program.rfind('/') + 1) != "convert") return true;
-  for (const char* const* argument = argv; *argument != nullptr; ++argument) {
-    if (!IsLiteral(*argument)) return false;
-  }
-  return true;
+  std::vector<std::string> arguments;
+  for (const char* const* argument = argv; *argument != nullptr; ++argument) arguments.emplace_back(*argument);
+  const bool isAboutFrames = IsAboutFrames(arguments);
+  return std::all_of(arguments.begin(), arguments.end(),
+                     [&](const std::string& argument) { return IsLiteral(argument, isAboutFrames); });
 }
 
 }  // namespace tavi

@@ -24,9 +24,9 @@ class NamesForConvert : public testing::Test {
     }
   }
 
-  bool IsRun(const std::string& program, const std::string& argument) const {
+  bool IsRun(const std::string& program, const std::string& argument, const char* option = "-strip") const {
     const std::string path = folder_ / ("bin/" + program);
-    const char* argv[] = {path.c_str(), "-strip", argument.c_str(), nullptr};
+    const char* argv[] = {path.c_str(), option, argument.c_str(), nullptr};
     errno = 0;
     const int result = TLIBCExecv(path.c_str(), argv, 1);
     EXPECT_EQ(result, errno == EPERM ? -1 : 0) << argument;
@@ -73,6 +73,15 @@ TEST_F(NamesForConvert, AreTakenAsTheyAreByConvertOrItIsNotRun) {
       {"[a-c].jpg[0]", false},
   };
   for (const auto& row : rows) EXPECT_EQ(IsRun("convert", folder_ / row.name), row.isRun) << row.name;
+}
+
+TEST_F(NamesForConvert, HaveNoPercentSignForAnAnimation) {
+  for (const char* option : {"-coalesce", "-layers"}) {
+    for (const char* name : {"50%.gif", "100% fun/a.gif", "%", "a%%.gif", "%d.gif"}) {
+      EXPECT_FALSE(IsRun("convert", folder_ / name, option)) << option << " " << name;
+    }
+    EXPECT_TRUE(IsRun("convert", folder_ / "a.gif", option)) << option;
+  }
 }
 
 TEST_F(NamesForConvert, AreTakenAsTheyAreByAllOtherPrograms) {

@@ -87,7 +87,7 @@ const std::vector<Way>& Ways() {
 
 // Names without their extension, some of which mean something to somebody.
 std::vector<std::string> Names(bool isFull, std::size_t extensionSize) {
-  std::vector<std::string> names = {"%d", "x[0]*", "- '\"`$(touch y)`;@a:b\n\xFF",
+  std::vector<std::string> names = {"%d", "50%", "x[0]*", "- '\"`$(touch y)`;@a:b\n\xFF",
                                     std::string(254 - extensionSize, 'n')};
   const std::vector<std::string> more = {"-",
                                          "--help",
@@ -105,7 +105,6 @@ std::vector<std::string> Names(bool isFull, std::size_t extensionSize) {
                                          "%%",
                                          "%[fx:1]",
                                          "%x",
-                                         "50%",
                                          "x[0]",
                                          "[a-z]",
                                          "*",
@@ -144,7 +143,8 @@ std::vector<std::string> Names(bool isFull, std::size_t extensionSize) {
 }
 
 // What convert would take for the number of a frame, or for other files.
-bool IsPattern(const std::string& name) {
+bool IsPattern(const Way& way, const std::string& name) {
+  if (way.options == Thumb::OPT_ENABLE_GIF && name.find('%') != std::string::npos) return true;
   return std::regex_search(name, std::regex("%[0-9]*[dox]|%%|%\\[|[*?{}]|\\["));
 }
 
@@ -356,7 +356,7 @@ bool IsRefusal(const Way& way, const Outcome& outcome) {
 
 void Judge(const Way& way, const std::string& base, const Outcome& plain, const Outcome& outcome, Tally* tally) {
   ++tally->requests;
-  const bool isPattern = way.converts && IsPattern(base);
+  const bool isPattern = way.converts && IsPattern(way, base);
   const bool isTooLong = way.options == Thumb::OPT_ENABLE_GIF && base.size() == 255;
   const bool isSame = outcome == plain;
   const bool isRefused = (isPattern || isTooLong) && IsRefusal(way, outcome);
