@@ -11,7 +11,7 @@
 namespace tavithumb::apps {
 namespace {
 
-constexpr rlim_t mostForFacts = 48 * 1048576;
+constexpr rlim_t mostForFacts = rlim_t{48} * 1048576;
 
 // Bytes of memory that can be written and is the process's alone: what RLIMIT_DATA counts.
 rlim_t DataInUse() {

@@ -15,13 +15,11 @@
 namespace tavithumb::apps {
 namespace {
 
-using std::string_view_literals::operator""sv;
-
 struct Format {
   std::string_view start;
   std::string_view end;
 };
-constexpr Format formats[] = {{"\xFF\xD8"sv, "\xFF\xD9"sv}, {"\x89PNG"sv, "IEND\xAE\x42\x60\x82"sv}, {"GIF8"sv, ";"sv}};
+constexpr Format formats[] = {{"\xFF\xD8", "\xFF\xD9"}, {"\x89PNG", "IEND\xAE\x42\x60\x82"}, {"GIF8", ";"}};
 
 // Fewer where the file has fewer.
 std::string Bytes(const FileDescriptor& file, std::size_t count, off_t place) {
