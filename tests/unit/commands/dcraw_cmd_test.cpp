@@ -326,7 +326,7 @@ TEST_F(Dcraw, TakesADestinationWithoutAWidthOrAHeightForNoPicture) {
   MakeBmp(dest, 10, 10);
   const std::string bmp = ReadFile(dest);
   EXPECT_TRUE(command.checkTmpExif());
-  for (const std::size_t side : {18, 22}) {  // where the header holds the width and the height
+  for (const std::size_t side : {18u, 22u}) {  // where the header holds the width and the height
     SCOPED_TRACE(side);
     WriteFile(dest, std::string(bmp).replace(side, 4, 4, '\0'));
     EXPECT_FALSE(command.checkTmpExif());
