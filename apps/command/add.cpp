@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "add.h"
+#include "command/add.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -10,12 +10,13 @@
 #include <exception>
 #include <optional>
 
-#include "common/descriptors.h"
-#include "common/names.h"
-#include "common/reasons.h"
-#include "common/requested_thumb.h"
-#include "facts.h"
-#include "output.h"
+#include "command/output.h"
+#include "system/descriptors.h"
+#include "system/paths.h"
+#include "system/text.h"
+#include "thumbs/facts.h"
+#include "thumbs/reasons.h"
+#include "thumbs/requested_thumb.h"
 
 namespace tavithumb::apps::command {
 namespace {

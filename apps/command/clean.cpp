@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "clean.h"
+#include "command/clean.h"
 
 #include <fcntl.h>
 #include <tavithumb/util.h>
@@ -13,10 +13,10 @@
 #include <stdexcept>
 #include <system_error>
 
-#include "common/ea_folder.h"
-#include "common/names.h"
-#include "common/stored_entries.h"
-#include "source.h"
+#include "system/paths.h"
+#include "thumbs/ea_folder.h"
+#include "thumbs/source_state.h"
+#include "thumbs/stored_entries.h"
 
 namespace tavithumb::apps::command {
 namespace {

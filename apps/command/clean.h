@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "remover.h"
+#include "command/remover.h"
 
 namespace tavithumb::apps::command {
 

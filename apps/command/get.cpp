@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "get.h"
+#include "command/get.h"
 
 #include <tavithumb/libtavithumb.h>
 
@@ -7,11 +7,12 @@
 #include <cstdio>
 #include <optional>
 
-#include "common/descriptors.h"
-#include "common/names.h"
-#include "common/reasons.h"
-#include "common/requested_thumb.h"
-#include "output.h"
+#include "command/output.h"
+#include "system/descriptors.h"
+#include "system/json_text.h"
+#include "system/paths.h"
+#include "thumbs/reasons.h"
+#include "thumbs/requested_thumb.h"
 
 namespace tavithumb::apps::command {
 namespace {

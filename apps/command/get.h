@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "common/request.h"
+#include "thumbs/request.h"
 
 namespace tavithumb::apps::command {
 

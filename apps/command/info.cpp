@@ -1,14 +1,16 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "info.h"
+#include "command/info.h"
 
 #include <optional>
 
-#include "common/descriptors.h"
-#include "common/names.h"
-#include "common/reasons.h"
-#include "facts.h"
-#include "output.h"
-#include "table.h"
+#include "command/output.h"
+#include "command/table.h"
+#include "system/descriptors.h"
+#include "system/json_text.h"
+#include "system/paths.h"
+#include "system/text.h"
+#include "thumbs/facts.h"
+#include "thumbs/reasons.h"
 
 namespace tavithumb::apps::command {
 namespace {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "list.h"
+#include "command/list.h"
 
 #include <fcntl.h>
 #include <tavithumb/util.h>
@@ -9,15 +9,17 @@
 #include <optional>
 #include <system_error>
 
-#include "common/descriptors.h"
-#include "common/folder.h"
-#include "common/names.h"
-#include "common/reasons.h"
-#include "common/stored_entries.h"
-#include "facts.h"
-#include "output.h"
-#include "source.h"
-#include "table.h"
+#include "command/output.h"
+#include "command/table.h"
+#include "system/descriptors.h"
+#include "system/folder.h"
+#include "system/json_text.h"
+#include "system/paths.h"
+#include "system/text.h"
+#include "thumbs/facts.h"
+#include "thumbs/reasons.h"
+#include "thumbs/source_state.h"
+#include "thumbs/stored_entries.h"
 
 namespace tavithumb::apps::command {
 namespace {

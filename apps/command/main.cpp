@@ -8,10 +8,10 @@
 #include <stdexcept>
 #include <string>
 
-#include "common/descriptors.h"
-#include "common/names.h"
-#include "output.h"
-#include "usage/usage.h"
+#include "command/cli/subcommand.h"
+#include "command/output.h"
+#include "system/descriptors.h"
+#include "system/text.h"
 
 namespace tavithumb::apps::command {
 namespace {
@@ -38,8 +38,8 @@ ExitCode Run(int argc, char** argv) {
   app.footer(footer)->require_subcommand(1);
   app.set_help_flag("-h,--help", "Print this help and exit");
   app.set_version_flag("--version", "tavithumb " TAVITHUMB_VERSION, "Print the version and exit");
-  const std::array subcommands = {AddGet(&app), AddInfo(&app), AddMake(&app),
-                                  AddAdd(&app), AddList(&app), AddClean(&app)};
+  const std::array subcommands = {GetSubcommand(&app), InfoSubcommand(&app), MakeSubcommand(&app),
+                                  AddSubcommand(&app), ListSubcommand(&app), CleanSubcommand(&app)};
   try {
     app.parse(argc, argv);
     const auto asked = std::find_if(subcommands.begin(), subcommands.end(),

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "make.h"
+#include "command/make.h"
 
 #include <poll.h>
 #include <unistd.h>
@@ -10,13 +10,14 @@
 #include <set>
 #include <utility>
 
-#include "batch/pool.h"
-#include "batch/progress.h"
-#include "batch/signals.h"
-#include "batch/summary.h"
-#include "batch/walk.h"
-#include "common/names.h"
-#include "output.h"
+#include "command/batch/pool.h"
+#include "command/batch/progress.h"
+#include "command/batch/summary.h"
+#include "command/batch/walk.h"
+#include "command/output.h"
+#include "system/paths.h"
+#include "system/signals.h"
+#include "system/text.h"
 
 namespace tavithumb::apps::command {
 namespace {

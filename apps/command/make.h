@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "batch/name_list.h"
-#include "batch/work.h"
+#include "command/batch/name_list.h"
+#include "command/batch/work.h"
 
 namespace tavithumb::apps::command {
 

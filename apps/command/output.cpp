@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "output.h"
+#include "command/output.h"
 
 #include <cerrno>
 #include <cmath>
@@ -7,7 +7,8 @@
 #include <iostream>
 #include <system_error>
 
-#include "common/names.h"
+#include "system/json_text.h"
+#include "system/text.h"
 
 namespace tavithumb::apps::command {
 

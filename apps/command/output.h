@@ -4,7 +4,7 @@
 #include <chrono>
 #include <string>
 
-#include "common/reasons.h"
+#include "thumbs/reasons.h"
 
 namespace tavithumb::apps::command {
 

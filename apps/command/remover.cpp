@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "remover.h"
+#include "command/remover.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -7,8 +7,10 @@
 #include <cerrno>
 #include <system_error>
 
-#include "common/names.h"
-#include "output.h"
+#include "command/output.h"
+#include "system/json_text.h"
+#include "system/paths.h"
+#include "system/text.h"
 
 namespace tavithumb::apps::command {
 namespace {

@@ -6,8 +6,8 @@
 #include <string>
 #include <utility>
 
-#include "common/folder.h"
-#include "common/reasons.h"
+#include "system/folder.h"
+#include "thumbs/reasons.h"
 
 namespace tavithumb::apps::command {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "table.h"
+#include "command/table.h"
 
 #include <algorithm>
 

@@ -10,11 +10,11 @@
 #include <optional>
 #include <string>
 
-#include "common/descriptors.h"
-#include "common/names.h"
-#include "common/reasons.h"
-#include "common/requested_thumb.h"
-#include "common/source_lock.h"
+#include "system/descriptors.h"
+#include "system/text.h"
+#include "thumbs/reasons.h"
+#include "thumbs/requested_thumb.h"
+#include "thumbs/source_lock.h"
 #include "web/http_error.h"
 #include "web/listing.h"
 #include "web/target.h"

@@ -16,7 +16,7 @@
 #include <filesystem>
 #include <system_error>
 
-#include "common/temporary_files.h"
+#include "thumbs/temporary_files.h"
 
 namespace tavithumb::apps::web {
 namespace {

@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "common/file_descriptor.h"
+#include "system/file_descriptor.h"
 #include "web/roots.h"
 #include "web/scgi.h"
 #include "web/workers.h"

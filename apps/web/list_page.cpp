@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // The list of a folder for browsers without JavaScript.
-#include "common/names.h"
+#include "system/text.h"
 #include "web/listing.h"
 #include "web/target.h"
 

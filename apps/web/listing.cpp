@@ -10,8 +10,8 @@
 #include <set>
 #include <system_error>
 
-#include "common/folder.h"
-#include "common/names.h"
+#include "system/folder.h"
+#include "system/json_text.h"
 #include "web/http_error.h"
 #include "web/target.h"
 

@@ -16,8 +16,8 @@
 #include <string>
 #include <utility>
 
-#include "common/descriptors.h"
-#include "common/names.h"
+#include "system/descriptors.h"
+#include "system/text.h"
 #include "web/answer.h"
 #include "web/confinement.h"
 #include "web/connection.h"

@@ -12,7 +12,7 @@
 #include <filesystem>
 #include <stdexcept>
 
-#include "common/ea_folder.h"
+#include "thumbs/ea_folder.h"
 #include "web/http_error.h"
 
 namespace tavithumb::apps::web {

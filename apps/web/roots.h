@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "common/file_descriptor.h"
+#include "system/file_descriptor.h"
 
 namespace tavithumb::apps::web {
 

@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <string>
 
-#include "common/file_descriptor.h"
+#include "system/file_descriptor.h"
 #include "web/workers.h"
 
 namespace tavithumb::apps::web {

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "common/request.h"
+#include "thumbs/request.h"
 #include "web/scgi.h"
 
 namespace tavithumb::apps::web {

@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "common/file_descriptor.h"
+#include "system/file_descriptor.h"
 
 namespace tavithumb::apps::web {
 

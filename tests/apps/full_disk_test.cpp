@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // What a full disk leaves of a picture is told from the whole one.
-#include "common/full_disk.h"
+#include "thumbs/full_disk.h"
 
 #include <gtest/gtest.h>
 #include <pictures.h>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // Which names are the library's, and what they tell.
-#include "common/stored_entries.h"
+#include "thumbs/stored_entries.h"
 
 #include <gtest/gtest.h>
 

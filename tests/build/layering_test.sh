@@ -22,9 +22,12 @@ never "src/info knows neither commands nor jobs" "$include(commands|job)/" src/i
 never "src/info knows neither commands nor jobs" "$include""tavithumb/(thumb_convert_cmd|libtavithumb)\.h" src/info src/support
 never "src/commands knows no jobs" "$include(job/|tavithumb/libtavithumb)" src/commands
 never "the programs know the library by its public headers alone" "$include(support|info|commands|job)/" apps
-never "the programs know nothing of each other" "$include(command|web)/" apps/common
+never "apps/system knows nothing about thumbnails" "$include(thumbs|command|web|tavithumb)/" apps/system
+never "apps/thumbs knows no program" "$include(command|web)/" apps/thumbs
 never "the programs know nothing of each other" "$include""web/" apps/command
 never "the programs know nothing of each other" "$include""command/" apps/web
+never "a batch knows no option" "$include(CLI/|command/cli/)" apps/command/batch
+never "includes in apps name the layer" '#include "[^/]*"|#include "(batch|cli|\.\.)/' apps
 never "only apps know CLI11 and JSON" "$include(CLI|nlohmann)/" src include platform
 never "only the platform starts programs, and only workers, the web program's and a batch's, are forks" '\b(fork|vfork|posix_spawnp?|exec[lv]p?e?|system)\(' src include apps --exclude=workers.cpp --exclude=pool.cpp
 never "the public headers show no third-party header" "$include(exiv2|libheif|tavi/|http_file)" include

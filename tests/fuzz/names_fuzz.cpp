@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // A file name on its way to people and to JSON.
-#include "common/names.h"
 #include "fuzz.h"
+#include "system/json_text.h"
+#include "system/paths.h"
+#include "system/text.h"
 
 namespace apps = tavithumb::apps;
 

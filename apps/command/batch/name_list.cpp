@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "batch/name_list.h"
+#include "command/batch/name_list.h"
 
 #include <fcntl.h>
 
@@ -8,8 +8,6 @@
 #include <stdexcept>
 #include <system_error>
 #include <utility>
-
-#include "common/names.h"
 
 namespace tavithumb::apps::command {
 namespace {

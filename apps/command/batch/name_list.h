@@ -5,8 +5,8 @@
 #include <optional>
 #include <string>
 
-#include "common/file_descriptor.h"
-#include "common/reasons.h"
+#include "system/file_descriptor.h"
+#include "thumbs/reasons.h"
 
 namespace tavithumb::apps::command {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "batch/pool.h"
+#include "command/batch/pool.h"
 
 #include <fcntl.h>
 #include <sys/prctl.h>
@@ -18,10 +18,10 @@
 #include <system_error>
 #include <utility>
 
-#include "batch/worker.h"
-#include "common/names.h"
-#include "common/temporary_files.h"
-#include "output.h"
+#include "command/batch/worker.h"
+#include "command/output.h"
+#include "system/paths.h"
+#include "thumbs/temporary_files.h"
 
 namespace tavithumb::apps::command {
 namespace {

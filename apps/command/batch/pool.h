@@ -11,9 +11,9 @@
 #include <string>
 #include <vector>
 
-#include "batch/work.h"
-#include "batch/worker.h"
-#include "common/file_descriptor.h"
+#include "command/batch/work.h"
+#include "command/batch/worker.h"
+#include "system/file_descriptor.h"
 
 namespace tavithumb::apps::command {
 

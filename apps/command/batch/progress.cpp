@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "batch/progress.h"
+#include "command/batch/progress.h"
 
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -15,8 +15,8 @@
 #include <cwchar>
 #include <vector>
 
-#include "common/names.h"
-#include "output.h"
+#include "command/output.h"
+#include "system/text.h"
 
 namespace tavithumb::apps::command {
 namespace {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "batch/result.h"
+#include "command/batch/result.h"
 
-#include "common/names.h"
+#include "system/json_text.h"
 
 namespace tavithumb::apps::command {
 

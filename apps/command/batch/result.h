@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "common/reasons.h"
+#include "thumbs/reasons.h"
 
 namespace tavithumb::apps::command {
 

@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "batch/summary.h"
+#include "command/batch/summary.h"
 
 #include <algorithm>
 #include <set>
 #include <utility>
 #include <vector>
 
-#include "common/names.h"
-#include "output.h"
+#include "command/output.h"
+#include "system/json_text.h"
 
 namespace tavithumb::apps::command {
 namespace {

@@ -7,7 +7,7 @@
 #include <map>
 #include <string>
 
-#include "batch/result.h"
+#include "command/batch/result.h"
 
 namespace tavithumb::apps::command {
 

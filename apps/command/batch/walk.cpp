@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "batch/walk.h"
+#include "command/batch/walk.h"
 
 #include <fcntl.h>
 #include <tavithumb/util.h>
@@ -7,8 +7,8 @@
 #include <cerrno>
 #include <string_view>
 
-#include "common/ea_folder.h"
-#include "common/names.h"
+#include "system/paths.h"
+#include "thumbs/ea_folder.h"
 
 namespace tavithumb::apps::command {
 namespace {

@@ -15,8 +15,8 @@
 #include <utility>
 #include <vector>
 
-#include "batch/name_list.h"
-#include "common/reasons.h"
+#include "command/batch/name_list.h"
+#include "thumbs/reasons.h"
 
 namespace tavithumb::apps::command {
 

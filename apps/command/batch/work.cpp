@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "batch/work.h"
+#include "command/batch/work.h"
 
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -14,10 +14,10 @@
 #include <set>
 #include <system_error>
 
-#include "common/names.h"
-#include "common/reasons.h"
-#include "common/requested_thumb.h"
-#include "common/source_lock.h"
+#include "system/paths.h"
+#include "thumbs/reasons.h"
+#include "thumbs/requested_thumb.h"
+#include "thumbs/source_lock.h"
 
 namespace tavithumb::apps::command {
 namespace {

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "batch/result.h"
+#include "command/batch/result.h"
 
 namespace tavithumb::apps::command {
 

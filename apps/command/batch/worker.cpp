@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "batch/worker.h"
+#include "command/batch/worker.h"
 
 #include <fcntl.h>
 #include <sys/socket.h>
@@ -12,7 +12,7 @@
 #include <filesystem>
 #include <system_error>
 
-#include "common/temporary_files.h"
+#include "thumbs/temporary_files.h"
 
 namespace tavithumb::apps::command {
 namespace {

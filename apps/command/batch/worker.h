@@ -4,7 +4,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "batch/work.h"
+#include "command/batch/work.h"
 
 namespace tavithumb::apps::command {
 

@@ -1,0 +1,82 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include <tavithumb/libtavithumb.h>
+
+#include <memory>
+#include <optional>
+#include <stdexcept>
+
+#include "command/add.h"
+#include "command/cli/subcommand.h"
+#include "thumbs/request.h"
+
+namespace tavithumb::apps::command {
+namespace {
+
+constexpr char description[] = "Move thumbnails that exist to where they are found";
+
+constexpr char footer[] =
+    "Each THUMBNAIL becomes what 'tavithumb get' answers for its SOURCE at that size, in place of what was stored, "
+    "and\n"
+    "is no longer where it was. The path where it lies now is printed. Whatever fails leaves it where it was.\n"
+    "\n"
+    "NAME is small, medium, big, large or xlarge; large and xlarge share their thumbnails. The picture is taken as it\n"
+    "is: neither its size nor its orientation is changed. One that is given a time before SOURCE's is stale at once.\n"
+    "\n"
+    "Examples:\n"
+    "  tavithumb add --size medium photo.jpg photo-360.jpg\n"
+    "  tavithumb add --size small --check-type a.jpg a-120.jpg b.jpg b-120.jpg\n"
+    "\n"
+    "Exit codes: 0 every THUMBNAIL was moved, 1 some were not, 2 bad usage.";
+
+struct Arguments {
+  std::vector<std::string> names;
+  std::string size;
+  std::optional<std::string> time;
+  bool checkType = false;
+};
+
+// The names are told as what they are, pairs.
+class PairFormatter : public CLI::Formatter {
+  std::string make_option_usage(const CLI::Option* /*names*/) const override {
+    return "SOURCE THUMBNAIL [SOURCE THUMBNAIL...]";
+  }
+};
+
+void AddOptions(CLI::App* line, Arguments* arguments) {
+  line->add_option("--size", arguments->size, "The size that it is stored as")->type_name("NAME")->required();
+  line->add_flag("--check-type", arguments->checkType, "Only files of the type that would be made for SOURCE");
+  line->add_option("--mtime", arguments->time, "Its time, seconds since 1970; otherwise that of SOURCE")
+      ->type_name("SECONDS");
+}
+
+// Throws std::invalid_argument with a sentence for people.
+AddStyle StyleOf(const Arguments& arguments) {
+  if (arguments.size == "original" || Thumb::strThumbSizeMap_.count(arguments.size) == 0) {
+    throw std::invalid_argument("'" + arguments.size +
+                                "' is no size to store a thumbnail as: it takes small, medium, " +
+                                "big, large or xlarge");
+  }
+  return {arguments.size, arguments.time ? ParseTime(*arguments.time) : 0, arguments.checkType};
+}
+
+// Throws std::invalid_argument with a sentence for people.
+std::vector<Pair> PairsOf(const std::vector<std::string>& names) {
+  if (names.size() % 2 != 0) throw std::invalid_argument("'" + names.back() + "' has no THUMBNAIL behind it");
+  std::vector<Pair> pairs;
+  for (std::size_t i = 0; i < names.size(); i += 2) pairs.emplace_back(names[i], names[i + 1]);
+  return pairs;
+}
+
+}  // namespace
+
+Subcommand AddSubcommand(CLI::App* app) {
+  const auto arguments = std::make_shared<Arguments>();
+  CLI::App* const line = app->add_subcommand("add", description)->footer(footer);
+  line->formatter(std::make_shared<PairFormatter>());
+  AddNames(line, "SOURCE", "Photos and videos, each with its THUMBNAIL behind it; after '--', names may begin with '-'",
+           &arguments->names);
+  AddOptions(line, arguments.get());
+  return {line, [arguments] { return Add(PairsOf(arguments->names), StyleOf(*arguments)) ? kDone : kSomeFailed; }};
+}
+
+}  // namespace tavithumb::apps::command

@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "system/descriptors.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace tavithumb::apps {
+
+void OpenStandardDescriptors() {
+  for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
+    if (fcntl(descriptor, F_GETFD) == -1) open("/dev/null", O_RDONLY);
+  }
+}
+
+QuietErrors::QuietErrors() : saved_(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1)) {
+  const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+  if (nowhere == -1) return;
+  dup2(nowhere, STDERR_FILENO);
+  close(nowhere);
+}
+
+QuietErrors::~QuietErrors() {
+  if (saved_ == -1) return;
+  dup2(saved_, STDERR_FILENO);
+  close(saved_);
+}
+
+}  // namespace tavithumb::apps

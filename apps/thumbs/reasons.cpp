@@ -1,0 +1,165 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "thumbs/reasons.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <tavithumb/error.h>
+#include <tavithumb/libtavithumb.h>
+#include <tavithumb/thumb_convert_cmd.h>
+#include <tavithumb/util.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <exception>
+#include <new>
+#include <string_view>
+#include <system_error>
+
+#include "system/paths.h"
+#include "thumbs/facts_in_bounds.h"
+#include "thumbs/full_disk.h"
+
+namespace tavithumb::apps {
+namespace {
+
+// Error codes of the library.
+constexpr int unknownType = 602;
+constexpr int cannotOpen = 603;
+
+using Kind = Problem::Kind;
+
+const Problem permissionDenied = {Kind::kForbidden, "permission denied", "ask its owner for the right to read it"};
+const Problem damaged = {Kind::kDamaged, "it is damaged", "get a fresh copy of it"};
+
+Problem ProblemOfError(int code) {
+  if (code == unknownType) return UnknownContent();
+  if (code == cannotOpen) return {Kind::kForbidden, "it cannot be opened", "check that it is still there and readable"};
+  return damaged;
+}
+
+bool MayDo(const std::string& path, int mode) {
+  return faccessat(AT_FDCWD, path.c_str(), mode, AT_EACCESS) == 0;
+}
+
+// A tool that could have made it and is not there.
+std::optional<Problem> WhyNoTool() {
+  struct Tool {
+    const std::string& path;
+    const char* package;
+  };
+  for (const Tool& tool : {Tool{ThumbConvertCmd::kDjpeg, "libjpeg-turbo-progs"},
+                           Tool{ThumbConvertCmd::kConvert, "imagemagick"}, Tool{ThumbConvertCmd::kDcraw, "dcraw"}}) {
+    if (MayDo(tool.path, X_OK)) continue;
+    return Problem{Kind::kNoTool, "it could not be converted, and " + tool.path + " is not installed",
+                   std::string("install the package ") + tool.package + ", or check that it opens elsewhere"};
+  }
+  return std::nullopt;
+}
+
+// ImageMagick puts something else for "%d", "%03x", "%[" or "%%", in the name of a folder too.
+bool HasPattern(const std::string& path) {
+  for (std::size_t i = path.find('%'); i != std::string::npos; i = path.find('%', i + 1)) {
+    const std::size_t letter = path.find_first_not_of("0123456789", i + 1);
+    if (letter != std::string::npos && std::string_view("dox[").find(path[letter]) != std::string_view::npos)
+      return true;
+    if (path[i + 1] == '%') return true;
+  }
+  return false;
+}
+
+// ImageMagick looks for other files by such a name, and by that of a photo beside which lies what is called like a
+// frame of it.
+bool IsTakenForOthers(const std::string& path) {
+  return BaseName(path).find_first_of("*?[]{}") != std::string::npos || MayDo(path + "[0]", F_OK);
+}
+
+}  // namespace
+
+Problem ProblemOfErrno(int error) {
+  if (error == ENOENT || error == ENOTDIR) return {Kind::kMissing, "it is not there", "check its name"};
+  if (error == EACCES) return permissionDenied;
+  return {Kind::kMissing, "it cannot be reached: " + std::generic_category().message(error), "check its path"};
+}
+
+Problem NoEntriesOnVolume() {
+  return {Kind::kNoPlace, "thumbnails cannot be kept on its volume",
+          "ask for them one by one with 'tavithumb get', or copy it to a local disk"};
+}
+
+Problem FolderAmongThumbs() {
+  return {Kind::kNoPlace, "it is a folder of thumbnails", "name the folder of the photos"};
+}
+
+std::optional<Problem> CheckSource(const std::string& path) {
+  struct stat record = {};
+  if (stat(path.c_str(), &record) != 0) return ProblemOfErrno(errno);
+  if (S_ISDIR(record.st_mode)) return Problem{Kind::kMissing, "it is a folder", "name the files in it"};
+  if (!S_ISREG(record.st_mode))
+    return Problem{Kind::kMissing, "it is not a regular file", "name a photo or video file"};
+  const std::string name = BaseName(path);
+  if (IsSupportVideo(name)) return std::nullopt;
+  if (!IsSupportImage(name)) {
+    return Problem{Kind::kUnsupported, "it is not a photo or video by its name",
+                   "give it the right ending, such as .jpg or .mp4"};
+  }
+  if (!MayDo(path, R_OK)) return permissionDenied;
+  return std::nullopt;
+}
+
+Problem ProblemOfException() {
+  try {
+    throw;
+  } catch (const Error& error) {
+    return ProblemOfError(error.Code());
+  } catch (const FactsTooLarge& error) {
+    return {Kind::kDamaged, error.what(), "save a copy of it without metadata"};
+  } catch (const std::bad_alloc&) {
+    return {Kind::kNoMemory, "there is not enough memory for it", "try again when less is running"};
+  } catch (const std::exception&) {  // facts that make no sense, such as an orientation that is no number
+    return damaged;
+  }
+}
+
+Problem UnknownContent() {
+  return {Kind::kDamaged, "its content is no known kind of picture", "check that it opens elsewhere"};
+}
+
+std::optional<Problem> WhyNotStored(const std::string& path) {
+  if (!file::IsDestSupportEAWrite(file::Dirname(path))) return std::nullopt;
+  if (IsDiskFull(path)) return Problem{Kind::kNoPlace, "the disk is full", "make room on it"};
+  const std::string entry = file::GetEAPath(path, "thumbnail");
+  if (entry.empty()) {
+    return Problem{Kind::kNoPlace, "there is no place beside it for a thumbnail",
+                   "copy it to an ordinary folder with a shorter path"};
+  }
+  if (MayDo(file::Dirname(entry), W_OK | X_OK)) return std::nullopt;
+  return Problem{Kind::kNoPlace, "no thumbnail can be written beside it",
+                 "allow writing in its folder, or work on a copy"};
+}
+
+Problem WhyNoAnswer(const Attempt& attempt, const Request& request) {
+  if (attempt.isVideo) {
+    return {Kind::kMissing, "no screenshot is stored for this video", "have one stored; videos are never converted"};
+  }
+  if (request.size.name == "original" && (request.options & Thumb::OPT_FALLBACK_SMALLER) == 0) {
+    return {Kind::kUnsupported, "a browser cannot show the original",
+            "ask for a smaller size, or add --fallback-smaller"};
+  }
+  if ((request.options & Thumb::OPT_NO_CONVERT) != 0) {
+    return {Kind::kMissing, "no thumbnail is stored and --no-convert forbids making one", "leave out --no-convert"};
+  }
+  if (!attempt.factsKnown) return WhyNoTool().value_or(UnknownContent());
+  if (const std::optional<Problem> problem = WhyNotStored(attempt.path)) return *problem;
+  if (HasPattern(attempt.path)) {
+    return {Kind::kDamaged, "it could not be converted, for ImageMagick reads the '%' in its path as a pattern",
+            "rename it, or work on a copy"};
+  }
+  if (IsTakenForOthers(attempt.path)) {
+    return {Kind::kDamaged, "it could not be converted, for ImageMagick may take other files for it",
+            "rename it, or work on a copy in another folder"};
+  }
+  return WhyNoTool().value_or(Problem{Kind::kDamaged, "it could not be converted",
+                                      "check that it opens elsewhere, and that there is space on the disk"});
+}
+
+}  // namespace tavithumb::apps

@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "thumbs/request.h"
+
+#include <tavithumb/libtavithumb.h>
+
+#include <charconv>
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+namespace tavithumb::apps {
+namespace {
+
+// The whole text as a decimal number.
+template <typename Number>
+std::optional<Number> ParseNumber(std::string_view text) {
+  Number number = 0;
+  const char* const end = text.data() + text.size();
+  const std::from_chars_result result = std::from_chars(text.data(), end, number);
+  if (result.ec != std::errc() || result.ptr != end) return std::nullopt;
+  return number;
+}
+
+std::optional<std::uint32_t> ParseSide(std::string_view text) {
+  const std::optional<std::uint16_t> side = ParseNumber<std::uint16_t>(text);
+  if (!side || *side == 0) return std::nullopt;
+  return *side;
+}
+
+}  // namespace
+
+Size ParseSize(const std::string& text) {
+  if (Thumb::strThumbSizeMap_.count(text) != 0) return {text, {0, 0}};
+  const std::size_t cross = text.find('x');
+  const std::optional<std::uint32_t> width = ParseSide(text.substr(0, cross));
+  const std::optional<std::uint32_t> height = cross == std::string::npos ? width : ParseSide(text.substr(cross + 1));
+  if (width && height) return {"", {*width, *height}};
+  throw std::invalid_argument("'" + text + "' is no size: it takes small, medium, big, large, xlarge, original, " +
+                              "WIDTHxHEIGHT or SIDE, with sides of 1 to 65535 pixels");
+}
+
+int ParseQuarterTurns(const std::string& text) {
+  if (const std::optional<int> turns = ParseNumber<int>(text)) return *turns;
+  throw std::invalid_argument("'" + text + "' is no number of quarter turns: it takes a whole number such as 1 or -1");
+}
+
+long ParseTime(const std::string& text) {
+  const std::optional<long> seconds = ParseNumber<long>(text);
+  if (seconds && *seconds > 0) return *seconds;
+  throw std::invalid_argument("'" + text + "' is no time: it takes whole seconds since 1970, such as 1700000000");
+}
+
+}  // namespace tavithumb::apps

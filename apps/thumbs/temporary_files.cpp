@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "thumbs/temporary_files.h"
+
+#include <glob.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <system_error>
+
+namespace tavithumb::apps {
+
+std::string MakeScratchFolder(std::string pattern) {
+  if (mkdtemp(pattern.data()) == nullptr) throw std::system_error(errno, std::generic_category(), pattern);
+  return pattern;
+}
+
+// Called before there is a second thread.
+void UseScratchFolder(const std::string& folder) {
+  setenv("TMPDIR", folder.c_str(), 1);                 // NOLINT(concurrency-mt-unsafe)
+  setenv("MAGICK_TEMPORARY_PATH", folder.c_str(), 1);  // NOLINT(concurrency-mt-unsafe)
+}
+
+// The library's own name for a preview that it has extracted begins with the number of its process.
+void RemovePreviews(pid_t process) {
+  glob_t previews = {};
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): of no user's home
+  if (glob(("/tmp/thumb." + std::to_string(process) + ".*").c_str(), 0, nullptr, &previews) == 0) {
+    for (std::size_t i = 0; i < previews.gl_pathc; ++i) unlink(previews.gl_pathv[i]);
+  }
+  globfree(&previews);
+}
+
+}  // namespace tavithumb::apps
