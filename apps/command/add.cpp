@@ -54,7 +54,8 @@ std::optional<Problem> CheckSourceAndVolume(const std::string& source) {
 std::optional<Problem> CheckThumbnail(const std::string& thumbnail, const std::string& source) {
   const std::optional<struct stat> record = Look(thumbnail);
   if (!record) return ProblemOfErrno(errno);
-  if (S_ISLNK(record->st_mode)) return Problem{Kind::kMissing, "it is a link", "name the file that it leads to"};
+  if (S_ISLNK(record->st_mode))
+    return Problem{Kind::kMissing, "it is a symbolic link", "name the file that it points to"};
   if (S_ISDIR(record->st_mode)) return Problem{Kind::kMissing, "it is a folder", "name a picture in it"};
   if (!S_ISREG(record->st_mode)) return Problem{Kind::kMissing, "it is not a regular file", "name a picture"};
   struct stat photo = {};
@@ -66,7 +67,7 @@ std::optional<Problem> CheckType(const std::string& thumbnail, const std::string
   const std::optional<Picture> picture = MeasurePicture(thumbnail);
   if (!picture) return UnknownContent();
   if (picture->mimeType == type) return std::nullopt;
-  return Problem{Kind::kUnsupported, "it is " + picture->mimeType + ", and thumbnails of its source are " + type,
+  return Problem{Kind::kUnsupported, "it is " + picture->mimeType + ", but thumbnails of its source are " + type,
                  "convert it, or leave out --check-type"};
 }
 
@@ -74,7 +75,7 @@ std::optional<Problem> CheckType(const std::string& thumbnail, const std::string
 std::optional<Problem> CheckPlace(const std::string& place) {
   const std::optional<struct stat> record = Look(place);
   if (!record || S_ISREG(record->st_mode)) return std::nullopt;
-  return Problem{Kind::kNoPlace, "something that is no file lies where its thumbnail belongs",
+  return Problem{Kind::kNoPlace, "the path of its thumbnail is taken by something other than a file",
                  "remove " + Printable(place)};
 }
 
@@ -101,9 +102,9 @@ std::optional<Refusal> Store(const Pair& names, const Pair& paths, const AddStyl
   if (isStored && Look(*place)) return std::nullopt;
   RemoveHalf(*place, before, thumbnail);
   if (const auto problem = WhyNotStored(source)) return Refusal{names.first, *problem};
-  return Refusal{names.second,
-                 {Kind::kForbidden, "it could not be moved",
-                  "allow writing in its folder, and check that there is space on the disk"}};
+  return Refusal{
+      names.second,
+      {Kind::kForbidden, "it could not be moved", "make its folder writable, and check that the disk has space"}};
 }
 
 std::optional<Refusal> AddOne(const Pair& names, const AddStyle& style, std::string* place) {

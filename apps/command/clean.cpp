@@ -74,7 +74,7 @@ void Cleaner::CleanPath(const std::string& path) {
 void Cleaner::CleanFolder(const std::string& path) {
   const Folder folder(path);
   if (!folder.IsOpen()) {
-    const Problem isLink = {Problem::Kind::kMissing, "it is a link to a folder", "put a '/' behind its name"};
+    const Problem isLink = {Problem::Kind::kMissing, "it is a symbolic link to a folder", "append a '/' to its name"};
     return remover_.Report(path, errno == ENOTDIR ? isLink : ProblemOfErrno(errno));
   }
   if (IsAmongThumbs(AbsolutePath(path))) return remover_.Report(path, FolderAmongThumbs());
@@ -190,7 +190,7 @@ void Cleaner::ReportUnlessNoFolder(const std::string& path, int error) {
 // Where thumbnails lay in another way, each would look like one whose source is gone.
 void CheckLayout() {
   if (file::GetEAPath("/folder/source", "entry") == "/folder/" + EAFolderName() + "/source/entry") return;
-  throw std::runtime_error("this system keeps thumbnails in a way that is not known here; nothing is removed");
+  throw std::runtime_error("this system stores thumbnails in an unknown layout; nothing was removed");
 }
 
 }  // namespace

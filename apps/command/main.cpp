@@ -16,16 +16,17 @@
 namespace tavithumb::apps::command {
 namespace {
 
-constexpr char description[] = "Finds, makes and keeps thumbnails of photos, camera raw, GIF, HEIF and videos.";
+constexpr char description[] =
+    "Finds, makes and stores thumbnails of photos, camera raw files, GIFs, HEIF images and videos.";
 
 constexpr char footer[] =
     "Exit codes:\n"
-    "  0    all went well\n"
+    "  0    success\n"
     "  1    some files failed; a line on standard error says which, why, and what to do\n"
     "  2    bad usage\n"
     "  130  interrupted\n"
     "\n"
-    "'tavithumb SUBCOMMAND --help' tells more.";
+    "See 'tavithumb SUBCOMMAND --help' for the details.";
 
 ExitCode BadUsage(const std::string& message, const CLI::App& app) {
   const std::string subcommand = app.get_subcommands().empty() ? "" : app.get_subcommands().front()->get_name() + " ";

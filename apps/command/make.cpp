@@ -116,7 +116,7 @@ void Run::TakeSignals() {
     if (*number == SIGWINCH) {
       progress_.Redraw();
     } else if (++signalsSeen_ == 1) {
-      progress_.Say("finishing the running files; Ctrl-C again ends them at once");
+      progress_.Say("finishing the running files; press Ctrl-C again to stop them at once");
     } else {
       pool_.Abandon();
     }
@@ -153,10 +153,10 @@ void Run::SayWhereItStopped() {
   if (signalsSeen_ != 0) {
     const std::string where = last_.empty() ? "before the first file" : "at " + Printable(last_);
     progress_.Say("stopped after " + std::to_string(summary_.Files()) + " files, " + where +
-                  "; run it again to go on from there");
+                  "; run it again to continue from there");
   } else if (IsAtLimit() && HasMore()) {
-    progress_.Say("stopped after something was made for " + std::to_string(*limit_) +
-                  " files, as --limit says; more may remain: run it again to go on from there");
+    progress_.Say("stopped after making thumbnails for " + std::to_string(*limit_) +
+                  " files, the --limit; more may remain: run it again to continue from there");
   }
 }
 

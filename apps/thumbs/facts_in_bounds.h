@@ -10,7 +10,7 @@ namespace tavithumb::apps {
 // The facts of a source ask for more memory than any photo's do.
 class FactsTooLarge : public std::runtime_error {
  public:
-  FactsTooLarge() : std::runtime_error("its metadata would fill the memory") {}
+  FactsTooLarge() : std::runtime_error("its metadata takes too much memory") {}
 };
 
 // Does as ThumbInfo::ExtractImgInfo(), and throws as that does, or FactsTooLarge before the process has grown by more

@@ -28,7 +28,7 @@ constexpr int cannotOpen = 603;
 
 using Kind = Problem::Kind;
 
-const Problem permissionDenied = {Kind::kForbidden, "permission denied", "ask its owner for the right to read it"};
+const Problem permissionDenied = {Kind::kForbidden, "permission denied", "ask its owner for read permission"};
 const Problem damaged = {Kind::kDamaged, "it is damaged", "get a fresh copy of it"};
 
 Problem ProblemOfError(int code) {
@@ -51,7 +51,7 @@ std::optional<Problem> WhyNoTool() {
                            Tool{ThumbConvertCmd::kConvert, "imagemagick"}, Tool{ThumbConvertCmd::kDcraw, "dcraw"}}) {
     if (MayDo(tool.path, X_OK)) continue;
     return Problem{Kind::kNoTool, "it could not be converted, and " + tool.path + " is not installed",
-                   std::string("install the package ") + tool.package + ", or check that it opens elsewhere"};
+                   std::string("install the package ") + tool.package + ", or check that it opens in another program"};
   }
   return std::nullopt;
 }
@@ -76,18 +76,18 @@ bool IsTakenForOthers(const std::string& path) {
 }  // namespace
 
 Problem ProblemOfErrno(int error) {
-  if (error == ENOENT || error == ENOTDIR) return {Kind::kMissing, "it is not there", "check its name"};
+  if (error == ENOENT || error == ENOTDIR) return {Kind::kMissing, "it does not exist", "check its name"};
   if (error == EACCES) return permissionDenied;
-  return {Kind::kMissing, "it cannot be reached: " + std::generic_category().message(error), "check its path"};
+  return {Kind::kMissing, "it cannot be accessed: " + std::generic_category().message(error), "check its path"};
 }
 
 Problem NoEntriesOnVolume() {
-  return {Kind::kNoPlace, "thumbnails cannot be kept on its volume",
-          "ask for them one by one with 'tavithumb get', or copy it to a local disk"};
+  return {Kind::kNoPlace, "thumbnails cannot be stored on its volume",
+          "request them one by one with 'tavithumb get', or copy it to a local disk"};
 }
 
 Problem FolderAmongThumbs() {
-  return {Kind::kNoPlace, "it is a folder of thumbnails", "name the folder of the photos"};
+  return {Kind::kNoPlace, "it is a thumbnail folder", "name the folder that holds the photos"};
 }
 
 std::optional<Problem> CheckSource(const std::string& path) {
@@ -100,7 +100,7 @@ std::optional<Problem> CheckSource(const std::string& path) {
   if (IsSupportVideo(name)) return std::nullopt;
   if (!IsSupportImage(name)) {
     return Problem{Kind::kUnsupported, "it is not a photo or video by its name",
-                   "give it the right ending, such as .jpg or .mp4"};
+                   "give it the right extension, such as .jpg or .mp4"};
   }
   if (!MayDo(path, R_OK)) return permissionDenied;
   return std::nullopt;
@@ -114,32 +114,32 @@ Problem ProblemOfException() {
   } catch (const FactsTooLarge& error) {
     return {Kind::kDamaged, error.what(), "save a copy of it without metadata"};
   } catch (const std::bad_alloc&) {
-    return {Kind::kNoMemory, "there is not enough memory for it", "try again when less is running"};
+    return {Kind::kNoMemory, "there is not enough memory for it", "try again when more memory is free"};
   } catch (const std::exception&) {  // facts that make no sense, such as an orientation that is no number
     return damaged;
   }
 }
 
 Problem UnknownContent() {
-  return {Kind::kDamaged, "its content is no known kind of picture", "check that it opens elsewhere"};
+  return {Kind::kDamaged, "its content is not in a known image format", "check that it opens in another program"};
 }
 
 std::optional<Problem> WhyNotStored(const std::string& path) {
   if (!file::IsDestSupportEAWrite(file::Dirname(path))) return std::nullopt;
-  if (IsDiskFull(path)) return Problem{Kind::kNoPlace, "the disk is full", "make room on it"};
+  if (IsDiskFull(path)) return Problem{Kind::kNoPlace, "the disk is full", "free some space on it"};
   const std::string entry = file::GetEAPath(path, "thumbnail");
   if (entry.empty()) {
-    return Problem{Kind::kNoPlace, "there is no place beside it for a thumbnail",
+    return Problem{Kind::kNoPlace, "there is no place for a thumbnail next to it",
                    "copy it to an ordinary folder with a shorter path"};
   }
   if (MayDo(file::Dirname(entry), W_OK | X_OK)) return std::nullopt;
-  return Problem{Kind::kNoPlace, "no thumbnail can be written beside it",
-                 "allow writing in its folder, or work on a copy"};
+  return Problem{Kind::kNoPlace, "no thumbnail can be written next to it",
+                 "make its folder writable, or work on a copy"};
 }
 
 Problem WhyNoAnswer(const Attempt& attempt, const Request& request) {
   if (attempt.isVideo) {
-    return {Kind::kMissing, "no screenshot is stored for this video", "have one stored; videos are never converted"};
+    return {Kind::kMissing, "no screenshot is stored for this video", "store one first; videos are never converted"};
   }
   if (request.size.name == "original" && (request.options & Thumb::OPT_FALLBACK_SMALLER) == 0) {
     return {Kind::kUnsupported, "a browser cannot show the original",
@@ -151,15 +151,15 @@ Problem WhyNoAnswer(const Attempt& attempt, const Request& request) {
   if (!attempt.factsKnown) return WhyNoTool().value_or(UnknownContent());
   if (const std::optional<Problem> problem = WhyNotStored(attempt.path)) return *problem;
   if (HasPattern(attempt.path)) {
-    return {Kind::kDamaged, "it could not be converted, for ImageMagick reads the '%' in its path as a pattern",
+    return {Kind::kDamaged, "it could not be converted because ImageMagick reads the '%' in its path as a pattern",
             "rename it, or work on a copy"};
   }
   if (IsTakenForOthers(attempt.path)) {
-    return {Kind::kDamaged, "it could not be converted, for ImageMagick may take other files for it",
+    return {Kind::kDamaged, "it could not be converted because ImageMagick may read other files in its place",
             "rename it, or work on a copy in another folder"};
   }
   return WhyNoTool().value_or(Problem{Kind::kDamaged, "it could not be converted",
-                                      "check that it opens elsewhere, and that there is space on the disk"});
+                                      "check that it opens in another program and that the disk has space"});
 }
 
 }  // namespace tavithumb::apps

@@ -35,19 +35,19 @@ Size ParseSize(const std::string& text) {
   const std::optional<std::uint32_t> width = ParseSide(text.substr(0, cross));
   const std::optional<std::uint32_t> height = cross == std::string::npos ? width : ParseSide(text.substr(cross + 1));
   if (width && height) return {"", {*width, *height}};
-  throw std::invalid_argument("'" + text + "' is no size: it takes small, medium, big, large, xlarge, original, " +
+  throw std::invalid_argument("'" + text + "' is not a valid size: use small, medium, big, large, xlarge, original, " +
                               "WIDTHxHEIGHT or SIDE, with sides of 1 to 65535 pixels");
 }
 
 int ParseQuarterTurns(const std::string& text) {
   if (const std::optional<int> turns = ParseNumber<int>(text)) return *turns;
-  throw std::invalid_argument("'" + text + "' is no number of quarter turns: it takes a whole number such as 1 or -1");
+  throw std::invalid_argument("'" + text + "' is not a number of quarter turns: use a whole number such as 1 or -1");
 }
 
 long ParseTime(const std::string& text) {
   const std::optional<long> seconds = ParseNumber<long>(text);
   if (seconds && *seconds > 0) return *seconds;
-  throw std::invalid_argument("'" + text + "' is no time: it takes whole seconds since 1970, such as 1700000000");
+  throw std::invalid_argument("'" + text + "' is not a valid time: use whole seconds since 1970, such as 1700000000");
 }
 
 }  // namespace tavithumb::apps

@@ -69,7 +69,7 @@ void Deliver(RequestedThumb* job, Progress* progress) {
   progress->hasAnswered = true;
   // The answer to the same address may be the HEIF source itself for those who can show it.
   Print("X-Content-Type-Options: nosniff\r\nVary: Accept\r\n");
-  if (!job->HttpOutputFile(job->MimeType())) syslog(LOG_INFO, "%s: broken off", progress->request.data());
+  if (!job->HttpOutputFile(job->MimeType())) syslog(LOG_INFO, "%s: aborted", progress->request.data());
   if (job->IsTemporary()) unlink(job->GetOutputFile().c_str());
 }
 
@@ -104,7 +104,7 @@ void AnswerOriginal(const Target& target, const Roots& roots, Progress* progress
     if (!job.HasShowableSource()) throw HttpError(kUnsupportedMediaType, "a browser cannot show the original");
     progress->hasAnswered = true;
     Print("X-Content-Type-Options: nosniff\r\n");
-    if (!job.OutputOriginalImage()) syslog(LOG_INFO, "%s: broken off", progress->request.data());
+    if (!job.OutputOriginalImage()) syslog(LOG_INFO, "%s: aborted", progress->request.data());
   });
 }
 
@@ -148,7 +148,7 @@ void Answer(const Variables& variables, const Roots& roots, const Confinement& c
   } catch (const HttpError& error) {
     Refuse(variables, error, progress);
   } catch (const std::exception& error) {
-    Refuse(variables, HttpError(kInternalServerError, "it could not be answered"), progress);
+    Refuse(variables, HttpError(kInternalServerError, "the request could not be answered"), progress);
   }
 }
 

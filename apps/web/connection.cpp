@@ -25,7 +25,7 @@ std::optional<Variables> ReadScgi(int connection) {
     const ssize_t got = read(connection, data.data(), std::min(wanted, data.size()));
     if (got == -1 && errno == EINTR) continue;
     if (got == 0 && request.empty()) return std::nullopt;
-    if (got <= 0) throw HttpError(kBadRequest, "the web server's request ends too early");
+    if (got <= 0) throw HttpError(kBadRequest, "the web server's request is incomplete");
     request.append(data.data(), static_cast<std::size_t>(got));
     if (!length) length = ScgiLength(request);
   }

@@ -72,7 +72,7 @@ bool IsQueryAsArguments() {
 int Run(int argc, char** argv) {
   const bool isCgi = std::getenv("GATEWAY_INTERFACE") != nullptr;
   if (isCgi && IsQueryAsArguments()) {
-    std::cout << ErrorResponse({kBadRequest, "there is an unknown parameter"}, true) << std::flush;
+    std::cout << ErrorResponse({kBadRequest, "unknown parameter"}, true) << std::flush;
     return kDone;
   }
   const std::optional<Settings> settings = ReadSettings(argc, argv);
@@ -80,7 +80,7 @@ int Run(int argc, char** argv) {
   const Roots roots(settings->roots, settings->showsHidden);
   const std::unique_ptr<Listener> listener = isCgi ? nullptr : OpenListener(*settings);
   if (!isCgi && !listener) {
-    throw std::invalid_argument("nothing to answer: a web server starts it, or --scgi tells where to listen");
+    throw std::invalid_argument("there is no request to answer: start it from a web server, or use --scgi to listen");
   }
   const Confinement confinement(roots, settings->limits, settings->policyFolder);
   if (isCgi) {

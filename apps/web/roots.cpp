@@ -51,7 +51,7 @@ std::string Joined(const std::vector<std::string>& path, std::size_t first) {
 
 HttpError ErrorOfOpen() {
   if (errno == EACCES) return {kForbidden, "permission denied"};
-  if (errno == ENOSYS) return {kInternalServerError, "the system is too old to look up files safely"};
+  if (errno == ENOSYS) return {kInternalServerError, "the kernel is too old to look up files safely"};
   return NotFound();
 }
 
@@ -63,12 +63,12 @@ Root ParseRoot(const std::string& text) {
   const std::string name = isNamed ? text.substr(0, equals) : "";
   const std::string folder = isNamed ? text.substr(equals + 1) : text;
   if (isNamed && (name.empty() || name.front() == '.')) {
-    throw std::invalid_argument("'" + text + "': the name of a root has letters, and no dot in front");
+    throw std::invalid_argument("'" + text + "': the name of a root must not be empty or start with a dot");
   }
   std::error_code error;
   const std::filesystem::path real = std::filesystem::canonical(folder, error);
   if (error || !std::filesystem::is_directory(real, error)) {
-    throw std::invalid_argument("'" + folder + "' is no folder that can be shown; name one that exists");
+    throw std::invalid_argument("'" + folder + "' is not a folder that can be served; name one that exists");
   }
   return {name, real};
 }

@@ -12,7 +12,7 @@ namespace {
 constexpr std::size_t maxDigits = 5;
 
 HttpError Malformed() {
-  return {kBadRequest, "the web server's request is not SCGI"};
+  return {kBadRequest, "the web server's request is not valid SCGI"};
 }
 
 // The text up to the next NUL, which is taken off `rest` with it.

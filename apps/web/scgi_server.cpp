@@ -31,7 +31,7 @@ namespace tavithumb::apps::web {
 namespace {
 
 std::runtime_error Failure(const std::string& address) {
-  return std::runtime_error("'" + address + "' cannot be listened at: " + std::generic_category().message(errno));
+  return std::runtime_error("cannot listen on '" + address + "': " + std::generic_category().message(errno));
 }
 
 FileDescriptor NewSocket(int family) {
@@ -42,7 +42,7 @@ sockaddr_un UnixAddress(const std::string& path) {
   sockaddr_un address = {};
   address.sun_family = AF_UNIX;
   if (path.size() >= sizeof address.sun_path) {
-    throw std::invalid_argument("'" + path + "' is too long for a socket: 107 bytes at most");
+    throw std::invalid_argument("'" + path + "' is too long for the path of a socket: use at most 107 bytes");
   }
   path.copy(address.sun_path, sizeof address.sun_path - 1);
   return address;
@@ -85,10 +85,10 @@ FileDescriptor ListenTcp(const std::string& address, std::string host, const std
   hints.ai_socktype = SOCK_STREAM;
   addrinfo* found = nullptr;
   if (getaddrinfo(host.c_str(), port.c_str(), &hints, &found) != 0) {
-    throw std::invalid_argument("'" + address + "' is no address: it takes a path or a loopback HOST:PORT");
+    throw std::invalid_argument("'" + address + "' is not a valid address: use a path or a loopback HOST:PORT");
   }
   const std::unique_ptr<addrinfo, void (*)(addrinfo*)> entries(found, freeaddrinfo);
-  if (!IsLoopback(*entries)) throw std::invalid_argument("'" + address + "' is no loopback address");
+  if (!IsLoopback(*entries)) throw std::invalid_argument("'" + address + "' is not a loopback address");
   FileDescriptor socket = NewSocket(entries->ai_family);
   const int yes = 1;
   setsockopt(socket.Number(), SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
@@ -158,7 +158,7 @@ class Server {
   void End() {
     if (isEnding_) workers_->EndAll();
     isEnding_ = true;
-    for (; !waiting_.empty(); waiting_.pop_front()) Refuse(&waiting_.front(), "the service ends");
+    for (; !waiting_.empty(); waiting_.pop_front()) Refuse(&waiting_.front(), "the service is stopping");
   }
 
   void Accept() {
@@ -195,7 +195,7 @@ class Server {
   void GiveUp() {
     const Clock::time_point now = Clock::now();
     for (; !waiting_.empty() && waiting_.front().until <= now; waiting_.pop_front()) {
-      Refuse(&waiting_.front(), "it has waited too long");
+      Refuse(&waiting_.front(), "the request waited too long");
     }
     while (!refused_.empty() && refused_.front().until <= now) refused_.pop_front();
   }
@@ -225,7 +225,7 @@ Listener::Listener(const std::string& address) {
   } else if (colon != address.npos) {
     socket_ = ListenTcp(address, address.substr(0, colon), address.substr(colon + 1));
   } else {
-    throw std::invalid_argument("'" + address + "' is no address: it takes a path with a slash, or HOST:PORT");
+    throw std::invalid_argument("'" + address + "' is not a valid address: use a path with a slash, or HOST:PORT");
   }
 }
 

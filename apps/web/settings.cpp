@@ -17,14 +17,14 @@ namespace {
 
 constexpr char description[] =
     "Answers a web server's requests for thumbnails, lists and originals of photos and videos.\n"
-    "A web server starts it for each request (CGI), or sends requests to where it listens (SCGI).";
+    "A web server starts it for each request (CGI), or sends it requests over a socket (SCGI).";
 
 constexpr char footer[] =
-    "Addresses, below the prefix that the web server tells:\n"
+    "Addresses, below the prefix given by the web server:\n"
     "  thumb/PATH?size=SIZE   a thumbnail; SIZE: small, medium, big, large, xlarge, original, WIDTHxHEIGHT or SIDE;\n"
     "                         with &rotate=0..3 &avatar=1 &animate=1 &fallback=1\n"
-    "  original/PATH          the file itself, if a browser can show it\n"
-    "  list/PATH              the folder, as JSON, or as a page for who asks for text/html\n"
+    "  original/PATH          the file itself, if browsers can show it\n"
+    "  list/PATH              the folder as JSON, or as a page for clients that accept text/html\n"
     "\n"
     "The configuration file has a line NAME = VALUE for each option: root = [\"photos=/srv/photos\"].\n"
     "\n"
@@ -37,7 +37,7 @@ std::string DefaultConfig() {
   const char* const file = std::getenv("TAVITHUMB_WEB_CONFIG");
   if (file == nullptr) return "";
   if (!std::ifstream(file)) {
-    throw std::invalid_argument("'" + std::string(file) + "', which $TAVITHUMB_WEB_CONFIG names, cannot be read");
+    throw std::invalid_argument("cannot read '" + std::string(file) + "', named by $TAVITHUMB_WEB_CONFIG");
   }
   return file;
 }
@@ -57,29 +57,30 @@ void AddOptions(CLI::App* app, Settings* settings, std::vector<std::string>* roo
   app->set_version_flag("--version", "tavithumb-web " TAVITHUMB_VERSION, "Print the version and exit");
   app->set_config("--config", DefaultConfig(), "Read options from this file; default: $TAVITHUMB_WEB_CONFIG");
   app->allow_config_extras(CLI::config_extras_mode::error);
-  app->add_option("--root", *roots, "A folder to show; several need names, which begin their addresses")
+  app->add_option("--root", *roots, "A folder to serve; several need names, which start their addresses")
       ->type_name("[NAME=]DIR")
       ->required();
   app->option_defaults()->take_last();
-  app->add_option("--scgi", settings->scgiAddress, "Listen at a unix socket's path or a loopback HOST:PORT");
+  app->add_option("--scgi", settings->scgiAddress, "Listen on the path of a Unix socket or a loopback HOST:PORT");
   app->add_flag("--hidden", settings->showsHidden, "Show names that begin with a dot");
-  app->add_option("--children", settings->children, "Requests answered at once; 0: twice the processor cores")
+  app->add_option("--children", settings->children,
+                  "Requests answered in parallel; 0: twice the number of processor cores")
       ->capture_default_str();
-  app->add_option("--waiting", settings->waiting, "Requests that may wait; more get the status 503")
+  app->add_option("--waiting", settings->waiting, "Requests that may wait; further ones get status 503")
       ->capture_default_str();
   app->add_option("--deadline", settings->deadlineSeconds,
-                  "Seconds for one request, and to wait for its turn; after them it gets 504 or 503")
+                  "Timeout in seconds for answering a request (504) and for its wait before that (503)")
       ->check(CheckDeadline, "INT in [1 - 86400]")
       ->capture_default_str();
   app->add_option("--policy", settings->policyFolder, "Folder with the policy.xml for ImageMagick")
       ->capture_default_str();
   ToolLimits& limits = settings->limits;
-  app->add_option("--tool-cpu", limits.cpuSeconds, "Processor seconds for one tool; 0: no limit, also below")
+  app->add_option("--tool-cpu", limits.cpuSeconds, "CPU seconds for one tool; 0 means no limit, here and below")
       ->capture_default_str();
   app->add_option("--tool-memory", limits.memoryMiB, "MiB of address space for one tool")->capture_default_str();
   app->add_option("--tool-file-size", limits.fileSizeMiB, "MiB for each file that a tool writes")
       ->capture_default_str();
-  app->add_option("--tool-files", limits.openFiles, "Files that a tool may have open")->capture_default_str();
+  app->add_option("--tool-files", limits.openFiles, "Files that one tool may have open")->capture_default_str();
 }
 
 std::invalid_argument NeedsName(const std::string& root) {
@@ -109,7 +110,7 @@ void CheckPolicy(Settings* settings) {
   const std::filesystem::path folder = std::filesystem::canonical(settings->policyFolder, error);
   if (error || !std::filesystem::is_regular_file(folder / "policy.xml", error)) {
     throw std::invalid_argument("'" + settings->policyFolder +
-                                "' holds no policy.xml; --policy names a folder that does");
+                                "' contains no policy.xml; use --policy to name a folder that does");
   }
   settings->policyFolder = folder;
 }

@@ -30,7 +30,8 @@ std::vector<std::string_view> Split(std::string_view text, char separator) {
 int HexValue(char digit) {
   const char upper = digit >= 'a' && digit <= 'f' ? static_cast<char>(digit - 'a' + 'A') : digit;
   const std::size_t value = std::string_view(hexDigits).find(upper);
-  if (value == std::string_view::npos) throw HttpError(kBadRequest, "a '%' in the address has no two hex digits");
+  if (value == std::string_view::npos)
+    throw HttpError(kBadRequest, "a '%' in the address is not followed by two hex digits");
   return static_cast<int>(value);
 }
 
@@ -89,7 +90,7 @@ class Parameters {
       const std::size_t equals = part.find('=');
       const std::string name = PercentDecoded(part.substr(0, equals));
       const std::string value = equals == part.npos ? "" : PercentDecoded(part.substr(equals + 1));
-      if (!values_.emplace(name, value).second) throw HttpError(kBadRequest, "a parameter is there more than once");
+      if (!values_.emplace(name, value).second) throw HttpError(kBadRequest, "a parameter is given more than once");
     }
   }
 
@@ -105,12 +106,12 @@ class Parameters {
   // A parameter that can only be "1".
   bool TakeFlag(const std::string& name) {
     if (!Has(name)) return false;
-    if (Take(name) != "1") throw HttpError(kBadRequest, "'" + name + "' takes 1 alone");
+    if (Take(name) != "1") throw HttpError(kBadRequest, "'" + name + "' must be 1");
     return true;
   }
 
   void RequireNoMore() const {
-    if (!values_.empty()) throw HttpError(kBadRequest, "there is an unknown parameter");
+    if (!values_.empty()) throw HttpError(kBadRequest, "unknown parameter");
   }
 
  private:
@@ -124,7 +125,7 @@ Size TakeSize(Parameters* parameters) {
   } catch (const std::invalid_argument&) {
     throw HttpError(
         kBadRequest,
-        "'size' takes small, medium, big, large, xlarge, original, WIDTHxHEIGHT or SIDE, with sides of 1 to "
+        "'size' must be small, medium, big, large, xlarge, original, WIDTHxHEIGHT or SIDE, with sides of 1 to "
         "65535 pixels");
   }
 }
@@ -133,7 +134,7 @@ int TakeQuarterTurns(Parameters* parameters) {
   if (!parameters->Has("rotate")) return 0;
   const std::string turns = parameters->Take("rotate");
   if (turns.size() != 1 || turns[0] < '0' || turns[0] > '3') {
-    throw HttpError(kBadRequest, "'rotate' takes quarter turns, 0 to 3");
+    throw HttpError(kBadRequest, "'rotate' must be a number of quarter turns, 0 to 3");
   }
   return turns[0] - '0';
 }
@@ -148,7 +149,7 @@ Request TakeRequest(Parameters* parameters) {
   if (parameters->TakeFlag("avatar")) request.options |= Thumb::OPT_AVATAR;
   if (parameters->TakeFlag("animate")) request.options |= Thumb::OPT_ENABLE_GIF;
   if (parameters->TakeFlag("fallback")) {
-    if (request.size.IsBox()) throw HttpError(kBadRequest, "'fallback' needs a size with a name");
+    if (request.size.IsBox()) throw HttpError(kBadRequest, "'fallback' needs a named size");
     request.options |= Thumb::OPT_FALLBACK_SMALLER;
   }
   return request;
@@ -186,7 +187,7 @@ bool Accepts(std::string_view header, std::string_view mediaType) {
 
 Target ParseTarget(const Variables& variables) {
   const std::string method = ValueOf(variables, "REQUEST_METHOD");
-  if (method != "GET" && method != "HEAD") throw HttpError(kMethodNotAllowed, "only GET and HEAD are answered");
+  if (method != "GET" && method != "HEAD") throw HttpError(kMethodNotAllowed, "only GET and HEAD are supported");
   const std::string address = ValueOf(variables, "REQUEST_URI");
   const std::string_view uri = address;
   const std::size_t mark = uri.find('?');

@@ -75,7 +75,8 @@ void Workers::Start(FileDescriptor connection) {
   const pid_t process = fork();
   if (process == 0) Run(connection.Number(), progress);
   if (process == -1) {
-    Respond(connection.Number(), ErrorResponse({kServiceUnavailable, "no process can be started for it"}, true));
+    Respond(connection.Number(),
+            ErrorResponse({kServiceUnavailable, "no process could be started for the request"}, true));
     free_.push_back(progress);
     return;
   }
@@ -134,9 +135,10 @@ void Workers::AnswerFor(Worker* worker) {
   const FileDescriptor connection = std::move(worker->connection);
   const bool isLate = worker->stage != Stage::kRunning && !worker->isAbandoned;
   if (worker->progress->hasAnswered && !isLate) return;
-  const HttpError error = isLate                ? HttpError(kGatewayTimeout, "it takes too long")
-                          : worker->isAbandoned ? HttpError(kServiceUnavailable, "the service ends")
-                                                : HttpError(kServiceUnavailable, "what was to answer it has died");
+  const HttpError error = isLate ? HttpError(kGatewayTimeout, "the request took too long")
+                          : worker->isAbandoned
+                              ? HttpError(kServiceUnavailable, "the service is stopping")
+                              : HttpError(kServiceUnavailable, "the process answering the request died");
   syslog(LOG_WARNING, "%s: %d %s", worker->progress->request.data(), error.Code(), error.what());
   if (!worker->progress->hasAnswered) Respond(connection.Number(), ErrorResponse(error, true));
 }

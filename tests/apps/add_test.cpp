@@ -116,7 +116,7 @@ TEST_F(Add, GoesOnAfterARefusal) {
       Run({"--size=small", "photo.png", "missing.png", "second.png", other / "second.png"}, In(folder.Path()));
   EXPECT_EQ(outcome.code, 1);
   EXPECT_EQ(outcome.out, EntryOf(folder / "second.png", "TAVIFILE_THUMB_S.png") + "\n");
-  EXPECT_EQ(outcome.err, "tavithumb: missing.png: it is not there; check its name\n");
+  EXPECT_EQ(outcome.err, "tavithumb: missing.png: it does not exist; check its name\n");
 }
 
 TEST_F(Add, RefusesWhatIsNoThumbnail) {
@@ -126,11 +126,11 @@ TEST_F(Add, RefusesWhatIsNoThumbnail) {
   fs::create_hard_link(source, other / "photo.png");
   for (const auto& [name, reason] : std::vector<std::pair<std::string, std::string>>{
            {other / "folder.png", "it is a folder; name a picture in it"},
-           {other / "link.png", "it is a link; name the file that it leads to"},
+           {other / "link.png", "it is a symbolic link; name the file that it points to"},
            {other / "pipe.png", "it is not a regular file; name a picture"},
            {other / "photo.png", "it is the source itself; name another file"},
            {source, "it is the source itself; name another file"},
-           {std::string(100000, 'n'), "it cannot be reached: File name too long; check its path"}}) {
+           {std::string(100000, 'n'), "it cannot be accessed: File name too long; check its path"}}) {
     ExpectRefusal({"--size=medium", source, name}, name, reason);
   }
   EXPECT_EQ(Names(folder.Path()), std::vector<std::string>{"photo.png"});
@@ -143,19 +143,19 @@ TEST_F(Add, RefusesWhatIsNoSource) {
   WriteFile(folder / "empty.jpg", "");
   WriteFile(folder / ".tavi_ea/b.png/a.png", ReadFile(source));
   for (const auto& [name, reason] : std::vector<std::pair<std::string, std::string>>{
-           {folder / "missing.jpg", "it is not there; check its name"},
+           {folder / "missing.jpg", "it does not exist; check its name"},
            {folder.Path(), "it is a folder; name the files in it"},
            {folder / "notes.txt",
-            "it is not a photo or video by its name; give it the right ending, such as .jpg or .mp4"},
+            "it is not a photo or video by its name; give it the right extension, such as .jpg or .mp4"},
            {folder / "empty.jpg", "it is damaged; get a fresh copy of it"},
            {folder / ".tavi_ea/b.png/a.png",
-            "there is no place beside it for a thumbnail; copy it to an ordinary folder with a shorter path"}}) {
+            "there is no place for a thumbnail next to it; copy it to an ordinary folder with a shorter path"}}) {
     ExpectRefusal({"--size=medium", name, thumbnail}, name, reason);
   }
 }
 
 TEST_F(Add, RefusesWhereSomethingElseLiesInTheWay) {
-  const std::string reason = "something that is no file lies where its thumbnail belongs; remove " + place;
+  const std::string reason = "the path of its thumbnail is taken by something other than a file; remove " + place;
   fs::create_directories(place);
   ExpectRefusal({"--size=medium", source, thumbnail}, source, reason);
   EXPECT_EQ(Names(place), std::vector<std::string>{});
@@ -168,9 +168,9 @@ TEST_F(Add, RefusesOtherTypesWhenAsked) {
   MakeJpeg(other / "small.jpg", 60, 40);
   WriteFile(other / "text.png", "This is a text that is longer than thirty-one bytes.\n");
   ExpectRefusal({"--check-type", "--size=medium", source, other / "small.jpg"}, other / "small.jpg",
-                "it is image/jpeg, and thumbnails of its source are image/png; convert it, or leave out --check-type");
+                "it is image/jpeg, but thumbnails of its source are image/png; convert it, or leave out --check-type");
   ExpectRefusal({"--check-type", "--size=medium", source, other / "text.png"}, other / "text.png",
-                "its content is no known kind of picture; check that it opens elsewhere");
+                "its content is not in a known image format; check that it opens in another program");
   EXPECT_EQ(Names(other.Path()), (std::vector<std::string>{"small.jpg", "small.png", "text.png"}));
   EXPECT_EQ(Names(folder.Path()), std::vector<std::string>{"photo.png"});
   EXPECT_EQ(Run({"--check-type", "--size=medium", source, thumbnail}).out, place + "\n");
@@ -180,11 +180,10 @@ TEST_F(Add, RefusesOtherTypesWhenAsked) {
 TEST_F(Add, RefusesAVolumeThatTakesNoThumbnails) {
   Start start;
   start.environment = {"LD_PRELOAD=" NO_EA_VOLUME, "ASAN_OPTIONS=verify_asan_link_order=0"};
-  ExpectRefusal(
-      {"--size=medium", source, thumbnail}, source,
-      "thumbnails cannot be kept on its volume; ask for them one by one with 'tavithumb get', or copy it to a "
-      "local disk",
-      start);
+  ExpectRefusal({"--size=medium", source, thumbnail}, source,
+                "thumbnails cannot be stored on its volume; request them one by one with 'tavithumb get', or copy it "
+                "to a local disk",
+                start);
   EXPECT_EQ(Names(folder.Path()), std::vector<std::string>{"photo.png"});
 }
 
@@ -193,12 +192,11 @@ TEST_F(Add, RefusesAFolderThatTheUserMayNotWriteIn) {
   for (const std::string& path : {folder.Path(), other.Path()}) fs::permissions(path, fs::perms(0755));
   fs::permissions(source, fs::perms(0644));
   ExpectRefusal({"--size=medium", source, thumbnail}, source,
-                "no thumbnail can be written beside it; allow writing in its folder, or work on a copy", As(nobody));
+                "no thumbnail can be written next to it; make its folder writable, or work on a copy", As(nobody));
   WriteFile(place, "older");
   fs::permissions(fs::path(place).parent_path(), fs::perms(0777));
   ExpectRefusal({"--size=medium", source, thumbnail}, thumbnail,
-                "it could not be moved; allow writing in its folder, and check that there is space on the disk",
-                As(nobody));
+                "it could not be moved; make its folder writable, and check that the disk has space", As(nobody));
   EXPECT_EQ(ReadFile(place), "older");
   fs::permissions(other.Path(), fs::perms(0777));
   EXPECT_EQ(Run({"--size=medium", source, thumbnail}, As(nobody)).out, place + "\n");
@@ -249,7 +247,7 @@ TEST_F(AddAcrossVolumes, LeavesNoHalfOfAThumbnail) {
     EXPECT_EQ(outcome.out, "");
     EXPECT_EQ(outcome.err,
               "tavithumb: " + large +
-                  ": it could not be moved; allow writing in its folder, and check that there is space on the disk\n");
+                  ": it could not be moved; make its folder writable, and check that the disk has space\n");
     EXPECT_EQ(ReadFile(large), std::string(100000, 'p'));
     EXPECT_EQ(Names(EntryOf(source, "")), std::vector<std::string>{});
   }

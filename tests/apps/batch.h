@@ -66,7 +66,7 @@ class Batch : public testing::Test {
     return "files         " + right(figures[0]) + "  in N seconds\n" +  //
            "made          " + right(figures[1]) + "  thumbnails, " + figures[2] + " bytes\n" + "already there " +
            right(figures[3]) + "  thumbnails\n" + "not needed    " + right(figures[4]) +
-           "  thumbnails: the source itself serves\n" + "failed        " + right(figures[5]) + "  files\n";
+           "  thumbnails: the source is served unchanged\n" + "failed        " + right(figures[5]) + "  files\n";
   }
 
   const TempDir folder;

@@ -182,8 +182,8 @@ TEST_F(Clean, TakesTheNamesOfFilesThereOrGone) {
              folder.Path() +
              "/.tavi_ea/stale.jpg/TAVIFILE_THUMB_M.jpg: it is older than its source\n"
              "freed 20 bytes in 2 files\n",
-         "tavithumb: missing.jpg: it is not there; check its name\n"
-         "tavithumb: : it is not there; check its name\n");
+         "tavithumb: missing.jpg: it does not exist; check its name\n"
+         "tavithumb: : it does not exist; check its name\n");
   EXPECT_TRUE(Exists(EntryOf(folder / "other.jpg", thumb)));
   fs::remove(folder / "other.jpg");
   Expect({"other.jpg"},
@@ -294,7 +294,7 @@ TEST_F(Clean, TakesALinkToAFolderOnlyWhenItIsMeant) {
   StoreOfGone("photos/gone.jpg");
   fs::create_directory_symlink("photos", folder / "link");
   Expect({"link"}, "freed 0 bytes in 0 files\n",
-         "tavithumb: link: it is a link to a folder; put a '/' behind its name\n");
+         "tavithumb: link: it is a symbolic link to a folder; append a '/' to its name\n");
   Expect({"link/"},
          "removed link/.tavi_ea/gone.jpg/TAVIFILE_THUMB_M.jpg: its source is gone\n"
          "removed link/.tavi_ea/gone.jpg: nothing is left in it\n"
@@ -400,7 +400,7 @@ TEST_F(Clean, TellsWhatItMayNotRemoveOrReadAndGoesOn) {
   EXPECT_EQ(outcome.err,
             inA +
                 "Permission denied; make its folder writable, or run as its owner\n"
-                "tavithumb: ./b: permission denied; ask its owner for the right to read it\n"
+                "tavithumb: ./b: permission denied; ask its owner for read permission\n"
                 "tavithumb: ./c/.tavi_ea/gone.jpg: it cannot be removed: Permission denied; make its folder "
                 "writable, or run as its owner\n");
   EXPECT_TRUE(Exists(EntryOf(folder / "a/gone.jpg", thumb)));
@@ -413,7 +413,7 @@ TEST_F(Clean, RefusesTheFolderOfThumbnailsItself) {
   StoreOfGone("gone.jpg");
   for (const std::string& path : {folder / ".tavi_ea", folder / ".tavi_ea/gone.jpg"}) {
     Expect({path}, "freed 0 bytes in 0 files\n",
-           "tavithumb: " + path + ": it is a folder of thumbnails; name the folder of the photos\n");
+           "tavithumb: " + path + ": it is a thumbnail folder; name the folder that holds the photos\n");
   }
   EXPECT_TRUE(Exists(EntryOf(folder / "gone.jpg", thumb)));
 }
@@ -444,15 +444,14 @@ TEST_F(Clean, RemovesNothingWhereThumbnailsLieInAnotherWay) {
   const Outcome outcome = run({"clean", "."}, start);
   EXPECT_EQ(outcome.code, 1);
   EXPECT_EQ(outcome.out, "");
-  EXPECT_EQ(outcome.err,
-            "tavithumb: this system keeps thumbnails in a way that is not known here; nothing is removed\n");
+  EXPECT_EQ(outcome.err, "tavithumb: this system stores thumbnails in an unknown layout; nothing was removed\n");
   EXPECT_TRUE(Exists(EntryOf(folder / "gone.jpg", thumb)));
 }
 
 TEST_F(Clean, RefusesNamesThatAreTooLong) {
   const std::string name(100000, 'n');
   Expect({name}, "freed 0 bytes in 0 files\n",
-         "tavithumb: " + name + ": it cannot be reached: File name too long; check its path\n");
+         "tavithumb: " + name + ": it cannot be accessed: File name too long; check its path\n");
 }
 
 TEST_F(Clean, TakesNamesOfAnyBytes) {

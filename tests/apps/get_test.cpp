@@ -306,9 +306,9 @@ TEST_F(Get, AnswersInOrderAndGoesOnAfterAFailure) {
   const std::string video = folder / "clip.mp4";
   WriteFile(video, "no real video");
   const std::string missing = folder / "missing.jpg";
-  const std::string missingLine = "tavithumb: " + missing + ": it is not there; check its name\n";
+  const std::string missingLine = "tavithumb: " + missing + ": it does not exist; check its name\n";
   const std::string videoLine =
-      "tavithumb: " + video + ": no screenshot is stored for this video; have one stored; videos are never converted\n";
+      "tavithumb: " + video + ": no screenshot is stored for this video; store one first; videos are never converted\n";
 
   const Outcome lines = run({"get", png, missing, png, video});
   EXPECT_EQ(lines.code, 1);
@@ -319,7 +319,7 @@ TEST_F(Get, AnswersInOrderAndGoesOnAfterAFailure) {
   EXPECT_EQ(objects.code, 1);
   EXPECT_EQ(objects.err, missingLine + videoLine);
   EXPECT_EQ(ObjectsOf(objects.out),
-            (std::vector<json>{{{"source", missing}, {"error", "it is not there"}},
+            (std::vector<json>{{{"source", missing}, {"error", "it does not exist"}},
                                Itself(png, "image/png"),
                                {{"source", video}, {"error", "no screenshot is stored for this video"}}}));
 

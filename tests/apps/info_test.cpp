@@ -104,7 +104,7 @@ TEST_F(Info, PrintsOneAlignedTable) {
   WriteFile(folder / "clip.mp4", "");
   const Outcome outcome = run({"info", "a.png", "missing.png", "turned.jpg", "clip.mp4"}, In(folder.Path()));
   EXPECT_EQ(outcome.code, 1);
-  EXPECT_EQ(outcome.err, "tavithumb: missing.png: it is not there; check its name\n");
+  EXPECT_EQ(outcome.err, "tavithumb: missing.png: it does not exist; check its name\n");
   EXPECT_EQ(outcome.out,
             "KIND   TYPE        SIZE      ORIENTATION  ROTATION  MIRROR  HEIC  PREVIEW  FILE\n"
             "image  image/png   60x40     1            0         no      no    -        a.png\n"
@@ -116,7 +116,7 @@ TEST_F(Info, PrintsNoTableOfNothing) {
   const Outcome outcome = run({"info", "missing.png"}, In(folder.Path()));
   EXPECT_EQ(outcome.code, 1);
   EXPECT_EQ(outcome.out, "");
-  EXPECT_EQ(outcome.err, "tavithumb: missing.png: it is not there; check its name\n");
+  EXPECT_EQ(outcome.err, "tavithumb: missing.png: it does not exist; check its name\n");
 }
 
 }  // namespace

@@ -92,7 +92,7 @@ TEST_F(List, PrintsOneAlignedTableOfWhatThePicturesAreByTheirContent) {
                   Place("a.jpg", "TAVIFILE_THUMB_S.jpg") + "\n" + "avatar    9x9     -90       6x4     " + pngBytes +
                   "    image/png       stale       " + Place("b.png", "TAVIAVATAR_9x9_r-1.png") + "\n" +
                   "none.jpg: nothing is stored\n",
-              "tavithumb: missing.jpg: it is not there; check its name\n");
+              "tavithumb: missing.jpg: it does not exist; check its name\n");
 }
 
 TEST_F(List, TellsPlainlyThatNothingIsStored) {
@@ -164,18 +164,18 @@ TEST_F(List, RefusesWhatCanHaveNothingStored) {
   WriteFile(folder / "notes.txt", "text");
   const std::string longName(100000, 'n');
   ExpectTable({"missing.jpg", "album", "notes.txt", longName, ""}, "",
-              "tavithumb: missing.jpg: it is not there; check its name\n"
+              "tavithumb: missing.jpg: it does not exist; check its name\n"
               "tavithumb: album: it is a folder; name the files in it\n"
-              "tavithumb: notes.txt: it is not a photo or video by its name; give it the right ending, such as .jpg or "
-              ".mp4\n"
+              "tavithumb: notes.txt: it is not a photo or video by its name; give it the right extension, such as .jpg "
+              "or .mp4\n"
               "tavithumb: " +
                   longName +
-                  ": it cannot be reached: File name too long; check its path\n"
-                  "tavithumb: : it is not there; check its name\n");
+                  ": it cannot be accessed: File name too long; check its path\n"
+                  "tavithumb: : it does not exist; check its name\n");
   const Outcome outcome = run({"list", "--json", "missing.jpg"}, In(folder.Path()));
   EXPECT_EQ(outcome.code, 1);
   EXPECT_EQ(ObjectsOf(outcome.out),
-            (std::vector<json>{{{"source", folder / "missing.jpg"}, {"error", "it is not there"}}}));
+            (std::vector<json>{{{"source", folder / "missing.jpg"}, {"error", "it does not exist"}}}));
 }
 
 TEST_F(List, TellsWhereItMayNotLook) {
@@ -189,7 +189,7 @@ TEST_F(List, TellsWhereItMayNotLook) {
     EXPECT_EQ(outcome.code, 1);
     EXPECT_EQ(outcome.out, "");
     EXPECT_EQ(outcome.err,
-              "tavithumb: " + (folder / "a.jpg") + ": permission denied; ask its owner for the right to read it\n");
+              "tavithumb: " + (folder / "a.jpg") + ": permission denied; ask its owner for read permission\n");
   }
 }
 

@@ -180,15 +180,15 @@ TEST_F(Make, SaysWhyAFileThatIsNamedFails) {
   fs::create_directory(folder / "empty");
   ASSERT_EQ(mkfifo((folder / "pipe.png").c_str(), 0600), 0);
   const std::vector<Named> rows = {
-      {"", "it is not there; check its name"},
-      {"missing.png", "it is not there; check its name"},
-      {"picture.png/", "it is not there; check its name"},
-      {"new\nline.png", "it is not there; check its name"},
-      {"text.txt", "it is not a photo or video by its name; give it the right ending, such as .jpg or .mp4"},
+      {"", "it does not exist; check its name"},
+      {"missing.png", "it does not exist; check its name"},
+      {"picture.png/", "it does not exist; check its name"},
+      {"new\nline.png", "it does not exist; check its name"},
+      {"text.txt", "it is not a photo or video by its name; give it the right extension, such as .jpg or .mp4"},
       {"pipe.png", "it is not a regular file; name a photo or video file"},
-      {"other.jpg", "its content is no known kind of picture; check that it opens elsewhere"},
-      {".tavi_ea", "it is a folder of thumbnails; name the folder of the photos"},
-      {".tavi_ea/a.jpg", "it is a folder of thumbnails; name the folder of the photos"},
+      {"other.jpg", "its content is not in a known image format; check that it opens in another program"},
+      {".tavi_ea", "it is a thumbnail folder; name the folder that holds the photos"},
+      {".tavi_ea/a.jpg", "it is a thumbnail folder; name the folder that holds the photos"},
   };
   for (const Named& row : rows) {
     SCOPED_TRACE(row.name);
@@ -254,7 +254,7 @@ TEST_F(Make, SaysOfAThumbnailThatThereIsNoPlaceForOneOfItsOwn) {
   const Outcome outcome = run({"make", "--sizes", "small,big", thumbnail});
   EXPECT_EQ(outcome.code, 1) << outcome;
   EXPECT_EQ(outcome.err, "tavithumb: " + thumbnail +
-                             ": there is no place beside it for a thumbnail; copy it to an ordinary folder with a "
+                             ": there is no place for a thumbnail next to it; copy it to an ordinary folder with a "
                              "shorter path\n");
 }
 
@@ -282,7 +282,7 @@ TEST_F(Make, RefusesAListWithoutSeparators) {
   const Outcome outcome = run({"make", "--files-from", folder / "list"});
   EXPECT_EQ(outcome.code, 1);
   EXPECT_EQ(outcome.err, "tavithumb: " + (folder / "list") +
-                             ": it holds a name of more than 65536 bytes; add -0 when its names end with NUL bytes\n");
+                             ": it contains a name of more than 65536 bytes; add -0 if its names end with NUL bytes\n");
   EXPECT_EQ(WithoutTime(outcome.out).substr(0, 32), Table({"2", "0", "0", "0", "5", "1"}).substr(0, 32));
 }
 
@@ -317,8 +317,8 @@ TEST_F(Make, LimitStopsAfterSoManyFilesThatSomethingWasMadeFor) {
   EXPECT_EQ(made(), 4u);
   EXPECT_EQ(BySource(first.out).at("").at("made"), 3);
   EXPECT_EQ(first.err.substr(0, first.err.find('\n')),
-            "tavithumb: stopped after something was made for 3 files, as --limit says; more may remain: run it again "
-            "to go on from there");
+            "tavithumb: stopped after making thumbnails for 3 files, the --limit; more may remain: run it again to "
+            "continue from there");
   const Outcome second = run(arguments);
   EXPECT_EQ(second.code, 0);
   EXPECT_EQ(made(), 5u);
@@ -376,10 +376,10 @@ TEST_F(Make, KeepsNothingOnAVolumeThatTakesNoEntries) {
   EXPECT_EQ(outcome.code, 1);
   EXPECT_EQ(outcome.err.substr(0, outcome.err.find('\n')),
             "tavithumb: " + png +
-                ": thumbnails cannot be kept on its volume; ask for them one by one with 'tavithumb "
-                "get', or copy it to a local disk");
+                ": thumbnails cannot be stored on its volume; request them one by one with 'tavithumb get', or copy it "
+                "to a local disk");
   json expected = Object(png, {}, {}, {"medium"});
-  expected["failed"] = {{{"size", "small"}, {"error", "thumbnails cannot be kept on its volume"}}};
+  expected["failed"] = {{{"size", "small"}, {"error", "thumbnails cannot be stored on its volume"}}};
   EXPECT_EQ(BySource(outcome.out).at(png), expected);
   EXPECT_EQ(Names(folder.Path()), Strings{"picture.png"});
   for (const std::string& path : TemporaryFiles()) {
@@ -408,14 +408,14 @@ TEST_F(Make, GoesOnWhereItMayNot) {
   Strings said;
   for (std::string line; std::getline(lines, line);) said.push_back(line);
   std::sort(said.begin(), said.end());
-  EXPECT_EQ(said, (Strings{"tavithumb: ./closed: permission denied; ask its owner for the right to read it",
-                           "tavithumb: ./fixed/b.png: no thumbnail can be written beside it; allow writing in its "
-                           "folder, or work on a copy",
-                           "tavithumb: ./secret.png: permission denied; ask its owner for the right to read it"}));
+  EXPECT_EQ(said, (Strings{"tavithumb: ./closed: permission denied; ask its owner for read permission",
+                           "tavithumb: ./fixed/b.png: no thumbnail can be written next to it; make its folder "
+                           "writable, or work on a copy",
+                           "tavithumb: ./secret.png: permission denied; ask its owner for read permission"}));
   const auto bytes = fs::file_size(EntryOf(folder / "fine.png", "TAVIFILE_THUMB_S.png"));
   EXPECT_EQ(WithoutTime(outcome.out), Table({"4", "1", std::to_string(bytes), "0", "0", "3"}) +
                                           "                       2  permission denied\n"
-                                          "                       1  no thumbnail can be written beside it\n");
+                                          "                       1  no thumbnail can be written next to it\n");
 }
 
 TEST_F(Make, SaysThatTheDiskIsFull) {
@@ -431,8 +431,10 @@ TEST_F(Make, SaysThatTheDiskIsFull) {
   umount(disk.c_str());
   EXPECT_EQ(outcome.code, 1);
   EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 2);
-  EXPECT_NE(outcome.err.find("/disk/a.png: the disk is full; make room on it\n"), std::string::npos) << outcome.err;
-  EXPECT_NE(outcome.err.find("/disk/b.png: the disk is full; make room on it\n"), std::string::npos) << outcome.err;
+  EXPECT_NE(outcome.err.find("/disk/a.png: the disk is full; free some space on it\n"), std::string::npos)
+      << outcome.err;
+  EXPECT_NE(outcome.err.find("/disk/b.png: the disk is full; free some space on it\n"), std::string::npos)
+      << outcome.err;
   EXPECT_EQ(WithoutTime(outcome.out),
             Table({"2", "0", "0", "0", "0", "2"}) + "                       2  the disk is full\n");
 }

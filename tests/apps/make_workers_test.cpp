@@ -56,8 +56,9 @@ class MakeWorkers : public Batch {
 
   // What is said by a run that has been interrupted.
   static std::string Stopped(std::size_t files, const std::string& last) {
-    return "tavithumb: finishing the running files; Ctrl-C again ends them at once\ntavithumb: stopped after " +
-           std::to_string(files) + " files, at " + last + "; run it again to go on from there\n";
+    return "tavithumb: finishing the running files; press Ctrl-C again to stop them at once\ntavithumb: stopped "
+           "after " +
+           std::to_string(files) + " files, at " + last + "; run it again to continue from there\n";
   }
 };
 
@@ -78,15 +79,15 @@ TEST_F(MakeWorkers, WhatAFullDiskCutsOffIsNoThumbnailThoughItsToolEndsWell) {
   const Strings left = Names(disk + "/.tavi_ea/cut.png");
   umount(disk.c_str());
   EXPECT_EQ(outcome.code, 1);
-  EXPECT_EQ(outcome.err, "tavithumb: " + sources[0] + ": the disk is full; make room on it\n");
+  EXPECT_EQ(outcome.err, "tavithumb: " + sources[0] + ": the disk is full; free some space on it\n");
   EXPECT_EQ(WithoutTime(outcome.out), summary);
   EXPECT_EQ(left, Strings{});
 }
 
 TEST_F(MakeWorkers, AFileThatEndsItsWorkerFailsAloneAndLeavesNothing) {
   const std::vector<Death> rows = {
-      {"crash.png", "it crashes what reads it (Segmentation fault)", "get a fresh copy of it"},
-      {"kill.png", "the process that worked on it was killed", "try again when more memory is free"},
+      {"crash.png", "the decoder crashed on this file (Segmentation fault)", "get a fresh copy of it"},
+      {"kill.png", "the process working on it was killed", "try again when more memory is free"},
   };
   for (const Death& row : rows) {
     SCOPED_TRACE(row.name);
@@ -116,7 +117,7 @@ TEST_F(MakeWorkers, HalfOfAThumbnailIsRemovedAndWhatWasMadeBeforeStays) {
   const nlohmann::json object = ObjectsOf(outcome.out).at(0);
   EXPECT_EQ(object.at("found"), nlohmann::json{"small"});
   EXPECT_EQ(object.at("made"), nlohmann::json::array());
-  EXPECT_EQ(object.at("error"), "it crashes what reads it (Segmentation fault)");
+  EXPECT_EQ(object.at("error"), "the decoder crashed on this file (Segmentation fault)");
   EXPECT_EQ(Count("runs "), 1u);
   EXPECT_EQ(Names(EntryOf(jpeg, "")), Strings{"TAVIFILE_THUMB_S_r1.jpg"});
   EXPECT_EQ(Leftovers(), Strings{});
@@ -130,9 +131,10 @@ TEST_F(MakeWorkers, AFileThatTakesTooLongFailsAndItsToolsAreEnded) {
   start.environment.emplace_back("PROBE_SPEED=100");
   const Outcome outcome = run(Small("1"), start);
   EXPECT_EQ(outcome.code, 1);
-  EXPECT_EQ(outcome.err, "tavithumb: " + hanging + ": it takes longer than 5 minutes; check that it opens elsewhere\n");
+  EXPECT_EQ(outcome.err,
+            "tavithumb: " + hanging + ": it took longer than 5 minutes; check that it opens in another program\n");
   EXPECT_EQ(WithoutTime(outcome.out),
-            Table({"2", "0", "0", "1", "0", "1"}) + "                       1  it takes longer than 5 minutes\n");
+            Table({"2", "0", "0", "1", "0", "1"}) + "                       1  it took longer than 5 minutes\n");
   ASSERT_EQ(Hanging().size(), 1u);
   EXPECT_EQ(kill(std::stoi(Hanging().front()), 0), -1);
   EXPECT_EQ(Names(EntryOf(hanging, "")), Strings{});

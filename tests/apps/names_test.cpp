@@ -119,7 +119,7 @@ TEST_F(NamesOfAnyBytes, AreValidTextInJson) {
     EXPECT_EQ(ObjectsOf(info.out), std::vector<json>{facts});
 
     std::filesystem::remove(source);
-    json problem = {{"error", "it is not there"}};
+    json problem = {{"error", "it does not exist"}};
     Expect(&problem, "source", source, text, lossy);
     const Outcome gone = run({"get", "--json", "--", name.bytes}, In(folder.Path()));
     EXPECT_EQ(gone.code, 1);
@@ -133,7 +133,7 @@ TEST_F(NamesOfAnyBytes, AreOneLineOnStandardError) {
       const Outcome outcome = run({subcommand, "--", name.bytes}, In(folder.Path()));
       EXPECT_EQ(outcome.code, 1);
       EXPECT_EQ(outcome.out, "");
-      EXPECT_EQ(outcome.err, "tavithumb: " + name.printable + ": it is not there; check its name\n");
+      EXPECT_EQ(outcome.err, "tavithumb: " + name.printable + ": it does not exist; check its name\n");
     }
   }
 }
@@ -153,9 +153,10 @@ TEST_F(NamesOfAnyBytes, AreRefusedPlainlyWhereImageMagickTakesThemForAPattern) {
     const Outcome outcome = run({"get", name}, In(folder.Path()));
     EXPECT_EQ(outcome.code, 1);
     EXPECT_EQ(outcome.out, "");
-    EXPECT_EQ(outcome.err, "tavithumb: " + std::string(name) +
-                               ": it could not be converted, for ImageMagick reads the '%' in its path as a pattern; "
-                               "rename it, or work on a copy\n");
+    EXPECT_EQ(outcome.err,
+              "tavithumb: " + std::string(name) +
+                  ": it could not be converted because ImageMagick reads the '%' in its path as a pattern; "
+                  "rename it, or work on a copy\n");
   }
   for (const char* name : {"100%.png", "%20.png", "%s.png", "%-d.png"}) {
     Copy(name);
@@ -168,7 +169,8 @@ TEST_F(NamesOfAnyBytes, AreRefusedPlainlyWhereImageMagickTakesThemForAPattern) {
 
 TEST_F(NamesOfAnyBytes, AreRefusedPlainlyWhereImageMagickTakesOtherFilesForThem) {
   const std::string reason =
-      ": it could not be converted, for ImageMagick may take other files for it; rename it, or work on a copy in "
+      ": it could not be converted because ImageMagick may read other files in its place; rename it, or work on a copy "
+      "in "
       "another "
       "folder\n";
   for (const char* name : {"b1.png", "plain.png"}) Copy(name);
@@ -202,14 +204,14 @@ TEST_F(NamesOfAnyBytes, MayLookLikePartsOfTheCommandLine) {
        {"get", "info", "{}", "[]", "[a.png,b.png]", "[[0]]", "\"quoted\"", "'quoted'", "%%", "", "-1"}) {
     const Outcome outcome = run({"get", word, "missing.png"}, In(folder.Path()));
     EXPECT_EQ(outcome.code, 1);
-    EXPECT_EQ(outcome.err, "tavithumb: " + std::string(word) + ": it is not there; check its name\n" +
-                               "tavithumb: missing.png: it is not there; check its name\n");
+    EXPECT_EQ(outcome.err, "tavithumb: " + std::string(word) + ": it does not exist; check its name\n" +
+                               "tavithumb: missing.png: it does not exist; check its name\n");
   }
   for (const char* word : {"--", "-0", "--json", "--help", "++"}) {
     const Outcome outcome = run({"get", "missing.png", "--", word}, In(folder.Path()));
     EXPECT_EQ(outcome.code, 1);
-    EXPECT_EQ(outcome.err, "tavithumb: missing.png: it is not there; check its name\ntavithumb: " + std::string(word) +
-                               ": it is not there; check its name\n");
+    EXPECT_EQ(outcome.err, "tavithumb: missing.png: it does not exist; check its name\ntavithumb: " +
+                               std::string(word) + ": it does not exist; check its name\n");
   }
 }
 

@@ -51,19 +51,19 @@ class Reasons : public testing::Test {
 };
 
 TEST_F(Reasons, NotThere) {
-  ExpectNoAnswerFromBoth(folder / "missing.jpg", "it is not there", "check its name");
+  ExpectNoAnswerFromBoth(folder / "missing.jpg", "it does not exist", "check its name");
   fs::create_symlink("nowhere", folder / "dangling.jpg");
-  ExpectNoAnswerFromBoth(folder / "dangling.jpg", "it is not there", "check its name");
+  ExpectNoAnswerFromBoth(folder / "dangling.jpg", "it does not exist", "check its name");
   WriteFile(folder / "file.jpg", "");
-  ExpectNoAnswerFromBoth(folder / "file.jpg/inside.jpg", "it is not there", "check its name");
-  ExpectNoAnswerFromBoth(folder / "file.jpg/", "it is not there", "check its name");
+  ExpectNoAnswerFromBoth(folder / "file.jpg/inside.jpg", "it does not exist", "check its name");
+  ExpectNoAnswerFromBoth(folder / "file.jpg/", "it does not exist", "check its name");
 }
 
 TEST_F(Reasons, OutOfReach) {
-  ExpectNoAnswerFromBoth(folder / (std::string(300, 'n') + ".jpg"), "it cannot be reached: File name too long",
+  ExpectNoAnswerFromBoth(folder / (std::string(300, 'n') + ".jpg"), "it cannot be accessed: File name too long",
                          "check its path");
   fs::create_symlink("loop.jpg", folder / "loop.jpg");
-  ExpectNoAnswerFromBoth(folder / "loop.jpg", "it cannot be reached: Too many levels of symbolic links",
+  ExpectNoAnswerFromBoth(folder / "loop.jpg", "it cannot be accessed: Too many levels of symbolic links",
                          "check its path");
 }
 
@@ -78,7 +78,7 @@ TEST_F(Reasons, NotAPhotoOrVideoByItsName) {
   for (const char* name : {"notes.txt", "picture.webp", "README", "album.jpg.bak", "photo.jpg "}) {
     WriteFile(folder / name, "text");
     ExpectNoAnswerFromBoth(folder / name, "it is not a photo or video by its name",
-                           "give it the right ending, such as .jpg or .mp4");
+                           "give it the right extension, such as .jpg or .mp4");
   }
 }
 
@@ -96,7 +96,8 @@ TEST_F(Reasons, Damaged) {
 TEST_F(Reasons, UnknownContent) {
   for (const char* name : {"text.jpg", "text.heic", "text.x3f"}) {
     WriteFile(folder / name, "This is a text that is longer than thirty-one bytes.\n");
-    ExpectNoAnswerFromBoth(folder / name, "its content is no known kind of picture", "check that it opens elsewhere");
+    ExpectNoAnswerFromBoth(folder / name, "its content is not in a known image format",
+                           "check that it opens in another program");
   }
 }
 
@@ -104,7 +105,7 @@ TEST_F(Reasons, NoScreenshotOfAVideo) {
   WriteFile(folder / "clip.mp4", "no real video");
   for (const char* size : {"--size=medium", "--size=10x10", "--size=original"}) {
     ExpectNoAnswer({"get", size}, folder / "clip.mp4", "no screenshot is stored for this video",
-                   "have one stored; videos are never converted");
+                   "store one first; videos are never converted");
   }
 }
 
@@ -123,16 +124,16 @@ TEST_F(Reasons, AnOriginalThatBrowsersCannotShow) {
 TEST_F(Reasons, CouldNotBeConverted) {
   MakeAbsurdBitmap(folder / "absurd.bmp");
   ExpectNoAnswer({"get"}, folder / "absurd.bmp", "it could not be converted",
-                 "check that it opens elsewhere, and that there is space on the disk");
+                 "check that it opens in another program and that the disk has space");
 }
 
 TEST_F(Reasons, NothingCanBeWrittenBesideIt) {
   MakePng(folder / "a.png", 600, 400);
   WriteFile(folder / ".tavi_ea", "in the way");
-  ExpectNoAnswer({"get"}, folder / "a.png", "no thumbnail can be written beside it",
-                 "allow writing in its folder, or work on a copy");
-  ExpectNoAnswer({"get", "--size=50x50"}, folder / "a.png", "no thumbnail can be written beside it",
-                 "allow writing in its folder, or work on a copy");
+  ExpectNoAnswer({"get"}, folder / "a.png", "no thumbnail can be written next to it",
+                 "make its folder writable, or work on a copy");
+  ExpectNoAnswer({"get", "--size=50x50"}, folder / "a.png", "no thumbnail can be written next to it",
+                 "make its folder writable, or work on a copy");
 }
 
 TEST_F(Reasons, TheThumbnailCouldNotBePutInItsPlace) {
@@ -152,7 +153,7 @@ TEST_F(Reasons, NoPlaceBesideIt) {
   const std::string source = folder / ".tavi_ea/b.png/a.png";
   WriteFile(source, "");
   MakePng(source, 600, 400);
-  ExpectNoAnswer({"get"}, source, "there is no place beside it for a thumbnail",
+  ExpectNoAnswer({"get"}, source, "there is no place for a thumbnail next to it",
                  "copy it to an ordinary folder with a shorter path");
 }
 
@@ -161,9 +162,9 @@ TEST_F(Reasons, PermissionDenied) {
   MakePng(folder / "closed.png", 600, 400);
   fs::permissions(folder.Path(), fs::perms(0755));
   fs::permissions(folder / "closed.png", fs::perms(0600));
-  ExpectNoAnswerFromBoth(folder / "closed.png", "permission denied", "ask its owner for the right to read it", nobody);
+  ExpectNoAnswerFromBoth(folder / "closed.png", "permission denied", "ask its owner for read permission", nobody);
   fs::permissions(folder.Path(), fs::perms(0700));
-  ExpectNoAnswerFromBoth(folder / "closed.png", "permission denied", "ask its owner for the right to read it", nobody);
+  ExpectNoAnswerFromBoth(folder / "closed.png", "permission denied", "ask its owner for read permission", nobody);
 }
 
 TEST_F(Reasons, AFolderThatTheUserMayNotWriteIn) {
@@ -171,8 +172,8 @@ TEST_F(Reasons, AFolderThatTheUserMayNotWriteIn) {
   MakePng(folder / "a.png", 600, 400);
   fs::permissions(folder.Path(), fs::perms(0755));
   fs::permissions(folder / "a.png", fs::perms(0644));
-  ExpectNoAnswer({"get"}, folder / "a.png", "no thumbnail can be written beside it",
-                 "allow writing in its folder, or work on a copy", nobody);
+  ExpectNoAnswer({"get"}, folder / "a.png", "no thumbnail can be written next to it",
+                 "make its folder writable, or work on a copy", nobody);
   EXPECT_EQ(Names(folder.Path()), std::vector<std::string>{"a.png"});
 }
 

@@ -21,12 +21,12 @@ struct Refusal {
 
 std::string NoSize(const std::string& text) {
   return "'" + text +
-         "' is no size: it takes small, medium, big, large, xlarge, original, WIDTHxHEIGHT or SIDE, with " +
+         "' is not a valid size: use small, medium, big, large, xlarge, original, WIDTHxHEIGHT or SIDE, with " +
          "sides of 1 to 65535 pixels; see 'tavithumb get --help'";
 }
 
 std::string NoTurns(const std::string& text) {
-  return "'" + text + "' is no number of quarter turns: it takes a whole number such as 1 or -1; see 'tavithumb get " +
+  return "'" + text + "' is not a number of quarter turns: use a whole number such as 1 or -1; see 'tavithumb get " +
          "--help'";
 }
 
@@ -52,27 +52,26 @@ TEST(Usage, IsRefusedWithOneLineAndCode2) {
        "'' cannot be read: No such file or directory; see 'tavithumb make --help'"},
       {{"make", "--sizes", "small,small", "a.jpg"}, "--sizes names 'small' twice; see 'tavithumb make --help'"},
       {{"get", "--albumex", "--size", "9", "a.jpg"},
-       "--albumex needs a size with a name: Albumex stores no others; see 'tavithumb get --help'"},
+       "--albumex needs a named size: Albumex stores no others; see 'tavithumb get --help'"},
       {{"get", "--fallback-smaller", "--size", "9x9", "a.jpg"},
-       "--fallback-smaller needs a size with a name: no other has smaller ones; see 'tavithumb get --help'"},
+       "--fallback-smaller needs a named size: other sizes have no smaller ones; see 'tavithumb get --help'"},
       {{"list"}, "SOURCE is required; see 'tavithumb list --help'"},
       {{"clean"}, "PATH is required; see 'tavithumb clean --help'"},
       {{"clean", "--force", "a"}, "The following argument was not expected: --force; see 'tavithumb clean --help'"},
       {{"add"}, "SOURCE is required; see 'tavithumb add --help'"},
       {{"add", "a.jpg", "b.jpg"}, "--size is required; see 'tavithumb add --help'"},
-      {{"add", "--size", "big", "a.jpg"}, "'a.jpg' has no THUMBNAIL behind it; see 'tavithumb add --help'"},
+      {{"add", "--size", "big", "a.jpg"}, "'a.jpg' is not followed by a THUMBNAIL; see 'tavithumb add --help'"},
       {{"add", "--size", "big", "a.jpg", "b.jpg", "c\n.jpg"},
-       "'c\\n.jpg' has no THUMBNAIL behind it; see 'tavithumb add --help'"},
+       "'c\\n.jpg' is not followed by a THUMBNAIL; see 'tavithumb add --help'"},
   };
   for (const char* size : {"original", "9", "9x9", "", "huge", "Small"}) {
     refusals.push_back({{"add", "--size", size, "a.jpg", "b.jpg"},
-                        "'" + std::string(size) +
-                            "' is no size to store a thumbnail as: it takes small, medium, big, " +
+                        "'" + std::string(size) + "' is not a size to store a thumbnail as: use small, medium, big, " +
                             "large or xlarge; see 'tavithumb add --help'"});
   }
   for (const char* time : {"", "0", "-1", "1.5", "now", "1e9", "99999999999999999999", " 1"}) {
     refusals.push_back({{"add", "--size", "big", "--mtime", time, "a.jpg", "b.jpg"},
-                        "'" + std::string(time) + "' is no time: it takes whole seconds since 1970, such as " +
+                        "'" + std::string(time) + "' is not a valid time: use whole seconds since 1970, such as " +
                             "1700000000; see 'tavithumb add --help'"});
   }
   for (const char* size :
@@ -87,17 +86,18 @@ TEST(Usage, IsRefusedWithOneLineAndCode2) {
     const std::string list = sizes;
     const std::string wrong = list == "small," || list == ",small" ? "" : list == "small, big" ? " big" : list;
     refusals.push_back({{"make", "--sizes", list, "a.jpg"},
-                        "'" + wrong + "' is no size for --sizes: it takes small, medium, big, large, xlarge; see " +
+                        "'" + wrong +
+                            "' is not a valid size for --sizes: use small, medium, big, large or xlarge; see " +
                             "'tavithumb make --help'"});
   }
   for (const char* jobs : {"", "0", "257", "-1", "+1", "1.5", "two", "18446744073709551616"}) {
-    refusals.push_back(
-        {{"make", "--jobs", jobs, "a.jpg"},
-         std::string("'") + jobs + "' is no number for --jobs: it takes 1 to 256; see 'tavithumb make " + "--help'"});
+    refusals.push_back({{"make", "--jobs", jobs, "a.jpg"},
+                        std::string("'") + jobs +
+                            "' is not a valid number for --jobs: use 1 to 256; see 'tavithumb make " + "--help'"});
   }
   for (const char* limit : {"", "0", "1000000001", "-1"}) {
     refusals.push_back({{"make", "--limit", limit, "a.jpg"},
-                        std::string("'") + limit + "' is no number for --limit: it takes 1 to 1000000000; see " +
+                        std::string("'") + limit + "' is not a valid number for --limit: use 1 to 1000000000; see " +
                             "'tavithumb make --help'"});
   }
   const CommandRunner run;

@@ -111,7 +111,7 @@ $stored/photo.heic/TAVIFILE_THUMB_S.jpg" \
 
 missing_tool_is_named() {
   same "tavithumb: /srv/photos/camera.x3f: it could not be converted, and /usr/bin/dcraw is not installed; install the \
-package dcraw, or check that it opens elsewhere
+package dcraw, or check that it opens in another program
 exit status 1" "$(inside sh -c 'tavithumb get /srv/photos/camera.x3f; echo "exit status $?"' 2>&1)"
 }
 

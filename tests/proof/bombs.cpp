@@ -164,7 +164,7 @@ class Proof {
   // "" when a program has refused the source for its metadata, and has stayed small.
   std::string FlawOfRefusal(const Run& run, int code) {
     programPeaks_.Take(run.peakMiB);
-    const bool saysWhy = (run.out + run.err).find("its metadata would fill the memory") != std::string::npos;
+    const bool saysWhy = (run.out + run.err).find("its metadata takes too much memory") != std::string::npos;
     if (run.code != code || !saysWhy) return "a program did not refuse it: " + run.out + run.err;
     return run.peakMiB <= kMostCallerMiB ? "" : "a program grew to " + std::to_string(run.peakMiB) + " MiB";
   }

@@ -50,7 +50,7 @@ std::string Svg(const std::string& secret) {
 }
 
 std::vector<Content> Contents(const std::string& secret) {
-  const std::string unknown = "its content is no known kind of picture", damaged = "it is damaged",
+  const std::string unknown = "its content is not in a known image format", damaged = "it is damaged",
                     failed = "it could not be converted";
   const std::string metadata =
       "<x:xmpmeta xmlns:x=\"adobe:ns:meta/\"><rdf:RDF xmlns:rdf=\"http://www.w3.org/1999/02/22-rdf-syntax-ns#\"/>" +

@@ -31,7 +31,7 @@ std::optional<Problem> NameList::Read(std::deque<std::string>* names) {
   const ssize_t got = read(file_.Number(), block.data(), block.size());
   if (got == -1) {
     if (errno == EINTR || errno == EAGAIN) return std::nullopt;
-    return Break(std::generic_category().message(errno), "name the files in another way");
+    return Break(std::generic_category().message(errno), "pass the names in another way");
   }
   rest_.append(block.data(), static_cast<std::size_t>(got));
   std::size_t begin = 0;
@@ -40,7 +40,7 @@ std::optional<Problem> NameList::Read(std::deque<std::string>* names) {
   }
   rest_.erase(0, begin);
   if (rest_.size() > longestName) {
-    return Break("it holds a name of more than 65536 bytes", "add -0 when its names end with NUL bytes");
+    return Break("it contains a name of more than 65536 bytes", "add -0 if its names end with NUL bytes");
   }
   if (got != 0) return std::nullopt;
   hasEnded_ = true;

@@ -35,13 +35,13 @@ constexpr std::chrono::milliseconds burialTime(5);
 
 Problem WhyEnded(bool isLate, int status) {
   using Kind = Problem::Kind;
-  if (isLate) return {Kind::kDamaged, "it takes longer than 5 minutes", "check that it opens elsewhere"};
+  if (isLate) return {Kind::kDamaged, "it took longer than 5 minutes", "check that it opens in another program"};
   if (WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) {
-    return {Kind::kNoMemory, "the process that worked on it was killed", "try again when more memory is free"};
+    return {Kind::kNoMemory, "the process working on it was killed", "try again when more memory is free"};
   }
   const char* const signal = WIFSIGNALED(status) ? sigdescr_np(WTERMSIG(status)) : nullptr;
   const std::string how = signal == nullptr ? "" : std::string(" (") + signal + ")";
-  return {Kind::kDamaged, "it crashes what reads it" + how, "get a fresh copy of it"};
+  return {Kind::kDamaged, "the decoder crashed on this file" + how, "get a fresh copy of it"};
 }
 
 }  // namespace
@@ -109,14 +109,14 @@ Pool::Worker Pool::Fork() const {
   Worker worker;
   worker.line = FileDescriptor(ends[0]);
   const FileDescriptor other(ends[1]);
-  if (!isOpen) throw std::system_error(errno, std::generic_category(), "no process can be started");
+  if (!isOpen) throw std::system_error(errno, std::generic_category(), "no process could be started");
   worker.scratch = MakeScratchFolder(std::filesystem::temp_directory_path() / "tavithumb-make.XXXXXX");
   worker.process = fork();
   if (worker.process == 0) BeWorker(other.Number(), worker.scratch, order_);
   if (worker.process == -1) {
     const int reason = errno;
     rmdir(worker.scratch.c_str());
-    throw std::system_error(reason, std::generic_category(), "no process can be started");
+    throw std::system_error(reason, std::generic_category(), "no process could be started");
   }
   setpgid(worker.process, worker.process);
   return worker;

@@ -54,7 +54,7 @@ std::string Summary::AsText(bool isDryRun) const {
   text += isDryRun ? Row("would be made", made_, "thumbnails")
                    : Row("made", made_, "thumbnails, " + std::to_string(bytes_) + " bytes");
   text += Row("already there", found_, "thumbnails");
-  text += Row("not needed", notNeeded_, "thumbnails: the source itself serves");
+  text += Row("not needed", notNeeded_, "thumbnails: the source is served unchanged");
   text += Row("failed", failed_, "files");
   for (const auto& [reason, count] : Sorted(reasons_)) text += Row("", count, reason);
   return text;

@@ -12,15 +12,14 @@
 namespace tavithumb::apps::command {
 namespace {
 
-constexpr char description[] = "Move thumbnails that exist to where they are found";
+constexpr char description[] = "Store existing thumbnails for their sources";
 
 constexpr char footer[] =
-    "Each THUMBNAIL becomes what 'tavithumb get' answers for its SOURCE at that size, in place of what was stored, "
-    "and\n"
-    "is no longer where it was. The path where it lies now is printed. Whatever fails leaves it where it was.\n"
+    "Moves each THUMBNAIL to where 'tavithumb get' looks for a thumbnail of its SOURCE at that size, replaces what\n"
+    "was stored there, and prints the new path. A THUMBNAIL that cannot be stored stays where it was.\n"
     "\n"
-    "NAME is small, medium, big, large or xlarge; large and xlarge share their thumbnails. The picture is taken as it\n"
-    "is: neither its size nor its orientation is changed. One that is given a time before SOURCE's is stale at once.\n"
+    "NAME is small, medium, big, large or xlarge; large and xlarge share a thumbnail. The picture is stored\n"
+    "unchanged: it is neither resized nor rotated. With a time earlier than that of SOURCE, it is stale at once.\n"
     "\n"
     "Examples:\n"
     "  tavithumb add --size medium photo.jpg photo-360.jpg\n"
@@ -43,17 +42,16 @@ class PairFormatter : public CLI::Formatter {
 };
 
 void AddOptions(CLI::App* line, Arguments* arguments) {
-  line->add_option("--size", arguments->size, "The size that it is stored as")->type_name("NAME")->required();
-  line->add_flag("--check-type", arguments->checkType, "Only files of the type that would be made for SOURCE");
-  line->add_option("--mtime", arguments->time, "Its time, seconds since 1970; otherwise that of SOURCE")
+  line->add_option("--size", arguments->size, "The size to store it as")->type_name("NAME")->required();
+  line->add_flag("--check-type", arguments->checkType, "Accept only the type that would be made for SOURCE");
+  line->add_option("--mtime", arguments->time, "Its modification time in seconds since 1970; default: that of SOURCE")
       ->type_name("SECONDS");
 }
 
 // Throws std::invalid_argument with a sentence for people.
 AddStyle StyleOf(const Arguments& arguments) {
   if (arguments.size == "original" || Thumb::strThumbSizeMap_.count(arguments.size) == 0) {
-    throw std::invalid_argument("'" + arguments.size +
-                                "' is no size to store a thumbnail as: it takes small, medium, " +
+    throw std::invalid_argument("'" + arguments.size + "' is not a size to store a thumbnail as: use small, medium, " +
                                 "big, large or xlarge");
   }
   return {arguments.size, arguments.time ? ParseTime(*arguments.time) : 0, arguments.checkType};
@@ -61,7 +59,7 @@ AddStyle StyleOf(const Arguments& arguments) {
 
 // Throws std::invalid_argument with a sentence for people.
 std::vector<Pair> PairsOf(const std::vector<std::string>& names) {
-  if (names.size() % 2 != 0) throw std::invalid_argument("'" + names.back() + "' has no THUMBNAIL behind it");
+  if (names.size() % 2 != 0) throw std::invalid_argument("'" + names.back() + "' is not followed by a THUMBNAIL");
   std::vector<Pair> pairs;
   for (std::size_t i = 0; i < names.size(); i += 2) pairs.emplace_back(names[i], names[i + 1]);
   return pairs;
@@ -73,7 +71,7 @@ Subcommand AddSubcommand(CLI::App* app) {
   const auto arguments = std::make_shared<Arguments>();
   CLI::App* const line = app->add_subcommand("add", description)->footer(footer);
   line->formatter(std::make_shared<PairFormatter>());
-  AddNames(line, "SOURCE", "Photos and videos, each with its THUMBNAIL behind it; after '--', names may begin with '-'",
+  AddNames(line, "SOURCE", "Photos and videos, each followed by its THUMBNAIL; after '--', names may start with '-'",
            &arguments->names);
   AddOptions(line, arguments.get());
   return {line, [arguments] { return Add(PairsOf(arguments->names), StyleOf(*arguments)) ? kDone : kSomeFailed; }};

@@ -11,26 +11,26 @@
 namespace tavithumb::apps::command {
 namespace {
 
-constexpr char description[] = "Print the path of a thumbnail of each FILE";
+constexpr char description[] = "Print the path of a thumbnail for each FILE";
 
 constexpr char footer[] =
-    "For each FILE, in order, this is the path of a file that shows it at the wanted size: the thumbnail stored\n"
-    "beside it, one made now and stored for the next time, or FILE itself when it is small enough.\n"
+    "For each FILE, in order, prints the path of a file that shows it at the requested size: the thumbnail stored\n"
+    "next to it, one made now and stored for the next request, or FILE itself if it is small enough.\n"
     "\n"
-    "Sizes in pixels. A JPEG is only halved, up to three times, and a preview embedded in a photo is taken as it is:\n"
+    "Sizes in pixels. A JPEG is only halved, up to three times, and a preview embedded in a photo is used unchanged:\n"
     "their thumbnails may be somewhat larger.\n"
     "  small      120 x 120\n"
     "  medium     360 x 360\n"
     "  big        640 x 640\n"
-    "  large      1280 x 1280, from 1638400 pixels on\n"
+    "  large      1280 x 1280, for pictures of 1638400 pixels or more\n"
     "  xlarge     1280 x 1280\n"
-    "  original   FILE itself, if a browser can show it\n"
+    "  original   FILE itself, if browsers can show it\n"
     "  800x600    a box in pixels; each side 1 to 65535\n"
     "  256        a square box\n"
     "\n"
     "JSON objects: source, answer, output_type (Albumex, Brovix, BrovixVarTmp, Cinevo, Original), mime_type,\n"
-    "delete (delete the answer after use), made (made by this request, not found), milliseconds, error (null).\n"
-    "For a file without an answer: source, error. Where a name is not UTF-8, source_hex or answer_hex has its bytes.\n"
+    "delete (true: delete the answer after use), made (true: made by this request), milliseconds, error (null).\n"
+    "For a file without an answer: source, error. If a name is not UTF-8, source_hex or answer_hex has its bytes.\n"
     "\n"
     "Examples:\n"
     "  tavithumb get photo.jpg\n"
@@ -59,17 +59,19 @@ void AddOptions(CLI::App* line, Arguments* arguments) {
   line->add_option("--size", arguments->size, "A name, WIDTHxHEIGHT or SIDE; see below")
       ->type_name("SIZE")
       ->capture_default_str();
-  line->add_option("--rotate", arguments->quarterTurns, "Turn by so many quarters clockwise, besides the orientation")
+  line->add_option("--rotate", arguments->quarterTurns,
+                   "Rotate clockwise by this number of quarter turns, on top of the orientation")
       ->type_name("QUARTERS");
   line->add_flag("--avatar", arguments->avatar, "Crop to fill the box");
-  line->add_flag("--keep-animation", arguments->keepAnimation, "An animated GIF stays one");
-  line->add_flag("--no-convert", arguments->noConvert, "Only what is stored, or embedded in the photo as a preview");
-  line->add_flag("--fallback-smaller", arguments->fallbackSmaller, "Failing the size, try the smaller ones");
+  line->add_flag("--keep-animation", arguments->keepAnimation, "Keep an animated GIF animated");
+  line->add_flag("--no-convert", arguments->noConvert, "Use only stored thumbnails and previews embedded in the photo");
+  line->add_flag("--fallback-smaller", arguments->fallbackSmaller,
+                 "If the size is not available, try the smaller ones");
   line->add_flag("--albumex", arguments->albumex, "Look for Albumex thumbnails first");
   line->add_flag("--no-brovix", arguments->noBrovix, "Do not look for Brovix thumbnails");
-  line->add_flag("--accept-heic", arguments->acceptHeic, "A HEIC photo may be the answer as it is");
-  line->add_flag("--json", arguments->json, "Print one JSON object a line");
-  line->add_flag("-0", arguments->nulEnded, "End each path with a NUL byte, not a line end");
+  line->add_flag("--accept-heic", arguments->acceptHeic, "Accept a HEIC photo itself as the answer");
+  line->add_flag("--json", arguments->json, "Print one JSON object per line");
+  line->add_flag("-0", arguments->nulEnded, "End each path with a NUL byte instead of a newline");
 }
 
 int OptionWord(const Arguments& arguments) {
@@ -88,10 +90,10 @@ Request RequestOf(const Arguments& arguments) {
   Request request = {ParseSize(arguments.size), ParseQuarterTurns(arguments.quarterTurns), OptionWord(arguments),
                      arguments.acceptHeic};
   if (request.size.IsBox() && arguments.albumex) {
-    throw std::invalid_argument("--albumex needs a size with a name: Albumex stores no others");
+    throw std::invalid_argument("--albumex needs a named size: Albumex stores no others");
   }
   if (request.size.IsBox() && arguments.fallbackSmaller) {
-    throw std::invalid_argument("--fallback-smaller needs a size with a name: no other has smaller ones");
+    throw std::invalid_argument("--fallback-smaller needs a named size: other sizes have no smaller ones");
   }
   return request;
 }
@@ -108,7 +110,7 @@ GetFormat FormatOf(const Arguments& arguments) {
 Subcommand GetSubcommand(CLI::App* app) {
   const auto arguments = std::make_shared<Arguments>();
   CLI::App* const line = app->add_subcommand("get", description)->footer(footer);
-  AddNames(line, "FILE", "Photos and videos; after '--', names may begin with '-'", &arguments->files);
+  AddNames(line, "FILE", "Photos and videos; after '--', names may start with '-'", &arguments->files);
   AddOptions(line, arguments.get());
   return {line, [arguments] {
             return Get(arguments->files, RequestOf(*arguments), FormatOf(*arguments)) ? kDone : kSomeFailed;

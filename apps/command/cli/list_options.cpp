@@ -10,22 +10,21 @@ namespace {
 constexpr char description[] = "Print what is stored for each SOURCE";
 
 constexpr char footer[] =
-    "The table tells for whom it is stored (Albumex, Albumex old, Brovix, Cinevo, avatar; 'temporary' while it is "
-    "being\n"
-    "made or when it was left behind; other for what carries none of their names), size and rotation as its name has\n"
-    "them, the size in pixels, bytes, the type by its content, and its state: up to date, stale (older than SOURCE, "
-    "so\n"
-    "that it is not used), source is gone, or unknown (SOURCE is no file that can be looked at).\n"
+    "The table has the consumer that each file is stored for (Albumex, Albumex old, Brovix, Cinevo, avatar;\n"
+    "'temporary' while it is being made or if it was left behind; other if its name is not one of theirs), the\n"
+    "size and rotation given by its name, its size in pixels and in bytes, the type of its content, and its state:\n"
+    "up to date, stale (older than SOURCE and therefore not used), source is gone, or unknown (SOURCE is not a\n"
+    "file that can be examined).\n"
     "\n"
     "JSON objects: source, entries, error (null). An entry: path, consumer, size (null), rotation (quarter turns\n"
     "clockwise, or null), bytes, picture (null, or mime_type, width, height), state. For a file that cannot be\n"
-    "examined: source, error. Where a name is not UTF-8, source_hex or path_hex has its bytes.\n"
+    "read: source, error. If a name is not UTF-8, source_hex or path_hex has its bytes.\n"
     "\n"
     "Examples:\n"
     "  tavithumb list photo.jpg clip.mp4\n"
     "  tavithumb list --json *.jpg | jq -r '.entries[] | select(.state == \"stale\").path'\n"
     "\n"
-    "Exit codes: 0 every SOURCE could be examined, 1 some could not, 2 bad usage.";
+    "Exit codes: 0 every SOURCE could be read, 1 some could not, 2 bad usage.";
 
 struct Arguments {
   std::vector<std::string> sources;
@@ -37,9 +36,9 @@ struct Arguments {
 Subcommand ListSubcommand(CLI::App* app) {
   const auto arguments = std::make_shared<Arguments>();
   CLI::App* const line = app->add_subcommand("list", description)->footer(footer);
-  AddNames(line, "SOURCE", "Photos and videos, gone ones too; after '--', names may begin with '-'",
+  AddNames(line, "SOURCE", "Photos and videos, also deleted ones; after '--', names may start with '-'",
            &arguments->sources);
-  line->add_flag("--json", arguments->json, "Print one JSON object a line, not a table");
+  line->add_flag("--json", arguments->json, "Print one JSON object per line instead of a table");
   return {line, [arguments] { return List(arguments->sources, arguments->json) ? kDone : kSomeFailed; }};
 }
 

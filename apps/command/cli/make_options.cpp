@@ -13,29 +13,29 @@
 namespace tavithumb::apps::command {
 namespace {
 
-constexpr char description[] = "Make thumbnails of files and folders ahead of time";
+constexpr char description[] = "Make thumbnails for files and folders ahead of time";
 
 constexpr char footer[] =
-    "Photos among the PATHs, and in all folders below them, get the thumbnails that they lack. What is up to date is\n"
-    "left alone. In folders and lists, files of other kinds, videos and thumbnails are passed over, links to folders\n"
-    "in folders; a video that is a PATH needs nothing, for it is answered from screenshots that are stored for it. A\n"
-    "file that takes longer than 5 minutes, or crashes what reads it, fails alone. Another run over the same files\n"
-    "makes nothing twice.\n"
+    "Makes the missing and stale thumbnails of every photo among the PATHs and in all folders below them, and\n"
+    "leaves those that are up to date. In folders and lists it skips videos, thumbnails and other files; in\n"
+    "folders, also links to folders. A video that is a PATH needs nothing: the screenshots stored for it are its\n"
+    "thumbnails. A file that takes longer than 5 minutes, or crashes the decoder, fails without affecting the\n"
+    "others. Two runs over the same files never make a thumbnail twice.\n"
     "\n"
-    "Ctrl-C finishes the running files; pressed again it ends them at once. Run it again to go on from there.\n"
+    "Ctrl-C finishes the running files; a second Ctrl-C stops them at once. Run it again to continue from there.\n"
     "\n"
-    "Sizes: small (120 pixels), medium (360), big (640), large and xlarge (1280, which share their thumbnail).\n"
+    "Sizes: small (120 pixels), medium (360), big (640), large and xlarge (1280; these two share a thumbnail).\n"
     "\n"
-    "JSON objects: source, made, found, not_needed (the source itself serves), failed (size, error), bytes,\n"
-    "milliseconds, error (null, or why the file failed as a whole). Where a name is not UTF-8, source_hex has its\n"
-    "bytes. At the end: summary (true), files, made, found, not_needed, failed, bytes, seconds, interrupted, reasons.\n"
+    "JSON objects: source, made, found, not_needed (the source is served unchanged), failed (size, error), bytes,\n"
+    "milliseconds, error (null, or why the whole file failed). If a name is not UTF-8, source_hex has its bytes.\n"
+    "At the end: summary (true), files, made, found, not_needed, failed, bytes, seconds, interrupted, reasons.\n"
     "\n"
     "Examples:\n"
     "  tavithumb make /volume/photos\n"
     "  tavithumb make --sizes small,big --jobs 2 --limit 1000 /volume/photos\n"
     "  find . -newer mark -name '*.jpg' -print0 | tavithumb make -0 --files-from -\n"
     "\n"
-    "Exit codes: 0 all well, 1 some files failed, 2 bad usage, 130 interrupted.";
+    "Exit codes: 0 success, 1 some files failed, 2 bad usage, 130 interrupted.";
 
 constexpr std::size_t mostJobs = 256;
 
@@ -52,19 +52,19 @@ struct Arguments {
 };
 
 void AddOptions(CLI::App* line, Arguments* arguments) {
-  line->add_option("--sizes", arguments->sizes, "Names of sizes, with commas between them")
+  line->add_option("--sizes", arguments->sizes, "Comma-separated names of sizes")
       ->type_name("LIST")
       ->capture_default_str();
-  line->add_option("--jobs", arguments->jobs, "So many at once, 1 to 256; by itself as many as there are cores")
+  line->add_option("--jobs", arguments->jobs, "Files to work on in parallel, 1 to 256; default: the number of cores")
       ->type_name("N");
   line->add_flag("--older", arguments->onlyOlder,
-                 "Only make anew what is older than its file, nothing that is missing");
-  line->add_option("--limit", arguments->limit, "Stop after something was made for N files")->type_name("N");
-  line->add_flag("--dry-run", arguments->isDryRun, "Make nothing, print what would be made");
-  line->add_flag("--json", arguments->json, "Print one JSON object a line");
-  line->add_option("--files-from", arguments->list, "More PATHs, one a line, from FILE or with '-' standard input")
+                 "Only regenerate thumbnails older than their file; make no missing ones");
+  line->add_option("--limit", arguments->limit, "Stop after making thumbnails for N files")->type_name("N");
+  line->add_flag("--dry-run", arguments->isDryRun, "Print what would be made, but make nothing");
+  line->add_flag("--json", arguments->json, "Print one JSON object per line");
+  line->add_option("--files-from", arguments->list, "Read more PATHs, one per line, from FILE; '-' is standard input")
       ->type_name("FILE");
-  line->add_flag("-0", arguments->nulEnded, "Names from FILE end with a NUL byte, not a line end");
+  line->add_flag("-0", arguments->nulEnded, "Names in FILE end with a NUL byte instead of a newline");
 }
 
 // Throws std::invalid_argument with a sentence for people, as all below.
@@ -74,7 +74,8 @@ std::vector<std::string> ParseSizes(const std::string& text) {
   for (std::size_t begin = 0; begin <= text.size(); begin += sizes.back().size() + 1) {
     const std::string size = text.substr(begin, text.find(',', begin) - begin);
     if (std::find(known.begin(), known.end(), size) == known.end()) {
-      throw std::invalid_argument("'" + size + "' is no size for --sizes: it takes small, medium, big, large, xlarge");
+      throw std::invalid_argument("'" + size +
+                                  "' is not a valid size for --sizes: use small, medium, big, large or xlarge");
     }
     if (std::find(sizes.begin(), sizes.end(), size) != sizes.end()) {
       throw std::invalid_argument("--sizes names '" + size + "' twice");
@@ -89,7 +90,8 @@ std::size_t ParseCount(const std::string& option, const std::string& text, std::
   const char* const end = text.data() + text.size();
   const std::from_chars_result result = std::from_chars(text.data(), end, number);
   if (result.ec == std::errc() && result.ptr == end && number >= 1 && number <= most) return number;
-  throw std::invalid_argument("'" + text + "' is no number for " + option + ": it takes 1 to " + std::to_string(most));
+  throw std::invalid_argument("'" + text + "' is not a valid number for " + option + ": use 1 to " +
+                              std::to_string(most));
 }
 
 std::size_t Cores() {
@@ -126,7 +128,7 @@ ExitCode CodeOf(MakeOutcome outcome) {
 Subcommand MakeSubcommand(CLI::App* app) {
   const auto arguments = std::make_shared<Arguments>();
   CLI::App* const line = app->add_subcommand("make", description)->footer(footer);
-  AddNames(line, "PATH", "Photos and folders; after '--', names may begin with '-'", &arguments->paths)
+  AddNames(line, "PATH", "Photos and folders; after '--', names may start with '-'", &arguments->paths)
       ->required(false);
   AddOptions(line, arguments.get());
   return {line, [arguments] { return CodeOf(Make(RequestOf(*arguments))); }};

@@ -145,7 +145,7 @@ function showPicture() {
   stage.replaceChildren(picture(file, ['big', 'large'], more, {sizes: '100vw'}));
   byId('title').textContent = file.name;
   byId('place').textContent = `${current + 1} of ${files.length}`;
-  byId('said').textContent = `${file.name}, ${byId('place').textContent}, turned by ${turns * 90}°`;
+  byId('said').textContent = `${file.name}, ${byId('place').textContent}, rotated by ${turns * 90}°`;
   byId('original').hidden = !file.original;
   byId('original').href = `original/${file.url}`;
   byId('left').hidden = byId('right').hidden = file.kind === 'video';

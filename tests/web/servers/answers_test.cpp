@@ -391,7 +391,7 @@ TEST_P(Answers, TellWhyThereIsNone) {
   fs::create_directory(site / "sub");
   const std::string nothing = "there is nothing here\n";
   const std::string badSize =
-      "'size' takes small, medium, big, large, xlarge, original, WIDTHxHEIGHT or SIDE, with sides of 1 to 65535 "
+      "'size' must be small, medium, big, large, xlarge, original, WIDTHxHEIGHT or SIDE, with sides of 1 to 65535 "
       "pixels\n";
   const ErrorRow rows[] = {
       {"GET", "/thumb/missing.png?size=small", 404, nothing},
@@ -404,18 +404,18 @@ TEST_P(Answers, TellWhyThereIsNone) {
       {"GET", "/thumb/notes.txt?size=small", 415, "it is not a photo or video by its name\n"},
       {"GET", "/original/notes.txt", 415, "it is not a photo or video by its name\n"},
       {"GET", "/original/film.mp4", 415, "a browser cannot show the original\n"},
-      {"GET", "/thumb/text.jpg?size=small", 422, "its content is no known kind of picture\n"},
+      {"GET", "/thumb/text.jpg?size=small", 422, "its content is not in a known image format\n"},
       {"GET", "/thumb/drawing.png?size=giant", 400, badSize},
       {"GET", "/thumb/drawing.png?size=0", 400, badSize},
       {"GET", "/thumb/drawing.png?rotate=1", 400, "'size' is missing\n"},
-      {"GET", "/thumb/drawing.png?size=small&rotate=4", 400, "'rotate' takes quarter turns, 0 to 3\n"},
-      {"GET", "/thumb/drawing.png?size=small&avatar=2", 400, "'avatar' takes 1 alone\n"},
-      {"GET", "/thumb/drawing.png?size=small&colour=1", 400, "there is an unknown parameter\n"},
-      {"GET", "/thumb/drawing.png?size=small&size=big", 400, "a parameter is there more than once\n"},
-      {"GET", "/thumb/drawing.png?size=80x60&fallback=1", 400, "'fallback' needs a size with a name\n"},
-      {"GET", "/list/?size=small", 400, "there is an unknown parameter\n"},
-      {"POST", "/thumb/drawing.png?size=small", 405, "only GET and HEAD are answered\n"},
-      {"DELETE", "/list/", 405, "only GET and HEAD are answered\n"},
+      {"GET", "/thumb/drawing.png?size=small&rotate=4", 400, "'rotate' must be a number of quarter turns, 0 to 3\n"},
+      {"GET", "/thumb/drawing.png?size=small&avatar=2", 400, "'avatar' must be 1\n"},
+      {"GET", "/thumb/drawing.png?size=small&colour=1", 400, "unknown parameter\n"},
+      {"GET", "/thumb/drawing.png?size=small&size=big", 400, "a parameter is given more than once\n"},
+      {"GET", "/thumb/drawing.png?size=80x60&fallback=1", 400, "'fallback' needs a named size\n"},
+      {"GET", "/list/?size=small", 400, "unknown parameter\n"},
+      {"POST", "/thumb/drawing.png?size=small", 405, "only GET and HEAD are supported\n"},
+      {"DELETE", "/list/", 405, "only GET and HEAD are supported\n"},
   };
   for (const ErrorRow& row : rows) {
     SCOPED_TRACE(row.method + " " + row.address);
@@ -437,10 +437,9 @@ TEST_P(Answers, LogALineForEachThatFailed) {
   site.Get("/thumb/missing.jpg?size=small");
   site.Get("/thumb/%C3%A4.jpg?size=small&colour=1");
   const std::string get = GetParam() == Front::kLighttpdCgi ? "GET /photos.cgi" : "GET ";
-  EXPECT_EQ(
-      site.Noted("log: "),
-      (std::vector<std::string>{get + "/thumb/missing.jpg?size=small: 404 there is nothing here",
-                                get + "/thumb/%C3%A4.jpg?size=small&colour=1: 400 there is an unknown parameter"}));
+  EXPECT_EQ(site.Noted("log: "),
+            (std::vector<std::string>{get + "/thumb/missing.jpg?size=small: 404 there is nothing here",
+                                      get + "/thumb/%C3%A4.jpg?size=small&colour=1: 400 unknown parameter"}));
 }
 
 TEST(Log, ShowsThePathEscaped) {

@@ -39,18 +39,21 @@ TEST(WebProgram, TellsWhatIsWrongWithItsOptions) {
   const std::string path(200, 'x');
   const std::pair<std::string, std::string> rows[] = {
       {"", "--root is required"},
-      {"--root /nowhere/at/all", "'/nowhere/at/all' is no folder that can be shown; name one that exists"},
-      {"--config " + (folder / "bad.conf"), "'/nowhere/at/all' is no folder that can be shown; name one that exists"},
+      {"--root /nowhere/at/all", "'/nowhere/at/all' is not a folder that can be served; name one that exists"},
+      {"--config " + (folder / "bad.conf"),
+       "'/nowhere/at/all' is not a folder that can be served; name one that exists"},
       {root + " " + root, "'" + folder.Path() + "' needs a name: NAME=" + folder.Path()},
       {"--root a=" + folder.Path() + " --root a=" + folder.Path(), "'a' names two roots; rename one"},
-      {"--root .a=" + folder.Path(), "'.a=" + folder.Path() + "': the name of a root has letters, and no dot in front"},
-      {root, "nothing to answer: a web server starts it, or --scgi tells where to listen"},
-      {root + " --scgi socket", "'socket' is no address: it takes a path with a slash, or HOST:PORT"},
-      {root + " --scgi 192.0.2.1:4000", "'192.0.2.1:4000' is no loopback address"},
-      {root + " --scgi localhost:http:x", "'localhost:http:x' is no address: it takes a path or a loopback HOST:PORT"},
-      {root + " --scgi /" + path, "'/" + path + "' is too long for a socket: 107 bytes at most"},
+      {"--root .a=" + folder.Path(),
+       "'.a=" + folder.Path() + "': the name of a root must not be empty or start with a dot"},
+      {root, "there is no request to answer: start it from a web server, or use --scgi to listen"},
+      {root + " --scgi socket", "'socket' is not a valid address: use a path with a slash, or HOST:PORT"},
+      {root + " --scgi 192.0.2.1:4000", "'192.0.2.1:4000' is not a loopback address"},
+      {root + " --scgi localhost:http:x",
+       "'localhost:http:x' is not a valid address: use a path or a loopback HOST:PORT"},
+      {root + " --scgi /" + path, "'/" + path + "' is too long for the path of a socket: use at most 107 bytes"},
       {root + " --deadline 0", "--deadline: Value 0 not in range 1 to 86400"},
-      {root + " --policy /usr", "'/usr' holds no policy.xml; --policy names a folder that does"},
+      {root + " --policy /usr", "'/usr' contains no policy.xml; use --policy to name a folder that does"},
       {root + " --colour", "The following argument was not expected: --colour"},
   };
   for (const auto& [options, message] : rows) {
@@ -67,7 +70,7 @@ TEST(WebProgram, TellsThatItCannotListen) {
   const Outcome run = RunShell("", "--root " + folder.Path() + " --scgi " + (folder / "missing/socket"));
   EXPECT_EQ(run.code, 1);
   EXPECT_EQ(run.err,
-            "tavithumb-web: '" + (folder / "missing/socket") + "' cannot be listened at: No such file or directory\n");
+            "tavithumb-web: cannot listen on '" + (folder / "missing/socket") + "': No such file or directory\n");
 }
 
 TEST(WebProgram, TellsAboutItself) {
@@ -96,7 +99,7 @@ TEST(WebProgram, TellsThatItsFileCannotBeRead) {
   const Outcome run = RunShell("TAVITHUMB_WEB_CONFIG=/nowhere/web.conf", "--root /");
   EXPECT_EQ(run.code, 2);
   EXPECT_EQ(run.err,
-            "tavithumb-web: '/nowhere/web.conf', which $TAVITHUMB_WEB_CONFIG names, cannot be read; see "
+            "tavithumb-web: cannot read '/nowhere/web.conf', named by $TAVITHUMB_WEB_CONFIG; see "
             "'tavithumb-web --help'\n");
 }
 
@@ -105,8 +108,8 @@ TEST(WebProgram, TakesNoOptionsFromAQuery) {
   const Outcome run = RunShell(
       "GATEWAY_INTERFACE=CGI/1.1 REQUEST_METHOD=GET QUERY_STRING=--root+/etc REQUEST_URI=/list/", "--root /etc");
   EXPECT_EQ(run.out,
-            "Status: 400 Bad Request\r\nContent-Type: text/plain; charset=utf-8\r\nContent-Length: 30\r\n"
-            "Cache-Control: no-store\r\nX-Content-Type-Options: nosniff\r\n\r\nthere is an unknown parameter\n");
+            "Status: 400 Bad Request\r\nContent-Type: text/plain; charset=utf-8\r\nContent-Length: 18\r\n"
+            "Cache-Control: no-store\r\nX-Content-Type-Options: nosniff\r\n\r\nunknown parameter\n");
 }
 
 // A bare system may not know its own name, or no IPv6.
@@ -188,7 +191,7 @@ TEST(WebProgram, LeavesASocketThatIsInUseToItsOwner) {
   const Site site(Front::kNone);
   const Outcome run = RunShell("", "--root " + site.Photos() + " --scgi " + site.Socket());
   EXPECT_EQ(run.code, 1);
-  EXPECT_EQ(run.err, "tavithumb-web: '" + site.Socket() + "' cannot be listened at: Address already in use\n");
+  EXPECT_EQ(run.err, "tavithumb-web: cannot listen on '" + site.Socket() + "': Address already in use\n");
   EXPECT_NE(site.Scgi({{"REQUEST_METHOD", "GET"}, {"REQUEST_URI", "/list/"}}).find("\"files\":[]"), std::string::npos);
 }
 

@@ -77,7 +77,7 @@ TEST_F(Rights, TellThatAThumbnailHasNoPlace) {
   MakePng(site / "drawing.png", 800, 600);
   chmod((site / "drawing.png").c_str(), 0644);
   EXPECT_EQ(Get(site, "/thumb/drawing.png?size=small"),
-            Error("500 Internal Server Error", "no thumbnail can be written beside it\n"));
+            Error("500 Internal Server Error", "no thumbnail can be written next to it\n"));
   EXPECT_NE(Get(site, "/original/drawing.png").find("Content-Type: image/png\r\n"), std::string::npos);
 }
 

@@ -154,7 +154,7 @@ TEST(Workers, EndAToolThatHangsAndIgnoresTerm) {
   const Site site(Front::kNone, WithTool("hang", {"--deadline", "1"}));
   MakeTiff(site / "scan.tif", 800, 600);
   const Clock::time_point start = Clock::now();
-  EXPECT_EQ(site.Scgi(GetOf(kSmall)), Error("504 Gateway Timeout", "it takes too long\n"));
+  EXPECT_EQ(site.Scgi(GetOf(kSmall)), Error("504 Gateway Timeout", "the request took too long\n"));
   AwaitNoChildren(site);
   EXPECT_LT(Clock::now() - start, std::chrono::seconds(3)) << "later than the deadline and two seconds";
 
@@ -162,7 +162,8 @@ TEST(Workers, EndAToolThatHangsAndIgnoresTerm) {
   ASSERT_EQ(noted.size(), 2U);
   EXPECT_FALSE(IsAlive(noted[1]));
   EXPECT_EQ(ScratchFoldersOf(site), 0U);
-  EXPECT_EQ(site.Noted("log: "), std::vector<std::string>{"GET /thumb/scan.tif?size=small: 504 it takes too long"});
+  EXPECT_EQ(site.Noted("log: "),
+            std::vector<std::string>{"GET /thumb/scan.tif?size=small: 504 the request took too long"});
 }
 
 TEST_P(WorkersBehind, AWebServerEndAToolThatHangsAndIgnoresTerm) {
@@ -170,7 +171,7 @@ TEST_P(WorkersBehind, AWebServerEndAToolThatHangsAndIgnoresTerm) {
   MakeTiff(site / "scan.tif", 800, 600);
   const Response response = site.Get(kSmall);
   EXPECT_EQ(response.status, 504);
-  EXPECT_EQ(response.body, "it takes too long\n");
+  EXPECT_EQ(response.body, "the request took too long\n");
   const std::vector<std::string> noted = site.Noted("run: ");
   ASSERT_EQ(noted.size(), 2U);
   for (int i = 0; i < 6000 && IsAlive(noted[1]); ++i) usleep(10000);
@@ -211,10 +212,10 @@ TEST(Workers, AnswerForOneThatHasCrashed) {
   MakePng(site / "drawing.png", 80, 60);
   for (int i = 0; i < 3; ++i) {
     EXPECT_EQ(site.Scgi(GetOf(kSmall)),
-              Error("503 Service Unavailable", "what was to answer it has died\n", "Retry-After: 1\r\n"));
+              Error("503 Service Unavailable", "the process answering the request died\n", "Retry-After: 1\r\n"));
   }
   EXPECT_NE(site.Scgi(GetOf("/original/drawing.png")).find("Content-Type: image/png\r\n"), std::string::npos);
-  EXPECT_EQ(site.Noted("log: ").front(), "GET /thumb/scan.tif?size=small: 503 what was to answer it has died");
+  EXPECT_EQ(site.Noted("log: ").front(), "GET /thumb/scan.tif?size=small: 503 the process answering the request died");
 }
 
 TEST(Workers, EndTheToolsOfOneThatWasKilled) {
@@ -228,7 +229,8 @@ TEST(Workers, EndTheToolsOfOneThatWasKilled) {
   ASSERT_NE(worker, site.Program().Id());
   kill(worker, SIGKILL);
   client.join();
-  EXPECT_EQ(response, Error("503 Service Unavailable", "what was to answer it has died\n", "Retry-After: 1\r\n"));
+  EXPECT_EQ(response,
+            Error("503 Service Unavailable", "the process answering the request died\n", "Retry-After: 1\r\n"));
   AwaitNoChildren(site);
   for (int i = 0; i < 500 && IsAlive(tool); ++i) usleep(10000);
   EXPECT_FALSE(IsAlive(tool));
@@ -255,8 +257,8 @@ std::vector<std::string> AskAtOnce(const Site& site, std::size_t count) {
 TEST(Workers, RefuseWhatIsTooMuchOrHasWaitedTooLong) {
   const Site site(Front::kNone, WithTool("hang", {"--deadline", "2", "--children", "1", "--waiting", "2"}));
   MakeTiff(site / "scan.tif", 800, 600);
-  const std::string late = Error("504 Gateway Timeout", "it takes too long\n"), more = "Retry-After: 1\r\n";
-  const std::string waited = Error("503 Service Unavailable", "it has waited too long\n", more);
+  const std::string late = Error("504 Gateway Timeout", "the request took too long\n"), more = "Retry-After: 1\r\n";
+  const std::string waited = Error("503 Service Unavailable", "the request waited too long\n", more);
   const std::string busy = Error("503 Service Unavailable", "too many requests are waiting\n", more);
   EXPECT_EQ(AskAtOnce(site, 5), (std::vector<std::string>{late, waited, waited, busy, busy}));
 }
@@ -305,7 +307,7 @@ TEST(Workers, SurviveAThousandClientsThatGoAway) {
 TEST(Workers, EndAtTheirDeadlineWhenNothingIsAsked) {
   const Site site(Front::kNone, WithTool("", {"--deadline", "1"}));
   const int connection = site.ConnectScgi();
-  EXPECT_EQ(ReadAll(connection), Error("504 Gateway Timeout", "it takes too long\n"));
+  EXPECT_EQ(ReadAll(connection), Error("504 Gateway Timeout", "the request took too long\n"));
   close(connection);
 }
 
@@ -318,7 +320,7 @@ TEST(Workers, EndAtTheirDeadlineWhenARequestOnlyTrickles) {
       usleep(50000);
     }
   });
-  EXPECT_EQ(ReadAll(connection), Error("504 Gateway Timeout", "it takes too long\n"));
+  EXPECT_EQ(ReadAll(connection), Error("504 Gateway Timeout", "the request took too long\n"));
   shutdown(connection, SHUT_RDWR);
   client.join();
   close(connection);
@@ -348,7 +350,7 @@ TEST(Workers, AnswerWhatHasBegunWhenTheServiceEnds) {
   first.join();
   second.join();
   EXPECT_NE(begun.find("Content-Type: image/jpeg\r\n"), std::string::npos) << begun;
-  EXPECT_EQ(waiting, Error("503 Service Unavailable", "the service ends\n", "Retry-After: 1\r\n"));
+  EXPECT_EQ(waiting, Error("503 Service Unavailable", "the service is stopping\n", "Retry-After: 1\r\n"));
   EXPECT_EQ(site.Program().Wait(), 0);
   EXPECT_FALSE(Exists(site.Socket()));
   EXPECT_EQ(ScratchFoldersOf(site), 0U);
@@ -364,7 +366,7 @@ TEST(Workers, AreEndedByASecondSignal) {
   usleep(50000);
   site.Program().Signal(SIGTERM);
   client.join();
-  EXPECT_EQ(response, Error("503 Service Unavailable", "the service ends\n", "Retry-After: 1\r\n"));
+  EXPECT_EQ(response, Error("503 Service Unavailable", "the service is stopping\n", "Retry-After: 1\r\n"));
   EXPECT_EQ(site.Program().Wait(), 0);
   EXPECT_FALSE(IsAlive(site.Noted("run: ")[1]));
 }

@@ -231,8 +231,8 @@ TEST_F(RootsFind, BeginsInAFolderWithoutLinks) {
 }
 
 TEST_F(RootsFind, NeedsAFolderAndAGoodName) {
-  const std::string noFolder = "' is no folder that can be shown; name one that exists";
-  const std::string noName = "': the name of a root has letters, and no dot in front";
+  const std::string noFolder = "' is not a folder that can be served; name one that exists";
+  const std::string noName = "': the name of a root must not be empty or start with a dot";
   const std::string file = Shown("a.jpg");
   const std::pair<std::string, std::string> rows[] = {
       {"", "'" + noFolder},

@@ -25,7 +25,7 @@ bool IsMalformed(const std::string& text) {
     return false;
   } catch (const HttpError& error) {
     EXPECT_EQ(error.Code(), kBadRequest);
-    EXPECT_STREQ(error.what(), "the web server's request is not SCGI");
+    EXPECT_STREQ(error.what(), "the web server's request is not valid SCGI");
     return true;
   }
 }

@@ -123,9 +123,9 @@ TEST_F(SettingsRead, TellWhatIsWrong) {
       {With({"--tool-files", "-1"}), "Could not convert: --tool-files = -1"},
       {With({"--waiting", "many"}), "Could not convert: --waiting = many"},
       {With({"--tool-cpu", "1.5"}), "Could not convert: --tool-cpu = 1.5"},
-      {With({"--policy", photos}), "'" + photos + "' holds no policy.xml; --policy names a folder that does"},
+      {With({"--policy", photos}), "'" + photos + "' contains no policy.xml; use --policy to name a folder that does"},
       {With({"--policy", folder_ / "missing"}),
-       "'" + (folder_ / "missing") + "' holds no policy.xml; --policy names a folder that does"},
+       "'" + (folder_ / "missing") + "' contains no policy.xml; use --policy to name a folder that does"},
       {With({"--colour"}), "The following argument was not expected: --colour"},
       {With({"photos"}), "The following argument was not expected: photos"},
       {With({"--config", folder_ / "missing.conf"}), (folder_ / "missing.conf") + " was not readable (missing?)"},
@@ -137,8 +137,7 @@ TEST_F(SettingsRead, TellWhatIsWrong) {
 
 TEST_F(SettingsRead, TellThatTheFileInTheEnvironmentCannotBeRead) {
   setenv("TAVITHUMB_WEB_CONFIG", (folder_ / "missing.conf").c_str(), 1);
-  EXPECT_EQ(Read(With({})),
-            "wrong: '" + (folder_ / "missing.conf") + "', which $TAVITHUMB_WEB_CONFIG names, cannot be read");
+  EXPECT_EQ(Read(With({})), "wrong: cannot read '" + (folder_ / "missing.conf") + "', named by $TAVITHUMB_WEB_CONFIG");
 }
 
 TEST_F(SettingsRead, AreNoneWhenTheProgramTellsAboutItself) {

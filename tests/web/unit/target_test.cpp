@@ -47,9 +47,9 @@ std::string Outcome(const Variables& variables) {
 }
 
 constexpr char kNothing[] = "404 there is nothing here";
-constexpr char kBadHex[] = "400 a '%' in the address has no two hex digits";
+constexpr char kBadHex[] = "400 a '%' in the address is not followed by two hex digits";
 constexpr char kBadSize[] =
-    "400 'size' takes small, medium, big, large, xlarge, original, WIDTHxHEIGHT or SIDE, with sides of 1 to 65535 "
+    "400 'size' must be small, medium, big, large, xlarge, original, WIDTHxHEIGHT or SIDE, with sides of 1 to 65535 "
     "pixels";
 
 TEST(Target, IsWhatTheAddressSays) {
@@ -164,42 +164,42 @@ TEST(Target, IsNoneForABadAddress) {
       {"/thumb/a.jpg?size=0x10", kBadSize},
       {"/thumb/a.jpg?size=small%00", kBadSize},
       {"/thumb/a.jpg?size=__CUSTOM_SIZE__", kBadSize},
-      {"/thumb/a.jpg?size=small&rotate=4", "400 'rotate' takes quarter turns, 0 to 3"},
-      {"/thumb/a.jpg?size=small&rotate=-1", "400 'rotate' takes quarter turns, 0 to 3"},
-      {"/thumb/a.jpg?size=small&rotate=01", "400 'rotate' takes quarter turns, 0 to 3"},
-      {"/thumb/a.jpg?size=small&rotate=", "400 'rotate' takes quarter turns, 0 to 3"},
-      {"/thumb/a.jpg?size=small&avatar=0", "400 'avatar' takes 1 alone"},
-      {"/thumb/a.jpg?size=small&rotate", "400 'rotate' takes quarter turns, 0 to 3"},
-      {"/thumb/a.jpg?size=small&rotate=a", "400 'rotate' takes quarter turns, 0 to 3"},
-      {"/thumb/a.jpg?size=small&avatar", "400 'avatar' takes 1 alone"},
-      {"/thumb/a.jpg?size=small&avatar=true", "400 'avatar' takes 1 alone"},
-      {"/thumb/a.jpg?size=small&animate=0", "400 'animate' takes 1 alone"},
-      {"/thumb/a.jpg?size=small&animate=", "400 'animate' takes 1 alone"},
-      {"/thumb/a.jpg?size=small&fallback=0", "400 'fallback' takes 1 alone"},
-      {"/thumb/a.jpg?size=small&fallback=", "400 'fallback' takes 1 alone"},
-      {"/thumb/a.jpg?size=9x9&fallback=0", "400 'fallback' takes 1 alone"},
-      {"/thumb/a.jpg?size=small&animate=true", "400 'animate' takes 1 alone"},
-      {"/thumb/a.jpg?size=small&fallback=11", "400 'fallback' takes 1 alone"},
-      {"/thumb/a.jpg?size=9x9&fallback=1", "400 'fallback' needs a size with a name"},
-      {"/thumb/a.jpg?size=small&size=small", "400 a parameter is there more than once"},
-      {"/thumb/a.jpg?size=small&%73ize=big", "400 a parameter is there more than once"},
-      {"/thumb/a.jpg?size=small&", "400 there is an unknown parameter"},
-      {"/thumb/a.jpg?size=small&x=1", "400 there is an unknown parameter"},
-      {"/thumb/a.jpg?size=small&=1", "400 there is an unknown parameter"},
-      {"/thumb/a.jpg?size=small&%78=1", "400 there is an unknown parameter"},
-      {"/thumb/a.jpg?size=small&Rotate=1", "400 there is an unknown parameter"},
-      {"/thumb/a.jpg?size=small&rotate%00=1", "400 there is an unknown parameter"},
-      {"/thumb/a.jpg?size=small&x=1&x=2", "400 a parameter is there more than once"},
-      {"/thumb/a.jpg?size=small&avatar=1&avatar=1", "400 a parameter is there more than once"},
-      {"/thumb/a.jpg?&&size=small", "400 a parameter is there more than once"},
+      {"/thumb/a.jpg?size=small&rotate=4", "400 'rotate' must be a number of quarter turns, 0 to 3"},
+      {"/thumb/a.jpg?size=small&rotate=-1", "400 'rotate' must be a number of quarter turns, 0 to 3"},
+      {"/thumb/a.jpg?size=small&rotate=01", "400 'rotate' must be a number of quarter turns, 0 to 3"},
+      {"/thumb/a.jpg?size=small&rotate=", "400 'rotate' must be a number of quarter turns, 0 to 3"},
+      {"/thumb/a.jpg?size=small&avatar=0", "400 'avatar' must be 1"},
+      {"/thumb/a.jpg?size=small&rotate", "400 'rotate' must be a number of quarter turns, 0 to 3"},
+      {"/thumb/a.jpg?size=small&rotate=a", "400 'rotate' must be a number of quarter turns, 0 to 3"},
+      {"/thumb/a.jpg?size=small&avatar", "400 'avatar' must be 1"},
+      {"/thumb/a.jpg?size=small&avatar=true", "400 'avatar' must be 1"},
+      {"/thumb/a.jpg?size=small&animate=0", "400 'animate' must be 1"},
+      {"/thumb/a.jpg?size=small&animate=", "400 'animate' must be 1"},
+      {"/thumb/a.jpg?size=small&fallback=0", "400 'fallback' must be 1"},
+      {"/thumb/a.jpg?size=small&fallback=", "400 'fallback' must be 1"},
+      {"/thumb/a.jpg?size=9x9&fallback=0", "400 'fallback' must be 1"},
+      {"/thumb/a.jpg?size=small&animate=true", "400 'animate' must be 1"},
+      {"/thumb/a.jpg?size=small&fallback=11", "400 'fallback' must be 1"},
+      {"/thumb/a.jpg?size=9x9&fallback=1", "400 'fallback' needs a named size"},
+      {"/thumb/a.jpg?size=small&size=small", "400 a parameter is given more than once"},
+      {"/thumb/a.jpg?size=small&%73ize=big", "400 a parameter is given more than once"},
+      {"/thumb/a.jpg?size=small&", "400 unknown parameter"},
+      {"/thumb/a.jpg?size=small&x=1", "400 unknown parameter"},
+      {"/thumb/a.jpg?size=small&=1", "400 unknown parameter"},
+      {"/thumb/a.jpg?size=small&%78=1", "400 unknown parameter"},
+      {"/thumb/a.jpg?size=small&Rotate=1", "400 unknown parameter"},
+      {"/thumb/a.jpg?size=small&rotate%00=1", "400 unknown parameter"},
+      {"/thumb/a.jpg?size=small&x=1&x=2", "400 a parameter is given more than once"},
+      {"/thumb/a.jpg?size=small&avatar=1&avatar=1", "400 a parameter is given more than once"},
+      {"/thumb/a.jpg?&&size=small", "400 a parameter is given more than once"},
       {"/thumb/a.jpg?x=%zz", kBadHex},
       {"/thumb/a.jpg?size=small;rotate=1", kBadSize},
       {"/thumb/a.jpg?size=small?rotate=1", kBadSize},
-      {"/original/a.jpg?size=small", "400 there is an unknown parameter"},
-      {"/original/a.jpg?rotate=0", "400 there is an unknown parameter"},
-      {"/original/a.jpg?&", "400 a parameter is there more than once"},
-      {"/list/?size=small", "400 there is an unknown parameter"},
-      {"/list/?x", "400 there is an unknown parameter"},
+      {"/original/a.jpg?size=small", "400 unknown parameter"},
+      {"/original/a.jpg?rotate=0", "400 unknown parameter"},
+      {"/original/a.jpg?&", "400 a parameter is given more than once"},
+      {"/list/?size=small", "400 unknown parameter"},
+      {"/list/?x", "400 unknown parameter"},
   };
   for (const auto& [address, expected] : rows) EXPECT_EQ(Outcome(Get(address)), expected) << address;
 }
@@ -240,9 +240,9 @@ TEST(Target, IsForGetAndHeadAlone) {
   EXPECT_EQ(Outcome(variables), "list head");
   for (const char* method : {"POST", "PUT", "DELETE", "OPTIONS", "TRACE", "PATCH", "get", "GETS", "GET ", ""}) {
     variables["REQUEST_METHOD"] = method;
-    EXPECT_EQ(Outcome(variables), "405 only GET and HEAD are answered") << method;
+    EXPECT_EQ(Outcome(variables), "405 only GET and HEAD are supported") << method;
   }
-  EXPECT_EQ(Outcome({}), "405 only GET and HEAD are answered");
+  EXPECT_EQ(Outcome({}), "405 only GET and HEAD are supported");
 }
 
 TEST(Target, IsWhatTheClientAccepts) {
