@@ -8,15 +8,15 @@
 
 namespace tavithumb {
 
-/// The one exception type that the library throws of its own. Decide by Code(); what() is for people.
+/// The only exception type of the library's own. Decide by Code(); what() is for people.
 ///
 ///     601  the source cannot be examined: it cannot be stat'ed, or its metadata is damaged
-///     602  no image facts: the content is of no known image type; a job goes on without them
+///     602  no image facts: the content is not a known image type; a job continues without them
 ///     603  the source cannot be opened for reading its metadata
 ///
-/// An Error is an ordinary value: copies are equal and independent. Besides it only standard exceptions leave the
-/// library: std::out_of_range ("map::at") for a size name that has no entry in a table, std::invalid_argument or
-/// std::out_of_range for an orientation tag that is no number, std::bad_alloc.
+/// An Error is an ordinary value: copies are equal and independent. Apart from it, the library throws only standard
+/// exceptions: std::out_of_range ("map::at") for a size name that has no entry in a table, std::invalid_argument or
+/// std::out_of_range for an orientation tag that is not a number, std::bad_alloc.
 class TAVITHUMB_API Error : public std::runtime_error {
  public:
   /// what() reads "(E<code>) ", trailing blank included.
@@ -29,8 +29,8 @@ class TAVITHUMB_API Error : public std::runtime_error {
   int Code() const { return code_; }
 
  protected:
-  int code_;             ///< what Code() tells
-  std::string message_;  ///< without code and prefix; "" when there is none
+  int code_;             ///< what Code() returns
+  std::string message_;  ///< without code and prefix; "" if there is none
 };
 
 }  // namespace tavithumb

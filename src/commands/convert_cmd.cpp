@@ -10,11 +10,11 @@
 namespace tavithumb {
 namespace {
 
-// The add-on package brings its own build of convert and says with a marker file that it is enabled.
+// The add-on package has its own build of convert; a marker file says that the package is enabled.
 constexpr char kCodexaMarker[] = "/var/packages/Codexa/enabled";
 constexpr char kCodexaConvert[] = "/var/packages/Codexa/target/usr/bin/convert";
 
-// "+X+Y" of a crop in the middle of the stored picture. A crop larger than the picture wraps around.
+// "+X+Y" of a crop centred in the stored picture. For a crop larger than the picture, it wraps around.
 std::string CropOffsets(const ThumbInfo& info) {
   ThumbDimension crop = info.GetDimension();
   if ((info.GetUserRotate() & 1) != 0) std::swap(crop.width, crop.height);
@@ -49,7 +49,7 @@ std::string ConvertCmd::getConvertPath() {
 }
 
 bool ConvertCmd::exec() {
-  // Argument 0 names the system's convert whichever build runs.
+  // Argument 0 is the system's convert, whichever build runs.
   if (TLIBCExecv(getConvertPath().c_str(), args_.data(), 1) == 0) return true;
   unlink(dest_.c_str());
   return false;

@@ -17,7 +17,7 @@ namespace {
 constexpr char kMeasuringSize[] = "__CUSTOM__";
 constexpr std::uint32_t kUnbounded = 2147483647;
 
-// Copies until the end of the input. False for an empty input, a failed read, and a failed or short write.
+// Copies to the end of the input. False for an empty input, a failed read, and a failed or short write.
 bool CopyAll(int from, int to) {
   char block[4096];
   for (bool copied = false;; copied = true) {
@@ -58,7 +58,7 @@ void DcrawCmd::extractPreview() {
   if (rawThumbFile_ == nullptr) throw Error(602);
   dcrawPipe_ = TLIBCPopenv(kDcraw.c_str(), "r", args_.data());
   if (dcrawPipe_ == nullptr) throw Error(602);
-  // Past the streams' buffers, so that the file is complete while both stay open.
+  // Bypasses the streams' buffers, so that the file is complete while both are still open.
   if (!CopyAll(fileno(dcrawPipe_), fileno(rawThumbFile_))) {
     unlink(rawThumbPath_.c_str());
     throw Error(602);
@@ -90,7 +90,7 @@ bool DcrawCmd::exec() {
   if (rawThumbPath_.empty()) return false;
   const bool scaled = info_.IsGood() &&
                       (DJpegCmd(info_, rawThumbPath_, dest_).exec() || ConvertCmd(info_, rawThumbPath_, dest_).exec());
-  // What nothing could scale is shown as it is.
+  // A preview that nothing could scale is used unchanged.
   if (!scaled && rename(rawThumbPath_.c_str(), dest_.c_str()) != 0) {
     unlink(rawThumbPath_.c_str());
     return false;

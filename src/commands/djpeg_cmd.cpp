@@ -19,7 +19,7 @@ bool IsTurnedOrMirrored(const ThumbInfo& info) {
   return (AddTurns(info.GetRotate(), info.GetUserRotate()) & 3) != 0 || info.GetFlop();
 }
 
-// The weakest reduction at which the picture fits into the target, or the strongest there is.
+// The smallest reduction at which the picture fits into the target, or the largest possible one.
 int FirstFittingScale(std::uint32_t width, std::uint32_t height, const ThumbDimension& target) {
   for (int scale = 0; scale < kSmallestScale; ++scale) {
     if (target.width >= width >> scale && target.height >= height >> scale) return scale;

@@ -30,7 +30,7 @@ void GIFConvertCmd::setupCoalesceTmpPath() {
 
 bool GIFConvertCmd::exec() {
   if (coalesceTmpPath_.empty()) return false;
-  // Size and stored rotation stand before the input, the user's rotation behind it.
+  // Size and stored rotation precede the input, the user's rotation follows it.
   args_ = {kConvert.c_str(),
            "-strip",
            "-colorspace",

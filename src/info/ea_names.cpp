@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// The names under which each consumer of thumbnails finds its own in the EA directory.
+// The names under which each consumer looks for its thumbnails in the EA directory.
 #include <map>
 
 #include "info/size_names.h"
@@ -9,7 +9,7 @@
 namespace tavithumb {
 namespace {
 
-// "large" and "xlarge" share their thumbnails.
+// "large" and "xlarge" share a thumbnail.
 const std::map<std::string, std::string> sizeLetterMap = {
     {"small", "S"}, {"medium", "M"}, {"big", "B"}, {"large", "XL"}, {"xlarge", "XL"},
 };

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// The preview embedded in a picture, written to a temporary file.
+// Writes the preview embedded in a picture to a temporary file.
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -35,14 +35,14 @@ std::vector<PreviewCandidate> Candidates(const Exiv2::PreviewPropertiesList& lis
 }
 
 // Without the extension, which Exiv2 appends itself.
-// The random number only separates calls of one process within a second.
+// The random number only distinguishes calls of one process within a second.
 std::string NewPreviewPath() {
   return "/tmp/thumb." + std::to_string(getpid()) + "." + std::to_string(static_cast<long>(std::time(nullptr))) + "." +
          std::to_string(std::rand());  // NOLINT(cert-msc30-c,cert-msc50-cpp,concurrency-mt-unsafe)
 }
 
-// Exiv2 counts what it has handed to its stream. What the stream could not put into the file, on a volume that is full,
-// shows in the file alone.
+// Exiv2 counts the bytes that it has passed to its stream. If the stream could not write them because the volume is
+// full, only the size of the file shows it.
 bool IsWhole(const std::string& path, std::size_t size) {
   struct stat64 record = {};
   return stat64(path.c_str(), &record) == 0 && static_cast<std::size_t>(record.st_size) == size;

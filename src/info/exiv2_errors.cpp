@@ -8,7 +8,7 @@ bool IsContainer(const Exiv2::Image& image) {
 #ifdef EXV_ENABLE_BMFF
   if (image.imageType() == Exiv2::ImageType::bmff) return true;
 #endif
-  // Asked for its MIME type before its metadata is read, a TIFF-based raw file would take a preview for its picture.
+  // If asked for its MIME type before its metadata is read, a TIFF-based raw file mistakes a preview for its picture.
   if (image.imageType() == Exiv2::ImageType::tiff) return false;
   return image.mimeType().rfind("video/", 0) == 0;
 }
@@ -16,7 +16,7 @@ bool IsContainer(const Exiv2::Image& image) {
 }  // namespace
 
 int Exiv2Code(const Exiv2::Error& error) {
-  // Later releases number all errors higher by the same step.
+  // Later releases add the same offset to all error numbers.
   constexpr int step = static_cast<int>(Exiv2::ErrorCode::kerDataSourceOpenFailed) - kExiv2CannotOpen;
   return static_cast<int>(error.code()) - step;
 }

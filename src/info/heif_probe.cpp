@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// The size of a HEIF picture, as libheif reads it. No pixel is decoded.
+// Reads the size of a HEIF picture with libheif. No pixel is decoded.
 #include <libheif/heif_cxx.h>
 
 #include <stdexcept>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// Type, size and orientation of a picture, as Exiv2 reads them.
+// Reads type, size and orientation of a picture with Exiv2.
 #include <exiv2/exiv2.hpp>
 
 #include "info/exiv2_errors.h"
@@ -12,19 +12,19 @@
 namespace tavithumb {
 namespace {
 
-// An orientation value's place in the mapping list; what is out of range is for the list's user to notice.
+// The index of an orientation value in the mapping list; the user of the list checks the range.
 std::uint32_t IndexOf(const Exiv2::Exifdatum& orientation) {
   return static_cast<std::uint32_t>(std::stoi(orientation.toString())) - 1;
 }
 
-// Built once, under the lock: taking a key's name apart costs more than looking the key up.
+// Built once, under the lock: parsing a key's name costs more than looking up the key.
 const std::vector<Exiv2::ExifKey>& MakerNoteKeys() {
   static const std::vector<Exiv2::ExifKey> keys(ThumbInfo::orientationKeyList_.begin(),
                                                 ThumbInfo::orientationKeyList_.end());
   return keys;
 }
 
-// Cameras that write the standard tag as "normal" may tell the true rotation in a maker note.
+// Cameras that set the standard tag to "normal" may write the true rotation to a maker note.
 std::uint32_t OrientationIndex(const Exiv2::ExifData& exif) {
   const auto standard = exif.findKey(Exiv2::ExifKey(ThumbInfo::stdOrientationKey));
   if (standard == exif.end()) return 0;

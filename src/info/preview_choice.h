@@ -11,16 +11,16 @@
 
 namespace tavithumb {
 
-// One preview embedded in a picture, in pixels.
+// A preview embedded in a picture; size in pixels.
 struct PreviewCandidate {
   std::string mimeType;
   std::uint32_t width;
   std::uint32_t height;
 };
 
-// The index of the preview to make a thumbnail for `box` from: the one with the most pixels (the first of equals)
+// The index of the preview from which to make a thumbnail for `box`: the one with the most pixels (the first of equals)
 // among those that are not more than twice the box on both sides, provided that it has at least three quarters of
-// the box's pixels. TIFF previews of Canon CR2 sources don't count. All products wrap around in 32 bits.
+// the box's pixels. TIFF previews of Canon CR2 sources are ignored. All products wrap around in 32 bits.
 std::optional<std::size_t> ChoosePreview(const std::vector<PreviewCandidate>& previews,
                                          const std::string& sourceMimeType, ThumbDimension box);
 

@@ -3,7 +3,7 @@
 
 namespace tavithumb {
 
-// The size name of a request whose box the caller gave in pixels.
+// The size name of a request for a box in pixels.
 inline constexpr char kCustomSizeName[] = "__CUSTOM_SIZE__";
 
 }  // namespace tavithumb

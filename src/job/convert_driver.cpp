@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// The way of one request: which file answers it, in a fixed order of preference; and making sizes ahead of time.
+// How one request is answered: which file, in a fixed order of preference; and making sizes ahead of time.
 #include <algorithm>
 
 #include "info/size_names.h"
@@ -30,7 +30,7 @@ std::string Thumb::CalcOutputFile() {
   return SetOutFirst() ? outputFile_ : "";
 }
 
-// The ways to an answer, in their order; the first that yields a file wins.
+// The lookup steps in their order; the first that finds a file wins.
 bool Thumb::SetOutFirst() {
   if (tryAlbumexEA_ && (SetOutAlbumexEA() || SetOutAlbumexOldEA())) return true;
   if (tryBrovixEA_ && SetOutBrovixEA()) return true;
@@ -39,12 +39,12 @@ bool Thumb::SetOutFirst() {
   if (SetOutFromEXIFPreview()) return true;
   if (acceptHeic_ && info_.IsHeic() && SetOutOriginalImage()) return true;
   if (!noOnline_ && SetOutOnline()) return true;
-  // The source itself, when online mode declined because nothing is to be converted; never merely because a
-  // conversion failed.
+  // The source itself, if online mode declined because nothing has to be converted; never just because a conversion
+  // failed.
   return (!noOriginalFallback_ || type_ == kOutputOriginal) && SetOutOriginalImage();
 }
 
-// A job goes on without facts, but not with a source that is damaged or can't be opened.
+// A job continues without facts, but not with a source that is damaged or can't be opened.
 void Thumb::ReadFacts() {
   if (isVideo_) return;
   try {

@@ -55,14 +55,14 @@ bool Thumb::OutputOriginalImage() {
 
 bool Thumb::HttpOutputFile(const std::string& mimeType) {
   std::puts("Cache-Control: max-age=300, must-revalidate\r");
-  // Albumex thumbnails are stored upright; the others carry the user's rotation already.
+  // Albumex thumbnails are stored auto-oriented; the others already have the user's rotation.
   if (type_ == kOutputAlbumex && (info_.GetUserRotate() & 3) != 0) return HttpOutputTurned(mimeType);
   return HTTPFileOutputer().Output(outputFile_.c_str(), mimeType.c_str()) == 0;
 }
 
 bool Thumb::HttpOutputTurned(const std::string& mimeType) const {
   JpegTranCmd turn(info_, outputFile_, "", true);
-  // Neither closed nor waited for: stream and child belong to the process that answers this one request.
+  // Neither closed nor waited for: they last until the process, which answers only this request, exits.
   std::FILE* const stream = turn.popen();
   if (stream == nullptr) return false;
   return HTTPFileOutputer().Output(stream, Basename(outputFile_).c_str(), mimeType.c_str()) == 0;

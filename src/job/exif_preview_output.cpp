@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// A thumbnail from the preview that is embedded in the source, instead of a decode of the whole source.
+// A thumbnail from the preview embedded in the source, instead of a decode of the whole source.
 #include <unistd.h>
 
 #include "job/output_type.h"
@@ -12,7 +12,7 @@
 namespace tavithumb {
 namespace {
 
-// The preview of a JPEG that lies as it should is a thumbnail already.
+// The preview of a JPEG that needs no rotation is a thumbnail already.
 bool ServesAsItIs(const ThumbInfo& info) {
   return info.GetMimeType() == "image/jpeg" && (AddTurns(info.GetRotate(), info.GetUserRotate()) & 3) == 0;
 }
@@ -30,7 +30,7 @@ bool Thumb::SetOutFromEXIFPreview() {
   }
   const bool made = ServesAsItIs(info_) ? MovePreview(preview) : ConvertPreview(preview, destination);
   if (!made) return false;
-  outputFile_ = destination;  // an avatar job moved it to the avatar name and says this one all the same
+  outputFile_ = destination;  // an avatar job has moved it to the avatar name, but reports this one
   type_ = kOutputBrovix;
   unlink(preview.c_str());
   return true;

@@ -10,8 +10,8 @@ namespace {
 
 enum class Outcome { failed, made, sourceServes };
 
-// Tries the tools on `work` in their order: scaled JPEG decode, animated GIF, camera raw for what browsers can't show,
-// and the general converter for what could be measured.
+// Tries the tools in order, with output to `work`: scaled JPEG decode, animated GIF, camera raw for types that browsers
+// can't show, and the general converter if the source could be measured.
 Outcome Make(const ThumbInfo& info, const std::string& src, const std::string& work, bool* needDelete) {
   bool done = false;
   if (info.IsGood() && info.GetMimeType() == "image/jpeg") {

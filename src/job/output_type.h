@@ -5,7 +5,7 @@
 
 namespace tavithumb {
 
-// What kind of file answers a request.
+// The type of file that answers a request.
 enum OutputType : std::int32_t {
   kOutputNone = 0,
   kOutputAlbumex = 1,

@@ -23,7 +23,7 @@ struct Ids {
   gid_t group;
 };
 
-// Changes the effective ids of the process. Becomes root in between when it is neither root nor the target, since
+// Changes the effective ids of the process. If it is neither root nor the target, it becomes root in between, because
 // only root may change the group.
 bool SwitchTo(const Ids& target) {
   const uid_t user = geteuid();
@@ -40,7 +40,7 @@ struct FreeDeleter {
   void operator()(char* memory) const { std::free(memory); }
 };
 
-// The ids of a user; failures are logged.
+// Looks up the ids of a user; failures are logged.
 bool FindIds(const char* user, const char* file, int line, Ids* ids) {
   const long configured = sysconf(_SC_GETPW_R_SIZE_MAX);
   const long size = configured == -1 ? kFallbackBufferSize : configured;

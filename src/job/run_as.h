@@ -7,8 +7,8 @@
 //
 //   IF_RUN_AS2("root", "libtavithumb", 489) { chown(path, 0, 0); }
 //
-// The block is skipped when the switch fails. Effective user and group of the whole process are restored behind it
-// in every case; failures are logged with the given file and line. Real and saved ids stay as they are.
+// The block is skipped if the switch fails. The effective user and group of the whole process are restored after it
+// in every case; failures are logged with the given file and line. Real and saved ids don't change.
 #define IF_RUN_AS2(user, file, line) if (const _________::__ guard{user, file, line, "IF_RUN_AS2"}; guard)
 
 // NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the guard's established name

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// A finished thumbnail is put into its final place in the source's EA directory.
+// Moves a finished thumbnail to its final path in the source's EA directory.
 #include <sys/stat.h>
 #include <tavi/core.h>
 #include <unistd.h>
@@ -20,13 +20,14 @@ namespace {
 constexpr char kSource[] = "libtavithumb";
 constexpr std::uint32_t kUnbounded = std::numeric_limits<std::int32_t>::max();
 
-// When an entry was last changed; zeros when there is none.
+// When an entry was last changed; zeros if there is none.
 timespec LastChange(const std::string& path) {
   struct stat64 record = {};
   return stat64(path.c_str(), &record) == 0 ? record.st_ctim : timespec{};
 }
 
-// mv copies under the final name itself. What it could not finish, on a volume that is full, is no thumbnail.
+// mv copies directly to the final name. A copy that it could not finish, because the volume is full, is not a
+// thumbnail.
 bool MoveToOtherVolume(const std::string& from, const std::string& to) {
   const timespec before = LastChange(to);
   if (TLIBCExecl("/bin/mv", 0, from.c_str(), to.c_str(), nullptr) == 0) return true;
@@ -54,7 +55,7 @@ void OpenToAll(const std::string& thumb) {
   syslog(LOG_ERR, TAVITHUMB_LOG("Failed to chmod '%s'"), kSource, 485, "SaveThumbToEA", thumb.c_str());
 }
 
-// The message is one for owner and time alike.
+// Owner and time share one message.
 void LogChown(int line, const std::string& thumb) {
   syslog(LOG_ERR, TAVITHUMB_LOG("Failed to chown '%s', %s"), kSource, line, "SaveThumbToEA", thumb.c_str(),
          ErrorText(errno).c_str());
@@ -66,7 +67,7 @@ void GiveToRoot(const std::string& thumb) {
   }
 }
 
-// Seconds since the epoch; 0 when the source can't be stat'ed (logged).
+// Seconds since the epoch; 0 if the source can't be stat'ed (logged).
 long TimeOfSource(const std::string& path) {
   struct stat64 record = {};
   if (stat64(path.c_str(), &record) != 0) {
@@ -83,7 +84,7 @@ void SetTime(const std::string& thumb, long mtime) {
   }
 }
 
-// The thumbnail at `path` is of the type that the job makes; failures are logged.
+// Whether the thumbnail at `path` is of the type that the job makes; failures are logged.
 bool HasType(const std::string& path, const std::string& mimeType) {
   constexpr char kFunction[] = "SaveExistingThumbsToEA";
   try {

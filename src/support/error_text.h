@@ -6,7 +6,7 @@
 
 namespace tavithumb {
 
-// The text of an error number of the C library, for a log line; allocates nothing, good in any thread.
+// The text of a C library error number, for a log line; allocates nothing, thread-safe.
 class ErrorText {
  public:
   explicit ErrorText(int error) : text_(strerror_r(error, buffer_, sizeof buffer_)) {}

@@ -5,7 +5,7 @@
 
 namespace tavithumb {
 
-// The last component of a path, as POSIX basename() gives it.
+// The last component of a path, as returned by POSIX basename().
 std::string Basename(const std::string& path);
 
 }  // namespace tavithumb

@@ -6,7 +6,7 @@
 
 namespace tavithumb {
 
-// Callers may ask for any number of quarter turns, so these wrap around in 32 bits instead of overflowing.
+// Callers may request any number of quarter turns, so these wrap around in 32 bits instead of overflowing.
 
 std::int32_t AddTurns(std::int32_t a, std::int32_t b);
 

@@ -20,13 +20,13 @@
 namespace tavithumb::file {
 namespace {
 
-// Paths in buffers of the platform's functions.
+// The size of path buffers for the platform's functions.
 constexpr std::size_t kPathBufferSize = 4096;
 
-// A volume that takes no EA entries although it is neither remote nor an image.
+// A volume that cannot store EA entries although it is neither remote nor an image.
 constexpr int kRefusedFSType = 12;
 
-// As the C locale has it, whatever locale the process runs in.
+// As in the C locale, whatever the locale of the process.
 char Lower(char byte) {
   return byte >= 'A' && byte <= 'Z' ? static_cast<char>(byte - 'A' + 'a') : byte;
 }
