@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// `tavithumb add`: where thumbnails go, and that none is lost.
+// `tavithumb add`: where thumbnails are stored, and that none is lost.
 #include <pictures.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -31,7 +31,7 @@ class Add : public testing::Test {
     return run(arguments, start);
   }
 
-  // Asserts that the thumbnail was refused, and is still where it was.
+  // Asserts that the thumbnail was rejected, and is still where it was.
   void ExpectRefusal(const std::vector<std::string>& arguments, const std::string& name, const std::string& reason,
                      const Start& start = {}) const {
     const Outcome outcome = Run(arguments, start);
@@ -102,7 +102,7 @@ TEST_F(Add, ReplacesWhatIsStored) {
   WriteFile(place, "older");
   EXPECT_EQ(Run({"--size=medium", source, thumbnail}).out, place + "\n");
   EXPECT_EQ(ReadFile(place), content);
-  // What is there already stays there.
+  // An entry that exists already stays where it is.
   const Outcome again = Run({"--size=medium", source, place});
   EXPECT_EQ(again.code, 0);
   EXPECT_EQ(again.out, place + "\n");
@@ -202,7 +202,7 @@ TEST_F(Add, RefusesAFolderThatTheUserMayNotWriteIn) {
   EXPECT_EQ(Run({"--size=medium", source, thumbnail}, As(nobody)).out, place + "\n");
 }
 
-// Between volumes a file is copied, which may stop half way.
+// Across volumes a file is copied, and the copy may stop half way.
 class AddAcrossVolumes : public Add {
  protected:
   void SetUp() override {

@@ -16,7 +16,7 @@
 
 namespace tavithumb::test {
 
-// Without the lines that tell how far a run has come, which is a matter of time.
+// Without the lines that report progress, which depend on timing.
 class BatchRunner : public CommandRunner {
  public:
   Outcome operator()(const std::vector<std::string>& arguments, const Start& start = {}) const {
@@ -29,7 +29,7 @@ class BatchRunner : public CommandRunner {
   }
 };
 
-// Runs of `tavithumb make` whose tools are watched, and misbehave for some names; see batch_probe.cpp.
+// Runs `tavithumb make` with tools that are watched, and misbehave for some names; see batch_probe.cpp.
 class Batch : public testing::Test {
  protected:
   Start ProbedStart() const {
@@ -41,7 +41,7 @@ class Batch : public testing::Test {
 
   Outcome Probed(const std::vector<std::string>& arguments) const { return run(arguments, ProbedStart()); }
 
-  // How many lines the probe has written that begin so.
+  // How many lines written by the probe start like this.
   std::size_t Count(const std::string& begin) const {
     std::ifstream lines(noted);
     std::size_t count = 0;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// Loaded before the platform's libraries into the command, it writes a line for each tool that is started into the
-// file $PROBE_FILE; makes the tools of a file misbehave as its name says; and makes clocks run $PROBE_SPEED times as
+// Loaded into the command before the platform's libraries: writes a line for each started tool to the file
+// $PROBE_FILE, makes the tools misbehave as the name of their file says, and makes clocks run $PROBE_SPEED times as
 // fast.
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -38,18 +38,18 @@ int Run(const char* path, const char* const* argv, int wait) {
   return real(path, argv, wait);
 }
 
-// What convert would write, half of it; a temporary file of convert's; and the end.
+// Half of convert's output, and one of its temporary files; then the process ends.
 [[noreturn]] void DieHalfway(const char* const* argv, int number) {
   const char* destination = nullptr;
   for (; *argv != nullptr; ++argv) destination = *argv;
   std::ofstream(destination) << "half";
   std::ofstream(Variable("TMPDIR") + "/magick-1") << "half";
-  signal(number, SIG_DFL);  // a sanitizer has its own ways
+  signal(number, SIG_DFL);  // a sanitizer installs its own handler
   raise(number);
   abort();
 }
 
-// The last bytes find no room, and the tool takes no notice.
+// The last bytes do not fit on the disk, and the tool does not notice.
 int LoseTheEnd(const char* path, const char* const* argv, int wait) {
   const int result = Run(path, argv, wait);
   const char* destination = nullptr;
@@ -58,14 +58,14 @@ int LoseTheEnd(const char* path, const char* const* argv, int wait) {
   return stat(destination, &record) == 0 && truncate(destination, record.st_size - 1) == 0 ? result : -1;
 }
 
-// A tool that does not end when it is asked to.
+// A tool that ignores the request to stop.
 int Hang() {
   const char* const hang[] = {"/bin/sh", "-c", "trap '' TERM; echo \"hangs $$\" >>\"$PROBE_FILE\"; exec sleep 1000",
                               nullptr};
   return Run(hang[0], hang, 1);
 }
 
-// Goes on once there is a file $PROBE_GATE.
+// Continues when the file $PROBE_GATE exists.
 void AwaitGate() {
   Note("waits");
   while (access(Variable("PROBE_GATE").c_str(), F_OK) != 0) usleep(1000);

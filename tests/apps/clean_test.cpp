@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// `tavithumb clean`: what goes, what stays, and what is told of it.
+// `tavithumb clean`: what it removes, what it keeps, and what it reports.
 #include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -28,8 +28,8 @@ std::vector<std::string> Tree(const std::string& folder) {
   return paths;
 }
 
-// Runs the command with folders of its own for temporary files, so that it neither meets nor removes what other
-// programs have there.
+// Runs the command with folders of its own for temporary files, so that it neither sees nor removes those of other
+// programs.
 class Clean : public testing::Test {
  protected:
   Clean() {
@@ -57,7 +57,7 @@ class Clean : public testing::Test {
     EXPECT_EQ(outcome.code, err.empty() ? 0 : 1);
   }
 
-  // A source in the folder, and an entry stored for it which is up to date.
+  // A source in the folder, with an up-to-date entry.
   void Store(const std::string& source, const std::string& entry = thumb) const {
     if (!Exists(folder / source)) WriteFile(folder / source, "photo");
     WriteFile(EntryOf(folder / source, entry), "1234567890");
@@ -129,7 +129,7 @@ TEST_F(Clean, RemovesNothingInADryRunAndTellsTheSame) {
   StoreStale("stale.jpg");
   StoreStale("other.jpg");
   const std::vector<std::string> before = Tree(folder.Path());
-  // Told once, however often it is met.
+  // Reported once, however often it is found.
   Expect({"--dry-run", ".", "gone.jpg"},
          "would remove ./.tavi_ea/gone.jpg/TAVIFILE_THUMB_M.jpg: its source is gone\n"
          "would remove ./.tavi_ea/gone.jpg: nothing is left in it\n"
@@ -319,7 +319,7 @@ TEST_F(Clean, LeavesTheThumbnailsOfWhatIsNoFileOrOutOfReach) {
   const std::vector<std::string> before = Tree(folder.Path());
   Expect({"."}, "freed 0 bytes in 0 files\n");
   EXPECT_EQ(Tree(folder.Path()), before);
-  // A link's thumbnails are those of what it leads to.
+  // The thumbnails of a link are those of its target.
   SetTimes(EntryOf(folder / "linked.jpg", thumb), 1, ModificationTime(folder / "target.jpg") - 1);
   Expect({"."},
          "removed ./.tavi_ea/linked.jpg/TAVIFILE_THUMB_M.jpg: it is older than its source\n"

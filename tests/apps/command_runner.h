@@ -18,13 +18,13 @@
 
 namespace tavithumb::test {
 
-// How the command is started, where it is not as usual.
+// How the command is started, if not as usual.
 struct Start {
   std::string folder = "/";
   std::string input = "/dev/null";
   std::string output;                    // instead of a file of the runner's: /dev/full
   int outputDescriptor = -1;             // the same, an open one
-  int terminal = -1;                     // an open one that takes all that is written
+  int terminal = -1;                     // an open one that accepts all output
   bool closesOutput = false;             // no standard output at all
   uid_t user = 0;                        // not 0: runs as this user, for which the test must be root
   std::vector<std::string> environment;  // "NAME=value"
@@ -55,7 +55,7 @@ inline std::ostream& operator<<(std::ostream& stream, const Outcome& outcome) {
 
 class CommandRunner {
  public:
-  // Why the command can't run as another user here; "" when it can.
+  // Why the command can't run as another user here; "" if it can.
   static std::string WhyNotAs(uid_t user) {
     if (geteuid() != 0) return "needs root";
     const pid_t child = fork();
@@ -69,7 +69,7 @@ class CommandRunner {
     return status == 0 ? "" : "needs a build folder that other users can reach";
   }
 
-  // Runs the command to its end.
+  // Runs the command until it exits.
   Outcome operator()(const std::vector<std::string>& arguments, const Start& start = {}) const {
     return Await(Begin(arguments, start));
   }
@@ -120,13 +120,13 @@ class CommandRunner {
   TempDir files_;
 };
 
-// Where the platform's stand-ins keep the thumbnails of `source`.
+// Where the platform's stand-ins store the thumbnails of `source`.
 inline std::string EntryOf(const std::string& source, const std::string& entry) {
   const std::size_t slash = source.rfind('/');
   return source.substr(0, slash) + "/.tavi_ea" + source.substr(slash) + "/" + entry;
 }
 
-// The objects of JSON output, one a line, without the milliseconds, which are checked to be a number.
+// The objects of JSON output, one per line, without the milliseconds, which are checked to be a number.
 inline std::vector<nlohmann::json> ObjectsOf(const std::string& output) {
   std::vector<nlohmann::json> objects;
   for (std::size_t begin = 0; begin < output.size();) {

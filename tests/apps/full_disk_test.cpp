@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// What a full disk leaves of a picture is told from the whole one.
+// A picture truncated by a full disk is told from a complete one.
 #include "thumbs/full_disk.h"
 
 #include <gtest/gtest.h>
@@ -17,7 +17,7 @@ namespace {
 struct Made {
   const char* name;
   void (*make)(const std::string& path, int width, int height);
-  bool isTold;  // what its maker tells of itself needs no look
+  bool isTold;  // false: its tool reports a truncated file itself
 };
 
 void MakeGif(const std::string& path, int width, int height) {

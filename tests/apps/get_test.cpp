@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// `tavithumb get`: every option, every kind of answer.
+// `tavithumb get`: every option, every type of answer.
 #include <pictures.h>
 #include <sys/stat.h>
 
@@ -15,7 +15,7 @@ using nlohmann::json;
 
 class Get : public testing::Test {
  protected:
-  // The answer as one JSON object, from a run that must succeed without a word on standard error.
+  // The answer as one JSON object, from a run that must succeed without output on standard error.
   json Ask(std::vector<std::string> options, const std::string& source, const Start& start = {}) const {
     options.insert(options.begin(), {"get", "--json"});
     options.insert(options.end(), {"--", source});
@@ -44,7 +44,7 @@ class Get : public testing::Test {
             {"delete", false},  {"made", false},    {"error", nullptr}};
   }
 
-  // A JPEG whose bytes are many for its pixels, so that it is decoded and not served as it is.
+  // A JPEG with many bytes for its pixels, so that it is decoded and not served unchanged.
   static void MakeNoise(const std::string& path) {
     RunTool(
         {"/usr/bin/convert", "-size", "400x300", "-seed", "1", "plasma:red-blue", "-quality", "100", "jpg:" + path});
@@ -127,7 +127,7 @@ TEST_F(Get, TurnsByQuartersClockwise) {
   EXPECT_EQ(facts.height, 360);
 }
 
-// A JPEG whose thumbnail would be larger than itself is the answer itself, but not when it is to be turned.
+// A JPEG whose thumbnail would be larger than itself is served unchanged, unless it has to be rotated.
 TEST_F(Get, TurnsAPhotoThatWouldOtherwiseServeItself) {
   const std::string jpeg = folder / "light.jpg";
   MakeJpeg(jpeg, 400, 300);
@@ -178,7 +178,7 @@ TEST_F(Get, KeepsAnAnimationWhenAsked) {
   EXPECT_EQ(Identify(EntryOf(gif, "TAVIFILE_THUMB_S.jpg")).frames, 1);
 }
 
-// They are made in the same second, when the frames of all of them lie in the same file.
+// They are made within the same second, when the frames of all of them are written to the same file.
 TEST_F(Get, KeepsAnimationsOfTheSameNameApart) {
   const int count = 6;
   for (int i = 0; i < count; ++i) {

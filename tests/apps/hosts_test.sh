@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: GPL-3.0-or-later
-# hosts_test.sh COMMAND   GNU parallel spreads `tavithumb make` over two hosts by ssh, and a Slurm array over its tasks:
-# every file is made once, as one host alone would make it. Both hosts are this one, behind an ssh daemon of our own.
+# hosts_test.sh COMMAND   GNU parallel distributes `tavithumb make` over two hosts by ssh, and a Slurm array over its
+# tasks: every file is made once, with the same result as on one host. Both hosts are this one, behind an ssh daemon of
+# our own.
 set -euo pipefail
 
 command=$1
@@ -20,7 +21,7 @@ for tool in parallel ssh ssh-keygen jq split; do command -v $tool >/dev/null || 
 [ -x /usr/sbin/sshd ] || skip "needs /usr/sbin/sshd"
 [ "$(id -u)" -ne 0 ] || mkdir -p /run/sshd || skip "needs /run/sshd"
 
-# Pictures under odd names in three folders, the same twice.
+# Pictures with odd names in three folders, all of them twice.
 mkdir -p "$work/shared/a b/c" "$work/shared/d" "$work/home"
 for ((i = 0; i < 24; i++)); do
   folders=(a\ b a\ b/c d)
@@ -29,7 +30,7 @@ done
 printf x >"$work/shared/d/broken.png"
 cp -a "$work/shared" "$work/local"
 
-# Two names of this host, each with a key and a daemon that know nobody else.
+# Two names for this host, each with its own key and daemon.
 port=0
 for ((port = 20000 + RANDOM % 20000; ; port++)); do
   (exec 3<>"/dev/tcp/127.0.0.1/$port") 2>/dev/null || break
@@ -94,14 +95,14 @@ find "$work/shared" -name '*.png' -print0 |
   fail "parallel --pipe: the broken file does not fail"
 check "names through a pipe" "$work/piped"
 
-# The same whole folder on both hosts at once: the second waits for each file, and finds it made.
+# The same folder on both hosts at once: the second one waits for each file, and finds it made.
 parallel --will-cite --onall --sshloginfile "$work/hosts" "$command make $sizes --jobs 2 --json {}" ::: "$work/shared" \
   >"$work/both" 2>"$work/errors" && fail "both: the broken file does not fail"
 jq -c 'select((.summary | not) and (.error == null))' "$work/both" >"$work/well"
 jq -c 'select((.summary | not) and (.error != null))' "$work/both" | head -n 1 >>"$work/well"
 check "the whole folder on both hosts" "$work/well"
 
-# A Slurm array of three tasks, one after the other: each takes its part of the list.
+# A Slurm array of three tasks, one after the other: each processes its part of the list.
 find "$work/shared" -name '*.png' -print0 >"$work/list"
 for task in 1 2 3; do
   SLURM_ARRAY_TASK_ID=$task SLURM_ARRAY_TASK_COUNT=3 LIST=$work/list COMMAND=$command SIZES=$sizes bash -c '

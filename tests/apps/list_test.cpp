@@ -27,7 +27,7 @@ class List : public testing::Test {
     EXPECT_EQ(outcome.code, err.empty() ? 0 : 1);
   }
 
-  // The path of an entry, which is made as old as its source.
+  // The path of an entry, which is created with the time of its source.
   std::string Place(const std::string& source, const std::string& entry) const {
     return EntryOf(folder / source, entry);
   }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// `tavithumb make`: which files it takes, what it makes of them, and what it says of it.
+// `tavithumb make`: which files it processes, with which results, and what it reports.
 #include <pictures.h>
 #include <signal.h>
 #include <sys/file.h>
@@ -35,7 +35,7 @@ class Make : public Batch {
     return object;
   }
 
-  // The objects by their sources, without what differs each time; the last, the summary, by "".
+  // The objects by source, without the fields that differ in each run; the last one, the summary, under "".
   static std::map<std::string, json> BySource(const std::string& output) {
     std::map<std::string, json> objects;
     for (json& object : ObjectsOf(output)) {
@@ -234,7 +234,7 @@ TEST_F(Make, ReadsNamesFromAFileOrStandardInput) {
   EXPECT_EQ(objects.at(folder / "new\nline \xef\xbf\xbd.png").at("source_hex"), hex);
 }
 
-// As `find` lists them: folders, thumbnails and all.
+// As listed by `find`: folders and thumbnails included.
 TEST_F(Make, PassesOverThumbnailsAndOtherKindsInAList) {
   MakePng(png, 300, 200);
   WriteFile(folder / "notes.txt", "no photo");
@@ -345,7 +345,7 @@ TEST_F(Make, DryRunTellsWhatWouldBeMadeAndWritesNothing) {
             Object(png, {"small", "medium", "big", "large"}, {"xlarge"}));
 }
 
-// The small size is the preview although the source would do.
+// The small size is made from the preview although the source could be served.
 TEST_F(Make, DryRunKnowsThatAPreviewWouldBeStored) {
   const std::string jpeg = folder / "photo.jpg";
   const std::string preview = folder / "preview";
@@ -387,7 +387,7 @@ TEST_F(Make, KeepsNothingOnAVolumeThatTakesNoEntries) {
   }
 }
 
-// A folder that can't be looked into, one that can't be written to, and a file that can't be read.
+// A folder that can't be read, one that can't be written to, and a file that can't be read.
 TEST_F(Make, GoesOnWhereItMayNot) {
   constexpr uid_t nobody = 65534;
   const std::string why = CommandRunner::WhyNotAs(nobody);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// What `tavithumb make` does with files that end or hold up its workers, and when it is interrupted.
+// How `tavithumb make` handles files that kill or block its workers, and interruptions.
 #include <pictures.h>
 #include <signal.h>
 #include <sys/mount.h>
@@ -38,7 +38,7 @@ class MakeWorkers : public Batch {
     return table;
   }
 
-  // The tools that have been started and do not end by themselves.
+  // The started tools that do not stop on their own.
   Strings Hanging() const {
     Strings processes;
     std::ifstream lines(noted);
@@ -48,13 +48,13 @@ class MakeWorkers : public Batch {
     return processes;
   }
 
-  // Until it says that it has understood.
+  // Until it confirms the signal.
   void Interrupt(pid_t process, int signal) const {
     kill(process, signal);
     while (run.ErrorsSoFar().empty()) usleep(1000);
   }
 
-  // What is said by a run that has been interrupted.
+  // The messages of an interrupted run.
   static std::string Stopped(std::size_t files, const std::string& last) {
     return "tavithumb: finishing the running files; press Ctrl-C again to stop them at once\ntavithumb: stopped "
            "after " +
@@ -103,7 +103,7 @@ TEST_F(MakeWorkers, AFileThatEndsItsWorkerFailsAloneAndLeavesNothing) {
   }
 }
 
-// A preview that has to be turned is written under the final name, and the sizes before it stay made.
+// A preview that has to be rotated is written under the final name; the sizes made before it are kept.
 TEST_F(MakeWorkers, HalfOfAThumbnailIsRemovedAndWhatWasMadeBeforeStays) {
   const std::string jpeg = folder / "crash.jpg";
   MakeJpeg(jpeg, 1600, 1200);
@@ -196,7 +196,7 @@ TEST_F(MakeWorkers, FinishTheirFileAndTidyUpWhenTheParentIsKilled) {
   EXPECT_EQ(Names(EntryOf(source, "")), Strings{kSmallEntry});
 }
 
-// A terminal sends its signals to the group in front.
+// A terminal sends its signals to the foreground process group.
 TEST_F(MakeWorkers, WorkersAndToolsAreInGroupsOfTheirOwn) {
   Picture("hang.png");
   const pid_t process = run.Begin(Small("1"), ProbedStart());

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// Names of any bytes, typed from any folder, through both subcommands.
+// Names with any bytes, given from any folder, to both subcommands.
 #include <pictures.h>
 #include <sys/stat.h>
 
@@ -15,8 +15,8 @@ using nlohmann::json;
 struct Name {
   std::string bytes;
   std::string printable;  // on standard error
-  std::string hex;        // in JSON, where the bytes are not UTF-8
-  std::string text;       // in JSON; "" where it is the bytes
+  std::string hex;        // in JSON, if the bytes are not UTF-8
+  std::string text;       // in JSON; "" if it is the bytes
 };
 
 const std::vector<Name> names = {
@@ -198,7 +198,7 @@ TEST_F(NamesOfAnyBytes, WithAPercentPatternDoNotTroubleTheOtherTools) {
   EXPECT_EQ(outcome.err, "");
 }
 
-// Words that a parser of command lines may take for something of its own.
+// Words that a command line parser may interpret.
 TEST_F(NamesOfAnyBytes, MayLookLikePartsOfTheCommandLine) {
   for (const char* word :
        {"get", "info", "{}", "[]", "[a.png,b.png]", "[[0]]", "\"quoted\"", "'quoted'", "%%", "", "-1"}) {
@@ -233,7 +233,7 @@ TEST_F(NamesOfAnyBytes, BecomeAbsoluteAndStayAsTheyAreOtherwise) {
       {"", "deep/../a.png", "/deep/../a.png"},
       {"/deep", "../a.png", "/deep/../a.png"},
       {"/deep", "a.png", "/deep/a.png"},
-      // Behind a link ".." is the folder above its target, so it must not be worked out on the text.
+      // After a link, ".." is the parent of its target, so the path must not be simplified as text.
       {"", "link/../a.png", "/link/../a.png"},
       {"/deep/er", folder / "a.png", "/a.png"},
   };

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// Loaded before the platform's libraries, it gives the directory of a source's entries another name than the source's.
+// Loaded before the platform's libraries: gives the directory of a source's entries another name than the source's.
 #include <tavi/sdk.h>
 
 #include <cstdio>

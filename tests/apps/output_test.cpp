@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// Standard output that can't be written.
+// Standard output that can't be written to.
 #include <pictures.h>
 
 #include "command_runner.h"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// What `tavithumb make` shows while it runs, on a terminal and elsewhere.
+// What `tavithumb make` shows while it runs, on a terminal and without one.
 #include <fcntl.h>
 #include <pictures.h>
 #include <pty.h>
@@ -39,7 +39,7 @@ class ProgressLine : public Batch {
     ioctl(terminal_, TIOCSWINSZ, &size);
   }
 
-  // All that the command writes on the terminal while two pictures wait until `act` has been called.
+  // All output of the command on the terminal while two pictures wait for `act` to be called.
   std::string Show(const Strings& environment, const std::function<void(pid_t)>& act) {
     Start start = ProbedStart();
     start.terminal = terminal_;
@@ -68,7 +68,7 @@ class ProgressLine : public Batch {
     }
   }
 
-  // What has been drawn in the place of the line, one after the other.
+  // The successive texts of the progress line.
   static Strings Drawn(const std::string& shown) {
     Strings drawn;
     for (std::size_t begin = shown.find('\r'); begin != std::string::npos; begin = shown.find('\r', begin + 1)) {
@@ -93,7 +93,7 @@ TEST_F(ProgressLine, TellsHowManyAreDoneAndTheCurrentFileOnATerminal) {
   const Strings drawn = Drawn(shown);
   ASSERT_GE(drawn.size(), 2u);
   EXPECT_EQ(drawn.front(), "0/1  " + current);
-  EXPECT_EQ(drawn.back(), "");  // taken away before the summary
+  EXPECT_EQ(drawn.back(), "");  // erased before the summary
   EXPECT_EQ(shown.substr(0, 1), "\r");
   EXPECT_NE(shown.find(std::string("\r") + kErase + "files  "), std::string::npos) << shown;
 }
@@ -103,7 +103,7 @@ TEST_F(ProgressLine, FitsTheWidthWhateverTheNameIs) {
   MakePng(folder / name, 200, 100);
   Resize(29);
   const std::string shown = Show({"TERM=xterm"}, [&](pid_t) { AwaitShown(".png"); });
-  // 28 columns: 5 for "0/1  ", 3 dots; a wide character takes two columns, an accent none.
+  // 28 columns: 5 for "0/1  ", 3 dots; a wide character has two columns, an accent none.
   EXPECT_EQ(Drawn(shown).front(), "0/1  ...\xe6\x97\x8f\xe5\x86\x99\xe7\x9c\x9f e\xcc\x81\\x1b[2J.png");
   EXPECT_EQ(shown.find("\033[2J"), std::string::npos);
 }
@@ -136,7 +136,7 @@ TEST_F(ProgressLine, ComesBackBelowAProblem) {
   EXPECT_TRUE(behind == std::string(kErase) + "\r\n" || behind.substr(0, 2) == "\r\n") << shown;
 }
 
-// The line has no colours to begin with.
+// The line has no colours, with or without these variables.
 TEST_F(ProgressLine, HasNoColours) {
   MakePng(folder / "wait-1.png", 200, 100);
   for (const char* setting : {"NO_COLOR=1", "NO_COLOR="}) {

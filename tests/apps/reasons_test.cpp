@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// Why a file got no answer: one line that names it, the reason and the remedy.
+// Why a file has no answer: one line with its name, the reason and the remedy.
 #include <pictures.h>
 #include <sys/stat.h>
 
@@ -16,7 +16,7 @@ constexpr uid_t nobody = 65534;
 
 class Reasons : public testing::Test {
  protected:
-  // Asserts the whole outcome of one file that gets no answer, as lines and as JSON.
+  // Asserts the whole outcome for one file without an answer, as lines and as JSON.
   void ExpectNoAnswer(std::vector<std::string> arguments, const std::string& source, const std::string& reason,
                       const std::string& remedy, uid_t user = 0) const {
     SCOPED_TRACE(source);
@@ -38,7 +38,7 @@ class Reasons : public testing::Test {
     for (const char* subcommand : {"get", "info"}) ExpectNoAnswer({subcommand}, source, reason, remedy, user);
   }
 
-  // A bitmap whose facts can be read and whose pixels cannot: it claims a width that nothing can hold.
+  // A bitmap with readable facts and unreadable pixels: its header has an impossible width.
   static void MakeAbsurdBitmap(const std::string& path) {
     MakeBmp(path, 60, 40);
     std::string content = ReadFile(path);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// Which names are the library's, and what they tell.
+// Which names are the library's, and what they mean.
 #include "thumbs/stored_entries.h"
 
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// Loaded before the C library, it puts a folder of the test's in the place of the folders for temporary files, and the
+// Loaded before the C library: replaces the folders for temporary files by a folder of the test's, and sets the
 // clock forward.
 #include <fcntl.h>
 #include <sys/syscall.h>
@@ -26,7 +26,7 @@ int Open(int folder, const std::string& path, int flags) {
 
 extern "C" {
 
-// The program opens folders, and files that are there, by these alone.
+// The program opens folders and existing files only through these.
 __attribute__((visibility("default"))) int openat(int folder, const char* path, int flags, ...) {
   return Open(folder, path, flags);
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// The command line itself: what it refuses, and how it explains itself.
+// The command line itself: what it rejects, and what its help explains.
 #include <gmock/gmock.h>
 #include <pictures.h>
 
@@ -112,7 +112,7 @@ TEST(Usage, IsRefusedWithOneLineAndCode2) {
 
 struct Accepted {
   std::string size;
-  std::string entry;  // "" when the source itself serves
+  std::string entry;  // "" if the source is served unchanged
 };
 
 TEST(Usage, TakesEveryKindOfSize) {

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: GPL-3.0-or-later
-# dummy_platform_test.sh SOURCE   The library links and runs on another set of the four platform libraries: nothing in
+# dummy_platform_test.sh SOURCE   The library links and runs with another set of the four platform libraries: nothing in
 # it depends on our stand-ins.
 set -euo pipefail
 

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: GPL-3.0-or-later
-# install_test.sh SOURCE BUILD [FLAGS]   What is installed serves a consumer with CMake and with pkg-config, in C++17 and
-# C++20, compiled with FLAGS.
+# install_test.sh SOURCE BUILD [FLAGS]   The installed files work for a consumer with CMake and with pkg-config, in
+# C++17 and C++20, compiled with FLAGS.
 set -euo pipefail
 
 source=$1 build=$2 flags=${3-}
@@ -44,7 +44,7 @@ expected=$(
 )
 diff <(sort <<<"$expected") <(cd "$prefix" && find . ! -type d | sort) || fail "other files are installed"
 
-# The programs run where they lie, and the web program finds its policy.
+# The programs run where they are installed, and the web program finds its policy.
 [ "$("$prefix/bin/tavithumb" --version)" = "tavithumb 1.0.0" ] || fail "the installed command does not run"
 GATEWAY_INTERFACE=CGI/1.1 REQUEST_METHOD=GET REQUEST_URI=/list/ "$prefix/sbin/tavithumb-web" --tool-memory 0 \
   --root "$prefix/share" |
@@ -53,8 +53,8 @@ GATEWAY_INTERFACE=CGI/1.1 REQUEST_METHOD=GET REQUEST_URI=/list/ "$prefix/sbin/ta
 library=$prefix/$lib/libtavithumb.so
 readelf -d "$library" | grep -q 'SONAME.*\[libtavithumb.so.1\]' || fail "no SONAME libtavithumb.so.1"
 
-# The library shows its own classes and functions; templates of the C++ library and Exiv2's exception, which have to be
-# one with the caller's, at most.
+# The library exports its own classes and functions, and at most templates of the C++ library and Exiv2's exception,
+# which must be the same as the caller's.
 foreign=$(nm -DC --defined-only "$library" | cut -d ' ' -f 3- |
   grep -vE '^((vtable|typeinfo|typeinfo name) for )?(tavithumb|Exiv2)::|\b(std|__gnu_cxx)::|^__odr_asan' || true)
 [ -z "$foreign" ] || fail "it shows more than its interface: $foreign"
@@ -82,7 +82,7 @@ for standard in 17 20; do
   check "$work/consumer$standard"
 done
 
-# Each public header stands alone.
+# Each public header compiles on its own.
 for header in "$prefix"/include/tavithumb/*.h; do
   for standard in 17 20; do
     g++ -std="c++$standard" -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror -I"$prefix/include" -fsyntax-only \

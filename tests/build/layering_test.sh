@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: GPL-3.0-or-later
-# layering_test.sh SOURCE   Each floor knows only what lies below it.
+# layering_test.sh SOURCE   Each layer includes only those below it.
 set -uo pipefail
 cd "$1" || exit 1
 

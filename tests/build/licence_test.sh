@@ -1,12 +1,13 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: GPL-3.0-or-later
-# licence_test.sh SOURCE   Each file that can carry a comment names the licence in its first lines, and LICENSE is its text.
+# licence_test.sh SOURCE   Each file that can carry a comment names the licence in its first lines, and LICENSE has its
+# text.
 set -uo pipefail
 cd "$1" || exit 1
 git rev-parse --git-dir >/dev/null 2>&1 || { echo "SKIPPED: not a checkout of git"; exit 77; }
 
-# What can't: texts for people, pictures, JSON, lists of names, what fuzzers read, and what a program has written.
-# debian/copyright speaks for debian/.
+# Files that can't: texts for people, pictures, JSON, lists of names, fuzzers' input, and generated files.
+# debian/copyright covers debian/.
 silent='^(LICENSE|.*\.md|.*\.png|.*\.json|.*\.abi|debian/.*|tests/fuzz/corpus/.*|tests/packaging/files\.txt)$'
 failures=0
 while IFS= read -r -d '' file; do

@@ -1,9 +1,10 @@
 # SPDX-License-Identifier: GPL-3.0-or-later
-# Prints the commands of a document, one a line, what is said to come out of it behind a tab, its lines ended by "\n".
+# Prints the commands of a document, one per line, each followed by a tab and its documented output with "\n" for
+# newlines.
 #
-# Markdown (*.md): what is indented by four blanks; comments behind a command are left out.
-# Man pages (*.scd): in literal blocks, what stands behind the prompts "$ " and "# ", over several lines where one ends
-# with a backslash or a pipe; other lines are what comes out. Of a block without a prompt the first line counts as one.
+# Markdown (*.md): lines indented by four spaces, without the comments after a command.
+# Man pages (*.scd): in literal blocks, the text after the prompts "$ " and "# ", continued on the next line after a
+# backslash or a pipe; other lines are output. In a block without a prompt, the first line is the command.
 
 function give() {
   if (command != "") print command "\t" output

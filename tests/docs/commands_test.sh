@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: GPL-3.0-or-later
-# commands_test.sh SOURCE BUILD   Each command of the documents is run: here, or by the test that commands.txt names.
+# commands_test.sh SOURCE BUILD   Runs each command of the documents, or checks that the test named in commands.txt
+# does.
 set -uo pipefail
 export checkout=$1 build=$2
 tests=$(dirname "$(readlink -f "$0")")
@@ -15,7 +16,7 @@ fail() {
   failures=$((failures + 1))
 }
 
-# answers_until_ended COMMAND...   It prints the address of a page, which is there; Ctrl-C ends it.
+# answers_until_ended COMMAND...   It prints the address of a page that exists; Ctrl-C stops it.
 answers_until_ended() {
   local address="" process status=1
   setsid "$@" >"$sandbox/printed" 2>&1 &
@@ -32,7 +33,7 @@ answers_until_ended() {
   return "$status"
 }
 
-# listens_until_ended ADDRESS COMMAND...   It listens at a socket's path or HOST:PORT; then it is ended.
+# listens_until_ended ADDRESS COMMAND...   It listens on the path of a socket or HOST:PORT; then it is stopped.
 listens_until_ended() {
   local address=$1 process i status=1
   shift
@@ -48,14 +49,14 @@ listens_until_ended() {
   return "$status"
 }
 
-# measures COMMAND...   It prints its table. In so few rounds bounds may not hold; that is no matter here.
+# measures COMMAND...   It prints its table. With so few rounds, limits may be exceeded; that does not matter here.
 measures() {
   TAVITHUMB_BENCH_ROUNDS=2 "$@" >"$sandbox/table"
   [ $? -le 1 ] && head -n 1 "$sandbox/table" | grep -q '^what .* holds$'
 }
 export -f answers_until_ended listens_until_ended measures
 
-# A photo large enough that each thumbnail of it pays.
+# A photo so large that each of its thumbnails is worth storing.
 make_pictures() {
   /usr/bin/convert -size 2400x1600 -seed 7 plasma: +noise Gaussian -quality 92 "$work/scene.jpg"
   exiv2 -M'set Exif.Image.Orientation 1' "$work/scene.jpg"
@@ -63,7 +64,7 @@ make_pictures() {
   /usr/bin/convert "$work/scene.jpg" -resize 120 "$work/small.jpg"
 }
 
-# A machine's folders for one document, and what would change this machine replaced by something harmless.
+# A machine's folders for one document; commands that would change this machine are replaced by harmless ones.
 make_sandbox() {
   local name
   export sandbox=$work/sandbox pictures=$work/sandbox/srv/photos
@@ -82,7 +83,7 @@ make_sandbox() {
   stand_in sudo 'exec "$@"'
   stand_in useradd 'exit 0'
   stand_in systemctl 'exec /usr/bin/systemctl --root="$sandbox" ${@/--now/--quiet}'
-  # Other machines are this one.
+  # All other machines are this one.
   stand_in ssh 'while [ "$1" != first ] && [ "$1" != second ]; do shift; done; [ "$2" != -- ] || shift; shift; cd "$HOME"; exec sh -c "$*"'
   stand_in sbatch 'export SLURM_ARRAY_TASK_COUNT=16
     for ((SLURM_ARRAY_TASK_ID = 0; SLURM_ARRAY_TASK_ID < 16; SLURM_ARRAY_TASK_ID++)); do
@@ -110,7 +111,7 @@ run() {
   [ "$(cat "$work/out")" = "$expected" ] || fail "'$2' prints '$(cat "$work/out")', not '$expected'"
 }
 
-# Column 1 is a document, 2 a command of it, 3 what comes out.
+# Column 1 is a document, 2 one of its commands, 3 the output.
 given=$work/given table=$work/table
 for document in *.md docs/*.md docs/man/*.scd; do
   awk -f "$tests/commands.awk" "$document" | sed "s#^#$document\t#"
@@ -119,7 +120,7 @@ cut -f 1,2 "$given" >"$work/commands"
 awk '/^#/ || /^$/ { next } /^    / { sub(/^    /, ""); print document "\t" command "\t" $0; next }
      /^  / { sub(/^  /, ""); command = $0; next } { document = $0 }' "$tests/commands.txt" >"$table"
 
-# A row may stand for a document of a part that is not there.
+# A row may belong to a document of a component that is not here.
 while IFS=$'\t' read -r document command _; do
   [ ! -f "$document" ] || grep -qxF "$document"$'\t'"$command" "$work/commands" ||
     fail "commands.txt: $document has no command '$command'"

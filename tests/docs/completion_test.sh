@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: GPL-3.0-or-later
-# completion_test.sh SOURCE COMMAND WEB   bash, zsh and fish offer the subcommands and options that --help tells, and no
+# completion_test.sh SOURCE COMMAND WEB   bash, zsh and fish offer the subcommands and options listed by --help, and no
 # others.
 set -uo pipefail
 source=$1 command=$2 web=$3
@@ -19,7 +19,7 @@ cd "$work" || exit 1
 export HOME=$work
 failures=0
 
-# What a shell offers where a line ends, one a line.
+# What a shell offers at the end of a line, one per line.
 offers_of_bash() {
   # shellcheck disable=SC2016  # for the inner shell
   bash --norc -c '
@@ -49,7 +49,7 @@ compare() { # compare SHELL LINE EXPECTED OFFERED
 subcommands=$(subcommands_in_help "$command")
 [ -n "$subcommands" ] || { echo "FAILED: --help tells no subcommands"; exit 1; }
 for shell in bash zsh fish; do
-  # Of a subcommand that the program lacks, no option can be compared.
+  # Options of a subcommand that the program does not have can't be compared.
   compare "$shell" "tavithumb " "$subcommands" "$("offers_of_$shell" "tavithumb " | grep -v '^-')"
   compare "$shell" "tavithumb -" "$(options_in_help "$command")" "$("offers_of_$shell" "tavithumb -")"
   for subcommand in $subcommands; do
@@ -58,7 +58,7 @@ for shell in bash zsh fish; do
   done
   compare "$shell" "tavithumb-web -" "$(options_in_help "$web")" "$("offers_of_$shell" "tavithumb-web -")"
 
-  # Values too, and names of files.
+  # Also values and file names.
   compare "$shell" "tavithumb get --size " $'big\nlarge\nmedium\noriginal\nsmall\nxlarge' \
     "$("offers_of_$shell" "tavithumb get --size ")"
   touch "$work/a photo.jpg"

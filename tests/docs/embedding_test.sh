@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: GPL-3.0-or-later
-# embedding_test.sh SOURCE BUILD [FLAGS]   The callers in docs/embedding.md and libtavithumb(3), taken out of the documents,
-# compile without a warning, are at most twenty lines long, and do what is said of them.
+# embedding_test.sh SOURCE BUILD [FLAGS]   The example programs in docs/embedding.md and libtavithumb(3), extracted from
+# the documents, compile without a warning, have at most twenty lines, and do what the documents say.
 set -uo pipefail
 source=$1 build=$2 flags=${3-}
 work=$(mktemp -d)
@@ -16,10 +16,11 @@ fail() {
 }
 
 cd "$work" || exit 1
-# Each block begins with its name: "// ask.cpp: prints ...". What stands in an #include or is blank is no line of a caller.
+# Each block begins with its name: "// ask.cpp: prints ...". What stands in an #include or is blank is no line of a
+# caller.
 awk '/^```cpp$/ { getline; name = $2; sub(":", "", name) } /^```$/ { name = "" } name { print > name }' \
   "$source/docs/embedding.md"
-# The man page has one, taken as readers see it.
+# The man page has one, as its readers see it.
 scdoc <"$source/docs/man/libtavithumb.3.scd" | LC_ALL=C MANWIDTH=120 man -l -E ascii - | col -b |
   sed '1,/^EXAMPLE$/d; /^SEE ALSO$/,$d' >example.cpp
 [ "$(ls ./*.cpp)" = "$(printf './%s.cpp\n' ahead ask example serve store)" ] || fail "other callers: $(echo ./*.cpp)"

@@ -1,8 +1,8 @@
 # shellcheck shell=bash
 # SPDX-License-Identifier: GPL-3.0-or-later
-# Sourced: what the programs themselves say about their options, read from --help.
+# Sourced: the programs' own statements about their options, read from --help.
 
-# options_in_help PROGRAM [SUBCOMMAND]   one a line, sorted, short and long forms alike
+# options_in_help PROGRAM [SUBCOMMAND]   one per line, sorted, short and long forms alike
 options_in_help() {
   "$@" --help | sed -n '/^Options:/,/^$/s/^  \(-[^ ]*\).*/\1/p' | tr , '\n' | sort
 }

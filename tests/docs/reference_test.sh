@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: GPL-3.0-or-later
-# reference_test.sh SOURCE   Doxygen makes a reference of the public headers without a warning, and every class is in it.
+# reference_test.sh SOURCE   Doxygen generates a reference of the public headers without a warning, with every class in
+# it.
 set -uo pipefail
 cd "$1" || exit 1
 command -v doxygen >/dev/null || { echo "SKIPPED: doxygen is not installed"; exit 77; }

@@ -1,10 +1,10 @@
 # SPDX-License-Identifier: GPL-3.0-or-later
-# zsh -f zsh_offers.zsh FOLDER LINE   what an interactive zsh offers where LINE ends, with the completion in FOLDER: one a
-# line. Completion works on terminals alone, so a zsh on a pseudo-terminal is asked.
+# zsh -f zsh_offers.zsh FOLDER LINE   what an interactive zsh offers at the end of LINE, with the completion in FOLDER:
+# one per line. Completion works only on terminals, so this runs a zsh on a pseudo-terminal.
 zmodload zsh/zpty
 zpty inner zsh -f -i
 
-# Each match is printed instead of shown. What is typed comes back too, so "ready" is not typed as it is printed.
+# Each match is printed instead of listed. The terminal echoes the input, so "ready" is not typed as it is printed.
 zpty -w inner "stty -echo; PROMPT= fpath=(${(q)1} \$fpath); autoload -Uz compinit; compinit -D -u"
 zpty -w inner '
   compadd() {

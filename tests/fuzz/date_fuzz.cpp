@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// A date of HTTP.
+// An HTTP date.
 #include "fuzz.h"
 #include "http/http_date.h"
 

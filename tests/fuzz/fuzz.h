@@ -7,14 +7,14 @@
 #include <string>
 #include <string_view>
 
-// What the fuzzer calls with each text that it has thought of.
+// Called by the fuzzer with each input.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
 inline std::string TextOf(const std::uint8_t* data, std::size_t size) {
   return {reinterpret_cast<const char*>(data), size};
 }
 
-// What must always hold.
+// An invariant.
 inline void Require(bool condition) {
   if (!condition) std::abort();
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// A file name on its way to people and to JSON.
+// A file name, formatted for people and for JSON.
 #include "fuzz.h"
 #include "system/json_text.h"
 #include "system/paths.h"
@@ -17,7 +17,7 @@ std::string FromHex(std::string_view digits) {
   return bytes;
 }
 
-// The bytes that Printable() has written down.
+// The bytes that Printable() has formatted.
 std::string Unprintable(std::string_view text) {
   std::string bytes;
   while (!text.empty()) {
@@ -45,7 +45,7 @@ std::string Unprintable(std::string_view text) {
 
 void RequireOneHarmlessLine(const std::string& text) {
   for (const char byte : text) Require(static_cast<unsigned char>(byte) >= 0x20 && byte != 0x7F);
-  // What is no UTF-8, this one throws at.
+  // Throws if the text is not UTF-8.
   static_cast<void>(nlohmann::json(text).dump());
 }
 

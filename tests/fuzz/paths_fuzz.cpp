@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// A source's path and the name of an entry, in two lines: its ending, its folder, its EA paths.
+// The path of a source and the name of an entry, in two lines: extension, folder, EA paths.
 #include <tavi/sdk.h>
 #include <tavithumb/util.h>
 
@@ -31,7 +31,7 @@ void RequireFolder(const std::string& path) {
   if (folder.find_first_not_of('/') != folder.npos) Require(folder.back() != '/');
 }
 
-// In a buffer of exactly that size, so that a byte beyond it shows.
+// In a buffer of exactly that size, so that an access beyond it is detected.
 std::string EntryIn(std::size_t size, const std::string& source, const std::string& name) {
   std::vector<char> buffer(size, '?');
   if (TAVIEAPath(0, source.c_str(), name.c_str(), buffer.data(), size, 0) >= 0) return buffer.data();
@@ -40,7 +40,7 @@ std::string EntryIn(std::size_t size, const std::string& source, const std::stri
   return "";
 }
 
-// Below the source's own folder, in a directory of the source's name.
+// Below the source's own folder, in a directory named after the source.
 void RequireEntry(const std::string& source, const std::string& name, const std::string& entry) {
   const std::size_t slash = source.rfind('/') + 1;
   const std::string directory = source.substr(0, slash) + ".tavi_ea/" + source.substr(slash);
@@ -55,7 +55,7 @@ void RequireEntry(const std::string& source, const std::string& name, const std:
 }  // namespace
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const std::string text = TextOf(data, size).c_str();  // no name of a file holds a NUL
+  const std::string text = TextOf(data, size).c_str();  // no file name contains a NUL
   const std::size_t end = text.find('\n');
   const std::string source = text.substr(0, end);
   const std::string name = end == text.npos ? "" : text.substr(end + 1);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// The facts and the preview of a picture, whatever kind it claims to be.
+// The facts and the preview of a picture, whatever type it claims to be.
 #include <fcntl.h>
 #include <tavithumb/error.h>
 #include <tavithumb/thumb_info.h>
@@ -14,14 +14,14 @@
 
 using tavithumb::ThumbInfo;
 
-// What is thought up here does not belong in the log of this machine.
+// Nothing about the fuzzer's input belongs in this machine's log.
 extern "C" __attribute__((visibility("default"))) void syslog(int, const char*, ...) {}
 
 namespace {
 
 constexpr tavithumb::ThumbDimension box = {2147483647, 2147483647};
 
-// Rewritten for each picture. The name is one whose content libheif gets where Exiv2 knows no such kind.
+// Rewritten for each picture. With this name, libheif gets the content if Exiv2 does not know its type.
 class PictureFile {
  public:
   PictureFile()
@@ -52,7 +52,7 @@ int LowestFreeDescriptor() {
   return free;
 }
 
-// False when there are none, told in one of the ways that the programs know.
+// False if there are none, reported in one of the ways that the programs handle.
 bool HasFacts(ThumbInfo* info, bool withPreview) {
   try {
     info->ExtractImgInfo(withPreview);
@@ -61,7 +61,7 @@ bool HasFacts(ThumbInfo* info, bool withPreview) {
     Require(error.Code() == 601 || error.Code() == 602);
   } catch (const Exiv2::Error&) {
     Require(false);
-  } catch (const std::exception&) {  // an orientation that is no number
+  } catch (const std::exception&) {  // an orientation that is not a number
   }
   return false;
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// What a request says about parts and versions: six lines, and the file's size in the first eight bytes.
+// The range and version headers of a request: six lines, and the file's size in the first eight bytes.
 #include <cstring>
 
 #include "fuzz.h"

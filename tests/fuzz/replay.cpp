@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// Stands for the fuzzer where there is none: replay FOLDER...   gives each file of the folders to a target, which ends
-// the process when one breaks it.
+// Replaces the fuzzer: replay FOLDER...   passes each file of the folders to a target, which aborts the process if a
+// file breaks it.
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -22,7 +22,7 @@ int main(int argc, char** argv) {
   int files = 0;
   for (int i = 1; i < argc; ++i) {
     for (const std::filesystem::path& path : std::filesystem::directory_iterator(argv[i])) {
-      std::cout << path.string() << std::endl;  // at once: the next may be the last
+      std::cout << path.string() << std::endl;  // flushed now: this file may crash the process
       const std::string content = ContentOf(path);
       LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(content.data()), content.size());
       ++files;

@@ -16,7 +16,7 @@ std::string NetstringOf(const web::Variables& variables) {
   return std::to_string(block.size()) + ":" + block + ",";
 }
 
-// The length as far as it can be told from `start`; 0 when that begins no netstring.
+// The length, as far as `start` tells it; 0 if that does not start a netstring.
 std::optional<std::size_t> LengthOf(std::string_view start) {
   try {
     return web::ScgiLength(start);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// A request: its method, the prefix, what the client accepts and the address, in four lines.
+// A request: its method, the prefix, the types that the client accepts and the address, in four lines.
 #include <tavithumb/libtavithumb.h>
 
 #include "fuzz.h"
@@ -25,7 +25,7 @@ std::string SizeOf(const tavithumb::apps::Size& size) {
   return size.IsBox() ? std::to_string(size.box.width) + "x" + std::to_string(size.box.height) : size.name;
 }
 
-// An address that must mean the same.
+// An address with the same meaning.
 std::string AddressOf(const web::Target& target) {
   const char* const routes[] = {"/thumb", "/original", "/list"};
   std::string address = target.prefix + routes[static_cast<int>(target.route)];

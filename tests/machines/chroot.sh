@@ -1,9 +1,9 @@
 # SPDX-License-Identifier: GPL-3.0-or-later
-# For scripts that try the project on another machine: a throw-away Debian in a folder, with this machine's way to its
-# package mirror. To be sourced by bash, with $0 naming who complains.
+# For scripts that try the project on another machine: a temporary Debian in a folder, which reaches its package mirror
+# in the same way as this machine. To be sourced by bash, with $0 as the name in error messages.
 
-# new_chroot RELEASE   makes it in the folder $chroot, which is removed at the end. With $TAVITHUMB_CHROOT it is made in
-# that folder, kept, and used again.
+# new_chroot RELEASE   creates it in the folder $chroot, which is removed at the end. With $TAVITHUMB_CHROOT it is
+# created in that folder, kept, and used again.
 new_chroot() {
   if [ "$(id -u)" -ne 0 ]; then
     echo "$(basename "$0"): only root can make a chroot; run it as root" >&2
@@ -23,7 +23,7 @@ new_chroot() {
   copy_settings
 }
 
-# From where this machine's own packages come.
+# The source of this machine's own packages.
 debian_mirror() {
   local mirrors
   mirrors=$(apt-get indextargets --format '$(ORIGIN)|$(LABEL)|$(REPO_URI)' | sed -n 's/^Debian|Debian|//p')
@@ -34,7 +34,7 @@ debian_mirror() {
   head -n 1 <<<"$mirrors"
 }
 
-# How this machine gets there: names, certificates, apt's proxies and accounts.
+# How this machine reaches it: names, certificates, apt's proxies and accounts.
 copy_settings() {
   local path
   for path in /etc/resolv.conf /etc/hosts /etc/ssl/certs /usr/local/share/ca-certificates /etc/apt/auth.conf \
@@ -46,7 +46,7 @@ copy_settings() {
   apt-config dump Acquire >"$chroot/etc/apt/apt.conf.d/99machine"
 }
 
-# What is committed, to /checkout/tavithumb there.
+# The committed files, to /checkout/tavithumb there.
 clone_project() {
   local clone=$chroot/checkout/tavithumb
   [ -d "$clone" ] || git clone --quiet --no-checkout . "$clone"
@@ -54,8 +54,8 @@ clone_project() {
   git -C "$clone" checkout --quiet --detach --force FETCH_HEAD
 }
 
-# in_chroot COMMAND...   runs it there, as root, the sample photos beside the work. Its mounts and processes end with it.
-# The folder becomes the root of the mounts, since in a mere chroot nobody can make a user namespace.
+# in_chroot COMMAND...   runs it there, as root, with the sample photos next to the checkout. Its mounts and processes
+# end with it. The folder becomes the root of the mounts, because user namespaces can't be created in a plain chroot.
 in_chroot() {
   local samples
   samples=$(readlink -f "${TAVITHUMB_SAMPLES:-../shared/samples}" || true)

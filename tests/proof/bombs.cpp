@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// Bombs are given to a process that has loaded the library, to the command, and to the web program: all refuse or
-// finish within the limits of docs/serving.md, and the process with the library stays small, whatever its tools take.
-// Only Exiv2 can make it large, by blocks that it reads as a whole; the programs bound what they let it read.
+// Gives bombs to a process that has loaded the library, to the command, and to the web program: all of them reject a
+// file or finish within the limits of docs/serving.md, and the process with the library stays small, whatever its tools
+// use. Only Exiv2 can make it large, with blocks that it reads as a whole; the programs limit what it may read.
 // bombs quick|full PROGRAMS POLICY
 #include <fcntl.h>
 #include <sys/wait.h>
@@ -29,11 +29,11 @@ namespace fs = std::filesystem;
 namespace tavithumb::proof {
 namespace {
 
-// As the web program has them.
+// The same as in the web program.
 constexpr Limits kLimits = {20, TOOL_MEMORY, 1024};
 constexpr unsigned kMostCallerMiB = 64;
 constexpr int kDeadline = 30;
-// For what a loaded machine adds to a deadline.
+// Added to a deadline for a loaded machine.
 constexpr double kPatience = 60;
 
 unsigned PeakMiB() {
@@ -44,7 +44,7 @@ unsigned PeakMiB() {
   throw std::runtime_error("no VmHWM");
 }
 
-// How much a process has held at most that asks the library for a thumbnail. Throws when it did not survive.
+// The peak memory of a process that asks the library for a thumbnail. Throws if it did not survive.
 unsigned PeakOfCaller(const std::string& source) {
   int ends[2];
   if (pipe(ends) != 0) throw std::runtime_error("pipe");
@@ -68,7 +68,7 @@ unsigned PeakOfCaller(const std::string& source) {
   return peak;
 }
 
-// "" when the command has answered, or said in one line why not.
+// "" if the command has answered, or has printed one line with the reason.
 std::string FlawOfCommand(const Run& run) {
   const bool answered = run.code == 0 && run.err.empty() && std::count(run.out.begin(), run.out.end(), '\n') == 1;
   const bool refused = run.code == 1 && run.out.empty() && std::count(run.err.begin(), run.err.end(), '\n') == 1 &&
@@ -76,7 +76,7 @@ std::string FlawOfCommand(const Run& run) {
   return answered || refused ? "" : "the command ended with " + std::to_string(run.code) + ": " + run.out + run.err;
 }
 
-// The status of a response; 0 when there is none.
+// The status of a response; 0 if there is none.
 int StatusOf(const std::string& response) {
   if (response.rfind("Status: ", 0) == 0) return std::atoi(response.c_str() + std::strlen("Status: "));
   return response.empty() ? 0 : 200;
@@ -93,8 +93,8 @@ std::string FlawOfWebProgram(const Run& run) {
   return "";
 }
 
-// What no program may leave behind. What convert leaves when it is killed lies in /tmp where its caller has given it no
-// other place.
+// Files that no program may leave behind. A convert that is killed leaves its own in /tmp if its caller has not given
+// it another folder.
 std::string Leftovers() {
   std::string left;
   for (const std::string& path : test::TemporaryFiles()) left += path + " ";
@@ -108,7 +108,7 @@ class Proof {
  public:
   Proof(std::string programs, std::string policy) : programs_(std::move(programs)), policy_(std::move(policy)) {}
 
-  // What is wrong; "" when nothing is.
+  // A description of the failure; "" if there is none.
   std::string Try(const Bomb& bomb) {
     const test::TempDir folder;
     const std::string source = folder / (std::string("bomb.") + bomb.extension);
@@ -161,7 +161,7 @@ class Proof {
                        "REQUEST_URI=/thumb/" + path.filename().string() + "?size=small&animate=1"});
   }
 
-  // "" when a program has refused the source for its metadata, and has stayed small.
+  // "" if a program has rejected the source for its metadata, and has stayed small.
   std::string FlawOfRefusal(const Run& run, int code) {
     programPeaks_.Take(run.peakMiB);
     const bool saysWhy = (run.out + run.err).find("its metadata takes too much memory") != std::string::npos;

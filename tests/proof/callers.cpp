@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// Requests of all kinds from callers in odd states: the results are those that a plain caller gets, and what belongs
-// to the caller, its children, signal handlers, masks and descriptors, is as it was.
+// Requests of all types from callers in unusual states: the results are the same as for an ordinary caller, and what
+// belongs to the caller, its children, signal handlers, masks and descriptors, is unchanged.
 #include <fcntl.h>
 #include <pthread.h>
 #include <signal.h>
@@ -119,7 +119,7 @@ const std::vector<State> kStates = {
      false, false},
 };
 
-// What of the caller must stay as it is.
+// The caller's state that must not change.
 struct Belongings {
   std::map<int, std::pair<sighandler_t, int>> handlers;
   std::string mask;
@@ -144,7 +144,7 @@ Belongings Take() {
   return belongings;
 }
 
-// A child of the caller that has ended and waits to be reaped; in a caller that ignores its children, one that runs.
+// A child of the caller that has exited and has not been reaped; in a caller that ignores its children, a running one.
 pid_t MakeOwnChild(bool ends) {
   const pid_t child = fork();
   if (child == 0) {
@@ -194,7 +194,7 @@ void AskOnSmallStack(Request* request) {
   pthread_attr_destroy(&attributes);
 }
 
-// In a process of its own, which tells what is wrong in the file `report`.
+// In a process of its own, which writes failures to the file `report`.
 void Serve(const State& state, const Kind& kind, const Source& source, const std::string& expected) {
   state.enter();
   const pid_t own = MakeOwnChild(state.keepsChildren);
@@ -207,7 +207,7 @@ void Serve(const State& state, const Kind& kind, const Source& source, const std
   Require(IsStillOurs(own, state.keepsChildren), "a child of the caller was reaped");
 }
 
-// What is wrong; "" when nothing.
+// A description of the failure; "" if there is none.
 std::string FlawOfCaller(const State& state, const Kind& kind, const Source& source, const std::string& expected,
                          const std::string& report) {
   fs::remove(report);
@@ -230,7 +230,7 @@ std::string FlawOfCaller(const State& state, const Kind& kind, const Source& sou
 
 class Proof {
  public:
-  // How many requests there were.
+  // The number of requests.
   void Run(const State& state, const Kind& kind) {
     if (kind.leavesPipe || (kind.delivers && !state.hasOutput)) return;
     const std::string name = std::string(kind.name) + ", a caller that " + state.name;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// Makes every system call that a request of each kind makes fail, one after the other, once and from then on; and each
-// of its allocations. The outcome must be a documented one each time.
+// Makes every system call of a request of each type fail, one after the other, once and from then on, and each of its
+// allocations. The result must be a documented one each time.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <gnu/libc-version.h>
@@ -35,7 +35,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// What a request's process does meanwhile, for its parent to see; null in the parent itself.
+// What a request's process is doing, for its parent to see; null in the parent itself.
 struct Doings {
   volatile bool losesIds;
   volatile bool looksForAccount;
@@ -47,7 +47,7 @@ const auto getTrueAccount = reinterpret_cast<GetAccount>(dlsym(RTLD_NEXT, "getpw
 
 }  // namespace
 
-// Before the C library's: it ends the process itself when its own memory runs out here.
+// Replaces the C library's, which aborts the process if its own memory runs out here.
 extern "C" __attribute__((visibility("default"))) int getpwnam_r(const char* name, passwd* entry, char* buffer,
                                                                  std::size_t size, passwd** found) {
   if (doings != nullptr) doings->looksForAccount = true;
@@ -56,7 +56,8 @@ extern "C" __attribute__((visibility("default"))) int getpwnam_r(const char* nam
   return result;
 }
 
-// Before the C library's: nothing goes to the system's log, and what a save could not take back is seen.
+// Replaces the C library's: nothing is written to the system's log, and a save that fails to switch its user back is
+// noticed.
 extern "C" __attribute__((visibility("default"))) void syslog(int priority, const char* /*format*/, ...) {
   if (doings != nullptr && priority == (LOG_AUTH | LOG_CRIT)) doings->losesIds = true;
 }
@@ -95,7 +96,7 @@ const std::vector<Call> kCalls = {
 
 enum Result { kNone, kAnswer, kNothing, kError, kNoMemory, kOther };
 
-// What a request came to, as its process tells.
+// The result of a request, as reported by its process.
 struct Report {
   Doings doings;
   Result result;
@@ -131,7 +132,7 @@ void Request(const Kind& kind, const std::string& source, Report* report, volati
   *armed = false;
 }
 
-// The child process: a caller that runs as somebody else with the right to be root again, as services do.
+// The child process: a caller that runs as another user and may become root again, as services do.
 void Serve(const Kind& kind, const Source& source, const std::string& body, unsigned failing, bool forEver,
            Report* report, volatile bool* armed) {
   const rlimit none{0, 0};
@@ -149,7 +150,7 @@ void Serve(const Kind& kind, const Source& source, const std::string& body, unsi
   report->hasChildren = HasChildren();
 }
 
-// All runs of one kind.
+// All runs of one type.
 class Campaign {
  public:
   Campaign(const Kind& kind, const std::string& folder, Injector* injector, Report* report)
@@ -168,12 +169,12 @@ class Campaign {
         fault, [&](volatile bool* armed) { Serve(kind_, source_, body_, failingAllocation, forEver, report_, armed); });
   }
 
-  // The C library ends a process whose memory runs out while it looks for an account the first time.
+  // The C library aborts a process whose memory runs out during its first lookup of an account.
   bool DiedInCLibrary(const Ending& ending) const {
     return WIFSIGNALED(ending.status) && report_->doings.looksForAccount;
   }
 
-  // What is wrong, "" when nothing.
+  // A description of the failure, "" if there is none.
   std::string Flaw(const Ending& ending) {
     if (!ending.inTime) return "it hangs";
     if (!WIFEXITED(ending.status)) return "it died of signal " + std::to_string(WTERMSIG(ending.status));
@@ -195,10 +196,10 @@ class Campaign {
     return FlawInEADirectory(source_, kind_, pictures_);
   }
 
-  // What the request and its tools wrote on standard error.
+  // The output of the request and its tools on standard error.
   std::string Errors() const { return test::ReadFile(body_ + ".errors"); }
 
-  // What lies in /tmp and /var/tmp must carry one of the documented names; it is counted and taken away.
+  // Files in /tmp and /var/tmp must have one of the documented names; they are counted and removed.
   std::string TakeTemporaryFiles(std::size_t* count) const {
     const std::vector<std::string> known = test::TemporaryFiles();
     *count += known.size() + CountTemporaryEntries(source_);
@@ -209,7 +210,7 @@ class Campaign {
   }
 
  private:
-  // Behind the headers stands a whole picture.
+  // A complete picture follows the headers.
   bool IsDelivered() {
     const std::string response = test::ReadFile(body_);
     const std::size_t end = response.find("\r\n\r\n");
@@ -257,7 +258,7 @@ class Proof {
     FailAllocations(&campaign, kind, allocations);
   }
 
-  // The rows, and whether all went well.
+  // The rows, and whether all passed.
   bool Print() const {
     for (const auto& [name, tally] : tallies_) {
       std::printf(

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// Photos of all kinds under names of all kinds: the tools are started as for a plain name but for the name itself, the
-// answer is the same, and no other file appears, changes or vanishes. Through the library and through the command.
+// Photos of all types under names of all types: the tools are started as for a plain name except for the name itself,
+// the answer is the same, and no other file is created, changed or removed. Through the library and the command.
 // file_names quick|full COMMAND RECORDER
 #include <fcntl.h>
 #include <sys/wait.h>
@@ -34,15 +34,15 @@ namespace {
 
 constexpr char kPlain[] = "plain";
 
-// A way through the library.
+// A use of the library.
 struct Way {
   const char* name;
   bool isQuick;
   const char* extension;
   void (*make)(const std::string& path);
-  bool converts;  // by convert, which reads patterns in names
+  bool converts;  // with convert, which expands patterns in names
   int options = 0;
-  std::vector<std::string> flags = {};  // of the command, for the same
+  std::vector<std::string> flags = {};  // of the command, for the same request
   bool onVolumeWithoutEntries = false;
 };
 
@@ -85,7 +85,7 @@ const std::vector<Way>& Ways() {
   return ways;
 }
 
-// Names without their extension, some of which mean something to somebody.
+// Names without their extension, some of which mean something to a tool.
 std::vector<std::string> Names(bool isFull, std::size_t extensionSize) {
   std::vector<std::string> names = {"%d", "50%", "x[0]*", "- '\"`$(touch y)`;@a:b\n\xFF",
                                     std::string(254 - extensionSize, 'n')};
@@ -142,7 +142,7 @@ std::vector<std::string> Names(bool isFull, std::size_t extensionSize) {
   return names;
 }
 
-// What convert would take for the number of a frame, or for other files.
+// Names that convert would take for a frame number, or for other files.
 bool IsPattern(const Way& way, const std::string& name) {
   if (way.options == Thumb::OPT_ENABLE_GIF && name.find('%') != std::string::npos) return true;
   return std::regex_search(name, std::regex("%[0-9]*[dox]|%%|%\\[|[*?{}]|\\["));
@@ -161,7 +161,7 @@ Tree TreeBelow(const std::string& folder) {
   return tree;
 }
 
-// Everything in both temporary folders, which are this proof's own, but for what lies below `own`.
+// Everything in both temporary folders, which are private to this proof, except below `own`.
 Tree Surroundings(const std::string& own) {
   Tree tree = TreeBelow("/tmp");
   tree.merge(TreeBelow("/var/tmp"));
@@ -172,7 +172,7 @@ Tree Surroundings(const std::string& own) {
   return tree;
 }
 
-// A photo under a name, in a folder of files that a tool could take for it.
+// A photo under a name, in a folder of files that a tool could mistake for it.
 class Place {
  public:
   Place(const std::string& photo, const std::string& base, const std::string& below = "")
@@ -197,7 +197,7 @@ class Place {
   const std::string& Source() const { return source_; }
   const std::string& Directory() const { return directory_; }
 
-  // An argument or a path as it is for every name: what stands for the name, and numbers that differ.
+  // An argument or a path in a form independent of the name: placeholders for the name and for numbers that differ.
   std::string General(const std::string& text) const {
     static const std::regex numbers("_[0-9]+");
     static const std::string frames = "/var/tmp/convert_thumbnail__";
@@ -222,7 +222,7 @@ class Place {
   const std::string directory_;
 };
 
-// What came of a request, in words that do not depend on the name.
+// The result of a request, in a form independent of the name.
 struct Outcome {
   std::string answer;
   std::string content;
@@ -276,7 +276,7 @@ class Proof {
  private:
   template <typename Ask>
   Outcome Observe(const Place& place, const Ask& ask) {
-    std::error_code tooLong;  // so is the path of what is not there
+    std::error_code tooLong;  // the path of a missing file is too long as well
     fs::remove_all(place.Directory(), tooLong);
     fs::remove_all(record_ / "answer");
     fs::remove_all(record_ / "arguments");
@@ -316,7 +316,7 @@ class Proof {
     _exit(0);
   }
 
-  // The command that is recorded as well is no tool.
+  // The recorded command itself is not a tool.
   std::vector<std::string> Runs(const Place& place) const {
     std::vector<std::string> runs;
     const std::string records = test::ReadFile(record_ / "arguments");
@@ -348,7 +348,7 @@ struct Tally {
   unsigned traps = 0, followed = 0;
 };
 
-// What may come of a name that convert does not take as it is: nothing, the photo itself, or no animation.
+// Results allowed for a name that convert does not take literally: no answer, the photo itself, or no animation.
 bool IsRefusal(const Way& way, const Outcome& outcome) {
   if (outcome.answer.empty() || outcome.answer == "<source>") return true;
   return way.options == Thumb::OPT_ENABLE_GIF && !outcome.content.empty();
@@ -368,7 +368,7 @@ void Judge(const Way& way, const std::string& base, const Outcome& plain, const 
   for (const std::string& run : outcome.runs) std::fprintf(stderr, "  %s\n", run.c_str());
 }
 
-// A file is called like a frame of the photo; its content would make convert write another one.
+// A file is named like a frame of the photo; its content would make convert write another one.
 void SetTrap(const Place& place) {
   test::WriteFile(place.Source() + "[0]", place.Source() + " -write " + place.Folder() + "/trap.png");
 }
@@ -391,8 +391,8 @@ void TryWay(const Way& way, bool isFull, Proof* proof, Tally* tally) {
   if (!proof->AskLibrary(way, trapped).flaw.empty()) ++tally->followed;
 }
 
-// A photo whose path has 4,095 bytes, the most that there can be, has no place for a thumbnail beside it; one whose
-// path has 4,096 bytes is no file.
+// A photo whose path has 4,095 bytes, the maximum, has no place for a thumbnail next to it; one whose path has 4,096
+// bytes is not a file.
 void TryLongPaths(Proof* proof, Tally* tally) {
   const test::TempDir photos;
   const Way& way = Ways().front();

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// Requests on volumes that are full, read-only, take no EA entries, or are unmounted meanwhile.
+// Requests on volumes that are full, read-only, cannot store EA entries, or are unmounted during the request.
 #include <fcntl.h>
 #include <sys/mount.h>
 #include <sys/statvfs.h>
@@ -32,7 +32,7 @@ constexpr std::uintmax_t kFree = 1048576;
 constexpr std::uintmax_t kImageSize = 67108864;
 constexpr int kCannotRunHere = 77;
 
-// A file system in a file, mounted while this lives. `make` is the command that makes it, less the file's name.
+// A file system in a file, mounted while this lives. `make` is the command that creates it, without the file's name.
 class Volume {
  public:
   Volume(const std::string& folder, std::vector<std::string> make, std::uintmax_t size)
@@ -52,11 +52,11 @@ class Volume {
 
   const std::string& Path() const { return path_; }
   void Mount() const { test::RunTool({"/usr/bin/mount", "-o", "loop", image_, path_}); }
-  // Takes its name away; what is open stays so.
+  // Detaches it; open files stay open.
   void Vanish() const { Require(umount2(path_.c_str(), MNT_DETACH) == 0, "umount2"); }
   void MakeReadOnly() const { test::RunTool({"/usr/bin/mount", "-o", "remount,ro", path_}); }
 
-  // Leaves so much free.
+  // Leaves this much free.
   void Fill(std::uintmax_t free) const {
     const int filler = open((path_ + "/filler").c_str(), O_WRONLY | O_CREAT, 0600);
     const std::string block(4096, 'x');
@@ -73,7 +73,8 @@ class Volume {
 
 const std::vector<std::string> kMakeExt4 = {"/usr/sbin/mkfs.ext4", "-q", "-F", "-m", "0", "-N", "4096"};
 
-// ImageMagick 7 ends well when the last bytes that it writes find no room: what is broken then is not the library's.
+// ImageMagick 7 exits with 0 if the last bytes that it writes do not fit: a thumbnail broken by that is not the
+// library's.
 bool ConvertTellsOfFullDisk() {
   const test::TempDir folder;
   Require(mount("full", folder.Path().c_str(), "tmpfs", 0, "size=4k") == 0, "mount");
@@ -95,7 +96,7 @@ std::string Answer(const Kind& kind, const std::string& source) {
   }
 }
 
-// The kinds that answer with a file, except those that bring more than a source.
+// The types that answer with a file, except those that need more than a source.
 std::vector<const Kind*> FileKinds() {
   std::vector<const Kind*> kinds;
   for (const Kind& kind : Kinds()) {
@@ -104,7 +105,7 @@ std::vector<const Kind*> FileKinds() {
   return kinds;
 }
 
-// One of each kind, then the same again under other names; with the older thumbnails.
+// One of each type, then the same again under other names; with the older thumbnails.
 std::vector<Source> MakeSources(const std::string& folder, std::size_t count) {
   const std::vector<const Kind*> kinds = FileKinds();
   std::vector<Source> sources;
@@ -136,7 +137,7 @@ class Proof {
   }
 
  private:
-  // Asks for it, and looks at what lies there afterwards.
+  // Requests it, and checks what is stored afterwards.
   std::string Ask(const Source& source, const Kind& kind, Tally* tally) {
     const std::string answer = Answer(kind, source.Path());
     ++tally->requests;
@@ -194,7 +195,7 @@ class Proof {
     holds_ = holds_ && tally.left == 0 && tally.broken == 0;
   }
 
-  // What dcraw makes needs a place on the volume itself: a raw file gets no thumbnail there.
+  // The output of dcraw needs space on the volume itself: a raw file gets no thumbnail there.
   void UseVolumeWithoutEntries() {
     const test::TempDir folder;
     const std::vector<const Kind*> kinds = FileKinds();
@@ -216,7 +217,7 @@ class Proof {
     holds_ = holds_ && tally.answers + 1 == tally.requests;
   }
 
-  // The volume goes away at a random moment of a request, and comes back.
+  // The volume is unmounted at a random moment of a request, and mounted again.
   void LoseVolume() {
     const test::TempDir folder;
     const Volume volume(folder.Path(), kMakeExt4, kImageSize);

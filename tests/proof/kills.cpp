@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// Kills requests of each kind, the caller together with its tools, at random moments. What lies under a final name
-// afterwards is whole; what is left behind carries a temporary name and goes with the command's "clean".
-// kills quick|full COMMAND LATER   LATER is loaded into the command: its clock is hours ahead there, as what is left
-// behind must be an hour old to go.
+// Kills requests of each type, the caller together with its tools, at random moments. A file under a final name is
+// complete afterwards; what is left behind has a temporary name and is removed by the command's "clean".
+// kills quick|full COMMAND LATER   LATER is loaded into the command and sets its clock hours ahead, because leftovers
+// are removed only when they are an hour old.
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
@@ -36,7 +36,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using Micros = std::chrono::microseconds;
 
-// A process, and a group of its own, that makes one request.
+// A process, in a group of its own, that makes one request.
 pid_t StartRequest(const Kind& kind, const std::string& source) {
   std::fflush(nullptr);
   const pid_t child = fork();
@@ -49,7 +49,7 @@ pid_t StartRequest(const Kind& kind, const std::string& source) {
   return child;
 }
 
-// Waits for all children, those that a killed caller left among them; the end of `child`.
+// Reaps all children, including those of a killed caller; returns the status of `child`.
 int EndOf(pid_t child) {
   int end = 0;
   for (;;) {
@@ -68,7 +68,7 @@ Micros TimeOf(const Kind& kind, const Source& source) {
   return std::chrono::duration_cast<Micros>(Clock::now() - start);
 }
 
-// Sees what is written in a folder.
+// Watches what is written in a folder.
 class Watch {
  public:
   explicit Watch(const std::string& folder) : events_(inotify_init1(IN_CLOEXEC)) {
@@ -78,7 +78,7 @@ class Watch {
   Watch(const Watch&) = delete;
   Watch& operator=(const Watch&) = delete;
 
-  // Waits until something was written so many times, or for so long.
+  // Waits for this many writes, or for this long.
   void Await(int times, Micros patience) const {
     const auto end = Clock::now() + patience;
     pollfd entry{events_, POLLIN, 0};
@@ -95,7 +95,7 @@ class Watch {
 struct Tally {
   unsigned kills = 0;
   unsigned wrong = 0;
-  unsigned replaced = 0;  // the new thumbnail was in place already
+  unsigned replaced = 0;  // the new thumbnail was already in place
   std::size_t left = 0;
   unsigned notCleaned = 0;
 };
@@ -106,7 +106,7 @@ class Proof {
     prctl(PR_SET_CHILD_SUBREAPER, 1);
   }
 
-  // `kills` requests of these kinds in turn die before they end.
+  // `kills` requests of these types, in turn, are killed before they finish.
   Tally KillAll(const std::vector<const Kind*>& kinds, const test::TempDir& folder, unsigned kills) {
     Tally tally;
     std::vector<Source> sources;
@@ -123,7 +123,7 @@ class Proof {
   }
 
  private:
-  // At any moment; every other time at one when something changes where the thumbnail is to lie.
+  // At any moment; every other time at one when something changes where the thumbnail will be stored.
   void Kill(const Kind& kind, const Source& source, Micros time, Tally* tally) {
     source.Reset();
     const bool atAChange = kind.hasOlder && ++turn_ % 2 == 0;
@@ -132,7 +132,7 @@ class Proof {
     if (atAChange) watch.Await(static_cast<int>(Upto(8)), time);
     std::this_thread::sleep_for(Micros(Upto(atAChange ? 500 : time.count())));
     kill(-child, SIGKILL);
-    if (!WIFSIGNALED(EndOf(child))) return;  // it was done before
+    if (!WIFSIGNALED(EndOf(child))) return;  // it had finished before
     ++tally->kills;
     Judge(kind, source, tally);
   }
@@ -189,7 +189,7 @@ bool Prove(bool isFull, const std::string& command, const std::string& later) {
   Proof proof(command, later);
   const test::TempDir besideTmp;
   setenv("TMPDIR", "/var/tmp", 1);
-  const test::TempDir elsewhere;  // another volume than /tmp
+  const test::TempDir elsewhere;  // on another volume than /tmp
   const unsigned directKills = isFull ? 200 : 5;
   const Tally saved =
       proof.KillAll(KindsThat([](const Kind& kind) { return !kind.writesFinalName; }), besideTmp, isFull ? 1000 : 20);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// Many requests in one process, of all kinds, good ones and bad ones; and many threads.
+// Many requests in one process, of all types, valid and invalid; and many threads.
 // many_jobs jobs|threads|ids quick|full
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -31,7 +31,7 @@ namespace {
 constexpr uid_t kUser = 12345;
 constexpr uid_t kUnseen = static_cast<uid_t>(-1);
 
-// A save that gives a thumbnail to root waits there until another thread has looked at its user.
+// A save that gives a thumbnail to root waits there until another thread has read its user.
 std::atomic<bool> awaitsLook{false};
 std::atomic<bool> isInSave{false};
 std::atomic<uid_t> seen{kUnseen};
@@ -40,7 +40,7 @@ using Chown = int (*)(const char*, uid_t, gid_t);
 
 }  // namespace
 
-// Before the C library's.
+// Replaces the C library's.
 extern "C" __attribute__((visibility("default"))) int chown(const char* path, uid_t user, gid_t group) {
   static const auto real = reinterpret_cast<Chown>(dlsym(RTLD_NEXT, "chown"));
   if (awaitsLook) {
@@ -73,17 +73,17 @@ long ResidentMemory() {
   return resident * (sysconf(_SC_PAGESIZE) / 1024);
 }
 
-// Two jobs that start anew; one that is answered from the store; and one with a source that is none.
+// Two jobs that make a new thumbnail; one that finds a stored one; and one whose source does not exist.
 void RunJob(const Kind& kind, const Source& source, const std::string& broken, unsigned number) {
   const bool isBroken = number % 4 == 3;
   const bool isStored = number % 4 == 2 && kind.prepare == nullptr;
   if (!isBroken && !isStored) source.Reset();
   const bool isAnswered = !Answer(kind, isBroken ? broken : source.Path()).empty();
   Require(isAnswered != isBroken, (isBroken ? "an answer for a text: " : "no answer: ") + std::string(kind.name));
-  for (const std::string& path : test::TemporaryFiles()) fs::remove(path);  // answers that the caller takes away
+  for (const std::string& path : test::TemporaryFiles()) fs::remove(path);  // answers that the caller deletes
 }
 
-// The kinds that leave nothing open in their process.
+// The types that leave nothing open in their process.
 std::vector<const Kind*> LastingKinds() {
   std::vector<const Kind*> kinds;
   for (const Kind& kind : Kinds()) {
@@ -150,7 +150,7 @@ void RunThreads(unsigned rounds, std::FILE* rows) {
                rounds);
 }
 
-// Another thread's look at its user, while this one saves.
+// The user that another thread sees while this one saves.
 void ShowIdsDuringSave(std::FILE* rows) {
   const test::TempDir folder;
   fs::permissions(folder.Path(), fs::perms(0755));
@@ -175,7 +175,7 @@ void ShowIdsDuringSave(std::FILE* rows) {
       kUser, seen.load());
 }
 
-// Rows go to standard output as it is now; what jobs deliver goes nowhere.
+// Rows go to the current standard output; what jobs deliver is discarded.
 std::FILE* OpenRows() {
   std::FILE* const rows = fdopen(dup(STDOUT_FILENO), "w");
   Redirect({STDOUT_FILENO}, "/dev/null");

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// Files whose name promises another kind than they hold: the command shows a picture for what it is, and refuses all
-// else in one line, with nothing made. What is no picture cannot have other files read for it either.
+// Files whose name promises another type than they contain: the command shows a picture as what it is, and rejects
+// everything else with one line, making nothing. A file that is not a picture can't make it read other files either.
 // mislabelled quick|full COMMAND
 #include <algorithm>
 #include <cstdio>
@@ -21,8 +21,8 @@ namespace fs = std::filesystem;
 namespace tavithumb::proof {
 namespace {
 
-// All that IsSupportImage() knows. Behind the first eight, and but for the last two, convert calls a decoder of its own
-// for raw photos by the name alone.
+// All that IsSupportImage() knows. For the extensions after the first eight, except the last two, convert chooses its
+// own decoder for raw photos by the name alone.
 constexpr std::size_t kPlainExtensions = 8;
 const std::vector<std::string> kExtensions = {
     "jpg", "jpeg", "jpe", "bmp", "png", "tif", "tiff", "gif", "arw", "srf", "sr2", "dcr", "k25", "kdc", "cr2",  "crw",
@@ -35,14 +35,14 @@ struct Content {
   std::string name;
   std::function<void(const std::string& path)> make;
   Shown shown;
-  std::string reason = "";  // why not
+  std::string reason = "";  // why there is no answer
 };
 
 std::function<void(const std::string& path)> Bytes(const std::string& content) {
   return [content](const std::string& path) { test::WriteFile(path, content); };
 }
 
-// Drawings that show another picture, at `secret`.
+// Drawings that include another picture, at `secret`.
 std::string Svg(const std::string& secret) {
   return "<svg xmlns=\"http://www.w3.org/2000/svg\" xmlns:xlink=\"http://www.w3.org/1999/xlink\" width=\"900\" "
          "height=\"900\"><image width=\"900\" height=\"900\" xlink:href=\"" +
@@ -141,10 +141,10 @@ class Proof {
     return IsRawName(extension) || !MayBeShown(content, extension);
   }
 
-  // The thumbnail has the shape of the scene, which is none of the secret's.
+  // The thumbnail has the shape of the scene, which is not that of the secret.
   bool IsScene(const Run& run) const {
     if (!run.err.empty() || !EndsInLine(run.out)) return false;
-    const std::string copy = folder_ / "answer";  // its content alone tells what it is
+    const std::string copy = folder_ / "answer";  // only its content tells the type
     fs::copy_file(run.out.substr(0, run.out.size() - 1), copy, fs::copy_options::overwrite_existing);
     const test::PictureFacts facts = test::Identify(copy);
     return facts.width * 2 == facts.height * 3 && facts.width >= 120 && facts.width <= 150;

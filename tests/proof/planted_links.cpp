@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// A stranger knows the names that the library writes under, and has put links there before it comes. With the kernel's
-// protection of links on, nothing that they lead to is written. Links of the process's own user show that the names
-// were the right ones, and what strangers' links would do without that protection.
+// Another user knows the names that the library writes to, and has created links there before. With the kernel's
+// protection of links, nothing that they point to is written. Links of the process's own user show that the names were
+// right, and what another user's links would do without that protection.
 // planted_links quick|full
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -33,7 +33,7 @@ constexpr uid_t kStranger = 65534;
 constexpr std::time_t kSecondsAhead = 30;
 constexpr char kSecret[] = "a secret";
 
-// What a stranger can tell of a request to come.
+// What another user can predict about a request.
 struct Moment {
   std::string source;
   std::string process;
@@ -43,7 +43,7 @@ struct Moment {
 std::string FirstRandomNumber() {
   std::srand(1);
   const std::string number = std::to_string(std::rand());
-  std::srand(1);  // as in a process that has just begun
+  std::srand(1);  // as in a process that has just started
   return number;
 }
 
@@ -56,11 +56,11 @@ void MakeAnimation(const std::string& path) {
   test::MakeGif(path, 200, 150, 3);
 }
 
-// Where a link leads that may be followed: convert of ImageMagick 6, unlike that of 7, writes to no file that is not
-// there yet, and a move replaces links.
+// The target of a link that may be followed: convert of ImageMagick 6, unlike that of 7, does not write to a file that
+// does not exist yet, and a move replaces links.
 enum class Leads { kAnywhere, kByConvert, kNowhere };
 
-// One name that the library or a tool writes under.
+// One name that the library or a tool writes to.
 struct Name {
   const char* what;
   const char* extension;
@@ -101,7 +101,7 @@ const std::vector<Name>& NamesToTake() {
   return names;
 }
 
-// A folder for everybody, as /tmp is, with one photo in it; and a folder of somebody's that is none of their business.
+// A folder for everybody, like /tmp, with one photo in it; and a folder that belongs to another user.
 class Scene {
  public:
   explicit Scene(const Name& name) : name_(name), source_(shared_ / (std::string("a.") + name.extension)) {
@@ -109,8 +109,8 @@ class Scene {
     if (chmod(shared_.Path().c_str(), 01777) != 0) throw std::runtime_error("chmod");
   }
 
-  // A request, with links of `owner` in its way that lead to an existing file, or to one that is not there yet. True
-  // when they led it there.
+  // A request, with links of `owner` in its way to an existing file, or to one that does not exist yet. True if it
+  // followed them.
   bool IsLedAstray(uid_t owner, bool toExisting) {
     Prepare();
     int start[2];
@@ -126,7 +126,8 @@ class Scene {
     return test::ReadFile(secret_) != kSecret || test::Exists(missing_);
   }
 
-  // The same, where a stranger has made the whole EA directory, with the links in it; `linked` when it is one itself.
+  // The same, but another user has created the whole EA directory, with the links in it; `linked` if it is a link
+  // itself.
   bool IsLedAstrayByDirectory(bool linked) {
     Prepare();
     fs::remove_all(shared_ / ".tavi_ea");
@@ -150,7 +151,7 @@ class Scene {
     if (!file::MakeEADir(source_)) throw std::runtime_error("no EA directory");
     fs::remove(missing_);
     test::WriteFile(secret_, kSecret);
-    test::SetTimes(secret_, 0, 0);  // too old to pass for a thumbnail that is there already
+    test::SetTimes(secret_, 0, 0);  // too old to be taken for an existing thumbnail
   }
 
   [[noreturn]] void Request(int (&start)[2]) const {
@@ -171,7 +172,7 @@ class Scene {
     const std::time_t now = std::time(nullptr);
     for (std::time_t second = now; second < now + kSecondsAhead; ++second) {
       const std::string link = name_.place({source_, std::to_string(process), std::to_string(second)});
-      if (symlink(target.c_str(), link.c_str()) != 0) break;  // a name without a second in it
+      if (symlink(target.c_str(), link.c_str()) != 0) break;  // a name without seconds in it
       if (lchown(link.c_str(), owner, owner) != 0) throw std::runtime_error("lchown " + link);
       links_.push_back(link);
     }
@@ -198,7 +199,7 @@ bool IsExpectedOfOwn(const Name& name, bool toExisting, bool isLed) {
   return isLed == (name.leads != Leads::kNowhere);
 }
 
-// Names with two seconds in them are missed where a new second begins between the two: more tries find them.
+// Names with two times in them are missed if a second passes between the two: more attempts find them.
 bool FindsOwn(Scene* scene, bool toExisting) {
   for (int i = 0; i < 5; ++i) {
     if (scene->IsLedAstray(geteuid(), toExisting)) return true;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// Requests of all kinds while the tools misbehave, in the place of the real ones: the outcome is a documented one.
+// Requests of all types while misbehaving tools replace the real ones: the result is a documented one.
 #include <fcntl.h>
 #include <sched.h>
 #include <signal.h>
@@ -43,19 +43,19 @@ constexpr std::initializer_list<const char*> kTools = {"djpeg", "jpegtran", "dcr
 
 enum class Expected { failure, success, anything };
 
-// How a tool behaves: a script, "" for none; REAL stands for the real tool's path, SIZE for what it prints.
+// How a tool behaves: a script, "" for none; REAL is the real tool's path, SIZE what it prints.
 struct Behaviour {
   const char* name;
   std::string script;
   mode_t mode = 0755;
   Expected expected = Expected::failure;
-  // It says that all is well, and its output is no picture.
+  // It exits with 0, and its output is not a picture.
   bool liesAboutOutput = false;
   bool hangs = false;
 };
 
 const std::string kShell = "#!/bin/sh\n";
-// The file that a tool is to write.
+// The output file of a tool.
 const std::string kFindOutput =
     "for output; do [ \"$last\" = -outfile ] && break; last=$output; done\n"
     "case $0 in *dcraw | *jpegtran) output=/dev/stdout ;; esac\n";
@@ -97,13 +97,13 @@ void Need(bool done, const char* what) {
   std::abort();
 }
 
-// In a process with mounts of its own: a /usr/bin that has the misbehaving tools, and what scripts need.
+// In a process with mounts of its own: a /usr/bin with the misbehaving tools, and what scripts need.
 void InstallTools(const Behaviour& behaviour, const std::string& real, const std::string& size) {
   Need(unshare(CLONE_NEWNS) == 0, "unshare");
   std::map<std::string, std::string> programs;
   fs::create_directories(real);
   fs::create_directories(real + ".named");
-  for (const std::string tool : kTools) {  // ImageMagick 7 is many programs: which one, its name tells
+  for (const std::string tool : kTools) {  // ImageMagick 7 is one program: its name selects the tool
     programs[tool] = real + ".named/" + tool;
     std::error_code isThere;
     fs::create_symlink(real + "/" + fs::canonical("/usr/bin/" + tool).filename().string(), programs[tool], isThere);
@@ -149,7 +149,7 @@ struct Ending {
   unsigned toolsEnded = 0;
 };
 
-// Waits for the process. Hanging tools are ended by somebody else, as a deadline of the program around would do.
+// Waits for the process. Hanging tools are killed from outside, as by a deadline of the surrounding program.
 Ending Await(pid_t process, bool endTools) {
   Ending ending;
   for (const auto end = Clock::now() + kPatience; Clock::now() < end;) {
@@ -246,13 +246,13 @@ class Proof {
     return behaviour.liesAboutOutput ? "" : FlawInEADirectory(source, kind, pictures_);
   }
 
-  // What the exit status alone can tell. What a pipe brings is told by nothing, and what dcraw prints is the picture.
+  // What the exit status alone shows. Nothing checks the data in a pipe, and dcraw's output is the picture.
   std::string WrongAnswer(const Behaviour& behaviour, const Kind& kind, const Source& source) {
     const std::string answer = report_->answer;
     const bool isWhole = !answer.empty() && pictures_.Holds(answer);
     if (!UsesTools(kind)) return isWhole ? "" : "no whole answer without any tool: " + answer;
     if (kind.leavesPipe || behaviour.expected == Expected::anything) return "";
-    const bool isNone = answer.empty() || answer == source.Path();  // small JPEGs serve as they are
+    const bool isNone = answer.empty() || answer == source.Path();  // small JPEGs are served unchanged
     if (behaviour.expected == Expected::failure) return isNone ? "" : "an answer: " + answer;
     const bool isRaw = std::strcmp(kind.name, "raw") == 0;
     return isWhole || (isRaw && answer.empty()) ? "" : "no whole answer: " + answer;

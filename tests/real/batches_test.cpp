@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// Thumbnails made ahead of time, and existing ones registered.
+// Thumbnails made ahead of time, and existing ones stored.
 #include <tavithumb/error.h>
 
 #include "real_support.h"
@@ -45,7 +45,7 @@ TEST_F(Batches, WithoutFactsNothingCanBeMadeOfAPicture) {
   EXPECT_EQ(EAEntries(source), Entries{});
 }
 
-// Nothing is known of the source, so dcraw's preview is taken as it is for every size.
+// Nothing is known about the source, so dcraw's preview is used unchanged for every size.
 TEST_F(Batches, WithoutFactsARawFilesPreviewIsStoredAsItIs) {
   MakeJpeg(directory_ / "preview.jpg", 900, 600);
   MakeRaf(Source("a.raf"), directory_ / "preview.jpg");
@@ -70,7 +70,7 @@ TEST_F(Batches, AnUnknownSizeIsSkippedAndSoIsOneThatNeedsNoConversion) {
   EXPECT_EQ(job.Convert(std::initializer_list<ThumbDimension>{}), 0);
 }
 
-// The size "original" has no letter to store its thumbnail under: the work file stays behind.
+// The size "original" has no letter for the name of its thumbnail: the work file is left behind.
 TEST_F(Batches, TheOriginalSizeIsNeverMade) {
   MakeTiff(Source("a.tif"), 60, 40);
   const std::string source = Dated(Source("a.tif"));
@@ -111,7 +111,7 @@ TEST_F(Batches, ExistingThumbnailsGetTheTimeThatIsGiven) {
   const std::string source = Png(600, 400);
   EXPECT_TRUE(Thumb(source, 0, false).SaveExistingThumbsToEA({{"small", Thumbnail("s.png")}}, kSourceTime + 5, false));
   EXPECT_EQ(ModificationTime(EAEntry(source, "TAVIFILE_THUMB_S.png")), kSourceTime + 5);
-  // A source of time 0 gives none: the thumbnail keeps its own.
+  // A source with time 0 provides none: the thumbnail keeps its own.
   SetTimes(source, 0, 0);
   EXPECT_TRUE(Thumb(source, 0, false).SaveExistingThumbsToEA({{"small", Thumbnail("s.png")}}, 0, false));
   EXPECT_EQ(ModificationTime(EAEntry(source, "TAVIFILE_THUMB_S.png")), 7);

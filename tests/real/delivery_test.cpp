@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// Whole HTTP responses, read from a pipe that is the standard output of a process that serves one request.
+// Whole HTTP responses, read from a pipe that is the standard output of a process that answers one request.
 #include <fcntl.h>
 
 #include "real_support.h"
@@ -59,7 +59,7 @@ class Delivery : public RealTest {
     EXPECT_EQ(response.text, "");
   }
 
-  // A source with an Albumex thumbnail of 320 x 208 pixels: whole blocks, so that every turn is lossless.
+  // A source with an Albumex thumbnail of 320 x 208 pixels: whole blocks, so that every rotation is lossless.
   std::string WithAlbumexThumbnail() const {
     const std::string source = Source("a.jpg");
     MakeJpeg(source, 640, 416);
@@ -139,7 +139,7 @@ TEST_F(Delivery, TheOriginalIsWrittenUnderItsOwnType) {
                  return job.OutputOriginalImage();
                }),
                mimeType, source);
-    // Asked for as a size, it goes out under the type of its thumbnails.
+    // Requested as a size, it is sent with the type of its thumbnails.
     ExpectFile(Serve([&] { return Thumb(source, 0, false).Output("original"); }), "image/jpeg", source);
   }
 }
@@ -186,7 +186,7 @@ TEST_F(Delivery, AnAlbumexThumbnailIsWrittenDirectlyWithoutATurnOfTheUser) {
   }
 }
 
-// The orientation of the source is left out: Albumex thumbnails are stored upright.
+// The orientation of the source is ignored: Albumex thumbnails are stored auto-oriented.
 TEST_F(Delivery, AnAlbumexThumbnailIsTurnedOnTheWayAndItsFileStaysAsItIs) {
   const std::string source = WithAlbumexThumbnail();
   SetExif(source, {{"Exif.Image.Orientation", "6"}});

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// Sources on a volume that takes no entries: a read-only disk image, mounted where only a child process sees it.
+// Sources on a volume that cannot store entries: a read-only disk image, mounted where only a child process sees it.
 #include <sched.h>
 #include <sys/mount.h>
 
@@ -26,14 +26,14 @@ class OnADiskImage : public RealTest {
 
   void Pack() const { RunTool({"/usr/bin/mksquashfs", folder_, image_, "-noappend", "-quiet", "-no-progress"}); }
 
-  // Mounts the image for this process alone; the mount goes with the process.
+  // Mounts the image for this process only; the mount goes away with the process.
   void Enter() const {
     if (unshare(CLONE_NEWNS) != 0) throw std::runtime_error("unshare");
     if (mount("none", "/", "", MS_REC | MS_PRIVATE, nullptr) != 0) throw std::runtime_error("mount");
     RunTool({"/bin/mount", "-t", "squashfs", "-o", "loop,ro", image_, volume_});
   }
 
-  // Runs `body` where what was put into the folder is on the volume. Nothing of the body may be left.
+  // Runs `body` with the files of the folder on the volume. It must leave nothing behind.
   void OnVolume(const std::function<void()>& body) const {
     Pack();
     InChild([&] {
@@ -47,7 +47,7 @@ class OnADiskImage : public RealTest {
   std::string InFolder(const std::string& name) const { return folder_ + "/" + mark_ + name; }
   std::string OnVolume(const std::string& name) const { return volume_ + "/" + mark_ + name; }
 
-  // Asks, expects a temporary file of that tag as the answer, lets `look` see it, and deletes it.
+  // Makes a request, expects a temporary file with that tag as the answer, passes it to `look`, and deletes it.
   void ExpectTemporary(Thumb& job, const std::string& size, const std::string& tag, const std::string& mimeType,
                        const std::function<void(const std::string&)>& look) const {
     const std::time_t before = std::time(nullptr);
@@ -99,7 +99,7 @@ TEST_F(OnADiskImage, TheThumbnailIsATemporaryFileThatTheCallerDeletes) {
                           EXPECT_EQ(facts.frames, kind.frames);
                           ExpectScene(path);
                         });
-        EXPECT_FALSE(job.IsNeedDelete());  // said for decoded JPEGs alone
+        EXPECT_FALSE(job.IsNeedDelete());  // set only for decoded JPEGs
       }
     }
   });
@@ -167,7 +167,7 @@ TEST_F(OnADiskImage, AnEmbeddedPreviewIsGivenUpAndTakenAway) {
   });
 }
 
-// dcraw's preview would have to be kept beside the source, and convert may or may not know camera raw by itself.
+// dcraw's preview would have to be stored next to the source, and convert may or may not support camera raw itself.
 TEST_F(OnADiskImage, ARawFileLeavesNothingBehind) {
   MakeJpeg(directory_ / "preview.jpg", 240, 160);
   MakeRaf(InFolder("a.raf"), directory_ / "preview.jpg");

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// Every kind of source at every size, with the real tools.
+// Every type of source at every size, with the real tools.
 #include "real_support.h"
 
 namespace tavithumb::test {
@@ -7,7 +7,7 @@ namespace {
 
 struct Row {
   const char* size;
-  std::string entry;  // in the EA directory; "" when the source itself is the answer
+  std::string entry;  // in the EA directory; "" if the source itself is the answer
   std::string format;
   int width;
   int height;
@@ -15,7 +15,7 @@ struct Row {
 
 class Kinds : public RealTest {
  protected:
-  // Asks for each row's size beside an EA directory that is empty.
+  // Requests each row's size with an empty EA directory.
   void ExpectRows(const std::string& source, int options, const std::string& mimeType, const std::vector<Row>& rows,
                   int frames = 1) {
     for (const Row& row : rows) {
@@ -147,8 +147,8 @@ TEST_F(Kinds, AHeicPhotoWithoutMetadataGetsNothing) {
   }
 }
 
-// Too large a preview goes through dcraw and comes out as BMP data; a fitting one is scaled in one go and written
-// straight to its place; too small a one is taken by dcraw all the same.
+// A preview that is too large is decoded through dcraw and becomes BMP data; one that fits is scaled in one step and
+// written directly to its final path; one that is too small is still extracted by dcraw.
 TEST_F(Kinds, ARawFileBecomesAThumbnailOfItsPreview) {
   MakeJpeg(directory_ / "preview.jpg", 900, 600);
   MakeRaf(Source("a.raf"), directory_ / "preview.jpg");
@@ -190,8 +190,8 @@ TEST_F(Kinds, ARawFileWithAnOrientationIsTurnedUprightByBothWays) {
     const std::string source = Source("a" + std::to_string(orientation) + ".raf");
     MakeRaf(source, preview);
     Dated(source);
-    ExpectScene(Ask(source, "small").path);  // by dcraw
-    ExpectScene(Ask(source, "big").path);    // by the preview
+    ExpectScene(Ask(source, "small").path);  // from dcraw
+    ExpectScene(Ask(source, "big").path);    // from the preview
   }
 }
 
@@ -267,7 +267,7 @@ TEST_F(Kinds, AlbumexThumbnailsAreFoundByTheNewNameAndThenTheOldOne) {
   ExpectAnswer(Ask(source, "medium", options), newer, "Albumex", "image/png");
   ExpectAnswer(Ask(source, "medium", kBrovix), EAEntry(source, "TAVIFILE_THUMB_M.png"), "Brovix", "image/png");
   ExpectAnswer(Ask(source, "medium", options), newer, "Albumex", "image/png");
-  // An avatar is looked for in its own place alone.
+  // An avatar is only looked up under its own name.
   ExpectAnswer(Ask(source, "medium", options | Thumb::OPT_AVATAR), EAEntry(source, "TAVIAVATAR_360x360.png"), "Brovix",
                "image/png");
 }
@@ -291,7 +291,7 @@ TEST_F(Kinds, LargeGoesByThePixelCountAndXlargeByTheBox) {
   ExpectAnswer(Ask(Source("wide.png"), "large"), Source("wide.png"), "Original", "image/png");
   ExpectAnswer(Ask(Source("wide.png"), "xlarge"), EAEntry(Source("wide.png"), "TAVIFILE_THUMB_XL.png"), "Brovix",
                "image/png");
-  // What one of them stored serves the other.
+  // A thumbnail stored for one of them also serves the other.
   ExpectAnswer(Ask(Source("wide.png"), "large"), EAEntry(Source("wide.png"), "TAVIFILE_THUMB_XL.png"), "Brovix",
                "image/png");
 }

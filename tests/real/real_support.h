@@ -23,9 +23,9 @@ namespace tavithumb::test {
 
 constexpr std::time_t kSourceTime = 1600000000;
 constexpr double kSameScene = 0.06;  // scaled, recompressed, cut by a few pixels
-constexpr double kOtherScene = 0.1;  // turned or mirrored
+constexpr double kOtherScene = 0.1;  // rotated or mirrored
 
-// One more than there are: the look itself takes one.
+// One more than there are: counting opens one.
 inline std::size_t OpenDescriptors() {
   return Names("/proc/self/fd").size();
 }
@@ -40,7 +40,7 @@ inline struct stat StatOf(const std::string& path) {
   return record;
 }
 
-// A request's outcome as its caller sees it.
+// The result of a request, as its caller sees it.
 struct Answer {
   std::string path;
   std::string type;
@@ -80,8 +80,8 @@ inline void ExpectPicture(const std::string& path, const std::string& format, in
   EXPECT_EQ(facts.frames, frames);
 }
 
-// Stored for every service to use: open to all, root's, of its source's time and never read. A process that can't
-// become root keeps what it made as it is. To be asked before the content is looked at.
+// Stored for every service to use: open to everybody, owned by root, with its source's time and never read. A process
+// that can't become root keeps what it made unchanged. To be called before the content is read.
 inline void ExpectStoredFor(const std::string& source, const std::string& thumb) {
   const struct stat record = StatOf(thumb);
   EXPECT_EQ(record.st_mode, mode_t{S_IFREG | 0777});
@@ -92,7 +92,7 @@ inline void ExpectStoredFor(const std::string& source, const std::string& thumb)
   EXPECT_EQ(record.st_atime, 0);
 }
 
-// Where the stand-in keeps an entry of a source.
+// Where the stand-in stores an entry of a source.
 inline std::string EAEntry(const std::string& source, const std::string& name) {
   const std::filesystem::path path(source);
   return path.parent_path() / ".tavi_ea" / path.filename() / name;
@@ -102,7 +102,7 @@ inline std::vector<std::string> EAEntries(const std::string& source) {
   return Names(EAEntry(source, ""));
 }
 
-// The exit status of a child process that runs `body` and exits with its result; -1 when it died otherwise.
+// The exit status of a child process that runs `body` and exits with its result; -1 if it was killed.
 inline int StatusOfChild(const std::function<int()>& body) {
   std::fflush(nullptr);
   const pid_t child = fork();
@@ -121,7 +121,7 @@ inline int StatusOfChild(const std::function<int()>& body) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-// Runs `body` in a child process and fails when an expectation fails there.
+// Runs `body` in a child process and fails if an expectation fails there.
 inline void InChild(const std::function<void()>& body) {
   EXPECT_EQ(StatusOfChild([&] {
               body();
@@ -131,7 +131,7 @@ inline void InChild(const std::function<void()>& body) {
       << "see the child's failures above";
 }
 
-// A directory for the sources of one test; afterwards no temporary file, no open descriptor and no child may be left.
+// A directory for the sources of one test; no temporary file, open descriptor or child may be left afterwards.
 class RealTest : public testing::Test {
  protected:
   void SetUp() override {
@@ -146,7 +146,7 @@ class RealTest : public testing::Test {
     EXPECT_FALSE(HasChildren());
   }
 
-  // The path of a source, which carries this process's id so that its temporary files can be told.
+  // The path of a source, which contains this process's id so that its temporary files can be recognised.
   std::string Source(const std::string& name) const { return directory_ / (mark_ + name); }
 
   // Sets a source's time, well in the past.
@@ -155,7 +155,7 @@ class RealTest : public testing::Test {
     return source;
   }
 
-  // A JPEG of at least `bytes` bytes, by padding behind its end: online mode serves small files as they are.
+  // A JPEG of at least `bytes` bytes, padded after its end: online mode serves small files unchanged.
   std::string Jpeg(const std::string& name, int width, int height, std::uintmax_t bytes) const {
     const std::string source = Source(name);
     MakeJpeg(source, width, height);
@@ -163,7 +163,7 @@ class RealTest : public testing::Test {
     return Dated(source);
   }
 
-  // A JPEG as a camera stores it in that orientation: upright when the orientation is applied.
+  // A JPEG as a camera stores it with that orientation: upright when the orientation is applied.
   std::string OrientedJpeg(const std::string& name, int orientation, std::uintmax_t bytes) const {
     static const std::vector<std::vector<std::string>> toStored = {{},
                                                                    {"-flop"},

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// Real camera files, asked for in every size.
+// Real camera files, requested in every size.
 #include <tavithumb/error.h>
 
 #include <exiv2/exiv2.hpp>
@@ -24,8 +24,8 @@ const std::vector<Request> kRequests = {
     {"small", Thumb::OPT_AVATAR, 0}, {"medium", kBrovix, 1}, {"small", kBrovix | Thumb::OPT_ENABLE_GIF, 0}};
 
 // An outcome per request: "=" the source itself, "-" no answer, "~" no answer while djpeg's partial picture stays
-// beside the source, "!601" that error, "*" whatever, or the entry (without the common beginning of its name), type and
-// size of what was made. "missing" is a name without a file: an avatar that was taken from a preview lies under another
+// next to the source, "!601" that error, "*" any, or the entry (without the common start of its name), type and size of
+// what was made. "missing" is a name without a file: an avatar made from a preview is stored under another
 // name.
 std::vector<std::string> All(const char* outcome) {
   return std::vector<std::string>(kRequests.size(), outcome);
@@ -36,8 +36,8 @@ struct Row {
   std::vector<std::string> outcomes;
 };
 
-// A turned avatar is 1x1 where the picture that it is cut from is smaller than the source: nothing of it lies where
-// the cut is made.
+// A rotated avatar is 1x1 if the picture that it is cropped from is smaller than the source: the crop lies outside of
+// it.
 const std::vector<Row> kRows = {
     {"broken/badwidth.bmp", {"-", "-", "-", "-", "-", "=", "-", "-", "-"}},
     {"broken/empty.jpg", All("!601")},
@@ -122,8 +122,8 @@ const std::vector<Row> kRows = {
       "AVATAR_120x120.jpg BMP3 504x378", "M_r1.jpg JPEG 270x360", "S.jpg BMP3 504x378"}},
     {"raw/CanonRaw.cr2", {"-", "-", "-", "-", "-", "-", "-", "~", "-"}},
     {"raw/CanonRaw.crw", {"-", "-", "-", "-", "-", "-", "-", "~", "-"}},
-// Later releases of Exiv2 give no size for these, so that their preview's counts; and the convert that comes with them
-// may know camera raw by itself.
+// Later releases of Exiv2 report no size for these, so that their preview's is used; and the convert in those systems
+// may support camera raw itself.
 #if EXIV2_TEST_VERSION(0, 28, 0)
     {"raw/FujiFilm.raf",
      {"S.jpg JPEG 120x90", "M.jpg BMP3 160x120", "B.jpg BMP3 160x120", "XL.jpg BMP3 160x120", "XL.jpg BMP3 160x120",
@@ -178,7 +178,7 @@ class Samples : public RealTest {
     if (samples_.empty()) GTEST_SKIP() << "needs the folder of real camera files (TAVITHUMB_SAMPLES)";
   }
 
-  // A copy that the test may write beside.
+  // A copy whose folder the test may write to.
   std::string Copy(const std::string& file) const {
     const std::string source = Source(std::filesystem::path(file).filename());
     std::filesystem::copy_file(samples_ + "/" + file, source, std::filesystem::copy_options::overwrite_existing);
@@ -186,7 +186,7 @@ class Samples : public RealTest {
     return Dated(source);
   }
 
-  // The outcome of a request, in the table's words.
+  // The outcome of a request, in the notation of the table.
   static std::string Outcome(const std::string& source, const Request& request) {
     Answer answer;
     try {
@@ -227,7 +227,7 @@ class Samples : public RealTest {
     }
   }
 
-  // Nothing but the thumbnail lies beside the source after each request.
+  // After each request, only the thumbnail is next to the source.
   void ExpectRow(const Row& row) const {
     const std::string source = Copy(row.file);
     const std::string content = ReadFile(source);
@@ -280,8 +280,8 @@ TEST_F(Samples, BrokenFilesAreAnsweredOrRefused) {
   ExpectRowsOf("broken");
 }
 
-// Each carries its orientation as a large number, so they are further apart than the same picture would be, but not
-// as far as when turned (0.15 and more).
+// Each shows its orientation as a large number, so they differ more than the same picture would, but less than if
+// rotated (0.15 and more).
 TEST_F(Samples, OfTheEightOrientationsComeOutTheSameWayUp) {
   const std::string upright = samples_ + "/orientation/landscape_1.jpg";
   for (int orientation = 1; orientation <= 8; ++orientation) {
@@ -295,7 +295,7 @@ TEST_F(Samples, OfTheEightOrientationsComeOutTheSameWayUp) {
   }
 }
 
-// At a size at which no preview of another cut is used.
+// At a size at which no preview with another crop is used.
 TEST_F(Samples, ShowWhatTheirSourcesShow) {
   const std::string expected = directory_ / "expected.png";
   for (const char* file :
@@ -306,7 +306,7 @@ TEST_F(Samples, ShowWhatTheirSourcesShow) {
         "still/sample.png", "still/indexed.png", "still/rgba.png", "still/1.webp"}) {
     SCOPED_TRACE(file);
     const std::string source = Copy(file);
-    const bool heic = std::string(file).rfind("heic/", 0) == 0;  // their rotation is applied as they are read
+    const bool heic = std::string(file).rfind("heic/", 0) == 0;  // their rotation is applied when they are read
     RunTool({"/usr/bin/convert", source + "[0]", heic ? "+repage" : "-auto-orient", "-resize", "64x64!", expected});
     EXPECT_LT(Difference(Ask(source, "medium").path, expected), kSameScene);
   }
@@ -320,7 +320,7 @@ struct Facts {
   int orientation;
 };
 
-// As stored. HEIC photos are measured with their rotation applied, and carry no type.
+// As stored. HEIC photos are measured with their rotation applied, and have no type.
 const Facts kFacts[] = {{"photos/nikon-d3100.jpg", "image/jpeg", 4608, 3072, 1},
                         {"photos/samsung-s7-edge.jpg", "image/jpeg", 4032, 3024, 1},
                         {"photos/iphone-6-plus.jpg", "image/jpeg", 2448, 3264, 1},
@@ -396,7 +396,7 @@ TEST_F(Samples, OfNoKnownTypeHaveNoFacts) {
 struct Preview {
   const char* file;
   std::uint32_t side;  // of the box
-  std::string size;    // of the preview that is taken; "" for none
+  std::string size;    // of the preview that is used; "" for none
 };
 
 const Preview kPreviews[] = {{"photos/nikon-d3100.jpg", 120, "JPEG 160x120"},

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// What is stored, for whom, for how long, and where when the volume takes no entries.
+// What is stored, for whom, for how long, and where if the volume cannot store entries.
 #include <grp.h>
 #include <tavithumb/error.h>
 
@@ -74,12 +74,12 @@ TEST_F(Storing, TheModeOfTheLastSuccessStaysWithTheJob) {
   Thumb job(source, kBrovix, false);
   job.CalcOutputFile("small");
   job.SetOption(Thumb::OPT_BROVIX_EA | Thumb::OPT_NO_CONVERT);
-  // What an earlier step left is returned: here the look-up emptied it.
+  // The result of an earlier step is returned: here the lookup emptied it.
   EXPECT_EQ(job.CalcOutputFile("medium"), "");
   EXPECT_EQ(job.GetOutputType(), "Brovix");
   EXPECT_EQ(job.CalcOutputFile("original"), source);
   EXPECT_EQ(job.GetOutputType(), "Original");
-  // With the mode "Original" kept, the source serves although nothing was judged this time.
+  // With the mode "Original" kept, the source is the answer although nothing was checked this time.
   job.SetOption(Thumb::OPT_NO_CONVERT);
   EXPECT_EQ(job.CalcOutputFile("medium"), source);
 }
@@ -108,7 +108,7 @@ TEST_F(Storing, AFileInPlaceOfTheEADirectoryLeavesTheAnswerEmpty) {
   EXPECT_EQ(ReadFile(directory_ / ".tavi_ea"), "in the way");
 }
 
-// Each in a folder of its own: convert takes a name with "*" or "?" for a pattern where other names match it.
+// Each in a folder of its own: convert takes a name with "*" or "?" for a pattern if other names match it.
 TEST_F(Storing, NamesOfAnyBytesWork) {
   for (const std::string name :
        {"-b.png", "a b.png", "[1].png", "a*?.png", "a'b\"c.png", "two\nlines.png", "\xE4.png"}) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// Orientations, rotations wanted by the user, mirrors, explicit boxes and avatars, with the real tools.
+// Orientations, rotations requested by the user, mirroring, boxes in pixels and avatars, with the real tools.
 #include "real_support.h"
 
 namespace tavithumb::test {
@@ -18,7 +18,7 @@ class Turns : public RealTest {
     return Dated(Source(name));
   }
 
-  // Cuts a picture out of the middle of another.
+  // Crops a picture out of the middle of another.
   std::string Middle(const std::string& source, int width, int height) const {
     const std::string path = directory_ / "middle.png";
     RunTool({"/usr/bin/convert", source + "[0]", "-gravity", "center", "-crop",
@@ -36,7 +36,7 @@ struct Orientation {
 const Orientation kOrientations[] = {{1, 0, false}, {2, 0, true},  {3, 2, false}, {4, 2, true},
                                      {5, 1, true},  {6, 1, false}, {7, 3, true},  {8, 3, false}};
 
-// Untouched pixels stay BMP data of the stored frame; whatever is turned or mirrored is a JPEG that fits the box.
+// Unrotated pixels stay BMP data as stored; a picture that is rotated or mirrored is a JPEG that fits the box.
 TEST_F(Turns, AJpegInAnyOrientationComesOutUprightAndThenTurnedAsTheUserWants) {
   for (const Orientation& orientation : kOrientations) {
     const std::string source =
@@ -131,7 +131,7 @@ TEST_F(Turns, FourTurnsConvertWhatWouldOtherwiseServeAsItIs) {
   ExpectPicture(answer.path, "PNG", 90, 60);
 }
 
-// A mirror alone is no reason to convert, and neither is a turn where the JPEG is small in bytes.
+// Mirroring alone is no reason to convert, and neither is a rotation if the JPEG is small in bytes.
 TEST_F(Turns, ASmallJpegIsServedAsItIsWhateverItsOrientation) {
   for (const Orientation& orientation : kOrientations) {
     SCOPED_TRACE(orientation.value);
@@ -158,7 +158,7 @@ TEST_F(Turns, ATurnedJpegsPreviewIsTurnedToo) {
   ExpectAnswer(answer, EAEntry(source, "TAVIFILE_THUMB_S_r1.jpg"), "Brovix", "image/jpeg");
   ExpectPicture(answer.path, "JPEG", 120, 80);
   ExpectScene(answer.path);
-  // Turned back by the user, it serves as it is.
+  // Rotated back by the user, it is served unchanged.
   const Answer back = Ask(source, "small", kBrovix, 3);
   ExpectAnswer(back, EAEntry(source, "TAVIFILE_THUMB_S.jpg"), "Brovix", "image/jpeg");
   EXPECT_EQ(ReadFile(back.path), ReadFile(directory_ / "preview.jpg"));
@@ -217,7 +217,7 @@ TEST_F(Turns, AnAvatarOfAnUprightJpegIsScaledAndNotCut) {
   ExpectScene(answer.path);
 }
 
-// The preview goes to the avatar's place while the Brovix one is named; the next request finds the avatar.
+// The preview is stored under the avatar's name while the Brovix one is reported; the next request finds the avatar.
 TEST_F(Turns, AnAvatarTakenFromAPreviewIsNamedWhereItIsNot) {
   const std::string source = Source("a.jpg");
   MakeJpeg(source, 600, 400);

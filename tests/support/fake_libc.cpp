@@ -7,7 +7,7 @@
 #include <cstdarg>
 #include <ostream>
 
-// The linker sends each of these calls here (-Wl,--wrap=NAME), see tests/CMakeLists.txt.
+// The linker redirects each of these calls to here (-Wl,--wrap=NAME), see tests/CMakeLists.txt.
 extern "C" {
 int __real_access(const char*, int);
 int __real_rename(const char*, const char*);
@@ -164,7 +164,7 @@ __attribute__((format(printf, 2, 3))) void __wrap_syslog(int priority, const cha
   Log(priority, format, arguments);
   va_end(arguments);
 }
-// What a call of syslog becomes in a hardened build.
+// What a call of syslog is compiled to in a hardened build.
 __attribute__((format(printf, 3, 4))) void __wrap___syslog_chk(int priority, int /*flag*/, const char* format, ...) {
   va_list arguments;
   va_start(arguments, format);

@@ -14,8 +14,8 @@
 
 namespace tavithumb::test {
 
-// While it lives, the C library's calls that the code under test makes go through the functions that are set here;
-// the others reach the real C library. A failing call sets errno and returns what the real one would. One at a time.
+// While it lives, the C library calls of the code under test go through the functions that are set here; the others
+// reach the real C library. A failing call sets errno and returns what the real one would. One at a time.
 // Calls made inside shared libraries (Exiv2, libheif, libstdc++) are not seen.
 class FakeLibc {
  public:
@@ -62,7 +62,7 @@ struct LogLine {
 bool operator==(const LogLine& a, const LogLine& b);
 std::ostream& operator<<(std::ostream& out, const LogLine& line);
 
-// While it lives, what the code under test writes to the system log is kept here instead. One at a time.
+// While it lives, the system log messages of the code under test are collected here instead. One at a time.
 class CapturedLog {
  public:
   CapturedLog();
@@ -72,7 +72,7 @@ class CapturedLog {
 
   std::vector<LogLine> lines;
 
-  // The texts alone, each asserted to be at LOG_ERR by the caller where it matters.
+  // Only the texts; the caller asserts that each is at LOG_ERR where it matters.
   std::vector<std::string> Texts() const;
 };
 

@@ -28,7 +28,7 @@ std::string Box(int width, int height) {
   return std::to_string(width) + "x" + std::to_string(height);
 }
 
-// Arguments of convert that draw the scene: a differently coloured block in each corner and a black triangle at the
+// Arguments of convert that draw the scene: a block of a different colour in each corner and a black triangle at the
 // upper left.
 std::vector<std::string> Scene(int width, int height) {
   return {"-size",
@@ -77,7 +77,7 @@ std::string Padded(std::string text, std::size_t size) {
   return text;
 }
 
-// A JPEG whose Exif block comes first, as cameras write it: without the JFIF block before it.
+// A JPEG that starts with its Exif block, as written by cameras: without the JFIF block before it.
 std::string WithoutJfif(std::string jpeg) {
   if (jpeg.compare(2, 2, "\xFF\xE0") != 0) return jpeg;
   const std::size_t length = static_cast<unsigned char>(jpeg[4]) * 256u + static_cast<unsigned char>(jpeg[5]);
@@ -212,7 +212,7 @@ PictureFacts Identify(const std::string& path) {
     throw std::runtime_error("no picture: " + path);
   }
   facts.format = format;
-  // A frame of an animation may cover a part of it only.
+  // A frame of an animation may cover only a part of it.
   if (facts.format == "GIF") return {facts.format, canvasWidth, canvasHeight, facts.frames};
   return facts;
 }

@@ -7,7 +7,7 @@
 
 namespace tavithumb::test {
 
-// A new empty directory, removed with all that it holds.
+// A new empty directory, removed with all its content.
 class TempDir {
  public:
   TempDir();
@@ -23,7 +23,7 @@ class TempDir {
   std::string path_;
 };
 
-// Whole files; parent directories are made.
+// Whole files; parent directories are created.
 void WriteFile(const std::string& path, const std::string& content);
 std::string ReadFile(const std::string& path);
 bool Exists(const std::string& path);
@@ -32,15 +32,15 @@ bool Exists(const std::string& path);
 void SetTimes(const std::string& path, std::time_t access, std::time_t modification);
 std::time_t ModificationTime(const std::string& path);
 
-// The names in a directory (not recursive), sorted; empty when it does not exist.
+// The names in a directory (not recursive), sorted; empty if it does not exist.
 std::vector<std::string> Names(const std::string& directory);
 
-// What carries one of the library's temporary names in /tmp and /var/tmp ("thumb.*", "tavithumb_*",
-// "convert_thumbnail_*"), full paths, sorted: take it before and after.
+// Files with one of the library's temporary names in /tmp and /var/tmp ("thumb.*", "tavithumb_*",
+// "convert_thumbnail_*"), full paths, sorted: list them before and after.
 std::vector<std::string> TemporaryFiles();
 
-// Those of this process: other programs use these names at the same time, so only those count that carry this
-// process's id.
+// Those of this process: other programs use these names at the same time, so only the ones with this process's id
+// count.
 std::vector<std::string> OwnTemporaryFiles();
 
 }  // namespace tavithumb::test

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// Prints the path of a thumbnail of the picture that it is given.
+// Prints the path of a thumbnail of the given picture.
 #include <tavithumb/libtavithumb.h>
 
 #include <cstdio>

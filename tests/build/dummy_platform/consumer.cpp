@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// Prints what only the dummies answer.
+// Prints answers that only the dummies give.
 #include <tavithumb/libtavithumb.h>
 #include <tavithumb/util.h>
 

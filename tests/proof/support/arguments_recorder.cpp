@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// Loaded into a tool, it writes down the arguments that have arrived there: each with a NUL behind it, and one more
-// behind the last, at the end of the file $ARGUMENTS_FILE.
+// Loaded into a tool: appends the arguments that it was given, each terminated by a NUL, with one more NUL after the
+// last, to the file $ARGUMENTS_FILE.
 #include <fcntl.h>
 #include <unistd.h>
 

@@ -30,7 +30,7 @@ std::string Little(std::uint64_t number, int bytes) {
   return {big.rbegin(), big.rend()};
 }
 
-// `size` zero bytes, compressed as much as can be.
+// `size` zero bytes, with the highest compression.
 std::string DeflatedZeros(std::size_t size) {
   z_stream stream = {};
   if (deflateInit(&stream, Z_BEST_COMPRESSION) != Z_OK) throw std::runtime_error("deflateInit");
@@ -64,7 +64,7 @@ void MakePngOfManyPixels(const std::string& path) {
                             PngChunk("IDAT", DeflatedZeros((side / 8 + 1) * std::size_t{side})) + PngChunk("IEND", ""));
 }
 
-// Beyond what any policy takes, at no cost.
+// Larger than any policy allows, at no cost.
 void MakePngOfNoPixels(const std::string& path) {
   const std::string header = Big(0x7FFFFFFF, 4) + Big(0x7FFFFFFF, 4) + std::string("\x08\6\0\0\0", 5);
   test::WriteFile(path, "\x89PNG\r\n\x1a\n" + PngChunk("IHDR", header) + PngChunk("IDAT", DeflatedZeros(100)) +
@@ -105,7 +105,7 @@ void MakeTiffWithBigText(const std::string& path) {
   fs::resize_file(path, text + kBlockBytes);
 }
 
-// A raw photo whose embedded JPEG says that it is 300 MB long, of which all but the beginning is a hole.
+// A raw photo whose embedded JPEG claims to be 300 MB long; all except its start is a hole.
 void MakeTiffWithBigPreview(const std::string& path) {
   constexpr std::uint32_t offset = 200, second = 400, preview = 1000;
   const test::TempDir folder;
@@ -139,7 +139,7 @@ void MakePngWithBigText(const std::string& path) {
   MakePngWithBigChunk(path, "iTXt");
 }
 
-// A photo whose maker has written 300 MB about it.
+// A photo with a maker note of 300 MB.
 void MakeTiffWithBigMakerNote(const std::string& path) {
   constexpr std::uint32_t offset = 200, exif = 400, note = 600;
   std::string head =
@@ -168,7 +168,7 @@ void MakeBmpOfRuns(const std::string& path) {
   MakeBmpOf(path, 15000, 8, 1);
 }
 
-// Its header promises far more than its data holds.
+// Its header promises far more than its data contains.
 void MakeJpegOfManyPixels(const std::string& path, const std::string& options) {
   const test::TempDir folder;
   const std::string small = folder / "small.jpg";
@@ -178,7 +178,7 @@ void MakeJpegOfManyPixels(const std::string& path, const std::string& options) {
   if (frame == std::string::npos) throw std::runtime_error("no frame in " + small);
   jpeg.replace(frame + 5, 4, Big(65500, 2) + Big(65500, 2));
   test::WriteFile(path, jpeg);
-  fs::resize_file(path, 300000000);  // worth converting; a hole
+  fs::resize_file(path, 300000000);  // large enough to be converted; a hole
 }
 
 void MakePlainJpeg(const std::string& path) {

@@ -6,13 +6,14 @@
 
 namespace tavithumb::proof {
 
-// A file that asks for far more than it is.
+// A file that needs far more resources than its size suggests.
 struct Bomb {
   const char* name;
   const char* extension;
   void (*make)(const std::string& path);
   bool isQuick = true;
-  // Exiv2 itself would take blocks of the file into memory as a whole: the library has no bound, the programs refuse.
+  // Exiv2 itself would read blocks of the file into memory as a whole: the library has no limit, the programs reject
+  // it.
   bool fillsExiv2 = false;
 };
 

@@ -29,7 +29,7 @@ bool MustFail() {
 
 }  // namespace
 
-// Before the C library's.
+// Replaces the C library's.
 extern "C" {
 void* __libc_malloc(std::size_t size);
 void* __libc_calloc(std::size_t number, std::size_t size);

@@ -3,11 +3,11 @@
 
 namespace tavithumb::proof {
 
-// From now on this process's allocations are counted; the `nth` fails, counted from 1, and those after it where
-// `forEver` says so; none fails with 0. Under a sanitizer, which allocates itself, nothing is counted and none fails.
+// From now on this process's allocations are counted; the `nth` fails, counted from 1, and with `forEver` those after
+// it as well; with 0 none fails. Under a sanitizer, which allocates itself, nothing is counted and none fails.
 void StartFailingAllocations(unsigned nth, bool forEver);
 
-// How many there were.
+// The number of allocations.
 unsigned StopFailingAllocations();
 
 }  // namespace tavithumb::proof

@@ -39,7 +39,7 @@ Shared* MapShared() {
   return shared;
 }
 
-// In the child: from now on each of these calls waits for the parent's word. The listener's number, or -1.
+// In the child: from now on each of these calls waits for the parent's decision. The listener's descriptor, or -1.
 int AskBeforeCalls(const std::vector<Call>& calls) {
   const scmp_filter_ctx filter = seccomp_init(SCMP_ACT_ALLOW);
   for (const Call& call : calls) {
@@ -49,7 +49,7 @@ int AskBeforeCalls(const std::vector<Call>& calls) {
   return seccomp_load(filter) == 0 ? seccomp_notify_fd(filter) : -1;
 }
 
-// What the parent does while a child runs: answers for its calls.
+// The parent's side while a child runs: decides on its calls.
 class Supervisor {
  public:
   Supervisor(const std::vector<Call>& calls, const Fault& fault, pid_t child, const Shared* shared)
@@ -71,7 +71,7 @@ class Supervisor {
 
   bool IsReady() const { return listener_ >= 0; }
 
-  // False when the child did not end in time.
+  // False if the child did not exit in time.
   bool AnswerUntilItEnds() {
     const auto end = Clock::now() + kPatience;
     while (Clock::now() < end) {
@@ -88,7 +88,7 @@ class Supervisor {
  private:
   void Answer() {
     std::memset(request_, 0, sizeof *request_);
-    if (seccomp_notify_receive(listener_, request_) != 0) return;  // its maker is gone
+    if (seccomp_notify_receive(listener_, request_) != 0) return;  // its caller is gone
     response_->id = request_->id;
     response_->val = 0;
     response_->error = Fails() ? -fault_.error : 0;

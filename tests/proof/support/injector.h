@@ -7,7 +7,7 @@
 
 namespace tavithumb::proof {
 
-// A kind of system call, by all names that it goes by, and how it fails. `temporary` ones come once, never for ever.
+// A type of system call, with all its names, and how it fails. `temporary` failures happen once, never indefinitely.
 struct Call {
   const char* name;
   std::vector<const char*> systemCalls;
@@ -15,7 +15,7 @@ struct Call {
   std::vector<int> temporary;
 };
 
-// The `first`-th to `last`-th call of a kind fail, counted from 1.
+// The `first`-th to `last`-th call of a type fail, counted from 1.
 struct Fault {
   std::size_t call = 0;
   int error = 0;
@@ -26,11 +26,11 @@ struct Fault {
 struct Ending {
   bool inTime = true;
   int status = -1;               // of waitpid
-  std::vector<unsigned> counts;  // calls of each kind
+  std::vector<unsigned> counts;  // calls of each type
 };
 
-// Runs `body` in a child process whose own system calls, not those of the programs that it runs, are counted and made
-// to fail by the kernel itself. `body` says itself, by the flag that it gets, from when to when that holds.
+// Runs `body` in a child process whose own system calls, not those of the programs that it runs, are counted, and fail
+// in the kernel itself. `body` sets the flag that it is given while this applies.
 class Injector {
  public:
   explicit Injector(std::vector<Call> calls);

@@ -9,25 +9,25 @@
 
 namespace tavithumb::proof {
 
-// One way through the library.
+// One use of the library.
 struct Kind {
   const char* name;
   const char* extension;
   void (*makeSource)(const std::string& source);
-  // The answer's path, "" when there is none.
+  // The answer's path, "" if there is none.
   std::string (*ask)(const std::string& source);
-  // The entry that it stores; "" when none.
+  // The entry that it stores; "" if none.
   const char* entry;
-  // An older thumbnail lies there before each request.
+  // An older thumbnail is stored before each request.
   bool hasOlder = true;
-  // What else must lie beside the source before each request.
+  // What else must be next to the source before each request.
   void (*prepare)(const std::string& source) = nullptr;
-  // The converter itself writes under the final name.
+  // The converter itself writes to the final name.
   bool writesFinalName = false;
   // The answer goes to standard output; a pipe and its child may stay open.
   bool delivers = false;
   bool leavesPipe = false;
-  // Its picture comes from /tmp: onto another volume, mv copies it to the final name.
+  // Its picture comes from /tmp: to another volume, mv copies it to the final name.
   bool comesFromTmp = false;
 };
 
@@ -37,7 +37,7 @@ const std::vector<Kind>& Kinds();
 std::string EADirectory(const std::string& source);
 std::string EAEntry(const std::string& source, const std::string& name);
 
-// A source of a kind in a folder of its own, which may belong to somebody else.
+// A source of one type in a folder of its own, which may belong to another user.
 class Source {
  public:
   Source(const std::string& folder, const Kind& kind);
@@ -45,7 +45,7 @@ class Source {
   Source(const std::string& folder, const Source& model);
 
   const std::string& Path() const { return path_; }
-  // As it was in the beginning: no thumbnail, or the older one.
+  // In its initial state: without a thumbnail, or with the older one.
   void Reset() const;
   void GiveTo(uid_t user, gid_t group) const;
   bool IsUntouched() const;
@@ -57,7 +57,7 @@ class Source {
   std::shared_ptr<const std::string> content_;
 };
 
-// Whether files are whole pictures, by decoding them. A content that was seen before is known.
+// Whether files are complete pictures, by decoding them. Results are cached by content.
 class WholePictures {
  public:
   bool Holds(const std::string& path);
@@ -66,14 +66,14 @@ class WholePictures {
   std::map<std::string, bool> known_;
 };
 
-// What is wrong in the EA directory of a source, "" when nothing: under final names lie whole pictures alone, the older
-// thumbnail or a newer one is there, and all else carries a temporary name.
+// What is wrong in the EA directory of a source, "" if nothing: files under final names are complete pictures, the
+// older thumbnail or a newer one exists, and all others have temporary names.
 std::string FlawInEADirectory(const Source& source, const Kind& kind, WholePictures& pictures);
 
 // Entries under temporary names.
 std::size_t CountTemporaryEntries(const Source& source);
 
-// What lies in /tmp and /var/tmp, private to the proof, under none of the library's temporary names.
+// Files in /tmp and /var/tmp, private to the proof, with none of the library's temporary names.
 std::vector<std::string> StrangeTemporaryFiles();
 
 }  // namespace tavithumb::proof

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// Loaded before the C library, it puts the clock two hours forward.
+// Loaded before the C library: sets the clock two hours ahead.
 #include <ctime>
 
 extern "C" __attribute__((visibility("default"))) time_t time(time_t* result) noexcept {

@@ -5,7 +5,7 @@
 
 namespace tavithumb::proof {
 
-// Photos of which the library makes thumbnails by different ways. The JPEGs have bytes enough to be worth one.
+// Photos whose thumbnails the library makes in different ways. The JPEGs are large enough to need one.
 void MakeBigJpeg(const std::string& path);
 void MakeTurnedJpeg(const std::string& path);
 void MakeJpegWithPreview(const std::string& path);

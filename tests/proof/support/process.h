@@ -12,26 +12,26 @@
 
 #include "temp_dir.h"
 
-// A sanitizer makes calls of its own, and takes memory and stack of its own.
+// A sanitizer makes system calls of its own, and uses memory and stack of its own.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define PROOF_IS_SANITIZED 1
 #else
 #define PROOF_IS_SANITIZED 0
 #endif
 
-// What proofs ask of the process that they run in.
+// What proofs read about the process that they run in.
 namespace tavithumb::proof {
 
 inline void Require(bool holds, const std::string& what) {
   if (!holds) throw std::runtime_error(what);
 }
 
-// One more than there are: the look itself takes one.
+// One more than there are: counting opens one.
 inline std::size_t OpenDescriptors() {
   return test::Names("/proc/self/fd").size();
 }
 
-// Of any sort, running or to be reaped.
+// In any state, running or waiting to be reaped.
 inline bool HasChildren() {
   return !(waitpid(-1, nullptr, WNOHANG | __WALL) == -1 && errno == ECHILD);
 }

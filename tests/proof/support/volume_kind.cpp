@@ -14,7 +14,7 @@ thread_local bool withoutEntries = false;
 
 }  // namespace
 
-// Before the platform's own.
+// Replaces the platform's.
 extern "C" __attribute__((visibility("default"))) int TAVIGetFSType(const char* path, int reserved) {
   return withoutEntries ? kTakesNoEntries : getTrueType(path, reserved);
 }

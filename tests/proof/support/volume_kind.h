@@ -3,7 +3,7 @@
 
 namespace tavithumb::proof {
 
-// While it lives, every volume is one that takes no EA entries.
+// While it lives, every volume is one that cannot store EA entries.
 class VolumeWithoutEntries {
  public:
   VolumeWithoutEntries();

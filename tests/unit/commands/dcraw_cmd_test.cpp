@@ -69,7 +69,7 @@ class Dcraw : public testing::Test {
             "-rotate",    "0",
             dest};
   }
-  // The same picture with an orientation that is no number.
+  // The same picture with an orientation that is not a number.
   std::string WithOddOrientation(const std::string& picture) const {
     const TempDir apart;
     WriteFile(apart / "odd.jpg", picture);
@@ -326,7 +326,7 @@ TEST_F(Dcraw, TakesADestinationWithoutAWidthOrAHeightForNoPicture) {
   MakeBmp(dest, 10, 10);
   const std::string bmp = ReadFile(dest);
   EXPECT_TRUE(command.checkTmpExif());
-  for (const std::size_t side : {18u, 22u}) {  // where the header holds the width and the height
+  for (const std::size_t side : {18u, 22u}) {  // where the header has the width and the height
     SCOPED_TRACE(side);
     WriteFile(dest, std::string(bmp).replace(side, 4, 4, '\0'));
     EXPECT_FALSE(command.checkTmpExif());
@@ -336,13 +336,13 @@ TEST_F(Dcraw, TakesADestinationWithoutAWidthOrAHeightForNoPicture) {
 TEST_F(Dcraw, ChecksThatTheDestinationIsAPictureWithASize) {
   CapturedLog log;
   OpenDcraw command(RawRecord(), "/v/a.nef", dest);
-  EXPECT_FALSE(command.checkTmpExif());  // not there
+  EXPECT_FALSE(command.checkTmpExif());  // does not exist
   WriteFile(dest, preview);
   EXPECT_TRUE(command.checkTmpExif());
   WriteFile(dest, std::string(100, 'x'));
   EXPECT_FALSE(command.checkTmpExif());
   WriteFile(dest, WithOddOrientation(preview));
-  EXPECT_FALSE(command.checkTmpExif());  // an exception that is no Error
+  EXPECT_FALSE(command.checkTmpExif());  // an exception other than Error
   command.dest_ = "";
   EXPECT_FALSE(command.checkTmpExif());
 }

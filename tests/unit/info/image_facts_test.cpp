@@ -117,7 +117,7 @@ TEST_F(ImageFacts, AskTheMakerNoteOnlyWhenTheStandardTagSaysNormal) {
   }
 }
 
-// The orientation of a JPEG as a text of any kind.
+// The orientation of a JPEG as any text.
 void SetOrientationText(const std::string& path, const std::string& text) {
   auto image = Exiv2::ImageFactory::open(path);
   image->readMetadata();
@@ -251,7 +251,7 @@ TEST_F(ImageFacts, OfADirectoryAreError601) {
             (Log{{LOG_ERR, "thumb_info:129 (ExtractImgInfo) \"Exiv2 exception: E59 corrupted image metadata\""}}));
 }
 
-// What Exiv2 knows as ISO-BMFF or video.
+// Types that Exiv2 recognises as ISO-BMFF or video.
 std::string QuickTime() {
   return std::string(
              "\0\0\0\x14"
@@ -306,7 +306,7 @@ TEST_F(ImageFacts, OfHeicWithoutMetadataAreError602WithNothingSet) {
   EXPECT_EQ(log.lines, Log{});
 }
 
-// The probe's log line for a file that libheif refuses, with what libheif says itself.
+// The probe's log line for a file that libheif rejects, with libheif's own message.
 LogLine HeifFailure(const std::string& path) {
   try {
     heif::Context context;

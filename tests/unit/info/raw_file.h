@@ -26,19 +26,19 @@ inline std::string Bytes(const TiffDirectory& directory) {
   return bytes + LittleEndian(0, 4);  // no further directory
 }
 
-// A camera raw file as Exiv2 sees it: a picture of 4000 x 3000 pixels in a directory of its own (its pixels left out),
-// and before it a preview of 160 x 120 grey pixels, as a TIFF. "NEF" and "CR2" differ in what the camera's maker wrote.
+// A camera raw file as Exiv2 sees it: a picture of 4000 x 3000 pixels in a directory of its own (without its pixels),
+// and before it a preview of 160 x 120 grey pixels, as a TIFF. "NEF" and "CR2" differ in the maker's tag.
 inline std::string RawFile(bool isCr2) {
   const std::uint32_t first = 16, second = first + 2 + 11 * 12 + 4, pixels = second + 2 + 4 * 12 + 4;
   const TiffDirectory preview = {
       {254, 1},       // reduced picture
       {256, 160},     // width
       {257, 120},     // height
-      {258, 8},       // bits a sample
+      {258, 8},       // bits per sample
       {259, 1},       // not compressed
       {262, 1},       // black is zero
-      {273, pixels},  // where the pixels lie
-      {277, 1},       // samples a pixel
+      {273, pixels},  // offset of the pixels
+      {277, 1},       // samples per pixel
       {278, 120},     // rows
       {279, 19200},   // bytes
       {330, second},  // the full picture's directory

@@ -66,7 +66,7 @@ TEST(ThumbInfo, GivesTheLow32BitsOfTheFileSize) {
   EXPECT_EQ(info.GetFileSize(), 7u);
 }
 
-// Alike where long has 32 bits: other programs of the appliance hold these.
+// The same where long has 32 bits: other programs of the appliance have instances of these.
 TEST(ThumbInfo, HasNumbersOfTheSameWidthOnEveryMachine) {
   EXPECT_EQ(sizeof(ThumbDimension), 8u);
   EXPECT_EQ(offsetof(ThumbDimension, width), 0u);

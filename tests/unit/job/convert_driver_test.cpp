@@ -171,10 +171,10 @@ TEST_F(Driver, LooksNowhereForAnOriginalThatABrowserCannotShow) {
   OpenThumb job(folder / "a.tif", 3, false);
   job.outputFile_ = "/earlier";
   EXPECT_EQ(job.CalcOutputFile(),
-            "");  // the request of a fresh job is the original
+            "");  // the request of a new job is the original
   EXPECT_EQ(job.GetOutputFile(), "/earlier");
   EXPECT_EQ(job.CalcOutputFile("original"),
-            "/earlier");  // what an earlier step left is handed out
+            "/earlier");  // the result of an earlier step is returned
   EXPECT_EQ(platform.calls, Calls{});
 }
 

@@ -13,7 +13,7 @@ namespace {
 
 constexpr char cachingLine[] = "Cache-Control: max-age=300, must-revalidate\r\n";
 
-// Standard output goes to a file while this lives.
+// Redirects standard output to a file while this lives.
 class CapturedOutput {
  public:
   explicit CapturedOutput(const std::string& path) : path_(path) {
@@ -50,8 +50,8 @@ class Delivery : public JobTest {
     for (std::FILE* stream : platform.opened) std::fclose(stream);
   }
 
-  // Runs a delivery with standard output caught; keeps what was written in all,
-  // and before the outputer was called.
+  // Runs a delivery and captures standard output: all that was written,
+  // and what was written before the outputer was called.
   template <typename Work>
   bool Deliver(const Work& work) {
     const CapturedOutput output(folder / "output");
@@ -97,7 +97,7 @@ TEST_F(Delivery, TurnsAnAlbumexThumbnailByTheUsersRotationOnTheWay) {
     const std::size_t before = Names("/proc/self/fd").size();
     job.type_ = 1;
     job.outputFile_ = "/ea/albumex.jpg";
-    job.Info().rotate_ = 2;  // the thumbnail is stored upright: not turned again
+    job.Info().rotate_ = 2;  // the thumbnail is stored auto-oriented: not rotated again
     job.Rotate(turns);
     EXPECT_TRUE(Deliver([&] { return job.HttpOutputFile("image/jpeg"); }));
     EXPECT_EQ(written, cachingLine);
@@ -156,7 +156,7 @@ TEST_F(Delivery, FailsWhenTheTurningCannotBeStartedOrDelivered) {
   platform.open = [](const std::string&, const std::vector<std::string>&) -> std::FILE* { return nullptr; };
   EXPECT_FALSE(Deliver([&] { return job.HttpOutputFile("image/jpeg"); }));
   EXPECT_EQ(written, cachingLine);
-  EXPECT_EQ(platform.calls.size(), 1u);  // nothing is handed over
+  EXPECT_EQ(platform.calls.size(), 1u);  // nothing is passed on
 }
 
 class DeliveryOfPng : public Delivery {

@@ -19,7 +19,7 @@ using Log = std::vector<LogLine>;
 using Listing = std::vector<std::string>;
 
 // A folder with a source in it, its EA directory at <folder>/ea/<source name>,
-// tools that are only recorded, and the system log kept. The source's
+// tools that are only recorded, and a captured system log. The source's
 // modification time is 1000.
 class JobTest : public testing::Test {
  protected:

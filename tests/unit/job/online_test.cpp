@@ -28,7 +28,7 @@ class Online : public JobTest {
     };
   }
 
-  // What a failed second pass over an animation leaves.
+  // The leftovers of a failed second pass over an animation.
   ~Online() override { RealUnlink(("/var/tmp/convert_thumbnail__" + pid + "a.jpg").c_str()); }
 
   static std::string ToolOf(const std::vector<std::string>& argv) {
@@ -136,7 +136,7 @@ TEST_F(Online, TakesTheDecodingCommandsWordOnDeletingTheAnswer) {
   EXPECT_TRUE(job.SetOutOnline());
   EXPECT_FALSE(job.IsNeedDelete());
   job.needDelete_ = true;
-  failing = {"djpeg"};  // only a decode that succeeds is asked
+  failing = {"djpeg"};  // only a successful decode is checked
   EXPECT_TRUE(job.SetOutOnline());
   EXPECT_TRUE(job.IsNeedDelete());
 }
@@ -164,7 +164,7 @@ TEST_F(Online, TriesTheToolsInTheirOrder) {
       {"GIF for an avatar", "image/gif", true, 8 | 32, {}, "", {"convert"}, true},
       {"GIF whose first pass fails", "image/gif", true, 8, {"coalesce"}, "", {"coalesce", "convert"}, true},
       {"GIF whose second pass fails", "image/gif", true, 8, {"animate"}, "", {"coalesce", "animate", "convert"}, true},
-      // Its result is only taken when it is a readable picture, which these
+      // Its result is only used if it is a readable picture, which these
       // texts are not.
       {"raw with a preview", "image/x-nikon-nef", true, 0, {}, preview, {"dcraw", "djpeg", "convert"}, true},
       {"raw without a preview", "image/x-nikon-nef", true, 0, {}, "", {"dcraw", "convert"}, true},

@@ -19,8 +19,8 @@ using Steps = std::vector<std::string>;
 constexpr int authError = LOG_AUTH | LOG_ERR;
 constexpr int authCritical = LOG_AUTH | LOG_CRIT;
 
-// A process with ids of its own, in which root is 0:0. Switches are kept as
-// text, -1 for an id left alone; the one whose text is `failing` fails.
+// A process with its own ids, in which root is 0:0. Switches are recorded as
+// text, -1 for an unchanged id; the one whose text is `failing` fails.
 class RunAs : public testing::Test {
  protected:
   RunAs() {
@@ -43,7 +43,7 @@ class RunAs : public testing::Test {
     return 0;
   }
 
-  // Runs a guarded block; says whether it ran, and keeps the ids it ran under.
+  // Runs a guarded block; returns whether it ran, and stores the ids it ran under.
   bool RunBlock(const char* target = "root") {
     bool ran = false;
     IF_RUN_AS2(target, "libtavithumb", 489) {

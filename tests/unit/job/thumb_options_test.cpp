@@ -155,7 +155,7 @@ TEST_F(ThumbOptions, ADestroyedJobRemovesItsPreviewAndNothingElse) {
   EXPECT_EQ(Names(folder.Path()), (Listing{"a.jpg", "answer"}));
   {
     OpenThumb job(source, 0, false);
-    job.Info().exifPreviewTmpPath_ = folder / "gone";  // a failing unlink is no matter
+    job.Info().exifPreviewTmpPath_ = folder / "gone";  // a failing unlink is ignored
   }
 }
 

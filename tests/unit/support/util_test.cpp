@@ -167,7 +167,7 @@ TEST(Dirname, IsTheParentAsPosixGivesIt) {
 TEST(Dirname, WorksOnTheFirst4095BytesOfALongPath) {
   const auto named = [](std::size_t bytes) { return std::string(bytes, 'n'); };
   EXPECT_EQ(file::Dirname("/" + named(4092) + "/x"),
-            "/" + named(4092));  // 4095 bytes: whole
+            "/" + named(4092));  // 4095 bytes: complete
   EXPECT_EQ(file::Dirname("/" + named(4093) + "/x"),
             "/");  // 4096: only the folder's slash is left
   EXPECT_EQ(file::Dirname("/" + named(4094) + "/x"), "/");

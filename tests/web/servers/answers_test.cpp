@@ -42,7 +42,7 @@ Headers ErrorHeaders(const std::string& body) {
           {"x-content-type-options", "nosniff"}};
 }
 
-// An error of a file's delivery, behind the library's line about caching; the last word counts.
+// A delivery error after the library's caching header; the last header is effective.
 void ExpectNeverStored(const Response& response) {
   std::string caching;
   for (const auto& [name, value] : response.headers) {
@@ -60,7 +60,7 @@ INSTANTIATE_TEST_SUITE_P(Through, Answers,
                                          Front::kLighttpdCgi),
                          testing::PrintToStringParamName());
 
-// A JPEG so rich that a scaled one pays.
+// A JPEG with so much detail that a scaled one is smaller.
 void MakePhoto(const std::string& path) {
   RunTool({"/usr/bin/convert", "-size", "1600x1200", "-seed", "7", "plasma:", "+noise", "Gaussian", "-quality", "95",
            "jpeg:" + path});
@@ -240,7 +240,7 @@ TEST_P(Answers, SendHeifToThoseWhoCanShowIt) {
   EXPECT_EQ(Describe(site.Get(address, {"Accept: image/*, */*"})), "200 image/jpeg JPEG 360x270");
 }
 
-// A JPEG whose thumbnail would be larger than itself is the answer itself, but not when it is to be turned.
+// A JPEG whose thumbnail would be larger than itself is served unchanged, unless it has to be rotated.
 TEST_P(Answers, TurnAPictureThatServesItself) {
   const Site site(GetParam());
   MakeJpeg(site / "light.jpg", 400, 300);
@@ -255,7 +255,7 @@ TEST_P(Answers, TurnAPictureThatServesItself) {
             "200 image/jpeg JPEG 48x64");
 }
 
-// The library asks its caller to delete some thumbnails that it has stored; they are for everybody.
+// The library asks its caller to delete some thumbnails that it has stored; the program keeps them for everybody.
 TEST_P(Answers, KeepEachThumbnailForTheNextRequest) {
   const Site site(GetParam());
   MakeOneOfEachKind(site);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// Nothing outside the roots is ever shown.
+// Nothing outside the roots is ever served.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/landlock.h>
@@ -21,10 +21,10 @@ namespace fs = std::filesystem;
 namespace tavithumb::test {
 namespace {
 
-// What only files outside hold.
+// Content of files outside the roots.
 constexpr char kSecret[] = "the secret of the house";
 
-// A folder where temporary files do not lie, removed at its end.
+// A folder outside those for temporary files, removed at the end.
 class Outside {
  public:
   Outside() {
@@ -40,7 +40,7 @@ class Outside {
   std::string path_ = FOLDER_NOT_TEMPORARY "/outside-XXXXXX";
 };
 
-// A picture that is a valid one, and carries the secret in a comment.
+// A valid picture, with the secret in a comment.
 void MakeSecret(const std::string& path) {
   RunTool({"/usr/bin/convert", "-size", "20x10", "xc:red", "-set", "comment", kSecret, "jpeg:" + path});
 }
@@ -49,7 +49,7 @@ bool IsSecret(const std::string& text) {
   return text.find(kSecret) != text.npos || text.find("root:x:0:0") != text.npos;
 }
 
-// Ways to write "..", "/" and names that lead out, in all combinations.
+// Spellings of "..", "/" and names that lead outside, in all combinations.
 std::vector<std::string> Attempts() {
   std::vector<std::string> attempts;
   for (const char* up : {"..", "%2e%2e", "%2E.", ".%2e", "%252e%252e", "..%00", "...", "%c0%ae%c0%ae", "..;", ".. ",
@@ -107,7 +107,7 @@ TEST_P(Roots, AreNotLeftByAnyAddress) {
   EXPECT_EQ(site.Noted("run: "), std::vector<std::string>{});
 }
 
-// Goes on with `swap` while it lives.
+// Repeats `swap` while it lives.
 class Swapping {
  public:
   explicit Swapping(const std::function<void()>& swap)
@@ -126,7 +126,7 @@ class Swapping {
   std::thread thread_;
 };
 
-// Asks for `address` again and again while `swap` goes on; how many answers came, and that none was secret.
+// Requests `address` repeatedly while `swap` is repeated; counts the answers, and checks that none was secret.
 std::size_t AskWhile(const Site& site, const std::string& address, const std::function<void()>& swap) {
   const Swapping swapping(swap);
   std::size_t answered = 0;
@@ -157,7 +157,7 @@ TEST(RootsWithLinks, ShowNothingFromOutsideWhileALinkIsSwappedBackAndForth) {
   EXPECT_GT(answered, 0U);
 }
 
-// The name that has been looked up is swapped itself: only the system can keep the library inside then.
+// The looked-up name itself is swapped: then only the system can keep the library inside.
 class RootsWithFolders : public testing::Test {
  protected:
   void SetUp() override {
@@ -179,7 +179,7 @@ TEST_F(RootsWithFolders, ShowNothingFromOutsideWhileOneIsSwappedForALink) {
   EXPECT_GT(AskWhile(site_, "/original/folder/photo.jpg", [this] { Swap(); }), 0U);
 }
 
-// The tools look the name up once more.
+// The tools look up the name once more.
 TEST_F(RootsWithFolders, MakeNoThumbnailOfWhatIsOutsideWhileOneIsSwappedForALink) {
   RunTool({"/usr/bin/convert", "-size", "400x300", "xc:red", outside_ / "photo.tif"});
   RunTool({"/usr/bin/convert", "-size", "400x300", "xc:blue", site_ / "folder/photo.tif"});

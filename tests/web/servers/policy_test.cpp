@@ -8,7 +8,7 @@
 namespace tavithumb::test {
 namespace {
 
-// Runs convert under the policy in a folder. Its exit status.
+// Runs convert with the policy in a folder. Returns its exit status.
 int Convert(const std::string& policyFolder, const std::vector<std::string>& arguments) {
   std::vector<std::string> argv = {"/usr/bin/convert"};
   argv.insert(argv.end(), arguments.begin(), arguments.end());
@@ -33,7 +33,7 @@ TEST(Policy, AllowsEachKindThatThumbnailsAreMadeOf) {
   }
 }
 
-// Content decides about the decoder, whatever the name says.
+// The content determines the decoder, whatever the name is.
 TEST(Policy, RefusesAllOtherKindsWhateverTheirNames) {
   TempDir folder;
   const std::string path = folder / "evil.jpg";
@@ -90,14 +90,14 @@ std::string LittleEndian(unsigned number, int bytes) {
   return text;
 }
 
-// A white bitmap of 24 bits a pixel and 4 pixels a row.
+// A white bitmap with 24 bits per pixel and 4 pixels per row.
 std::string TallBmp(unsigned height) {
   return "BM" + LittleEndian(54 + 12 * height, 4) + LittleEndian(0, 4) + LittleEndian(54, 4) + LittleEndian(40, 4) +
          LittleEndian(4, 4) + LittleEndian(height, 4) + LittleEndian(1, 2) + LittleEndian(24, 2) +
          std::string(24, '\0') + std::string(12 * height, '\xff');
 }
 
-// An animation of single pixels on a canvas of 4000 x 4000: 23 bytes a frame, and 64 MB once it is drawn.
+// An animation of single pixels on a canvas of 4000 x 4000: 23 bytes per frame, and 64 MB when drawn.
 std::string GifBomb(int frames) {
   const std::string side = LittleEndian(4000, 2), none(4, '\0');
   std::string gif = "GIF89a" + side + side + std::string("\x80\0\0", 3) + std::string("\0\0\0\xff\xff\xff", 6);
@@ -141,7 +141,7 @@ TEST(Policy, EndsWhatTakesTooLong) {
   EXPECT_FALSE(Exists(folder / "out.gif"));
 }
 
-// The animation is given up, and its first frame shown.
+// The animation is abandoned, and its first frame shown.
 TEST(Limits, EndWhatBombsAThumbnail) {
   SiteOptions options;
   options.program = {"--tool-cpu", "2", "--deadline", "600"};

@@ -21,7 +21,7 @@ struct Outcome {
   std::string err;
 };
 
-// Runs the program by a shell, so that redirections and variables may stand around it.
+// Runs the program in a shell, to allow redirections and variables.
 Outcome RunShell(const std::string& before, const std::string& options) {
   TempDir files;
   Process shell({"/bin/sh", "-c",
@@ -103,7 +103,7 @@ TEST(WebProgram, TellsThatItsFileCannotBeRead) {
             "'tavithumb-web --help'\n");
 }
 
-// Some web servers hand a query without "=" over as arguments.
+// Some web servers pass a query without "=" as arguments.
 TEST(WebProgram, TakesNoOptionsFromAQuery) {
   const Outcome run = RunShell(
       "GATEWAY_INTERFACE=CGI/1.1 REQUEST_METHOD=GET QUERY_STRING=--root+/etc REQUEST_URI=/list/", "--root /etc");
@@ -112,7 +112,7 @@ TEST(WebProgram, TakesNoOptionsFromAQuery) {
             "Cache-Control: no-store\r\nX-Content-Type-Options: nosniff\r\n\r\nunknown parameter\n");
 }
 
-// A bare system may not know its own name, or no IPv6.
+// A minimal system may not have its own name, or no IPv6.
 bool IsKnown(const std::string& host) {
   addrinfo hints = {};
   hints.ai_flags = AI_ADDRCONFIG;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// What the program may not do shows, as itself and as nothing else.
+// Missing permissions of the program are reported as such.
 #include <gtest/gtest.h>
 #include <pictures.h>
 #include <sys/stat.h>
@@ -81,7 +81,7 @@ TEST_F(Rights, TellThatAThumbnailHasNoPlace) {
   EXPECT_NE(Get(site, "/original/drawing.png").find("Content-Type: image/png\r\n"), std::string::npos);
 }
 
-// Photos of somebody else, and folders of thumbnails of its own, are all that it needs.
+// It needs only another user's photos, and thumbnail folders of its own.
 TEST_F(Rights, SufficeWithAFolderOfThumbnailsOfItsOwn) {
   const Site site(Front::kNone, AsNobody());
   MakePng(site / "drawing.png", 800, 600);

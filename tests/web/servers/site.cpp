@@ -58,7 +58,7 @@ void AwaitListening(const Process& process, const Connect& connect) {
 void SendAll(int connection, const std::string& text) {
   for (std::size_t sent = 0; sent < text.size();) {
     const ssize_t count = send(connection, text.data() + sent, text.size() - sent, MSG_NOSIGNAL);
-    if (count <= 0) return;  // refused, which the response tells
+    if (count <= 0) return;  // rejected, which the response shows
     sent += static_cast<std::size_t>(count);
   }
 }
@@ -154,7 +154,7 @@ Process::~Process() {
   const pid_t group = process_;
   kill(process_, SIGTERM);
   Wait();
-  kill(-group, SIGKILL);  // what it has started and left, as fcgiwrap does
+  kill(-group, SIGKILL);  // processes that it has started and left, as fcgiwrap does
 }
 
 void Process::Signal(int number) const {

@@ -14,26 +14,26 @@ namespace tavithumb::test {
 
 struct Response {
   int status = 0;
-  // Those that say something about the content, in alphabetical order; not those of the connection and the server.
+  // Those about the content, in alphabetical order; not those of the connection and the server.
   std::vector<std::pair<std::string, std::string>> headers;
   std::string body;
 
-  std::string Header(const std::string& name) const;  // "" when it is missing
+  std::string Header(const std::string& name) const;  // "" if it is missing
 };
 
-// Sends the text of a whole HTTP request to a loopback port; the response up to its end.
+// Sends a whole HTTP request to a loopback port and returns the whole response.
 Response Exchange(int port, const std::string& request);
 
-// A port that nobody uses, of those that the system gives to no connection by itself.
+// An unused port, outside the range that the system assigns to connections.
 int FreePort();
 
 // Connects without sending anything.
 int ConnectTo(int port);
 
-// A child process in a group of its own, ended with TERM, and the group with it.
+// A child process in a group of its own, stopped with TERM together with its group.
 class Process {
  public:
-  // `user` 0 stays who we are.
+  // With `user` 0 it runs as the current user.
   Process(const std::vector<std::string>& argv, const std::vector<std::string>& environment, uid_t user = 0);
   ~Process();
   Process(const Process&) = delete;
@@ -41,14 +41,14 @@ class Process {
 
   pid_t Id() const { return process_; }
   void Signal(int number) const;
-  // Its exit status, or minus the signal that it died of.
+  // Its exit status, or minus the signal that killed it.
   int Wait();
 
  private:
   pid_t process_;
 };
 
-// Which web server stands in front of the program, and how it reaches it.
+// Which web server is in front of the program, and how it reaches it.
 enum class Front { kNone, kNginxScgi, kLighttpdScgi, kNginxCgi, kLighttpdCgi };
 void PrintTo(Front front, std::ostream* stream);
 
@@ -60,7 +60,7 @@ struct SiteOptions {
   uid_t user = 0;                        // not 0: the program runs as this user, for which the test must be root
 };
 
-// A folder of pictures behind the program behind a web server, on a free loopback port.
+// A folder of pictures, served by the program and a web server in front of it on a free loopback port.
 class Site {
  public:
   explicit Site(Front front, const SiteOptions& options = {});
@@ -71,16 +71,16 @@ class Site {
   Process& Program() const { return *program_; }
   std::string Socket() const { return folder_ / "socket"; }
 
-  // A GET of an address behind the prefix, with header lines such as "Range: bytes=0-1".
+  // A GET of an address below the prefix, with header lines such as "Range: bytes=0-1".
   Response Get(const std::string& address, const std::vector<std::string>& headers = {}) const;
   Response Ask(const std::string& method, const std::string& address,
                const std::vector<std::string>& headers = {}) const;
 
-  // One SCGI request to the program itself; the CGI response as it is.
+  // One SCGI request to the program itself; returns the CGI response unchanged.
   std::string Scgi(const std::vector<std::pair<std::string, std::string>>& variables) const;
   int ConnectScgi() const;
 
-  // The lines that the probe has noted and that begin with `kind`, without it.
+  // The lines written by the probe that start with `kind`, without it.
   std::vector<std::string> Noted(const std::string& kind) const;
 
  private:
@@ -101,7 +101,7 @@ class Site {
 // The text of an SCGI request.
 std::string ScgiRequest(const std::vector<std::pair<std::string, std::string>>& variables);
 
-// Everything that is sent until the other side ends the connection.
+// Everything that is sent until the peer closes the connection.
 std::string ReadAll(int connection);
 
 }  // namespace tavithumb::test

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// Loaded before the platform's library into the web program, it writes a line for each tool that is started, and each
-// line of the log, into the file $PROBE_FILE; and makes the tools misbehave as $PROBE_TOOL says.
+// Loaded into the web program before the platform's library: writes a line for each started tool, and each line of the
+// log, to the file $PROBE_FILE, and makes the tools misbehave according to $PROBE_TOOL.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <signal.h>
@@ -21,7 +21,7 @@ std::string Variable(const char* name) {
   return value == nullptr ? "" : value;
 }
 
-// A worker empties its environment.
+// A worker clears its environment.
 const std::string file = Variable("PROBE_FILE");
 const std::string tool = Variable("PROBE_TOOL");
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// What the program does with many requests, slow ones and deadly ones.
+// How the program handles many requests, slow ones and fatal ones.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pictures.h>
@@ -63,7 +63,7 @@ bool IsAlive(const std::string& process) {
   return kill(std::stoi(process), 0) == 0 && ReadFile("/proc/" + process + "/stat").find(") Z") == std::string::npos;
 }
 
-// The folders that tools were given for their temporary files, and that are still there.
+// The existing folders of the tools' temporary files.
 std::size_t ScratchFoldersOf(const Site& site) {
   const std::vector<std::string> given = site.Noted("scratch: ");
   EXPECT_FALSE(given.empty());
@@ -114,7 +114,7 @@ TEST_P(WorkersOf, OneSourceRunTheToolOnceFor64Clients) {
   }
 }
 
-// As jpegtran leaves it while it writes a thumbnail of an embedded preview.
+// Its state while jpegtran writes a thumbnail of an embedded preview.
 TEST(Workers, WaitForAThumbnailThatIsHalfWritten) {
   const Site site(Front::kNone);
   MakeTiff(site / "scan.tif", 800, 600);
@@ -236,7 +236,7 @@ TEST(Workers, EndTheToolsOfOneThatWasKilled) {
   EXPECT_FALSE(IsAlive(tool));
 }
 
-// Requests that the program finds all at once, in their order.
+// Requests that reach the program all at once, in order.
 std::vector<std::string> AskAtOnce(const Site& site, std::size_t count) {
   std::vector<int> connections;
   const std::string request = ScgiRequest(GetOf(kSmall));

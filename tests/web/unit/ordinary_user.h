@@ -11,7 +11,7 @@
 
 namespace tavithumb::test {
 
-// Runs `body`, whose expectations must all hold, in a process of somebody whom the modes of files bind.
+// Runs `body`, in which all expectations must pass, in a process of a user who is bound by file modes.
 inline void CheckAsOrdinaryUser(const std::function<void()>& body) {
   constexpr uid_t kNobody = 65534;
   std::fflush(nullptr);

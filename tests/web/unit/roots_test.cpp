@@ -21,7 +21,7 @@ using Path = std::vector<std::string>;
 constexpr char kNothing[] = "404 there is nothing here";
 constexpr char kDenied[] = "403 permission denied";
 
-// Where something is found, or the status and the reason why nothing is.
+// Where something is found, or the status and the reason if it is not.
 std::string Find(const Roots& roots, const Path& path) {
   try {
     const Found found = roots.Find(path);
@@ -38,7 +38,7 @@ std::string Find(const Roots& roots, const Path& path) {
   }
 }
 
-// A folder that is shown, beside one that is not.
+// A folder that is served, next to one that is not.
 class RootsFind : public testing::Test {
  protected:
   RootsFind() {
@@ -155,7 +155,7 @@ TEST_F(RootsFind, TakesNamesOf255Bytes) {
   EXPECT_EQ(Find(Only(), {longest + "x"}), kNothing);
 }
 
-// Folders in one another, so deep that a path of 4095 bytes leads to the last but one alone.
+// Nested folders, so deep that a path of 4095 bytes reaches only the last but one.
 TEST_F(RootsFind, TakesPathsOf4095Bytes) {
   Path path;
   fs::path deepest = Shown("");

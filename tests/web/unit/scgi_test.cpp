@@ -12,7 +12,7 @@ std::string Netstring(const std::string& content) {
   return std::to_string(content.size()) + ":" + content + ",";
 }
 
-// Texts that end with a NUL each.
+// Strings, each terminated by a NUL.
 std::string Block(const std::vector<std::string>& texts) {
   std::string block;
   for (const std::string& text : texts) block += text + '\0';

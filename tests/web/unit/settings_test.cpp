@@ -25,7 +25,7 @@ std::string Describe(const Settings& settings) {
   return text + settings.policyFolder;
 }
 
-// What the arguments mean, or what is wrong with them.
+// What the arguments mean, or the error.
 std::string Read(std::vector<std::string> arguments) {
   arguments.insert(arguments.begin(), "tavithumb-web");
   std::vector<char*> pointers;
@@ -48,7 +48,7 @@ class SettingsRead : public testing::Test {
   }
   ~SettingsRead() override { unsetenv("TAVITHUMB_WEB_CONFIG"); }
 
-  // The arguments behind a root and a policy.
+  // The arguments after a root and a policy.
   std::vector<std::string> With(std::vector<std::string> more) const {
     more.insert(more.begin(), {"--root", folder_ / "photos", "--policy", folder_ / "policy"});
     return more;

@@ -15,7 +15,7 @@ Variables Get(const std::string& address, const std::string& prefix = "") {
   return {{"REQUEST_METHOD", "GET"}, {"REQUEST_URI", address}, {"SCRIPT_NAME", prefix}};
 }
 
-// "404 there is nothing here", or "" when the request is a good one.
+// "404 there is nothing here", or "" if the request is valid.
 std::string ErrorOf(const Variables& variables) {
   try {
     ParseTarget(variables);
@@ -25,8 +25,8 @@ std::string ErrorOf(const Variables& variables) {
   }
 }
 
-// The whole target in one line: "/prefix thumb/a.jpg small 0 3 head html heic". What is as it is in any other request
-// is left out.
+// The whole target in one line: "/prefix thumb/a.jpg small 0 3 head html heic". Parts with their default value are
+// omitted.
 std::string Describe(const Target& target) {
   const char* const routes[] = {"thumb", "original", "list"};
   std::string text = target.prefix + (target.prefix.empty() ? "" : " ") + routes[static_cast<int>(target.route)];
