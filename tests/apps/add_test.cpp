@@ -75,7 +75,7 @@ TEST_F(Add, StoresUnderTheNameOfEachSize) {
   }
 }
 
-TEST_F(Add, TakesTheNameFromTheSource) {
+TEST_F(Add, UsesTheNameOfTheSource) {
   const std::string jpeg = folder / "turned.jpg";
   MakeJpeg(jpeg, 800, 600);
   SetExif(jpeg, {{"Exif.Image.Orientation", "6"}});
@@ -93,7 +93,7 @@ TEST_F(Add, TakesTheNameFromTheSource) {
   }
 }
 
-TEST_F(Add, SetsTheTimeThatIsAskedFor) {
+TEST_F(Add, SetsTheRequestedTime) {
   EXPECT_EQ(Run({"--size=medium", "--mtime=1700000000", source, thumbnail}).code, 0);
   EXPECT_EQ(ModificationTime(place), 1700000000);
 }
@@ -109,7 +109,7 @@ TEST_F(Add, ReplacesWhatIsStored) {
   EXPECT_EQ(ReadFile(place), content);
 }
 
-TEST_F(Add, GoesOnAfterARefusal) {
+TEST_F(Add, ContinuesAfterARejection) {
   MakePng(folder / "second.png", 80, 60);
   WriteFile(other / "second.png", "second");
   const Outcome outcome =
@@ -119,7 +119,7 @@ TEST_F(Add, GoesOnAfterARefusal) {
   EXPECT_EQ(outcome.err, "tavithumb: missing.png: it does not exist; check its name\n");
 }
 
-TEST_F(Add, RefusesWhatIsNoThumbnail) {
+TEST_F(Add, RejectsAnythingThatIsNotAThumbnail) {
   fs::create_directory(other / "folder.png");
   fs::create_symlink("small.png", other / "link.png");
   ASSERT_EQ(mkfifo((other / "pipe.png").c_str(), 0600), 0);
@@ -138,7 +138,7 @@ TEST_F(Add, RefusesWhatIsNoThumbnail) {
             (std::vector<std::string>{"folder.png", "link.png", "photo.png", "pipe.png", "small.png"}));
 }
 
-TEST_F(Add, RefusesWhatIsNoSource) {
+TEST_F(Add, RejectsAnythingThatIsNotASource) {
   WriteFile(folder / "notes.txt", "text");
   WriteFile(folder / "empty.jpg", "");
   WriteFile(folder / ".tavi_ea/b.png/a.png", ReadFile(source));
@@ -154,7 +154,7 @@ TEST_F(Add, RefusesWhatIsNoSource) {
   }
 }
 
-TEST_F(Add, RefusesWhereSomethingElseLiesInTheWay) {
+TEST_F(Add, RejectsAnEntryTakenBySomethingOtherThanAFile) {
   const std::string reason = "the path of its thumbnail is taken by something other than a file; remove " + place;
   fs::create_directories(place);
   ExpectRefusal({"--size=medium", source, thumbnail}, source, reason);
@@ -164,7 +164,7 @@ TEST_F(Add, RefusesWhereSomethingElseLiesInTheWay) {
   ExpectRefusal({"--size=medium", source, thumbnail}, source, reason);
 }
 
-TEST_F(Add, RefusesOtherTypesWhenAsked) {
+TEST_F(Add, RejectsOtherTypesWithCheckType) {
   MakeJpeg(other / "small.jpg", 60, 40);
   WriteFile(other / "text.png", "This is a text that is longer than thirty-one bytes.\n");
   ExpectRefusal({"--check-type", "--size=medium", source, other / "small.jpg"}, other / "small.jpg",
@@ -177,7 +177,7 @@ TEST_F(Add, RefusesOtherTypesWhenAsked) {
   EXPECT_EQ(Run({"--size=medium", source, other / "small.jpg"}).out, place + "\n");
 }
 
-TEST_F(Add, RefusesAVolumeThatTakesNoThumbnails) {
+TEST_F(Add, RejectsAVolumeThatCannotStoreThumbnails) {
   Start start;
   start.environment = {"LD_PRELOAD=" NO_EA_VOLUME, "ASAN_OPTIONS=verify_asan_link_order=0"};
   ExpectRefusal({"--size=medium", source, thumbnail}, source,
@@ -187,7 +187,7 @@ TEST_F(Add, RefusesAVolumeThatTakesNoThumbnails) {
   EXPECT_EQ(Names(folder.Path()), std::vector<std::string>{"photo.png"});
 }
 
-TEST_F(Add, RefusesAFolderThatTheUserMayNotWriteIn) {
+TEST_F(Add, RejectsAFolderThatTheUserMayNotWriteTo) {
   if (const std::string why = CommandRunner::WhyNotAs(nobody); !why.empty()) GTEST_SKIP() << why;
   for (const std::string& path : {folder.Path(), other.Path()}) fs::permissions(path, fs::perms(0755));
   fs::permissions(source, fs::perms(0644));
@@ -233,7 +233,7 @@ TEST_F(AddAcrossVolumes, MovesAThumbnail) {
   EXPECT_EQ(Names(remote), std::vector<std::string>{});
 }
 
-TEST_F(AddAcrossVolumes, LeavesNoHalfOfAThumbnail) {
+TEST_F(AddAcrossVolumes, LeavesNoPartialThumbnail) {
   for (const bool isStored : {false, true}) {
     if (isStored) WriteFile(place, "older");
     rlimit before = {};
@@ -253,7 +253,7 @@ TEST_F(AddAcrossVolumes, LeavesNoHalfOfAThumbnail) {
   }
 }
 
-TEST_F(Add, TakesNamesOfAnyBytes) {
+TEST_F(Add, AcceptsNamesWithAnyBytes) {
   for (const std::string& name :
        {std::string("new\nline.png"), std::string("latin\xfc.png"), std::string("-dash.png")}) {
     fs::copy_file(source, folder / name);

@@ -78,7 +78,7 @@ class Clean : public testing::Test {
   bool isLater = false;
 };
 
-TEST_F(Clean, LeavesWhatIsUpToDate) {
+TEST_F(Clean, LeavesUpToDateThumbnails) {
   for (const char* entry : {thumb, "TAVIPHOTO_THUMB_M.jpg", "TAVIPHOTO:THUMB_M.jpg", "TAVIAVATAR_1x1.jpg",
                             "TAVIVIDEO_VIDEO_SCREENSHOT.jpg", "TAVIFILE_THUMB_9x9_r-1.png"}) {
     Store("a.jpg", entry);
@@ -89,7 +89,7 @@ TEST_F(Clean, LeavesWhatIsUpToDate) {
   EXPECT_EQ(Tree(folder.Path()), before);
 }
 
-TEST_F(Clean, RemovesWhatIsOlderThanItsSourceWhoeverStoredIt) {
+TEST_F(Clean, RemovesStaleThumbnailsWhoeverStoredThem) {
   Store("a.jpg");
   for (const char* entry : {"TAVIPHOTO_THUMB_M.jpg", "TAVIPHOTO:THUMB_M.jpg", "TAVIAVATAR_1x1.jpg",
                             "TAVIVIDEO_VIDEO_SCREENSHOT.jpg", "TAVIFILE_THUMB_9x9_r-1.png"}) {
@@ -107,7 +107,7 @@ TEST_F(Clean, RemovesWhatIsOlderThanItsSourceWhoeverStoredIt) {
   Expect({"."}, "freed 0 bytes in 0 files\n");
 }
 
-TEST_F(Clean, RemovesWhatBelongsToNoSourceWithItsFolders) {
+TEST_F(Clean, RemovesThumbnailsWithoutASourceAndTheirFolders) {
   StoreOfGone("deep/er/gone.jpg");
   StoreOfGone("deep/gone.jpg");
   Store("deep/kept.jpg");
@@ -124,7 +124,7 @@ TEST_F(Clean, RemovesWhatBelongsToNoSourceWithItsFolders) {
   Expect({folder.Path()}, "freed 0 bytes in 0 files\n");
 }
 
-TEST_F(Clean, RemovesNothingInADryRunAndTellsTheSame) {
+TEST_F(Clean, RemovesNothingInADryRunAndReportsTheSame) {
   StoreOfGone("gone.jpg");
   StoreStale("stale.jpg");
   StoreStale("other.jpg");
@@ -139,7 +139,7 @@ TEST_F(Clean, RemovesNothingInADryRunAndTellsTheSame) {
   EXPECT_EQ(Tree(folder.Path()), before);
 }
 
-TEST_F(Clean, TellsEachRemovalInJson) {
+TEST_F(Clean, ReportsEachRemovalInJson) {
   StoreOfGone("gone\xfc.jpg");
   const std::string path = folder / "./.tavi_ea/gone\xef\xbf\xbd.jpg";
   for (const bool isDryRun : {true, false}) {
@@ -171,7 +171,7 @@ TEST_F(Clean, TellsEachRemovalInJson) {
   EXPECT_EQ(Tree(folder.Path()), std::vector<std::string>{});
 }
 
-TEST_F(Clean, TakesTheNamesOfFilesThereOrGone) {
+TEST_F(Clean, AcceptsTheNamesOfExistingAndDeletedFiles) {
   StoreOfGone("gone.jpg");
   StoreStale("stale.jpg");
   StoreStale("other.jpg");
@@ -193,7 +193,7 @@ TEST_F(Clean, TakesTheNamesOfFilesThereOrGone) {
   EXPECT_EQ(Names(folder / ".tavi_ea"), std::vector<std::string>{"stale.jpg"});
 }
 
-TEST_F(Clean, RemovesTheEmptyFolderOfAFileThatIsThereAnHourLater) {
+TEST_F(Clean, RemovesTheEmptyFolderOfAnExistingFileAfterAnHour) {
   StoreStale("a.jpg");
   Expect({"."},
          "removed ./.tavi_ea/a.jpg/TAVIFILE_THUMB_M.jpg: it is older than its source\n"
@@ -228,7 +228,7 @@ TEST_F(Clean, RemovesTemporaryEntriesOnlyAfterAnHour) {
   EXPECT_EQ(Names(EntryOf(folder / "a.jpg", "")), std::vector<std::string>{thumb});
 }
 
-TEST_F(Clean, LeavesWhatCarriesNoneOfTheNames) {
+TEST_F(Clean, LeavesFilesWithOtherNames) {
   for (const char* entry :
        {"photo.jpg", "TAVIFILE_THUMB_L.jpg", "TAVIFILE_THUMB_M_r4.jpg", "TAVIFILE_THUMB_M.jpg.bak", "notes"}) {
     StoreStale("a.jpg", entry);
@@ -244,7 +244,7 @@ TEST_F(Clean, LeavesWhatCarriesNoneOfTheNames) {
   EXPECT_EQ(Tree(folder.Path()), before);
 }
 
-TEST_F(Clean, KnowsASourceThatIsNamedLikeAThumbnail) {
+TEST_F(Clean, RecognisesASourceThatIsNamedLikeAThumbnail) {
   Store("TAVIFILE_THUMB_M.jpg", "TAVIFILE_THUMB_S.jpg");
   StoreStale("TAVIFILE_THUMB_M.jpg");
   Expect({"."},
@@ -255,7 +255,7 @@ TEST_F(Clean, KnowsASourceThatIsNamedLikeAThumbnail) {
                                       ".tavi_ea/TAVIFILE_THUMB_M.jpg/TAVIFILE_THUMB_S.jpg", "TAVIFILE_THUMB_M.jpg"}));
 }
 
-TEST_F(Clean, LeavesLinksAndWhatLiesBehindThem) {
+TEST_F(Clean, LeavesLinksAndTheirTargets) {
   const TempDir other;
   WriteFile(EntryOf(other / "gone.jpg", thumb), "elsewhere");
   WriteFile(other / thumb, "elsewhere");
@@ -277,7 +277,7 @@ TEST_F(Clean, LeavesLinksAndWhatLiesBehindThem) {
   EXPECT_EQ(Names(TmpPath("")), (std::vector<std::string>{"tavithumb-web.abcdef", "thumb.1.2.3.jpg"}));
 }
 
-TEST_F(Clean, LeavesFoldersAndPipesThatCarryAName) {
+TEST_F(Clean, LeavesFoldersAndPipesWithAThumbnailsName) {
   StoreOfGone("gone.jpg");
   fs::remove(EntryOf(folder / "gone.jpg", thumb));
   fs::create_directory(EntryOf(folder / "gone.jpg", thumb));
@@ -290,7 +290,7 @@ TEST_F(Clean, LeavesFoldersAndPipesThatCarryAName) {
   EXPECT_EQ(Names(TmpPath("")), std::vector<std::string>{"thumb.1.2.3.jpg"});
 }
 
-TEST_F(Clean, TakesALinkToAFolderOnlyWhenItIsMeant) {
+TEST_F(Clean, FollowsALinkToAFolderOnlyIfItEndsWithASlash) {
   StoreOfGone("photos/gone.jpg");
   fs::create_directory_symlink("photos", folder / "link");
   Expect({"link"}, "freed 0 bytes in 0 files\n",
@@ -302,7 +302,7 @@ TEST_F(Clean, TakesALinkToAFolderOnlyWhenItIsMeant) {
          "freed 10 bytes in 1 file\n");
 }
 
-TEST_F(Clean, LeavesTheThumbnailsOfWhatIsNoFileOrOutOfReach) {
+TEST_F(Clean, LeavesThumbnailsWhoseSourceIsNotAFileOrNotAccessible) {
   Store("linked.jpg");
   fs::rename(folder / "linked.jpg", folder / "target.jpg");
   fs::create_symlink("target.jpg", folder / "linked.jpg");
@@ -326,7 +326,7 @@ TEST_F(Clean, LeavesTheThumbnailsOfWhatIsNoFileOrOutOfReach) {
          "freed 10 bytes in 1 file\n");
 }
 
-TEST_F(Clean, PassesOverASourceOfWhichAThumbnailIsBeingMade) {
+TEST_F(Clean, SkipsASourceWhoseThumbnailIsBeingMade) {
   StoreStale("a.jpg");
   const int source = open((folder / "a.jpg").c_str(), O_RDONLY | O_CLOEXEC);
   ASSERT_EQ(flock(source, LOCK_EX), 0);
@@ -338,7 +338,7 @@ TEST_F(Clean, PassesOverASourceOfWhichAThumbnailIsBeingMade) {
          "freed 10 bytes in 1 file\n");
 }
 
-TEST_F(Clean, RemovesItsOwnOldTemporaryFilesWhateverIsNamed) {
+TEST_F(Clean, RemovesItsOwnOldTemporaryFilesWhateverPathIsGiven) {
   const std::vector<std::string> left = {TmpPath("tavithumb-web.abcdef/magick-1234"), TmpPath("thumb.1.2.3.jpg"),
                                          VarTmpPath("convert_thumbnail__1700000000new\nline.gif"),
                                          VarTmpPath("tavithumb_TAVIFILETMP_THUMB_r1.jpg_1234_1700000000")};
@@ -371,7 +371,7 @@ TEST_F(Clean, RemovesItsOwnOldTemporaryFilesWhateverIsNamed) {
                                                            "var/tmp/tavithumb_abc_1_2", "var/tmp/thumb.1.2.3.jpg"}));
 }
 
-TEST_F(Clean, LeavesTheTemporaryFilesOfOthers) {
+TEST_F(Clean, LeavesOtherUsersTemporaryFiles) {
   if (geteuid() != 0) GTEST_SKIP() << "needs root";
   for (const std::string& path : {TmpPath("thumb.1.2.3.jpg"), TmpPath("tavithumb-web.abcdef/file")}) {
     WriteFile(path, "another's");
@@ -384,7 +384,7 @@ TEST_F(Clean, LeavesTheTemporaryFilesOfOthers) {
   EXPECT_EQ(Tree(system.Path()), before);
 }
 
-TEST_F(Clean, TellsWhatItMayNotRemoveOrReadAndGoesOn) {
+TEST_F(Clean, ReportsWhatItMayNotRemoveOrReadAndContinues) {
   if (const std::string why = CommandRunner::WhyNotAs(nobody); !why.empty()) GTEST_SKIP() << why;
   StoreOfGone("a/gone.jpg");
   StoreOfGone("c/gone.jpg");
@@ -409,7 +409,7 @@ TEST_F(Clean, TellsWhatItMayNotRemoveOrReadAndGoesOn) {
                                         {{"files", 0}, {"bytes", 0}, {"dry_run", false}}}));
 }
 
-TEST_F(Clean, RefusesTheFolderOfThumbnailsItself) {
+TEST_F(Clean, RejectsAThumbnailFolder) {
   StoreOfGone("gone.jpg");
   for (const std::string& path : {folder / ".tavi_ea", folder / ".tavi_ea/gone.jpg"}) {
     Expect({path}, "freed 0 bytes in 0 files\n",
@@ -418,7 +418,7 @@ TEST_F(Clean, RefusesTheFolderOfThumbnailsItself) {
   EXPECT_TRUE(Exists(EntryOf(folder / "gone.jpg", thumb)));
 }
 
-TEST_F(Clean, StopsWhereAPathIsTooLongForThumbnails) {
+TEST_F(Clean, StopsAtAPathThatIsTooLongForThumbnails) {
   const int start = open(".", O_PATH | O_DIRECTORY | O_CLOEXEC);
   ASSERT_EQ(chdir(folder.Path().c_str()), 0);
   const std::string name(200, 'd');
@@ -437,7 +437,7 @@ TEST_F(Clean, StopsWhereAPathIsTooLongForThumbnails) {
   ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
 }
 
-TEST_F(Clean, RemovesNothingWhereThumbnailsLieInAnotherWay) {
+TEST_F(Clean, RemovesNothingIfThumbnailsAreStoredInAnotherLayout) {
   StoreOfGone("gone.jpg");
   Start start = In(folder.Path());
   start.environment = {"LD_PRELOAD=" OTHER_LAYOUT, "ASAN_OPTIONS=verify_asan_link_order=0"};
@@ -448,13 +448,13 @@ TEST_F(Clean, RemovesNothingWhereThumbnailsLieInAnotherWay) {
   EXPECT_TRUE(Exists(EntryOf(folder / "gone.jpg", thumb)));
 }
 
-TEST_F(Clean, RefusesNamesThatAreTooLong) {
+TEST_F(Clean, RejectsNamesThatAreTooLong) {
   const std::string name(100000, 'n');
   Expect({name}, "freed 0 bytes in 0 files\n",
          "tavithumb: " + name + ": it cannot be accessed: File name too long; check its path\n");
 }
 
-TEST_F(Clean, TakesNamesOfAnyBytes) {
+TEST_F(Clean, AcceptsNamesWithAnyBytes) {
   for (const std::string& name :
        {std::string("new\nline.jpg"), std::string("latin\xfc.jpg"), std::string("-dash.jpg")}) {
     StoreOfGone(name);

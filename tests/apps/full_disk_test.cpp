@@ -24,7 +24,7 @@ void MakeGif(const std::string& path, int width, int height) {
   test::MakeGif(path, width, height, 2);
 }
 
-TEST(FullDisk, CutsOffWhatHasLostItsEnd) {
+TEST(FullDisk, IsRecognisedByTheMissingEndOfAPicture) {
   const test::TempDir folder;
   const Made rows[] = {{"a.jpg", test::MakeJpeg, true},
                        {"a.png", test::MakePng, true},
@@ -44,7 +44,7 @@ TEST(FullDisk, CutsOffWhatHasLostItsEnd) {
   }
 }
 
-TEST(FullDisk, CutsOffNothingThatIsNotThere) {
+TEST(FullDisk, IsNotBlamedForAMissingFile) {
   const test::TempDir folder;
   EXPECT_FALSE(IsCutOff(folder / "missing.jpg"));
 }

@@ -93,7 +93,7 @@ TEST_F(Get, MakesTheThumbnailAgainWhenTheSourceIsNewer) {
   EXPECT_EQ(Ask({}, png), Made(png, "TAVIFILE_THUMB_M.png", "image/png"));
 }
 
-TEST_F(Get, TellsEachKeyInJson) {
+TEST_F(Get, PrintsEachKeyInJson) {
   MakePng(png, 800, 600);
   EXPECT_EQ(Ask({"--size", "small"}, png), Made(png, "TAVIFILE_THUMB_S.png", "image/png"));
 }
@@ -107,7 +107,7 @@ TEST_F(Get, FitsAThumbnailIntoABox) {
   EXPECT_EQ(facts.height, 90);
 }
 
-TEST_F(Get, ServesASourceThatFitsTheBoxItself) {
+TEST_F(Get, ServesASourceThatFitsTheBoxUnchanged) {
   MakePng(png, 80, 60);
   EXPECT_EQ(Ask({"--size", "80x60"}, png), Itself(png, "image/png"));
   EXPECT_EQ(Ask({}, png), Itself(png, "image/png"));
@@ -117,7 +117,7 @@ TEST_F(Get, ServesASourceThatFitsTheBoxItself) {
   EXPECT_EQ(Names(folder.Path()), (std::vector<std::string>{"picture.bmp", "picture.png"}));
 }
 
-TEST_F(Get, TurnsByQuartersClockwise) {
+TEST_F(Get, RotatesByQuarterTurnsClockwise) {
   MakePng(png, 800, 400);
   EXPECT_EQ(Ask({"--rotate", "1"}, png), Made(png, "TAVIFILE_THUMB_M_r1.png", "image/png"));
   EXPECT_EQ(Ask({"--rotate", "-1"}, png), Made(png, "TAVIFILE_THUMB_M_r-1.png", "image/png"));
@@ -128,7 +128,7 @@ TEST_F(Get, TurnsByQuartersClockwise) {
 }
 
 // A JPEG whose thumbnail would be larger than itself is served unchanged, unless it has to be rotated.
-TEST_F(Get, TurnsAPhotoThatWouldOtherwiseServeItself) {
+TEST_F(Get, RotatesAPhotoThatIsOtherwiseServedUnchanged) {
   const std::string jpeg = folder / "light.jpg";
   MakeJpeg(jpeg, 400, 300);
   EXPECT_EQ(Ask({}, jpeg), Itself(jpeg, "image/jpeg"));
@@ -148,7 +148,7 @@ TEST_F(Get, CropsAnAvatarToFillTheBox) {
   EXPECT_EQ(facts.height, 100);
 }
 
-TEST_F(Get, NamesTheAvatarThatAnEmbeddedPreviewBecame) {
+TEST_F(Get, PrintsThePathOfAnAvatarMadeFromAPreview) {
   const std::string jpeg = folder / "camera.jpg";
   const TempDir other;
   MakeJpeg(jpeg, 1600, 1200);
@@ -159,7 +159,7 @@ TEST_F(Get, NamesTheAvatarThatAnEmbeddedPreviewBecame) {
   EXPECT_EQ(Entries(jpeg), (std::vector<std::string>{"TAVIAVATAR_300x300.jpg", "TAVIFILE_THUMB_300x300.jpg"}));
 }
 
-TEST_F(Get, UsesAnEmbeddedPreviewAlsoWhenMakingIsForbidden) {
+TEST_F(Get, UsesAnEmbeddedPreviewEvenWhenConvertingIsForbidden) {
   const std::string jpeg = folder / "camera.jpg";
   const TempDir other;
   MakeJpeg(jpeg, 1600, 1200);
@@ -169,7 +169,7 @@ TEST_F(Get, UsesAnEmbeddedPreviewAlsoWhenMakingIsForbidden) {
   EXPECT_EQ(ReadFile(EntryOf(jpeg, "TAVIFILE_THUMB_300x300.jpg")), ReadFile(other / "preview.jpg"));
 }
 
-TEST_F(Get, KeepsAnAnimationWhenAsked) {
+TEST_F(Get, KeepsAnAnimationOnRequest) {
   const std::string gif = folder / "moving.gif";
   MakeGif(gif, 240, 160, 3);
   EXPECT_EQ(Ask({"--keep-animation", "--size", "small"}, gif), Made(gif, "TAVIFILE_THUMB_S.gif", "image/gif"));
@@ -179,7 +179,7 @@ TEST_F(Get, KeepsAnAnimationWhenAsked) {
 }
 
 // They are made within the same second, when the frames of all of them are written to the same file.
-TEST_F(Get, KeepsAnimationsOfTheSameNameApart) {
+TEST_F(Get, DoesNotMixUpAnimationsOfTheSameName) {
   const int count = 6;
   for (int i = 0; i < count; ++i) {
     std::filesystem::create_directory(folder / std::to_string(i));
@@ -198,7 +198,7 @@ TEST_F(Get, KeepsAnimationsOfTheSameNameApart) {
   }
 }
 
-TEST_F(Get, RunsNoToolWhenMakingIsForbidden) {
+TEST_F(Get, RunsNoToolWhenConvertingIsForbidden) {
   MakePng(png, 800, 600);
   for (const char* size : {"medium", "300x200"}) {
     SCOPED_TRACE(size);
@@ -214,7 +214,7 @@ TEST_F(Get, RunsNoToolWhenMakingIsForbidden) {
   EXPECT_EQ(Ask({"--no-convert", "--size", "300x200"}, png), Found(png, "TAVIFILE_THUMB_300x200.png", "image/png"));
 }
 
-TEST_F(Get, FallsBackToSmallerSizesWhenAsked) {
+TEST_F(Get, FallsBackToSmallerSizesOnRequest) {
   MakePng(png, 800, 600);
   Store(png, "TAVIFILE_THUMB_S.png", "stored");
   EXPECT_EQ(Ask({"--no-convert", "--fallback-smaller", "--size", "xlarge"}, png),
@@ -224,7 +224,7 @@ TEST_F(Get, FallsBackToSmallerSizesWhenAsked) {
   EXPECT_EQ(Ask({"--fallback-smaller", "--size", "original"}, tiff), Made(tiff, "TAVIFILE_THUMB_XL.jpg"));
 }
 
-TEST_F(Get, LooksForAlbumexThumbnailsFirstWhenAsked) {
+TEST_F(Get, LooksForAlbumexThumbnailsFirstOnRequest) {
   MakePng(png, 800, 600);
   Store(png, "TAVIFILE_THUMB_M.png", "brovix");
   Store(png, "TAVIPHOTO:THUMB_M.png", "old");
@@ -237,14 +237,14 @@ TEST_F(Get, LooksForAlbumexThumbnailsFirstWhenAsked) {
   EXPECT_EQ(Ask({}, png), Found(png, "TAVIFILE_THUMB_M.png", "image/png"));
 }
 
-TEST_F(Get, PassesOverBrovixThumbnailsWhenAsked) {
+TEST_F(Get, SkipsBrovixThumbnailsOnRequest) {
   MakePng(png, 800, 600);
   Store(png, "TAVIFILE_THUMB_M.png", "stored");
   EXPECT_EQ(Ask({"--no-brovix"}, png), Made(png, "TAVIFILE_THUMB_M.png", "image/png"));
   EXPECT_EQ(Identify(EntryOf(png, "TAVIFILE_THUMB_M.png")).width, 360);
 }
 
-TEST_F(Get, AnswersAHeicPhotoWithItselfOnlyWhenAccepted) {
+TEST_F(Get, ServesAHeicPhotoUnchangedOnlyWhenAccepted) {
   const std::string heic = folder / "photo.HEIC";
   MakeHeic(heic, 800, 600, true);
   EXPECT_EQ(Ask({"--accept-heic"}, heic), Itself(heic, "image/heic"));
@@ -271,7 +271,7 @@ TEST_F(Get, LeavesAnAnswerThatTheCallerDeletes) {
   EXPECT_EQ(Identify(EntryOf(jpeg, "TAVIFILE_THUMB_S.jpg")).format, "BMP3");
 }
 
-TEST_F(Get, KeepsTemporaryAnswersOfOneRunApart) {
+TEST_F(Get, GivesTemporaryAnswersOfOneRunDifferentNames) {
   const std::string other = folder / "other.png";
   MakePng(png, 800, 600);
   MakePng(other, 600, 800);
@@ -301,7 +301,7 @@ TEST_F(Get, KeepsTemporaryAnswersOfOneRunApart) {
   EXPECT_EQ(Names(folder.Path()), (std::vector<std::string>{"other.png", "picture.png"}));
 }
 
-TEST_F(Get, AnswersInOrderAndGoesOnAfterAFailure) {
+TEST_F(Get, AnswersInOrderAndContinuesAfterAFailure) {
   MakePng(png, 80, 60);
   const std::string video = folder / "clip.mp4";
   WriteFile(video, "no real video");
@@ -329,7 +329,7 @@ TEST_F(Get, AnswersInOrderAndGoesOnAfterAFailure) {
   EXPECT_EQ(nulEnded.err, missingLine);
 }
 
-TEST_F(Get, KeepsTheWordsOfToolsToItself) {
+TEST_F(Get, SuppressesTheOutputOfTools) {
   const std::string jpeg = folder / "cut.jpg";
   MakeNoise(jpeg);
   std::filesystem::resize_file(jpeg, std::filesystem::file_size(jpeg) / 2);

@@ -29,7 +29,7 @@ class Info : public testing::Test {
   const CommandRunner run;
 };
 
-TEST_F(Info, TellsTypeAndSize) {
+TEST_F(Info, PrintsTypeAndSize) {
   MakePng(folder / "a.png", 60, 40);
   EXPECT_EQ(Ask(folder / "a.png"), Facts(folder / "a.png", "image/png", 60, 40));
   MakeBmp(folder / "a.bmp", 60, 40);
@@ -46,7 +46,7 @@ struct Orientation {
   bool mirror;
 };
 
-TEST_F(Info, TellsWhatEachOrientationMeans) {
+TEST_F(Info, PrintsTheMeaningOfEachOrientation) {
   const std::string jpeg = folder / "a.jpg";
   MakeJpeg(jpeg, 60, 40);
   for (const Orientation& row : {Orientation{1, 0, false},
@@ -83,14 +83,14 @@ TEST_F(Info, MeasuresTheEmbeddedPreviewAndLeavesNothingInTmp) {
   EXPECT_EQ(Names(folder.Path()), (std::vector<std::string>{"a.jpg", "preview.jpg"}));
 }
 
-TEST_F(Info, KnowsHeic) {
+TEST_F(Info, RecognisesHeic) {
   MakeHeic(folder / "a.heic", 80, 60, true);
   json expected = Facts(folder / "a.heic", "image/heic", 80, 60);
   expected["heic"] = true;
   EXPECT_EQ(Ask(folder / "a.heic"), expected);
 }
 
-TEST_F(Info, KnowsAVideoByItsNameAlone) {
+TEST_F(Info, RecognisesAVideoByItsNameAlone) {
   WriteFile(folder / "clip.MKV", "");
   EXPECT_EQ(Ask(folder / "clip.MKV"), (json{{"source", folder / "clip.MKV"}, {"kind", "video"}, {"error", nullptr}}));
 }
@@ -112,7 +112,7 @@ TEST_F(Info, PrintsOneAlignedTable) {
             "video  -           -         -            -         -       -     -        clip.mp4\n");
 }
 
-TEST_F(Info, PrintsNoTableOfNothing) {
+TEST_F(Info, PrintsNoTableWithoutRows) {
   const Outcome outcome = run({"info", "missing.png"}, In(folder.Path()));
   EXPECT_EQ(outcome.code, 1);
   EXPECT_EQ(outcome.out, "");

@@ -47,7 +47,7 @@ class List : public testing::Test {
   const CommandRunner run;
 };
 
-TEST_F(List, TellsForWhomEachIsStored) {
+TEST_F(List, PrintsTheConsumerOfEachEntry) {
   WriteFile(folder / "a.jpg", "photo");
   const std::vector<std::string> entries = {"TAVIAVATAR_480x640_r1.jpg",      "TAVIFILETMP_THUMB.jpg_1_2",
                                             "TAVIFILETMP_THUMB_r3.gif",       "TAVIFILE_THUMB_300x200.jpg",
@@ -70,7 +70,7 @@ TEST_F(List, TellsForWhomEachIsStored) {
   EXPECT_EQ(ObjectsOf(outcome.out), std::vector<json>{expected});
 }
 
-TEST_F(List, PrintsOneAlignedTableOfWhatThePicturesAreByTheirContent) {
+TEST_F(List, PrintsOneAlignedTableWithTheTypesOfTheContent) {
   WriteFile(folder / "a.jpg", "photo");
   WriteFile(folder / "b.png", "photo");
   WriteFile(folder / "none.jpg", "photo");
@@ -95,7 +95,7 @@ TEST_F(List, PrintsOneAlignedTableOfWhatThePicturesAreByTheirContent) {
               "tavithumb: missing.jpg: it does not exist; check its name\n");
 }
 
-TEST_F(List, TellsPlainlyThatNothingIsStored) {
+TEST_F(List, SaysPlainlyThatNothingIsStored) {
   WriteFile(folder / "a.jpg", "photo");
   ExpectTable({"a.jpg"}, "a.jpg: nothing is stored\n");
   fs::create_directories(Place("a.jpg", ""));
@@ -106,7 +106,7 @@ TEST_F(List, TellsPlainlyThatNothingIsStored) {
             (std::vector<json>{{{"source", folder / "a.jpg"}, {"entries", json::array()}, {"error", nullptr}}}));
 }
 
-TEST_F(List, TellsThePictureInJson) {
+TEST_F(List, PrintsThePictureInJson) {
   MakePng(folder / "a.png", 600, 400);
   const std::string place = Place("a.png", "TAVIFILE_THUMB_S.png");
   ASSERT_EQ(run({"get", "--size=small", folder / "a.png"}).code, 0);
@@ -124,7 +124,7 @@ TEST_F(List, TellsThePictureInJson) {
                                 {"error", nullptr}}}));
 }
 
-TEST_F(List, ListsWhatIsStoredForASourceThatIsGone) {
+TEST_F(List, ListsWhatIsStoredForADeletedSource) {
   WriteFile(folder / "a.jpg", "photo");
   Store("a.jpg", thumb, "no pic\n");
   fs::remove(folder / "a.jpg");
@@ -137,7 +137,7 @@ TEST_F(List, ListsWhatIsStoredForASourceThatIsGone) {
                                 {"error", nullptr}}}));
 }
 
-TEST_F(List, CannotTellTheStateWhereTheSourceIsNoFileThatCanBeLookedAt) {
+TEST_F(List, HasNoStateIfTheSourceIsNotAFileThatCanBeExamined) {
   WriteFile(folder / "a.jpg", "photo");
   Store("a.jpg", thumb, "no pic\n");
   fs::remove(folder / "a.jpg");
@@ -147,7 +147,7 @@ TEST_F(List, CannotTellTheStateWhereTheSourceIsNoFileThatCanBeLookedAt) {
             (json{Entry("a.jpg", thumb, "Brovix", "medium", 0, "unknown")}));
 }
 
-TEST_F(List, PassesOverWhatIsNoFile) {
+TEST_F(List, SkipsAnythingThatIsNotAFile) {
   WriteFile(folder / "a.jpg", "photo");
   Store("a.jpg", thumb, "no pic\n");
   fs::create_symlink(thumb, Place("a.jpg", "TAVIFILE_THUMB_S.jpg"));
@@ -159,7 +159,7 @@ TEST_F(List, PassesOverWhatIsNoFile) {
                   Place("a.jpg", thumb) + "\n");
 }
 
-TEST_F(List, RefusesWhatCanHaveNothingStored) {
+TEST_F(List, RejectsFilesThatCannotHaveThumbnails) {
   fs::create_directory(folder / "album");
   WriteFile(folder / "notes.txt", "text");
   const std::string longName(100000, 'n');
@@ -178,7 +178,7 @@ TEST_F(List, RefusesWhatCanHaveNothingStored) {
             (std::vector<json>{{{"source", folder / "missing.jpg"}, {"error", "it does not exist"}}}));
 }
 
-TEST_F(List, TellsWhereItMayNotLook) {
+TEST_F(List, ReportsWhatItMayNotRead) {
   if (const std::string why = CommandRunner::WhyNotAs(nobody); !why.empty()) GTEST_SKIP() << why;
   WriteFile(folder / "a.jpg", "photo");
   Store("a.jpg", thumb, "no pic\n");
@@ -193,7 +193,7 @@ TEST_F(List, TellsWhereItMayNotLook) {
   }
 }
 
-TEST_F(List, TakesNamesOfAnyBytes) {
+TEST_F(List, AcceptsNamesWithAnyBytes) {
   WriteFile(folder / "new\nline.jpg", "photo");
   WriteFile(folder / "latin\xfc.jpg", "photo");
   Store("new\nline.jpg", thumb, "no pic\n");

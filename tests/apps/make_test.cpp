@@ -66,7 +66,7 @@ class Make : public Batch {
   const std::string png = folder / "picture.png";
 };
 
-TEST_F(Make, MakesWhatIsMissingAndFindsItTheNextTime) {
+TEST_F(Make, MakesMissingThumbnailsAndFindsThemTheNextTime) {
   MakePng(png, 800, 600);
   fs::create_directories(folder / "a/b");
   const std::string other = folder / "a/b/other.png";
@@ -93,7 +93,7 @@ TEST_F(Make, MakesWhatIsMissingAndFindsItTheNextTime) {
   EXPECT_EQ(Leftovers(), Strings{});
 }
 
-TEST_F(Make, TellsEachFileAsAnObjectAndSumsUp) {
+TEST_F(Make, PrintsAnObjectPerFileAndASummary) {
   MakePng(png, 800, 600);
   WriteFile(folder / "broken.png", "");
   const Outcome outcome = run({"make", "--sizes", "small,large", "--json", folder.Path()});
@@ -135,7 +135,7 @@ TEST_F(Make, MakesTheSameAsGet) {
   }
 }
 
-TEST_F(Make, TakesThePhotosInFoldersAndPassesOverTheRest) {
+TEST_F(Make, ProcessesThePhotosInFoldersAndSkipsTheRest) {
   MakePng(png, 200, 100);
   fs::create_directories(folder / "top/sub/.hidden");
   for (const char* taken : {"top/a.PNG", "top/.b.png", "top/sub/c.png", "top/sub/.hidden/d.png"}) {
@@ -155,7 +155,7 @@ TEST_F(Make, TakesThePhotosInFoldersAndPassesOverTheRest) {
   ExpectSources({folder / "top/linked"}, {folder / "top/linked/e.png"});
 }
 
-TEST_F(Make, TakesEachFileOnceHoweverOftenItIsNamed) {
+TEST_F(Make, ProcessesEachFileOnceHoweverOftenItIsGiven) {
   fs::create_directories(folder / "a/b");
   const std::string x = folder / "a/x.png";
   const std::string y = folder / "a/b/y.png";
@@ -172,7 +172,7 @@ struct Named {
   std::string problem;
 };
 
-TEST_F(Make, SaysWhyAFileThatIsNamedFails) {
+TEST_F(Make, SaysWhyAFileGivenByNameFails) {
   MakePng(png, 20, 10);
   WriteFile(folder / "text.txt", "");
   WriteFile(folder / "other.jpg", std::string(1000, 'x'));
@@ -235,7 +235,7 @@ TEST_F(Make, ReadsNamesFromAFileOrStandardInput) {
 }
 
 // As listed by `find`: folders and thumbnails included.
-TEST_F(Make, PassesOverThumbnailsAndOtherKindsInAList) {
+TEST_F(Make, SkipsThumbnailsAndOtherTypesInAList) {
   MakePng(png, 300, 200);
   WriteFile(folder / "notes.txt", "no photo");
   ASSERT_EQ(run({"make", "--sizes", "small", png}).code, 0);
@@ -246,7 +246,7 @@ TEST_F(Make, PassesOverThumbnailsAndOtherKindsInAList) {
   ExpectSources({"--files-from", "-"}, {png}, start);
 }
 
-TEST_F(Make, SaysOfAThumbnailThatThereIsNoPlaceForOneOfItsOwn) {
+TEST_F(Make, SaysThatAThumbnailCannotHaveAThumbnail) {
   MakePng(png, 300, 200);
   ASSERT_EQ(run({"make", "--sizes", "small", png}).code, 0);
   const std::string thumbnail = EntryOf(png, "TAVIFILE_THUMB_S.png");
@@ -258,7 +258,7 @@ TEST_F(Make, SaysOfAThumbnailThatThereIsNoPlaceForOneOfItsOwn) {
                              "shorter path\n");
 }
 
-TEST_F(Make, BeginsBeforeTheListHasEnded) {
+TEST_F(Make, StartsBeforeTheListIsComplete) {
   const std::string other = folder / "other.png";
   MakePng(png, 200, 100);
   MakePng(other, 200, 100);
@@ -273,7 +273,7 @@ TEST_F(Make, BeginsBeforeTheListHasEnded) {
   EXPECT_EQ(run.Await(process).code, 0);
 }
 
-TEST_F(Make, RefusesAListWithoutSeparators) {
+TEST_F(Make, RejectsAListWithoutSeparators) {
   MakePng(png, 20, 10);
   WriteFile(folder / "list", png + "\n" + std::string(70000, 'x') + "\n" + png + "\n");
   const Outcome whole = run({"make", "--files-from", folder / "list"});
@@ -286,7 +286,7 @@ TEST_F(Make, RefusesAListWithoutSeparators) {
   EXPECT_EQ(WithoutTime(outcome.out).substr(0, 32), Table({"2", "0", "0", "0", "5", "1"}).substr(0, 32));
 }
 
-TEST_F(Make, OlderMakesAnewWhatIsOutOfDateAndNothingElse) {
+TEST_F(Make, OlderRegeneratesOnlyStaleThumbnails) {
   MakePng(png, 800, 600);
   WriteFile(EntryOf(png, "TAVIFILE_THUMB_S.png"), "stale");
   WriteFile(EntryOf(png, "TAVIFILE_THUMB_M.png"), "fresh");
@@ -300,7 +300,7 @@ TEST_F(Make, OlderMakesAnewWhatIsOutOfDateAndNothingElse) {
   EXPECT_EQ(ReadFile(EntryOf(png, "TAVIFILE_THUMB_M.png")), "fresh");
 }
 
-TEST_F(Make, LimitStopsAfterSoManyFilesThatSomethingWasMadeFor) {
+TEST_F(Make, LimitCountsFilesThatThumbnailsWereMadeFor) {
   fs::create_directory(folder / "all");
   for (const char* name : {"a", "b", "c", "d", "e"}) MakePng(folder / "all/" + name + ".png", 200, 100);
   ASSERT_EQ(run({"make", "--sizes", "small", folder / "all/b.png"}).code, 0);
@@ -326,7 +326,7 @@ TEST_F(Make, LimitStopsAfterSoManyFilesThatSomethingWasMadeFor) {
   EXPECT_EQ(second.err.find("tavithumb:"), std::string::npos);
 }
 
-TEST_F(Make, DryRunTellsWhatWouldBeMadeAndWritesNothing) {
+TEST_F(Make, DryRunPrintsWhatWouldBeMadeAndWritesNothing) {
   MakePng(png, 1500, 1400);
   const std::string small = folder / "small.png";
   MakePng(small, 100, 100);
@@ -358,7 +358,7 @@ TEST_F(Make, DryRunKnowsThatAPreviewWouldBeStored) {
   EXPECT_EQ(BySource(run({"make", "--sizes", "small,big", "--json", jpeg}).out).at(jpeg), would);
 }
 
-TEST_F(Make, FindsWhatWasMadeOfASourceWithoutFacts) {
+TEST_F(Make, FindsThumbnailsMadeForASourceWithoutFacts) {
   const std::string sample = SamplesFolder() + "/raw/SigmaDP2.x3f";
   if (!Exists(sample)) GTEST_SKIP() << "needs the sample raw/SigmaDP2.x3f";
   const std::string raw = folder / "raw.x3f";
@@ -367,7 +367,7 @@ TEST_F(Make, FindsWhatWasMadeOfASourceWithoutFacts) {
   EXPECT_EQ(BySource(run({"make", "--sizes", "small", "--json", raw}).out).at(raw), Object(raw, {}, {"small"}));
 }
 
-TEST_F(Make, KeepsNothingOnAVolumeThatTakesNoEntries) {
+TEST_F(Make, LeavesNothingOnAVolumeThatCannotStoreEntries) {
   MakePng(png, 200, 100);
   Start start;
   start.environment = {"LD_PRELOAD=" NO_EA_VOLUME, "ASAN_OPTIONS=verify_asan_link_order=0"};
@@ -388,7 +388,7 @@ TEST_F(Make, KeepsNothingOnAVolumeThatTakesNoEntries) {
 }
 
 // A folder that can't be read, one that can't be written to, and a file that can't be read.
-TEST_F(Make, GoesOnWhereItMayNot) {
+TEST_F(Make, ContinuesAfterPermissionErrors) {
   constexpr uid_t nobody = 65534;
   const std::string why = CommandRunner::WhyNotAs(nobody);
   if (!why.empty()) GTEST_SKIP() << why;
@@ -439,7 +439,7 @@ TEST_F(Make, SaysThatTheDiskIsFull) {
             Table({"2", "0", "0", "0", "0", "2"}) + "                       2  the disk is full\n");
 }
 
-TEST_F(Make, EndsWithAClosedOutput) {
+TEST_F(Make, StopsWhenItsOutputIsClosed) {
   for (const char* name : {"a", "b", "c"}) MakePng(folder / (std::string(name) + ".png"), 200, 100);
   int ends[2];
   ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);

@@ -68,7 +68,7 @@ struct Death {
   std::string remedy;
 };
 
-TEST_F(MakeWorkers, WhatAFullDiskCutsOffIsNoThumbnailThoughItsToolEndsWell) {
+TEST_F(MakeWorkers, AThumbnailTruncatedByAFullDiskIsRemovedEvenIfItsToolSucceeds) {
   if (geteuid() != 0) GTEST_SKIP() << "needs root";
   const std::string disk = folder / "disk";
   fs::create_directory(disk);
@@ -84,7 +84,7 @@ TEST_F(MakeWorkers, WhatAFullDiskCutsOffIsNoThumbnailThoughItsToolEndsWell) {
   EXPECT_EQ(left, Strings{});
 }
 
-TEST_F(MakeWorkers, AFileThatEndsItsWorkerFailsAloneAndLeavesNothing) {
+TEST_F(MakeWorkers, AFileThatKillsItsWorkerFailsAloneAndLeavesNothing) {
   const std::vector<Death> rows = {
       {"crash.png", "the decoder crashed on this file (Segmentation fault)", "get a fresh copy of it"},
       {"kill.png", "the process working on it was killed", "try again when more memory is free"},
@@ -104,7 +104,7 @@ TEST_F(MakeWorkers, AFileThatEndsItsWorkerFailsAloneAndLeavesNothing) {
 }
 
 // A preview that has to be rotated is written under the final name; the sizes made before it are kept.
-TEST_F(MakeWorkers, HalfOfAThumbnailIsRemovedAndWhatWasMadeBeforeStays) {
+TEST_F(MakeWorkers, APartialThumbnailIsRemovedAndEarlierOnesAreKept) {
   const std::string jpeg = folder / "crash.jpg";
   MakeJpeg(jpeg, 1600, 1200);
   MakeJpeg(folder / "preview", 480, 360);
@@ -123,7 +123,7 @@ TEST_F(MakeWorkers, HalfOfAThumbnailIsRemovedAndWhatWasMadeBeforeStays) {
   EXPECT_EQ(Leftovers(), Strings{});
 }
 
-TEST_F(MakeWorkers, AFileThatTakesTooLongFailsAndItsToolsAreEnded) {
+TEST_F(MakeWorkers, AFileThatTakesTooLongFailsAndItsToolsAreKilled) {
   Picture("a.png");
   ASSERT_EQ(run(Small("1")).code, 0);
   const std::string hanging = Picture("hang.png");
@@ -141,7 +141,7 @@ TEST_F(MakeWorkers, AFileThatTakesTooLongFailsAndItsToolsAreEnded) {
   EXPECT_EQ(Leftovers(), Strings{});
 }
 
-TEST_F(MakeWorkers, TheFirstSignalFinishesTheRunningFilesAndTheNextRunGoesOn) {
+TEST_F(MakeWorkers, TheFirstSignalFinishesTheRunningFilesAndTheNextRunContinues) {
   for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
     SCOPED_TRACE(signal);
     fs::remove(noted);
@@ -168,7 +168,7 @@ TEST_F(MakeWorkers, TheFirstSignalFinishesTheRunningFilesAndTheNextRunGoesOn) {
   }
 }
 
-TEST_F(MakeWorkers, TheSecondSignalEndsTheRunningTools) {
+TEST_F(MakeWorkers, TheSecondSignalKillsTheRunningTools) {
   const std::string hanging = Picture("hang.png");
   const pid_t process = run.Begin(Small("1"), ProbedStart());
   AwaitNoted("hangs", 1);
@@ -183,7 +183,7 @@ TEST_F(MakeWorkers, TheSecondSignalEndsTheRunningTools) {
   EXPECT_EQ(Leftovers(), Strings{});
 }
 
-TEST_F(MakeWorkers, FinishTheirFileAndTidyUpWhenTheParentIsKilled) {
+TEST_F(MakeWorkers, FinishTheirFileAndCleanUpWhenTheParentIsKilled) {
   const std::string source = Picture("wait-1.png");
   const pid_t process = run.Begin(Small("1"), ProbedStart());
   AwaitNoted("waits", 1);

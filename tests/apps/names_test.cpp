@@ -147,7 +147,7 @@ TEST_F(NamesOfAnyBytes, ArePrintableInTheTable) {
             "image  image/png  400x300  1            0         no      no    -        new\\nline.png\n");
 }
 
-TEST_F(NamesOfAnyBytes, AreRefusedPlainlyWhereImageMagickTakesThemForAPattern) {
+TEST_F(NamesOfAnyBytes, AreRejectedPlainlyIfImageMagickReadsThemAsAPattern) {
   for (const char* name : {"100%d.png", "100%03d.png", "%x.png", "%o.png", "100%%.png", "%[x].png"}) {
     Copy(name);
     const Outcome outcome = run({"get", name}, In(folder.Path()));
@@ -167,7 +167,7 @@ TEST_F(NamesOfAnyBytes, AreRefusedPlainlyWhereImageMagickTakesThemForAPattern) {
   }
 }
 
-TEST_F(NamesOfAnyBytes, AreRefusedPlainlyWhereImageMagickTakesOtherFilesForThem) {
+TEST_F(NamesOfAnyBytes, AreRejectedPlainlyIfImageMagickConfusesThemWithOtherFiles) {
   const std::string reason =
       ": it could not be converted because ImageMagick may read other files in its place; rename it, or work on a copy "
       "in "
@@ -187,7 +187,7 @@ TEST_F(NamesOfAnyBytes, AreRefusedPlainlyWhereImageMagickTakesOtherFilesForThem)
   EXPECT_EQ(run({"get", folder / "free[1].png"}).out, EntryOf(folder / "free[1].png", "TAVIFILE_THUMB_M.png") + "\n");
 }
 
-TEST_F(NamesOfAnyBytes, WithAPercentPatternDoNotTroubleTheOtherTools) {
+TEST_F(NamesOfAnyBytes, WithAPercentPatternDoNotAffectOtherTools) {
   const std::string jpeg = folder / "100%d.jpg";
   RunTool({"/usr/bin/convert", "-size", "400x300", "-seed", "1", "plasma:red-blue", "-quality", "100",
            "jpg:" + (folder / "noise.jpg")});
@@ -221,7 +221,7 @@ struct Spelling {
   std::string source;  // the absolute path, below the test's folder
 };
 
-TEST_F(NamesOfAnyBytes, BecomeAbsoluteAndStayAsTheyAreOtherwise) {
+TEST_F(NamesOfAnyBytes, BecomeAbsoluteAndAreOtherwiseUnchanged) {
   namespace fs = std::filesystem;
   fs::create_directories(folder / "deep/er");
   fs::create_directory_symlink(folder / "deep/er", folder / "link");

@@ -43,11 +43,11 @@ class BrokenOutput : public testing::Test {
   const CommandRunner run;
 };
 
-TEST_F(BrokenOutput, OnAFullDiskIsAnError) {
+TEST_F(BrokenOutput, ToAFullDiskIsAnError) {
   ExpectRefusal(ToFullDisk(), "No space left on device");
 }
 
-TEST_F(BrokenOutput, IntoAPipeThatNobodyReadsIsAnError) {
+TEST_F(BrokenOutput, ToAPipeWithoutAReaderIsAnError) {
   int ends[2];
   ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
   close(ends[0]);
@@ -57,7 +57,7 @@ TEST_F(BrokenOutput, IntoAPipeThatNobodyReadsIsAnError) {
   close(ends[1]);
 }
 
-TEST_F(BrokenOutput, ThatIsClosedIsAnErrorAndIsNoOtherFile) {
+TEST_F(BrokenOutput, ToAClosedDescriptorIsAnErrorAndReachesNoOtherFile) {
   const std::string before = ReadFile(source);
   Start start;
   start.closesOutput = true;

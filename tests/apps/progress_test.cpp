@@ -85,7 +85,7 @@ class ProgressLine : public Batch {
   std::string shown_;
 };
 
-TEST_F(ProgressLine, TellsHowManyAreDoneAndTheCurrentFileOnATerminal) {
+TEST_F(ProgressLine, ShowsTheProgressAndTheCurrentFileOnATerminal) {
   MakePng(folder / "wait-1.png", 200, 100);
   const std::string current = folder / "wait-1.png";
   Resize(200);
@@ -122,7 +122,7 @@ TEST_F(ProgressLine, FollowsTheSizeOfTheTerminal) {
   EXPECT_NE(std::find(drawn.begin(), drawn.end(), "0/1  ...ng-name.png"), drawn.end()) << shown;
 }
 
-TEST_F(ProgressLine, ComesBackBelowAProblem) {
+TEST_F(ProgressLine, IsRedrawnBelowAnError) {
   WriteFile(folder / "broken.png", "");
   MakePng(folder / "wait-1.png", 200, 100);
   MakePng(folder / "wait-2.png", 200, 100);
@@ -159,7 +159,7 @@ TEST_F(ProgressLine, SendsNothingSpecialToADumbTerminal) {
   EXPECT_EQ(shown.substr(0, 16), "tavithumb: 0/1\r\n");  // the terminal's own line ends
 }
 
-TEST_F(ProgressLine, IsALineNowAndThenElsewhere) {
+TEST_F(ProgressLine, IsAnOccasionalLineWithoutATerminal) {
   MakePng(folder / "wait-1.png", 200, 100);
   Start start = ProbedStart();
   start.environment.emplace_back("PROBE_SPEED=100");

@@ -50,7 +50,7 @@ class Reasons : public testing::Test {
   const CommandRunner run;
 };
 
-TEST_F(Reasons, NotThere) {
+TEST_F(Reasons, DoesNotExist) {
   ExpectNoAnswerFromBoth(folder / "missing.jpg", "it does not exist", "check its name");
   fs::create_symlink("nowhere", folder / "dangling.jpg");
   ExpectNoAnswerFromBoth(folder / "dangling.jpg", "it does not exist", "check its name");
@@ -59,7 +59,7 @@ TEST_F(Reasons, NotThere) {
   ExpectNoAnswerFromBoth(folder / "file.jpg/", "it does not exist", "check its name");
 }
 
-TEST_F(Reasons, OutOfReach) {
+TEST_F(Reasons, NotAccessible) {
   ExpectNoAnswerFromBoth(folder / (std::string(300, 'n') + ".jpg"), "it cannot be accessed: File name too long",
                          "check its path");
   fs::create_symlink("loop.jpg", folder / "loop.jpg");
@@ -109,7 +109,7 @@ TEST_F(Reasons, NoScreenshotOfAVideo) {
   }
 }
 
-TEST_F(Reasons, NothingStoredAndMakingForbidden) {
+TEST_F(Reasons, NothingStoredAndConvertingForbidden) {
   MakePng(folder / "a.png", 600, 400);
   ExpectNoAnswer({"get", "--no-convert"}, folder / "a.png",
                  "no thumbnail is stored and --no-convert forbids making one", "leave out --no-convert");
@@ -127,7 +127,7 @@ TEST_F(Reasons, CouldNotBeConverted) {
                  "check that it opens in another program and that the disk has space");
 }
 
-TEST_F(Reasons, NothingCanBeWrittenBesideIt) {
+TEST_F(Reasons, NothingCanBeWrittenNextToIt) {
   MakePng(folder / "a.png", 600, 400);
   WriteFile(folder / ".tavi_ea", "in the way");
   ExpectNoAnswer({"get"}, folder / "a.png", "no thumbnail can be written next to it",
@@ -136,7 +136,7 @@ TEST_F(Reasons, NothingCanBeWrittenBesideIt) {
                  "make its folder writable, or work on a copy");
 }
 
-TEST_F(Reasons, TheThumbnailCouldNotBePutInItsPlace) {
+TEST_F(Reasons, TheThumbnailCouldNotBeMovedIntoPlace) {
   const TempDir other;
   const std::string source = folder / "camera.jpg";
   MakeJpeg(source, 1600, 1200);
@@ -149,7 +149,7 @@ TEST_F(Reasons, TheThumbnailCouldNotBePutInItsPlace) {
                  "leave out --no-convert");
 }
 
-TEST_F(Reasons, NoPlaceBesideIt) {
+TEST_F(Reasons, NoPlaceNextToIt) {
   const std::string source = folder / ".tavi_ea/b.png/a.png";
   WriteFile(source, "");
   MakePng(source, 600, 400);
@@ -167,7 +167,7 @@ TEST_F(Reasons, PermissionDenied) {
   ExpectNoAnswerFromBoth(folder / "closed.png", "permission denied", "ask its owner for read permission", nobody);
 }
 
-TEST_F(Reasons, AFolderThatTheUserMayNotWriteIn) {
+TEST_F(Reasons, AFolderThatTheUserMayNotWriteTo) {
   if (const std::string why = CommandRunner::WhyNotAs(nobody); !why.empty()) GTEST_SKIP() << why;
   MakePng(folder / "a.png", 600, 400);
   fs::permissions(folder.Path(), fs::perms(0755));

@@ -17,7 +17,7 @@ struct Known {
   bool isTemporary;
 };
 
-TEST(EntryNames, TellWhatTheyAreMadeOf) {
+TEST(EntryNames, AreParsedIntoTheirParts) {
   const std::vector<Known> rows = {
       {"TAVIFILE_THUMB_S.jpg", "Brovix", "small", 0, false},
       {"TAVIFILE_THUMB_M_r2.jpg", "Brovix", "medium", 2, false},
@@ -53,7 +53,7 @@ TEST(EntryNames, TellWhatTheyAreMadeOf) {
   }
 }
 
-TEST(EntryNames, AreNothingElse) {
+TEST(EntryNames, MatchNothingElse) {
   for (const std::string& name : {
            std::string(""),
            std::string("photo.jpg"),
@@ -149,7 +149,7 @@ TEST(TemporaryNames, AreThoseOfTheLibraryInTheirFolder) {
   }
 }
 
-TEST(ScratchFolders, AreThoseOfTheWebProgramAndOfMake) {
+TEST(ScratchFolders, BelongToTheWebProgramAndMake) {
   EXPECT_TRUE(IsScratchFolder("/tmp/tavithumb-web.a1Z9bY"));
   EXPECT_TRUE(IsScratchFolder("/tmp/tavithumb-make.a1Z9bY"));
   for (const char* path : {"/tmp/tavithumb-web.a1Z9b", "/tmp/tavithumb-web.a1Z9bYx", "/tmp/tavithumb-web.a1Z9b.",

@@ -30,7 +30,7 @@ std::string NoTurns(const std::string& text) {
          "--help'";
 }
 
-TEST(Usage, IsRefusedWithOneLineAndCode2) {
+TEST(Usage, IsRejectedWithOneLineAndCode2) {
   std::vector<Refusal> refusals = {
       {{}, "A subcommand is required; see 'tavithumb --help'"},
       {{"makes", "a.jpg"}, "A subcommand is required; see 'tavithumb --help'"},
@@ -115,7 +115,7 @@ struct Accepted {
   std::string entry;  // "" if the source is served unchanged
 };
 
-TEST(Usage, TakesEveryKindOfSize) {
+TEST(Usage, AcceptsEveryFormOfSize) {
   const TempDir folder;
   const std::string source = folder / "a.png";
   MakePng(source, 200, 100);
@@ -202,7 +202,7 @@ TEST(Usage, IsExplainedByHelp) {
   }
 }
 
-TEST(Usage, TellsTheVersion) {
+TEST(Usage, PrintsTheVersion) {
   const Outcome outcome = CommandRunner()({"--version"});
   EXPECT_EQ(outcome.code, 0);
   EXPECT_EQ(outcome.err, "");

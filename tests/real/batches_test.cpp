@@ -39,14 +39,14 @@ TEST_F(Batches, AllReducedSizesAreMadeOnceTheFactsWereRead) {
   EXPECT_EQ(job.GetOutputFile(), EAEntry(source, "TAVIFILE_THUMB_XL.png"));
 }
 
-TEST_F(Batches, WithoutFactsNothingCanBeMadeOfAPicture) {
+TEST_F(Batches, WithoutFactsNoThumbnailOfAPictureIsMade) {
   const std::string source = Png(1800, 1200);
   EXPECT_FALSE(Thumb(source, Thumb::OPT_BROVIX_EA, false).ConvertAll());
   EXPECT_EQ(EAEntries(source), Entries{});
 }
 
 // Nothing is known about the source, so dcraw's preview is used unchanged for every size.
-TEST_F(Batches, WithoutFactsARawFilesPreviewIsStoredAsItIs) {
+TEST_F(Batches, WithoutFactsARawFilesPreviewIsStoredUnchanged) {
   MakeJpeg(directory_ / "preview.jpg", 900, 600);
   MakeRaf(Source("a.raf"), directory_ / "preview.jpg");
   const std::string source = Dated(Source("a.raf"));
@@ -91,7 +91,7 @@ TEST_F(Batches, AnimationsAreMadeInEverySize) {
   ExpectPicture(EAEntry(source, "TAVIFILE_THUMB_B.gif"), "GIF", 640, 427, 3);
 }
 
-TEST_F(Batches, ExistingThumbnailsMoveToTheirPlaces) {
+TEST_F(Batches, ExistingThumbnailsMoveToTheirEntries) {
   const std::string source = Png(600, 400);
   Thumb job(source, 0, false);
   EXPECT_TRUE(job.SaveExistingThumbsToEA({{"small", Thumbnail("s.png")}, {"big", Thumbnail("b.png")}}, 0, true));
@@ -106,7 +106,7 @@ TEST_F(Batches, ExistingThumbnailsMoveToTheirPlaces) {
   ExpectAnswer(Ask(source, "small"), EAEntry(source, "TAVIFILE_THUMB_S.png"), "Brovix", "image/png");
 }
 
-TEST_F(Batches, ExistingThumbnailsGetTheTimeThatIsGiven) {
+TEST_F(Batches, ExistingThumbnailsGetTheGivenTime) {
   if (geteuid() != 0) GTEST_SKIP() << "needs root";
   const std::string source = Png(600, 400);
   EXPECT_TRUE(Thumb(source, 0, false).SaveExistingThumbsToEA({{"small", Thumbnail("s.png")}}, kSourceTime + 5, false));
@@ -117,7 +117,7 @@ TEST_F(Batches, ExistingThumbnailsGetTheTimeThatIsGiven) {
   EXPECT_EQ(ModificationTime(EAEntry(source, "TAVIFILE_THUMB_S.png")), 7);
 }
 
-TEST_F(Batches, GoodPairsAreStoredAmongBadOnes) {
+TEST_F(Batches, ValidPairsAreStoredAmongInvalidOnes) {
   const std::string source = Png(600, 400);
   MakeJpeg(directory_ / "other.jpg", 60, 40);
   WriteFile(directory_ / "text.png", "This is no picture at all, only a text.");
@@ -143,7 +143,7 @@ TEST_F(Batches, WithoutTheCheckAnyFileIsStored) {
   EXPECT_EQ(ReadFile(EAEntry(source, "TAVIFILE_THUMB_S.png")), "text");
 }
 
-TEST_F(Batches, ExistingAvatarsGoToTheAvatarsPlace) {
+TEST_F(Batches, ExistingAvatarsAreStoredUnderTheAvatarsName) {
   const std::string source = Png(600, 400);
   EXPECT_TRUE(Thumb(source, Thumb::OPT_AVATAR, false)
                   .SaveExistingThumbsToEA({{"small", Thumbnail("s.png")}, {"big", Thumbnail("b.png")}}, 0, true));

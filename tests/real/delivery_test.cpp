@@ -81,7 +81,7 @@ TEST_F(Delivery, ANamedSizeIsMadeStoredAndWritten) {
   ExpectPicture(EAEntry(source, "TAVIFILE_THUMB_S.png"), "PNG", 120, 80);
 }
 
-TEST_F(Delivery, AFileLargerThanAPipeIsWrittenWhole) {
+TEST_F(Delivery, AFileLargerThanAPipeIsWrittenCompletely) {
   const std::string source = Jpeg("a.jpg", 1800, 1200, 7000000);
   const Response response = Serve([&] { return Thumb(source, Thumb::OPT_BROVIX_EA, false).Output("xlarge"); });
   ExpectFile(response, "image/jpeg", EAEntry(source, "TAVIFILE_THUMB_XL.jpg"));
@@ -100,7 +100,7 @@ TEST_F(Delivery, AnExplicitBoxIsMadeStoredAndWritten) {
   ExpectPicture(EAEntry(source, "TAVIFILE_THUMB_200x200.png"), "PNG", 200, 133);
 }
 
-TEST_F(Delivery, EveryKindIsWrittenUnderTheTypeThatItsThumbnailHas) {
+TEST_F(Delivery, EverySourceTypeIsWrittenWithTheTypeOfItsThumbnail) {
   MakeBmp(Source("a.bmp"), 600, 400);
   MakeTiff(Source("a.tif"), 600, 400);
   MakeGif(Source("a.gif"), 600, 400, 3);
@@ -127,7 +127,7 @@ TEST_F(Delivery, AVideosScreenshotIsWritten) {
              EAEntry(source, "TAVIVIDEO_VIDEO_SCREENSHOT.jpg"));
 }
 
-TEST_F(Delivery, TheOriginalIsWrittenUnderItsOwnType) {
+TEST_F(Delivery, TheOriginalIsWrittenWithItsOwnType) {
   MakeBmp(Source("a.bmp"), 60, 40);
   MakeGif(Source("a.gif"), 60, 40, 2);
   for (const auto& [name, mimeType] : {std::pair("a.bmp", "image/x-ms-bmp"), std::pair("a.gif", "image/gif")}) {
@@ -144,7 +144,7 @@ TEST_F(Delivery, TheOriginalIsWrittenUnderItsOwnType) {
   }
 }
 
-TEST_F(Delivery, NothingIsWrittenWhereThereIsNoAnswer) {
+TEST_F(Delivery, NothingIsWrittenWithoutAnAnswer) {
   MakeTiff(Source("a.tif"), 60, 40);
   MakePng(Source("a.png"), 300, 200);
   ExpectNothing(Serve([&] { return Thumb(Source("a.tif"), 0, false).Output("original"); }));
@@ -173,7 +173,7 @@ TEST_F(Delivery, TheCachingLineIsWrittenEvenWhenTheFileIsGone) {
   EXPECT_EQ(response.text, kCaching);
 }
 
-TEST_F(Delivery, AnAlbumexThumbnailIsWrittenDirectlyWithoutATurnOfTheUser) {
+TEST_F(Delivery, AnAlbumexThumbnailIsWrittenDirectlyWithoutAUserRotation) {
   const std::string source = WithAlbumexThumbnail();
   for (const int turns : {0, 4, -4, 8}) {
     SCOPED_TRACE(turns);
@@ -187,7 +187,7 @@ TEST_F(Delivery, AnAlbumexThumbnailIsWrittenDirectlyWithoutATurnOfTheUser) {
 }
 
 // The orientation of the source is ignored: Albumex thumbnails are stored auto-oriented.
-TEST_F(Delivery, AnAlbumexThumbnailIsTurnedOnTheWayAndItsFileStaysAsItIs) {
+TEST_F(Delivery, AnAlbumexThumbnailIsRotatedDuringDeliveryAndItsFileIsUnchanged) {
   const std::string source = WithAlbumexThumbnail();
   SetExif(source, {{"Exif.Image.Orientation", "6"}});
   Dated(source);
@@ -212,7 +212,7 @@ TEST_F(Delivery, AnAlbumexThumbnailIsTurnedOnTheWayAndItsFileStaysAsItIs) {
   EXPECT_EQ(ReadFile(AlbumexThumbnail(source)), stored);
 }
 
-TEST_F(Delivery, ATurnOnTheWayLeavesItsPipeAndItsChildToTheProcess) {
+TEST_F(Delivery, ARotationDuringDeliveryLeavesItsPipeAndChildToTheProcess) {
   const std::string source = WithAlbumexThumbnail();
   const Response response = Serve([&] {
     const std::size_t before = OpenDescriptors();
@@ -224,7 +224,7 @@ TEST_F(Delivery, ATurnOnTheWayLeavesItsPipeAndItsChildToTheProcess) {
   EXPECT_TRUE(response.delivered);
 }
 
-TEST_F(Delivery, AFreshlyTurnedThumbnailIsWrittenAsItWasStored) {
+TEST_F(Delivery, ANewlyRotatedThumbnailIsWrittenAsStored) {
   const std::string source = Source("a.png");
   MakePng(source, 600, 400);
   Dated(source);
@@ -237,7 +237,7 @@ TEST_F(Delivery, AFreshlyTurnedThumbnailIsWrittenAsItWasStored) {
   ExpectPicture(EAEntry(source, "TAVIFILE_THUMB_S_r1.png"), "PNG", 80, 120);
 }
 
-TEST_F(Delivery, AReaderWhoGoesAwayIsAFailureAndNoDeath) {
+TEST_F(Delivery, AReaderThatDisconnectsIsAFailureAndDoesNotKillTheProcess) {
   const std::string source = Jpeg("a.jpg", 1800, 1200, 7000000);
   Ask(source, "xlarge");
   int pipeEnds[2];

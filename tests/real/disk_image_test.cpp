@@ -105,7 +105,7 @@ TEST_F(OnADiskImage, TheThumbnailIsATemporaryFileThatTheCallerDeletes) {
   });
 }
 
-TEST_F(OnADiskImage, AJpegIsDecodedIntoATemporaryFileAndSaysWhetherToDeleteIt) {
+TEST_F(OnADiskImage, AJpegIsDecodedIntoATemporaryFileAndTheJobSaysWhetherToDeleteIt) {
   const std::uintmax_t bmpAndHalfAMiB = 150 * 100 * 3 + 54 + 524288;
   MakeJpeg(InFolder("worth.jpg"), 600, 400);
   MakeJpeg(InFolder("hardly.jpg"), 600, 400);
@@ -124,7 +124,7 @@ TEST_F(OnADiskImage, AJpegIsDecodedIntoATemporaryFileAndSaysWhetherToDeleteIt) {
   });
 }
 
-TEST_F(OnADiskImage, TheOrientationAndTheUsersTurnsAreInTheTemporaryFile) {
+TEST_F(OnADiskImage, TheOrientationAndTheUsersRotationAreInTheTemporaryFile) {
   for (int orientation = 1; orientation <= 8; ++orientation) {
     std::filesystem::rename(OrientedJpeg("turned.jpg", orientation, 3000000),
                             InFolder(std::to_string(orientation) + ".jpg"));
@@ -155,7 +155,7 @@ TEST_F(OnADiskImage, AnAvatarHasTheSameTemporaryName) {
   });
 }
 
-TEST_F(OnADiskImage, AnEmbeddedPreviewIsGivenUpAndTakenAway) {
+TEST_F(OnADiskImage, AnEmbeddedPreviewIsAbandonedAndRemoved) {
   MakeJpeg(InFolder("a.jpg"), 600, 400);
   MakeJpeg(directory_ / "preview.jpg", 180, 120);
   SetPreview(InFolder("a.jpg"), directory_ / "preview.jpg");
@@ -177,7 +177,7 @@ TEST_F(OnADiskImage, ARawFileLeavesNothingBehind) {
   });
 }
 
-TEST_F(OnADiskImage, WhatIsStoredOnItIsFound) {
+TEST_F(OnADiskImage, ThumbnailsStoredOnItAreFound) {
   MakePng(InFolder("a.png"), 600, 400);
   SetTimes(InFolder("a.png"), kSourceTime, kSourceTime);
   const Answer made = Ask(InFolder("a.png"), "small");
@@ -188,7 +188,7 @@ TEST_F(OnADiskImage, WhatIsStoredOnItIsFound) {
   });
 }
 
-TEST_F(OnADiskImage, SourcesThatServeAsTheyAreDoSo) {
+TEST_F(OnADiskImage, SourcesThatNeedNoThumbnailAreServedUnchanged) {
   MakePng(InFolder("a.png"), 90, 60);
   MakeHeic(InFolder("a.heic"), 90, 60, true);
   OnVolume([&] {

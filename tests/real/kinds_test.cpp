@@ -64,7 +64,7 @@ TEST_F(Kinds, ABmpBecomesAJpegThatFitsTheBox) {
               {"original", "", "BMP3", 1800, 1200}});
 }
 
-TEST_F(Kinds, ATiffBecomesAJpegAndIsNeverTheAnswerItself) {
+TEST_F(Kinds, ATiffBecomesAJpegAndIsNeverServedUnchanged) {
   MakeTiff(Source("a.tif"), 1800, 1200);
   ExpectRows(Dated(Source("a.tif")), kBrovix, "image/jpeg",
              {{"small", "TAVIFILE_THUMB_S.jpg", "JPEG", 120, 80},
@@ -86,7 +86,7 @@ TEST_F(Kinds, AnUprightJpegBecomesBmpDataUnderAJpgName) {
               {"original", "", "JPEG", 1800, 1200}});
 }
 
-TEST_F(Kinds, AnAnimationThatMayStayOneKeepsItsFrames) {
+TEST_F(Kinds, AnAnimationThatMayStayAnimatedKeepsItsFrames) {
   MakeGif(Source("a.gif"), 420, 280, 4);
   ExpectRows(Dated(Source("a.gif")), kBrovix | Thumb::OPT_ENABLE_GIF, "image/gif",
              {{"small", "TAVIFILE_THUMB_S.gif", "GIF", 120, 80},
@@ -98,7 +98,7 @@ TEST_F(Kinds, AnAnimationThatMayStayOneKeepsItsFrames) {
              4);
 }
 
-TEST_F(Kinds, AnAnimationIsFlattenedToItsFirstFrameAtEverySizeButTheOriginal) {
+TEST_F(Kinds, AnAnimationIsReducedToItsFirstFrameAtEverySizeExceptTheOriginal) {
   MakeGif(Source("a.gif"), 420, 280, 4);
   Dated(Source("a.gif"));
   ExpectRows(Source("a.gif"), kBrovix, "image/jpeg",
@@ -110,7 +110,7 @@ TEST_F(Kinds, AnAnimationIsFlattenedToItsFirstFrameAtEverySizeButTheOriginal) {
   ExpectRows(Source("a.gif"), kBrovix, "image/jpeg", {{"original", "", "GIF", 420, 280}}, 4);
 }
 
-TEST_F(Kinds, AHeicPhotoWithAnExifBlockBecomesAJpegAndIsNeverTheAnswerItself) {
+TEST_F(Kinds, AHeicPhotoWithAnExifBlockBecomesAJpegAndIsNeverServedUnchanged) {
   MakeHeic(Source("a.heic"), 900, 600, true);
   ExpectRows(Dated(Source("a.heic")), kBrovix, "image/jpeg",
              {{"small", "TAVIFILE_THUMB_S.jpg", "JPEG", 120, 80},
@@ -122,7 +122,7 @@ TEST_F(Kinds, AHeicPhotoWithAnExifBlockBecomesAJpegAndIsNeverTheAnswerItself) {
   ExpectNothing(Source("a.heic"), "original", kBrovix);
 }
 
-TEST_F(Kinds, AHeicPhotoIsTheAnswerItselfForACallerThatShowsHeif) {
+TEST_F(Kinds, AHeicPhotoIsServedUnchangedToACallerThatShowsHeif) {
   MakeHeic(Source("a.heic"), 300, 200, true);
   for (const char* size : {"small", "medium", "big", "large", "xlarge"}) {
     SCOPED_TRACE(size);
@@ -132,7 +132,7 @@ TEST_F(Kinds, AHeicPhotoIsTheAnswerItselfForACallerThatShowsHeif) {
   EXPECT_FALSE(Exists(EAEntry(Source("a.heic"), "")));
 }
 
-TEST_F(Kinds, AHeicPhotoWithAStoredThumbnailIsAnsweredByThatEvenForACallerThatShowsHeif) {
+TEST_F(Kinds, AHeicPhotosStoredThumbnailIsServedEvenToACallerThatShowsHeif) {
   MakeHeic(Source("a.heic"), 300, 200, true);
   Dated(Source("a.heic"));
   const Answer made = Ask(Source("a.heic"), "small", kBrovix);
@@ -149,7 +149,7 @@ TEST_F(Kinds, AHeicPhotoWithoutMetadataGetsNothing) {
 
 // A preview that is too large is decoded through dcraw and becomes BMP data; one that fits is scaled in one step and
 // written directly to its final path; one that is too small is still extracted by dcraw.
-TEST_F(Kinds, ARawFileBecomesAThumbnailOfItsPreview) {
+TEST_F(Kinds, ARawFilesThumbnailIsMadeFromItsPreview) {
   MakeJpeg(directory_ / "preview.jpg", 900, 600);
   MakeRaf(Source("a.raf"), directory_ / "preview.jpg");
   const std::string source = Dated(Source("a.raf"));
@@ -183,7 +183,7 @@ TEST_F(Kinds, AThumbnailConvertedFromAPreviewKeepsTheModeAndTimeItWasWrittenWith
   EXPECT_GT(record.st_mtime, kSourceTime);
 }
 
-TEST_F(Kinds, ARawFileWithAnOrientationIsTurnedUprightByBothWays) {
+TEST_F(Kinds, ARawFileWithAnOrientationIsAutoOrientedWithEitherPreview) {
   for (int orientation = 1; orientation <= 8; ++orientation) {
     SCOPED_TRACE(orientation);
     const std::string preview = OrientedJpeg("preview.jpg", orientation, 0);  // 1200x800 or 800x1200
@@ -195,7 +195,7 @@ TEST_F(Kinds, ARawFileWithAnOrientationIsTurnedUprightByBothWays) {
   }
 }
 
-TEST_F(Kinds, AJpegsFittingPreviewIsStoredAsItIs) {
+TEST_F(Kinds, AJpegsFittingPreviewIsStoredUnchanged) {
   const std::string source = Source("a.jpg");
   MakeJpeg(source, 1800, 1200);
   MakeJpeg(directory_ / "preview.jpg", 180, 120);
@@ -214,7 +214,7 @@ TEST_F(Kinds, AJpegsTooSmallPreviewIsNotUsed) {
   ExpectRows(Dated(source), kBrovix, "image/jpeg", {{"medium", "TAVIFILE_THUMB_M.jpg", "BMP3", 450, 300}});
 }
 
-TEST_F(Kinds, AJpegsPreviewIsLeftForTheOriginalAndTakenAwayWithTheJob) {
+TEST_F(Kinds, AJpegsPreviewIsNotUsedForTheOriginalAndIsRemovedWithTheJob) {
   const std::string source = Source("a.jpg");
   MakeJpeg(source, 900, 600);
   MakeJpeg(directory_ / "preview.jpg", 180, 120);
@@ -227,7 +227,7 @@ TEST_F(Kinds, AJpegsPreviewIsLeftForTheOriginalAndTakenAwayWithTheJob) {
   EXPECT_EQ(OwnTemporaryFiles(), std::vector<std::string>{});
 }
 
-TEST_F(Kinds, AVideoIsAnsweredByItsStoredScreenshotAtEverySizeButTheOriginal) {
+TEST_F(Kinds, AVideosScreenshotIsServedAtEverySizeExceptTheOriginal) {
   const std::string source = Source("movie.mp4");
   WriteFile(source, "no video at all");
   Dated(source);
@@ -244,7 +244,7 @@ TEST_F(Kinds, AVideoIsAnsweredByItsStoredScreenshotAtEverySizeButTheOriginal) {
   ExpectAnswer(Ask(source, "small"), "", "", "image/jpeg");
 }
 
-TEST_F(Kinds, AVideosBrovixThumbnailComesBeforeItsScreenshot) {
+TEST_F(Kinds, AVideosBrovixThumbnailIsPreferredToItsScreenshot) {
   const std::string source = Source("movie.mkv");
   WriteFile(source, "no video at all");
   Dated(source);
@@ -272,7 +272,7 @@ TEST_F(Kinds, AlbumexThumbnailsAreFoundByTheNewNameAndThenTheOldOne) {
                "image/png");
 }
 
-TEST_F(Kinds, WebAcceptableSourcesThatFitTheBoxAreTheAnswerThemselves) {
+TEST_F(Kinds, WebAcceptableSourcesThatFitTheBoxAreServedUnchanged) {
   MakePng(Source("a.png"), 120, 80);
   MakeBmp(Source("a.bmp"), 120, 80);
   MakeJpeg(Source("a.jpg"), 120, 80);
@@ -285,7 +285,7 @@ TEST_F(Kinds, WebAcceptableSourcesThatFitTheBoxAreTheAnswerThemselves) {
   }
 }
 
-TEST_F(Kinds, LargeGoesByThePixelCountAndXlargeByTheBox) {
+TEST_F(Kinds, LargeDependsOnThePixelCountAndXlargeOnTheBox) {
   MakePng(Source("wide.png"), 2000, 800);
   Dated(Source("wide.png"));
   ExpectAnswer(Ask(Source("wide.png"), "large"), Source("wide.png"), "Original", "image/png");
@@ -297,7 +297,7 @@ TEST_F(Kinds, LargeGoesByThePixelCountAndXlargeByTheBox) {
 }
 
 // 450 x 300 pixels are 405,054 bytes of BMP.
-TEST_F(Kinds, AJpegIsServedAsItIsUpToTheBytesOfItsBmpAndDecodedFromOneByteMore) {
+TEST_F(Kinds, AJpegIsServedUnchangedUpToTheBytesOfItsBmpAndDecodedFromOneByteMore) {
   const std::string source = Jpeg("a.jpg", 1800, 1200, 450 * 300 * 3 + 54);
   ExpectAnswer(Ask(source, "medium"), source, "Original", "image/jpeg");
   std::filesystem::resize_file(source, 450 * 300 * 3 + 55);
@@ -326,7 +326,7 @@ TEST_F(Kinds, UnknownSizesGetNothing) {
   EXPECT_FALSE(Exists(EAEntry(Source("a.png"), "")));
 }
 
-TEST_F(Kinds, WithoutConversionOnlyWhatIsThereIsTheAnswer) {
+TEST_F(Kinds, WithoutConversionOnlyExistingFilesAreServed) {
   MakePng(Source("a.png"), 300, 200);
   const int options = Thumb::OPT_BROVIX_EA | Thumb::OPT_NO_CONVERT;
   ExpectAnswer(Ask(Source("a.png"), "small", options), "", "", "image/png");

@@ -19,7 +19,7 @@ void ExpectPicture(const std::string& path, const std::string& format, int width
   EXPECT_EQ(facts.frames, frames);
 }
 
-TEST(Pictures, AreOfTheirKindAndSizeAndShowTheSameScene) {
+TEST(Pictures, HaveTheirTypeAndSizeAndShowTheSameScene) {
   const TempDir directory;
   MakeJpeg(directory / "a.jpg", 300, 200);
   MakePng(directory / "a.png", 150, 100);
@@ -41,7 +41,7 @@ TEST(Pictures, AreOfTheirKindAndSizeAndShowTheSameScene) {
   }
 }
 
-TEST(Pictures, DifferFromEachOfTheirTurnsAndMirrors) {
+TEST(Pictures, DifferFromEachOfTheirRotationsAndMirrorings) {
   const TempDir directory;
   MakeJpeg(directory / "a.jpg", 300, 300);
   const std::vector<std::vector<std::string>> ways = {
@@ -57,7 +57,7 @@ TEST(Pictures, DifferFromEachOfTheirTurnsAndMirrors) {
   }
 }
 
-TEST(Pictures, CarryTheExifValuesAndThePreviewThatWereSet) {
+TEST(Pictures, HaveTheExifValuesAndThePreviewThatWereSet) {
   const TempDir directory;
   MakeJpeg(directory / "a.jpg", 400, 300);
   MakeJpeg(directory / "preview.jpg", 160, 120);
@@ -72,7 +72,7 @@ TEST(Pictures, CarryTheExifValuesAndThePreviewThatWereSet) {
   EXPECT_EQ(previews[0].height_, 120u);
 }
 
-TEST(Pictures, ARawContainerHoldsThePreviewForExiv2AndDcraw) {
+TEST(Pictures, ARawContainerHasAPreviewForExiv2AndDcraw) {
   const TempDir directory;
   MakeJpeg(directory / "preview.jpg", 320, 200);
   MakeRaf(directory / "a.raf", directory / "preview.jpg");

@@ -276,13 +276,13 @@ TEST_F(Samples, StillPicturesAreAnsweredInEverySize) {
 TEST_F(Samples, RawFilesAreAnsweredInEverySize) {
   ExpectRowsOf("raw");
 }
-TEST_F(Samples, BrokenFilesAreAnsweredOrRefused) {
+TEST_F(Samples, BrokenFilesAreAnsweredOrRejected) {
   ExpectRowsOf("broken");
 }
 
 // Each shows its orientation as a large number, so they differ more than the same picture would, but less than if
 // rotated (0.15 and more).
-TEST_F(Samples, OfTheEightOrientationsComeOutTheSameWayUp) {
+TEST_F(Samples, OfTheEightOrientationsHaveThumbnailsWithTheSameOrientation) {
   const std::string upright = samples_ + "/orientation/landscape_1.jpg";
   for (int orientation = 1; orientation <= 8; ++orientation) {
     const std::string source = Copy("orientation/landscape_" + std::to_string(orientation) + ".jpg");
@@ -377,7 +377,7 @@ TEST_F(Samples, HaveTheFactsThatTheirCamerasWrote) {
   }
 }
 
-TEST_F(Samples, OfNoKnownTypeHaveNoFacts) {
+TEST_F(Samples, OfUnknownTypesHaveNoFacts) {
   for (const char* file : {"heic/no-exif.heic", "raw/SigmaDP2.x3f", "raw/KyoceraRaw.raw", "broken/iteminfo.heif"}) {
     SCOPED_TRACE(file);
     ThumbInfo info(samples_ + "/" + file, "medium", {360, 360});
@@ -416,7 +416,7 @@ const Preview kPreviews[] = {{"photos/nikon-d3100.jpg", 120, "JPEG 160x120"},
                              {"raw/nikon-d70s.nef", 360, "JPEG 425x640"},
                              {"raw/CanonRaw.cr2", 360, ""}};
 
-TEST_F(Samples, GiveThePreviewThatFitsTheBoxWithTheSourcesTimes) {
+TEST_F(Samples, HaveThePreviewThatFitsTheBoxWithTheSourcesTimes) {
   for (const Preview& preview : kPreviews) {
     SCOPED_TRACE(testing::Message() << preview.file << ", box " << preview.side);
     const std::string source = Copy(preview.file);

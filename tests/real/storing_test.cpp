@@ -27,7 +27,7 @@ class Storing : public RealTest {
   }
 };
 
-TEST_F(Storing, AStoredThumbnailAnswersTheNextRequestUntouched) {
+TEST_F(Storing, AStoredThumbnailAnswersTheNextRequestUnchanged) {
   const std::string source = Png("a.png");
   const Answer first = Ask(source, "small");
   const struct stat before = StatOf(first.path);
@@ -39,7 +39,7 @@ TEST_F(Storing, AStoredThumbnailAnswersTheNextRequestUntouched) {
   EXPECT_EQ(before.st_ctim.tv_nsec, after.st_ctim.tv_nsec);
 }
 
-TEST_F(Storing, WithoutTheLookUpItIsMadeAnew) {
+TEST_F(Storing, WithoutTheLookupItIsRegenerated) {
   const std::string source = Png("a.png");
   const Answer first = Ask(source, "small", 0);
   WriteFile(first.path, "marked");
@@ -47,7 +47,7 @@ TEST_F(Storing, WithoutTheLookUpItIsMadeAnew) {
   ExpectPicture(first.path, "PNG", 120, 80);
 }
 
-TEST_F(Storing, AThumbnailOlderThanItsSourceIsMadeAnew) {
+TEST_F(Storing, AThumbnailOlderThanItsSourceIsRegenerated) {
   const std::string source = Png("a.png");
   const Answer first = Ask(source, "small");
   WriteFile(first.path, "marked");
@@ -57,7 +57,7 @@ TEST_F(Storing, AThumbnailOlderThanItsSourceIsMadeAnew) {
   ExpectPicture(first.path, "PNG", 120, 80);
 }
 
-TEST_F(Storing, AStaleAvatarIsMadeAnew) {
+TEST_F(Storing, AStaleAvatarIsRegenerated) {
   const std::string source = Png("a.png");
   const Answer first = Ask(source, "small", Thumb::OPT_AVATAR);
   WriteFile(first.path, "marked");
@@ -69,7 +69,7 @@ TEST_F(Storing, AStaleAvatarIsMadeAnew) {
   ExpectPicture(first.path, "PNG", 120, 120);
 }
 
-TEST_F(Storing, TheModeOfTheLastSuccessStaysWithTheJob) {
+TEST_F(Storing, TheJobKeepsTheModeOfTheLastSuccess) {
   const std::string source = Png("a.png");
   Thumb job(source, kBrovix, false);
   job.CalcOutputFile("small");
@@ -84,7 +84,7 @@ TEST_F(Storing, TheModeOfTheLastSuccessStaysWithTheJob) {
   EXPECT_EQ(job.CalcOutputFile("medium"), source);
 }
 
-TEST_F(Storing, AFailedRequestReturnsWhatAnEarlierOneLeft) {
+TEST_F(Storing, AFailedRequestReturnsTheResultOfAnEarlierOne) {
   const std::string source = Png("a.png");
   Thumb job(source, kBrovix, false);
   const std::string made = job.CalcOutputFile("small");
@@ -109,7 +109,7 @@ TEST_F(Storing, AFileInPlaceOfTheEADirectoryLeavesTheAnswerEmpty) {
 }
 
 // Each in a folder of its own: convert takes a name with "*" or "?" for a pattern if other names match it.
-TEST_F(Storing, NamesOfAnyBytesWork) {
+TEST_F(Storing, NamesWithAnyBytesWork) {
   for (const std::string name :
        {"-b.png", "a b.png", "[1].png", "a*?.png", "a'b\"c.png", "two\nlines.png", "\xE4.png"}) {
     SCOPED_TRACE(name);
@@ -183,7 +183,7 @@ TEST_F(Storing, AUserWhoCannotBecomeRootGetsAThumbnailOfTheirOwn) {
   ExpectPicture(EAEntry(source, "TAVIFILE_THUMB_S.png"), "PNG", 120, 80);
 }
 
-TEST_F(Storing, AUserWhoMayNotWriteBesideTheSourceGetsNothing) {
+TEST_F(Storing, AUserWhoMayNotWriteNextToTheSourceGetsNothing) {
   if (geteuid() != 0) GTEST_SKIP() << "needs root";
   const std::string source = Png("a.png");
   EXPECT_EQ(chmod(directory_.Path().c_str(), 0755), 0);
@@ -194,7 +194,7 @@ TEST_F(Storing, AUserWhoMayNotWriteBesideTheSourceGetsNothing) {
   EXPECT_FALSE(Exists(directory_ / ".tavi_ea"));
 }
 
-TEST_F(Storing, ASourceThatCannotBeReadOrIsMissingIsRefused) {
+TEST_F(Storing, ASourceThatCannotBeReadOrIsMissingIsRejected) {
   try {
     Thumb job(directory_ / "missing.png", 0, false);
     FAIL() << "no error";

@@ -37,7 +37,7 @@ const Orientation kOrientations[] = {{1, 0, false}, {2, 0, true},  {3, 2, false}
                                      {5, 1, true},  {6, 1, false}, {7, 3, true},  {8, 3, false}};
 
 // Unrotated pixels stay BMP data as stored; a picture that is rotated or mirrored is a JPEG that fits the box.
-TEST_F(Turns, AJpegInAnyOrientationComesOutUprightAndThenTurnedAsTheUserWants) {
+TEST_F(Turns, AJpegWithAnyOrientationIsAutoOrientedAndThenRotatedAsRequested) {
   for (const Orientation& orientation : kOrientations) {
     const std::string source =
         OrientedJpeg("a" + std::to_string(orientation.value) + ".jpg", orientation.value, 3000000);
@@ -58,7 +58,7 @@ TEST_F(Turns, AJpegInAnyOrientationComesOutUprightAndThenTurnedAsTheUserWants) {
   }
 }
 
-TEST_F(Turns, ATiffInAnyOrientationComesOutUpright) {
+TEST_F(Turns, ATiffWithAnyOrientationIsAutoOriented) {
   for (const Orientation& orientation : kOrientations) {
     SCOPED_TRACE(orientation.value);
     const std::string jpeg = OrientedJpeg("stored.jpg", orientation.value, 0);
@@ -73,7 +73,7 @@ TEST_F(Turns, ATiffInAnyOrientationComesOutUpright) {
   }
 }
 
-TEST_F(Turns, OtherPicturesAreTurnedAsTheUserWants) {
+TEST_F(Turns, OtherPicturesAreRotatedAsRequested) {
   MakePng(Source("a.png"), 600, 400);
   MakeBmp(Source("a.bmp"), 600, 400);
   MakeTiff(Source("a.tif"), 600, 400);
@@ -95,7 +95,7 @@ TEST_F(Turns, OtherPicturesAreTurnedAsTheUserWants) {
   }
 }
 
-TEST_F(Turns, AnAnimationIsTurnedWithAllItsFrames) {
+TEST_F(Turns, AnAnimationIsRotatedWithAllItsFrames) {
   MakeGif(Source("a.gif"), 300, 200, 3);
   const std::string source = Dated(Source("a.gif"));
   const Answer answer = Ask(source, "small", kBrovix | Thumb::OPT_ENABLE_GIF, 1);
@@ -104,7 +104,7 @@ TEST_F(Turns, AnAnimationIsTurnedWithAllItsFrames) {
   ExpectScene(answer.path, 1);
 }
 
-TEST_F(Turns, AnyNumberOfTurnsIsNamedByItsRemainder) {
+TEST_F(Turns, AnyNumberOfQuarterTurnsIsNamedByItsRemainder) {
   const std::string source = Png("a.png", 600, 400);
   const struct {
     int turns;
@@ -123,7 +123,7 @@ TEST_F(Turns, AnyNumberOfTurnsIsNamedByItsRemainder) {
   }
 }
 
-TEST_F(Turns, FourTurnsConvertWhatWouldOtherwiseServeAsItIs) {
+TEST_F(Turns, FourQuarterTurnsConvertWhatIsOtherwiseServedUnchanged) {
   const std::string source = Png("a.png", 90, 60);
   ExpectAnswer(Ask(source, "small", kBrovix, 0), source, "Original", "image/png");
   const Answer answer = Ask(source, "small", kBrovix, 4);
@@ -132,7 +132,7 @@ TEST_F(Turns, FourTurnsConvertWhatWouldOtherwiseServeAsItIs) {
 }
 
 // Mirroring alone is no reason to convert, and neither is a rotation if the JPEG is small in bytes.
-TEST_F(Turns, ASmallJpegIsServedAsItIsWhateverItsOrientation) {
+TEST_F(Turns, ASmallJpegIsServedUnchangedWhateverItsOrientation) {
   for (const Orientation& orientation : kOrientations) {
     SCOPED_TRACE(orientation.value);
     const std::string source = OrientedJpeg("a" + std::to_string(orientation.value) + ".jpg", orientation.value, 0);
@@ -140,7 +140,7 @@ TEST_F(Turns, ASmallJpegIsServedAsItIsWhateverItsOrientation) {
   }
 }
 
-TEST_F(Turns, AMirroredJpegsPreviewIsStoredAsItIs) {
+TEST_F(Turns, AMirroredJpegsPreviewIsStoredUnchanged) {
   const std::string source = OrientedJpeg("a.jpg", 2, 0);
   RunTool({"/usr/bin/convert", source, "-strip", "-resize", "180x120", directory_ / "preview.jpg"});
   SetPreview(source, directory_ / "preview.jpg");
@@ -150,7 +150,7 @@ TEST_F(Turns, AMirroredJpegsPreviewIsStoredAsItIs) {
   EXPECT_GT(Difference(answer.path, upright_), kOtherScene);
 }
 
-TEST_F(Turns, ATurnedJpegsPreviewIsTurnedToo) {
+TEST_F(Turns, ARotatedJpegsPreviewIsRotatedToo) {
   const std::string source = OrientedJpeg("a.jpg", 6, 0);
   RunTool({"/usr/bin/convert", source, "-strip", "-resize", "120x180", directory_ / "preview.jpg"});
   SetPreview(source, directory_ / "preview.jpg");
@@ -164,7 +164,7 @@ TEST_F(Turns, ATurnedJpegsPreviewIsTurnedToo) {
   EXPECT_EQ(ReadFile(back.path), ReadFile(directory_ / "preview.jpg"));
 }
 
-TEST_F(Turns, AnExplicitBoxIsNamedInTheStoredFrame) {
+TEST_F(Turns, AnExplicitBoxIsNamedInTheStoredOrientation) {
   const std::string source = Png("a.png", 600, 400);
   Thumb job(source, kBrovix, false);
   job.CalcOutputFile("original");  // reads the facts
@@ -179,7 +179,7 @@ TEST_F(Turns, AnExplicitBoxIsNamedInTheStoredFrame) {
   ExpectScene(job.GetOutputFile(), 1);
 }
 
-TEST_F(Turns, AnAvatarIsCutOutOfTheMiddle) {
+TEST_F(Turns, AnAvatarIsCroppedFromTheCentre) {
   const std::string source = Png("a.png", 600, 400);
   const Answer answer = Ask(source, "small", Thumb::OPT_AVATAR);
   ExpectAnswer(answer, EAEntry(source, "TAVIAVATAR_120x120.png"), "Brovix", "image/png");
@@ -194,7 +194,7 @@ TEST_F(Turns, AnAvatarIsCutOutOfTheMiddle) {
   EXPECT_LT(Difference(turned.path, directory_ / "turned.png"), 0.01);
 }
 
-TEST_F(Turns, AnAvatarOfEveryOtherKindIsAJpegCutOutOfTheMiddle) {
+TEST_F(Turns, AnAvatarOfEveryOtherTypeIsAJpegCroppedFromTheCentre) {
   MakeBmp(Source("a.bmp"), 600, 400);
   MakeTiff(Source("a.tif"), 600, 400);
   MakeGif(Source("a.gif"), 600, 400, 2);
@@ -209,7 +209,7 @@ TEST_F(Turns, AnAvatarOfEveryOtherKindIsAJpegCutOutOfTheMiddle) {
   }
 }
 
-TEST_F(Turns, AnAvatarOfAnUprightJpegIsScaledAndNotCut) {
+TEST_F(Turns, AnAvatarOfAnUprightJpegIsScaledAndNotCropped) {
   const std::string source = Jpeg("a.jpg", 600, 400, 800000);
   const Answer answer = Ask(source, "small", Thumb::OPT_AVATAR);
   ExpectAnswer(answer, EAEntry(source, "TAVIAVATAR_120x120.jpg"), "Brovix", "image/jpeg");
@@ -218,7 +218,7 @@ TEST_F(Turns, AnAvatarOfAnUprightJpegIsScaledAndNotCut) {
 }
 
 // The preview is stored under the avatar's name while the Brovix one is reported; the next request finds the avatar.
-TEST_F(Turns, AnAvatarTakenFromAPreviewIsNamedWhereItIsNot) {
+TEST_F(Turns, AnAvatarMadeFromAPreviewIsReportedUnderAnotherPath) {
   const std::string source = Source("a.jpg");
   MakeJpeg(source, 600, 400);
   MakeJpeg(directory_ / "preview.jpg", 180, 120);
@@ -232,7 +232,7 @@ TEST_F(Turns, AnAvatarTakenFromAPreviewIsNamedWhereItIsNot) {
   EXPECT_EQ(ReadFile(EAEntry(source, "TAVIAVATAR_120x120.jpg")), ReadFile(directory_ / "preview.jpg"));
 }
 
-TEST_F(Turns, AMakerNoteRotationTurnsAPictureWhoseTagSaysNormal) {
+TEST_F(Turns, AMakerNoteRotationAppliesToAPictureWhoseTagSaysNormal) {
   const std::string source = OrientedJpeg("a.jpg", 6, 0);
   SetExif(source,
           {{"Exif.Image.Orientation", "1"}, {"Exif.Image.Make", "Panasonic"}, {"Exif.Panasonic.Rotation", "6"}});

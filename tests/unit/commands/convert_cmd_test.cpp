@@ -35,7 +35,7 @@ TEST(ConvertCmd, MirrorsBetweenTheStoredAndTheUsersRotation) {
                                      "480x640", "-rotate", "90", "-flop", "-rotate", "180", "/v/d.jpg"}));
 }
 
-TEST(ConvertCmd, CutsACentredCrop) {
+TEST(ConvertCmd, CropsTheCentre) {
   OpenInfo info = JpegRecord(400, 240, {320, 240});
   info.cropMode_ = true;
   EXPECT_EQ(Vector(info), (Arguments{"/usr/bin/convert", "-strip", "-colorspace", "sRGB", "/v/a.tif[0]", "-crop",
@@ -92,7 +92,7 @@ TEST(ConvertCmd, WritesRotationsInDegreesWithTheirSign) {
   }
 }
 
-TEST(ConvertCmd, RunsTheAddOnsBuildWhileItsMarkerIsThereUnderTheUsualArgumentZero) {
+TEST(ConvertCmd, RunsTheAddOnsBuildWhileItsMarkerExistsWithTheUsualArgumentZero) {
   RecordingPlatform platform;
   FakeLibc libc;
   bool enabled = true;

@@ -148,7 +148,7 @@ TEST_F(Dcraw, RemovesThePreviewWhenItCannotBeMoved) {
   EXPECT_EQ(Entries(), Listing{});
 }
 
-TEST_F(Dcraw, FailsOnAResultThatIsNoPictureAndLeavesIt) {
+TEST_F(Dcraw, FailsOnAResultThatIsNotAPictureAndLeavesIt) {
   OpenInfo info = RawRecord();
   info.good_ = false;
   info.width_ = info.height_ = 10;
@@ -157,7 +157,7 @@ TEST_F(Dcraw, FailsOnAResultThatIsNoPictureAndLeavesIt) {
   EXPECT_EQ(Entries(), Listing{"d.jpg"});
 }
 
-TEST_F(Dcraw, FailsOnADJpegResultThatIsNoPictureAndLeavesIt) {
+TEST_F(Dcraw, FailsOnADJpegResultThatIsNotAPictureAndLeavesIt) {
   OpenDcraw command(RawRecord(), "/v/a.nef", dest);
   preview = std::string(100, 'x');
   EXPECT_FALSE(command.exec());
@@ -243,7 +243,7 @@ TEST_F(Dcraw, RemovesTheFileWhenReadingOrWritingFails) {
   }
 }
 
-TEST_F(Dcraw, GoesOnAfterAnInterruptedReadOrWrite) {
+TEST_F(Dcraw, RetriesAnInterruptedReadOrWrite) {
   int reads = 0, writes = 0;
   libc.read = [&](int descriptor, void* data, size_t size) {
     return ++reads % 2 == 1 ? (errno = EINTR, ssize_t{-1}) : RealRead(descriptor, data, size);
@@ -312,7 +312,7 @@ TEST_F(Dcraw, ClosesBothHandlesBeforeAnotherExceptionLeavesTheConstructor) {
   EXPECT_EQ(Entries(), Listing{"d.jpg_42_7"});
 }
 
-TEST_F(Dcraw, ClosesItsHandlesOnceWhenItEndsAndLeavesThePreview) {
+TEST_F(Dcraw, ClosesItsHandlesOnceOnDestructionAndLeavesThePreview) {
   const std::size_t before = Names("/proc/self/fd").size();
   { DcrawCmd command(RawRecord(), "/v/a.nef", dest); }
   EXPECT_EQ(platform.closed, platform.opened);
@@ -321,7 +321,7 @@ TEST_F(Dcraw, ClosesItsHandlesOnceWhenItEndsAndLeavesThePreview) {
   EXPECT_EQ(Entries(), Listing{"d.jpg_42_7"});
 }
 
-TEST_F(Dcraw, TakesADestinationWithoutAWidthOrAHeightForNoPicture) {
+TEST_F(Dcraw, RejectsADestinationWithoutAWidthOrAHeight) {
   OpenDcraw command(RawRecord(), "/v/a.nef", dest);
   MakeBmp(dest, 10, 10);
   const std::string bmp = ReadFile(dest);

@@ -66,7 +66,7 @@ TEST(DJpegCmd, DecodesAtTheFirstScaleThatFitsAndKeepsThreeQuartersOfTheTarget) {
   }
 }
 
-TEST(DJpegCmd, FitsTheStoredPictureIntoTheBoxBeforeItIsTurned) {
+TEST(DJpegCmd, FitsTheStoredPictureIntoTheBoxBeforeRotatingIt) {
   OpenInfo info = JpegRecord(800, 600, {300, 400});
   EXPECT_EQ(DJpegCmd(info, "/v/a", "/v/d").CalcScale(), 1);
   info.dimension_ = {150, 400};
@@ -76,14 +76,14 @@ TEST(DJpegCmd, FitsTheStoredPictureIntoTheBoxBeforeItIsTurned) {
   EXPECT_EQ(DJpegCmd(info, "/v/a", "/v/d").CalcScale(), 1);
 }
 
-TEST(DJpegCmd, ReadsTheScaleAnewWhenAsked) {
+TEST(DJpegCmd, RecomputesTheScaleOnEachCall) {
   OpenDJpeg command(JpegRecord(800, 600, {400, 300}), "/v/a.jpg", "/v/d.jpg");
   command.scaleString_ = "";
   command.CalcScaleString();
   EXPECT_EQ(command.scaleString_, "1/2");
 }
 
-TEST(DJpegCmd, CountsThreeBytesAPixelAndTheHeader) {
+TEST(DJpegCmd, CountsThreeBytesPerPixelPlusTheHeader) {
   struct Row {
     std::uint32_t width, height;
     ThumbDimension box;
@@ -118,7 +118,7 @@ TEST(DJpegCmd, ComparesItsBytesWithTheSourcesUnsignedIn32Bits) {
   EXPECT_TRUE(DJpegCmd(info, "/v/a", "/v/d").IsNeedDelete());
 }
 
-TEST(DJpegCmd, WritesStraightToTheDestinationWhenNothingIsToBeTurned) {
+TEST(DJpegCmd, WritesDirectlyToTheDestinationWithoutARotation) {
   for (const auto& [rotate, userRotate] : {std::pair{0, 0}, {1, 3}, {2, 2}, {3, 5}, {0, -4}, {3, 2147483645}}) {
     SCOPED_TRACE(testing::Message() << rotate << " and " << userRotate);
     RecordingPlatform platform;
@@ -131,7 +131,7 @@ TEST(DJpegCmd, WritesStraightToTheDestinationWhenNothingIsToBeTurned) {
   }
 }
 
-TEST(DJpegCmd, LetsConvertTurnAndMirrorWhatItWroteToATemporaryFile) {
+TEST(DJpegCmd, LetsConvertRotateAndMirrorItsTemporaryOutput) {
   struct Row {
     int rotate, userRotate;
     bool flop;

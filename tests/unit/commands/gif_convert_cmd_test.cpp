@@ -97,7 +97,7 @@ TEST_F(GIFConvert, NeverRunsTheAddOnsBuild) {
   for (const PlatformCall& call : platform.calls) EXPECT_EQ(call[1], "/usr/bin/convert");
 }
 
-TEST_F(GIFConvert, RunsNothingMoreAfterAFailedFirstPass) {
+TEST_F(GIFConvert, RunsNothingElseAfterAFailedFirstPass) {
   firstResult = 1;
   OpenGif command(GifRecord(), "/vol/pics/cat.gif", "/v/d.gif");
   EXPECT_EQ(command.coalesceTmpPath_, "");

@@ -10,7 +10,7 @@ namespace {
 
 using Calls = std::vector<PlatformCall>;
 
-TEST(JpegTranCmd, TurnsByTheSumOfBothRotationsKeepingItsSign) {
+TEST(JpegTranCmd, RotatesByTheSumOfBothRotationsKeepingItsSign) {
   struct Row {
     int rotate, userRotate;
     bool skipRotate;
@@ -52,7 +52,7 @@ TEST(JpegTranCmd, HasAPipeThatCanBeOverridden) {
   EXPECT_EQ(static_cast<JpegTranCmd&>(piped).popen(), stdin);
 }
 
-TEST(JpegTranCmd, LeavesOutTheOutputFileWithoutADestinationAndGivesItsStream) {
+TEST(JpegTranCmd, OmitsTheOutputFileWithoutADestinationAndReturnsAStream) {
   RecordingPlatform platform;
   platform.open = [](const std::string&, const std::vector<std::string>&) { return StreamOf("turned"); };
   OpenInfo info = JpegRecord(800, 600, {400, 300});
@@ -68,7 +68,7 @@ TEST(JpegTranCmd, LeavesOutTheOutputFileWithoutADestinationAndGivesItsStream) {
   std::fclose(stream);
 }
 
-TEST(JpegTranCmd, GivesANullStreamWhenItCannotBeStarted) {
+TEST(JpegTranCmd, ReturnsANullStreamWhenItCannotBeStarted) {
   RecordingPlatform platform;
   platform.open = [](const std::string&, const std::vector<std::string>&) -> std::FILE* { return nullptr; };
   EXPECT_EQ(JpegTranCmd(JpegRecord(800, 600, {400, 300}), "/v/a.jpg", "", true).popen(), nullptr);

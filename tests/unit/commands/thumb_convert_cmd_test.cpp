@@ -32,7 +32,7 @@ TEST(ThumbConvertCmd, IsAnAbstractBaseOfCommandsThatCannotBeCopied) {
   EXPECT_TRUE(isPlainCommand<GIFConvertCmd>);
 }
 
-TEST(ThumbConvertCmd, BeginsItsVectorWithAToolAndEndsItWithANullPointer) {
+TEST(ThumbConvertCmd, StartsItsVectorWithAToolAndEndsItWithANullPointer) {
   RecordingPlatform platform;
   const OpenInfo info = JpegRecord(400, 300, {120, 120});
   const OpenCommand<DJpegCmd> djpeg(info, "/v/a.jpg", "/v/d");
@@ -58,7 +58,7 @@ struct Bare : OpenCommand<ThumbConvertCmd> {
   bool exec() override { return true; }
 };
 
-TEST(ThumbConvertCmd, KeepsItsPathsAndLeavesTheVectorAndTheTextsEmpty) {
+TEST(ThumbConvertCmd, KeepsItsPathsAndLeavesTheVectorAndTheStringsEmpty) {
   const Bare command(JpegRecord(400, 300, {120, 120}), "/v/a.jpg", "/v/d.jpg");
   EXPECT_EQ(command.src_, "/v/a.jpg");
   EXPECT_EQ(command.dest_, "/v/d.jpg");
@@ -80,7 +80,7 @@ TEST(ThumbConvertCmd, PointsIntoItsOwnStrings) {
   EXPECT_EQ(command.args_[11], command.dest_.c_str());
 }
 
-TEST(ThumbConvertCmd, TakesAnyResultButZeroForAFailure) {
+TEST(ThumbConvertCmd, TreatsAnyResultButZeroAsAFailure) {
   const OpenInfo info = JpegRecord(400, 300, {120, 120});
   for (const int result : {0, 1, -1, 127, 256}) {
     SCOPED_TRACE(result);
@@ -97,7 +97,7 @@ TEST(ThumbConvertCmd, TakesAnyResultButZeroForAFailure) {
   }
 }
 
-TEST(ThumbConvertCmd, KeepsTheValuesItWasMadeWith) {
+TEST(ThumbConvertCmd, KeepsTheValuesItWasConstructedWith) {
   RecordingPlatform platform;
   OpenInfo info = JpegRecord(4000, 3000, {640, 640});
   ConvertCmd command(info, "/v/a.tif", "/v/d.jpg");

@@ -18,7 +18,7 @@ OpenInfo Record(const std::string& size, ThumbDimension box = {640, 480}, int ro
   return info;
 }
 
-TEST(EANames, CarryALetterForEachReducedSize) {
+TEST(EANames, HaveALetterForEachReducedSize) {
   const std::pair<const char*, std::string> rows[] = {
       {"small", "S"}, {"medium", "M"}, {"big", "B"}, {"large", "XL"}, {"xlarge", "XL"}};
   for (const auto& [size, letter] : rows) {
@@ -28,7 +28,7 @@ TEST(EANames, CarryALetterForEachReducedSize) {
   }
 }
 
-TEST(EANames, AreThoseOfTheWorkedExamples) {
+TEST(EANames, MatchTheWorkedExamples) {
   EXPECT_EQ(Record("small").GetAlbumexThumbEAName(), "TAVIPHOTO_THUMB_S.jpg");
   EXPECT_EQ(Record("large", {1280, 1280}, 0, 0, "image/png").GetAlbumexThumbEAName(), "TAVIPHOTO_THUMB_XL.png");
   EXPECT_EQ(Record("xlarge").GetAlbumexOldThumbEAName(), "TAVIPHOTO:THUMB_XL.jpg");
@@ -42,7 +42,7 @@ TEST(EANames, AreThoseOfTheWorkedExamples) {
   EXPECT_EQ(OpenInfo("/", "small", {120, 120}).GetAvatarThumbEAName(), "TAVIAVATAR_120x120.jpg");
 }
 
-TEST(EANames, HaveASuffixForTheRotationLeftOverFromWholeTurns) {
+TEST(EANames, HaveASuffixForTheRotationModuloFullTurns) {
   struct Row {
     int rotate, userRotate;
     const char* suffix;
@@ -86,7 +86,7 @@ TEST(EANames, WriteTheTargetUnsigned) {
   EXPECT_EQ(OpenInfo("/", "small", {4294967295u, 7}).GetXString(), "4294967295x7");
 }
 
-TEST(EANames, OfAVideosScreenshotIsOne) {
+TEST(EANames, HaveOneForAVideosScreenshot) {
   EXPECT_EQ(Record("original", {1, 1}, 3, 2, "image/png").GetCinevoThumbEAName(), "TAVIVIDEO_VIDEO_SCREENSHOT.jpg");
   EXPECT_EQ(OpenInfo("/", "", {0, 0}).GetCinevoThumbEAName(), "TAVIVIDEO_VIDEO_SCREENSHOT.jpg");
 }

@@ -28,7 +28,7 @@ PreviewCandidate Tiff(std::uint32_t width, std::uint32_t height) {
   return {"image/tiff", width, height};
 }
 
-TEST(ChoosePreview, TakesTheLargestThatIsNotTooLargeOnBothSides) {
+TEST(ChoosePreview, ChoosesTheLargestThatIsNotTooLargeOnBothSides) {
   struct Row {
     const char* what;
     std::vector<PreviewCandidate> previews;
@@ -59,7 +59,7 @@ TEST(ChoosePreview, TakesTheLargestThatIsNotTooLargeOnBothSides) {
   for (const Row& row : rows) EXPECT_EQ(ChoosePreview(row.previews, "image/jpeg", row.box), row.choice) << row.what;
 }
 
-TEST(ChoosePreview, NeverTakesATiffPreviewOfACr2) {
+TEST(ChoosePreview, NeverChoosesATiffPreviewOfACr2) {
   EXPECT_EQ(ChoosePreview({Tiff(800, 600)}, "image/x-canon-cr2", {640, 640}), Choice());
   EXPECT_EQ(ChoosePreview({Tiff(800, 600), Jpeg(700, 600)}, "image/x-canon-cr2", {640, 640}), Choice(1));
   EXPECT_EQ(ChoosePreview({Tiff(800, 600), Jpeg(700, 600)}, "image/x-nikon-nef", {640, 640}), Choice(0));
@@ -132,7 +132,7 @@ TEST_F(Preview, IsWrittenUnderItsNameWithTheSourcesTimes) {
   EXPECT_EQ(log.lines, std::vector<LogLine>{});
 }
 
-TEST_F(Preview, IsNotWrittenUnlessAsked) {
+TEST_F(Preview, IsNotWrittenUnlessRequested) {
   OpenInfo info(source, "small", {120, 120});
   info.ExtractImgInfo(false);
   EXPECT_EQ(info.GetEXIFPreviewTmpPath(), "");
@@ -150,7 +150,7 @@ TEST_F(Preview, IsForgottenWhenNoneFitsTheBox) {
   }
 }
 
-TEST_F(Preview, OfAnyKindServesAnUnboundedBox) {
+TEST_F(Preview, OfAnyTypeFitsAnUnboundedBox) {
   OpenInfo info(source, "original", {2147483647, 2147483647});
   info.ExtractImgInfo(true);
   EXPECT_EQ(info.GetEXIFPreviewTmpPath(), extracted);
@@ -173,7 +173,7 @@ TEST_F(Preview, IsChosenAmongThoseOfACameraRawFile) {
   }
 }
 
-TEST_F(Preview, InTiffIsWrittenUnderATiffsExtension) {
+TEST_F(Preview, InTiffIsWrittenWithATiffsExtension) {
   WriteFile(folder / "a.nef", RawFile(false));
   OpenInfo info(folder / "a.nef", "small", {120, 120});
   info.ExtractImgInfo(true);
@@ -185,7 +185,7 @@ TEST_F(Preview, InTiffIsWrittenUnderATiffsExtension) {
   EXPECT_EQ(facts.height, 120);
 }
 
-TEST_F(Preview, InTiffIsLeftInACr2) {
+TEST_F(Preview, InTiffIsIgnoredInACr2) {
   WriteFile(folder / "a.cr2", RawFile(true));
   OpenInfo info(folder / "a.cr2", "small", {120, 120});
   info.ExtractImgInfo(true);
@@ -207,7 +207,7 @@ TEST_F(Preview, IsExtractedUnderTheLock) {
   EXPECT_TRUE(Exiv2LockIsFree());
 }
 
-TEST_F(Preview, ServesWithoutTheSourcesTimesToo) {
+TEST_F(Preview, IsUsedEvenWithoutTheSourcesTimes) {
   libc.utime = [](const char*, const utimbuf*) { return -1; };
   OpenInfo info(source, "small", {120, 120});
   info.ExtractImgInfo(true);
@@ -224,14 +224,14 @@ TEST_F(Preview, StaysOnDiskWhenReadingFailsLater) {
   EXPECT_TRUE(Exists(extracted));
 }
 
-TEST_F(Preview, CutShortIsLoggedAndThePathWithoutExtensionIsRemoved) {
+TEST_F(Preview, ThatIsTruncatedIsLoggedAndThePathWithoutExtensionIsRemoved) {
   // More than a stream's buffer takes: fails while it is written.
   WriteFile(folder / "preview.jpg", ReadFile(folder / "preview.jpg") + std::string(20000, '\0'));
   SetPreview(source, folder / "preview.jpg");
   ExpectCutShort();
 }
 
-TEST_F(Preview, CutShortWhenItsFileIsClosedIsNoPreviewEither) {
+TEST_F(Preview, ThatIsTruncatedOnClosingItsFileIsNotUsedEither) {
   ASSERT_LT(ReadFile(folder / "preview.jpg").size(), 4096u);  // what a stream's buffer takes
   ExpectCutShort();
 }

@@ -88,7 +88,7 @@ TEST_F(HeifProbe, SetsNothingWithoutMetadata) {
   EXPECT_EQ(log.lines, std::vector<LogLine>{});
 }
 
-TEST_F(HeifProbe, RunsAfterTheLockOfExiv2WasGivenBack) {
+TEST_F(HeifProbe, RunsAfterTheLockOfExiv2IsReleased) {
   bool lockWasFree = false;
   countBlocks = [&](int count) {
     lockWasFree = Exiv2LockIsFree();
@@ -125,7 +125,7 @@ TEST_F(HeifProbe, LogsARuntimeErrorAndSetsNothing) {
             (std::vector<LogLine>{{LOG_ERR, "thumb_info:163 (CheckAndGetHeif) \"runtime error: out of luck\""}}));
 }
 
-TEST_F(HeifProbe, LetsAnyOtherExceptionPass) {
+TEST_F(HeifProbe, PassesOnAnyOtherException) {
   countBlocks = [](int) -> int { throw std::bad_alloc(); };
   OpenInfo info(path, "small", {120, 120});
   EXPECT_THROW(info.CheckAndGetHeif(), std::bad_alloc);

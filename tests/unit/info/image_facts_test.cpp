@@ -75,7 +75,7 @@ TEST_F(ImageFacts, AreTypeAndStoredSize) {
   EXPECT_EQ(log.lines, Log{});
 }
 
-TEST_F(ImageFacts, MapEachOrientationToATurnAndAMirror) {
+TEST_F(ImageFacts, MapEachOrientationToARotationAndAMirroring) {
   struct Row {
     const char* orientation;
     int rotate;
@@ -94,13 +94,13 @@ TEST_F(ImageFacts, MapEachOrientationToATurnAndAMirror) {
   }
 }
 
-TEST_F(ImageFacts, TakeAPictureWithoutAnOrientationAsUpright) {
+TEST_F(ImageFacts, TreatAPictureWithoutAnOrientationAsUpright) {
   const OpenInfo info = Read(Jpeg());
   EXPECT_EQ(info.GetRotate(), 0);
   EXPECT_FALSE(info.GetFlop());
 }
 
-TEST_F(ImageFacts, AskTheMakerNoteOnlyWhenTheStandardTagSaysNormal) {
+TEST_F(ImageFacts, UseTheMakerNoteOnlyWhenTheStandardTagSaysNormal) {
   struct Row {
     const char* orientation;  // null: no standard tag
     const char* rotation;
@@ -137,7 +137,7 @@ TEST_F(ImageFacts, ReadAnOrientationTextAsANumberTrailingGarbageIgnored) {
   }
 }
 
-TEST_F(ImageFacts, LeaveTheMakerNoteAloneWhenTheStandardTagSaysNormalInOtherWords) {
+TEST_F(ImageFacts, IgnoreTheMakerNoteWhenTheStandardTagSaysNormalInAnotherForm) {
   for (const char* text : {"1x", "1 ", "01", "+1"}) {
     SCOPED_TRACE(text);
     Jpeg({{"Exif.Image.Make", "Panasonic"}, {"Exif.Panasonic.Rotation", "6"}});
@@ -146,7 +146,7 @@ TEST_F(ImageFacts, LeaveTheMakerNoteAloneWhenTheStandardTagSaysNormalInOtherWord
   }
 }
 
-TEST_F(ImageFacts, LetAnOrientationThatIsNoNumberPassWithTheRestFilled) {
+TEST_F(ImageFacts, PassOnTheExceptionForAnInvalidOrientationWithTheRestSet) {
   for (const bool tooLarge : {false, true}) {
     SCOPED_TRACE(tooLarge);
     Jpeg();
@@ -164,7 +164,7 @@ TEST_F(ImageFacts, LetAnOrientationThatIsNoNumberPassWithTheRestFilled) {
   }
 }
 
-TEST_F(ImageFacts, AreNotReadOfAVideo) {
+TEST_F(ImageFacts, AreNotReadForAVideo) {
   Jpeg();
   WriteFile(folder / "clip.MOV", ReadFile(folder / "a.jpg"));
   OpenInfo info(folder / "clip.MOV", "small", {120, 120});
@@ -175,7 +175,7 @@ TEST_F(ImageFacts, AreNotReadOfAVideo) {
   EXPECT_FALSE(info.IsGood());
 }
 
-TEST_F(ImageFacts, TellAVideoByTheLastPartOfThePath) {
+TEST_F(ImageFacts, RecogniseAVideoByTheLastPartOfThePath) {
   const std::string jpeg = ReadFile(Jpeg());
   WriteFile(folder / "mp4", jpeg);
   EXPECT_FALSE(Read(folder / "mp4").IsGood());
@@ -228,7 +228,7 @@ TEST_F(ImageFacts, OfADamagedFileAreError601AndLoggedWithItsNumber) {
   EXPECT_FALSE(info.IsGood());
 }
 
-TEST_F(ImageFacts, OfACutJpegAreError601FromItsMetadata) {
+TEST_F(ImageFacts, OfATruncatedJpegAreError601FromItsMetadata) {
   const std::string whole = ReadFile(Jpeg({{"Exif.Image.Make", std::string(400, 'm')}}));
   WriteFile(folder / "cut.jpg", whole.substr(0, 200));
   OpenInfo info(folder / "cut.jpg", "small", {120, 120});
@@ -276,7 +276,7 @@ TEST_F(ImageFacts, OfContainersAreAnUnknownTypeUnderAnyName) {
   EXPECT_EQ(log.lines, Log{});
 }
 
-TEST_F(ImageFacts, OfHeicAreItsSizeAlone) {
+TEST_F(ImageFacts, OfHeicAreOnlyItsSize) {
   for (const char* name : {"photo.heic", "photo.HEIF"}) {
     SCOPED_TRACE(name);
     MakeHeic(folder / name, 100, 80, true);
@@ -320,7 +320,7 @@ LogLine HeifFailure(const std::string& path) {
   return {0, "libheif reads it"};
 }
 
-TEST_F(ImageFacts, OfWhatIsNoHeifUnderItsNameAreError602AfterTheProbesFailureWasLogged) {
+TEST_F(ImageFacts, OfAFileThatIsNotHeifDespiteItsNameAreError602AfterALoggedProbeFailure) {
   MakeHeic(folder / "whole.heic", 100, 80, true);
   const std::string contents[] = {std::string(100, 'x'), QuickTime(), ReadFile(folder / "whole.heic").substr(0, 100)};
   for (const char* name : {"a.heic", "a.HEIF"}) {
@@ -348,7 +348,7 @@ TEST_F(ImageFacts, OfAJpegNamedHeicAreThoseOfAJpeg) {
   EXPECT_FALSE(info.IsHeic());
 }
 
-TEST_F(ImageFacts, StayThoseOfHeicWhenASecondReadingFindsNoneLeft) {
+TEST_F(ImageFacts, KeepThoseOfHeicWhenASecondReadingFindsNone) {
   MakeHeic(folder / "photo.heic", 100, 80, true);
   OpenInfo info(folder / "photo.heic", "small", {120, 120});
   info.ExtractImgInfo(false);
@@ -397,7 +397,7 @@ TEST_F(ImageFacts, WaitForTheLock) {
   EXPECT_TRUE(info.IsGood());
 }
 
-TEST(Exiv2Errors, AreNumberedAlikeWhateverTheRelease) {
+TEST(Exiv2Errors, HaveTheSameNumbersForEveryRelease) {
   using Exiv2::ErrorCode;
   EXPECT_EQ(Exiv2Code(Exiv2::Error(ErrorCode::kerDataSourceOpenFailed, "a", "b")), 9);
   EXPECT_EQ(Exiv2Code(Exiv2::Error(ErrorCode::kerFileContainsUnknownImageType, "a")), 11);

@@ -15,7 +15,7 @@
 namespace tavithumb::test {
 namespace {
 
-TEST(ThumbInfo, BeginsWithWhatItWasGivenAndTheSourcesStatRecord) {
+TEST(ThumbInfo, StartsWithItsArgumentsAndTheSourcesStatRecord) {
   const TempDir folder;
   WriteFile(folder / "a.jpg", "12345");
   SetTimes(folder / "a.jpg", 900, 1000);
@@ -60,7 +60,7 @@ TEST(ThumbInfo, IsAValueWhoseCopiesAreIndependent) {
   EXPECT_EQ(copy.GetMimeType(), "image/jpeg");
 }
 
-TEST(ThumbInfo, GivesTheLow32BitsOfTheFileSize) {
+TEST(ThumbInfo, ReturnsTheLow32BitsOfTheFileSize) {
   OpenInfo info = JpegRecord(1, 1, {1, 1});
   info.stat_.st_size = (off64_t{5} << 32) + 7;
   EXPECT_EQ(info.GetFileSize(), 7u);
@@ -80,7 +80,7 @@ TEST(ThumbInfo, HasNumbersOfTheSameWidthOnEveryMachine) {
   EXPECT_TRUE((std::is_same_v<decltype(ThumbInfo::LARGE_ORIG_THRESHOLD), const std::uint32_t>));
 }
 
-TEST(ThumbInfo, KnowsSourcesAndThumbnailsOfMoreThanTwoGiB) {
+TEST(ThumbInfo, SupportsSourcesAndThumbnailsOfMoreThanTwoGiB) {
   constexpr off64_t size = (off64_t{5} << 30) + 7;
   const TempDir folder;
   WriteFile(folder / "a.nef", "");
@@ -91,7 +91,7 @@ TEST(ThumbInfo, KnowsSourcesAndThumbnailsOfMoreThanTwoGiB) {
   EXPECT_TRUE(info.IsThumbUptoDate(folder / "a.nef"));
 }
 
-TEST(ThumbInfo, IsGoodWithFactsOfEitherKind) {
+TEST(ThumbInfo, IsGoodWithFactsOfEitherLibrary) {
   OpenInfo info("/", "small", {120, 120});
   info.heic_ = true;
   EXPECT_TRUE(info.IsGood());
@@ -103,7 +103,7 @@ TEST(ThumbInfo, IsGoodWithFactsOfEitherKind) {
   EXPECT_FALSE(info.IsHeic());
 }
 
-TEST(ThumbInfo, MakesGifsOfGifsThatMayStayOnesPngsOfPngsAndJpegsOfTheRest) {
+TEST(ThumbInfo, MakesGifsFromGifsThatMayStayAnimatedPngsFromPngsAndJpegsFromTheRest) {
   struct Row {
     const char* mimeType;
     bool enableGIF, crop;
@@ -140,7 +140,7 @@ TEST(ThumbInfo, IsWebAcceptableByFourExactTypes) {
   }
 }
 
-TEST(ThumbInfo, TargetsTheBoxInTheStoredFrame) {
+TEST(ThumbInfo, TargetsTheBoxInTheStoredOrientation) {
   struct Row {
     std::uint32_t width, height;
     int rotate, userRotate;
@@ -172,7 +172,7 @@ TEST(ThumbInfo, TargetsTheBoxInTheStoredFrame) {
   }
 }
 
-TEST(ThumbInfo, NeedsConversionByTheFirstRuleThatFires) {
+TEST(ThumbInfo, NeedsConversionByTheFirstRuleThatApplies) {
   struct Row {
     const char* what;
     const char* mimeType;
@@ -272,7 +272,7 @@ TEST(ThumbInfo, IsOfTheFileBehindASymbolicLink) {
   EXPECT_THROW(ThumbInfo(folder / "dangling.jpg", "small", {120, 120}), Error);
 }
 
-TEST(ThumbInfo, TakesAThumbnailAsUpToDateFromTheSourcesSecondOn) {
+TEST(ThumbInfo, TreatsAThumbnailAsUpToDateFromTheSourcesSecondOn) {
   const TempDir folder;
   WriteFile(folder / "a.jpg", "");
   WriteFile(folder / "thumb", "");
@@ -289,7 +289,7 @@ TEST(ThumbInfo, TakesAThumbnailAsUpToDateFromTheSourcesSecondOn) {
   EXPECT_TRUE(info.IsThumbUptoDate(folder / "thumb"));
 }
 
-TEST(ThumbInfo, GivesAFileTheSourcesTimes) {
+TEST(ThumbInfo, SetsTheSourcesTimesOnAFile) {
   const TempDir folder;
   WriteFile(folder / "a.jpg", "");
   WriteFile(folder / "target", "");

@@ -36,7 +36,7 @@ class Driver : public JobTest {
   bool toolsWork = false;
 };
 
-TEST_F(Driver, LooksInTheSlotsThatTheOptionsNameInAFixedOrder) {
+TEST_F(Driver, LooksUpTheEntriesSelectedByTheOptionsInAFixedOrder) {
   struct Row {
     const char* source;
     int options;
@@ -69,7 +69,7 @@ TEST_F(Driver, LooksInTheSlotsThatTheOptionsNameInAFixedOrder) {
   }
 }
 
-TEST_F(Driver, AsksThePlatformForNothingMoreThanItsWayNeeds) {
+TEST_F(Driver, CallsThePlatformOnlyAsNeeded) {
   const std::string png = Png(), video = Source("clip.mp4");
   OpenThumb image(png, 3, false);
   EXPECT_EQ(image.CalcOutputFile("small"), "");
@@ -94,7 +94,7 @@ TEST_F(Driver, AsksThePlatformForNothingMoreThanItsWayNeeds) {
   EXPECT_EQ(log.lines, Log{});
 }
 
-TEST_F(Driver, StopsAtTheFirstSlotThatHasAnUpToDateEntry) {
+TEST_F(Driver, StopsAtTheFirstUpToDateEntry) {
   const std::string png = Png();
   const char* const order[] = {"TAVIPHOTO_THUMB_S.png", "TAVIPHOTO:THUMB_S.png", "TAVIFILE_THUMB_S.png"};
   const char* const types[] = {"Albumex", "Albumex", "Brovix"};
@@ -111,7 +111,7 @@ TEST_F(Driver, StopsAtTheFirstSlotThatHasAnUpToDateEntry) {
   }
 }
 
-TEST_F(Driver, AnswersAVideoFromTheCinevoSlotAndNeverReadsOrConvertsIt) {
+TEST_F(Driver, AnswersAVideoFromTheCinevoEntryAndNeverReadsOrConvertsIt) {
   const std::string video = Source("clip.mp4");
   const std::string entry = Store(video, "TAVIVIDEO_VIDEO_SCREENSHOT.jpg", 1000);
   OpenThumb job(video, 0, false);
@@ -122,7 +122,7 @@ TEST_F(Driver, AnswersAVideoFromTheCinevoSlotAndNeverReadsOrConvertsIt) {
   EXPECT_EQ(platform.Calls("TLIBCExecv"), Calls{});
 }
 
-TEST_F(Driver, LooksNowhereForTheOriginalOfAVideo) {
+TEST_F(Driver, LooksUpNothingForTheOriginalOfAVideo) {
   OpenThumb job(Source("clip.mp4"), 3, false);
   job.type_ = 5;
   EXPECT_EQ(job.CalcOutputFile("original"), "");
@@ -130,7 +130,7 @@ TEST_F(Driver, LooksNowhereForTheOriginalOfAVideo) {
   EXPECT_EQ(platform.calls, Calls{});
 }
 
-TEST_F(Driver, AnswersAnAvatarFromItsSlotAsABrovixThumbnail) {
+TEST_F(Driver, AnswersAnAvatarFromItsEntryAsABrovixThumbnail) {
   const std::string png = Png();
   const std::string entry = Store(png, "TAVIAVATAR_120x120.png", 1000);
   OpenThumb job(png, 0x23, false);
@@ -139,7 +139,7 @@ TEST_F(Driver, AnswersAnAvatarFromItsSlotAsABrovixThumbnail) {
   EXPECT_EQ(LookedUp(), Listing{"TAVIAVATAR_120x120.png"});
 }
 
-TEST_F(Driver, AnswersWithTheEmbeddedPreviewEvenWhereConvertingIsForbidden) {
+TEST_F(Driver, ServesTheEmbeddedPreviewEvenIfConvertingIsForbidden) {
   const std::string jpeg = folder / "a.jpg";
   MakeJpeg(jpeg, 800, 600);
   MakeJpeg(folder / "preview.jpg", 160, 120);
@@ -157,7 +157,7 @@ TEST_F(Driver, AnswersWithTheEmbeddedPreviewEvenWhereConvertingIsForbidden) {
                                  "TAVIFILE_THUMB_S.jpg"}));
 }
 
-TEST_F(Driver, AnswersTheOriginalWithTheSourceWhenABrowserCanShowIt) {
+TEST_F(Driver, ServesTheSourceAsTheOriginalIfBrowsersCanShowIt) {
   const std::string png = Png();
   OpenThumb job(png, 3, false);
   EXPECT_EQ(job.CalcOutputFile("original"), png);
@@ -166,7 +166,7 @@ TEST_F(Driver, AnswersTheOriginalWithTheSourceWhenABrowserCanShowIt) {
   EXPECT_EQ(platform.calls, Calls{});
 }
 
-TEST_F(Driver, LooksNowhereForAnOriginalThatABrowserCannotShow) {
+TEST_F(Driver, LooksUpNothingForAnOriginalThatBrowsersCannotShow) {
   MakeTiff(folder / "a.tif", 200, 150);
   OpenThumb job(folder / "a.tif", 3, false);
   job.outputFile_ = "/earlier";
@@ -178,7 +178,7 @@ TEST_F(Driver, LooksNowhereForAnOriginalThatABrowserCannotShow) {
   EXPECT_EQ(platform.calls, Calls{});
 }
 
-TEST_F(Driver, TriesTheSmallerSizesAfterAnOriginalThatABrowserCannotShow) {
+TEST_F(Driver, TriesTheSmallerSizesAfterAnOriginalThatBrowsersCannotShow) {
   MakeTiff(folder / "a.tif", 200, 150);
   SetTimes(folder / "a.tif", 900, 1000);
   const std::string entry = Store(folder / "a.tif", "TAVIFILE_THUMB_B.jpg", 1000);
@@ -190,7 +190,7 @@ TEST_F(Driver, TriesTheSmallerSizesAfterAnOriginalThatABrowserCannotShow) {
                                  "TAVIFILE_THUMB_B.jpg"}));
 }
 
-TEST_F(Driver, FallsBackToTheSmallerSizesInTheirOrder) {
+TEST_F(Driver, FallsBackToTheSmallerSizesInOrder) {
   const std::string png = Png();
   OpenThumb job(png, 2 | 4 | 0x40, false);
   EXPECT_EQ(job.CalcOutputFile("big"), "");
@@ -202,7 +202,7 @@ TEST_F(Driver, FallsBackToTheSmallerSizesInTheirOrder) {
   EXPECT_EQ(LookedUp(), (Listing{"TAVIFILE_THUMB_B.png", "TAVIFILE_THUMB_B.png", "TAVIFILE_THUMB_M.png"}));
 }
 
-TEST_F(Driver, HandsOutWhatAnEarlierRequestLeftOnlyWithoutFallBack) {
+TEST_F(Driver, ReturnsAnEarlierResultOnlyWithoutFallback) {
   OpenThumb job(Png(), 4, false);
   job.outputFile_ = "/earlier";
   EXPECT_EQ(job.CalcOutputFile("small"), "/earlier");
@@ -212,7 +212,7 @@ TEST_F(Driver, HandsOutWhatAnEarlierRequestLeftOnlyWithoutFallBack) {
   EXPECT_EQ(job.CalcOutputFile(), "");
 }
 
-TEST_F(Driver, StopsTheFallBackAtASizeThatTheSourceServes) {
+TEST_F(Driver, StopsTheFallbackAtASizeThatTheSourceIsServedFor) {
   const std::string png = Png("a.png", 500, 400);
   OpenThumb job(png, 0x40, false);
   EXPECT_EQ(job.CalcOutputFile("medium"), "");  // 500 pixels need converting for "medium" and "small"
@@ -233,7 +233,7 @@ TEST_F(Driver, KnowsNoOtherSizeNames) {
   EXPECT_EQ(platform.calls, Calls{});
 }
 
-TEST_F(Driver, HandsOutTheSourceWhenNothingIsToBeConverted) {
+TEST_F(Driver, ServesTheSourceIfNothingHasToBeConverted) {
   const std::string png = Png("small.png", 100, 80);
   OpenThumb job(png, 2, false);
   EXPECT_EQ(job.CalcOutputFile("small"), png);
@@ -241,13 +241,13 @@ TEST_F(Driver, HandsOutTheSourceWhenNothingIsToBeConverted) {
   EXPECT_FALSE(job.IsNeedDelete());
 }
 
-TEST_F(Driver, NeverHandsOutTheSourceBecauseItsConversionFailed) {
+TEST_F(Driver, NeverServesTheSourceJustBecauseItsConversionFailed) {
   OpenThumb job(Png(), 2, false);
   EXPECT_EQ(job.CalcOutputFile("small"), "");
   EXPECT_EQ(job.GetOutputType(), "");
 }
 
-TEST_F(Driver, HandsOutTheSourceWhenAnEarlierRequestHadSettledOnIt) {
+TEST_F(Driver, ServesTheSourceIfAnEarlierRequestHadChosenIt) {
   const std::string png = Png();
   OpenThumb job(png, 2 | 4, false);
   EXPECT_EQ(job.CalcOutputFile("original"), png);
@@ -256,7 +256,7 @@ TEST_F(Driver, HandsOutTheSourceWhenAnEarlierRequestHadSettledOnIt) {
   EXPECT_EQ(job.GetOutputType(), "Original");
 }
 
-TEST_F(Driver, HandsOutTheSourceAfterAFailureOnlyWhereThatIsNotForbidden) {
+TEST_F(Driver, ServesTheSourceAfterAFailureOnlyIfThatIsNotForbidden) {
   const std::string png = Png();
   OpenThumb job(png, 2, false);
   job.noOriginalFallback_ = false;
@@ -284,7 +284,7 @@ TEST_F(Driver, NeverConvertsWhenForbidden) {
   EXPECT_EQ(platform.Calls("TLIBCExecv"), Calls{});
 }
 
-TEST_F(Driver, AnswersHeicWithItselfWhereTheCallerCanShowItAndNothingWasFound) {
+TEST_F(Driver, ServesHeicUnchangedIfTheCallerCanShowItAndNothingWasFound) {
   const std::string heic = folder / "a.heic";
   MakeHeic(heic, 200, 150, true);
   SetTimes(heic, 900, 1000);
@@ -297,13 +297,13 @@ TEST_F(Driver, AnswersHeicWithItselfWhereTheCallerCanShowItAndNothingWasFound) {
   EXPECT_EQ(OpenThumb(heic, 4, false).CalcOutputFile("small"), "");
 }
 
-TEST_F(Driver, AnswersNothingButHeicWithItselfForACallerThatCanShowHeic) {
+TEST_F(Driver, ServesOnlyHeicUnchangedToACallerThatCanShowHeic) {
   OpenThumb job(Png(), 2, true);
   EXPECT_EQ(job.CalcOutputFile("small"), "");
   EXPECT_EQ(job.GetOutputFile(), "");
 }
 
-TEST_F(Driver, GoesOnWithoutFactsOfAnUnknownType) {
+TEST_F(Driver, ContinuesWithoutFactsForAnUnknownType) {
   WriteFile(folder / "text.jpg", std::string(100, 'x'));
   OpenThumb job(folder / "text.jpg", 3, false);
   EXPECT_EQ(job.CalcOutputFile("small"), "");
@@ -328,13 +328,13 @@ TEST_F(Driver, ThrowsOnASourceThatIsDamagedOrGone) {
   EXPECT_EQ(platform.calls, Calls{});
 }
 
-TEST_F(Driver, LetsAnOrientationThatIsNoNumberPass) {
+TEST_F(Driver, PassesOnTheExceptionForAnInvalidOrientation) {
   MakeJpeg(folder / "odd.jpg", 200, 150);
   SetExif(folder / "odd.jpg", {{"Exif.Image.Orientation", "odd"}});
   EXPECT_THROW(OpenThumb(folder / "odd.jpg", 2, false).CalcOutputFile("small"), std::invalid_argument);
 }
 
-TEST_F(Driver, ReadsTheFactsAnewForEachRequest) {
+TEST_F(Driver, ReadsTheFactsAgainForEachRequest) {
   const std::string png = Png("a.png", 100, 80);
   OpenThumb job(png, 2, false);
   job.CalcOutputFile("small");
@@ -352,7 +352,7 @@ class Batch : public Driver {
   Listing Made(const std::string& source) const { return Entries(source); }
 };
 
-TEST_F(Batch, LogsAnUnknownNameAndGoesOn) {
+TEST_F(Batch, LogsAnUnknownNameAndContinues) {
   toolsWork = true;
   const std::string source = Source("a.jpg");
   OpenThumb job(source, 0, false);
@@ -364,7 +364,7 @@ TEST_F(Batch, LogsAnUnknownNameAndGoesOn) {
   EXPECT_EQ(job.info_.GetDimension(), (ThumbDimension{640, 640}));
 }
 
-TEST_F(Batch, CatchesWhateverASizeThrowsAndGoesOn) {
+TEST_F(Batch, CatchesAnyExceptionOfASizeAndContinues) {
   toolsWork = true;
   const std::string source = Source("a.jpg");
   OpenThumb job(source, 0, false);
@@ -393,7 +393,7 @@ TEST_F(Batch, KeepsTheBoxOfTheSizeBeforeAnUnknownName) {
   EXPECT_EQ(job.info_.GetDimension(), (ThumbDimension{120, 120}));
 }
 
-TEST_F(Batch, CountsSizesThatFailOrDeclineAsNone) {
+TEST_F(Batch, DoesNotCountSizesThatFailOrDecline) {
   OpenThumb job(Source("a.jpg"), 0, false);
   SetFacts(&job, 300, 200, "image/png");
   toolsWork = true;
@@ -414,7 +414,7 @@ TEST_F(Batch, MakesBoxesUnderTheNameForCustomSizes) {
   EXPECT_EQ(job.info_.GetDimension(), (ThumbDimension{50, 60}));
 }
 
-TEST_F(Batch, CountsBoxesThatFailOrDeclineAsNone) {
+TEST_F(Batch, DoesNotCountBoxesThatFailOrDecline) {
   OpenThumb job(Source("a.jpg"), 0, false);
   SetFacts(&job, 300, 200, "image/png");
   toolsWork = true;
@@ -424,7 +424,7 @@ TEST_F(Batch, CountsBoxesThatFailOrDeclineAsNone) {
   EXPECT_EQ(log.lines, Log{});
 }
 
-TEST_F(Batch, LogsAnExceptionOfABoxAndGoesOn) {
+TEST_F(Batch, LogsAnExceptionOfABoxAndContinues) {
   toolsWork = true;
   const std::string source = Source("a.jpg");
   OpenThumb job(source, 0, false);

@@ -74,7 +74,7 @@ class Delivery : public JobTest {
   OpenThumb job;
 };
 
-TEST_F(Delivery, WritesTheCachingLineAndThenHandsTheFileOver) {
+TEST_F(Delivery, WritesTheCachingLineAndThenPassesTheFileOn) {
   job.outputFile_ = "/answer";
   EXPECT_TRUE(Deliver([&] { return job.HttpOutputFile("image/png"); }));
   EXPECT_EQ(written, cachingLine);
@@ -89,7 +89,7 @@ TEST_F(Delivery, FailsWhenTheOutputerFails) {
   EXPECT_EQ(written, cachingLine);
 }
 
-TEST_F(Delivery, TurnsAnAlbumexThumbnailByTheUsersRotationOnTheWay) {
+TEST_F(Delivery, RotatesAnAlbumexThumbnailByTheUsersRotationDuringDelivery) {
   const std::pair<int, const char*> rows[] = {{1, "90"}, {2, "180"}, {3, "270"}, {5, "90"}, {-1, "-90"}};
   for (const auto& [turns, degrees] : rows) {
     SCOPED_TRACE(turns);
@@ -110,7 +110,7 @@ TEST_F(Delivery, TurnsAnAlbumexThumbnailByTheUsersRotationOnTheWay) {
   }
 }
 
-TEST_F(Delivery, DeliversAnAlbumexThumbnailDirectlyForWholeTurns) {
+TEST_F(Delivery, DeliversAnAlbumexThumbnailDirectlyForFullRotations) {
   for (const int turns : {0, 4, -4, 8}) {
     SCOPED_TRACE(turns);
     platform.calls.clear();
@@ -122,7 +122,7 @@ TEST_F(Delivery, DeliversAnAlbumexThumbnailDirectlyForWholeTurns) {
   }
 }
 
-TEST_F(Delivery, TurnsEvenTheSourceOnAJobWhoseLastFindWasAnAlbumexThumbnail) {
+TEST_F(Delivery, RotatesEvenTheSourceOnAJobThatLastFoundAnAlbumexThumbnail) {
   SetFacts(&job, 10, 10);
   job.type_ = 1;
   job.Rotate(3);
@@ -133,7 +133,7 @@ TEST_F(Delivery, TurnsEvenTheSourceOnAJobWhoseLastFindWasAnAlbumexThumbnail) {
                    {"HTTPFileOutputer::Output(stream)", "open", "a.jpg", "image/jpeg"}}));
 }
 
-TEST_F(Delivery, TurnsNothingOfAnotherType) {
+TEST_F(Delivery, RotatesNoOtherType) {
   for (const int type : {0, 2, 3, 4, 5}) {
     SCOPED_TRACE(type);
     platform.calls.clear();
@@ -145,7 +145,7 @@ TEST_F(Delivery, TurnsNothingOfAnotherType) {
   }
 }
 
-TEST_F(Delivery, FailsWhenTheTurningCannotBeStartedOrDelivered) {
+TEST_F(Delivery, FailsWhenTheRotationCannotBeStartedOrDelivered) {
   job.type_ = 1;
   job.outputFile_ = "/ea/albumex.jpg";
   job.Rotate(1);
@@ -177,7 +177,7 @@ TEST_F(DeliveryOfPng, OfANamedSizeDeliversTheAnswerWithItsType) {
   EXPECT_EQ(named.info_.GetSize(), "small");
 }
 
-TEST_F(DeliveryOfPng, TurnsTheAlbumexThumbnailItFindsByTheUsersRotation) {
+TEST_F(DeliveryOfPng, RotatesTheAlbumexThumbnailItFindsByTheUsersRotation) {
   const std::string entry = Store(png, "TAVIPHOTO_THUMB_S.png", 1000);
   OpenThumb turned(png, 1, false);
   turned.Rotate(2);
@@ -189,7 +189,7 @@ TEST_F(DeliveryOfPng, TurnsTheAlbumexThumbnailItFindsByTheUsersRotation) {
                    {"HTTPFileOutputer::Output(stream)", "open", "TAVIPHOTO_THUMB_S.png", "image/png"}}));
 }
 
-TEST_F(DeliveryOfPng, SaysWhenTheOutputerFailed) {
+TEST_F(DeliveryOfPng, ReportsAFailureOfTheOutputer) {
   Store(png, "TAVIFILE_THUMB_S.png", 1000);
   Store(png, "TAVIFILE_THUMB_120x120.png", 1000);
   platform.outputResult = -1;
@@ -248,19 +248,19 @@ TEST_F(DeliveryOfPng, OfASideAsksForASquareBox) {
   EXPECT_EQ(side.GetOutputFile(), entry);
 }
 
-TEST_F(DeliveryOfPng, TakesAnyNumbersForABox) {
+TEST_F(DeliveryOfPng, AcceptsAnyNumbersForABox) {
   OpenThumb box(png, 2 | 4, false);
   Deliver([&] { return box.Output(-1, 0); });
   EXPECT_EQ(box.info_.GetDimension(), (ThumbDimension{4294967295u, 0}));
 }
 
-TEST_F(DeliveryOfPng, OfTheRequestAsItStandsDeliversTheOriginal) {
+TEST_F(DeliveryOfPng, OfANewJobsRequestDeliversTheOriginal) {
   OpenThumb request(png, 2, false);
   EXPECT_TRUE(Deliver([&] { return request.OutputImpl(); }));
   EXPECT_EQ(platform.calls, (Calls{ByPath(png, "image/png")}));
 }
 
-TEST_F(DeliveryOfPng, OfTheOriginalImageHandsOverTheSourcesOwnType) {
+TEST_F(DeliveryOfPng, OfTheOriginalImagePassesOnTheSourcesOwnType) {
   OpenThumb original(source, 0, false);
   SetFacts(&original, 10, 10, "image/x-ms-bmp");
   original.type_ = 3;
@@ -271,7 +271,7 @@ TEST_F(DeliveryOfPng, OfTheOriginalImageHandsOverTheSourcesOwnType) {
   EXPECT_EQ(platform.calls, (Calls{ByPath(source, "image/x-ms-bmp")}));
 }
 
-TEST_F(DeliveryOfPng, OfAnOriginalThatABrowserCannotShowWritesNothing) {
+TEST_F(DeliveryOfPng, OfAnOriginalThatBrowsersCannotShowWritesNothing) {
   OpenThumb original(source, 0, false);
   SetFacts(&original, 10, 10, "image/tiff");
   original.outputFile_ = "/earlier";

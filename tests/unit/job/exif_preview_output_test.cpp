@@ -43,7 +43,7 @@ class PreviewOutput : public JobTest {
   OpenThumb job;
 };
 
-TEST_F(PreviewOutput, MovesThePreviewOfAJpegThatLiesAsItShould) {
+TEST_F(PreviewOutput, MovesThePreviewOfAJpegThatNeedsNoRotation) {
   EXPECT_TRUE(job.SetOutFromEXIFPreview());
   EXPECT_EQ(job.GetOutputFile(), entry);
   EXPECT_EQ(job.GetOutputType(), "Brovix");
@@ -57,7 +57,7 @@ TEST_F(PreviewOutput, MovesThePreviewOfAJpegThatLiesAsItShould) {
   EXPECT_EQ(log.lines, Log{});
 }
 
-TEST_F(PreviewOutput, ConvertsWhenTheRotationsAddUpToATurn) {
+TEST_F(PreviewOutput, ConvertsWhenTheSumOfTheRotationsIsNotZero) {
   struct Row {
     int rotate, userRotate;
     const char* eaName;  // null: moved
@@ -89,7 +89,7 @@ TEST_F(PreviewOutput, ConvertsWhenTheRotationsAddUpToATurn) {
   }
 }
 
-TEST_F(PreviewOutput, ConvertsThePreviewOfAnythingButAJpegStraightToTheEntry) {
+TEST_F(PreviewOutput, ConvertsThePreviewOfAnythingButAJpegDirectlyToTheEntry) {
   job.Info().mimeType_ = "image/x-nikon-nef";
   EXPECT_TRUE(job.SetOutFromEXIFPreview());
   EXPECT_EQ(platform.calls, (Calls{EAPath(source, "TAVIFILE_THUMB_B.jpg"),
@@ -127,7 +127,7 @@ TEST_F(PreviewOutput, RemovesNothingWithoutAPreview) {
   EXPECT_EQ(job.type_, 3);
 }
 
-TEST_F(PreviewOutput, RemovesThePreviewWhenThereCanBeNoEADirectory) {
+TEST_F(PreviewOutput, RemovesThePreviewWithoutAnEADirectory) {
   platform.makeEADirResult = -1;
   EXPECT_FALSE(job.SetOutFromEXIFPreview());
   EXPECT_FALSE(Exists(preview));
@@ -159,7 +159,7 @@ TEST_F(PreviewOutput, RemovesAPreviewThatCannotBeConverted) {
                         "failed to rotate or convert tmp file to web accepatable img " + preview + " -> " + entry)}));
 }
 
-TEST_F(PreviewOutput, NamesTheBrovixEntryAlthoughAnAvatarWasStoredUnderItsOwn) {
+TEST_F(PreviewOutput, ReportsTheBrovixEntryAlthoughTheAvatarIsStoredUnderItsOwnName) {
   OpenThumb avatar(source, Thumb::OPT_AVATAR, false);
   Prepare(&avatar);
   EXPECT_TRUE(avatar.SetOutFromEXIFPreview());

@@ -111,7 +111,7 @@ TEST_F(Online, DecodesAJpegIntoTheEADirectoryUnderTheTemporaryNameAndStoresIt) {
   EXPECT_EQ(log.lines, Log{});
 }
 
-TEST_F(Online, ServesAJpegAsItIsUpToTheBytesOfItsDecode) {
+TEST_F(Online, ServesAJpegUnchangedUpToTheBytesOfItsDecode) {
   for (const auto& [bytes, serves] :
        {std::pair{decodedBytes - 1, true}, {decodedBytes, true}, {decodedBytes + 1, false}}) {
     SCOPED_TRACE(bytes);
@@ -126,7 +126,7 @@ TEST_F(Online, ServesAJpegAsItIsUpToTheBytesOfItsDecode) {
   }
 }
 
-TEST_F(Online, TakesTheDecodingCommandsWordOnDeletingTheAnswer) {
+TEST_F(Online, LetsTheDecodingCommandDecideOnDeletingTheAnswer) {
   OpenThumb job(source, 0, false);
   Prepare(&job);
   job.Info().stat_.st_size = decodedBytes + 524287;
@@ -141,7 +141,7 @@ TEST_F(Online, TakesTheDecodingCommandsWordOnDeletingTheAnswer) {
   EXPECT_TRUE(job.IsNeedDelete());
 }
 
-TEST_F(Online, TriesTheToolsInTheirOrder) {
+TEST_F(Online, TriesTheToolsInOrder) {
   struct Row {
     const char* what;
     const char* mimeType;
@@ -189,7 +189,7 @@ TEST_F(Online, TriesTheToolsInTheirOrder) {
   }
 }
 
-TEST_F(Online, GivesConvertTheSameWorkPathAfterAFailedDecode) {
+TEST_F(Online, PassesConvertTheSameWorkPathAfterAFailedDecode) {
   failing = {"djpeg"};
   OpenThumb job(source, 0, false);
   Prepare(&job);
@@ -198,7 +198,7 @@ TEST_F(Online, GivesConvertTheSameWorkPathAfterAFailedDecode) {
   EXPECT_EQ(platform.Calls("TLIBCExecv"), (Calls{DJpeg(source, work), Convert(source, work)}));
 }
 
-TEST_F(Online, MakesNothingOfASourceWithoutFactsThatABrowserCanShow) {
+TEST_F(Online, MakesNothingFromASourceWithoutFactsThatBrowsersCanShow) {
   OpenThumb job(source, 0, false);
   Prepare(&job);
   job.Info().good_ = false;
@@ -208,7 +208,7 @@ TEST_F(Online, MakesNothingOfASourceWithoutFactsThatABrowserCanShow) {
   EXPECT_EQ(job.type_, 0);
 }
 
-TEST_F(Online, LeavesTheThumbnailUnderVarTmpOnVolumesThatTakeNone) {
+TEST_F(Online, LeavesTheThumbnailInVarTmpOnVolumesThatCannotStoreIt) {
   for (const int type : {2, 3, 12}) {
     SCOPED_TRACE(type);
     platform.fsType = type;
@@ -238,7 +238,7 @@ TEST_F(Online, StoresOnAVolumeThatCannotBeQueried) {
                                           ", reason=[(5)Input/output error]\""}}));
 }
 
-TEST_F(Online, LeavesTypeAndOutputAsTheyWereWithoutAnEADirectory) {
+TEST_F(Online, LeavesTypeAndOutputUnchangedWithoutAnEADirectory) {
   platform.makeEADirResult = -1;
   OpenThumb job(source, 0, false);
   Prepare(&job);

@@ -64,7 +64,7 @@ class RunAs : public testing::Test {
   CapturedLog log;
 };
 
-TEST_F(RunAs, SwitchesToRootAndBackByTheFewestSteps) {
+TEST_F(RunAs, SwitchesToRootAndBackInTheFewestSteps) {
   struct Row {
     uid_t user;
     gid_t group;
@@ -152,7 +152,7 @@ TEST_F(RunAs, LooksTheUserUpInABufferOfTheSystemsSize) {
   }
 }
 
-TEST_F(RunAs, TakesTheIdsThatTheUserHas) {
+TEST_F(RunAs, UsesTheIdsOfTheUser) {
   libc.getpwnam_r = [](const char*, passwd* entry, char*, size_t, passwd** found) {
     entry->pw_uid = 5;
     entry->pw_gid = 6;
@@ -168,7 +168,7 @@ TEST_F(RunAs, TakesTheIdsThatTheUserHas) {
                           "uid -1 0 -1", "gid -1 100 -1", "uid -1 1000 -1"}));
 }
 
-TEST_F(RunAs, LeavesAloneAnIdOfMinusOne) {
+TEST_F(RunAs, DoesNotChangeAnIdOfMinusOne) {
   libc.getpwnam_r = [](const char*, passwd* entry, char*, size_t, passwd** found) {
     entry->pw_uid = static_cast<uid_t>(-1);
     entry->pw_gid = static_cast<gid_t>(-1);
@@ -179,7 +179,7 @@ TEST_F(RunAs, LeavesAloneAnIdOfMinusOne) {
   EXPECT_EQ(steps, Steps{});
 }
 
-TEST_F(RunAs, LogsAUserThatIsNotThere) {
+TEST_F(RunAs, LogsAnUnknownUser) {
   libc.getpwnam_r = [](const char*, passwd*, char*, size_t, passwd** found) {
     *found = nullptr;
     return 0;
@@ -189,7 +189,7 @@ TEST_F(RunAs, LogsAUserThatIsNotThere) {
                             {authError, "libtavithumb:489 ERROR: IF_RUN_AS2(\"root\")"}}));
 }
 
-TEST_F(RunAs, LogsAFailedLookUpWithItsReason) {
+TEST_F(RunAs, LogsAFailedLookupWithItsReason) {
   libc.getpwnam_r = [](const char*, passwd*, char*, size_t, passwd** found) {
     *found = nullptr;
     return EIO;

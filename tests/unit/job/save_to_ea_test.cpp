@@ -41,7 +41,7 @@ class SaveToEA : public JobTest {
   OpenThumb job;
 };
 
-TEST_F(SaveToEA, MovesTheFileAndGivesItModeOwnerAndTheTimeWanted) {
+TEST_F(SaveToEA, MovesTheFileAndSetsModeOwnerAndTheRequestedTime) {
   EXPECT_TRUE(job.SaveThumbToEA(from, to, 1234));
   EXPECT_EQ(Names(folder.Path()), (Listing{"a.jpg", "stored"}));
   struct stat record = {};
@@ -52,12 +52,12 @@ TEST_F(SaveToEA, MovesTheFileAndGivesItModeOwnerAndTheTimeWanted) {
   EXPECT_EQ(log.lines, Log{});
 }
 
-TEST_F(SaveToEA, TakesTheSourcesTimeForATimeOfZero) {
+TEST_F(SaveToEA, UsesTheSourcesTimeForATimeOfZero) {
   EXPECT_TRUE(job.SaveThumbToEA(from, to, 0));
   EXPECT_EQ(steps, (Listing{"chown " + to + " 0:0", "utime " + to + " 0 1000"}));
 }
 
-TEST_F(SaveToEA, TakesTheTimeOfASourceOfMoreThanTwoGiB) {
+TEST_F(SaveToEA, UsesTheTimeOfASourceOfMoreThanTwoGiB) {
   if (truncate64(source.c_str(), off64_t{5} << 30) != 0) GTEST_SKIP() << "needs sparse files of 5 GiB";
   const utimbuf times{900, 1000};
   RealUtime(source.c_str(), &times);
@@ -65,7 +65,7 @@ TEST_F(SaveToEA, TakesTheTimeOfASourceOfMoreThanTwoGiB) {
   EXPECT_EQ(steps, (Listing{"chown " + to + " 0:0", "utime " + to + " 0 1000"}));
 }
 
-TEST_F(SaveToEA, LeavesTheTimeAloneWhenTheSourcesIsZero) {
+TEST_F(SaveToEA, DoesNotSetTheTimeWhenTheSourcesIsZero) {
   const utimbuf epoch{0, 0};
   RealUtime(source.c_str(), &epoch);
   EXPECT_TRUE(job.SaveThumbToEA(from, to, 0));
@@ -73,7 +73,7 @@ TEST_F(SaveToEA, LeavesTheTimeAloneWhenTheSourcesIsZero) {
   EXPECT_EQ(log.lines, Log{});
 }
 
-TEST_F(SaveToEA, LeavesTheTimeAloneWhenTheSourceIsGone) {
+TEST_F(SaveToEA, DoesNotSetTheTimeWhenTheSourceIsGone) {
   RealUnlink(source.c_str());
   EXPECT_TRUE(job.SaveThumbToEA(from, to, 0));
   EXPECT_EQ(steps, Listing{"chown " + to + " 0:0"});
@@ -98,7 +98,7 @@ TEST_F(SaveToEA, FailsWhenTheFileCannotBeRenamed) {
   EXPECT_EQ(platform.calls, Calls{});
 }
 
-TEST_F(SaveToEA, MovesAcrossVolumesWithMvAndGoesOnAsAfterARename) {
+TEST_F(SaveToEA, MovesAcrossVolumesWithMvAndContinuesAsAfterARename) {
   libc.rename = [](const char*, const char*) { return errno = EXDEV, -1; };
   platform.run = [](const std::string&, const std::vector<std::string>& argv) {
     return RealRename(argv[1].c_str(), argv[2].c_str());
@@ -143,7 +143,7 @@ TEST_F(SaveToEA, KeepsAnOlderThumbnailThatMvDidNotTouch) {
   EXPECT_EQ(ReadFile(to), "older");
 }
 
-TEST_F(SaveToEA, GoesOnWhenTheModeCannotBeSet) {
+TEST_F(SaveToEA, ContinuesWhenTheModeCannotBeSet) {
   libc.chmod = [this](const char* path, mode_t mode) {
     EXPECT_EQ(path, to);
     EXPECT_EQ(mode, 0777u);
@@ -154,7 +154,7 @@ TEST_F(SaveToEA, GoesOnWhenTheModeCannotBeSet) {
   EXPECT_EQ(steps.size(), 2u);
 }
 
-TEST_F(SaveToEA, GoesOnWhenTheOwnerCannotBeSet) {
+TEST_F(SaveToEA, ContinuesWhenTheOwnerCannotBeSet) {
   chownErrno = EPERM;
   EXPECT_TRUE(job.SaveThumbToEA(from, to, 1234));
   EXPECT_EQ(log.lines, Saving(491, "Failed to chown '" + to + "', Operation not permitted"));
@@ -207,7 +207,7 @@ TEST_F(SaveToEA, StoresToTheBrovixOrTheAvatarName) {
   EXPECT_EQ(job.GetOnlineOutputDest(), "");
 }
 
-TEST_F(SaveToEA, MakesTheDestinationTheOutputFileOfAThumbnailJustMade) {
+TEST_F(SaveToEA, MakesTheDestinationTheOutputFileOfANewThumbnail) {
   SetFacts(&job, 4000, 3000);
   SetRequest(&job, "big");
   Store(source, "other", 1);
@@ -253,7 +253,7 @@ TEST_F(SaveExisting, StoresAvatarsUnderTheirName) {
   EXPECT_EQ(Entries(photo), Listing{"TAVIAVATAR_120x120.jpg"});
 }
 
-TEST_F(SaveExisting, MakesTheEADirectoryForAnEmptyListToo) {
+TEST_F(SaveExisting, CreatesTheEADirectoryEvenForAnEmptyList) {
   OpenThumb existing(photo, 0, false);
   EXPECT_TRUE(existing.SaveExistingThumbsToEA({}, 0, true));
   EXPECT_EQ(platform.Calls("TAVIEAMKDir"), (Calls{{"TAVIEAMKDir", "1", folder / "ea/photo.jpg"}}));
@@ -269,7 +269,7 @@ TEST_F(SaveExisting, FailsWithoutAnEADirectory) {
   EXPECT_TRUE(Exists(small));
 }
 
-TEST_F(SaveExisting, StoresTheGoodOnesAmongBadOnes) {
+TEST_F(SaveExisting, StoresTheValidOnesAmongInvalidOnes) {
   const std::string small = Thumbnail("s.jpg"), big = Thumbnail("b.jpg"), gone = folder / "gone.jpg";
   MakePng(folder / "other.jpg", 20, 15);
   WriteFile(folder / "text.jpg", std::string(100, 'x'));
@@ -287,7 +287,7 @@ TEST_F(SaveExisting, StoresTheGoodOnesAmongBadOnes) {
                             Existing(563, "Can not check thumbnail info of '" + gone + "'")[0]}));
 }
 
-TEST_F(SaveExisting, DoesNotLookAtTheTypeUnlessAsked) {
+TEST_F(SaveExisting, DoesNotCheckTheTypeUnlessRequested) {
   WriteFile(folder / "text.jpg", "no picture");
   OpenThumb existing(photo, 0, false);
   EXPECT_TRUE(existing.SaveExistingThumbsToEA({{"small", folder / "text.jpg"}}, 77, false));
@@ -334,7 +334,7 @@ TEST_F(SaveExisting, ThrowsOnASourceThatIsDamagedOrGone) {
   }
 }
 
-TEST_F(SaveExisting, GoesOnWithoutFactsOfAnUnknownType) {
+TEST_F(SaveExisting, ContinuesWithoutFactsForAnUnknownType) {
   WriteFile(folder / "text.jpg", std::string(100, 'x'));
   const std::string small = Thumbnail("s.jpg");
   OpenThumb existing(folder / "text.jpg", 0, false);
@@ -343,7 +343,7 @@ TEST_F(SaveExisting, GoesOnWithoutFactsOfAnUnknownType) {
   EXPECT_EQ(log.lines, Log{});
 }
 
-TEST_F(SaveExisting, ReadsNoFactsOfAVideo) {
+TEST_F(SaveExisting, ReadsNoFactsForAVideo) {
   const std::string small = Thumbnail("s.jpg");
   const std::string video = Source("clip.mp4");
   OpenThumb existing(video, 0, false);
@@ -352,7 +352,7 @@ TEST_F(SaveExisting, ReadsNoFactsOfAVideo) {
   EXPECT_FALSE(existing.info_.IsGood());
 }
 
-TEST_F(SaveExisting, ReadsTheSourcesFactsWithItsPreviewAndTheFilesWithoutTheirs) {
+TEST_F(SaveExisting, ReadsTheSourcesFactsWithItsPreviewAndTheFilesFactsWithout) {
   const std::string small = Thumbnail("s.jpg"), preview = Thumbnail("p.jpg");
   SetPreview(photo, preview);
   SetPreview(small, preview);

@@ -49,7 +49,7 @@ TEST_F(StoredModes, AcceptAnEntryThatIsNotOlderThanTheSource) {
   }
 }
 
-TEST_F(StoredModes, LeaveTheOutputEmptyAndTheTypeAsItWasForAStaleEntry) {
+TEST_F(StoredModes, LeaveTheOutputEmptyAndTheTypeUnchangedForAStaleEntry) {
   for (const Mode& mode : modes) {
     SCOPED_TRACE(mode.name);
     Store(source, mode.eaName, 999);
@@ -61,7 +61,7 @@ TEST_F(StoredModes, LeaveTheOutputEmptyAndTheTypeAsItWasForAStaleEntry) {
   }
 }
 
-TEST_F(StoredModes, LeaveTheOutputEmptyAndTheTypeAsItWasForAMissingEntry) {
+TEST_F(StoredModes, LeaveTheOutputEmptyAndTheTypeUnchangedForAMissingEntry) {
   for (const Mode& mode : modes) {
     SCOPED_TRACE(mode.name);
     job.outputFile_ = "/earlier";
@@ -71,7 +71,7 @@ TEST_F(StoredModes, LeaveTheOutputEmptyAndTheTypeAsItWasForAMissingEntry) {
   }
 }
 
-TEST_F(StoredModes, KeepTheCandidateInTheOutputButForBrovixAndAvatarWhileItIsTested) {
+TEST_F(StoredModes, KeepTheCandidateInTheOutputExceptForBrovixAndAvatarWhileItIsTested) {
   for (const Mode& mode : modes) {
     SCOPED_TRACE(mode.name);
     const std::string entry = Store(source, mode.eaName, 1000);
@@ -89,7 +89,7 @@ TEST_F(StoredModes, KeepTheCandidateInTheOutputButForBrovixAndAvatarWhileItIsTes
   }
 }
 
-TEST_F(StoredModes, LetASizeWithoutALetterPassAndLeaveTheJobAsItWas) {
+TEST_F(StoredModes, PassOnTheExceptionForASizeWithoutALetterAndLeaveTheJobUnchanged) {
   SetRequest(&job, "original");
   for (const auto find : {&Thumb::SetOutAlbumexEA, &Thumb::SetOutAlbumexOldEA, &Thumb::SetOutBrovixEA}) {
     try {
@@ -104,7 +104,7 @@ TEST_F(StoredModes, LetASizeWithoutALetterPassAndLeaveTheJobAsItWas) {
   EXPECT_EQ(platform.calls, Calls{});
 }
 
-TEST_F(StoredModes, LookForTheSizeAndTurnOfTheRequest) {
+TEST_F(StoredModes, LookForTheSizeAndRotationOfTheRequest) {
   SetRequest(&job, "medium");
   job.Rotate(1);
   job.SetOutAlbumexEA();
@@ -118,7 +118,7 @@ TEST_F(StoredModes, LookForTheSizeAndTurnOfTheRequest) {
                    EAPath(source, "TAVIAVATAR_360x360_r1.jpg")}));
 }
 
-TEST_F(StoredModes, TakeAnEmptyEAPathAsNoEntry) {
+TEST_F(StoredModes, TreatAnEmptyEAPathAsAMissingEntry) {
   platform.hasEAPath = false;
   for (const Mode& mode : modes) {
     SCOPED_TRACE(mode.name);
@@ -132,7 +132,7 @@ TEST_F(StoredModes, TakeAnEmptyEAPathAsNoEntry) {
   }
 }
 
-TEST_F(StoredModes, NeverAnswerAnImageWithoutFactsFromTheBrovixSlot) {
+TEST_F(StoredModes, NeverAnswerAnImageWithoutFactsFromTheBrovixEntry) {
   Store(source, "TAVIFILE_THUMB_B.jpg", 2000);
   job.Info().good_ = false;
   EXPECT_FALSE(job.SetOutBrovixEA());
@@ -142,7 +142,7 @@ TEST_F(StoredModes, NeverAnswerAnImageWithoutFactsFromTheBrovixSlot) {
   EXPECT_TRUE(job.SetOutBrovixEA());
 }
 
-TEST_F(StoredModes, AnswerAVideoWithoutFactsFromTheBrovixSlot) {
+TEST_F(StoredModes, AnswerAVideoWithoutFactsFromTheBrovixEntry) {
   const std::string video = Source("clip.mp4");
   const std::string entry = Store(video, "TAVIFILE_THUMB_B.jpg", 2000);
   OpenThumb videoJob(video, 0, false);

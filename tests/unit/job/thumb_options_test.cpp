@@ -72,7 +72,7 @@ TEST_F(ThumbOptions, AreReplacedNotAdded) {
   EXPECT_TRUE(job.IsNeedDelete());
 }
 
-TEST_F(ThumbOptions, DependOnTheLastWordAloneWhateverCameBefore) {
+TEST_F(ThumbOptions, DependOnTheLastWordAlone) {
   for (const std::string& source : {Source("a.jpg"), Source("a.mp4")}) {
     OpenThumb reused(source, 0, false);
     for (int options = 0; options < 0x80; ++options) {
@@ -110,7 +110,7 @@ TEST_F(ThumbOptions, ANewJobHasNoAnswerAndAsksForTheOriginal) {
   EXPECT_EQ(platform.calls, Calls{});
 }
 
-TEST_F(ThumbOptions, AJobOfASourceThatCannotBeStatedDoesNotExist) {
+TEST_F(ThumbOptions, AJobCannotBeConstructedForASourceThatCannotBeStated) {
   try {
     Thumb job("/nowhere/a.jpg", 0, false);
     FAIL();
@@ -120,7 +120,7 @@ TEST_F(ThumbOptions, AJobOfASourceThatCannotBeStatedDoesNotExist) {
   }
 }
 
-TEST_F(ThumbOptions, AVideoIsOneByTheBaseNameAlone) {
+TEST_F(ThumbOptions, AVideoIsRecognisedByItsBaseNameAlone) {
   EXPECT_TRUE(OpenThumb(Source("clip.MP4"), 0, false).isVideo_);
   EXPECT_TRUE(OpenThumb(Source("mp4"), 0, false).isVideo_);
   EXPECT_FALSE(OpenThumb(Source("videos.mp4/readme"), 0, false).isVideo_);
@@ -165,7 +165,7 @@ TEST_F(ThumbOptions, AJobCannotBeCopiedAndHasNoVirtualOperations) {
   EXPECT_FALSE(std::is_polymorphic_v<Thumb>);
 }
 
-TEST_F(ThumbOptions, NamedSizesAreSixWithTheirBoxes) {
+TEST_F(ThumbOptions, HaveSixNamedSizesWithTheirBoxes) {
   const std::map<std::string, ThumbDimension> sizes = {
       {"small", {120, 120}},   {"medium", {360, 360}},   {"big", {640, 640}},
       {"large", {1280, 1280}}, {"xlarge", {1280, 1280}}, {"original", {2147483647, 2147483647}}};

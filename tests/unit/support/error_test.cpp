@@ -8,7 +8,7 @@
 namespace tavithumb::test {
 namespace {
 
-TEST(Error, WithoutAMessageReadsTheCodeAndOneBlank) {
+TEST(Error, WithoutAMessageReadsTheCodeAndOneSpace) {
   const OpenError error(7);
   EXPECT_STREQ(error.what(), "(E7) ");
   EXPECT_EQ(error.Code(), 7);
@@ -26,7 +26,7 @@ TEST(Error, ReadsCodeThenMessage) {
   EXPECT_STREQ(Error(601, "Can't stat /a/b.jpg").what(), "(E601) Can't stat /a/b.jpg");
 }
 
-TEST(Error, IsCopiedWholly) {
+TEST(Error, IsCopiedCompletely) {
   const OpenError original(603, "gone");
   const OpenError copy(original);
   EXPECT_EQ(copy.Code(), 603);

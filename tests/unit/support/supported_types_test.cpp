@@ -48,7 +48,7 @@ TEST(SupportedTypes, AreVideosByTheirExtensionInEitherCase) {
   }
 }
 
-TEST(SupportedTypes, AreNothingElse) {
+TEST(SupportedTypes, IncludeNothingElse) {
   for (const std::string name : {"a.tar.gz", "/share/jpg", "/share/mp4", "/share/old.d/readme", "a.jpeg ", "a.webp",
                                  "a.avif", "a.jxl", "a.", "", "a.jpg.txt", "a.jp", "a.jpgg", "a.cr3", "a.txt"}) {
     EXPECT_FALSE(IsSupportImage(name)) << name;
@@ -56,12 +56,12 @@ TEST(SupportedTypes, AreNothingElse) {
   }
 }
 
-TEST(SupportedTypes, TakeABareNameWithoutADotAsItsExtension) {
+TEST(SupportedTypes, TreatABareNameWithoutADotAsItsExtension) {
   EXPECT_TRUE(IsSupportImage("jpg"));
   EXPECT_TRUE(IsSupportVideo("MP4"));
 }
 
-TEST(IsSupportExt, ComparesTextsNotPointers) {
+TEST(IsSupportExt, ComparesStringsNotPointers) {
   const std::string text = "abc";
   const std::unordered_set<const char*> set = {text.c_str()};
   EXPECT_TRUE(IsSupportExt(set, "/x/file.ABC"));

@@ -16,7 +16,7 @@ namespace {
 using Calls = std::vector<PlatformCall>;
 using Log = std::vector<LogLine>;
 
-TEST(GetFileExt, IsTheLoweredTextAfterTheLastDot) {
+TEST(GetFileExt, IsTheLowerCaseTextAfterTheLastDot) {
   const std::pair<std::string, std::string> rows[] = {
       {"/x/Photo.JPG", "jpg"},
       {"/x/archive.tar.GZ", "gz"},
@@ -33,7 +33,7 @@ TEST(GetFileExt, IsTheLoweredTextAfterTheLastDot) {
   for (const auto& [path, extension] : rows) EXPECT_EQ(file::GetFileExt(path), extension) << path;
 }
 
-TEST(GetEAPath, IsWhatThePlatformWrites) {
+TEST(GetEAPath, IsThePathFromThePlatform) {
   RecordingPlatform platform;
   CapturedLog log;
   EXPECT_EQ(file::GetEAPath("/v/a.jpg", "NAME"), "/ea/a.jpg/NAME");
@@ -58,7 +58,7 @@ TEST(GetEAPath, IsEmptyAndLoggedWithTheEntrysNameWhenThereIsNone) {
   EXPECT_EQ(log.lines, (Log{{LOG_ERR, "util:50 (GetEAPath) \"Get EA path for NAME failed\""}}));
 }
 
-TEST(MakeEADir, DoesNotMakeADirectoryThatIsThere) {
+TEST(MakeEADir, DoesNotCreateAnExistingDirectory) {
   const TempDir ea;
   WriteFile(ea / "a.jpg/entry", "");
   RecordingPlatform platform(ea.Path());
@@ -66,7 +66,7 @@ TEST(MakeEADir, DoesNotMakeADirectoryThatIsThere) {
   EXPECT_EQ(platform.calls, (Calls{{"TAVIEADirPath", "0", "/v/a.jpg", "4096"}}));
 }
 
-TEST(MakeEADir, MakesAMissingOneAndTellsHowThatWent) {
+TEST(MakeEADir, CreatesAMissingDirectoryAndReturnsTheResult) {
   for (const int result : {0, -1}) {
     SCOPED_TRACE(result);
     const TempDir ea;
@@ -77,7 +77,7 @@ TEST(MakeEADir, MakesAMissingOneAndTellsHowThatWent) {
   }
 }
 
-TEST(MakeEADir, AsksForTheDirectoryWhereARegularFileLies) {
+TEST(MakeEADir, RequestsTheDirectoryEvenIfARegularFileIsInItsPlace) {
   for (const int result : {0, 5}) {
     SCOPED_TRACE(result);
     const TempDir ea;
@@ -99,7 +99,7 @@ TEST(MakeEADir, FailsSilentlyWithoutAnEAPath) {
   EXPECT_EQ(log.lines, Log{});
 }
 
-TEST(IsDestSupportEAWrite, RefusesRemoteVolumesImagesAndCodeTwelve) {
+TEST(IsDestSupportEAWrite, RejectsRemoteVolumesImagesAndCodeTwelve) {
   struct Row {
     int type;
     bool writable;
@@ -124,7 +124,7 @@ TEST(IsDestSupportEAWrite, RefusesRemoteVolumesImagesAndCodeTwelve) {
   }
 }
 
-TEST(IsDestSupportEAWrite, TakesAVolumeThatCannotBeQueriedAsWritableAndLogsIt) {
+TEST(IsDestSupportEAWrite, TreatsAVolumeThatCannotBeQueriedAsWritableAndLogsIt) {
   RecordingPlatform platform;
   platform.fsType = -1;
   platform.fsTypeErrno = ENOENT;
@@ -157,7 +157,7 @@ TEST(SDKMoveFile, LogsAFailure) {
   }
 }
 
-TEST(Dirname, IsTheParentAsPosixGivesIt) {
+TEST(Dirname, IsTheParentAsDefinedByPosix) {
   const std::pair<std::string, std::string> rows[] = {
       {"/a/b/c.jpg", "/a/b"}, {"/c.jpg", "/"}, {"c.jpg", "."}, {"", "."}, {"/a/b/", "/a"}, {"/", "/"}, {"a//b", "a"},
   };

@@ -81,7 +81,7 @@ void MakeOneOfEachKind(const Site& site) {
   fs::remove(site / "preview.jpg");
 }
 
-TEST_P(Answers, ShowAThumbnailOfEachKindOfPicture) {
+TEST_P(Answers, ServeAThumbnailOfEachTypeOfPicture) {
   const Site site(GetParam());
   MakeOneOfEachKind(site);
   const std::pair<std::string, std::string> rows[] = {
@@ -106,7 +106,7 @@ TEST_P(Answers, ShowAThumbnailOfEachKindOfPicture) {
   EXPECT_EQ(Describe(site.Get("/thumb/drawing.png?size=original")), "200 image/png PNG 800x600");
 }
 
-TEST_P(Answers, TellOfAThumbnailWhatACacheNeeds) {
+TEST_P(Answers, HaveTheHeadersThatACacheNeeds) {
   const Site site(GetParam());
   MakePng(site / "drawing.png", 800, 600);
   const Response response = site.Get("/thumb/drawing.png?size=medium");
@@ -125,7 +125,7 @@ TEST_P(Answers, TellOfAThumbnailWhatACacheNeeds) {
   EXPECT_TRUE(response.body == ReadFile(stored));
 }
 
-TEST_P(Answers, SendNothingAgainThatTheClientHas) {
+TEST_P(Answers, SendNoContentThatTheClientHasCached) {
   const Site site(GetParam());
   MakePng(site / "drawing.png", 800, 600);
   const std::string address = "/thumb/drawing.png?size=medium";
@@ -149,7 +149,7 @@ TEST_P(Answers, SendNothingAgainThatTheClientHas) {
   }
 }
 
-TEST_P(Answers, SendThePartThatIsAskedFor) {
+TEST_P(Answers, SendTheRequestedRange) {
   const Site site(GetParam());
   MakePng(site / "drawing.png", 800, 600);
   const std::string address = "/original/drawing.png", content = ReadFile(site / "drawing.png");
@@ -191,7 +191,7 @@ TEST_P(Answers, SendNothingOfAnotherVersion) {
   EXPECT_EQ(site.Get(address, {"If-Match: " + etag, "Range: bytes=0-1"}).status, 206);
 }
 
-TEST_P(Answers, SendTheHeadersAloneForHead) {
+TEST_P(Answers, SendOnlyTheHeadersForHead) {
   const Site site(GetParam());
   MakePng(site / "drawing.png", 800, 600);
   for (const char* address : {"/thumb/drawing.png?size=medium", "/original/drawing.png", "/list/"}) {
@@ -204,7 +204,7 @@ TEST_P(Answers, SendTheHeadersAloneForHead) {
   EXPECT_EQ(site.Ask("HEAD", "/thumb/missing.jpg?size=small").status, 404);
 }
 
-TEST_P(Answers, SendTheOriginalThatABrowserCanShow) {
+TEST_P(Answers, SendAnOriginalThatBrowsersCanShow) {
   const Site site(GetParam());
   MakeOneOfEachKind(site);
   const std::pair<std::string, std::string> rows[] = {
@@ -226,7 +226,7 @@ TEST_P(Answers, SendTheOriginalThatABrowserCanShow) {
   }
 }
 
-TEST_P(Answers, SendHeifToThoseWhoCanShowIt) {
+TEST_P(Answers, SendHeifToClientsThatAcceptIt) {
   const Site site(GetParam());
   MakeHeic(site / "phone.heic", 1600, 1200, true);
   const std::string address = "/thumb/phone.heic?size=medium";
@@ -241,7 +241,7 @@ TEST_P(Answers, SendHeifToThoseWhoCanShowIt) {
 }
 
 // A JPEG whose thumbnail would be larger than itself is served unchanged, unless it has to be rotated.
-TEST_P(Answers, TurnAPictureThatServesItself) {
+TEST_P(Answers, RotateAPictureThatIsOtherwiseServedUnchanged) {
   const Site site(GetParam());
   MakeJpeg(site / "light.jpg", 400, 300);
   MakeHeic(site / "phone.heic", 64, 48, true);
@@ -256,7 +256,7 @@ TEST_P(Answers, TurnAPictureThatServesItself) {
 }
 
 // The library asks its caller to delete some thumbnails that it has stored; the program keeps them for everybody.
-TEST_P(Answers, KeepEachThumbnailForTheNextRequest) {
+TEST_P(Answers, StoreEachThumbnailForTheNextRequest) {
   const Site site(GetParam());
   MakeOneOfEachKind(site);
   for (const char* name :
@@ -273,14 +273,14 @@ TEST_P(Answers, KeepEachThumbnailForTheNextRequest) {
   }
 }
 
-TEST_P(Answers, FallBackToASmallerSizeWhenAsked) {
+TEST_P(Answers, FallBackToASmallerSizeOnRequest) {
   const Site site(GetParam());
   MakeTiff(site / "scan.tif", 800, 600);
   EXPECT_EQ(site.Get("/thumb/scan.tif?size=original").status, 415);
   EXPECT_EQ(Describe(site.Get("/thumb/scan.tif?size=original&fallback=1")), "200 image/jpeg JPEG 800x600");
 }
 
-TEST_P(Answers, TurnAnAlbumexThumbnailOnTheWay) {
+TEST_P(Answers, RotateAnAlbumexThumbnailDuringDelivery) {
   const Site site(GetParam());
   MakeJpeg(site / "photo.jpg", 1600, 1200);
   MakeJpeg(site / "album.jpg", 320, 240);
@@ -382,7 +382,7 @@ struct ErrorRow {
   std::string body;
 };
 
-TEST_P(Answers, TellWhyThereIsNone) {
+TEST_P(Answers, GiveTheReasonForAFailure) {
   const Site site(GetParam());
   MakePng(site / "drawing.png", 800, 600);
   WriteFile(site / "text.jpg", "this is text and no picture, whatever its name says");
@@ -432,7 +432,7 @@ TEST_P(Answers, TellWhyThereIsNone) {
   EXPECT_EQ(Names(site / ".tavi_ea/text.jpg"), std::vector<std::string>{});
 }
 
-TEST_P(Answers, LogALineForEachThatFailed) {
+TEST_P(Answers, LogALineForEachFailure) {
   const Site site(GetParam());
   site.Get("/thumb/missing.jpg?size=small");
   site.Get("/thumb/%C3%A4.jpg?size=small&colour=1");
@@ -442,7 +442,7 @@ TEST_P(Answers, LogALineForEachThatFailed) {
                                       get + "/thumb/%C3%A4.jpg?size=small&colour=1: 400 unknown parameter"}));
 }
 
-TEST(Log, ShowsThePathEscaped) {
+TEST(Log, EscapesThePath) {
   const Site site(Front::kNone);
   site.Scgi({{"REQUEST_METHOD", "GET"}, {"REQUEST_URI", "/thumb/a\n\x1b[2J\xff.jpg?size=small"}});
   EXPECT_EQ(site.Noted("log: "),

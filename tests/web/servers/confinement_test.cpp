@@ -78,7 +78,7 @@ INSTANTIATE_TEST_SUITE_P(Through, Roots,
                                          Front::kLighttpdCgi),
                          testing::PrintToStringParamName());
 
-TEST_P(Roots, AreNotLeftByAnyAddress) {
+TEST_P(Roots, AreNotEscapedByAnyAddress) {
   const Site site(GetParam());
   MakeSecret(site / "../outside.jpg");
   fs::create_directories(site / "sub");
@@ -180,7 +180,7 @@ TEST_F(RootsWithFolders, ShowNothingFromOutsideWhileOneIsSwappedForALink) {
 }
 
 // The tools look up the name once more.
-TEST_F(RootsWithFolders, MakeNoThumbnailOfWhatIsOutsideWhileOneIsSwappedForALink) {
+TEST_F(RootsWithFolders, MakeNoThumbnailOfAFileOutsideWhileOneIsSwappedForALink) {
   RunTool({"/usr/bin/convert", "-size", "400x300", "xc:red", outside_ / "photo.tif"});
   RunTool({"/usr/bin/convert", "-size", "400x300", "xc:blue", site_ / "folder/photo.tif"});
   const auto expectFromInside = [](const Response& response) {
@@ -204,7 +204,7 @@ TEST_F(RootsWithFolders, MakeNoThumbnailOfWhatIsOutsideWhileOneIsSwappedForALink
   EXPECT_EQ(Names(outside_ / ""), std::vector<std::string>{"photo.tif"}) << "nothing is written there either";
 }
 
-TEST(RootsWithLinks, ShowWhatALinkLeadsToInside) {
+TEST(RootsWithLinks, ShowTheTargetOfALinkInside) {
   const Site site(Front::kNginxScgi);
   fs::create_directories(site / "inside");
   MakeJpeg(site / "inside/photo.jpg", 20, 10);
@@ -216,7 +216,7 @@ TEST(RootsWithLinks, ShowWhatALinkLeadsToInside) {
   }
 }
 
-TEST(RootsWithNames, BeginTheAddresses) {
+TEST(RootsWithNames, AreTheStartOfTheAddresses) {
   TempDir films, photos;
   chmod(films.Path().c_str(), 0755);
   chmod(photos.Path().c_str(), 0755);
@@ -238,7 +238,7 @@ TEST(RootsWithNames, BeginTheAddresses) {
   EXPECT_NE(page.find("<a class=\"tile\" href=\"/gallery/original/photos/photo.png\">"), page.npos) << page;
 }
 
-TEST(RootsWithHiddenNames, ShowThemWhenAskedTo) {
+TEST(RootsWithHiddenNames, ShowThemIfConfigured) {
   for (const bool isShown : {false, true}) {
     SiteOptions options;
     if (isShown) options.program = {"--hidden"};

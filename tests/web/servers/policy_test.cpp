@@ -16,7 +16,7 @@ int Convert(const std::string& policyFolder, const std::vector<std::string>& arg
   return convert.Wait();
 }
 
-TEST(Policy, AllowsEachKindThatThumbnailsAreMadeOf) {
+TEST(Policy, AllowsEachTypeThatThumbnailsAreMadeFrom) {
   TempDir folder;
   MakePng(folder / "picture.png", 40, 30);
   MakeHeic(folder / "picture.heic", 64, 64, true);
@@ -34,7 +34,7 @@ TEST(Policy, AllowsEachKindThatThumbnailsAreMadeOf) {
 }
 
 // The content determines the decoder, whatever the name is.
-TEST(Policy, RefusesAllOtherKindsWhateverTheirNames) {
+TEST(Policy, RejectsAllOtherTypesWhateverTheirNames) {
   TempDir folder;
   const std::string path = folder / "evil.jpg";
   const std::pair<const char*, std::string> rows[] = {
@@ -63,7 +63,7 @@ TEST(Policy, RefusesAllOtherKindsWhateverTheirNames) {
   }
 }
 
-TEST(Policy, KeepsFilesThatAreCalledLikeAFrameFromGivingArguments) {
+TEST(Policy, KeepsFilesNamedLikeAFrameFromInjectingArguments) {
   TempDir folder;
   const std::string photo = folder / "photo.png", frame = photo + "[0]";
   MakePng(photo, 40, 30);
@@ -73,7 +73,7 @@ TEST(Policy, KeepsFilesThatAreCalledLikeAFrameFromGivingArguments) {
   EXPECT_EQ(Names(folder.Path()), (std::vector<std::string>{"photo.png", "photo.png[0]", "thumbnail.png"}));
 }
 
-TEST(Policy, IsWhatTheToolsOfTheProgramRunUnder) {
+TEST(Policy, IsAppliedToTheToolsOfTheProgram) {
   const Site site(Front::kNone);
   WriteFile(site / "evil.tif",
             "<?xml version=\"1.0\"?><svg xmlns=\"http://www.w3.org/2000/svg\" width=\"900\" "
@@ -107,7 +107,7 @@ std::string GifBomb(int frames) {
   return gif + ";";
 }
 
-TEST(Policy, RefusesWhatIsTooLarge) {
+TEST(Policy, RejectsPicturesThatAreTooLarge) {
   TempDir folder;
   const std::pair<unsigned, bool> rows[] = {{16000, true}, {16001, false}};
   for (const auto& [height, isAllowed] : rows) {
@@ -117,7 +117,7 @@ TEST(Policy, RefusesWhatIsTooLarge) {
   }
 }
 
-TEST(Policy, RefusesAnimationsOfTooManyFrames) {
+TEST(Policy, RejectsAnimationsWithTooManyFrames) {
   TempDir folder;
   const std::pair<int, bool> rows[] = {{4095, true}, {4096, false}};
   for (const auto& [frames, isAllowed] : rows) {
@@ -127,7 +127,7 @@ TEST(Policy, RefusesAnimationsOfTooManyFrames) {
   }
 }
 
-TEST(Policy, EndsWhatTakesTooLong) {
+TEST(Policy, StopsConversionsThatTakeTooLong) {
   TempDir folder;
   std::string policy = ReadFile(std::string(POLICY_FOLDER) + "/policy.xml");
   const std::string limit = "name=\"time\" value=\"20\"";
@@ -142,7 +142,7 @@ TEST(Policy, EndsWhatTakesTooLong) {
 }
 
 // The animation is abandoned, and its first frame shown.
-TEST(Limits, EndWhatBombsAThumbnail) {
+TEST(Limits, StopADecompressionBomb) {
   SiteOptions options;
   options.program = {"--tool-cpu", "2", "--deadline", "600"};
   const Site site(Front::kNone, options);

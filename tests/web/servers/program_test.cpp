@@ -32,7 +32,7 @@ Outcome RunShell(const std::string& before, const std::string& options) {
   return {code, ReadFile(files / "out"), ReadFile(files / "err")};
 }
 
-TEST(WebProgram, TellsWhatIsWrongWithItsOptions) {
+TEST(WebProgram, ReportsWhatIsWrongWithItsOptions) {
   TempDir folder;
   WriteFile(folder / "bad.conf", "root = [\"/nowhere/at/all\"]\n");
   const std::string root = "--root " + folder.Path();
@@ -65,7 +65,7 @@ TEST(WebProgram, TellsWhatIsWrongWithItsOptions) {
   }
 }
 
-TEST(WebProgram, TellsThatItCannotListen) {
+TEST(WebProgram, ReportsThatItCannotListen) {
   TempDir folder;
   const Outcome run = RunShell("", "--root " + folder.Path() + " --scgi " + (folder / "missing/socket"));
   EXPECT_EQ(run.code, 1);
@@ -73,7 +73,7 @@ TEST(WebProgram, TellsThatItCannotListen) {
             "tavithumb-web: cannot listen on '" + (folder / "missing/socket") + "': No such file or directory\n");
 }
 
-TEST(WebProgram, TellsAboutItself) {
+TEST(WebProgram, PrintsHelpAndVersion) {
   EXPECT_EQ(RunShell("", "--version").out, "tavithumb-web 1.0.0\n");
   const Outcome help = RunShell("", "--help");
   EXPECT_EQ(help.code, 0);
@@ -95,7 +95,7 @@ TEST(WebProgram, ReadsItsOptionsFromAFile) {
   EXPECT_NE(run.out.find("Content-Type: image/png\r\n"), std::string::npos) << run.out << run.err;
 }
 
-TEST(WebProgram, TellsThatItsFileCannotBeRead) {
+TEST(WebProgram, ReportsThatItsFileCannotBeRead) {
   const Outcome run = RunShell("TAVITHUMB_WEB_CONFIG=/nowhere/web.conf", "--root /");
   EXPECT_EQ(run.code, 2);
   EXPECT_EQ(run.err,
@@ -104,7 +104,7 @@ TEST(WebProgram, TellsThatItsFileCannotBeRead) {
 }
 
 // Some web servers pass a query without "=" as arguments.
-TEST(WebProgram, TakesNoOptionsFromAQuery) {
+TEST(WebProgram, AcceptsNoOptionsFromAQuery) {
   const Outcome run = RunShell(
       "GATEWAY_INTERFACE=CGI/1.1 REQUEST_METHOD=GET QUERY_STRING=--root+/etc REQUEST_URI=/list/", "--root /etc");
   EXPECT_EQ(run.out,
@@ -122,7 +122,7 @@ bool IsKnown(const std::string& host) {
   return true;
 }
 
-TEST(WebProgram, ListensAtALoopbackPort) {
+TEST(WebProgram, ListensOnALoopbackPort) {
   TempDir folder;
   const std::pair<std::string, std::string> rows[] = {
       {"127.0.0.1", "127.0.0.1"}, {"localhost", "localhost"}, {"[::1]", "::1"}};
@@ -144,7 +144,7 @@ TEST(WebProgram, ListensAtALoopbackPort) {
   }
 }
 
-TEST(WebProgram, TakesASocketFromItsSupervisor) {
+TEST(WebProgram, AcceptsASocketFromItsSupervisor) {
   TempDir folder;
   sockaddr_un address = {};
   address.sun_family = AF_UNIX;
@@ -170,7 +170,7 @@ TEST(WebProgram, TakesASocketFromItsSupervisor) {
   close(listening);
 }
 
-TEST(WebProgram, ReplacesASocketThatNobodyListensAt) {
+TEST(WebProgram, ReplacesASocketThatNobodyListensOn) {
   const Site site(Front::kNone);
   site.Program().Signal(SIGKILL);
   site.Program().Wait();
@@ -187,7 +187,7 @@ TEST(WebProgram, ReplacesASocketThatNobodyListensAt) {
   close(connection);
 }
 
-TEST(WebProgram, LeavesASocketThatIsInUseToItsOwner) {
+TEST(WebProgram, LeavesASocketInUseToItsOwner) {
   const Site site(Front::kNone);
   const Outcome run = RunShell("", "--root " + site.Photos() + " --scgi " + site.Socket());
   EXPECT_EQ(run.code, 1);

@@ -42,7 +42,7 @@ class Rights : public testing::Test {
   }
 };
 
-TEST_F(Rights, LeaveOutFoldersThatCannotBeReadAndCountThem) {
+TEST_F(Rights, OmitFoldersThatCannotBeReadAndCountThem) {
   const Site site(Front::kNone, AsNobody());
   const std::pair<const char*, mode_t> folders[] = {
       {"closed", 0700}, {"listable", 0744}, {"open", 0755}, {"passable", 0711}};
@@ -59,7 +59,7 @@ TEST_F(Rights, LeaveOutFoldersThatCannotBeReadAndCountThem) {
   }
 }
 
-TEST_F(Rights, RefuseAFileThatCannotBeRead) {
+TEST_F(Rights, RejectAFileThatCannotBeRead) {
   const Site site(Front::kNone, AsNobody());
   MakePng(site / "drawing.png", 80, 60);
   chmod((site / "drawing.png").c_str(), 0600);
@@ -72,7 +72,7 @@ TEST_F(Rights, RefuseAFileThatCannotBeRead) {
   }
 }
 
-TEST_F(Rights, TellThatAThumbnailHasNoPlace) {
+TEST_F(Rights, ReportThatAThumbnailCannotBeStored) {
   const Site site(Front::kNone, AsNobody());
   MakePng(site / "drawing.png", 800, 600);
   chmod((site / "drawing.png").c_str(), 0644);
@@ -82,7 +82,7 @@ TEST_F(Rights, TellThatAThumbnailHasNoPlace) {
 }
 
 // It needs only another user's photos, and thumbnail folders of its own.
-TEST_F(Rights, SufficeWithAFolderOfThumbnailsOfItsOwn) {
+TEST_F(Rights, SufficeWithAThumbnailFolderOfItsOwn) {
   const Site site(Front::kNone, AsNobody());
   MakePng(site / "drawing.png", 800, 600);
   chmod((site / "drawing.png").c_str(), 0644);

@@ -115,7 +115,7 @@ TEST_P(WorkersOf, OneSourceRunTheToolOnceFor64Clients) {
 }
 
 // Its state while jpegtran writes a thumbnail of an embedded preview.
-TEST(Workers, WaitForAThumbnailThatIsHalfWritten) {
+TEST(Workers, WaitForAPartiallyWrittenThumbnail) {
   const Site site(Front::kNone);
   MakeTiff(site / "scan.tif", 800, 600);
   MakeJpeg(site / "small.jpg", 120, 90);
@@ -150,7 +150,7 @@ TEST(Workers, MakeAllSizesOfASourceOneAfterTheOther) {
   EXPECT_EQ(Names(site / ".tavi_ea/scan.tif").size(), 4U);
 }
 
-TEST(Workers, EndAToolThatHangsAndIgnoresTerm) {
+TEST(Workers, KillAToolThatHangsAndIgnoresTerm) {
   const Site site(Front::kNone, WithTool("hang", {"--deadline", "1"}));
   MakeTiff(site / "scan.tif", 800, 600);
   const Clock::time_point start = Clock::now();
@@ -166,7 +166,7 @@ TEST(Workers, EndAToolThatHangsAndIgnoresTerm) {
             std::vector<std::string>{"GET /thumb/scan.tif?size=small: 504 the request took too long"});
 }
 
-TEST_P(WorkersBehind, AWebServerEndAToolThatHangsAndIgnoresTerm) {
+TEST_P(WorkersBehind, AWebServerKillAToolThatHangsAndIgnoresTerm) {
   const Site site(GetParam(), WithTool("hang", {"--deadline", "1"}));
   MakeTiff(site / "scan.tif", 800, 600);
   const Response response = site.Get(kSmall);
@@ -195,7 +195,7 @@ std::map<int, std::size_t> StatusesOfAThousand(const Site& site) {
   return sum;
 }
 
-TEST(Workers, AnswerOrRefuseEachOfAThousandRequestsAtABusySite) {
+TEST(Workers, AnswerOrRejectEachOfAThousandRequestsUnderLoad) {
   for (const Front front : {Front::kNginxScgi, Front::kLighttpdScgi}) {
     const Site site(front, WithTool("", {"--children", "1", "--waiting", "2"}));
     MakeTiff(site / "scan.tif", 800, 600);
@@ -206,7 +206,7 @@ TEST(Workers, AnswerOrRefuseEachOfAThousandRequestsAtABusySite) {
   }
 }
 
-TEST(Workers, AnswerForOneThatHasCrashed) {
+TEST(Workers, AreReplacedByTheirParentAfterACrash) {
   const Site site(Front::kNone, WithTool("crash"));
   MakeTiff(site / "scan.tif", 800, 600);
   MakePng(site / "drawing.png", 80, 60);
@@ -218,7 +218,7 @@ TEST(Workers, AnswerForOneThatHasCrashed) {
   EXPECT_EQ(site.Noted("log: ").front(), "GET /thumb/scan.tif?size=small: 503 the process answering the request died");
 }
 
-TEST(Workers, EndTheToolsOfOneThatWasKilled) {
+TEST(Workers, KillTheToolsOfOneThatWasKilled) {
   const Site site(Front::kNone, WithTool("hang"));
   MakeTiff(site / "scan.tif", 800, 600);
   std::string response;
@@ -254,7 +254,7 @@ std::vector<std::string> AskAtOnce(const Site& site, std::size_t count) {
   return responses;
 }
 
-TEST(Workers, RefuseWhatIsTooMuchOrHasWaitedTooLong) {
+TEST(Workers, RejectRequestsOverTheLimitOrAfterTooLongAWait) {
   const Site site(Front::kNone, WithTool("hang", {"--deadline", "2", "--children", "1", "--waiting", "2"}));
   MakeTiff(site / "scan.tif", 800, 600);
   const std::string late = Error("504 Gateway Timeout", "the request took too long\n"), more = "Retry-After: 1\r\n";
@@ -264,7 +264,7 @@ TEST(Workers, RefuseWhatIsTooMuchOrHasWaitedTooLong) {
 }
 
 // A web server that is still sending its request takes a closed connection for a failure, and reads no answer.
-TEST(Workers, TakeTheRequestsThatAreRefused) {
+TEST(Workers, ReadTheRequestsThatAreRejected) {
   const Site site(Front::kNone, WithTool("", {"--children", "1", "--waiting", "0"}));
   const int busy = site.ConnectScgi(), refused = site.ConnectScgi();
   EXPECT_EQ(ReadAll(refused),
@@ -275,7 +275,7 @@ TEST(Workers, TakeTheRequestsThatAreRefused) {
   close(busy);
 }
 
-TEST(Workers, SurviveAThousandClientsThatGoAway) {
+TEST(Workers, SurviveAThousandClientsThatDisconnect) {
   const Site site(Front::kNginxScgi);
   const Site& small = site;
   MakeTiff(small / "scan.tif", 800, 600);
@@ -304,14 +304,14 @@ TEST(Workers, SurviveAThousandClientsThatGoAway) {
   EXPECT_EQ(ScratchFoldersOf(site), 0U);
 }
 
-TEST(Workers, EndAtTheirDeadlineWhenNothingIsAsked) {
+TEST(Workers, StopAtTheirDeadlineWithoutARequest) {
   const Site site(Front::kNone, WithTool("", {"--deadline", "1"}));
   const int connection = site.ConnectScgi();
   EXPECT_EQ(ReadAll(connection), Error("504 Gateway Timeout", "the request took too long\n"));
   close(connection);
 }
 
-TEST(Workers, EndAtTheirDeadlineWhenARequestOnlyTrickles) {
+TEST(Workers, StopAtTheirDeadlineWhenARequestArrivesTooSlowly) {
   const Site site(Front::kNone, WithTool("", {"--deadline", "1"}));
   const int connection = site.ConnectScgi();
   std::thread client([connection] {
@@ -326,7 +326,7 @@ TEST(Workers, EndAtTheirDeadlineWhenARequestOnlyTrickles) {
   close(connection);
 }
 
-TEST(Workers, AnswerWhatIsNoScgi) {
+TEST(Workers, RejectRequestsThatAreNotScgi) {
   const Site site(Front::kNone);
   for (const std::string request : {"GET / HTTP/1.0\r\n\r\n", "5:hello,", "99999:", "x"}) {
     SCOPED_TRACE(request);
@@ -338,7 +338,7 @@ TEST(Workers, AnswerWhatIsNoScgi) {
   }
 }
 
-TEST(Workers, AnswerWhatHasBegunWhenTheServiceEnds) {
+TEST(Workers, FinishStartedAnswersWhenTheServiceStops) {
   const Site site(Front::kNone, WithTool("slow", {"--children", "1"}));
   MakeTiff(site / "scan.tif", 800, 600);
   std::string begun, waiting;
@@ -356,7 +356,7 @@ TEST(Workers, AnswerWhatHasBegunWhenTheServiceEnds) {
   EXPECT_EQ(ScratchFoldersOf(site), 0U);
 }
 
-TEST(Workers, AreEndedByASecondSignal) {
+TEST(Workers, AreKilledByASecondSignal) {
   const Site site(Front::kNone, WithTool("hang"));
   MakeTiff(site / "scan.tif", 800, 600);
   std::string response;
@@ -371,7 +371,7 @@ TEST(Workers, AreEndedByASecondSignal) {
   EXPECT_FALSE(IsAlive(site.Noted("run: ")[1]));
 }
 
-TEST(Workers, GiveToolsLimitsAndAnEnvironmentOfTheirOwn) {
+TEST(Workers, GiveToolsTheirOwnLimitsAndEnvironment) {
   if (std::string(TOOL_MEMORY) == "0") GTEST_SKIP() << "a sanitizer takes more address space than any limit";
   TempDir policy;
   WriteFile(policy / "policy.xml", ReadFile(std::string(POLICY_FOLDER) + "/policy.xml"));

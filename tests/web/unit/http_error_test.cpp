@@ -24,7 +24,7 @@ const Row rows[] = {
     {kGatewayTimeout, "504 Gateway Timeout", ""},
 };
 
-TEST(Errors, AreWholeResponses) {
+TEST(Errors, AreCompleteResponses) {
   for (const Row& row : rows) {
     EXPECT_EQ(ErrorResponse({row.status, "reason"}, true),
               "Status: " + row.line +
@@ -34,14 +34,14 @@ TEST(Errors, AreWholeResponses) {
   }
 }
 
-TEST(Errors, LeaveTheBodyAloneOutForHead) {
+TEST(Errors, OmitOnlyTheBodyForHead) {
   for (const Row& row : rows) {
     const std::string whole = ErrorResponse({row.status, "reason"}, true);
     EXPECT_EQ(ErrorResponse({row.status, "reason"}, false) + "reason\n", whole);
   }
 }
 
-TEST(Errors, LookTheSameForAllThatIsNotThere) {
+TEST(Errors, LookTheSameForEverythingMissing) {
   EXPECT_EQ(NotFound().Code(), kNotFound);
   EXPECT_STREQ(NotFound().what(), "there is nothing here");
 }

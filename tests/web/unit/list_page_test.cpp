@@ -64,7 +64,7 @@ class Lists : public testing::Test {
   test::TempDir folder_;
 };
 
-TEST_F(Lists, NameWhatIsSupportedInOrder) {
+TEST_F(Lists, HaveSupportedFilesInOrder) {
   for (const char* name : {"b.jpg", "B.JPEG", "a.txt", "a", "jpg", ".jpg", "c.jpe", "\xc3\xa4.png", "d.gif", "e.bmp",
                            "f.heic", "g.nef", "h.MP4", "10.tif", "9.tif", "a b&%.jpg"}) {
     Add(name);
@@ -81,7 +81,7 @@ TEST_F(Lists, NameWhatIsSupportedInOrder) {
              "image jpg jpg jpg 3 1700000000 original", "image \xc3\xa4.png %C3%A4.png png 3 1700000000 original"}));
 }
 
-TEST_F(Lists, LeadToWhatLiesDeeperByItsWholeAddress) {
+TEST_F(Lists, LinkToSubfoldersByTheirFullAddress) {
   Add("a b/c/d.jpg");
   fs::create_directory(Shown("a b/c/e"));
   const Listing listing = ListFolder(Only(), {"a b", "c"});
@@ -89,7 +89,7 @@ TEST_F(Lists, LeadToWhatLiesDeeperByItsWholeAddress) {
   EXPECT_EQ(listing.path, (std::vector<std::string>{"a b", "c"}));
 }
 
-TEST_F(Lists, LeaveOutWhatCannotBeReached) {
+TEST_F(Lists, OmitWhatCannotBeAccessed) {
   Add("a.jpg");
   test::WriteFile(folder_ / "secret.jpg", "");
   const std::pair<const char*, const char*> links[] = {
@@ -102,7 +102,7 @@ TEST_F(Lists, LeaveOutWhatCannotBeReached) {
   EXPECT_EQ(InFolder(), Lines{"image a.jpg a.jpg jpg 3 1700000000 original"});
 }
 
-TEST_F(Lists, ShowWhatLinksInsideLeadToUnderTheirOwnNames) {
+TEST_F(Lists, ShowTargetsOfLinksInsideUnderTheNamesOfTheLinks) {
   Add("sub/a.jpg", "12345");
   fs::create_symlink("sub/a.jpg", Shown("link.jpg"));
   fs::create_symlink("sub", Shown("linked"));
@@ -110,7 +110,7 @@ TEST_F(Lists, ShowWhatLinksInsideLeadToUnderTheirOwnNames) {
             (Lines{"folder linked linked", "folder sub sub", "image link.jpg link.jpg jpg 5 1700000000 original"}));
 }
 
-TEST_F(Lists, ShowHiddenNamesOnlyWhenAsked) {
+TEST_F(Lists, ShowHiddenNamesOnlyIfConfigured) {
   Add(".a.jpg");
   Add(".tavi_ea/a.jpg/x.jpg");
   fs::create_directory(Shown(".sub"));
@@ -119,7 +119,7 @@ TEST_F(Lists, ShowHiddenNamesOnlyWhenAsked) {
             (Lines{"folder .sub .sub", "image .a.jpg .a.jpg jpg 3 1700000000 original"}));
 }
 
-TEST_F(Lists, TellWhichVideosHaveAScreenshotThatIsNotOlder) {
+TEST_F(Lists, SayWhichVideosHaveAnUpToDateScreenshot) {
   const std::pair<const char*, std::time_t> rows[] = {
       {"older.mp4", kTaken - 1}, {"same.mp4", kTaken}, {"newer.mp4", kTaken + 1}};
   for (const auto& [name, time] : rows) {
@@ -173,7 +173,7 @@ TEST_F(Lists, ShowRootsByTheirNames) {
   chmod((folder_ / "closed").c_str(), 0700);
 }
 
-TEST_F(Lists, AreOfFoldersAlone) {
+TEST_F(Lists, AreOnlyForFolders) {
   Add("a.jpg");
   fs::create_symlink("..", Shown("out"));
   for (const char* name : {"missing", "a.jpg", "out", ".tavi_ea"}) {
@@ -206,7 +206,7 @@ TEST(ListAsJson, IsOneLineWithAllThatIsKnown) {
             "{\"path\":\"\xef\xbf\xbd\",\"path_hex\":\"ff\",\"folders\":[],\"files\":[],\"unreadable\":0}\n");
 }
 
-TEST(ListAsHtml, IsAWholePage) {
+TEST(ListAsHtml, IsACompletePage) {
   const Listing listing = {{"a b", "<c>"},
                            {{"sub", "a%20b/%3Cc%3E/sub"}},
                            {{"x.jpg", "a%20b/%3Cc%3E/x.jpg", false, "jpg", 1, 1, false},
@@ -256,7 +256,7 @@ TEST(ListAsHtml, IsAWholePage) {
 )");
 }
 
-TEST(ListAsHtml, TellsThatThereIsNothing) {
+TEST(ListAsHtml, SaysThatThereIsNothing) {
   const std::string page = ListAsHtml({{}, {}, {}, 0}, "");
   EXPECT_NE(page.find("<title>Photos</title>"), page.npos);
   EXPECT_NE(page.find("<ol class=\"crumbs\"><li><a href=\"/list/\">All</a></li></ol>"), page.npos);
@@ -264,7 +264,7 @@ TEST(ListAsHtml, TellsThatThereIsNothing) {
             "<main>\n<p class=\"note\">There are no photos here.</p>\n</main>\n</body>\n</html>\n");
 }
 
-TEST(ListAsHtml, ShowsNamesAsNothingButThemselves) {
+TEST(ListAsHtml, EscapesNames) {
   const std::pair<const char*, const char*> rows[] = {{"<script>", "&lt;script&gt;"},
                                                       {"a&lt;b", "a&amp;lt;b"},
                                                       {"\" onclick=\"x", "&quot; onclick=&quot;x"},
@@ -281,7 +281,7 @@ TEST(ListAsHtml, ShowsNamesAsNothingButThemselves) {
   }
 }
 
-TEST(ListAsHtml, ShowsThePrefixAsNothingButItself) {
+TEST(ListAsHtml, EscapesThePrefix) {
   const Listing listing = {{}, {{"a", "a"}}, {{"b.jpg", "b.jpg", false, "jpg", 1, 1, false}}, 0};
   const std::string page = ListAsHtml(listing, "/a&copy\"><b>");
   std::size_t found = 0;

@@ -56,14 +56,14 @@ class RootsFind : public testing::Test {
   test::TempDir folder_;
 };
 
-TEST_F(RootsFind, LeadsToWhatLiesBelow) {
+TEST_F(RootsFind, FindsFilesBelow) {
   const std::pair<Path, std::string> rows[] = {
       {{"a.jpg"}, Shown("a.jpg")}, {{"sub"}, Shown("sub")}, {{"sub", "b.jpg"}, Shown("sub/b.jpg")}};
   for (const auto& [path, expected] : rows) EXPECT_EQ(Find(Only(), path), expected);
   EXPECT_EQ(Find(Only(), {}), folder_ / "shown");
 }
 
-TEST_F(RootsFind, LeadsNowhereElse) {
+TEST_F(RootsFind, FindsNothingElse) {
   for (const Path& path : {Path{"missing"}, Path{"a.jpg", "b.jpg"}, Path{"..", "shown2", "secret.jpg"}, Path{".."},
                            Path{"sub", "..", "..", "shown2"}, Path{folder_ / "shown2"}}) {
     EXPECT_EQ(Find(Only(), path), kNothing) << testing::PrintToString(path);
@@ -83,7 +83,7 @@ TEST_F(RootsFind, FollowsLinksThatStayInside) {
   for (const auto& [path, expected] : rows) EXPECT_EQ(Find(Only(), path), expected) << path.back();
 }
 
-TEST_F(RootsFind, FollowsNoLinkThatLeadsOut) {
+TEST_F(RootsFind, FollowsNoLinkThatLeadsOutside) {
   const std::pair<const char*, std::string> links[] = {
       {"up", ".."},
       {"beside", "../shown2"},
@@ -105,7 +105,7 @@ TEST_F(RootsFind, FollowsNoLinkThatLeadsOut) {
   EXPECT_EQ(Find(Only(), {"system", "etc", "passwd"}), kNothing);
 }
 
-TEST_F(RootsFind, ShowsHiddenNamesOnlyWhenAsked) {
+TEST_F(RootsFind, ServesHiddenNamesOnlyIfConfigured) {
   Link(".hidden", "to hidden");
   Link("a.jpg", ".link");
   const std::pair<Path, std::string> rows[] = {{{".hidden"}, Shown(".hidden")},
@@ -119,7 +119,7 @@ TEST_F(RootsFind, ShowsHiddenNamesOnlyWhenAsked) {
   }
 }
 
-TEST_F(RootsFind, NeverShowsTheFoldersOfThumbnails) {
+TEST_F(RootsFind, NeverServesThumbnailFolders) {
   Link(".tavi_ea", "folder");
   Link(".tavi_ea/a.jpg/thumb", "thumb");
   Link("sub/.tavi_ea/b.jpg", "deep");
@@ -130,12 +130,12 @@ TEST_F(RootsFind, NeverShowsTheFoldersOfThumbnails) {
   }
 }
 
-TEST_F(RootsFind, ShowsARootBelowAHiddenFolder) {
+TEST_F(RootsFind, ServesARootBelowAHiddenFolder) {
   const Roots roots({ParseRoot(Shown(".hidden"))}, false);
   EXPECT_EQ(Find(roots, {"c.jpg"}), Shown(".hidden/c.jpg"));
 }
 
-TEST_F(RootsFind, TellsWhatCannotBeLookedInto) {
+TEST_F(RootsFind, ReportsWhatCannotBeRead) {
   test::WriteFile(Shown("closed/c.jpg"), "");
   Link("closed/c.jpg", "link");
   chmod(Shown("closed").c_str(), 0);
@@ -148,7 +148,7 @@ TEST_F(RootsFind, TellsWhatCannotBeLookedInto) {
   chmod(Shown("closed").c_str(), 0700);
 }
 
-TEST_F(RootsFind, TakesNamesOf255Bytes) {
+TEST_F(RootsFind, AcceptsNamesOf255Bytes) {
   const std::string longest(255, 'x');
   test::WriteFile(Shown(longest), "");
   EXPECT_EQ(Find(Only(), {longest}), Shown(longest));
@@ -156,7 +156,7 @@ TEST_F(RootsFind, TakesNamesOf255Bytes) {
 }
 
 // Nested folders, so deep that a path of 4095 bytes reaches only the last but one.
-TEST_F(RootsFind, TakesPathsOf4095Bytes) {
+TEST_F(RootsFind, AcceptsPathsOf4095Bytes) {
   Path path;
   fs::path deepest = Shown("");
   const auto enter = [&](std::size_t length) {
@@ -178,7 +178,7 @@ TEST_F(RootsFind, TakesPathsOf4095Bytes) {
   ASSERT_EQ(unlinkat(last.Number(), "x", AT_REMOVEDIR), 0);
 }
 
-TEST_F(RootsFind, LooksAnewEachTime) {
+TEST_F(RootsFind, LooksUpTheNameAgainEachTime) {
   const Roots roots = Only();
   EXPECT_EQ(Find(roots, {"a.jpg"}), Shown("a.jpg"));
   fs::remove(Shown("a.jpg"));
@@ -188,7 +188,7 @@ TEST_F(RootsFind, LooksAnewEachTime) {
   EXPECT_EQ(Find(roots, {"sub"}), kNothing);
 }
 
-TEST_F(RootsFind, HoldsWhatItHasFoundWhateverHappensToTheName) {
+TEST_F(RootsFind, KeepsWhatItHasFoundWhateverHappensToTheName) {
   const Found found = Only().Find({"a.jpg"});
   fs::rename(Shown("sub/b.jpg"), Shown("a.jpg"));
   struct stat now = {};
@@ -197,7 +197,7 @@ TEST_F(RootsFind, HoldsWhatItHasFoundWhateverHappensToTheName) {
   EXPECT_EQ(now.st_nlink, 0U);
 }
 
-TEST_F(RootsFind, BeginsWithTheNameOfARootWhenTheyHaveNames) {
+TEST_F(RootsFind, StartsWithTheNameOfARootIfTheyHaveNames) {
   const Roots roots({ParseRoot("one=" + (folder_ / "shown")), ParseRoot("two=" + (folder_ / "shown2"))}, false);
   const std::pair<Path, std::string> rows[] = {{{"one"}, folder_ / "shown"},
                                                {{"one", "sub", "b.jpg"}, Shown("sub/b.jpg")},
@@ -212,7 +212,7 @@ TEST_F(RootsFind, BeginsWithTheNameOfARootWhenTheyHaveNames) {
   EXPECT_FALSE(Only().AreNamed());
 }
 
-TEST_F(RootsFind, BeginsInAFolderWithoutLinks) {
+TEST_F(RootsFind, StartsInAFolderWithoutLinks) {
   fs::create_directory_symlink("shown", folder_ / "link");
   const std::pair<std::string, std::pair<std::string, std::string>> rows[] = {
       {folder_ / "shown", {"", folder_ / "shown"}},
@@ -230,7 +230,7 @@ TEST_F(RootsFind, BeginsInAFolderWithoutLinks) {
   EXPECT_EQ(ParseRoot(folder_ / "a=b").folder, folder_ / "a=b") << "a slash before the '=' makes no name";
 }
 
-TEST_F(RootsFind, NeedsAFolderAndAGoodName) {
+TEST_F(RootsFind, NeedsAFolderAndAValidName) {
   const std::string noFolder = "' is not a folder that can be served; name one that exists";
   const std::string noName = "': the name of a root must not be empty or start with a dot";
   const std::string file = Shown("a.jpg");

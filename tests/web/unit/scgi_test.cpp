@@ -30,14 +30,14 @@ bool IsMalformed(const std::string& text) {
   }
 }
 
-TEST(Scgi, IsItsVariables) {
+TEST(Scgi, IsParsedIntoItsVariables) {
   const Variables expected = {{"CONTENT_LENGTH", "0"}, {"SCGI", "1"}, {"EMPTY", ""}, {"QUERY_STRING", "a=b:c,d"}};
   EXPECT_EQ(ParseScgi(Netstring(Block({"CONTENT_LENGTH", "0", "SCGI", "1", "EMPTY", "", "QUERY_STRING", "a=b:c,d"}))),
             expected);
   EXPECT_EQ(ParseScgi("0:,"), Variables());
 }
 
-TEST(Scgi, IsRefusedWhenItIsMalformed) {
+TEST(Scgi, IsRejectedIfItIsMalformed) {
   const std::string good = Block({"A", "1"});
   for (const std::string& text : {std::string(),
                                   std::string(":"),
@@ -64,7 +64,7 @@ TEST(Scgi, IsRefusedWhenItIsMalformed) {
   }
 }
 
-TEST(Scgi, TellsItsLengthAsSoonAsItCan) {
+TEST(Scgi, HasAKnownLengthAsEarlyAsPossible) {
   for (const char* start : {"", "1", "12", "12345"}) EXPECT_EQ(ScgiLength(start), std::nullopt) << start;
   const std::pair<const char*, std::size_t> rows[] = {
       {"0:", 3}, {"4:", 7}, {"12:abc", 16}, {"65536:", 65543}, {"00004:", 11}};
@@ -74,7 +74,7 @@ TEST(Scgi, TellsItsLengthAsSoonAsItCan) {
   }
 }
 
-TEST(Scgi, TellsTheSameLengthHoweverMuchOfItIsThere) {
+TEST(Scgi, HasTheSameLengthHoweverMuchOfItHasArrived) {
   const std::string whole = Netstring(Block({"SCGI", "1", "REQUEST_METHOD", "GET"}));
   for (std::size_t size = 0; size <= whole.size(); ++size) {
     SCOPED_TRACE(size);

@@ -64,7 +64,7 @@ class SettingsRead : public testing::Test {
   test::TempDir folder_;
 };
 
-TEST_F(SettingsRead, AreTheDefaultsUnlessSomethingElseIsSaid) {
+TEST_F(SettingsRead, AreTheDefaultsUnlessSetOtherwise) {
   const std::string numbers = Children() + " 64 30";
   const std::string limits = "20 1536 1024 256";
   EXPECT_EQ(Read(With({})), Expected("", numbers, limits));
@@ -78,13 +78,13 @@ TEST_F(SettingsRead, AreTheDefaultsUnlessSomethingElseIsSaid) {
   EXPECT_EQ(Read(With({"--waiting", "1", "--waiting", "2"})), Expected("", Children() + " 2 30", limits));
 }
 
-TEST_F(SettingsRead, TakeSeveralRootsWithNames) {
+TEST_F(SettingsRead, AllowSeveralRootsWithNames) {
   const std::string outcome = Read({"--policy", folder_ / "policy", "--root", "p=" + (folder_ / "photos"), "--root",
                                     "f=" + (folder_ / "films/../films/")});
   EXPECT_EQ(outcome.substr(0, outcome.find('\n')), "p=" + (folder_ / "photos") + " f=" + (folder_ / "films") + " ");
 }
 
-TEST_F(SettingsRead, ComeFromAFileWhichTheCommandLineOverrules) {
+TEST_F(SettingsRead, ComeFromAFileThatTheCommandLineOverrides) {
   test::WriteFile(folder_ / "web.conf", "root = [\"" + (folder_ / "photos") + "\"]\npolicy = \"" +
                                             (folder_ / "policy") +
                                             "\"\nscgi = \"/run/s\"\nhidden = true\nchildren = 3\nwaiting = 4\n"
@@ -97,14 +97,14 @@ TEST_F(SettingsRead, ComeFromAFileWhichTheCommandLineOverrules) {
   EXPECT_EQ(Read({"--waiting", "44", "--tool-files", "99"}), Expected("/run/s hidden", "3 44 5", "6 7 8 99"));
 }
 
-TEST_F(SettingsRead, LetTheFileOnTheCommandLineComeBeforeTheOneInTheEnvironment) {
+TEST_F(SettingsRead, PreferTheFileOnTheCommandLineToTheOneInTheEnvironment) {
   setenv("TAVITHUMB_WEB_CONFIG", (folder_ / "environment.conf").c_str(), 1);
   test::WriteFile(folder_ / "environment.conf", "waiting = 1\n");
   test::WriteFile(folder_ / "line.conf", "waiting = 2\n");
   EXPECT_EQ(Read(With({"--config", folder_ / "line.conf"})), Expected("", Children() + " 2 30", "20 1536 1024 256"));
 }
 
-TEST_F(SettingsRead, TellWhatIsWrong) {
+TEST_F(SettingsRead, ReportWhatIsWrong) {
   const std::string photos = folder_ / "photos";
   const std::string policy = folder_ / "policy";
   test::WriteFile(folder_ / "unknown.conf", "colour = 1\n");
@@ -135,12 +135,12 @@ TEST_F(SettingsRead, TellWhatIsWrong) {
   for (const auto& [arguments, message] : rows) EXPECT_EQ(Read(arguments), "wrong: " + message);
 }
 
-TEST_F(SettingsRead, TellThatTheFileInTheEnvironmentCannotBeRead) {
+TEST_F(SettingsRead, ReportAnUnreadableFileInTheEnvironment) {
   setenv("TAVITHUMB_WEB_CONFIG", (folder_ / "missing.conf").c_str(), 1);
   EXPECT_EQ(Read(With({})), "wrong: cannot read '" + (folder_ / "missing.conf") + "', named by $TAVITHUMB_WEB_CONFIG");
 }
 
-TEST_F(SettingsRead, AreNoneWhenTheProgramTellsAboutItself) {
+TEST_F(SettingsRead, AreNoneForHelpAndVersion) {
   for (const char* option : {"--version", "--help", "-h"}) {
     testing::internal::CaptureStdout();
     EXPECT_EQ(Read({option}), "nothing") << option;

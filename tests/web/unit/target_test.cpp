@@ -52,7 +52,7 @@ constexpr char kBadSize[] =
     "400 'size' must be small, medium, big, large, xlarge, original, WIDTHxHEIGHT or SIDE, with sides of 1 to 65535 "
     "pixels";
 
-TEST(Target, IsWhatTheAddressSays) {
+TEST(Target, IsParsedFromTheAddress) {
   const std::pair<const char*, std::string> rows[] = {
       {"/thumb/a.jpg?size=small", "thumb/a.jpg small 0 3"},
       {"/thumb/a.jpg?size=medium", "thumb/a.jpg medium 0 3"},
@@ -100,7 +100,7 @@ TEST(Target, IsWhatTheAddressSays) {
   for (const auto& [address, expected] : rows) EXPECT_EQ(Outcome(Get(address)), expected) << address;
 }
 
-TEST(Target, IsNoneForABadAddress) {
+TEST(Target, IsRejectedForAnInvalidAddress) {
   const std::pair<const char*, std::string> rows[] = {
       {"", kNothing},
       {"/", kNothing},
@@ -204,7 +204,7 @@ TEST(Target, IsNoneForABadAddress) {
   for (const auto& [address, expected] : rows) EXPECT_EQ(Outcome(Get(address)), expected) << address;
 }
 
-TEST(Target, LiesBelowThePrefix) {
+TEST(Target, IsBelowThePrefix) {
   struct Row {
     const char* scriptName;
     const char* address;
@@ -233,7 +233,7 @@ TEST(Target, LiesBelowThePrefix) {
   for (const Row& row : rows) EXPECT_EQ(Outcome(Get(row.address, row.scriptName)), row.expected) << row.address;
 }
 
-TEST(Target, IsForGetAndHeadAlone) {
+TEST(Target, IsOnlyForGetAndHead) {
   Variables variables = Get("/list/");
   EXPECT_EQ(Outcome(variables), "list");
   variables["REQUEST_METHOD"] = "HEAD";
@@ -245,7 +245,7 @@ TEST(Target, IsForGetAndHeadAlone) {
   EXPECT_EQ(Outcome({}), "405 only GET and HEAD are supported");
 }
 
-TEST(Target, IsWhatTheClientAccepts) {
+TEST(Target, DependsOnWhatTheClientAccepts) {
   const std::pair<const char*, const char*> rows[] = {
       {"", ""},
       {"*/*", ""},
@@ -278,7 +278,7 @@ TEST(Target, IsWhatTheClientAccepts) {
   }
 }
 
-TEST(UrlEncoded, LeavesNothingThatMeansAnythingInAnAddress) {
+TEST(UrlEncoded, EscapesEverythingWithAMeaningInAnAddress) {
   EXPECT_EQ(UrlEncoded("aZ09-._~"), "aZ09-._~");
   EXPECT_EQ(UrlEncoded(" %/?#&+\"<\xff\n"), "%20%25%2F%3F%23%26%2B%22%3C%FF%0A");
   EXPECT_EQ(UrlEncoded(std::string("\0", 1)), "%00");
