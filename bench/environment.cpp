@@ -15,7 +15,7 @@ namespace fs = std::filesystem;
 namespace tavithumb::bench {
 namespace {
 
-// Removed with all that it holds at the end of the program.
+// Removed with all its content when the program exits.
 class Folder {
  public:
   Folder() {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// Finding a stored thumbnail, against the least that reading the same facts
-// costs.
+// Finding a stored thumbnail, compared to the minimum cost of reading the same
+// facts.
 #include <benchmark/benchmark.h>
 #include <tavithumb/libtavithumb.h>
 #include <unistd.h>
@@ -23,8 +23,8 @@ void FindStored(benchmark::State& state) {
 }
 BENCHMARK(FindStored)->UseRealTime();
 
-// Open, read, list the previews, write the largest; and remove what was
-// written, as the job does.
+// Open, read, list the previews, write the largest; and remove it, as the job
+// does.
 void BareExiv2(benchmark::State& state) {
   const std::string& photo = UprightPhoto();
   for (auto iteration : state) {

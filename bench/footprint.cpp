@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// What 10,000 jobs that find their thumbnail leave behind in the process.
+// What 10,000 jobs that find a stored thumbnail leave behind in the process.
 #include <benchmark/benchmark.h>
 #include <tavithumb/libtavithumb.h>
 #include <unistd.h>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// Making a thumbnail, against the bare tools with the same arguments and
-// against another thumbnailer.
+// Making a thumbnail, compared to the bare tools with the same arguments and
+// to another thumbnailer.
 #include <benchmark/benchmark.h>
 #include <tavithumb/libtavithumb.h>
 
@@ -42,7 +42,7 @@ std::vector<std::string> Vips(const std::string& box, const std::string& photo) 
   return {"/usr/bin/vipsthumbnail", "-s", box, "-o", photo + ".vips.jpg", photo};
 }
 
-// The preview of 512 x 384 is out of reach for a box of 120 x 120.
+// The preview of 512 x 384 is too large for a box of 120 x 120.
 void MakeUpright(benchmark::State& state) {
   Make(state, UprightPhoto(), "small");
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // Prints the nanoseconds between this program's first constructor and main():
-// the library's own start-up work, and whatever else is built in between.
+// the library's own start-up work, and anything else that is initialised in between.
 #include <tavithumb/libtavithumb.h>
 
 #include <chrono>

@@ -88,7 +88,7 @@ bool SDKMoveFile(const std::string& sourcePath, const std::string& destinationPa
 std::string Dirname(const std::string& path) {
   char buffer[kPathBufferSize] = {};
   path.copy(buffer, sizeof buffer - 1);
-  return dirname(buffer);  // NOLINT(concurrency-mt-unsafe): works on this buffer alone
+  return dirname(buffer);  // NOLINT(concurrency-mt-unsafe): uses only this buffer
 }
 
 std::string GetEATmpPath(const std::string& sourcePath, const std::string& eaName) {

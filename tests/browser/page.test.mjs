@@ -118,7 +118,7 @@ const good = ['photo.jpg', 'turned.jpg', 'phone.heic', 'camera.raf', 'picture.pn
 
 // ---- The grid
 
-test('a folder is a grid with a tile for each file, its names shown as they are', async (t) => {
+test('a folder is a grid with a tile for each file, with their names unchanged', async (t) => {
   const page = await visitGrid(t);
   assert.deepEqual(await page.locator('.tile .name').allTextContents(), namesOfFiles);
   assert.deepEqual(await page.locator('.tile img').evaluateAll((images) => images.map((image) => image.alt)),
@@ -139,7 +139,7 @@ for (const name of good) {
   });
 }
 
-test('looking through a folder of good files, nothing fails and nothing is loaded from elsewhere', async (t) => {
+test('browsing a folder of valid files, nothing fails and nothing is loaded from another origin', async (t) => {
   const page = await visitGrid(t);
   await loadAll(page);
   await tiles(page).first().click();
@@ -184,7 +184,7 @@ for (const width of [1280, 390]) {
 
 // ---- What cannot be shown
 
-test('a damaged picture and a video without a screenshot have placeholders; nobody asks for the latter', async (t) => {
+test('a damaged picture and a video without a screenshot have placeholders; the latter is not requested', async (t) => {
   const page = await visitGrid(t, '#/odd%20ones');
   await tile(page, 'damaged.jpg').getByText('Cannot be shown').waitFor();
   await loaded(tile(page, 'good.jpg').locator('img'));
@@ -196,7 +196,7 @@ test('a damaged picture and a video without a screenshot have placeholders; nobo
   assert.deepEqual(page.asked.filter((url) => url.includes('unseen')), []);
 });
 
-test('a folder that is not there gives an error line', async (t) => {
+test('a folder that does not exist shows an error line', async (t) => {
   const page = await visit(t, '#/nowhere');
   const error = page.getByRole('alert');
   await error.waitFor();
@@ -213,7 +213,7 @@ for (const address of ['#/../../photo.jpg', '#/%2e%2E/photo.jpg', '#/./photo.jpg
   });
 }
 
-test('a folder that holds only folders is not said to be empty', async (t) => {
+test('a folder with only folders is not reported as empty', async (t) => {
   const page = await visitListed(t, {files: [], folders: [{name: 'sub', url: 'sub'}], unreadable: 0});
   await page.getByRole('link', {name: 'sub'}).waitFor();
   assert.equal(await page.locator('#note').textContent(), '');
@@ -285,7 +285,7 @@ test('a video offers no rotation', async (t) => {
   assert.equal(await picture(page).evaluate((image) => image.currentSrc), before);
 });
 
-test('everything can be done with the keyboard, and the focus comes back to the tile', async (t) => {
+test('everything can be done with the keyboard, and the focus returns to the tile', async (t) => {
   const page = await visitGrid(t);
   const columns = await page.locator('#grid').evaluate((grid) =>
     getComputedStyle(grid).gridTemplateColumns.split(' ').length);
@@ -336,7 +336,7 @@ for (const [name, expected] of [
   });
 }
 
-test('the pictures of an animation follow each other in the viewer and stand still in the grid', async (t) => {
+test('an animation plays in the viewer and is still in the grid', async (t) => {
   const page = await visitViewer(t, 'moving.gif');
   const typeOf = async (image) =>
     (await page.request.get(await image.evaluate((element) => element.currentSrc))).headers()['content-type'];
@@ -387,7 +387,7 @@ test('the page and the lists are valid HTML', async (t) => {
   }
 });
 
-test('without JavaScript what cannot be shown says so', async (t) => {
+test('without JavaScript, a picture that cannot be shown says so', async (t) => {
   const page = await visit(t, 'list/odd%20ones', {javaScriptEnabled: false});
   const saying = (name) => tile(page, name).evaluate((element) => {
     const image = element.querySelector('img');
@@ -399,7 +399,7 @@ test('without JavaScript what cannot be shown says so', async (t) => {
   await page.screenshot({path: join(artifacts, 'list.png')});
 });
 
-test('without JavaScript a list with links and pictures takes the place of the page', async (t) => {
+test('without JavaScript, a list with links and pictures replaces the page', async (t) => {
   const page = await visit(t, '', {javaScriptEnabled: false});
   await page.waitForURL(`${site}list/`);
   await page.locator('body.list').waitFor();
@@ -426,7 +426,7 @@ test('without JavaScript a list with links and pictures takes the place of the p
   assert.deepEqual(page.troubles, []);
 });
 
-test('a folder of 5,000 pictures loads those in sight alone, and its end is one key away', async (t) => {
+test('a folder of 5,000 pictures loads only the visible ones, and its end is one key away', async (t) => {
   const files = Array.from({length: 5000}, (_, index) => ({name: `${index}.jpg`, url: 'photo.jpg', kind: 'image',
     type: 'jpg', bytes: 1, modified: 1, original: true}));
   files.at(-1).url = 'picture.png';
@@ -446,7 +446,7 @@ test('a folder of 5,000 pictures loads those in sight alone, and its end is one 
   assert.deepEqual(page.troubles, []);
 });
 
-test('scripts and styles within the page, or from elsewhere, are refused', async (t) => {
+test('inline scripts and styles, and those from other origins, are blocked', async (t) => {
   const page = await visitGrid(t);
   const refused = await page.evaluate(async () => {
     const directives = [];
