@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// A picture truncated by a full disk is told from a complete one.
+// A picture truncated by a full disk is distinguished from a complete one.
 #include "thumbs/full_disk.h"
 
 #include <gtest/gtest.h>

@@ -28,7 +28,7 @@ class MakeWorkers : public Batch {
 
   Strings Small(const std::string& jobs) const { return {"make", "--sizes", "small", "--jobs", jobs, folder.Path()}; }
 
-  // One small thumbnail of each of the sources, and so many failures with their lines.
+  // One small thumbnail of each of the sources, and this number of failures with their lines.
   static std::string Summary(const Strings& made, std::size_t files, const Strings& reasons) {
     std::uintmax_t bytes = 0;
     for (const std::string& source : made) bytes += fs::file_size(EntryOf(source, kSmallEntry));

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// The page as people see it: a real browser looks at a running site, TAVITHUMB_URL, that shows the folder
-// TAVITHUMB_PICTURES. Screenshots are kept in TAVITHUMB_ARTIFACTS.
+// The page as people see it: a real browser visits a running site, TAVITHUMB_URL, that serves the folder
+// TAVITHUMB_PICTURES. Screenshots are stored in TAVITHUMB_ARTIFACTS.
 import assert from 'node:assert/strict';
 import {readdirSync, statSync} from 'node:fs';
 import {join} from 'node:path';
@@ -21,7 +21,7 @@ after(() => browser.close());
 
 // ---- Visits
 
-// A page that notes all that it asks for and all that goes wrong. What the browser gives up when it goes on is neither.
+// A page that records all its requests and errors, except requests that the browser aborts on navigation.
 async function newPage(t, options = {}) {
   const context = await browser.newContext({viewport: {width: 1280, height: 800}, ...options});
   t.after(() => context.close());
@@ -50,7 +50,7 @@ async function visit(t, address, options) {
   return page;
 }
 
-// A visit to a folder that is not there but for its list.
+// A visit to a folder of which only the list exists.
 async function visitListed(t, listing) {
   const page = await newPage(t);
   await page.route(`${site}list/`, (route) => route.fulfill({json: {path: '', folders: [], ...listing}}));
@@ -75,7 +75,7 @@ async function visitViewer(t, name, options) {
   return page;
 }
 
-// The image, after it has come to an end, well or badly.
+// The image, after it has loaded or failed.
 async function loaded(image) {
   await image.scrollIntoViewIfNeeded();
   await image.evaluate((element) => element.complete || new Promise((resolve) => {
@@ -93,7 +93,7 @@ async function loadAll(page) {
 const shapeOf = (image) => image.evaluate(({naturalWidth, naturalHeight}) =>
   naturalWidth === naturalHeight ? 'nothing' : naturalWidth > naturalHeight ? 'wide' : 'high');
 
-// Where the picture has its crimson rectangle: "bottom right" unless it has been turned.
+// The position of the picture's crimson rectangle: "bottom right" unless it has been rotated.
 async function cornerOf(image) {
   await loaded(image);
   return image.evaluate((element) => {

@@ -20,6 +20,6 @@ done < <(git ls-files -z)
 head -n 2 LICENSE | grep -q 'GNU GENERAL PUBLIC LICENSE' && sed -n 2p LICENSE | grep -q 'Version 3, 29 June 2007' ||
   { echo "FAILED: LICENSE is another text"; failures=$((failures + 1)); }
 for licence in 'GPL-2.0-or-later' 'LGPL-3.0-or-later'; do
-  grep -q "$licence" README.md || { echo "FAILED: README.md does not tell why: $licence"; failures=$((failures + 1)); }
+  grep -q "$licence" README.md || { echo "FAILED: README.md does not say why: $licence"; failures=$((failures + 1)); }
 done
 [ "$failures" -eq 0 ]

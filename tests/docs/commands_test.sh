@@ -144,7 +144,7 @@ while IFS=$'\t' read -r document command output <&4; do
     "gate: "*) grep -qxF "run ${how#*: }" .ci/run || fail ".ci/run has no step ${how#*: }, named for '$command'" ;;
     "proof: "*) grep -qF "$command" "tests/proof/${how#*: }" || fail "no proof ${how#*: } runs '$command'" ;;
     "shown: "*) ;;
-    *) fail "$document: nothing in commands.txt says what runs '$command'" ;;
+    *) fail "$document: nothing in commands.txt says how '$command' is tested" ;;
   esac
 done 4<"$given"
 [ "$failures" -eq 0 ]

@@ -65,7 +65,7 @@ expect "ahead, gone" "3" "$(grep -c "^$work/gone.jpg: (E601) " errors)"
 /usr/bin/convert -size 120x60 xc:green "$work/small.png"
 /usr/bin/convert -size 120x60 xc:green "$work/small.jpg"
 expect "store, of another type" "1" "$(./store "$photo" "$work/small.jpg"; echo "$?")"
-[ -e "$work/small.jpg" ] || fail "store: what is refused is gone"
+[ -e "$work/small.jpg" ] || fail "store: a rejected file is gone"
 cp small.png stored.png
 expect "store" "0" "$(./store "$photo" "$work/small.png"; echo "$?")"
 [ ! -e "$work/small.png" ] || fail "store: it is still where it was"

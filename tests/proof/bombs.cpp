@@ -165,7 +165,7 @@ class Proof {
   std::string FlawOfRefusal(const Run& run, int code) {
     programPeaks_.Take(run.peakMiB);
     const bool saysWhy = (run.out + run.err).find("its metadata takes too much memory") != std::string::npos;
-    if (run.code != code || !saysWhy) return "a program did not refuse it: " + run.out + run.err;
+    if (run.code != code || !saysWhy) return "a program did not reject it: " + run.out + run.err;
     return run.peakMiB <= kMostCallerMiB ? "" : "a program grew to " + std::to_string(run.peakMiB) + " MiB";
   }
 

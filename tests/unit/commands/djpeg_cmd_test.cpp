@@ -50,7 +50,7 @@ TEST(DJpegCmd, DecodesAtTheFirstScaleThatFitsAndKeepsThreeQuartersOfTheTarget) {
       {400, 151, {200, 100}, 1, "1/2"},            // and a little more is enough
       {65536, 65536, {1280, 1280}, 2, "1/4"},      // the product wraps to 0
       {400, 1200, {400, 300}, 1, "1/2"},           // the height fits at 1/4, which leaves 30000 of 120000
-      {1600, 300, {400, 300}, 1, "1/2"},           // and so the width
+      {1600, 300, {400, 300}, 1, "1/2"},           // and so does the width
       {80000, 80000, {40000, 40000}, 0, "1/1"},    // so it leaves 526258176 pixels at 1/2: too few
       {140000, 140000, {70000, 70000}, 1, "1/2"},  // the target's area wraps as well
       {0, 0, {640, 640}, 0, "1/1"},                // facts not known
@@ -71,7 +71,7 @@ TEST(DJpegCmd, FitsTheStoredPictureIntoTheBoxBeforeRotatingIt) {
   EXPECT_EQ(DJpegCmd(info, "/v/a", "/v/d").CalcScale(), 1);
   info.dimension_ = {150, 400};
   EXPECT_EQ(DJpegCmd(info, "/v/a", "/v/d").CalcScale(), 2);
-  info.userRotate_ = 1;  // 400 x 150 in the stored frame
+  info.userRotate_ = 1;  // 400 x 150 in the stored orientation
   info.width_ = 1200;
   EXPECT_EQ(DJpegCmd(info, "/v/a", "/v/d").CalcScale(), 1);
 }

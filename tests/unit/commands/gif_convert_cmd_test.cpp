@@ -33,7 +33,7 @@ OpenInfo GifRecord() {
   return info;
 }
 
-// The tool's files are only written down: the temporary name is the same for every process.
+// The tool's files are only recorded: the temporary name is the same for every process.
 class GIFConvert : public testing::Test {
  protected:
   GIFConvert() {

@@ -71,7 +71,7 @@ TEST(EANames, HaveASuffixForTheRotationModuloFullTurns) {
     EXPECT_EQ(info.GetBrovixTmpThumbEAName(), std::string("TAVIFILETMP_THUMB") + row.suffix + ".jpg");
     EXPECT_EQ(info.GetAvatarThumbEAName(), std::string("TAVIAVATAR_120x120") + row.suffix + ".jpg");
     EXPECT_EQ(info.GetAlbumexThumbEAName(),
-              "TAVIPHOTO_THUMB_S.jpg");  // always upright
+              "TAVIPHOTO_THUMB_S.jpg");  // always auto-oriented
   }
 }
 

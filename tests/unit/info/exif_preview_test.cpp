@@ -65,8 +65,8 @@ TEST(ChoosePreview, NeverChoosesATiffPreviewOfACr2) {
   EXPECT_EQ(ChoosePreview({Tiff(800, 600), Jpeg(700, 600)}, "image/x-nikon-nef", {640, 640}), Choice(0));
 }
 
-// A JPEG of 1000 x 800 pixels with a preview of 160 x 120, and what lies in
-// /tmp before.
+// A JPEG of 1000 x 800 pixels with a preview of 160 x 120, and the initial
+// content of /tmp.
 class Preview : public testing::Test {
  protected:
   Preview() {
@@ -82,7 +82,7 @@ class Preview : public testing::Test {
     RealUnlink(extractedTiff.c_str());
   }
 
-  // On a volume that takes 100 bytes.
+  // On a volume with room for 100 bytes.
   void ExpectCutShort() {
     std::vector<std::string> removed;
     libc.unlink = [&](const char* path) {
@@ -225,14 +225,14 @@ TEST_F(Preview, StaysOnDiskWhenReadingFailsLater) {
 }
 
 TEST_F(Preview, ThatIsTruncatedIsLoggedAndThePathWithoutExtensionIsRemoved) {
-  // More than a stream's buffer takes: fails while it is written.
+  // More than the stream's buffer: the write fails.
   WriteFile(folder / "preview.jpg", ReadFile(folder / "preview.jpg") + std::string(20000, '\0'));
   SetPreview(source, folder / "preview.jpg");
   ExpectCutShort();
 }
 
 TEST_F(Preview, ThatIsTruncatedOnClosingItsFileIsNotUsedEither) {
-  ASSERT_LT(ReadFile(folder / "preview.jpg").size(), 4096u);  // what a stream's buffer takes
+  ASSERT_LT(ReadFile(folder / "preview.jpg").size(), 4096u);  // fits into the stream's buffer
   ExpectCutShort();
 }
 

@@ -8,7 +8,7 @@
 
 namespace tavithumb::test {
 
-// Nobody holds the lock of Exiv2: another thread gets it.
+// Whether the lock of Exiv2 is free: another thread can acquire it.
 inline bool Exiv2LockIsFree() {
   return std::async(std::launch::async,
                     [] {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// What the HEIF probe makes of metadata that encoders at hand don't write.
+// How the HEIF probe handles metadata that the available encoders don't write.
 #include <gtest/gtest.h>
 #include <libheif/heif_cxx.h>
 #include <syslog.h>
@@ -14,7 +14,7 @@
 #include "pictures.h"
 #include "temp_dir.h"
 
-// The linker sends these calls here (-Wl,--wrap=NAME), see tests/CMakeLists.txt.
+// The linker redirects these calls to here (-Wl,--wrap=NAME), see tests/CMakeLists.txt.
 extern "C" {
 int __real_heif_image_handle_get_number_of_metadata_blocks(const heif_image_handle*, const char*);
 const char* __real_heif_image_handle_get_metadata_type(const heif_image_handle*, heif_item_id);
@@ -67,7 +67,7 @@ TEST_F(HeifProbe, SetsNothingWhenTheFirstBlockIsOfAnotherType) {
 }
 
 TEST_F(HeifProbe, DoesNotLookPastTheFirstBlock) {
-  countBlocks = [](int count) { return count + 1; };  // the list's last place stays zero
+  countBlocks = [](int count) { return count + 1; };  // the last element of the list stays zero
   typeOf = [](heif_item_id id) { return id == 0 ? "Exif" : "mime"; };
   OpenInfo info(path, "small", {120, 120});
   info.CheckAndGetHeif();

@@ -22,7 +22,7 @@ using Log = std::vector<LogLine>;
 
 class ImageFacts : public testing::Test {
  protected:
-  // However reading ends, nobody holds the lock afterwards.
+  // Whatever the result of reading, the lock is free afterwards.
   void TearDown() override { EXPECT_TRUE(Exiv2LockIsFree()); }
   OpenInfo Read(const std::string& path) const {
     OpenInfo info(path, "small", {120, 120});

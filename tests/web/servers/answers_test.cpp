@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// Every kind of request, through real web servers.
+// Every type of request, through real web servers.
 #include <gtest/gtest.h>
 #include <pictures.h>
 #include <sys/stat.h>
