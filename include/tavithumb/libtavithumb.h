@@ -91,9 +91,9 @@ class TAVITHUMB_API Thumb {
   // --- Making thumbnails ahead of time -----------------------------------------------------------------------------
 
   /// Makes each size now, in the given order, up to date or not, and stores it as CalcOutputFile() does. Does not read
-  /// the facts: without a CalcOutputFile() before it, a job makes only what dcraw finds in the source, unscaled. A size
-  /// that fails is logged, an unknown name skipped; neither throws. Returns how many were made; the output file is that
-  /// of the last one, "" if it failed.
+  /// the facts: without a CalcOutputFile() before it, a job makes only what dcraw finds in the source, unscaled. Skips
+  /// a size that fails or whose name is unknown, logs it if an exception was the cause, and never throws. Returns how
+  /// many were made; the output file is that of the last one, "" if it failed.
   int Convert(std::initializer_list<std::string> sizeNames);
   /// The same for boxes in pixels.
   int Convert(std::initializer_list<ThumbDimension> boxes);

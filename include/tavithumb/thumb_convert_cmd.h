@@ -67,7 +67,7 @@ class TAVITHUMB_API DJpegCmd : public ThumbConvertCmd {
   void CalcScaleString();
   /// Bytes of the BMP, counting rows as unpadded.
   unsigned GetConvertBytes() const;
-  /// The BMP plus half a MiB is larger than the source: not worth keeping, the caller deletes it after use.
+  /// Whether the BMP plus half a MiB is larger than the source: not worth keeping, the caller deletes it after use.
   bool IsNeedDelete() const;
 
  protected:

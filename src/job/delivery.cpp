@@ -62,7 +62,8 @@ bool Thumb::HttpOutputFile(const std::string& mimeType) {
 
 bool Thumb::HttpOutputTurned(const std::string& mimeType) const {
   JpegTranCmd turn(info_, outputFile_, "", true);
-  // Neither closed nor waited for: they last until the process, which answers only this request, exits.
+  // Neither the stream is closed nor the child waited for: both last as long as the process, which answers only this
+  // request.
   std::FILE* const stream = turn.popen();
   if (stream == nullptr) return false;
   return HTTPFileOutputer().Output(stream, Basename(outputFile_).c_str(), mimeType.c_str()) == 0;

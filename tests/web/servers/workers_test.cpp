@@ -298,8 +298,8 @@ TEST(Workers, SurviveAThousandClientsThatDisconnect) {
   AwaitNoChildren(site);  // those that have gone may still wait for their turn
   EXPECT_EQ(site.Get(kSmall).status, 200);
   AwaitNoChildren(site);
-  for (int i = 0; i < 6000 && DescriptorsOf(site) != descriptors; ++i)
-    usleep(10000);  // rejected ones are kept for a while
+  // Rejected connections are kept open for a while.
+  for (int i = 0; i < 6000 && DescriptorsOf(site) != descriptors; ++i) usleep(10000);
   EXPECT_EQ(ChildrenOf(site), 0U);
   EXPECT_EQ(DescriptorsOf(site), descriptors);
   EXPECT_EQ(ScratchFoldersOf(site), 0U);
