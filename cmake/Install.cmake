@@ -12,7 +12,7 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/tavithumbConfigVersion.cm
 install(FILES ${PROJECT_BINARY_DIR}/tavithumbConfig.cmake ${PROJECT_BINARY_DIR}/tavithumbConfigVersion.cmake
         DESTINATION ${package_dir})
 
-# From where the .pc file lies up to the prefix, so that an installed tree can be moved.
+# The path from the .pc file up to the prefix, so that an installed tree can be moved.
 file(RELATIVE_PATH pc_to_prefix /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 configure_file(${PROJECT_SOURCE_DIR}/cmake/tavithumb.pc.in ${PROJECT_BINARY_DIR}/tavithumb.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/tavithumb.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
