@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: GPL-3.0-or-later
-# chroot_test.sh PACKAGES   The packages in the folder PACKAGES, in a clean Debian 12: apt installs them, they work with
-# what they depend on alone, serve consumers, let an appliance's platform take their place, and leave nothing behind.
+# chroot_test.sh REPOSITORY   The packages in the folder REPOSITORY, in a clean Debian 12. In one, apt installs the command
+# from there and upgrades it. In another, all packages work with nothing but their dependencies, serve consumers, and let
+# an appliance's platform replace theirs. Purging leaves nothing behind in either.
 set -uo pipefail
 packages=$(readlink -f -- "$1")
 cd "$(dirname "$(readlink -f "$0")")/../.."
@@ -27,14 +28,17 @@ if [ -n "$reason" ]; then
   exit
 fi
 
-# --- The clean system -------------------------------------------------------------------------------------------------
+# --- The clean systems ------------------------------------------------------------------------------------------------
 
 names=(libtavithumb-dev libtavithumb-platform1 libtavithumb1 tavithumb tavithumb-web)
+version=$(dpkg-parsechangelog -S Version)
 work=$(mktemp -d)
 mkdir -p build
-root=$(mktemp -d -p "$PWD/build" chroot.XXXXXX)
-chmod 755 "$root"
-trap 'rm -rf --one-file-system "$work" "$root"' EXIT
+systems=$(mktemp -d -p "$PWD/build" chroot.XXXXXX)
+chmod 755 "$systems"
+trap 'rm -rf --one-file-system "$work" "$systems"' EXIT
+root=$systems/all
+mkdir "$root"
 
 # Nothing that is started inside outlives its command, and nothing stays mounted.
 inside() {
@@ -55,15 +59,14 @@ make_system() {
   apt update
 }
 
-# What the packages depend on, what consumers are built with, and the files that adduser keeps for itself.
+# The dependencies of the packages, and what consumers are built with.
 install_dependencies() {
   local name wanted
   mkdir "$root/packages"
   for name in "${names[@]}"; do cp "$packages/${name}"_*.deb "$root/packages/$name.deb" || return; done
   wanted=$(for name in "${names[@]}"; do dpkg-deb -f "$root/packages/$name.deb" Depends; done |
     sed 's/, /\n/g' | grep -v tavithumb | sort -u | paste -sd ,)
-  apt satisfy "$wanted, g++, cmake, ninja-build, pkg-config" &&
-    inside sh -c 'adduser --quiet --system --group nobody-yet && deluser --quiet nobody-yet'
+  apt satisfy "$wanted, g++, cmake, ninja-build, pkg-config"
 }
 
 # Photos of three kinds, and a camera raw file that only dcraw might read.
@@ -77,28 +80,31 @@ make_pictures() {
     seq 1000 >"$photos/camera.x3f"
 }
 
-# Every name in the system but what apt and dpkg note about packages, and the accounts.
+# Every name in the system, except for the records of apt and dpkg about packages, and the accounts.
 state() {
   (cd "$root" && find . -path ./packages -prune -o -path ./var/lib/dpkg -prune -o -print | sort)
   sort "$root/etc/passwd" "$root/etc/group"
 }
 
-clean_system() { make_system && install_dependencies && make_pictures && state >"$work/before"; }
-if ! clean_system >"$work/log" 2>&1; then
-  check "a clean Debian 12 is made" eval 'cat "$work/log"; false'
+clean_systems() {
+  make_system && make_pictures && cp -a "$root" "$systems/alone" && install_dependencies && state >"$work/before"
+}
+if ! clean_systems >"$work/log" 2>&1; then
+  check "clean systems of Debian 12 are made" eval 'cat "$work/log"; false'
   exit
 fi
 
-# --- What is checked --------------------------------------------------------------------------------------------------
+# --- The command, from a repository -----------------------------------------------------------------------------------
 
 same() { diff <(echo "$1") <(echo "$2"); }
 installed() { inside dpkg-query -W -f '${db:Status-Status} ${Package}\n' | sed -n 's/^installed //p' | sort; }
+versions() { inside dpkg-query -W -f '${Package} ${Version} ${db:Status-Status}\n' '*tavithumb*' | sed -n 's/ installed$//p'; }
+command_and_library() { printf "%s $1\n" libtavithumb-platform1 libtavithumb1 tavithumb; }
 
-apt_installs_them_alone() {
-  local before
-  before=$(installed)
-  apt install $(printf '/packages/%s.deb ' "${names[@]}") || return
-  same "$(printf '%s\n' "${names[@]}")" "$(comm -13 <(echo "$before") <(installed))"
+repository_serves_the_command() {
+  cp -r "$packages" "$root/repository"
+  echo 'deb [trusted=yes] file:/repository ./' >"$root/etc/apt/sources.list.d/tavithumb.list"
+  apt update && apt install tavithumb && same "$(command_and_library "$version")" "$(versions)"
 }
 
 command_works() {
@@ -107,6 +113,57 @@ command_works() {
 $stored/picture.png/TAVIFILE_THUMB_S.png
 $stored/photo.heic/TAVIFILE_THUMB_S.jpg" \
     "$(inside tavithumb get --size small /srv/photos/photo.jpg /srv/photos/picture.png /srv/photos/photo.heic 2>&1)"
+}
+
+setting() { sed -n "s/^$1=//p" "$root/lib/systemd/system/tavithumb-make.service"; }
+
+# Nobody runs systemd here: the service's command, as its user and with its environment.
+nightly_service_works() {
+  local photo=/srv/photos/photo.jpg status=0
+  inside systemctl enable tavithumb-make.timer && inside systemd-analyze verify --man=no tavithumb-make.timer || return
+  rm -rf "$root/srv/photos/.tavi_ea"
+  inside install -d -o tavithumb -g tavithumb /srv/photos/.tavi_ea
+  inside runuser -u "$(setting User)" -- env "$(setting Environment)" $(setting ExecStart) || status=$?
+  [ "$status" -eq 0 ] || [[ " $(setting SuccessExitStatus) " == *" $status "* ]] || return
+  same "$(printf "tavithumb /srv/photos/.tavi_ea/photo.jpg/TAVIFILE_THUMB_%s.jpg\n" B M S XL)" \
+    "$(inside find /srv/photos/.tavi_ea/photo.jpg -type f -printf '%u %p\n' | sort)"
+}
+
+# The next version: these packages under another number.
+add_next_version() {
+  local name folder=$work/next
+  for name in "${names[@]}"; do
+    dpkg-deb -R "$packages/${name}_${version}"_*.deb "$folder" &&
+      sed -i "s/^Version: .*/Version: $1/; s/(= $version)/(= $1)/" "$folder/DEBIAN/control" &&
+      dpkg-deb -b "$folder" "$root/repository/${name}_$1.deb" || return
+    rm -rf "$folder"
+  done
+  packaging/index_repository "$root/repository"
+}
+
+upgrade_keeps_what_is_set() {
+  local link=etc/systemd/system/timers.target.wants/tavithumb-make.timer
+  echo /srv/films >>"$root/etc/tavithumb/folders"
+  add_next_version "$version+next" && apt update && apt upgrade || return
+  same "$(command_and_library "$version+next")" "$(versions)" && command_works &&
+    same $'/srv/photos\n/srv/films' "$(cat "$root/etc/tavithumb/folders")" && [ -L "$root/$link" ]
+}
+
+# What carries the name, and lies neither with the photos nor in the repository or apt's lists of it.
+purged_command_is_gone() {
+  apt purge tavithumb libtavithumb1 libtavithumb-platform1 || return
+  same "" "$(find "$root" -path "$root/repository" -prune -o -path "$root/var/lib/apt" -prune -o -path '*/.tavi_ea' -prune \
+    -o -name '*tavithumb*' ! -name tavithumb.list -print; grep -H tavithumb "$root"/etc/{passwd,group,shadow,gshadow})" &&
+    [ -s "$root/srv/photos/.tavi_ea/photo.jpg/TAVIFILE_THUMB_S.jpg" ]
+}
+
+# --- All packages -----------------------------------------------------------------------------------------------------
+
+apt_installs_them_alone() {
+  local before
+  before=$(installed)
+  apt install $(printf '/packages/%s.deb ' "${names[@]}") || return
+  same "$(printf '%s\n' "${names[@]}")" "$(comm -13 <(echo "$before") <(installed))"
 }
 
 missing_tool_is_named() {
@@ -164,7 +221,7 @@ CONTROL
   dpkg-deb --root-owner-group --build "$folder" "$root/packages/appliance-platform.deb"
 }
 
-appliance_takes_the_place() {
+appliance_replaces_the_stand_ins() {
   local before
   before=$(installed)
   make_appliance_package && apt install /packages/appliance-platform.deb || return
@@ -188,8 +245,18 @@ only_thumbnails_stay() {
     "$(diff "$work/before" <(state) | sed -n 's/^[<>] //p' | sort)"
 }
 
+# --- The checks -------------------------------------------------------------------------------------------------------
+
+root=$systems/alone
+check "apt installs the command and its dependencies, given the repository" repository_serves_the_command
+check "alone, the command makes thumbnails of JPEG, PNG and HEIC" command_works
+check "alone, the nightly service makes thumbnails" nightly_service_works
+check "an upgrade from the repository keeps what is set" upgrade_keeps_what_is_set
+check "purging the command leaves nothing but thumbnails" purged_command_is_gone
+
+root=$systems/all
 cp -r tests/build/consumer "$root/tmp/consumer"
-check "apt installs the packages, with what they depend on alone" apt_installs_them_alone
+check "apt installs the packages when only their dependencies are there" apt_installs_them_alone
 check "the command makes thumbnails of JPEG, PNG and HEIC" command_works
 check "a tool that is not installed is named" missing_tool_is_named
 check "the web program answers as its own user" web_program_works
@@ -198,6 +265,6 @@ for standard in 17 20; do
   check "a consumer built with find_package as C++$standard makes a thumbnail" consumer_works cmake $standard
   check "a consumer built with pkg-config as C++$standard makes a thumbnail" consumer_works pkg_config $standard
 done
-check "an appliance's platform takes the place of the stand-ins" appliance_takes_the_place
-check "the stand-ins come back" stand_ins_come_back
+check "an appliance's platform replaces the stand-ins" appliance_replaces_the_stand_ins
+check "the stand-ins replace it again" stand_ins_come_back
 check "purging leaves nothing but thumbnails" only_thumbnails_stay

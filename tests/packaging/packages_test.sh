@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: GPL-3.0-or-later
-# packages_test.sh PACKAGES   The packages in the folder PACKAGES are well made: lintian, their files, how they depend on
-# tools and on each other, and the same bytes when they are built again.
+# packages_test.sh REPOSITORY   The packages in the folder REPOSITORY are well made: lintian, their files, how they depend
+# on tools and on each other, and the same bytes when they are built again.
 set -uo pipefail
 packages=$(readlink -f -- "$1")
 cd "$(dirname "$(readlink -f "$0")")/../.."
@@ -22,28 +22,29 @@ files_of() {
 }
 holds_its_files() { diff <(sed -n "s/^$1 //p" tests/packaging/files.txt) <(files_of "$1"); }
 
-# In another place, time zone and language, for an owner who shows nothing, and compiled anew.
+# In another place, time zone and language, with a strict umask, and compiled again.
 second_build_is_the_same() {
-  local file status=0
-  mkdir -p "$work/elsewhere/again"
+  local file again="$work/elsewhere/once again" status=0
+  mkdir -p "$again"
   (
     umask 077
     TMPDIR=$work/elsewhere TZ=Asia/Kathmandu LANG=C.UTF-8 LC_ALL=C.UTF-8 CCACHE_DISABLE=1 \
-      script/package "$work/elsewhere/again"
+      script/package --repo "$again" >"$work/line"
   ) || return
-  diff <(cd "$packages" && ls) <(cd "$work/elsewhere/again" && ls) || status=1
-  # The record of a build tells when it was, and of which machine.
-  for file in "$packages"/*.deb "$packages"/*.dsc "$packages"/*.tar.xz; do
-    cmp "$file" "$work/elsewhere/again/$(basename "$file")" || status=1
+  diff <(cd "$packages" && ls) <(cd "$again" && ls) || status=1
+  # The other files record when and on which machine they were made.
+  for file in "$packages"/*.deb "$packages"/*.dsc "$packages"/*.tar.xz "$packages"/Packages*; do
+    cmp "$file" "$again/$(basename "$file")" || status=1
   done
   return "$status"
 }
+line_names_the_repository() { diff <(echo "deb [trusted=yes] file:$work/elsewhere/once%20again ./") "$work/line"; }
 
 # Lines of "package field: content", without the system's libraries, whose versions the build finds.
 field() {
   local content
   content=$(dpkg-deb -f "$packages/$1"_*_"$architecture.deb" "$2" | sed 's/, /\n/g' |
-    grep -vE '^lib(c6|exiv2-27|gcc-s1|heif1|stdc\+\+6|systemd0)( |$)' | paste -sd , | sed 's/,/, /g')
+    grep -vE '^lib(c6|exiv2-27|gcc-s1|heif1|stdc\+\+6|systemd0|unistring2)( |$)' | paste -sd , | sed 's/,/, /g')
   echo "$1 $2:${content:+ $content}"
 }
 fields_are() { diff <(echo "$1") <(sed 's/:.*//' <<<"$1" | while read -r package name; do field "$package" "$name"; done); }
@@ -60,7 +61,8 @@ libtavithumb-platform1 Depends:
 libtavithumb-platform1 Provides: libtavithumb-platform-1
 libtavithumb-platform1 Conflicts: libtavithumb-platform-1
 libtavithumb-platform1 Replaces: libtavithumb-platform-1
-tavithumb Depends: libtavithumb1 (>= 1.0.0)
-tavithumb-web Depends: adduser, libtavithumb1 (>= 1.0.0)
+tavithumb Depends: libtavithumb1 (>= 1.0.0), systemd | systemd-standalone-sysusers | systemd-sysusers
+tavithumb-web Depends: libtavithumb1 (>= 1.0.0), tavithumb (= $version)
 tavithumb-web Recommends: nginx | lighttpd"
 check "a second build gives the same bytes" second_build_is_the_same
+check "the line for sources.list names the repository" line_names_the_repository
