@@ -117,16 +117,16 @@ $stored/photo.heic/TAVIFILE_THUMB_S.jpg" \
 
 setting() { sed -n "s/^$1=//p" "$root/lib/systemd/system/tavithumb-make.service"; }
 
-# Nobody runs systemd here: the service's command, as its user and with its environment.
+# systemd does not run here: the service's command, as its user and with its environment. Only the raw file fails.
 nightly_service_works() {
-  local photo=/srv/photos/photo.jpg status=0
+  local stored=/srv/photos/.tavi_ea status=0
   inside systemctl enable tavithumb-make.timer && inside systemd-analyze verify --man=no tavithumb-make.timer || return
-  rm -rf "$root/srv/photos/.tavi_ea"
-  inside install -d -o tavithumb -g tavithumb /srv/photos/.tavi_ea
+  rm -rf "$root/$stored"
+  inside install -d -o tavithumb -g tavithumb "$stored"
   inside runuser -u "$(setting User)" -- env "$(setting Environment)" $(setting ExecStart) || status=$?
-  [ "$status" -eq 0 ] || [[ " $(setting SuccessExitStatus) " == *" $status "* ]] || return
-  same "$(printf "tavithumb /srv/photos/.tavi_ea/photo.jpg/TAVIFILE_THUMB_%s.jpg\n" B M S XL)" \
-    "$(inside find /srv/photos/.tavi_ea/photo.jpg -type f -printf '%u %p\n' | sort)"
+  [[ " $(setting SuccessExitStatus) " == *" $status "* ]] || return
+  same "$(printf "tavithumb $stored/%s\n" photo.heic/TAVIFILE_THUMB_{B,M,S,XL}.jpg photo.jpg/TAVIFILE_THUMB_S.jpg \
+    picture.png/TAVIFILE_THUMB_{B,M,S}.png)" "$(inside find "$stored" -type f -printf '%u %p\n' | LC_ALL=C sort)"
 }
 
 # The next version: these packages under another number.
