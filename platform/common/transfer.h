@@ -4,15 +4,18 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstddef>
+#include <cstdint>
 
 namespace tavi {
 
-// How much is moved at a time; small enough for the stack of any thread.
+// How much is transferred at a time; small enough for the stack of any thread.
 constexpr std::size_t kTransferSize = 16384;
 
-// read() that goes on after a signal.
+// read() that is repeated after a signal.
 inline ssize_t ReadSome(int fd, char* data, std::size_t size) {
   ssize_t got;
   do {
@@ -21,7 +24,7 @@ inline ssize_t ReadSome(int fd, char* data, std::size_t size) {
   return got;
 }
 
-// Waits until `fd` takes data, or is broken, which the write then tells.
+// Waits until `fd` is ready for data, or broken, which the next write reports.
 inline void AwaitWritable(int fd) {
   pollfd entry{fd, POLLOUT, 0};
   while (poll(&entry, 1, -1) == -1 && errno == EINTR) {
@@ -42,6 +45,21 @@ inline bool WriteAll(int fd, const char* data, std::size_t size) {
     }
   }
   return true;
+}
+
+// Copies from where both descriptors stand, up to `limit` bytes or the end of the input. How many it copied, or -1
+// with errno set.
+inline std::int64_t CopyBytes(int from, int to, std::uint64_t limit) {
+  std::array<char, kTransferSize> data;
+  std::uint64_t left = limit;
+  while (left > 0) {
+    const ssize_t got =
+        ReadSome(from, data.data(), static_cast<std::size_t>(std::min<std::uint64_t>(left, data.size())));
+    if (got == 0) break;
+    if (got == -1 || !WriteAll(to, data.data(), static_cast<std::size_t>(got))) return -1;
+    left -= static_cast<std::uint64_t>(got);
+  }
+  return static_cast<std::int64_t>(limit - left);
 }
 
 }  // namespace tavi

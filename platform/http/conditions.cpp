@@ -28,8 +28,7 @@ void SkipSeparators(std::string_view* text) {
   text->remove_prefix(std::min(text->find_first_not_of(" \t,"), text->size()));
 }
 
-// The entity tag that the text begins with, quotes and "W/" included, which is taken off the text; "" when there is
-// none.
+// Removes and returns the entity tag at the beginning of the text, with quotes and "W/"; "" when there is none.
 std::string_view TakeEntityTag(std::string_view* text) {
   const std::size_t quote = text->substr(0, 2) == "W/" ? 2 : 0;
   const std::size_t end = text->find('"', quote + 1);
@@ -39,7 +38,7 @@ std::string_view TakeEntityTag(std::string_view* text) {
   return tag;
 }
 
-// Two tags are the same: strongly, or without regard to "W/".
+// Whether two tags are the same: strongly, or regardless of "W/".
 using Comparison = bool (*)(std::string_view, std::string_view);
 
 bool AreStronglyEqual(std::string_view tag, std::string_view etag) {
@@ -50,22 +49,21 @@ bool AreWeaklyEqual(std::string_view tag, std::string_view etag) {
   return tag == etag || (tag.substr(0, 2) == "W/" && tag.substr(2) == etag);
 }
 
+// Whether a list of tags has that one; none counts in a list that is malformed anywhere.
 bool HasTag(std::string_view list, std::string_view etag, Comparison areEqual) {
   SkipSpaces(&list);
   if (list == "*") return true;
-  SkipSeparators(&list);
-  while (!list.empty()) {
+  bool found = false;
+  for (SkipSeparators(&list); !list.empty(); SkipSeparators(&list)) {
     const std::string_view tag = TakeEntityTag(&list);
-    if (tag.empty()) return false;
-    if (areEqual(tag, etag)) return true;
     SkipSpaces(&list);
-    if (!list.empty() && list.front() != ',') return false;
-    SkipSeparators(&list);
+    if (tag.empty() || (!list.empty() && list.front() != ',')) return false;
+    found = found || areEqual(tag, etag);
   }
-  return false;
+  return found;
 }
 
-// The client insists on a version, and this is another one.
+// Whether the client insists on another version than this one.
 bool IsAnother(const FileRequest& request, const FileVersion& version, std::int64_t now) {
   if (!request.ifMatch.empty()) return !HasTag(request.ifMatch, version.etag, AreStronglyEqual);
   const std::optional<std::int64_t> since = ParseHttpDate(request.ifUnmodifiedSince, now);
@@ -78,13 +76,19 @@ bool IsUnchanged(const FileRequest& request, const FileVersion& version, std::in
   return since && version.modified <= *since;
 }
 
-// A weak tag never fits; a date has to be the very one.
-bool AllowsRange(const FileRequest& request, const FileVersion& version, std::int64_t now) {
-  if (request.ifRange.empty() || AreStronglyEqual(request.ifRange, version.etag)) return true;
-  return ParseHttpDate(request.ifRange, now) == version.modified;
+// Whether the date tells this content from any other: what was changed within the same second may have been changed
+// twice in it.
+bool IsDateStrong(const FileVersion& version, std::int64_t now) {
+  return version.modified < version.changed && version.modified < now;
 }
 
-// A decimal number; what is too large for one is the largest there is. Nothing for any other text.
+// Weak validators never match, and a date has to be exactly the file's.
+bool AllowsRange(const FileRequest& request, const FileVersion& version, std::int64_t now) {
+  if (request.ifRange.empty() || AreStronglyEqual(request.ifRange, version.etag)) return true;
+  return IsDateStrong(version, now) && ParseHttpDate(request.ifRange, now) == version.modified;
+}
+
+// A decimal number, or the largest possible one for any larger. Nothing for any other text.
 std::optional<std::uint64_t> ParsePosition(std::string_view text) {
   if (text.empty() || text.find_first_not_of("0123456789") != std::string_view::npos) return std::nullopt;
   std::uint64_t number = 0;
@@ -101,12 +105,12 @@ Decision Suffix(std::uint64_t length, std::uint64_t size) {
   return {Outcome::kPart, size - sent, sent};
 }
 
-// Names of units are the same in capitals.
+// Units are case-insensitive.
 bool BeginsWith(std::string_view range, std::string_view unit) {
   return range.size() >= unit.size() && strncasecmp(range.data(), unit.data(), unit.size()) == 0;
 }
 
-// One range of bytes; anything else is not understood, which is allowed.
+// One range of bytes. Nothing for any other range, which a server may ignore.
 std::optional<Decision> ParseRange(std::string_view range, std::uint64_t size) {
   constexpr std::string_view unit = "bytes=";
   const std::size_t dash = range.find('-');

@@ -7,10 +7,10 @@
 
 namespace tavi {
 
-// What a request says about how it wants a file, as the web server hands it over. Empty texts stand for header fields
-// that are not there.
+// The parts of a request that decide how a file is sent, as the web server passes them on. Empty texts stand for header
+// fields that are missing.
 struct FileRequest {
-  bool isCgi;  // otherwise nothing below counts
+  bool isCgi;  // otherwise all below is ignored
   std::string method;
   std::string ifMatch;
   std::string ifUnmodifiedSince;
@@ -26,16 +26,17 @@ FileRequest RequestOfEnvironment();
 // What a file is known by.
 struct FileVersion {
   std::string etag;       // a strong one, with its quotes
-  std::int64_t modified;  // seconds since the epoch
+  std::int64_t modified;  // seconds since the epoch, as clients are told: never in the future
+  std::int64_t changed;   // of content or attributes, seconds since the epoch
   std::uint64_t size;     // bytes
 };
 
 enum class Outcome {
   kWhole,
   kPart,
-  kNotModified,    // the client has it
-  kAnother,        // the client wants another version only
-  kUnsatisfiable,  // there are no such bytes
+  kNotModified,    // the client has it already
+  kAnother,        // the client wants no version but another one
+  kUnsatisfiable,  // the range begins after the end of the file
 };
 
 struct Decision {
@@ -44,9 +45,9 @@ struct Decision {
   std::uint64_t length;  // bytes
 };
 
-// What of the file is to be sent, by the precedence of RFC 9110: If-Match, which If-Unmodified-Since yields to, then
-// If-None-Match, which If-Modified-Since yields to, then Range, if If-Range allows it. What can't be understood is as
-// if it were not there. `now` in seconds since the epoch.
+// What of the file is to be sent, by the precedence of RFC 9110: If-Match, which overrides If-Unmodified-Since, then
+// If-None-Match, which overrides If-Modified-Since, then Range, if If-Range allows it. A field that can't be parsed is
+// ignored. `now` in seconds since the epoch.
 Decision Decide(const FileRequest& request, const FileVersion& version, std::int64_t now);
 
 }  // namespace tavi

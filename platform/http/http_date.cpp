@@ -14,7 +14,7 @@ constexpr std::array<std::string_view, 12> kMonths = {"Jan", "Feb", "Mar", "Apr"
                                                       "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
 constexpr std::int64_t kSecondsPerDay = 86400;
 
-// The years 1 to 9999, which the forms have room for.
+// The years 1 to 9999, which fit the formats.
 constexpr std::int64_t kFirstMoment = -62135596800;
 constexpr std::int64_t kLastMoment = 253402300799;
 
@@ -24,7 +24,7 @@ struct Date {
   int day;    // 1 to 31
 };
 
-// Days since the epoch, counted in years that begin with March, so that a leap day is a year's last.
+// Days since the epoch, counted in years that begin in March, so that a leap day is the last of its year.
 std::int64_t DaysOf(const Date& date) {
   const std::int64_t year = date.month > 2 ? date.year : date.year - 1;
   const std::int64_t monthFromMarch = (date.month + 9) % 12;
@@ -32,7 +32,7 @@ std::int64_t DaysOf(const Date& date) {
   return year * 365 + leapDays + (153 * monthFromMarch + 2) / 5 + date.day - 1 - 719468;
 }
 
-// The date of a day since the epoch that is not before the year 1.
+// The date of a day since the epoch, in the year 1 or later.
 Date DateOf(std::int64_t days) {
   std::int64_t year = 1970 + days / 366;
   while (DaysOf({year + 1, 1, 1}) <= days) ++year;
@@ -48,7 +48,7 @@ bool Exists(const Date& date) {
   return same.month == date.month && same.day == date.day;
 }
 
-// Takes one date apart, from left to right; the first thing that is not as it must be makes it no date at all.
+// Parses one date, from left to right. Once anything is not as expected, it has failed.
 class Reader {
  public:
   explicit Reader(std::string_view text) : rest_(text) {}
@@ -69,7 +69,7 @@ class Reader {
     return number;
   }
 
-  // A number of two places, the first of which may be a space.
+  // A number of two digits, the first of which may be a space.
   int TakePadded() {
     if (rest_.empty() || rest_.front() != ' ') return TakeNumber(2);
     rest_.remove_prefix(1);

@@ -24,8 +24,8 @@
 namespace tavi {
 namespace {
 
-// What the caller has printed goes first. A pipe that can take data takes a whole buffer of it at once, so that no
-// signal can cut the flush short, which would lose the rest.
+// What the caller has printed goes first. A pipe that is ready takes a whole buffer at once, so that no signal can
+// interrupt the flush, which would lose the rest.
 bool FlushPrinted() {
   AwaitWritable(fileno(stdout));
   return std::fflush(stdout) == 0;
@@ -44,20 +44,8 @@ std::string Header(const char* name, const std::string& value) {
   return name + (": " + value + "\r\n");
 }
 
-// Copies what the kernel could not send by itself.
-bool CopyContent(int file, std::uint64_t length) {
-  std::array<char, kTransferSize> data;
-  while (length > 0) {
-    const auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(length, data.size()));
-    const ssize_t got = ReadSome(file, data.data(), wanted);
-    if (got <= 0 || !Write(data.data(), static_cast<std::size_t>(got))) return false;
-    length -= static_cast<std::uint64_t>(got);
-  }
-  return true;
-}
-
-// Exactly as many bytes as were announced: a file that shrinks on the way is a failure. The kernel sends them by
-// itself, where this output and the file's volume let it.
+// Exactly as many bytes as were announced: a file that shrinks meanwhile is a failure. The kernel sends them, where
+// this output and the file's volume support it.
 bool WriteContent(int file, std::uint64_t length) {
   constexpr std::uint64_t most = 1 << 30;
   while (length > 0) {
@@ -67,7 +55,7 @@ bool WriteContent(int file, std::uint64_t length) {
     } else if (sent == -1 && errno == EAGAIN) {
       AwaitWritable(fileno(stdout));
     } else if (sent == -1 && (errno == EINVAL || errno == ENOSYS)) {
-      return CopyContent(file, length);
+      return CopyBytes(file, fileno(stdout), length) == static_cast<std::int64_t>(length);
     } else if (sent == 0 || errno != EINTR) {
       return false;
     }
@@ -81,40 +69,47 @@ std::string Hex(std::uint64_t number) {
                            std::snprintf(text.data(), text.size(), "%llx", static_cast<unsigned long long>(number)))};
 }
 
-// Another file, or another content of it, has another tag: as long as its clock has nanoseconds.
-FileVersion VersionOf(const struct stat& facts) {
-  const std::string etag = "\"" + Hex(facts.st_dev) + "-" + Hex(facts.st_ino) + "-" +
-                           Hex(static_cast<std::uint64_t>(facts.st_size)) + "-" +
-                           Hex(static_cast<std::uint64_t>(facts.st_mtim.tv_sec)) + "." +
-                           Hex(static_cast<std::uint64_t>(facts.st_mtim.tv_nsec)) + "\"";
-  return {etag, facts.st_mtim.tv_sec, static_cast<std::uint64_t>(facts.st_size)};
+std::string Hex(const timespec& time) {
+  return Hex(static_cast<std::uint64_t>(time.tv_sec)) + "." + Hex(static_cast<std::uint64_t>(time.tv_nsec));
 }
 
-// No answer tells of a change that is still to come, whatever the file's clock says.
-std::string Validators(const FileVersion& version, std::int64_t now) {
-  return Header("Last-Modified", FormatHttpDate(std::min(version.modified, now))) + Header("ETag", version.etag);
+// When the content was last modified, for clients: a file whose date is in the future was given it by its last change.
+std::int64_t ModifiedAt(const struct stat& facts, std::int64_t now) {
+  return facts.st_mtim.tv_sec <= now ? facts.st_mtim.tv_sec : std::min<std::int64_t>(facts.st_ctim.tv_sec, now);
+}
+
+// Another file, or another content of it, has another tag, even where the modification time is put back afterwards.
+FileVersion VersionOf(const struct stat& facts, std::int64_t now) {
+  const std::string etag = "\"" + Hex(facts.st_dev) + "-" + Hex(facts.st_ino) + "-" +
+                           Hex(static_cast<std::uint64_t>(facts.st_size)) + "-" + Hex(facts.st_mtim) + "-" +
+                           Hex(facts.st_ctim) + "\"";
+  return {etag, ModifiedAt(facts, now), facts.st_ctim.tv_sec, static_cast<std::uint64_t>(facts.st_size)};
+}
+
+std::string Validators(const FileVersion& version) {
+  return Header("Last-Modified", FormatHttpDate(version.modified)) + Header("ETag", version.etag);
 }
 
 std::string Content(const char* mimeType, std::uint64_t length) {
   return Header("Content-Type", mimeType) + Header("Content-Length", std::to_string(length));
 }
 
-// One line for people, in place of content; "" where there is none to be replaced.
+// One line for people instead of the content; "" when it is the content that is sent.
 std::string Explanation(Outcome outcome) {
   if (outcome == Outcome::kAnother) return "it is another version now\n";
   if (outcome == Outcome::kUnsatisfiable) return "it has no such bytes\n";
   return "";
 }
 
-// Errors are never stored, whatever the caller has said of caching.
+// Errors must not be cached, whatever the caller has printed about caching.
 std::string ErrorHeaders(const char* status, Outcome outcome) {
   return Header("Status", status) + Header("Cache-Control", "no-store") +
          Content("text/plain; charset=utf-8", Explanation(outcome).size());
 }
 
-std::string FileHeaders(const Decision& decision, const FileVersion& version, std::int64_t now, const char* mimeType) {
+std::string FileHeaders(const Decision& decision, const FileVersion& version, const char* mimeType) {
   const std::string size = std::to_string(version.size);
-  const std::string validators = Validators(version, now), about = validators + Header("Accept-Ranges", "bytes");
+  const std::string validators = Validators(version), about = validators + Header("Accept-Ranges", "bytes");
   switch (decision.outcome) {
     case Outcome::kNotModified:
       return Header("Status", "304 Not Modified") + validators;
@@ -137,13 +132,13 @@ bool OutputFile(const FileRequest& request, const char* path, const char* mimeTy
   const Descriptor file(open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   struct stat facts;
   if (!file.IsOpen() || fstat(file.Get(), &facts) != 0 || !S_ISREG(facts.st_mode)) return false;
-  const FileVersion version = VersionOf(facts);
   const std::int64_t now = std::time(nullptr);
+  const FileVersion version = VersionOf(facts, now);
   const Decision decision = Decide(request, version, now);
   if (!request.isCgi) {
     return WriteHeaders(Content(mimeType, decision.length)) && WriteContent(file.Get(), decision.length);
   }
-  if (!WriteHeaders(FileHeaders(decision, version, now, mimeType))) return false;
+  if (!WriteHeaders(FileHeaders(decision, version, mimeType))) return false;
   if (request.method == "HEAD") return true;
   const std::string explanation = Explanation(decision.outcome);
   return Write(explanation.data(), explanation.size()) &&
@@ -151,7 +146,7 @@ bool OutputFile(const FileRequest& request, const char* path, const char* mimeTy
          WriteContent(file.Get(), decision.length);
 }
 
-// A read that a signal cut short is no read error.
+// A read that a signal interrupted is not an error.
 bool ReadFailed(std::FILE* stream) {
   if (!std::ferror(stream)) return false;
   if (errno != EINTR) return true;
@@ -173,12 +168,12 @@ bool OutputStream(const FileRequest& request, std::FILE* stream, const char* mim
   return true;
 }
 
-// A type of several lines would add headers of its own.
+// A type with a line break would add headers of its own.
 bool IsOneLine(const char* text) {
   return std::strpbrk(text, "\r\n") == nullptr;
 }
 
-// What a failure leaves unwritten is dropped: written at the process's end it would raise SIGPIPE after all.
+// What a failure leaves unwritten is discarded: flushed when the process exits, it would raise SIGPIPE after all.
 template <typename Response>
 int Deliver(const char* mimeType, const Response& response) {
   const SigPipeGuard guard;

@@ -7,8 +7,8 @@
 
 namespace tavi {
 
-// While it lives, writing into a broken pipe is an error and no signal for this thread. The process's own handling
-// of SIGPIPE, and a SIGPIPE that was pending before, stay as they are.
+// While it lives, writing into a broken pipe is an error for this thread and raises no signal. The process's own
+// handling of SIGPIPE, and a SIGPIPE that was pending before, stay as they are.
 class SigPipeGuard {
  public:
   SigPipeGuard() : wasPending_(IsPending()) {

@@ -27,7 +27,8 @@ using tavi::FileRequest;
 using tavi::Outcome;
 
 constexpr std::int64_t kNow = 1800000000;
-const tavi::FileVersion kVersion = {"\"tag\"", 784111777, 1000};
+constexpr std::int64_t kModified = 784111777;  // Sun, 06 Nov 1994 08:49:37 GMT
+const tavi::FileVersion kVersion = {"\"tag\"", kModified, kModified + 1, 1000};
 
 const Decision kWhole = {Outcome::kWhole, 0, 1000};
 const Decision kNotModified = {Outcome::kNotModified, 0, 0};
@@ -79,7 +80,7 @@ TEST(Range, CannotBeMetBehindTheFilesEnd) {
   FileRequest request = Get();
   for (const char* range : {"bytes=0-", "bytes=-1"}) {
     request.range = range;
-    EXPECT_EQ(tavi::Decide(request, {"\"tag\"", 0, 0}, kNow), kUnsatisfiable) << "of an empty file";
+    EXPECT_EQ(tavi::Decide(request, {"\"tag\"", 0, 1, 0}, kNow), kUnsatisfiable) << "of an empty file";
   }
 }
 
@@ -114,6 +115,25 @@ TEST(IfRange, AllowsTheRangeOfTheVeryVersion) {
   }
 }
 
+TEST(IfRange, AllowsTheRangeByADateOnlyWhenNoSecondChangeCanHaveTheSameDate) {
+  const struct {
+    std::int64_t changed, now;
+    bool allows;
+  } rows[] = {
+      {kModified + 1, kModified + 1, true}, {kModified + 1000, kNow, true},    {kModified, kNow, false},
+      {kModified - 1, kNow, false},         {kModified + 1, kModified, false},
+  };
+  for (const auto& row : rows) {
+    FileRequest request = Get();
+    request.range = "bytes=0-1";
+    request.ifRange = "Sun, 06 Nov 1994 08:49:37 GMT";
+    const tavi::FileVersion version = {"\"tag\"", kModified, row.changed, 1000};
+    EXPECT_EQ(tavi::Decide(request, version, row.now), row.allows ? Part(0, 2) : kWhole) << row.changed << row.now;
+    request.ifRange = "\"tag\"";
+    EXPECT_EQ(tavi::Decide(request, version, row.now), Part(0, 2)) << row.changed << row.now;
+  }
+}
+
 TEST(IfNoneMatch, ComparesTagsWeakly) {
   const std::pair<const char*, Decision> rows[] = {
       {"\"tag\"", kNotModified},
@@ -138,6 +158,10 @@ TEST(IfNoneMatch, ComparesTagsWeakly) {
       {"\"a\"; \"tag\"", kWhole},
       {"w/\"tag\"", kWhole},
       {",", kWhole},
+      {"\"tag\"x", kWhole},
+      {"\"tag\" \"a\"", kWhole},
+      {"\"tag\", x", kWhole},
+      {"\"tag\" ,", kNotModified},
   };
   for (const auto& [tags, expected] : rows) {
     FileRequest request = Get();
@@ -150,9 +174,9 @@ TEST(IfNoneMatch, ComparesTagsWeakly) {
 
 TEST(IfMatch, ComparesTagsStrongly) {
   const std::pair<const char*, Decision> rows[] = {
-      {"\"tag\"", kWhole},       {"*", kWhole},       {"\"a\", \"tag\"", kWhole},     {"W/\"a\", \"tag\"", kWhole},
-      {"W/\"tag\"", kAnother},   {"\"a\"", kAnother}, {"\"a\", W/\"tag\"", kAnother}, {"tag", kAnother},
-      {"W/W/\"tag\"", kAnother},
+      {"\"tag\"", kWhole},       {"*", kWhole},          {"\"a\", \"tag\"", kWhole},     {"W/\"a\", \"tag\"", kWhole},
+      {"W/\"tag\"", kAnother},   {"\"a\"", kAnother},    {"\"a\", W/\"tag\"", kAnother}, {"tag", kAnother},
+      {"W/W/\"tag\"", kAnother}, {"\"tag\"x", kAnother}, {"\"tag\", \"a", kAnother},
   };
   for (const auto& [tags, expected] : rows) {
     FileRequest request = Get();

@@ -18,7 +18,6 @@
 #include <vector>
 
 #include "children.h"
-#include "http/http_date.h"
 
 namespace fs = std::filesystem;
 
@@ -42,7 +41,7 @@ std::string StreamResponse(const std::string& mime, const std::string& content) 
   return kCaching + "Content-Type: " + mime + "\r\n\r\n" + content;
 }
 
-// One run of the program "deliver", with its standard output at our end of a pipe (or leading elsewhere).
+// One run of the program "deliver", with a pipe to us, or another file, as its standard output.
 class Delivery {
  public:
   explicit Delivery(const std::vector<std::string>& arguments, int output = -1, int pipeFlags = 0) {
@@ -76,7 +75,7 @@ class Delivery {
     }
   }
 
-  // Waits until the program waits for room in the pipe, long past its headers.
+  // Waits until the pipe is full and the program blocks, long after its headers.
   void AwaitFullPipe() const {
     for (int waiting = 0; waiting < 49152; std::this_thread::yield()) ioctl(output_, FIONREAD, &waiting);
   }
@@ -113,7 +112,7 @@ class Delivery {
 
 class HTTPFileOutputerOf : public testing::TestWithParam<std::size_t> {};
 
-TEST_P(HTTPFileOutputerOf, AFileWritesTypeLengthAndContentBehindWhatWasPrinted) {
+TEST_P(HTTPFileOutputerOf, AFileWritesTypeLengthAndContentAfterWhatWasPrinted) {
   TempDir folder;
   WriteFile(folder / "a.jpg", Bytes(GetParam()));
   Delivery delivery({"file", folder / "a.jpg", "image/jpeg"});
@@ -121,7 +120,7 @@ TEST_P(HTTPFileOutputerOf, AFileWritesTypeLengthAndContentBehindWhatWasPrinted) 
   EXPECT_EQ(delivery.End(), "0: delivered");
 }
 
-TEST_P(HTTPFileOutputerOf, AStreamWritesTypeAndContentBehindWhatWasPrinted) {
+TEST_P(HTTPFileOutputerOf, AStreamWritesTypeAndContentAfterWhatWasPrinted) {
   TempDir folder;
   WriteFile(folder / "a.gif", Bytes(GetParam()));
   Delivery delivery({"stream", folder / "a.gif", "image/gif"});
@@ -149,7 +148,7 @@ TEST(HTTPFileOutputer, KeepsTheOrderWithWhatIsPrintedAfterwards) {
   EXPECT_EQ(delivery.End(), "0: delivered");
 }
 
-TEST(HTTPFileOutputer, StartsAStreamWhereItStands) {
+TEST(HTTPFileOutputer, StartsAStreamAtItsPosition) {
   TempDir folder;
   WriteFile(folder / "a.jpg", "0123456789");
   Delivery delivery({"stream", folder / "a.jpg", "image/jpeg", "partly-read"});
@@ -157,7 +156,7 @@ TEST(HTTPFileOutputer, StartsAStreamWhereItStands) {
   EXPECT_EQ(delivery.End(), "0: delivered");
 }
 
-TEST(HTTPFileOutputer, WritesNothingOfItsOwnForWhatIsNoFile) {
+TEST(HTTPFileOutputer, WritesNothingOfItsOwnForAnythingButARegularFile) {
   TempDir folder;
   ASSERT_EQ(mkfifo((folder / "fifo").c_str(), 0600), 0);
   for (const std::string& path : {folder / "missing", folder.Path(), folder / "fifo", std::string("/dev/null")}) {
@@ -188,12 +187,12 @@ TEST(HTTPFileOutputer, WritesNothingOfItsOwnForATypeThatWouldAddHeaders) {
 }
 
 TEST(HTTPFileOutputer, FailsWhenAStreamCannotBeReadToItsEnd) {
-  Delivery delivery({"stream", "/", "image/jpeg"});  // a directory opens, and fails to be read
+  Delivery delivery({"stream", "/", "image/jpeg"});  // a directory can be opened, not read
   EXPECT_EQ(delivery.Read(), StreamResponse("image/jpeg", ""));
   EXPECT_EQ(delivery.End(), "0: failed");
 }
 
-TEST(HTTPFileOutputer, FailsWhenAFileShrinksOnTheWay) {
+TEST(HTTPFileOutputer, FailsWhenAFileShrinksMeanwhile) {
   TempDir folder;
   WriteFile(folder / "a.jpg", Bytes(1000000));
   Delivery delivery({"file", folder / "a.jpg", "image/jpeg"});
@@ -229,7 +228,7 @@ TEST(HTTPFileOutputer, SurvivesAReaderThatWasNeverThere) {
   }
 }
 
-TEST(HTTPFileOutputer, SurvivesAReaderThatGoesAwayInBetween) {
+TEST(HTTPFileOutputer, SurvivesAReaderThatDisappearsMeanwhile) {
   TempDir folder;
   WriteFile(folder / "a.jpg", Bytes(5000000));
   for (const char* form : {"file", "stream"}) {
@@ -254,7 +253,7 @@ TEST(HTTPFileOutputer, LeavesASigPipeThatWasPendingBeforeToTheCaller) {
   EXPECT_EQ(whole.End(), "0: delivered, SIGPIPE blocked, SIGPIPE pending");
 }
 
-TEST(HTTPFileOutputer, FailsWhenTheOutputTakesNothing) {
+TEST(HTTPFileOutputer, FailsWhenTheOutputIsFull) {
   TempDir folder;
   WriteFile(folder / "a.jpg", "content");
   const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
@@ -264,21 +263,21 @@ TEST(HTTPFileOutputer, FailsWhenTheOutputTakesNothing) {
   close(full);
 }
 
-TEST(HTTPFileOutputer, WritesOnAfterSignals) {
+TEST(HTTPFileOutputer, ContinuesWritingAfterSignals) {
   TempDir folder;
   WriteFile(folder / "a.jpg", Bytes(1000000));
   for (const std::string form : {"file", "stream"}) {
     SCOPED_TRACE(form);
     Delivery delivery({form, folder / "a.jpg", "image/jpeg", "interrupted"});
     delivery.AwaitOutput();
-    usleep(20000);  // it waits for room in the pipe, and is interrupted there
+    usleep(20000);  // it blocks while the pipe is full, and is interrupted there
     EXPECT_TRUE(delivery.Read() == (form == "file" ? FileResponse("image/jpeg", Bytes(1000000))
                                                    : StreamResponse("image/jpeg", Bytes(1000000))));
     EXPECT_EQ(delivery.End(), "0: delivered");
   }
 }
 
-TEST(HTTPFileOutputer, ReadsOnAfterSignals) {
+TEST(HTTPFileOutputer, ContinuesReadingAfterSignals) {
   TempDir folder;
   ASSERT_EQ(mkfifo((folder / "fifo").c_str(), 0600), 0);
   const int writer = open((folder / "fifo").c_str(), O_RDWR | O_CLOEXEC);
@@ -286,14 +285,14 @@ TEST(HTTPFileOutputer, ReadsOnAfterSignals) {
   ASSERT_EQ(write(writer, "one ", 4), 4);
   const std::string headers = StreamResponse("image/jpeg", "");
   EXPECT_EQ(delivery.Read(headers.size()), headers);
-  usleep(20000);  // it waits for more content, and is interrupted there
+  usleep(20000);  // it blocks until more content comes, and is interrupted there
   ASSERT_EQ(write(writer, "two", 3), 3);
   close(writer);
   EXPECT_EQ(delivery.Read(), "one two");
   EXPECT_EQ(delivery.End(), "0: delivered");
 }
 
-TEST(HTTPFileOutputer, WritesAllToAnOutputThatDoesNotBlock) {
+TEST(HTTPFileOutputer, WritesEverythingToANonBlockingOutput) {
   TempDir folder;
   WriteFile(folder / "a.jpg", Bytes(1000000));
   for (const std::string form : {"file", "stream"}) {
@@ -336,11 +335,22 @@ std::string Hex(long long number) {
   return text;
 }
 
+std::string Hex(const timespec& time) {
+  return Hex(time.tv_sec) + "." + Hex(time.tv_nsec);
+}
+
 std::string EtagOf(const std::string& path) {
   struct stat facts = {};
   stat(path.c_str(), &facts);
   return "\"" + Hex(static_cast<long long>(facts.st_dev)) + "-" + Hex(static_cast<long long>(facts.st_ino)) + "-" +
-         Hex(facts.st_size) + "-" + Hex(facts.st_mtim.tv_sec) + "." + Hex(facts.st_mtim.tv_nsec) + "\"";
+         Hex(facts.st_size) + "-" + Hex(facts.st_mtim) + "-" + Hex(facts.st_ctim) + "\"";
+}
+
+std::string HttpDate(std::time_t seconds) {
+  struct tm parts = {};
+  gmtime_r(&seconds, &parts);
+  char text[40];
+  return {text, std::strftime(text, sizeof text, "%a, %d %b %Y %H:%M:%S GMT", &parts)};
 }
 
 // The headers of bytes first to last, up to the validators.
@@ -352,12 +362,12 @@ std::string Part(long long first, long long last, long long size) {
 
 constexpr char kModified[] = "Tue, 14 Nov 2023 22:13:20 GMT";
 
-// Of a file from back then.
+// Of a file modified then.
 std::string ValidatorsOf(const std::string& path) {
   return std::string("Last-Modified: ") + kModified + "\r\nETag: " + EtagOf(path) + "\r\n";
 }
 
-// A file of ten bytes and what every answer tells of it.
+// A file of ten bytes and the headers of every answer with it.
 class FileForCgi {
  public:
   FileForCgi() {
@@ -386,7 +396,7 @@ std::string Answer(const std::string& path, const std::vector<std::pair<std::str
   return response;
 }
 
-TEST(HTTPFileOutputerForCgi, TellsWhatACacheNeeds) {
+TEST(HTTPFileOutputerForCgi, SendsWhatACacheNeeds) {
   const FileForCgi file;
   EXPECT_EQ(Answer(file.path, {{"REQUEST_METHOD", "GET"}}), file.Whole() + "0123456789");
 }
@@ -396,7 +406,7 @@ TEST(HTTPFileOutputerForCgi, LeavesOutTheContentForHead) {
   EXPECT_EQ(Answer(file.path, {{"REQUEST_METHOD", "HEAD"}}), file.Whole());
 }
 
-TEST(HTTPFileOutputerForCgi, SendsNothingAgainThatTheClientHas) {
+TEST(HTTPFileOutputerForCgi, SendsNothingThatTheClientHasAlready) {
   const FileForCgi file;
   const std::string expected = kCaching + "Status: 304 Not Modified\r\n" + file.Validators() + "\r\n";
   for (const char* method : {"GET", "HEAD"}) {
@@ -437,35 +447,64 @@ TEST(HTTPFileOutputerForCgi, IgnoresPartsForHeadAndAllConditionsForOtherMethods)
             file.Whole() + "0123456789");
 }
 
-TEST(HTTPFileOutputerForCgi, TellsTheTimeOfTheAnswerForAFileFromTheFuture) {
+TEST(HTTPFileOutputerForCgi, GivesAFileFromTheFutureTheDateOfItsLastChange) {
   const FileForCgi file;
   const std::time_t before = std::time(nullptr);
   SetTimes(file.path, before + 86400, before + 86400);
   const std::string response = Answer(file.path, {{"REQUEST_METHOD", "GET"}});
   std::vector<std::string> possible;
   for (std::time_t now = before; now <= std::time(nullptr); ++now) {
-    possible.push_back(kCaching +
-                       "Content-Type: image/jpeg\r\nContent-Length: 10\r\nLast-Modified: " + tavi::FormatHttpDate(now) +
+    possible.push_back(kCaching + "Content-Type: image/jpeg\r\nContent-Length: 10\r\nLast-Modified: " + HttpDate(now) +
                        "\r\nETag: " + EtagOf(file.path) + "\r\nAccept-Ranges: bytes\r\n\r\n0123456789");
   }
   EXPECT_THAT(possible, testing::Contains(response));
 }
 
-// Behind the caller's line about caching, which an error must not keep to.
+TEST(HTTPFileOutputerForCgi, SendsAFileFromTheFutureToThoseWhoHaveItsDate) {
+  const FileForCgi file;
+  const std::time_t before = std::time(nullptr);
+  SetTimes(file.path, before + 86400, before + 86400);
+  const std::string whole = Answer(file.path, {{"REQUEST_METHOD", "GET"}});
+  const std::string name = "Last-Modified: ", date = whole.substr(whole.find(name) + name.size(), 29);
+  while (std::time(nullptr) <= before + 1) usleep(10000);
+  EXPECT_EQ(Answer(file.path, {{"REQUEST_METHOD", "GET"}, {"HTTP_IF_UNMODIFIED_SINCE", date}}), whole);
+}
+
+TEST(HTTPFileOutputerForCgi, SendsNoPartByADateThatTwoContentsMayShare) {
+  const FileForCgi file;
+  WriteFile(file.path, "abcdefghij");
+  const std::string date = HttpDate(ModificationTime(file.path));
+  WriteFile(file.path, "0123456789");
+  EXPECT_THAT(Answer(file.path, {{"REQUEST_METHOD", "GET"}, {"HTTP_RANGE", "bytes=2-4"}, {"HTTP_IF_RANGE", date}}),
+              testing::EndsWith("\r\n\r\n0123456789"));
+}
+
+TEST(HTTPFileOutputerForCgi, GivesAFileThatIsRewrittenAnotherTagEvenIfItsTimeIsPutBack) {
+  const FileForCgi file;
+  const std::string before = EtagOf(file.path);
+  usleep(20000);  // more than a tick of the file system's clock
+  WriteFile(file.path, "abcdefghij");
+  SetTimes(file.path, 1700000000, 1700000000);
+  EXPECT_NE(EtagOf(file.path), before);
+  EXPECT_EQ(Answer(file.path, {{"REQUEST_METHOD", "GET"}, {"HTTP_IF_NONE_MATCH", before}}),
+            file.Whole() + "abcdefghij");
+}
+
+// After the caller's line about caching, which an error overrides.
 std::string Refusal(const std::string& status, const std::string& body, const std::string& more) {
   return kCaching + "Status: " + status +
          "\r\nCache-Control: no-store\r\nContent-Type: text/plain; charset=utf-8\r\nContent-Length: " +
          std::to_string(body.size()) + "\r\n" + more + "\r\n";
 }
 
-TEST(HTTPFileOutputerForCgi, RefusesAPartThatIsNotThere) {
+TEST(HTTPFileOutputerForCgi, RefusesAPartBeyondTheEnd) {
   const FileForCgi file;
   const std::string body = "it has no such bytes\n";
   EXPECT_EQ(Answer(file.path, {{"REQUEST_METHOD", "GET"}, {"HTTP_RANGE", "bytes=10-"}}),
             Refusal("416 Range Not Satisfiable", body, "Content-Range: bytes */10\r\n") + body);
 }
 
-TEST(HTTPFileOutputerForCgi, RefusesAVersionThatIsGone) {
+TEST(HTTPFileOutputerForCgi, RefusesAVersionThatNoLongerExists) {
   const FileForCgi file;
   const std::string body = "it is another version now\n", headers = Refusal("412 Precondition Failed", body, "");
   const std::pair<const char*, const char*> conditions[] = {
@@ -500,7 +539,7 @@ TEST(HTTPFileOutputerForCgi, ReadsNoContentThatItDoesNotSend) {
   if (LastRead(file.path) == 1700000000) GTEST_SKIP() << "this volume keeps no access times";
 }
 
-TEST(HTTPFileOutputerForCgi, TellsOfAStreamWhatItCanKnow) {
+TEST(HTTPFileOutputerForCgi, SendsOfAStreamWhatIsKnown) {
   const FileForCgi file;
   const std::string headers = kCaching + "Content-Type: image/jpeg\r\nAccept-Ranges: none\r\n\r\n";
   EXPECT_EQ(Answer(file.path, {{"REQUEST_METHOD", "GET"}, {"HTTP_RANGE", "bytes=2-4"}}, "stream"),
@@ -521,7 +560,7 @@ TEST(HTTPFileOutputerForCgi, SendsAPartFromBeyondFourGibibytes) {
                 std::string("\0\0the end", 9));
 }
 
-TEST(HTTPFileOutputerForCgi, CopiesAPartWhereTheKernelCannotSendByItself) {
+TEST(HTTPFileOutputerForCgi, CopiesAPartWhereTheKernelCannotSendIt) {
   TempDir folder;
   const FileForCgi file;
   const CgiVariables request({{"REQUEST_METHOD", "GET"}, {"HTTP_RANGE", "bytes=2-4"}});
@@ -531,7 +570,7 @@ TEST(HTTPFileOutputerForCgi, CopiesAPartWhereTheKernelCannotSendByItself) {
   EXPECT_EQ(ReadFile(folder / "output"), Part(2, 4, 10) + file.Validators() + "Accept-Ranges: bytes\r\n\r\n234");
 }
 
-TEST(HTTPFileOutputer, CopiesWhereTheKernelCannotSendByItself) {
+TEST(HTTPFileOutputer, CopiesWhereTheKernelCannotSend) {
   TempDir folder;
   WriteFile(folder / "a.jpg", Bytes(50000));
   const int output = open((folder / "output").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
