@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <iterator>
-#include <sstream>
 #include <string_view>
 
 namespace tavi {
@@ -43,7 +42,7 @@ constexpr MagicRow kMagicRows[] = {
     {EROFS_SUPER_MAGIC_V1, kImageFS},
     {CRAMFS_MAGIC, kImageFS},
     {CRAMFS_MAGIC_WEND, kImageFS},
-    // EA names may hold a colon, which these can't store.
+    // EA names may contain a colon, which these can't store.
     {MSDOS_SUPER_MAGIC, kFatFS},
     {EXFAT_SUPER_MAGIC, kFatFS},
 };
@@ -68,7 +67,20 @@ constexpr FuseRow kFuseRows[] = {
     {"fuse.xrootdfs", kRemoteFS},     {"fuse.vmhgfs-fuse", kRemoteFS},   {"fuse.squashfuse", kImageFS},
     {"fuse.squashfuse_ll", kImageFS}, {"fuse.erofsfuse", kImageFS},      {"fuse.fuseiso", kImageFS},
     {"fuse.exfat", kFatFS},           {"fuseblk.exfat", kFatFS},         {"fuse.exfat-fuse", kFatFS},
+    {"fuse.fusefat", kFatFS},
 };
+
+// The first field of a line, which is taken off it with the blank after it.
+std::string_view TakeField(std::string_view* line) {
+  const std::string_view field = line->substr(0, line->find(' '));
+  line->remove_prefix(std::min(line->size(), field.size() + 1));
+  return field;
+}
+
+bool IsWebAddress(std::string_view source) {
+  constexpr std::string_view http = "http://", https = "https://";
+  return source.substr(0, http.size()) == http || source.substr(0, https.size()) == https;
+}
 
 }  // namespace
 
@@ -78,27 +90,42 @@ FsKind KindOfMagic(std::uint32_t magic) {
   return row == std::end(kMagicRows) ? kLocalFS : row->kind;
 }
 
-FsKind KindOfFuse(const std::string& type) {
+// A line reads "36 35 98:0 /root /mount/point options [optional fields] - type source options"; blanks inside a
+// field are escaped.
+Mount FindMount(std::istream& mountinfo, dev_t device) {
+  const std::string number = std::to_string(major(device)) + ":" + std::to_string(minor(device));
+  for (std::string line; std::getline(mountinfo, line);) {
+    std::string_view rest = line;
+    TakeField(&rest);
+    TakeField(&rest);
+    if (TakeField(&rest) != number) continue;
+    while (!rest.empty() && TakeField(&rest) != "-") {
+    }
+    const std::string_view type = TakeField(&rest), source = TakeField(&rest);
+    return {std::string(type), std::string(source)};
+  }
+  return {};
+}
+
+FsKind KindOfFuse(const Mount& mount) {
+  if (mount.type == "fuse" && IsWebAddress(mount.source)) return kRemoteFS;  // davfs2
   const auto row = std::find_if(std::begin(kFuseRows), std::end(kFuseRows),
-                                [&type](const FuseRow& candidate) { return candidate.type == type; });
+                                [&mount](const FuseRow& candidate) { return candidate.type == mount.type; });
   return row == std::end(kFuseRows) ? kLocalFS : row->kind;
 }
 
-// A line reads "36 35 98:0 /root /mount/point options [optional fields] - type source options"; blanks inside a
-// field are escaped.
-std::string MountedType(std::istream& mountinfo, dev_t device) {
-  const std::string number = std::to_string(major(device)) + ":" + std::to_string(minor(device));
-  for (std::string line; std::getline(mountinfo, line);) {
-    std::istringstream fields(line);
-    std::string id, parent, candidate, field, type;
-    fields >> id >> parent >> candidate;
-    if (candidate != number) continue;
-    while (fields >> field && field != "-") {
-    }
-    fields >> type;
-    return type;
+FsKind KindOfUdevProperties(std::istream& properties) {
+  for (std::string line; std::getline(properties, line);) {
+    if (line == "E:ID_FS_TYPE=exfat" || line == "E:ID_FS_TYPE=vfat") return kFatFS;
   }
-  return "";
+  return kLocalFS;
+}
+
+FsKind KindOfBootSector(std::string_view sector) {
+  const auto has = [sector](std::size_t at, std::string_view name) {
+    return sector.size() >= at + name.size() && sector.substr(at, name.size()) == name;
+  };
+  return has(3, "EXFAT   ") || has(54, "FAT12   ") || has(54, "FAT16   ") || has(82, "FAT32   ") ? kFatFS : kLocalFS;
 }
 
 }  // namespace tavi

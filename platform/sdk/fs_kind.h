@@ -6,19 +6,31 @@
 #include <cstdint>
 #include <istream>
 #include <string>
+#include <string_view>
 
 #include "common/fs_kind_codes.h"
 
 namespace tavi {
 
-// What statfs tells by the file system's number. FUSE, one number for many, counts as local here.
+// The kind of a file system by its number from statfs. FUSE, one number for many, counts as local here.
 FsKind KindOfMagic(std::uint32_t magic);
 
-// What the type of a FUSE mount tells ("fuse.sshfs", "fuseblk", "virtiofs"); local for all that are not known.
-FsKind KindOfFuse(const std::string& type);
+// A mounted file system: its type ("fuse.sshfs", "fuseblk", "virtiofs") and its source ("host:/photos", "/dev/sdb1").
+struct Mount {
+  std::string type;
+  std::string source;
+};
 
-// The type of the file system mounted with the device number `device`, from a table in the form of
-// /proc/self/mountinfo; "" when it isn't in there.
-std::string MountedType(std::istream& mountinfo, dev_t device);
+// The mount with the device number `device` in a table in the form of /proc/self/mountinfo; empty texts when it isn't
+// listed. Blanks in the source stay escaped ("\040").
+Mount FindMount(std::istream& mountinfo, dev_t device);
+
+// The kind of a FUSE mount by its type and source; local for all that are not known, any of type "fuseblk" among them.
+FsKind KindOfFuse(const Mount& mount);
+
+// The kind of a block device's file system by its properties in udev's database ("E:ID_FS_TYPE=exfat"), or by the
+// device's first bytes, 512 of which are enough. Local for all that are not known.
+FsKind KindOfUdevProperties(std::istream& properties);
+FsKind KindOfBootSector(std::string_view sector);
 
 }  // namespace tavi

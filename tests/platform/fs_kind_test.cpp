@@ -7,6 +7,7 @@
 
 #include <sstream>
 #include <string>
+#include <utility>
 
 namespace tavithumb::test {
 namespace {
@@ -67,6 +68,10 @@ TEST(KindOfMagic, FollowsTheFileSystemsNumber) {
   }
 }
 
+tavi::FsKind KindOfType(const std::string& type) {
+  return tavi::KindOfFuse({type, "/dev/sdb1"});
+}
+
 TEST(KindOfFuse, FollowsTheMountsType) {
   for (const char* type : {"virtiofs",      "fuse.sshfs",     "fuse.rclone",     "fuse.s3fs",
                            "fuse.s3ql",     "fuse.goofys",    "fuse.mount-s3",   "fuse.mountpoint-s3",
@@ -77,40 +82,101 @@ TEST(KindOfFuse, FollowsTheMountsType) {
                            "fuse.kio-fuse", "fuse.glusterfs", "fuse.ceph-fuse",  "fuse.ceph",
                            "fuse.moosefs",  "fuse.mfs",       "fuse.lizardfs",   "fuse.saunafs",
                            "fuse.cvmfs2",   "fuse.xrootdfs",  "fuse.vmhgfs-fuse"}) {
-    EXPECT_EQ(tavi::KindOfFuse(type), kRemoteFS) << type;
+    EXPECT_EQ(KindOfType(type), kRemoteFS) << type;
   }
   for (const char* type : {"fuse.squashfuse", "fuse.squashfuse_ll", "fuse.erofsfuse", "fuse.fuseiso"}) {
-    EXPECT_EQ(tavi::KindOfFuse(type), kImageFS) << type;
+    EXPECT_EQ(KindOfType(type), kImageFS) << type;
   }
-  for (const char* type : {"fuse.exfat", "fuseblk.exfat", "fuse.exfat-fuse"}) {
-    EXPECT_EQ(tavi::KindOfFuse(type), kFatFS) << type;
+  for (const char* type : {"fuse.exfat", "fuseblk.exfat", "fuse.exfat-fuse", "fuse.fusefat"}) {
+    EXPECT_EQ(KindOfType(type), kFatFS) << type;
   }
   for (const char* type : {"fuse", "fuseblk", "fuse.ntfs-3g", "fuse.encfs", "fuse.gocryptfs", "fuse.mergerfs",
                            "fuse.bindfs", "fuse.", "fuse.sshfs2", "sshfs", "FUSE.SSHFS", "ext4", ""}) {
-    EXPECT_EQ(tavi::KindOfFuse(type), kLocalFS) << type;
+    EXPECT_EQ(KindOfType(type), kLocalFS) << type;
   }
 }
 
-TEST(MountedType, IsFoundByTheDeviceNumber) {
+TEST(KindOfFuse, IsRemoteForAPlainMountOfAWebAddress) {
+  const struct {
+    std::string type, source;
+    int kind;
+  } rows[] = {
+      {"fuse", "https://dav.example/photos", kRemoteFS},
+      {"fuse", "http://dav.example", kRemoteFS},
+      {"fuse", "https", kLocalFS},
+      {"fuse", "/srv/https://photos", kLocalFS},
+      {"fuse", "", kLocalFS},
+      {"fuse.encfs", "https://dav.example", kLocalFS},
+      {"fuseblk", "https://dav.example", kLocalFS},
+  };
+  for (const auto& row : rows) EXPECT_EQ(tavi::KindOfFuse({row.type, row.source}), row.kind) << row.source;
+}
+
+TEST(KindOfUdevProperties, FollowsTheFileSystemsType) {
+  const std::pair<std::string, int> rows[] = {
+      {"S:disk/by-uuid/1\nE:ID_FS_TYPE=exfat\nE:ID_FS_USAGE=filesystem\n", kFatFS},
+      {"E:ID_FS_TYPE=vfat", kFatFS},
+      {"E:ID_FS_TYPE=ntfs\nE:ID_FS_LABEL=exfat\n", kLocalFS},
+      {"E:ID_FS_TYPE=exfat2\n", kLocalFS},
+      {"E:ID_PART_ENTRY_TYPE=exfat\n", kLocalFS},
+      {"", kLocalFS},
+  };
+  for (const auto& [text, kind] : rows) {
+    std::istringstream properties(text);
+    EXPECT_EQ(tavi::KindOfUdevProperties(properties), kind) << text;
+  }
+}
+
+// The first bytes of a device that has `name` at byte `at`.
+std::string Sector(std::size_t at, const std::string& name, std::size_t size = 512) {
+  std::string sector(512, 'x');
+  return sector.replace(at, name.size(), name).substr(0, size);
+}
+
+TEST(KindOfBootSector, FollowsTheFileSystemsName) {
+  const std::pair<std::string, int> rows[] = {
+      {Sector(3, "EXFAT   "), kFatFS},
+      {Sector(54, "FAT12   "), kFatFS},
+      {Sector(54, "FAT16   "), kFatFS},
+      {Sector(82, "FAT32   "), kFatFS},
+      {Sector(3, "NTFS    "), kLocalFS},
+      {Sector(4, "EXFAT   "), kLocalFS},
+      {Sector(54, "FAT32   "), kLocalFS},
+      {Sector(3, "EXFAT   ", 11), kFatFS},
+      {Sector(3, "EXFAT   ", 10), kLocalFS},
+      {Sector(82, "FAT32   ", 89), kLocalFS},
+      {"", kLocalFS},
+  };
+  for (const auto& [sector, kind] : rows) EXPECT_EQ(tavi::KindOfBootSector(sector), kind) << sector;
+}
+
+TEST(FindMount, GoesByTheDeviceNumber) {
   const std::string table =
       "36 35 98:0 /mnt1 /mnt/with\\040blank rw,noatime master:1 - ext3 /dev/root rw,errors=continue\n"
       "37 35 0:42 / /mnt/remote rw shared:7 master:1 propagate_from:2 unbindable - fuse.sshfs host:/a\\040b rw\n"
       "a broken line\n"
       "38 35 0:4 / /mnt/no-optional-fields rw - tmpfs tmpfs rw\n"
       "39 35 0:43 / /mnt/cut-short rw\n"
+      "41 35 0:44 / /mnt/without-source rw - fuse\n"
       "40 35 259:1048575 / /mnt/-/dash rw - fuseblk /dev/sda1 rw";
   const struct {
     dev_t device;
-    std::string type;
+    std::string type, source;
   } rows[] = {
-      {makedev(98, 0), "ext3"}, {makedev(0, 42), "fuse.sshfs"},
-      {makedev(0, 4), "tmpfs"}, {makedev(259, 1048575), "fuseblk"},
-      {makedev(0, 43), ""},     {makedev(98, 1), ""},
-      {makedev(0, 2), ""},
+      {makedev(98, 0), "ext3", "/dev/root"},
+      {makedev(0, 42), "fuse.sshfs", "host:/a\\040b"},
+      {makedev(0, 4), "tmpfs", "tmpfs"},
+      {makedev(259, 1048575), "fuseblk", "/dev/sda1"},
+      {makedev(0, 43), "", ""},
+      {makedev(0, 44), "fuse", ""},
+      {makedev(98, 1), "", ""},
+      {makedev(0, 2), "", ""},
   };
   for (const auto& row : rows) {
     std::istringstream mountinfo(table);
-    EXPECT_EQ(tavi::MountedType(mountinfo, row.device), row.type) << major(row.device) << ":" << minor(row.device);
+    const tavi::Mount mount = tavi::FindMount(mountinfo, row.device);
+    EXPECT_EQ(mount.type, row.type) << major(row.device) << ":" << minor(row.device);
+    EXPECT_EQ(mount.source, row.source) << major(row.device) << ":" << minor(row.device);
   }
 }
 

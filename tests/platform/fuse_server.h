@@ -14,25 +14,24 @@
 #include <thread>
 #include <utility>
 
-#include "common/descriptor.h"
-
 namespace tavithumb::test {
 
-// An empty FUSE file system of a given type ("fuse.sshfs"), served by a thread of this process while it lives. For
-// processes with mounts of their own.
+// An empty FUSE file system of a given type ("fuse.sshfs") and source, served by a thread of this process while it
+// lives. For processes with mounts of their own.
 class FuseServer {
  public:
-  FuseServer(std::string folder, const std::string& type)
+  FuseServer(std::string folder, const std::string& type, const std::string& source)
       : folder_(std::move(folder)), device_(open("/dev/fuse", O_RDWR | O_CLOEXEC)) {
-    const std::string options =
-        "fd=" + std::to_string(device_.Get()) + ",rootmode=40000,user_id=0,group_id=0,allow_other";
-    mounted_ = device_.IsOpen() && mount("test", folder_.c_str(), type.c_str(), 0, options.c_str()) == 0;
+    const std::string options = "fd=" + std::to_string(device_) + ",rootmode=40000,user_id=0,group_id=0,allow_other";
+    mounted_ = device_ != -1 && mount(source.c_str(), folder_.c_str(), type.c_str(), 0, options.c_str()) == 0;
     if (mounted_) thread_ = std::thread([this] { Serve(); });
   }
   ~FuseServer() {
-    if (!mounted_) return;
-    umount2(folder_.c_str(), MNT_DETACH);
-    thread_.join();
+    if (mounted_) {
+      umount2(folder_.c_str(), MNT_DETACH);
+      thread_.join();
+    }
+    if (device_ != -1) close(device_);
   }
   FuseServer(const FuseServer&) = delete;
   FuseServer& operator=(const FuseServer&) = delete;
@@ -44,7 +43,7 @@ class FuseServer {
   void Serve() {
     std::array<char, FUSE_MIN_READ_BUFFER * 20> request;
     while (true) {
-      const ssize_t got = read(device_.Get(), request.data(), request.size());
+      const ssize_t got = read(device_, request.data(), request.size());
       if (got == -1 && (errno == EINTR || errno == EAGAIN || errno == ENOENT)) continue;
       if (got < static_cast<ssize_t>(sizeof(fuse_in_header))) return;
       fuse_in_header header;
@@ -84,11 +83,11 @@ class FuseServer {
   }
 
   void SendBytes(const void* data, size_t size) {
-    if (write(device_.Get(), data, size) == -1) std::perror("fuse");
+    if (write(device_, data, size) == -1) std::perror("fuse");
   }
 
   std::string folder_;
-  tavi::Descriptor device_;
+  int device_;
   bool mounted_;
   std::thread thread_;
 };
