@@ -1,5 +1,4 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -8,8 +7,12 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <utility>
 
+#include "common/c_boundary.h"
 #include "common/descriptor.h"
+#include "core/aside.h"
+#include "core/pipe.h"
 #include "core/spawn.h"
 #include "exported.h"
 
@@ -21,14 +24,14 @@ class Children {
  public:
   using Entries = std::map<FILE*, pid_t>;
 
-  // Takes the one entry over, in the place of an earlier one of its stream. Needs no memory.
+  // Takes over this one entry, which replaces an earlier one of its stream. Needs no memory.
   void Add(Entries&& entry) {
     const std::lock_guard<std::mutex> lock(mutex_);
     children_.erase(entry.begin()->first);
     children_.merge(entry);
   }
 
-  // The child of a stream, which is forgotten; -1 when the stream is none of ours.
+  // Removes and returns the child of a stream; -1 when the stream is not one of ours.
   pid_t Take(FILE* stream) {
     const std::lock_guard<std::mutex> lock(mutex_);
     const auto entry = children_.find(stream);
@@ -49,26 +52,6 @@ Children& OpenChildren() {
   return children;
 }
 
-struct Pipe {
-  Descriptor readEnd;
-  Descriptor writeEnd;
-};
-
-// Where the caller has closed a standard descriptor, the ends of a new pipe land there: they move out of the way.
-Descriptor AboveStandard(Descriptor end) {
-  if (end.Get() > STDERR_FILENO) return end;
-  return Descriptor(fcntl(end.Get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
-}
-
-bool OpenPipe(Pipe* pipe) {
-  int ends[2];
-  if (pipe2(ends, O_CLOEXEC) != 0) return false;
-  Descriptor readEnd(ends[0]), writeEnd(ends[1]);
-  pipe->readEnd = AboveStandard(std::move(readEnd));
-  pipe->writeEnd = AboveStandard(std::move(writeEnd));
-  return pipe->readEnd.IsOpen() && pipe->writeEnd.IsOpen();
-}
-
 // Closing leaves errno alone.
 struct CloseStream {
   void operator()(FILE* stream) const {
@@ -85,6 +68,38 @@ Stream MakeStream(Descriptor end, const char* mode) {
   return stream;
 }
 
+int Close(FILE* stream) {
+  const pid_t child = OpenChildren().Take(stream);
+  if (child == -1) {
+    errno = EINVAL;
+    return -1;
+  }
+  (void)std::fclose(stream);
+  return WaitFor(child);
+}
+
+pid_t Start(const char* path, const char* const* argv, const Redirection& redirection) {
+  return CallerIgnoresChildren() ? SpawnAside(path, argv, &redirection) : Spawn(path, argv, &redirection);
+}
+
+FILE* Open(const char* path, bool reads, const char* const* argv) {
+  Pipe pipe;
+  if (!OpenPipe(&pipe)) return nullptr;
+  Stream stream = MakeStream(std::move(reads ? pipe.readEnd : pipe.writeEnd), reads ? "r" : "w");
+  if (!stream) return nullptr;
+
+  const Redirection redirection =
+      reads ? Redirection{pipe.writeEnd.Get(), STDOUT_FILENO} : Redirection{pipe.readEnd.Get(), STDIN_FILENO};
+  // All memory is taken before: a child that could not be recorded would be nobody's.
+  Children& children = OpenChildren();
+  Children::Entries entry{{stream.get(), -1}};
+  const pid_t child = Start(path, argv, redirection);
+  if (child == -1) return nullptr;
+  entry.begin()->second = child;
+  children.Add(std::move(entry));
+  return stream.release();
+}
+
 }  // namespace
 }  // namespace tavi
 
@@ -94,30 +109,10 @@ FILE* TLIBCPopenv(const char* path, const char* mode, const char* const* argv) {
     errno = EINVAL;
     return nullptr;
   }
-  tavi::Pipe pipe;
-  if (!tavi::OpenPipe(&pipe)) return nullptr;
-  tavi::Stream stream = tavi::MakeStream(std::move(reads ? pipe.readEnd : pipe.writeEnd), mode);
-  if (!stream) return nullptr;
-
-  const tavi::Redirection redirection = reads ? tavi::Redirection{pipe.writeEnd.Get(), STDOUT_FILENO}
-                                              : tavi::Redirection{pipe.readEnd.Get(), STDIN_FILENO};
-  // All memory is taken before: a child that could not be entered would be nobody's.
-  tavi::Children& children = tavi::OpenChildren();
-  tavi::Children::Entries entry{{stream.get(), -1}};
-  const pid_t child = tavi::Spawn(path, argv, &redirection);
-  if (child == -1) return nullptr;
-  entry.begin()->second = child;
-  children.Add(std::move(entry));
-  return stream.release();
+  return tavi::AtCBoundary<FILE*>(nullptr, [=] { return tavi::Open(path, reads, argv); });
 }
 
-// -1 also in a caller that ignores SIGCHLD, where the system keeps no status of the program at the other end.
+// -1 also in a caller that has begun to ignore SIGCHLD since the stream was opened: the system then keeps no status.
 int TLIBCPclose(FILE* stream) {
-  const pid_t child = tavi::OpenChildren().Take(stream);
-  if (child == -1) {
-    errno = EINVAL;
-    return -1;
-  }
-  (void)std::fclose(stream);
-  return tavi::WaitFor(child);
+  return tavi::AtCBoundary(-1, [=] { return tavi::Close(stream); });
 }

@@ -3,21 +3,45 @@
 #include <cstdarg>
 #include <vector>
 
+#include "common/c_boundary.h"
+#include "core/aside.h"
 #include "core/literal_names.h"
-#include "core/run.h"
 #include "core/spawn.h"
 #include "exported.h"
 
-// The exit status is the result; -1 for a program that could not be started or died of a signal. A program that is
-// not waited for (`wait` 0) gives 0 once it was started and stays the caller's child: the caller reaps it, or it
-// remains as a zombie until the caller ends.
-int TLIBCExecv(const char* path, const char* const* argv, int wait) {
-  if (!tavi::TakesNamesLiterally(path, argv)) {
+namespace tavi {
+namespace {
+
+int Run(const char* path, const char* const* argv) {
+  if (CallerIgnoresChildren()) return RunAside(path, argv);
+  const pid_t child = Spawn(path, argv, nullptr);
+  return child == -1 ? -1 : WaitFor(child);
+}
+
+int Execv(const char* path, const char* const* argv, bool waits) {
+  if (!TakesNamesLiterally(path, argv)) {
     errno = EPERM;
     return -1;
   }
-  if (wait != 0) return tavi::Run(path, argv);
-  return tavi::Spawn(path, argv, nullptr) == -1 ? -1 : 0;
+  if (waits) return Run(path, argv);
+  return Spawn(path, argv, nullptr) == -1 ? -1 : 0;
+}
+
+// The arguments up to the null pointer, which is the last one.
+std::vector<const char*> ArgumentsOf(const char* path, va_list& list) {
+  std::vector<const char*> argv{path};
+  while (argv.back() != nullptr) argv.push_back(va_arg(list, const char*));
+  return argv;
+}
+
+}  // namespace
+}  // namespace tavi
+
+// The exit status is the result; -1 for a program that could not be started or died of a signal. A program that is
+// not waited for (`wait` 0) returns 0 once it was started and stays the caller's child: the caller reaps it, or it
+// remains a zombie until the caller exits.
+int TLIBCExecv(const char* path, const char* const* argv, int wait) {
+  return tavi::AtCBoundary(-1, [=] { return tavi::Execv(path, argv, wait != 0); });
 }
 
 int TLIBCExecl(const char* path, int flags, ...) {
@@ -25,10 +49,9 @@ int TLIBCExecl(const char* path, int flags, ...) {
     errno = EINVAL;
     return -1;
   }
-  std::vector<const char*> argv{path};
   va_list list;
   va_start(list, flags);
-  while (argv.back() != nullptr) argv.push_back(va_arg(list, const char*));
+  const int result = tavi::AtCBoundary(-1, [&] { return tavi::Run(path, tavi::ArgumentsOf(path, list).data()); });
   va_end(list);
-  return tavi::Run(path, argv.data());
+  return result;
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
+#include <spawn.h>
 #include <sys/types.h>
 
 namespace tavi {
@@ -11,13 +12,32 @@ struct Redirection {
   int target;
 };
 
+// All that starting a program takes memory for, done before. Throws std::bad_alloc.
+class PreparedSpawn {
+ public:
+  explicit PreparedSpawn(const Redirection* redirection);
+  ~PreparedSpawn();
+  PreparedSpawn(const PreparedSpawn&) = delete;
+  PreparedSpawn& operator=(const PreparedSpawn&) = delete;
+
+  // 0, or an error number when it can't be started. Takes no memory.
+  int Start(const char* path, const char* const* argv, pid_t* child) const;
+
+ private:
+  void PrepareStandardDescriptors(const Redirection* redirection);
+  void PrepareSignals();
+
+  posix_spawn_file_actions_t actions_;
+  posix_spawnattr_t attributes_;
+};
+
 // Starts the program at `path` without a shell; -1 with errno when it can't be started. The child gets the caller's
 // environment, default signal handling where a caller is likely to have changed it, and descriptors 0 to 2 alone:
 // `redirection` (may be null) where it points to, else standard input from /dev/null, and the caller's standard
-// output and error, or /dev/null where the caller has none to give. The cost does not depend on the caller's memory.
+// output and error, or /dev/null where the caller has none to pass on. The cost does not depend on the caller's memory.
 pid_t Spawn(const char* path, const char* const* argv, const Redirection* redirection);
 
-// Waits for this child alone. Its exit status, or -1 when it died of a signal or its end can't be known.
+// Waits for this child alone. Its exit status, or -1 when it died of a signal or its status can't be known.
 int WaitFor(pid_t child);
 
 }  // namespace tavi

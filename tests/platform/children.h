@@ -2,6 +2,7 @@
 #pragma once
 
 #include <sched.h>
+#include <signal.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -94,6 +95,14 @@ inline void CheckAsOrdinaryUser(const std::function<void()>& body) {
     }
     body();
   });
+}
+
+// Makes the calling process one that the system tells no exit status: by ignoring SIGCHLD, or by a flag beside it.
+inline void IgnoreChildren(bool byFlag) {
+  struct sigaction action = {};
+  action.sa_handler = byFlag ? SIG_DFL : SIG_IGN;
+  action.sa_flags = byFlag ? SA_NOCLDWAIT : 0;
+  ASSERT_EQ(sigaction(SIGCHLD, &action, nullptr), 0);
 }
 
 // Makes the calling process the superuser of mounts of its own; false when the system doesn't allow it.

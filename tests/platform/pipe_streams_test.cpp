@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -195,6 +196,106 @@ TEST(Pclose, IsZeroForANormalExitWithStatusZeroAlone) {
   }
 }
 
+// Whether there is no way here to learn the status of an ignored child: under user-mode emulation.
+bool IsEmulated() {
+  FILE* const stream = Popenv(Child("exit_with"), "r", {"0"});
+  if (stream == nullptr) return errno == EINVAL;
+  TLIBCPclose(stream);
+  return false;
+}
+
+// In a process that ignores its children, by one means and by the other.
+void CheckIgnoringChildren(const std::function<void()>& body) {
+  for (const bool byFlag : {false, true}) {
+    SCOPED_TRACE(byFlag);
+    CheckInProcess([&] {
+      IgnoreChildren(byFlag);
+      if (IsEmulated()) return;
+      const std::vector<std::string> before = Names("/proc/self/fd");
+      body();
+      EXPECT_EQ(Names("/proc/self/fd"), before);
+      struct sigaction after = {};
+      sigaction(SIGCHLD, nullptr, &after);
+      EXPECT_EQ(after.sa_handler, byFlag ? SIG_DFL : SIG_IGN);
+      EXPECT_EQ(after.sa_flags & SA_NOCLDWAIT, byFlag ? SA_NOCLDWAIT : 0);
+    });
+  }
+}
+
+TEST(Pclose, ReportsTheExitToACallerThatIgnoresItsChildren) {
+  CheckIgnoringChildren([] {
+    for (const char* mode : {"r", "w"}) {
+      EXPECT_EQ(TLIBCPclose(Popenv(Child("exit_with"), mode, {"0"})), 0);
+      EXPECT_EQ(TLIBCPclose(Popenv(Child("exit_with"), mode, {"3"})), 3);
+      EXPECT_EQ(TLIBCPclose(Popenv(Child("kill_self"), mode, {"9"})), -1);
+      errno = 0;
+      EXPECT_EQ(Popenv("/missing", mode, {}), nullptr);
+      EXPECT_EQ(errno, ENOENT);
+    }
+  });
+}
+
+TEST(Pclose, LeavesNoProcessBehindInACallerThatIgnoresItsChildren) {
+  CheckInProcess([] {
+    IgnoreChildren(false);
+    if (IsEmulated()) return;
+    TLIBCPclose(Popenv(Child("exit_with"), "r", {"0"}));
+    EXPECT_EQ(Popenv("/missing", "r", {}), nullptr);
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG | __WALL), -1);
+    EXPECT_EQ(errno, ECHILD);
+  });
+}
+
+TEST(Popenv, StreamsBothWaysForACallerThatIgnoresItsChildren) {
+  TempDir folder;
+  CheckIgnoringChildren([&] {
+    FILE* const first = Popenv(Child("copy_input"), "w", {folder / "first"});
+    FILE* const flood = Popenv(Child("flood"), "r", {"1000000"});
+    FILE* const second = Popenv(Child("copy_input"), "w", {folder / "second"});
+    std::fputs("one", first);
+    EXPECT_EQ(TLIBCPclose(first), 0);  // would wait indefinitely if another process held its pipe
+    EXPECT_EQ(ReadFile(folder / "first"), "one");
+    EXPECT_TRUE(ReadAll(flood) == Flood(1000000));
+    EXPECT_EQ(TLIBCPclose(flood), 0);
+    EXPECT_EQ(TLIBCPclose(second), 0);
+  });
+}
+
+TEST(Popenv, KeepsTheHandlersOfACallerThatIgnoresItsChildrenToTheCaller) {
+  TempDir folder;
+  CheckIgnoringChildren([&] {
+    const Interruptions interruptions;
+    sigset_t before, after;
+    pthread_sigmask(SIG_SETMASK, nullptr, &before);
+    for (int run = 0; run < 20; ++run) EXPECT_EQ(TLIBCPclose(Popenv(Child("exit_with"), "r", {"0"})), 0);
+    pthread_sigmask(SIG_SETMASK, nullptr, &after);
+    for (int number = 1; number < 32; ++number) {
+      EXPECT_EQ(sigismember(&before, number), sigismember(&after, number)) << number;
+    }
+    Interruptions::Await(2);
+  });
+}
+
+TEST(Popenv, StartsTheChildOfACallerThatIgnoresItsChildrenLikeAnyOther) {
+  TempDir folder;
+  CheckIgnoringChildren([&] {
+    FILE* const signals = Popenv(Child("signal_state"), "r", {});
+    EXPECT_EQ(ReadAll(signals), "");
+    EXPECT_EQ(TLIBCPclose(signals), 0);
+    const int error = dup(2), file = open((folder / "error").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+    dup2(file, 2);
+    FILE* const descriptors = Popenv(Child("list_descriptors"), "r", {});
+    struct stat pipe;
+    fstat(fileno(descriptors), &pipe);
+    EXPECT_EQ(ReadAll(descriptors),
+              "0 /dev/null\n1 pipe:[" + std::to_string(pipe.st_ino) + "]\n2 " + (folder / "error") + "\n");
+    EXPECT_EQ(TLIBCPclose(descriptors), 0);
+    dup2(error, 2);
+    close(error);
+    close(file);
+  });
+}
+
 TEST(Pclose, DoesNotWaitForOutputThatNobodyReads) {
   FILE* stream = Popenv(Child("flood"), "r", {"10000000"});
   ASSERT_NE(stream, nullptr);
@@ -220,7 +321,7 @@ TEST(Pclose, EndsTheInputOfItsChildWhileOthersRun) {
   ASSERT_NE(first, nullptr);
   ASSERT_NE(second, nullptr);
   std::fputs("one", first);
-  EXPECT_EQ(TLIBCPclose(first), 0);  // would wait for ever if the second child held the first one's pipe
+  EXPECT_EQ(TLIBCPclose(first), 0);  // would wait indefinitely if the second child held the first one's pipe
   EXPECT_EQ(ReadFile(folder / "first"), "one");
   std::fputs("two", second);
   EXPECT_EQ(TLIBCPclose(second), 0);

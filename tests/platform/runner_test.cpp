@@ -122,14 +122,6 @@ TEST(Execv, StartsTheChildWithNoSignalBlockedAndNoneOfTheCallersIgnoredPipeOrChi
   EXPECT_EQ(report.Text(), "");
 }
 
-// Makes the calling process one that the system tells no exit status: by ignoring SIGCHLD, or by a flag beside it.
-void IgnoreChildren(bool byFlag) {
-  struct sigaction action = {};
-  action.sa_handler = byFlag ? SIG_DFL : SIG_IGN;
-  action.sa_flags = byFlag ? SA_NOCLDWAIT : 0;
-  ASSERT_EQ(sigaction(SIGCHLD, &action, nullptr), 0);
-}
-
 // Under user-mode emulation there are no such processes.
 bool IsEmulated() {
   return Execv(Child("exit_with"), {"0"}) == -1 && errno == EINVAL;

@@ -15,8 +15,9 @@ int TAVIFSIsRemoteFS(int type);
 int TAVIFSIsImageFS(int type);
 
 /* Runs the program at `path` with the null-terminated vector `argv` (argument 0 included). With `wait` 1 it waits,
- * and returns 0 exactly when the program exited normally with status 0. Arguments are copied before it returns.
- * A program that would take a path among them for something else than that file's name is not run: -1. */
+ * and returns 0 exactly when the program exited normally with status 0, even to a caller that ignores SIGCHLD.
+ * Arguments are copied before it returns. A program that would not read a path among them as that file's name is not
+ * run: -1 with errno EPERM. When memory runs out, -1 with errno ENOMEM. */
 int TLIBCExecv(const char* path, const char* const* argv, int wait);
 
 /* The same with the arguments after argument 0 listed, then a null pointer; argument 0 is `path`. `flags` 0 waits. */
@@ -27,7 +28,7 @@ int TLIBCExecl(const char* path, int flags, ...);
 FILE* TLIBCPopenv(const char* path, const char* mode, const char* const* argv);
 
 /* Closes a stream of TLIBCPopenv and waits for its program alone. Returns 0 exactly when that exited normally with
- * status 0. */
+ * status 0, even to a caller that has ignored SIGCHLD since before the program was started. */
 int TLIBCPclose(FILE* stream);
 
 #ifdef __cplusplus
