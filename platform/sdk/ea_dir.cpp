@@ -4,26 +4,29 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <string>
 #include <utility>
 
+#include "common/access_rights.h"
+#include "common/c_boundary.h"
 #include "common/descriptor.h"
+#include "common/temporary_names.h"
 #include "exported.h"
 #include "sdk/ea_layout.h"
 
 namespace tavi {
 namespace {
 
-// Opened for its place alone, so that a folder that can't be listed serves too.
-Descriptor OpenPlace(int parent, const std::string& path, int flags) {
-  return Descriptor(openat(parent, path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC | flags));
-}
+// The folder of a source, which new EA directories take owner, group, ACL and mode from.
+struct Folder {
+  Descriptor place;
+  struct stat facts;
+};
 
-// Gives a directory just made the owner and mode of `folder`. Only the superuser can give files away: for others
-// that step's failure is none. A place takes no fchmod(), so its name among the open descriptors stands in for it.
-bool Liken(const Descriptor& made, const struct stat& folder) {
-  if (fchownat(made.Get(), "", folder.st_uid, folder.st_gid, AT_EMPTY_PATH) != 0 && geteuid() == 0) return false;
-  return chmod(("/proc/self/fd/" + std::to_string(made.Get())).c_str(), folder.st_mode & 07777) == 0;
+// Opened for its place alone, so that a folder that can't be listed serves too.
+Descriptor OpenPlace(int parent, const char* path, int flags) {
+  return Descriptor(openat(parent, path, O_PATH | O_DIRECTORY | O_CLOEXEC | flags));
 }
 
 bool IsTrustedIn(const Descriptor& parent, const Descriptor& place) {
@@ -34,39 +37,84 @@ bool IsTrustedIn(const Descriptor& parent, const Descriptor& place) {
   return false;
 }
 
-// Makes one directory unless it is there, and opens its place. One made at the same moment by another is as good,
-// unless it is a stranger's; its maker gives it owner and mode. Links are not followed: what is made stays in the
-// source's folder.
-Descriptor MakeAndOpen(const Descriptor& parent, const std::string& name, const struct stat& folder) {
-  const bool made = mkdirat(parent.Get(), name.c_str(), folder.st_mode & 0777) == 0;
-  if (!made && errno != EEXIST) return Descriptor();
+// An empty directory under a temporary name, removed again unless it gets its own.
+class StagedDirectory {
+ public:
+  StagedDirectory(const Descriptor& parent, mode_t mode) : parent_(parent) {
+    name_ = CreateTemporary(kDirectoryPrefix,
+                            [&](const char* candidate) { return mkdirat(parent_.Get(), candidate, mode) == 0; });
+  }
+  ~StagedDirectory() {
+    const int reason = errno;
+    if (!name_.empty()) unlinkat(parent_.Get(), name_.c_str(), AT_REMOVEDIR);
+    errno = reason;
+  }
+  StagedDirectory(const StagedDirectory&) = delete;
+  StagedDirectory& operator=(const StagedDirectory&) = delete;
+
+  bool MakeLike(const Folder& folder) const {
+    if (name_.empty()) return false;
+    const Descriptor place = OpenPlace(parent_.Get(), name_.c_str(), O_NOFOLLOW);
+    return place.IsOpen() && CopyAccessRights(folder.place.Get(), folder.facts, place.Get());
+  }
+
+  // Unless the name is taken; an empty directory may be replaced where the volume knows no such condition.
+  bool RenameTo(const char* name) {
+    const int parent = parent_.Get();
+    const bool done = renameat2(parent, name_.c_str(), parent, name, RENAME_NOREPLACE) == 0 ||
+                      (errno == EINVAL && renameat(parent, name_.c_str(), parent, name) == 0);
+    if (done) name_.clear();
+    return done;
+  }
+
+ private:
+  const Descriptor& parent_;
+  std::string name_;
+};
+
+// A directory gets its name once it is complete, so that nobody meets one without its owner and mode. One that somebody
+// else has made meanwhile is as good.
+bool Make(const Descriptor& parent, const char* name, const Folder& folder) {
+  StagedDirectory directory(parent, folder.facts.st_mode & 0777);
+  return directory.MakeLike(folder) && (directory.RenameTo(name) || errno == EEXIST || errno == ENOTEMPTY);
+}
+
+// Links are not followed: what is made stays in the source's folder.
+Descriptor OpenOrMake(const Descriptor& parent, const char* name, const Folder& folder) {
   Descriptor place = OpenPlace(parent.Get(), name, O_NOFOLLOW);
-  if (!made) return IsTrustedIn(parent, place) ? std::move(place) : Descriptor();
-  if (!place.IsOpen() || Liken(place, folder)) return place;
-  const int reason = errno;
-  unlinkat(parent.Get(), name.c_str(), AT_REMOVEDIR);
-  errno = reason;
-  return Descriptor();
+  if (!place.IsOpen() && errno == ENOENT && Make(parent, name, folder)) {
+    place = OpenPlace(parent.Get(), name, O_NOFOLLOW);
+  }
+  return IsTrustedIn(parent, place) ? std::move(place) : Descriptor();
 }
 
 bool MakeEADirectory(const std::string& folderPath, const std::string& name) {
-  const Descriptor folder = OpenPlace(AT_FDCWD, folderPath.empty() ? "." : folderPath, 0);
-  struct stat facts;
-  if (!folder.IsOpen() || fstat(folder.Get(), &facts) != 0) return false;
-  const Descriptor root = MakeAndOpen(folder, kEARoot, facts);
-  return root.IsOpen() && MakeAndOpen(root, name, facts).IsOpen();
+  Folder folder;
+  folder.place = OpenPlace(AT_FDCWD, folderPath.empty() ? "." : folderPath.c_str(), 0);
+  if (!folder.place.IsOpen() || fstat(folder.place.Get(), &folder.facts) != 0) return false;
+  // An empty EA root may be removed, or replaced, just before a directory is made in it.
+  for (int attempt = 0; attempt < 100; ++attempt) {
+    const Descriptor root = OpenOrMake(folder.place, kEARoot, folder);
+    if (root.IsOpen() && OpenOrMake(root, name.c_str(), folder).IsOpen()) return true;
+    if (errno != ENOENT) return false;
+  }
+  return false;
+}
+
+int MakeEADirectory(const std::string& path) {
+  const SplitPath directory = Split(path);
+  const std::string rootPath = directory.folder.substr(0, directory.folder.find_last_not_of('/') + 1);
+  const SplitPath root = Split(rootPath);
+  if (!IsEntryName(directory.name) || root.name != kEARoot) {
+    errno = EINVAL;
+    return -1;
+  }
+  return MakeEADirectory(root.folder, directory.name) ? 0 : -1;
 }
 
 }  // namespace
 }  // namespace tavi
 
 int TAVIEAMKDir(int, const char* eaDir) {
-  const tavi::SplitPath directory = tavi::Split(eaDir);
-  const std::string rootPath = directory.folder.substr(0, directory.folder.find_last_not_of('/') + 1);
-  const tavi::SplitPath root = tavi::Split(rootPath);
-  if (!tavi::IsEntryName(directory.name) || root.name != tavi::kEARoot) {
-    errno = EINVAL;
-    return -1;
-  }
-  return tavi::MakeEADirectory(root.folder, directory.name) ? 0 : -1;
+  return tavi::AtCBoundary(-1, [=] { return tavi::MakeEADirectory(eaDir); });
 }

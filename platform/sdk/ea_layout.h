@@ -8,7 +8,7 @@
 
 namespace tavi {
 
-// The EA directories of all files of a folder lie in this directory of that folder, named like the files.
+// The EA directories of all files of a folder are in this directory of that folder, named like the files.
 constexpr char kEARoot[] = ".tavi_ea";
 
 // A path cut at its last slash. `folder` keeps that slash ("/", "photos/") and is "" for a bare name.
@@ -27,8 +27,8 @@ inline bool IsEntryName(const std::string& name) {
   return !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos;
 }
 
-// Where everybody may put something and nobody may take away what is others' (as in /tmp), a directory counts only when
-// the superuser, the folder's owner or this process's user has made it: the rule that the kernel has for links there.
+// Where everybody may create files and nobody may remove those of others (as in /tmp), a directory counts only when the
+// superuser, the folder's owner or this process's user has made it: the kernel's rule for links there.
 inline bool IsTrusted(const struct stat& directory, const struct stat& folder) {
   constexpr mode_t shared = S_ISVTX | S_IWOTH;
   return (folder.st_mode & shared) != shared || directory.st_uid == 0 || directory.st_uid == folder.st_uid ||

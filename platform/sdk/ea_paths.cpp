@@ -4,10 +4,12 @@
 
 #include <cerrno>
 #include <climits>
+#include <cstdlib>
 #include <cstring>
 #include <optional>
 #include <string>
 
+#include "common/c_boundary.h"
 #include "exported.h"
 #include "sdk/ea_layout.h"
 
@@ -18,24 +20,40 @@ bool PassesEARoot(const std::string& path) {
   return ("/" + path + "/").find("/" + std::string(kEARoot) + "/") != std::string::npos;
 }
 
-// There are no thumbnails of thumbnails: what lies in an EA directory has none of its own. A relative name is looked
-// at together with the working directory.
-bool LiesInEADirectory(const std::string& source) {
-  if (PassesEARoot(source)) return true;
+// A relative path together with the working directory.
+std::string Absolute(const std::string& path) {
   char workingDirectory[PATH_MAX];
-  return source.front() != '/' && getcwd(workingDirectory, sizeof workingDirectory) != nullptr &&
-         PassesEARoot(workingDirectory);
+  if (path.front() == '/' || getcwd(workingDirectory, sizeof workingDirectory) == nullptr) return path;
+  return workingDirectory + ("/" + path);
+}
+
+// The same place without links, or "" when there is none. Leaves errno alone: that is no failure.
+std::string Resolved(const std::string& path) {
+  const int before = errno;
+  char resolved[PATH_MAX];
+  const bool exists = realpath(path.c_str(), resolved) != nullptr;
+  errno = before;
+  return exists ? resolved : "";
+}
+
+// There are no thumbnails of thumbnails: what is stored in an EA directory has none of its own, by whatever path, link
+// or working directory it is reached.
+bool IsInEADirectory(const std::string& source) {
+  const std::string path = Absolute(source);
+  if (PassesEARoot(path)) return true;
+  const std::string resolved = Resolved(path);
+  return PassesEARoot(resolved.empty() ? Resolved(Split(path).folder) : resolved);
 }
 
 std::optional<std::string> EADirectory(const std::string& source) {
   const SplitPath parts = Split(source);
-  if (!IsEntryName(parts.name) || LiesInEADirectory(source)) return std::nullopt;
+  if (!IsEntryName(parts.name) || IsInEADirectory(source)) return std::nullopt;
   return parts.folder + kEARoot + "/" + parts.name;
 }
 
-// A stranger who has made one of the two directories could lead what is written there to any place. What is not there
-// yet can be trusted.
-bool IsStrangers(const std::string& source, const std::string& eaDirectory) {
+// Another user who has made one of the two directories could redirect what is written there to any place. What doesn't
+// exist yet can be trusted.
+bool IsAnotherUsers(const std::string& source, const std::string& eaDirectory) {
   const std::string folderPath = Split(source).folder;
   struct stat folder, root, directory;
   if (stat(folderPath.empty() ? "." : folderPath.c_str(), &folder) != 0) return false;
@@ -49,24 +67,32 @@ int Fail(int reason) {
   return -1;
 }
 
-int Give(const std::string& path, char* buffer, size_t size) {
+int Return(const std::string& path, char* buffer, size_t size) {
   if (path.size() >= size) return Fail(ENAMETOOLONG);
   std::memcpy(buffer, path.c_str(), path.size() + 1);
   return 0;
+}
+
+int EAPath(const char* source, const char* eaName, char* buffer, size_t size) {
+  const std::optional<std::string> directory = EADirectory(source);
+  if (!directory || !IsEntryName(eaName)) return Fail(EINVAL);
+  return Return(*directory + "/" + eaName, buffer, size);
+}
+
+int EADirPath(const char* source, char* buffer, size_t size) {
+  const std::optional<std::string> directory = EADirectory(source);
+  if (!directory) return Fail(EINVAL);
+  if (IsAnotherUsers(source, *directory)) return Fail(EPERM);
+  return Return(*directory, buffer, size);
 }
 
 }  // namespace
 }  // namespace tavi
 
 int TAVIEAPath(int, const char* source, const char* eaName, char* buffer, size_t size, int) {
-  const std::optional<std::string> directory = tavi::EADirectory(source);
-  if (!directory || !tavi::IsEntryName(eaName)) return tavi::Fail(EINVAL);
-  return tavi::Give(*directory + "/" + eaName, buffer, size);
+  return tavi::AtCBoundary(-1, [=] { return tavi::EAPath(source, eaName, buffer, size); });
 }
 
 int TAVIEADirPath(int, const char* source, char* buffer, size_t size) {
-  const std::optional<std::string> directory = tavi::EADirectory(source);
-  if (!directory) return tavi::Fail(EINVAL);
-  if (tavi::IsStrangers(source, *directory)) return tavi::Fail(EPERM);
-  return tavi::Give(*directory, buffer, size);
+  return tavi::AtCBoundary(-1, [=] { return tavi::EADirPath(source, buffer, size); });
 }

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <filesystem>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "children.h"
@@ -23,7 +24,7 @@ std::string EADirPath(const std::string& source) {
   return TAVIEADirPath(0, source.c_str(), buffer, sizeof buffer) != 0 ? "none" : buffer;
 }
 
-TEST(EAPath, LiesInTheSourcesFolderInADirectoryNamedLikeTheSource) {
+TEST(EAPath, IsInTheSourcesFolderInADirectoryNamedLikeTheSource) {
   const struct {
     std::string source, directory;
   } rows[] = {
@@ -46,7 +47,7 @@ TEST(EAPath, LiesInTheSourcesFolderInADirectoryNamedLikeTheSource) {
   }
 }
 
-TEST(EAPath, IsNoneForWhatNamesNoFile) {
+TEST(EAPath, IsNoneForAPathThatNamesNoFile) {
   for (const char* source : {"", "/", "/v/photo/", ".", "..", "/v/.", "/v/..", "//"}) {
     SCOPED_TRACE(source);
     errno = 0;
@@ -67,12 +68,50 @@ TEST(EAPath, IsNoneForAnEANameThatNoEntryCanHave) {
   }
 }
 
-TEST(EAPath, IsNoneForASourceThatLiesInAnEADirectory) {
+TEST(EAPath, IsNoneForASourceInAnEADirectory) {
   for (const char* source : {"/v/.tavi_ea/a.jpg/THUMB.jpg", "/v/.tavi_ea/a.jpg", "/.tavi_ea/x", ".tavi_ea/a.jpg/THUMB",
                              "./.tavi_ea/a.jpg", "/v/.tavi_ea/deep/er/still/x", "/v/.tavi_ea"}) {
     SCOPED_TRACE(source);
     EXPECT_EQ(EADirPath(source), "none");
     EXPECT_EQ(EAPath(source, "THUMB"), "none");
+  }
+}
+
+TEST(EAPath, IsNoneForALinkIntoAnEADirectory) {
+  namespace fs = std::filesystem;
+  TempDir folder;
+  WriteFile(folder / ".tavi_ea/a.jpg/THUMB.jpg", "thumbnail");
+  fs::create_symlink(".tavi_ea/a.jpg/THUMB.jpg", folder / "file");
+  fs::create_symlink(folder / "file", folder / "file-by-two-links");
+  fs::create_directory_symlink(".tavi_ea/a.jpg", folder / "directory");
+  fs::create_directory_symlink(".tavi_ea", folder / "root");
+  for (const char* source : {"file", "file-by-two-links", "directory", "directory/THUMB.jpg", "directory/missing.jpg",
+                             "root/a.jpg", "root/a.jpg/THUMB.jpg", "root/missing.jpg"}) {
+    SCOPED_TRACE(source);
+    EXPECT_EQ(EADirPath(folder / source), "none");
+    EXPECT_EQ(errno, EINVAL);
+    EXPECT_EQ(EAPath(folder / source, "THUMB"), "none");
+    EXPECT_EQ(errno, EINVAL);
+    CheckInProcess([&] {
+      ASSERT_EQ(chdir(folder.Path().c_str()), 0);
+      EXPECT_EQ(EAPath(source, "THUMB"), "none");
+    });
+  }
+}
+
+TEST(EAPath, OfAnyOtherLinkIsInTheFolderOfTheLink) {
+  namespace fs = std::filesystem;
+  TempDir folder;
+  WriteFile(folder / "photos/a.jpg", "photo");
+  fs::create_symlink("photos/a.jpg", folder / "file");
+  fs::create_symlink(".tavi_ea/missing", folder / "dangling");
+  fs::create_directory_symlink("photos", folder / "directory");
+  for (const auto& [source, directory] :
+       {std::pair("file", ".tavi_ea/file"), std::pair("directory/a.jpg", "directory/.tavi_ea/a.jpg"),
+        std::pair("directory/missing.jpg", "directory/.tavi_ea/missing.jpg"),
+        std::pair("dangling", ".tavi_ea/dangling")}) {
+    EXPECT_EQ(EADirPath(folder / source), folder / directory);
+    EXPECT_EQ(EAPath(folder / source, "THUMB"), (folder / directory) + "/THUMB");
   }
 }
 

@@ -1,19 +1,24 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include <fcntl.h>
+#include <grp.h>
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <tavi/fileop.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
+#include <cstring>
 #include <filesystem>
-#include <memory>
-#include <optional>
+#include <regex>
 #include <string>
 #include <vector>
 
+#include "acls.h"
 #include "children.h"
+#include "refused_calls.h"
 
 namespace fs = std::filesystem;
 
@@ -181,7 +186,7 @@ TEST(FileCopy, KeepsOwnerAndAllModeBitsForTheSuperuser) {
   EXPECT_EQ(facts.st_mode & 07777u, 06755u);
 }
 
-TEST(FileCopy, MadeByAnOrdinaryUserIsHisOwnWithoutTheRightsOfTheSourcesOwner) {
+TEST(FileCopy, MadeByAnOrdinaryUserIsTheirOwnWithoutTheRightsOfTheSourcesOwner) {
   if (geteuid() != 0) GTEST_SKIP() << "needs root, to make somebody else's file";
   TempDir folder;
   WriteFile(folder / "source", "content");
@@ -196,7 +201,247 @@ TEST(FileCopy, MadeByAnOrdinaryUserIsHisOwnWithoutTheRightsOfTheSourcesOwner) {
   EXPECT_EQ(Names(folder.Path()), (Listing{"copy", "source"}));
 }
 
-TEST(FileCopy, FailsForASourceThatIsNoRegularFile) {
+TEST(FileCopy, KeepsTheGroupWhereItCannotKeepTheOwner) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root, to make somebody else's file";
+  TempDir folder;
+  WriteFile(folder / "source", "content");
+  ASSERT_EQ(chown((folder / "source").c_str(), 1234, 5678), 0);
+  ASSERT_EQ(chmod((folder / "source").c_str(), 06640), 0);
+  ASSERT_EQ(chmod(folder.Path().c_str(), 0777), 0);
+  CheckInProcess([&] {
+    const gid_t groups[] = {5678};
+    ASSERT_EQ(setgroups(1, groups) | setresgid(65534, 65534, 65534) | setresuid(65534, 65534, 65534), 0);
+    EXPECT_EQ(Copy(folder / "source", folder / "copy"), 0);
+  });
+  EXPECT_EQ(Facts(folder / "copy").st_uid, 65534u);
+  EXPECT_EQ(Facts(folder / "copy").st_gid, 5678u);
+  EXPECT_EQ(ModeOf(folder / "copy"), 0640u);
+}
+
+TEST(FileCopy, GivesAGroupThatIsNotTheSourcesNoMoreRightsThanOthers) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root, to make somebody else's file";
+  TempDir folder;
+  WriteFile(folder / "source", "content");
+  ASSERT_EQ(chown((folder / "source").c_str(), 1234, 5678), 0);
+  ASSERT_EQ(chmod((folder / "source").c_str(), 0664), 0);
+  ASSERT_EQ(chmod(folder.Path().c_str(), 0777), 0);
+  CheckAsOrdinaryUser([&] { EXPECT_EQ(Copy(folder / "source", folder / "copy"), 0); });
+  EXPECT_EQ(ModeOf(folder / "copy"), 0644u);
+}
+
+TEST(FileCopy, WorksForASuperuserWhoCannotGiveFilesAway) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root";
+  TempDir folder;
+  WriteFile(folder / "source", "content");
+  ASSERT_EQ(chown((folder / "source").c_str(), 1234, 5678), 0);
+  ASSERT_EQ(chmod((folder / "source").c_str(), 06775), 0);
+  CheckInProcess([&] {
+    ASSERT_TRUE(DropChownCapability());
+    EXPECT_EQ(Copy(folder / "source", folder / "copy"), 0);
+  });
+  EXPECT_EQ(ReadFile(folder / "copy"), "content");
+  EXPECT_EQ(Facts(folder / "copy").st_uid, 0u);
+  EXPECT_EQ(ModeOf(folder / "copy"), 0755u);
+}
+
+TEST(FileCopy, GoesOnWhereTheVolumeRefusesOwnersOrModes) {
+  for (const int refusal : {EPERM, EINVAL, EACCES, ENOSYS, EOPNOTSUPP, EOVERFLOW}) {
+    SCOPED_TRACE(std::strerror(refusal));
+    TempDir folder;
+    MakeSource(folder / "source", "content");
+    if (geteuid() == 0) {
+      ASSERT_EQ(chown((folder / "source").c_str(), 1234, 5678), 0);
+    }
+    CheckInProcess([&] {
+      if (!RefuseCalls({SYS_fchownat, SYS_fchown}, refusal)) return;
+      EXPECT_EQ(Copy(folder / "source", folder / "copy"), 0);
+      EXPECT_EQ(ReadFile(folder / "copy"), "content");
+    });
+  }
+}
+
+TEST(FileCopy, FailsWhereTheVolumeFails) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root, to make somebody else's file";
+  TempDir folder;
+  MakeSource(folder / "source", "content");
+  ASSERT_EQ(chown((folder / "source").c_str(), 1234, 5678), 0);
+  CheckInProcess([&] {
+    if (!RefuseCalls({SYS_fchownat, SYS_fchown}, EIO)) return;
+    EXPECT_NE(Copy(folder / "source", folder / "copy"), 0);
+    EXPECT_EQ(errno, EIO);
+    EXPECT_EQ(Names(folder.Path()), Listing{"source"});
+  });
+}
+
+TEST(FileCopy, KeepsAclAndUserAttributes) {
+  TempDir folder;
+  const std::string acl = AclWithUser(6, 0, 4321, 6);
+  WriteFile(folder / "source", "content");
+  if (!SetAttribute(folder / "source", kAccessAcl, acl)) GTEST_SKIP() << "needs a volume with ACLs";
+  const bool hasAttributes = SetAttribute(folder / "source", "user.comment", std::string("a\0b", 3)) &&
+                             SetAttribute(folder / "source", "user.empty", "");
+  ASSERT_EQ(chmod((folder / "source").c_str(), 0440), 0);
+  ASSERT_EQ(Attribute(folder / "source", kAccessAcl).size(), acl.size());
+  CheckInProcess([&] {
+    umask(0777);
+    EXPECT_EQ(Copy(folder / "source", folder / "copy"), 0);
+  });
+  EXPECT_EQ(Attribute(folder / "copy", kAccessAcl), Attribute(folder / "source", kAccessAcl));
+  EXPECT_EQ(ModeOf(folder / "copy"), 0440u);
+  if (!hasAttributes) GTEST_SKIP() << "needs a volume with user attributes";
+  EXPECT_EQ(Attribute(folder / "copy", "user.comment"), std::string("a\0b", 3));
+  EXPECT_EQ(Attribute(folder / "copy", "user.empty"), "");
+}
+
+TEST(FileCopy, KeepsUserAttributesForAnOrdinaryUserWhoseCopyIsReadOnly) {
+  TempDir folder;
+  ASSERT_EQ(chmod(folder.Path().c_str(), 0777), 0);
+  WriteFile(folder / "source", "content");
+  if (!SetAttribute(folder / "source", "user.comment", "x")) GTEST_SKIP() << "needs a volume with user attributes";
+  ASSERT_EQ(chmod((folder / "source").c_str(), 0444), 0);
+  CheckAsOrdinaryUser([&] {
+    umask(0777);
+    EXPECT_EQ(Copy(folder / "source", folder / "copy"), 0);
+  });
+  EXPECT_EQ(Attribute(folder / "copy", "user.comment"), "x");
+  EXPECT_EQ(ModeOf(folder / "copy"), 0444u);
+}
+
+TEST(FileCopy, GetsNoAclOfItsFolder) {
+  TempDir folder;
+  fs::create_directory(folder / "with-default");
+  if (!SetAttribute(folder / "with-default", kDefaultAcl, AclWithUser(7, 7, 4321, 7))) {
+    GTEST_SKIP() << "needs a volume with ACLs";
+  }
+  MakeSource(folder / "source", "content");
+  ASSERT_EQ(chmod((folder / "source").c_str(), 0640), 0);
+  EXPECT_EQ(Copy(folder / "source", folder / "with-default/copy"), 0);
+  EXPECT_EQ(Attribute(folder / "with-default/copy", kAccessAcl), "none");
+  EXPECT_EQ(ModeOf(folder / "with-default/copy"), 0640u);
+}
+
+TEST(FileCopy, GivesNobodyMoreRightsWhereThereAreNoAcls) {
+  const struct {
+    const char* what;
+    std::vector<AclEntry> acl;
+    mode_t mode, copied;
+  } rows[] = {
+      {"a user may read and write",
+       {{ACL_USER_OBJ, 6}, {ACL_USER, 6, 4321}, {ACL_GROUP_OBJ, 0}, {ACL_MASK, 6}, {ACL_OTHER, 0}},
+       0660,
+       0600},
+      {"a group may write, the owning one read",
+       {{ACL_USER_OBJ, 6}, {ACL_GROUP_OBJ, 4}, {ACL_GROUP, 6, 4321}, {ACL_MASK, 6}, {ACL_OTHER, 4}},
+       0664,
+       0644},
+      {"a user may not what all others may",
+       {{ACL_USER_OBJ, 6}, {ACL_USER, 0, 4321}, {ACL_GROUP_OBJ, 4}, {ACL_MASK, 4}, {ACL_OTHER, 4}},
+       0644,
+       0600},
+      {"a user may not because of the mask",
+       {{ACL_USER_OBJ, 6}, {ACL_USER, 6, 4321}, {ACL_GROUP_OBJ, 6}, {ACL_MASK, 4}, {ACL_OTHER, 6}},
+       0646,
+       0644},
+      {"a mask alone", {{ACL_USER_OBJ, 7}, {ACL_GROUP_OBJ, 7}, {ACL_MASK, 5}, {ACL_OTHER, 7}}, 0757, 0757},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    TempDir folder;
+    WriteFile(folder / "source", "content");
+    if (!SetAttribute(folder / "source", kAccessAcl, AclOf(row.acl))) GTEST_SKIP() << "needs a volume with ACLs";
+    ASSERT_EQ(ModeOf(folder / "source"), row.mode);
+    CheckInProcess([&] {
+      if (!RefuseCalls({SYS_setxattr, SYS_fsetxattr}, EOPNOTSUPP)) return;
+      EXPECT_EQ(Copy(folder / "source", folder / "copy"), 0);
+      EXPECT_EQ(ModeOf(folder / "copy"), row.copied);
+    });
+  }
+}
+
+TEST(FileCopy, LimitsTheOwningGroupOfAnAclWhereItIsAnotherOne) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root, to make somebody else's file";
+  TempDir folder;
+  WriteFile(folder / "source", "content");
+  if (!SetAttribute(folder / "source", kAccessAcl, AclWithUser(6, 6, 65534, 4))) {
+    GTEST_SKIP() << "needs a volume with ACLs";
+  }
+  ASSERT_EQ(chown((folder / "source").c_str(), 1234, 5678), 0);
+  ASSERT_EQ(chmod(folder.Path().c_str(), 0777), 0);
+  CheckAsOrdinaryUser([&] { EXPECT_EQ(Copy(folder / "source", folder / "copy"), 0); });
+  EXPECT_EQ(Attribute(folder / "copy", kAccessAcl),
+            AclOf({{ACL_USER_OBJ, 6}, {ACL_USER, 4, 65534}, {ACL_GROUP_OBJ, 0}, {ACL_MASK, 6}, {ACL_OTHER, 0}}));
+}
+
+// A file of 8 MiB with data at some places only.
+void MakeSparse(const std::string& path, const std::vector<off_t>& places) {
+  const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+  EXPECT_EQ(ftruncate(file, 8388608), 0);
+  for (const off_t place : places) EXPECT_EQ(pwrite(file, "data", 4, place), 4);
+  close(file);
+}
+
+TEST(FileCopy, KeepsHoles) {
+  const std::vector<off_t> rows[] = {{}, {0}, {4194304}, {8388604}, {0, 5000000, 8388604}};
+  for (const std::vector<off_t>& places : rows) {
+    SCOPED_TRACE(testing::PrintToString(places));
+    TempDir folder;
+    MakeSparse(folder / "source", places);
+    EXPECT_EQ(Copy(folder / "source", folder / "copy"), 0);
+    const struct stat source = Facts(folder / "source"), copy = Facts(folder / "copy");
+    EXPECT_EQ(copy.st_size, 8388608);
+    EXPECT_LE(copy.st_blocks, source.st_blocks + 64);
+    EXPECT_TRUE(ReadFile(folder / "copy") == ReadFile(folder / "source"));
+  }
+}
+
+TEST(FileCopy, ReadsWhatHasNoSizeToItsEnd) {
+  TempDir folder;
+  EXPECT_EQ(Copy("/proc/version", folder / "copy"), 0);
+  EXPECT_EQ(ReadFile(folder / "copy"), ReadFile("/proc/version"));
+}
+
+TEST(FileCopy, WorksOnAVolumeThatCannotTellItsHoles) {
+  TempDir folder;
+  MakeSource(folder / "source", Bytes(100000));
+  CheckInProcess([&] {
+    if (!RefuseSeeksForData()) return;
+    EXPECT_EQ(Copy(folder / "source", folder / "copy"), 0);
+    ExpectLikeSource(folder / "copy", Bytes(100000));
+  });
+}
+
+TEST(FileCopy, HasRoomForTheLongestPaths) {
+  TempDir folder;
+  std::string path = folder.Path();
+  while (path.size() < 3900) path += "/" + std::string(std::min<std::size_t>(200, 3998 - path.size()), 'd');
+  fs::create_directories(path);
+  WriteFile(folder / "source", "content");
+  for (const std::size_t size : {4088u, 4089u, 4095u}) {
+    SCOPED_TRACE(size);
+    const std::string copy = path + "/" + std::string(size - path.size() - 1, 'n');
+    EXPECT_EQ(Copy(folder / "source", copy), 0) << std::strerror(errno);
+    EXPECT_EQ(ReadFile(copy), "content");
+  }
+}
+
+TEST(FileCopy, KilledAtAnyTimeLeavesADestinationThatIsOldOrNew) {
+  const std::regex temporary("\\.tavi_copy\\.[0-9A-Za-z]{6}");
+  for (const long step : {SYS_write, SYS_ftruncate, SYS_fsync, SYS_rename, SYS_renameat}) {
+    TempDir folder;
+    WriteFile(folder / "source", "new");
+    fs::create_directory(folder / "copies");
+    WriteFile(folder / "copies/target", "old");
+    const int end =
+        InProcess([&] { return DieAtCalls({step}) ? Copy(folder / "source", folder / "copies/target") : 77; });
+    if (end == 77) GTEST_SKIP() << "needs filters of system calls";
+    EXPECT_EQ(ReadFile(folder / "copies/target"), end == 0 ? "new" : "old") << step;
+    for (const std::string& name : Names(folder / "copies")) {
+      EXPECT_TRUE(name == "target" || std::regex_match(name, temporary)) << name;
+    }
+  }
+}
+
+TEST(FileCopy, FailsForASourceThatIsNotARegularFile) {
   TempDir folder;
   fs::create_directory(folder / "directory");
   WriteFile(folder / "file", "content");
@@ -221,7 +466,7 @@ TEST(FileCopy, FailsForASourceThatIsNoRegularFile) {
   }
 }
 
-TEST(FileCopy, FailsForADestinationThatCannotBe) {
+TEST(FileCopy, FailsForAnImpossibleDestination) {
   TempDir folder;
   WriteFile(folder / "source", "content");
   fs::create_directories(folder / "directory");
@@ -347,25 +592,113 @@ TEST(FileCopy, OntoAFullVolumeLeavesTheDestinationAsItWas) {
   }
 }
 
-TEST(FileCopy, OfASourceThatCannotBeRemovedIsNoMoveAndLeavesTheDestinationAsItWas) {
-  for (const bool existed : {false, true}) {
-    SCOPED_TRACE(existed ? "over an old file" : "new");
-    CheckWithMounts([&] {
-      TempDir folder;
-      const std::string why = MountSmallVolume(folder / "small");
-      if (!why.empty()) return why;
-      WriteFile(folder / "small/source", "new");
-      EXPECT_EQ(mount(nullptr, (folder / "small").c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr), 0);
-      if (existed) WriteFile(folder / "target", "old");
-      EXPECT_NE(Move(folder / "small/source", folder / "target"), 0);
-      EXPECT_EQ(errno, EROFS);
-      EXPECT_EQ(ReadFile(folder / "small/source"), "new");
-      EXPECT_EQ(Names(folder.Path()), existed ? (Listing{"small", "target"}) : Listing{"small"});
-      EXPECT_EQ(ReadFile(folder / "target"), existed ? "old" : "");
-      umount((folder / "small").c_str());
-      return why;
-    });
+// What a volume can't do: exchange names, and give a file a second one.
+const std::vector<std::vector<long>> kMissingCalls{{}, {SYS_renameat2}, {SYS_renameat2, SYS_linkat, SYS_link}};
+
+TEST(FileCopy, MoveFailsForASourceThatCannotBeRemovedAndLeavesTheDestinationAsItWas) {
+  for (const std::vector<long>& missing : kMissingCalls) {
+    for (const bool existed : {false, true}) {
+      SCOPED_TRACE(std::to_string(missing.size()) + (existed ? " over an old file" : " new"));
+      CheckWithMounts([&] {
+        TempDir folder;
+        const std::string why = MountSmallVolume(folder / "small");
+        if (!why.empty()) return why;
+        WriteFile(folder / "small/source", "new");
+        EXPECT_EQ(mount(nullptr, (folder / "small").c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr), 0);
+        if (existed) WriteFile(folder / "target", "old");
+        const ino_t old = existed ? Facts(folder / "target").st_ino : 0;
+        RefuseCalls(missing, EINVAL);
+        EXPECT_NE(Move(folder / "small/source", folder / "target"), 0);
+        EXPECT_EQ(errno, EROFS);
+        EXPECT_EQ(ReadFile(folder / "small/source"), "new");
+        EXPECT_EQ(Names(folder.Path()), existed ? (Listing{"small", "target"}) : Listing{"small"});
+        EXPECT_EQ(ReadFile(folder / "target"), existed ? "old" : "");
+        if (existed) {
+          EXPECT_EQ(Facts(folder / "target").st_ino, old);
+        }
+        umount((folder / "small").c_str());
+        return why;
+      });
+    }
   }
+}
+
+TEST_F(AcrossVolumes, AMoveReplacesAFileWhateverTheVolumeCanDo) {
+  for (const std::vector<long>& missing : kMissingCalls) {
+    SCOPED_TRACE(missing.size());
+    MakeSource(here / "source", "new");
+    WriteFile(There("target"), "old");
+    CheckInProcess([&] {
+      RefuseCalls(missing, EINVAL);
+      EXPECT_EQ(Move(here / "source", There("target")), 0);
+    });
+    ExpectLikeSource(There("target"), "new");
+    EXPECT_EQ(Names(here.Path()), Listing{});
+    EXPECT_EQ(NamesThere(), Listing{"target"});
+  }
+}
+
+TEST_F(AcrossVolumes, AMoveKeepsAcl) {
+  WriteFile(here / "source", "content");
+  WriteFile(There("probe"), "");
+  const std::string acl = AclWithUser(6, 0, 4321, 4);
+  if (!SetAttribute(here / "source", kAccessAcl, acl) || !SetAttribute(There("probe"), kAccessAcl, acl)) {
+    GTEST_SKIP() << "needs two volumes with ACLs";
+  }
+  EXPECT_EQ(Move(here / "source", There("target")), 0);
+  EXPECT_EQ(Attribute(There("target"), kAccessAcl), acl);
+}
+
+TEST(FileCopy, MoveOntoAnotherNameOfTheSourceRemovesTheSourcesName) {
+  for (const char* other : {"target", "folder/source", "folder/target", "link/target"}) {
+    SCOPED_TRACE(other);
+    TempDir folder;
+    fs::create_directory(folder / "folder");
+    fs::create_directory_symlink("folder", folder / "link");
+    MakeSource(folder / "source", "content");
+    fs::create_hard_link(folder / "source", folder / other);
+    EXPECT_EQ(Move(folder / "source", folder / other), 0);
+    EXPECT_FALSE(Exists(folder / "source"));
+    ExpectLikeSource(folder / other, "content");
+    EXPECT_EQ(Facts(folder / other).st_nlink, 1u);
+  }
+}
+
+TEST(FileCopy, MoveOntoItselfChangesNothing) {
+  for (const nlink_t names : {1u, 2u}) {
+    TempDir folder;
+    fs::create_directory(folder / "folder");
+    fs::create_directory_symlink("folder", folder / "link");
+    MakeSource(folder / "folder/source", "content");
+    if (names == 2) fs::create_hard_link(folder / "folder/source", folder / "other");
+    for (const char* path : {"folder/source", "folder//source", "folder/../folder/source", "link/source"}) {
+      SCOPED_TRACE(path);
+      EXPECT_EQ(Move(folder / "folder/source", folder / path), 0);
+      EXPECT_EQ(Facts(folder / "folder/source").st_nlink, names);
+    }
+    ExpectLikeSource(folder / "folder/source", "content");
+  }
+}
+
+TEST(FileCopy, MoveOntoItselfByAnotherMountLosesNothing) {
+  CheckWithMounts([]() -> std::string {
+    TempDir folder;
+    fs::create_directories(folder / "photos");
+    fs::create_directories(folder / "mounted");
+    if (mount((folder / "photos").c_str(), (folder / "mounted").c_str(), nullptr, MS_BIND, nullptr) != 0) {
+      return "needs bind mounts";
+    }
+    MakeSource(folder / "photos/source", "content");
+    EXPECT_EQ(Move(folder / "photos/source", folder / "mounted/source"), 0);
+    ExpectLikeSource(folder / "photos/source", "content");
+    fs::create_hard_link(folder / "photos/source", folder / "photos/target");
+    EXPECT_EQ(Move(folder / "photos/source", folder / "mounted/source"), 0);
+    EXPECT_EQ(Names(folder / "photos"), (Listing{"source", "target"}));
+    EXPECT_EQ(Move(folder / "photos/source", folder / "mounted/target"), 0);
+    EXPECT_EQ(Names(folder / "photos"), Listing{"target"});
+    umount((folder / "mounted").c_str());
+    return "";
+  });
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: GPL-3.0-or-later */
-/* libtavisdk: where the extended-attribute (EA) directory of a file lies, and on what kind of volume. */
+/* libtavisdk: where the extended-attribute (EA) directory of a file is, and on what kind of volume. */
 #pragma once
 
 #include <stddef.h>
@@ -9,15 +9,18 @@ extern "C" {
 #endif
 
 /* Writes the NUL-terminated full path of the EA entry `eaName` of the file `source` into `buffer` of `size` bytes.
- * The first and last arguments are 0. Nothing is created or checked on disk.
- * Returns 0 or more, or a negative number when the source has no EA path. */
+ * The first and last arguments are 0. Nothing is created, and neither file needs to exist.
+ * Returns 0 or more, or a negative number when the source has no EA path: what is in an EA directory, or a link into
+ * one, has none. */
 int TAVIEAPath(int, const char* source, const char* eaName, char* buffer, size_t size, int);
 
 /* The same for the EA directory that holds the entries of `source`. Returns 0, or non-zero on failure; one that exists
- * but may not be written to, because a stranger has put it there, is a failure too. */
+ * but must not be written to, because another user has put it there, is a failure too. */
 int TAVIEADirPath(int, const char* source, char* buffer, size_t size);
 
-/* Creates that EA directory; the first argument is 1. Returns 0 when it now exists, non-zero otherwise. */
+/* Creates that EA directory; the first argument is 1. It gets the owner, group, ACL and mode of the source's folder, as
+ * far as the process and the volume can. Returns 0 when it now exists, non-zero with errno set otherwise. A process
+ * that is killed may leave an empty directory ".tavi_mkdir." and six characters next to it or to its parent. */
 int TAVIEAMKDir(int, const char* eaDir);
 
 /* A code for the kind of volume that holds `path`, for TAVIFSIsRemoteFS and TAVIFSIsImageFS; 12 is a volume that
