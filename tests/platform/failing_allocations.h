@@ -1,0 +1,12 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#pragma once
+
+#include <functional>
+
+namespace tavithumb::test {
+
+// Calls `body` again and again in this thread: the first time its first allocation by `new` throws, the second time its
+// second one and so on, until it has called `body` without any failing. Returns how many failed.
+int FailEachAllocation(const std::function<void()>& body);
+
+}  // namespace tavithumb::test
