@@ -15,7 +15,7 @@ namespace {
 
 constexpr auto kUnchanged = static_cast<uid_t>(-1);
 
-// Told by one who may not, or by a volume that can't, rather than by one that fails.
+// The process may not do it, or the volume doesn't support it, as opposed to a failing volume.
 bool IsRefusal(int reason) {
   return reason == EPERM || reason == EACCES || reason == EINVAL || reason == ENOSYS || reason == EOPNOTSUPP ||
          reason == EOVERFLOW;
@@ -25,7 +25,7 @@ bool GiveOwner(int to, uid_t user, gid_t group) {
   return fchownat(to, "", user, group, AT_EMPTY_PATH) == 0;
 }
 
-// The group alone where the owner is refused: the owner may be one of its members.
+// Only the group where the owner is refused: the owner may be one of its members.
 bool GiveOwnerOrGroup(int to, const struct stat& wanted) {
   struct stat now;
   if (fstat(to, &now) != 0) return false;
@@ -36,11 +36,12 @@ bool GiveOwnerOrGroup(int to, const struct stat& wanted) {
 
 bool GiveMode(int to, mode_t mode) {
   if (fchmod(to, mode) == 0) return true;
-  if (errno == EBADF && chmod(PathOfPlace(to).c_str(), mode) == 0) return true;
+  if (errno == EBADF && chmod(PathOfDescriptor(to).c_str(), mode) == 0) return true;
   return IsRefusal(errno);
 }
 
-// A program of another owner or group runs with nobody else's rights. On directories these bits have another meaning.
+// A program of another owner or group must not run with the rights of the original's. On directories these bits mean
+// something else.
 mode_t ModeFor(const struct stat& given, const struct stat& wanted) {
   const mode_t mode = wanted.st_mode & 07777;
   const bool isGiven = given.st_uid == wanted.st_uid && given.st_gid == wanted.st_gid;
@@ -59,7 +60,7 @@ bool CopyAccessRights(int from, const struct stat& wanted, int to) {
   const bool isOtherGroup = given.st_gid != wanted.st_gid;
   mode_t mode = ModeFor(given, wanted);
   std::optional<Acl> acl = Acl::Of(from);
-  Acl::RemoveFrom(to);  // one that the folder's default has put there
+  Acl::RemoveFrom(to);  // which may come from the folder's default ACL
   if (acl) {
     if (isOtherGroup) acl->LimitGroupToOthers();
     if (!acl->GiveTo(to)) mode = acl->ModeWithout(mode);

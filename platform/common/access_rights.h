@@ -5,10 +5,10 @@
 
 namespace tavi {
 
-// Gives what is open at `to` the owner, group, access ACL and mode of what is open at `from`, whose facts are `wanted`;
-// both may be places (O_PATH). Only the superuser can give files away, and many a volume keeps no owners, ACLs or
-// modes: what is refused stays away, and then nobody gets rights that he doesn't have at `from`. False with errno set
-// when the volume fails.
+// Copies owner, group, access ACL and mode of the open file or directory `from`, whose facts are `wanted`, to `to`.
+// Both may be mere locations (O_PATH). Only the superuser may change owners, and some volumes store no owners, ACLs or
+// modes: what is refused is skipped, and the rest is reduced so that nobody gets rights that they don't have on `from`.
+// False with errno set when the volume fails.
 bool CopyAccessRights(int from, const struct stat& wanted, int to);
 
 }  // namespace tavi

@@ -10,24 +10,24 @@
 
 namespace tavi {
 
-// An access ACL: who has which rights besides those that the mode tells. With one, the mode's group bits are its mask,
-// the most that anybody but the owner and others may have, and the owning group has an entry of its own.
+// An access ACL: rights of further users and groups, besides those in the mode. With an ACL the mode's group bits are
+// its mask, an upper limit for everybody but the owner and others, and the owning group has an entry of its own.
 class Acl {
  public:
-  // That of what is open at `fd`; nothing when it has none.
+  // The ACL of an open file or directory; nothing when it has none.
   static std::optional<Acl> Of(int fd);
 
-  // Leaves what is open at `fd` with its mode alone.
+  // Leaves only the mode.
   static void RemoveFrom(int fd);
 
-  // False with errno set when the volume stores none, or this process may not give it.
+  // False with errno set when the volume stores no ACLs or this process may not set it.
   bool GiveTo(int fd) const;
 
-  // Leaves the owning group no more than all others have.
+  // Reduces the rights of the owning group to those of others.
   void LimitGroupToOthers();
 
-  // What is left of `mode`, which goes with this ACL, without it: those whom it names fall among the owning group or
-  // the others, which therefore get no right that it denies to one of those.
+  // The mode for a copy without this ACL, whose mode is `mode`. Users and groups that the ACL names then count as the
+  // owning group or as others, which therefore get no right that the ACL denies to any of them.
   mode_t ModeWithout(mode_t mode) const;
 
  private:
@@ -37,7 +37,7 @@ class Acl {
     std::uint32_t id;
   };
 
-  // What all entries of these tags allow; all rights when there is none.
+  // The rights that all entries with these tags have; all rights when there is no such entry.
   std::uint16_t Allowed(std::uint16_t tags) const;
 
   std::vector<Entry> entries_;

@@ -6,8 +6,8 @@
 
 namespace tavi {
 
-// What `body` returns, or `failure` with errno ENOMEM when it runs out of memory, the only reason for an exception
-// here: none may leave a C function. What unwinds a cancelled thread is no std::exception and passes.
+// Returns what `body` returns, or `failure` with errno ENOMEM when it runs out of memory, which is the only reason for
+// exceptions here: none may leave a C function. Thread cancellation, which isn't a std::exception, passes through.
 template <typename Result, typename Body>
 Result AtCBoundary(Result failure, const Body& body) {
   try {

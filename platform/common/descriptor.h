@@ -8,7 +8,7 @@
 
 namespace tavi {
 
-// Owns a file descriptor; closing it leaves errno alone, so that a failure's reason survives the clean-up.
+// Owns a file descriptor. Closing it preserves errno, so that the reason for a failure survives the clean-up.
 class Descriptor {
  public:
   explicit Descriptor(int fd = -1) : fd_(fd) {}

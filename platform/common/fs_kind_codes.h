@@ -3,7 +3,7 @@
 
 namespace tavi {
 
-// The codes of TAVIGetFSType, told apart by TAVIFSIsRemoteFS and TAVIFSIsImageFS.
+// The codes of TAVIGetFSType, which TAVIFSIsRemoteFS and TAVIFSIsImageFS classify.
 enum FsKind : int {
   kLocalFS = 1,
   kRemoteFS = 2,

@@ -11,13 +11,13 @@
 
 namespace tavi {
 
-// The names of what is not finished yet: one of these prefixes and six random characters of [0-9A-Za-z]. A process that
-// is killed leaves them behind.
+// The names of unfinished files and directories: one of these prefixes and six random characters of [0-9A-Za-z]. A
+// process that is killed leaves them on disk.
 constexpr char kCopyPrefix[] = ".tavi_copy.";        // a file, next to the destination of a copy or move
 constexpr char kDirectoryPrefix[] = ".tavi_mkdir.";  // an empty directory, next to where an EA directory will be
 constexpr std::size_t kRandomLength = 6;
 
-// A name that nothing is likely to have; nothing, with errno set, when the system provides no random bytes.
+// A name that is unlikely to exist; nothing, with errno set, when the system provides no random bytes.
 inline std::optional<std::string> TemporaryName(const std::string& prefix) {
   constexpr char alphabet[] = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
   unsigned char bytes[kRandomLength];
@@ -34,7 +34,7 @@ std::string CreateTemporary(const std::string& prefix, const Create& create) {
   for (int attempt = 0; attempt < 100; ++attempt) {
     std::optional<std::string> name = TemporaryName(prefix);
     if (!name) return "";
-    if (create(name->c_str())) return std::move(*name);  // without taking memory: nobody else knows the name yet
+    if (create(name->c_str())) return std::move(*name);  // no allocation here: a failure would leave the entry on disk
     if (errno != EEXIST) return "";
   }
   return "";

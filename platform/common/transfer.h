@@ -47,8 +47,8 @@ inline bool WriteAll(int fd, const char* data, std::size_t size) {
   return true;
 }
 
-// Copies from where both descriptors stand, up to `limit` bytes or the end of the input. How many it copied, or -1
-// with errno set.
+// Copies from the current positions of both descriptors, up to `limit` bytes or the end of the input. Returns the
+// number of bytes copied, or -1 with errno set.
 inline std::int64_t CopyBytes(int from, int to, std::uint64_t limit) {
   std::array<char, kTransferSize> data;
   std::uint64_t left = limit;

@@ -9,7 +9,7 @@
 namespace tavi {
 namespace {
 
-// What `read` fills a buffer with, `read(nullptr, 0)` telling its size; again when it has grown in between.
+// What `read` writes to a buffer of the size that `read(nullptr, 0)` returns; repeated when it has grown meanwhile.
 template <typename Read>
 std::optional<std::string> ReadAll(const Read& read) {
   ssize_t got;
@@ -25,13 +25,13 @@ std::optional<std::string> ReadAll(const Read& read) {
   return value;
 }
 
-bool IsPlaceRefused(int result) {
+bool NeedsPath(int result) {
   return result == -1 && errno == EBADF;
 }
 
 }  // namespace
 
-std::string PathOfPlace(int fd) {
+std::string PathOfDescriptor(int fd) {
   return "/proc/self/fd/" + std::to_string(fd);
 }
 
@@ -39,19 +39,19 @@ std::optional<std::string> GetXattr(int fd, const char* name) {
   const std::optional<std::string> value =
       ReadAll([=](char* data, std::size_t size) { return fgetxattr(fd, name, data, size); });
   if (value || errno != EBADF) return value;
-  const std::string path = PathOfPlace(fd);
+  const std::string path = PathOfDescriptor(fd);
   return ReadAll([&](char* data, std::size_t size) { return getxattr(path.c_str(), name, data, size); });
 }
 
 bool SetXattr(int fd, const char* name, const std::string& value) {
   const int result = fsetxattr(fd, name, value.data(), value.size(), 0);
-  if (!IsPlaceRefused(result)) return result == 0;
-  return setxattr(PathOfPlace(fd).c_str(), name, value.data(), value.size(), 0) == 0;
+  if (!NeedsPath(result)) return result == 0;
+  return setxattr(PathOfDescriptor(fd).c_str(), name, value.data(), value.size(), 0) == 0;
 }
 
 bool RemoveXattr(int fd, const char* name) {
   const int result = fremovexattr(fd, name);
-  return IsPlaceRefused(result) ? removexattr(PathOfPlace(fd).c_str(), name) == 0 : result == 0;
+  return NeedsPath(result) ? removexattr(PathOfDescriptor(fd).c_str(), name) == 0 : result == 0;
 }
 
 std::vector<std::string> ListXattrs(int fd) {

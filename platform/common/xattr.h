@@ -7,9 +7,9 @@
 
 namespace tavi {
 
-// Extended attributes of what is open at a descriptor, which may be a place (O_PATH).
+// Extended attributes of an open file or directory. The descriptor may be a mere location (O_PATH).
 
-// Its value; nothing when there is no such attribute, or it can't be read.
+// Its value; nothing when there is no such attribute or it can't be read.
 std::optional<std::string> GetXattr(int fd, const char* name);
 
 // False with errno set when the volume doesn't store it, or this process may not.
@@ -19,7 +19,7 @@ bool RemoveXattr(int fd, const char* name);
 // Their names; empty when they can't be listed.
 std::vector<std::string> ListXattrs(int fd);
 
-// The path by which calls that refuse a place reach it.
-std::string PathOfPlace(int fd);
+// The path of an open descriptor, for calls that don't accept a mere location.
+std::string PathOfDescriptor(int fd);
 
 }  // namespace tavi

@@ -40,7 +40,7 @@ sigset_t AllSignals() {
   return all;
 }
 
-// While it lives, this thread, and a process made from it, gets none of these signals; nor is it cancelled.
+// While it lives, these signals are blocked in this thread and in processes cloned from it, and it can't be cancelled.
 class Undisturbed {
  public:
   explicit Undisturbed(const sigset_t& signals) {
@@ -61,14 +61,14 @@ class Undisturbed {
   int cancelState_ = PTHREAD_CANCEL_ENABLE;
 };
 
-// Clones this process to call `body`, with signals handled on its own. No signal is named for its exit: that is what
-// sets it apart from the children that the caller ignores.
+// Clones this process to call `body`, with its own signal handling. No signal is given for its exit: that sets it apart
+// from the children that the caller ignores.
 pid_t Clone(int (*body)(void*), int flags, void* data) {
   const std::unique_ptr<char[]> stack(new char[kStackSize]);
   return clone(body, stack.get() + kStackSize, flags, data);
 }
 
-void HandleChildrenAsUsual() {
+void ResetChildSignal() {
   struct sigaction usual = {};
   usual.sa_handler = SIG_DFL;
   sigaction(SIGCHLD, &usual, nullptr);
@@ -80,9 +80,9 @@ struct Order {
   int result;
 };
 
-// In a process that shares the caller's memory, while the thread that made it stands still.
+// Runs in a process that shares the caller's memory, while the thread that cloned it is suspended.
 int RunOrder(void* data) {
-  HandleChildrenAsUsual();
+  ResetChildSignal();
   try {
     Order& order = *static_cast<Order*>(data);
     const pid_t child = Spawn(order.path, order.argv, nullptr);
@@ -100,17 +100,17 @@ struct Watch {
   int report;
 };
 
-// All but `fd`, which becomes standard input, so that no pipe of the caller stays open here.
+// Closes all descriptors but `fd`, which becomes standard input, so that no pipe of the caller stays open here.
 void CloseAllBut(int fd) {
   dup2(fd, STDIN_FILENO);
   closefrom(STDIN_FILENO + 1);
 }
 
-// In a copy of the caller, other threads of which may have held any lock: nothing here takes memory. Reports why the
-// program could not be started, or 0, then waits and exits, or is killed, like the program.
+// Runs in a copy of the caller, in which other threads may have held any lock: nothing here allocates memory. Reports
+// why the program could not be started, or 0, then waits for it and exits with its status, or is killed if it was.
 int WatchProgram(void* data) {
   const Watch& watch = *static_cast<Watch*>(data);
-  HandleChildrenAsUsual();
+  ResetChildSignal();
   pid_t child = -1;
   const int error = watch.program.Start(watch.path, watch.argv, &child);
   CloseAllBut(watch.report);
@@ -132,10 +132,10 @@ bool CallerIgnoresChildren() {
 int RunAside(const char* path, const char* const* argv) {
   Order order{path, argv, -1};
   const Undisturbed undisturbed(CaughtSignals());
-  const pid_t between = Clone(RunOrder, CLONE_VM | CLONE_VFORK | CLONE_FILES | CLONE_FS, &order);
-  if (between == -1) return -1;
+  const pid_t intermediate = Clone(RunOrder, CLONE_VM | CLONE_VFORK | CLONE_FILES | CLONE_FS, &order);
+  if (intermediate == -1) return -1;
   const int reason = errno;
-  WaitFor(between);
+  WaitFor(intermediate);
   errno = reason;
   return order.result;
 }
@@ -146,13 +146,13 @@ pid_t SpawnAside(const char* path, const char* const* argv, const Redirection* r
   if (!OpenPipe(&report)) return -1;
   Watch watch{program, path, argv, report.writeEnd.Get()};
   const Undisturbed undisturbed(AllSignals());
-  const pid_t between = Clone(WatchProgram, 0, &watch);
-  if (between == -1) return -1;
+  const pid_t intermediate = Clone(WatchProgram, 0, &watch);
+  if (intermediate == -1) return -1;
   report.writeEnd = Descriptor();
-  int error = ECHILD;  // when the process between is killed before it has reported
+  int error = ECHILD;  // when the intermediate process is killed before it has reported
   ReadSome(report.readEnd.Get(), reinterpret_cast<char*>(&error), sizeof error);
-  if (error == 0) return between;
-  WaitFor(between);
+  if (error == 0) return intermediate;
+  WaitFor(intermediate);
   errno = error;
   return -1;
 }

@@ -29,13 +29,13 @@ std::string Escaped(const std::string& text) {
   return escaped;
 }
 
-// Whether the wildcards in the last part of `path` stand for a file other than `path` itself.
-bool StandsForOthers(const std::string& path) {
+// Whether the wildcards in the last part of `path` match a file other than `path` itself.
+bool MatchesOthers(const std::string& path) {
   const std::size_t name = path.rfind('/') + 1;
   if (path.find_first_of(kWildcards, name) == std::string::npos) return false;
   glob_t found = {};
   const std::string pattern = Escaped(path.substr(0, name)) + path.substr(name);
-  // NOLINTNEXTLINE(concurrency-mt-unsafe): that is for patterns with the names of users
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): only for patterns with names of users
   const int result = glob(pattern.c_str(), GLOB_BRACE | GLOB_PERIOD | GLOB_NOSORT, nullptr, &found);
   bool others = result != 0 && result != GLOB_NOMATCH;
   for (std::size_t i = 0; i < found.gl_pathc; ++i) others = others || path != found.gl_pathv[i];
@@ -43,7 +43,7 @@ bool StandsForOthers(const std::string& path) {
   return others;
 }
 
-// `path` without the choice of a frame, "[0]", at its end.
+// `path` without the frame selector "[0]" at its end.
 std::string WithoutFrame(const std::string& path) {
   const std::string frame = "[0]";
   const bool hasFrame =
@@ -51,17 +51,17 @@ std::string WithoutFrame(const std::string& path) {
   return hasFrame ? path.substr(0, path.size() - frame.size()) : path;
 }
 
-// Of all frames of an animation: with any '%' in its name each goes to a file of its own, numbered at the end.
-bool IsAboutFrames(const std::vector<std::string>& arguments) {
+// Whether all frames of an animation are written: with any '%' in the name each gets a numbered file of its own.
+bool WritesFrames(const std::vector<std::string>& arguments) {
   return std::any_of(arguments.begin(), arguments.end(),
                      [](const std::string& argument) { return argument == "-coalesce" || argument == "-layers"; });
 }
 
-bool IsLiteral(const std::string& path, bool isAboutFrames) {
-  if (isAboutFrames ? path.find('%') != std::string::npos : HasNumber(path)) return false;
+bool IsLiteral(const std::string& path, bool writesFrames) {
+  if (writesFrames ? path.find('%') != std::string::npos : HasNumber(path)) return false;
   const bool hasWildcards = path.find_first_of(kWildcards, path.rfind('/') + 1) != std::string::npos;
   if (hasWildcards && access(path.c_str(), F_OK) == 0) return false;
-  return !StandsForOthers(WithoutFrame(path));
+  return !MatchesOthers(WithoutFrame(path));
 }
 
 }  // namespace
@@ -71,9 +71,9 @@ bool TakesNamesLiterally(const char* path, const char* const* argv) {
   if (program.substr(program.rfind('/') + 1) != "convert") return true;
   std::vector<std::string> arguments;
   for (const char* const* argument = argv; *argument != nullptr; ++argument) arguments.emplace_back(*argument);
-  const bool isAboutFrames = IsAboutFrames(arguments);
+  const bool writesFrames = WritesFrames(arguments);
   return std::all_of(arguments.begin(), arguments.end(),
-                     [&](const std::string& argument) { return IsLiteral(argument, isAboutFrames); });
+                     [&](const std::string& argument) { return IsLiteral(argument, writesFrames); });
 }
 
 }  // namespace tavi

@@ -10,13 +10,13 @@
 
 namespace tavi {
 
-// Both ends are closed in children, and never standard descriptors.
+// Both ends are close-on-exec and never standard descriptors.
 struct Pipe {
   Descriptor readEnd;
   Descriptor writeEnd;
 };
 
-// Where the caller has closed a standard descriptor, the end of a new pipe may get its number: it is moved away.
+// Where the caller has closed a standard descriptor, the end of a new pipe gets its number and has to be moved.
 inline Descriptor AboveStandard(Descriptor end) {
   if (end.Get() > STDERR_FILENO) return end;
   return Descriptor(fcntl(end.Get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));

@@ -19,12 +19,12 @@
 namespace tavi {
 namespace {
 
-// Which child is at the other end of which stream.
+// The child at the other end of each stream.
 class Children {
  public:
   using Entries = std::map<FILE*, pid_t>;
 
-  // Takes over this one entry, which replaces an earlier one of its stream. Needs no memory.
+  // Takes over this one entry, which replaces an earlier one of its stream. Allocates no memory.
   void Add(Entries&& entry) {
     const std::lock_guard<std::mutex> lock(mutex_);
     children_.erase(entry.begin()->first);
@@ -52,7 +52,7 @@ Children& OpenChildren() {
   return children;
 }
 
-// Closing leaves errno alone.
+// Closing preserves errno.
 struct CloseStream {
   void operator()(FILE* stream) const {
     const int reason = errno;
@@ -90,7 +90,7 @@ FILE* Open(const char* path, bool reads, const char* const* argv) {
 
   const Redirection redirection =
       reads ? Redirection{pipe.writeEnd.Get(), STDOUT_FILENO} : Redirection{pipe.readEnd.Get(), STDIN_FILENO};
-  // All memory is taken before: a child that could not be recorded would be nobody's.
+  // Memory is allocated first: a child that could not be recorded would never be waited for.
   Children& children = OpenChildren();
   Children::Entries entry{{stream.get(), -1}};
   const pid_t child = Start(path, argv, redirection);
@@ -112,7 +112,7 @@ FILE* TLIBCPopenv(const char* path, const char* mode, const char* const* argv) {
   return tavi::AtCBoundary<FILE*>(nullptr, [=] { return tavi::Open(path, reads, argv); });
 }
 
-// -1 also in a caller that has begun to ignore SIGCHLD since the stream was opened: the system then keeps no status.
+// -1 also when the caller has started to ignore SIGCHLD since it opened the stream: the system then keeps no status.
 int TLIBCPclose(FILE* stream) {
   return tavi::AtCBoundary(-1, [=] { return tavi::Close(stream); });
 }

@@ -12,7 +12,7 @@
 namespace tavi {
 namespace {
 
-// Preparing a spawn fails for want of memory alone.
+// Preparing a spawn fails only when memory runs out.
 void Require(int error) {
   if (error != 0) throw std::bad_alloc();
 }
@@ -57,7 +57,7 @@ void PreparedSpawn::PrepareStandardDescriptors(const Redirection* redirection) {
   Require(posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1));
 }
 
-// No signal blocked; SIGPIPE and SIGCHLD handled as usual, whatever the caller ignores.
+// No signal blocked; default handling of SIGPIPE and SIGCHLD, even if the caller ignores them.
 void PreparedSpawn::PrepareSignals() {
   sigset_t none, usual;
   sigemptyset(&none);

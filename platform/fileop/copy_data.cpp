@@ -21,12 +21,12 @@ bool MoveTo(int from, int to, off_t position) {
   return lseek(from, position, SEEK_SET) != -1 && lseek(to, position, SEEK_SET) != -1;
 }
 
-// From `start` to `end`, or to where the file has become shorter than that.
+// From `start` to `end`, or to the end of a file that has become shorter.
 bool CopyExtent(int from, int to, off_t start, off_t end) {
   return MoveTo(from, to, start) && CopyBytes(from, to, static_cast<std::uint64_t>(end - start)) != -1;
 }
 
-// From `start` to wherever the file ends by now.
+// From `start` to the current end of the file.
 bool CopyRest(int from, int to, off_t start) {
   return MoveTo(from, to, start) && CopyBytes(from, to, std::numeric_limits<std::int64_t>::max()) != -1;
 }
@@ -41,7 +41,7 @@ bool CopyData(int from, int to, off_t size) {
     if (!CopyExtent(from, to, start, hole)) return false;
     end = hole;
   }
-  if (errno == EINVAL) return CopyRest(from, to, end);  // a volume that can't tell, as /proc
+  if (errno == EINVAL) return CopyRest(from, to, end);  // a volume that doesn't report holes, such as /proc
   const off_t known = std::max(end, size);
   return errno == ENXIO && ftruncate(to, known) == 0 && CopyRest(from, to, known);
 }

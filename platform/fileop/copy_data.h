@@ -5,11 +5,11 @@
 
 namespace tavi {
 
-// Copies the content of the file open at `from`, of `size` bytes or more by now, into the empty file open at `to`;
-// holes stay holes. False with errno set when it can't.
+// Copies the content of the open file `from`, which had `size` bytes and may have grown, to the empty file `to`. Holes
+// stay holes. False with errno set on failure.
 bool CopyData(int from, int to, off_t size);
 
-// Copies the attributes whose names begin with "user.", as far as the volume stores them.
+// Copies the extended attributes "user.*", as far as the volume stores them.
 void CopyUserAttributes(int from, int to);
 
 }  // namespace tavi

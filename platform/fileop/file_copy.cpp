@@ -42,7 +42,7 @@ bool AreSame(const struct stat& one, const struct stat& other) {
   return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
 }
 
-// Whether two paths of one file are a single name: of one folder, which may ignore case, by whatever way.
+// Whether two paths of one file are the same directory entry, reached by whatever path; the folder may ignore case.
 bool AreOneName(const char* source, const char* destination) {
   const Location from(source), to(destination);
   struct stat fromFolder, toFolder;
@@ -50,8 +50,8 @@ bool AreOneName(const char* source, const char* destination) {
          stat(to.folder.c_str(), &toFolder) == 0 && AreSame(fromFolder, toFolder);
 }
 
-// Onto another name of the source itself, rename() does nothing, and what leads there by another mount would be copied
-// onto itself and removed.
+// rename() does nothing when both paths are names of one file, and across mounts of one volume the source would be
+// copied over itself and then removed.
 bool MoveOntoItself(const char* source, const char* destination, const struct stat& facts) {
   if (facts.st_nlink > 1 && !AreOneName(source, destination)) return unlink(source) == 0;
   return rename(source, destination) == 0 || (errno == EXDEV && AreOneName(source, destination));

@@ -7,7 +7,7 @@
 
 namespace tavi {
 
-// A path cut before its last name, which keeps slashes at its end. `folder` ends with a slash.
+// A path split before its last name, which keeps trailing slashes. `folder` ends with a slash.
 struct Location {
   explicit Location(const std::string& path);
 
@@ -15,8 +15,8 @@ struct Location {
   std::string name;
 };
 
-// A copy under a temporary name next to its destination, where destructors leave nothing but finished files. All
-// functions return false with errno set when they fail.
+// A copy under a temporary name next to its destination; the destructor removes it unless it was published. All
+// functions that return bool return false with errno set on failure.
 class StagedCopy {
  public:
   explicit StagedCopy(const Location& destination);
@@ -27,11 +27,11 @@ class StagedCopy {
   // Copies data and attributes of the regular file `source`.
   bool Fill(const char* source);
 
-  // Replaces the destination; when it fails, the destination is as it was.
+  // Replaces the destination, which is unchanged after a failure.
   bool Publish();
 
-  // The same, but until this object's end Withdraw() brings back what was there before. Elsewhere than on volumes that
-  // exchange names or have hard links, there is no destination for a moment.
+  // The same, but until this object is destroyed Withdraw() restores the previous destination. On a volume that can
+  // neither exchange names nor make hard links, there is no destination for a moment.
   bool PublishRevocably();
   void Withdraw();
 
@@ -45,7 +45,7 @@ class StagedCopy {
   Descriptor folder_;
   std::string name_;
   std::string staged_;
-  std::string replaced_;  // the temporary name of what was there before; "" when nothing was
+  std::string replaced_;  // temporary name of the previous destination; "" when there was none
   Descriptor file_;
 };
 

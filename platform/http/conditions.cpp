@@ -49,7 +49,7 @@ bool AreWeaklyEqual(std::string_view tag, std::string_view etag) {
   return tag == etag || (tag.substr(0, 2) == "W/" && tag.substr(2) == etag);
 }
 
-// Whether a list of tags has that one; none counts in a list that is malformed anywhere.
+// Whether a list contains this tag. A malformed list contains none.
 bool HasTag(std::string_view list, std::string_view etag, Comparison areEqual) {
   SkipSpaces(&list);
   if (list == "*") return true;
@@ -76,8 +76,8 @@ bool IsUnchanged(const FileRequest& request, const FileVersion& version, std::in
   return since && version.modified <= *since;
 }
 
-// Whether the date tells this content from any other: what was changed within the same second may have been changed
-// twice in it.
+// Whether the date identifies this content: a file that was last changed within the second of its date may have been
+// changed twice in it.
 bool IsDateStrong(const FileVersion& version, std::int64_t now) {
   return version.modified < version.changed && version.modified < now;
 }

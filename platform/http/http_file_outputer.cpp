@@ -73,12 +73,12 @@ std::string Hex(const timespec& time) {
   return Hex(static_cast<std::uint64_t>(time.tv_sec)) + "." + Hex(static_cast<std::uint64_t>(time.tv_nsec));
 }
 
-// When the content was last modified, for clients: a file whose date is in the future was given it by its last change.
+// The modification time for clients: that of the last change when the file's own is in the future.
 std::int64_t ModifiedAt(const struct stat& facts, std::int64_t now) {
   return facts.st_mtim.tv_sec <= now ? facts.st_mtim.tv_sec : std::min<std::int64_t>(facts.st_ctim.tv_sec, now);
 }
 
-// Another file, or another content of it, has another tag, even where the modification time is put back afterwards.
+// Other files and other contents have other tags, even if the modification time is reset after a change.
 FileVersion VersionOf(const struct stat& facts, std::int64_t now) {
   const std::string etag = "\"" + Hex(facts.st_dev) + "-" + Hex(facts.st_ino) + "-" +
                            Hex(static_cast<std::uint64_t>(facts.st_size)) + "-" + Hex(facts.st_mtim) + "-" +

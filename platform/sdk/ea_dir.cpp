@@ -18,13 +18,13 @@
 namespace tavi {
 namespace {
 
-// The folder of a source, which new EA directories take owner, group, ACL and mode from.
+// The folder of a source, from which new EA directories get owner, group, ACL and mode.
 struct Folder {
   Descriptor place;
   struct stat facts;
 };
 
-// Opened for its place alone, so that a folder that can't be listed serves too.
+// Opened as a mere location, which works for a folder that can't be listed too.
 Descriptor OpenPlace(int parent, const char* path, int flags) {
   return Descriptor(openat(parent, path, O_PATH | O_DIRECTORY | O_CLOEXEC | flags));
 }
@@ -37,7 +37,7 @@ bool IsTrustedIn(const Descriptor& parent, const Descriptor& place) {
   return false;
 }
 
-// An empty directory under a temporary name, removed again unless it gets its own.
+// An empty directory under a temporary name, removed by the destructor unless it was renamed.
 class StagedDirectory {
  public:
   StagedDirectory(const Descriptor& parent, mode_t mode) : parent_(parent) {
@@ -58,7 +58,7 @@ class StagedDirectory {
     return place.IsOpen() && CopyAccessRights(folder.place.Get(), folder.facts, place.Get());
   }
 
-  // Unless the name is taken; an empty directory may be replaced where the volume knows no such condition.
+  // Fails when the name is taken; a volume that doesn't support this condition may replace an empty directory.
   bool RenameTo(const char* name) {
     const int parent = parent_.Get();
     const bool done = renameat2(parent, name_.c_str(), parent, name, RENAME_NOREPLACE) == 0 ||
@@ -72,14 +72,14 @@ class StagedDirectory {
   std::string name_;
 };
 
-// A directory gets its name once it is complete, so that nobody meets one without its owner and mode. One that somebody
-// else has made meanwhile is as good.
+// A directory gets its name when it is complete, so that nobody sees one without its owner and mode. One that another
+// process has made meanwhile is as good.
 bool Make(const Descriptor& parent, const char* name, const Folder& folder) {
   StagedDirectory directory(parent, folder.facts.st_mode & 0777);
   return directory.MakeLike(folder) && (directory.RenameTo(name) || errno == EEXIST || errno == ENOTEMPTY);
 }
 
-// Links are not followed: what is made stays in the source's folder.
+// Links are not followed: everything is made in the source's folder.
 Descriptor OpenOrMake(const Descriptor& parent, const char* name, const Folder& folder) {
   Descriptor place = OpenPlace(parent.Get(), name, O_NOFOLLOW);
   if (!place.IsOpen() && errno == ENOENT && Make(parent, name, folder)) {

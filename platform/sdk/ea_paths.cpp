@@ -27,7 +27,7 @@ std::string Absolute(const std::string& path) {
   return workingDirectory + ("/" + path);
 }
 
-// The same place without links, or "" when there is none. Leaves errno alone: that is no failure.
+// The path with all links resolved, or "" when it doesn't exist. Preserves errno: that is not a failure.
 std::string Resolved(const std::string& path) {
   const int before = errno;
   char resolved[PATH_MAX];
@@ -36,8 +36,8 @@ std::string Resolved(const std::string& path) {
   return exists ? resolved : "";
 }
 
-// There are no thumbnails of thumbnails: what is stored in an EA directory has none of its own, by whatever path, link
-// or working directory it is reached.
+// There are no thumbnails of thumbnails: a file in an EA directory has no EA path, whichever path, link or working
+// directory leads to it.
 bool IsInEADirectory(const std::string& source) {
   const std::string path = Absolute(source);
   if (PassesEARoot(path)) return true;

@@ -70,7 +70,7 @@ constexpr FuseRow kFuseRows[] = {
     {"fuse.fusefat", kFatFS},
 };
 
-// The first field of a line, which is taken off it with the blank after it.
+// Removes and returns the first field of a line, with the blank after it.
 std::string_view TakeField(std::string_view* line) {
   const std::string_view field = line->substr(0, line->find(' '));
   line->remove_prefix(std::min(line->size(), field.size() + 1));

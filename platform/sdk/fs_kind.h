@@ -25,11 +25,11 @@ struct Mount {
 // listed. Blanks in the source stay escaped ("\040").
 Mount FindMount(std::istream& mountinfo, dev_t device);
 
-// The kind of a FUSE mount by its type and source; local for all that are not known, any of type "fuseblk" among them.
+// The kind of a FUSE mount by its type and source; local for unknown ones, and always for plain "fuseblk".
 FsKind KindOfFuse(const Mount& mount);
 
-// The kind of a block device's file system by its properties in udev's database ("E:ID_FS_TYPE=exfat"), or by the
-// device's first bytes, 512 of which are enough. Local for all that are not known.
+// The kind of a block device's file system by its properties in udev's database ("E:ID_FS_TYPE=exfat"), or by the first
+// 512 bytes of the device. Local for unknown ones.
 FsKind KindOfUdevProperties(std::istream& properties);
 FsKind KindOfBootSector(std::string_view sector);
 

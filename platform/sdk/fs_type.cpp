@@ -20,15 +20,15 @@
 namespace tavi {
 namespace {
 
-// Memory that runs out while a file is read shows as an exception rather than as the file's end.
+// Makes running out of memory an exception rather than the end of the file.
 std::ifstream OpenText(const std::string& path) {
   std::ifstream file(path);
   file.exceptions(std::ios::badbit);
   return file;
 }
 
-// "fuseblk" stands for NTFS as well as exFAT and FAT. udev tells everybody what a device has, and the superuser can
-// look for himself.
+// "fuseblk" is the type of NTFS as well as exFAT and FAT. Everybody can read udev's database, and the superuser the
+// device itself.
 FsKind KindOfBlockDevice(const Mount& mount, dev_t device) {
   std::ifstream properties =
       OpenText("/run/udev/data/b" + std::to_string(major(device)) + ":" + std::to_string(minor(device)));

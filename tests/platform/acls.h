@@ -33,7 +33,7 @@ inline std::string AclOf(const std::vector<AclEntry>& entries) {
   return acl;
 }
 
-// Owner and owning group as told, one user more, and nobody else.
+// Rights of the owner, the owning group and one more user; others have none.
 inline std::string AclWithUser(int owner, int group, unsigned user, int rights) {
   return AclOf({{ACL_USER_OBJ, owner},
                 {ACL_USER, rights, user},

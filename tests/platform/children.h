@@ -60,7 +60,7 @@ class Report {
   TempDir folder_;
 };
 
-// The end of a child of the test: its exit status, or minus the number of the signal that it died of.
+// Waits for a child of the test. Its exit status, or minus the number of the signal that it died of.
 inline int EndOf(pid_t child) {
   int status = 0;
   while (waitpid(child, &status, 0) == -1 && errno == EINTR) {
@@ -76,7 +76,7 @@ inline int InProcess(const std::function<int()>& body) {
   return EndOf(child);
 }
 
-// The same for a body with expectations, which must all hold.
+// The same for a body with expectations, all of which must be met.
 inline void CheckInProcess(const std::function<void()>& body) {
   EXPECT_EQ(InProcess([&body] {
               body();
@@ -97,7 +97,7 @@ inline void CheckAsOrdinaryUser(const std::function<void()>& body) {
   });
 }
 
-// Makes the calling process one that the system tells no exit status: by ignoring SIGCHLD, or by a flag beside it.
+// Makes the calling process one that gets no exit status from the system, by ignoring SIGCHLD or by SA_NOCLDWAIT.
 inline void IgnoreChildren(bool byFlag) {
   struct sigaction action = {};
   action.sa_handler = byFlag ? SIG_DFL : SIG_IGN;
@@ -105,7 +105,7 @@ inline void IgnoreChildren(bool byFlag) {
   ASSERT_EQ(sigaction(SIGCHLD, &action, nullptr), 0);
 }
 
-// Makes the calling process the superuser of mounts of its own; false when the system doesn't allow it.
+// Makes the calling process the superuser of its own mounts; false when the system doesn't allow it.
 inline bool EnterMountNamespace() {
   const uid_t user = geteuid();
   const gid_t group = getegid();
@@ -118,7 +118,7 @@ inline bool EnterMountNamespace() {
   return mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
 }
 
-// Runs `body` where mounts can be made that end with it. It returns "" or why the test can't be made here.
+// Runs `body` where it can make mounts, which disappear with it. It returns "" or what the test needs and is missing.
 inline void CheckWithMounts(const std::function<std::string()>& body) {
   TempDir folder;
   const std::string reason = folder / "reason";

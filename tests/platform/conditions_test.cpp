@@ -218,7 +218,7 @@ TEST(Conditions, HaveTheirOrder) {
   FileRequest request = Get();
   request.ifNoneMatch = "\"other\"";
   request.ifModifiedSince = "Sun, 06 Nov 1994 08:49:37 GMT";
-  EXPECT_EQ(tavi::Decide(request, kVersion, kNow), kWhole) << "a date does not count beside tags";
+  EXPECT_EQ(tavi::Decide(request, kVersion, kNow), kWhole) << "dates are ignored next to tags";
   request.range = "bytes=0-1";
   EXPECT_EQ(tavi::Decide(request, kVersion, kNow), Part(0, 2));
   request.ifNoneMatch = "\"tag\"";
@@ -226,7 +226,7 @@ TEST(Conditions, HaveTheirOrder) {
   request.ifUnmodifiedSince = "Sun, 06 Nov 1994 08:49:36 GMT";
   EXPECT_EQ(tavi::Decide(request, kVersion, kNow), kAnother) << "before all others";
   request.ifMatch = "\"tag\"";
-  EXPECT_EQ(tavi::Decide(request, kVersion, kNow), kNotModified) << "a date does not count beside tags";
+  EXPECT_EQ(tavi::Decide(request, kVersion, kNow), kNotModified) << "dates are ignored next to tags";
 }
 
 TEST(Conditions, AreForCgiAlone) {

@@ -100,7 +100,7 @@ TEST(EAMKDir, WorksInAFolderWhoseOwnerIsUnknownToTheSuperuser) {
       WriteFile(notes / "skip", "");
       return;
     }
-    std::ofstream("/proc/self/uid_map") << "0 0 1";  // the folder's owner does not exist in here
+    std::ofstream("/proc/self/uid_map") << "0 0 1";  // the folder's owner does not exist in this namespace
     EXPECT_EQ(MakeDir(folder / ".tavi_ea/a.jpg"), 0);
   });
   if (Exists(notes / "skip")) GTEST_SKIP() << "needs user namespaces";
@@ -147,7 +147,7 @@ TEST(EAMKDir, GivesBothDirectoriesTheAclOfTheSourcesFolder) {
   }
 }
 
-TEST(EAMKDir, GivesTheOwningGroupItsOwnRightsOnlyWhereThereAreNoAcls) {
+TEST(EAMKDir, GivesTheOwningGroupOnlyItsOwnRightsWhereThereAreNoAcls) {
   TempDir folder;
   if (!SetAttribute(folder.Path(), kAccessAcl, AclWithUser(7, 0, 4321, 7))) GTEST_SKIP() << "needs a volume with ACLs";
   ASSERT_EQ(ModeOf(folder.Path()), 0770u);
@@ -170,7 +170,7 @@ Listing Leftovers(const std::string& folder) {
   return found;
 }
 
-TEST(EAMKDir, KilledAtAnyTimeLeavesNoEADirectoryThatIsNotComplete) {
+TEST(EAMKDir, KilledAtAnyTimeLeavesNoIncompleteEADirectory) {
   const std::vector<std::vector<long>> steps{{SYS_mkdirat}, {SYS_fchownat}, ModeCalls(), {SYS_renameat2}};
   for (const std::vector<long>& step : steps) {
     SCOPED_TRACE(testing::PrintToString(step));
@@ -190,7 +190,7 @@ TEST(EAMKDir, KilledAtAnyTimeLeavesNoEADirectoryThatIsNotComplete) {
   }
 }
 
-TEST(EAMKDir, WorksOnAVolumeThatCannotRenameUnderConditions) {
+TEST(EAMKDir, WorksOnAVolumeWithoutConditionalRenames) {
   TempDir folder;
   CheckInProcess([&] {
     RefuseCalls({SYS_renameat2}, EINVAL);
@@ -221,7 +221,7 @@ TEST(EAMKDir, LeavesAnExistingDirectoryAndItsEntriesAsTheyAre) {
   EXPECT_EQ(ModeOf(folder / ".tavi_ea/a.jpg"), 0711u);
 }
 
-TEST(EAMKDir, KeepsTheDirectoriesOfAFoldersFilesSideBySide) {
+TEST(EAMKDir, MakesOneDirectoryForEachFileOfAFolder) {
   TempDir folder;
   EXPECT_EQ(MakeDir(folder / ".tavi_ea/a.jpg"), 0);
   EXPECT_EQ(MakeDir(folder / ".tavi_ea/ b\n\xFF.jpg"), 0);
@@ -248,7 +248,7 @@ TEST(EAMKDir, ReachesTheSourcesFolderThroughALink) {
   EXPECT_TRUE(fs::is_directory(folder / "real/.tavi_ea/a.jpg"));
 }
 
-TEST(EAMKDir, NeedsNoRightToListTheFolderOrWhatItMakes) {
+TEST(EAMKDir, NeedsNoRightToListFolderOrDirectories) {
   TempDir folder;
   if (geteuid() == 0) {
     ASSERT_EQ(chown(folder.Path().c_str(), 65534, 65534), 0);
@@ -287,7 +287,7 @@ TEST(EAMKDir, FailsWhenAnythingButADirectoryIsInTheWay) {
   }
 }
 
-TEST(EAMKDir, MakesNothingButEADirectories) {
+TEST(EAMKDir, RefusesPathsThatAreNotEADirectories) {
   TempDir folder;
   fs::create_directory(folder / ".tavi_ea");
   for (const char* path : {"", "/", "photo", "photo/a.jpg", ".tavi_ea", ".tavi_ea/", ".tavi_ea/.", ".tavi_ea/..",
@@ -347,7 +347,7 @@ TEST(EAMKDir, SucceedsForAllWhoMakeTheSameDirectoryAtOnce) {
   EXPECT_EQ(FailuresOfMakingAtOnce(folder), 0);
 }
 
-TEST(EAMKDir, SucceedsForAllAtOnceOnAVolumeThatCannotRenameUnderConditions) {
+TEST(EAMKDir, SucceedsForAllAtOnceOnAVolumeWithoutConditionalRenames) {
   TempDir folder;
   CheckInProcess([&] {
     RefuseCalls({SYS_renameat2}, EINVAL);

@@ -12,7 +12,7 @@ thread_local int allocationsLeft = -1;
 
 }  // namespace
 
-// In the place of the C++ library's, for this program and all libraries in it.
+// Replaces the C++ library's, for this program and all its libraries.
 void* operator new(std::size_t size) {
   if (allocationsLeft >= 0 && allocationsLeft-- == 0) throw std::bad_alloc();
   void* const memory = std::malloc(size == 0 ? 1 : size);

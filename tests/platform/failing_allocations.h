@@ -5,8 +5,8 @@
 
 namespace tavithumb::test {
 
-// Calls `body` again and again in this thread: the first time its first allocation by `new` throws, the second time its
-// second one and so on, until it has called `body` without any failing. Returns how many failed.
+// Calls `body` repeatedly in this thread: the first time its first allocation by `new` throws, the second time its
+// second one and so on, until no allocation fails. Returns the number of failures.
 int FailEachAllocation(const std::function<void()>& body);
 
 }  // namespace tavithumb::test

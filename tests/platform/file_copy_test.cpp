@@ -131,7 +131,7 @@ TEST(FileCopy, ReplacesTheDestination) {
   }
 }
 
-TEST(FileCopy, ReplacesALinkAtTheDestinationAndLeavesWhatItLeadsToAlone) {
+TEST(FileCopy, ReplacesALinkAtTheDestinationAndLeavesItsTargetAlone) {
   for (const auto& operation : {Copy, Move}) {
     TempDir folder;
     MakeSource(folder / "source", "new");
@@ -153,7 +153,7 @@ TEST(FileCopy, MovesWithinAVolumeByRenaming) {
   EXPECT_EQ(Names(folder.Path()), Listing{"target"});
 }
 
-TEST(FileCopy, TakesRelativeAndOddNames) {
+TEST(FileCopy, AcceptsRelativeAndOddNames) {
   TempDir folder;
   CheckInProcess([&] {
     ASSERT_EQ(chdir(folder.Path().c_str()), 0);
@@ -244,7 +244,7 @@ TEST(FileCopy, WorksForASuperuserWhoCannotGiveFilesAway) {
   EXPECT_EQ(ModeOf(folder / "copy"), 0755u);
 }
 
-TEST(FileCopy, GoesOnWhereTheVolumeRefusesOwnersOrModes) {
+TEST(FileCopy, WorksWhereTheVolumeRefusesOwners) {
   for (const int refusal : {EPERM, EINVAL, EACCES, ENOSYS, EOPNOTSUPP, EOVERFLOW}) {
     SCOPED_TRACE(std::strerror(refusal));
     TempDir folder;
@@ -394,13 +394,13 @@ TEST(FileCopy, KeepsHoles) {
   }
 }
 
-TEST(FileCopy, ReadsWhatHasNoSizeToItsEnd) {
+TEST(FileCopy, ReadsAFileWithoutASizeToItsEnd) {
   TempDir folder;
   EXPECT_EQ(Copy("/proc/version", folder / "copy"), 0);
   EXPECT_EQ(ReadFile(folder / "copy"), ReadFile("/proc/version"));
 }
 
-TEST(FileCopy, WorksOnAVolumeThatCannotTellItsHoles) {
+TEST(FileCopy, WorksOnAVolumeThatDoesNotReportHoles) {
   TempDir folder;
   MakeSource(folder / "source", Bytes(100000));
   CheckInProcess([&] {
@@ -544,7 +544,7 @@ TEST_F(AcrossVolumes, ACopyKeepsTheSource) {
   EXPECT_EQ(NamesThere(), Listing{"copy"});
 }
 
-TEST_F(AcrossVolumes, AMoveReplacesALinkAndLeavesWhatItLeadsToAlone) {
+TEST_F(AcrossVolumes, AMoveReplacesALinkAndLeavesItsTargetAlone) {
   WriteFile(here / "source", "new");
   WriteFile(There("elsewhere"), "old");
   fs::create_symlink("elsewhere", There("target"));
@@ -564,7 +564,7 @@ TEST_F(AcrossVolumes, AMoveOntoADirectoryFails) {
   EXPECT_EQ(NamesThere(), Listing{"directory"});
 }
 
-// A small volume of its own, for processes with mounts of their own.
+// Mounts a small volume, for processes with their own mounts.
 std::string MountSmallVolume(const std::string& folder) {
   fs::create_directory(folder);
   return mount("tmpfs", folder.c_str(), "tmpfs", 0, "size=65536") == 0 ? "" : "needs mounts of tmpfs";
@@ -592,7 +592,7 @@ TEST(FileCopy, OntoAFullVolumeLeavesTheDestinationAsItWas) {
   }
 }
 
-// What a volume can't do: exchange names, and give a file a second one.
+// Calls that a volume doesn't support: to exchange names and to make hard links.
 const std::vector<std::vector<long>> kMissingCalls{{}, {SYS_renameat2}, {SYS_renameat2, SYS_linkat, SYS_link}};
 
 TEST(FileCopy, MoveFailsForASourceThatCannotBeRemovedAndLeavesTheDestinationAsItWas) {

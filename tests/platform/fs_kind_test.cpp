@@ -59,7 +59,7 @@ TEST(KindOfMagic, FollowsTheFileSystemsNumber) {
       {"F2FS", 0xF2F52010, kLocalFS},
       {"ZFS", 0x2FC12FC1, kLocalFS},
       {"HFS+", 0x482B, kLocalFS},
-      {"FUSE, by itself", 0x65735546, kLocalFS},
+      {"FUSE", 0x65735546, kLocalFS},
       {"unknown", 0x12345678, kLocalFS},
       {"zero", 0, kLocalFS},
   };

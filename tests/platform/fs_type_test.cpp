@@ -19,7 +19,7 @@ namespace fs = std::filesystem;
 namespace tavithumb::test {
 namespace {
 
-// What the two libraries together tell of a volume.
+// What the two libraries together report about a volume.
 std::string Nature(const std::string& path) {
   const int type = TAVIGetFSType(path.c_str(), 0);
   if (type == -1) return std::string("error: ") + std::strerror(errno);

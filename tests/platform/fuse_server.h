@@ -17,7 +17,7 @@
 namespace tavithumb::test {
 
 // An empty FUSE file system of a given type ("fuse.sshfs") and source, served by a thread of this process while it
-// lives. For processes with mounts of their own.
+// lives. For processes with their own mounts.
 class FuseServer {
  public:
   FuseServer(std::string folder, const std::string& type, const std::string& source)
@@ -39,7 +39,7 @@ class FuseServer {
   bool IsMounted() const { return mounted_; }
 
  private:
-  // Until the unmounted device has no more requests.
+  // Serves until the device is unmounted and has no more requests.
   void Serve() {
     std::array<char, FUSE_MIN_READ_BUFFER * 20> request;
     while (true) {

@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::int64_t kNow = 1800000000;  // in January 2027
 
-TEST(HttpDate, IsWrittenInTheFixedForm) {
+TEST(HttpDate, IsWrittenInTheFixedFormat) {
   const std::pair<std::int64_t, const char*> rows[] = {
       {0, "Thu, 01 Jan 1970 00:00:00 GMT"},
       {784111777, "Sun, 06 Nov 1994 08:49:37 GMT"},
@@ -30,7 +30,7 @@ TEST(HttpDate, IsWrittenInTheFixedForm) {
   for (const auto& [seconds, text] : rows) EXPECT_EQ(tavi::FormatHttpDate(seconds), text) << seconds;
 }
 
-TEST(HttpDate, IsReadInAllThreeForms) {
+TEST(HttpDate, IsReadInAllThreeFormats) {
   const std::pair<const char*, std::int64_t> rows[] = {
       {"Sun, 06 Nov 1994 08:49:37 GMT", 784111777},    {"Sunday, 06-Nov-94 08:49:37 GMT", 784111777},
       {"Sun Nov  6 08:49:37 1994", 784111777},         {"Sun Nov 16 08:49:37 1994", 784975777},
@@ -42,7 +42,7 @@ TEST(HttpDate, IsReadInAllThreeForms) {
   for (const auto& [text, seconds] : rows) EXPECT_EQ(tavi::ParseHttpDate(text, kNow), seconds) << text;
 }
 
-TEST(HttpDate, IsNoneWhenAnythingIsNotAsItMustBe) {
+TEST(HttpDate, IsNothingForAnyOtherText) {
   for (const char* text : {"",
                            "Sun",
                            "Sun, 06 Nov 1994 08:49:37",

@@ -11,7 +11,7 @@ namespace tavithumb::test {
 
 inline std::atomic<int> interruptionCount{0};
 
-// While it lives, a signal whose handler does not restart system calls comes every millisecond.
+// While it lives, a signal whose handler does not restart system calls is raised every millisecond.
 class Interruptions {
  public:
   Interruptions() {
@@ -30,7 +30,7 @@ class Interruptions {
   Interruptions(const Interruptions&) = delete;
   Interruptions& operator=(const Interruptions&) = delete;
 
-  // Waits until `count` more of them came. For threads other than the one under test.
+  // Waits for `count` more of them. For threads other than the one under test.
   static void Await(int count) {
     const int goal = interruptionCount + count;
     while (interruptionCount < goal) std::this_thread::yield();
@@ -40,8 +40,8 @@ class Interruptions {
   struct sigaction before_;
 };
 
-// Keeps the signal of Interruptions from the calling thread, so that it reaches the one under test.
-inline void TakeNoInterruptions() {
+// Blocks the signal of Interruptions in the calling thread, so that the one under test gets it.
+inline void BlockInterruptions() {
   sigset_t alarm;
   sigemptyset(&alarm);
   sigaddset(&alarm, SIGALRM);

@@ -11,7 +11,7 @@
 namespace tavithumb::test {
 namespace {
 
-// A program of that name that does nothing, in a folder of files that names could be taken for.
+// A program of that name that does nothing, in a folder of files that its arguments could match.
 class NamesForConvert : public testing::Test {
  protected:
   void SetUp() override {
@@ -37,7 +37,7 @@ class NamesForConvert : public testing::Test {
   const Report report_;
 };
 
-TEST_F(NamesForConvert, AreTakenAsTheyAreByConvertOrItIsNotRun) {
+TEST_F(NamesForConvert, AreReadLiterallyByConvertOrItIsNotRun) {
   const struct {
     std::string name;
     bool isRun;
@@ -75,7 +75,7 @@ TEST_F(NamesForConvert, AreTakenAsTheyAreByConvertOrItIsNotRun) {
   for (const auto& row : rows) EXPECT_EQ(IsRun("convert", folder_ / row.name), row.isRun) << row.name;
 }
 
-TEST_F(NamesForConvert, HaveNoPercentSignForAnAnimation) {
+TEST_F(NamesForConvert, MustNotHaveAPercentSignForAnAnimation) {
   for (const char* option : {"-coalesce", "-layers"}) {
     for (const char* name : {"50%.gif", "100% fun/a.gif", "%", "a%%.gif", "%d.gif"}) {
       EXPECT_FALSE(IsRun("convert", folder_ / name, option)) << option << " " << name;
@@ -84,11 +84,11 @@ TEST_F(NamesForConvert, HaveNoPercentSignForAnAnimation) {
   }
 }
 
-TEST_F(NamesForConvert, AreTakenAsTheyAreByAllOtherPrograms) {
+TEST_F(NamesForConvert, AreReadLiterallyByAllOtherPrograms) {
   for (const char* name : {"%d.jpg", "b[1].jpg", "*.jpg", "d.png[0]"}) EXPECT_TRUE(IsRun("djpeg", folder_ / name));
 }
 
-TEST_F(NamesForConvert, ThatAreOptionsOrSizesAreNoFiles) {
+TEST_F(NamesForConvert, ThatAreOptionsOrSizesAreAllowed) {
   for (const char* text : {"-rotate", "120x120+10+20", "", "sRGB", "90"}) EXPECT_TRUE(IsRun("convert", text)) << text;
 }
 

@@ -19,8 +19,8 @@ namespace fs = std::filesystem;
 namespace tavithumb::test {
 namespace {
 
-// Every allocation of `call` fails once, which makes it return false with ENOMEM; with none failing it returns true.
-// `cleanUp` comes after each call.
+// Fails each allocation of `call` once, which must make it return false with ENOMEM, and finally none, which must make
+// it return true. Calls `cleanUp` after each failure.
 void CheckEachAllocation(
     const std::function<bool()>& call, const std::function<void()>& cleanUp = [] {}) {
   bool result = false;
@@ -34,7 +34,7 @@ void CheckEachAllocation(
     if (!result) cleanUp();
   });
   EXPECT_TRUE(result) << std::strerror(reason);
-  EXPECT_GT(failed, 0) << "it allocates nothing";
+  EXPECT_GT(failed, 0) << "it makes no allocation";
   EXPECT_EQ(calls, failed + 1);
   EXPECT_EQ(wrong, 0);
 }

@@ -46,7 +46,7 @@ TEST(Popenv, GivesTheWholeOutput) {
   }
 }
 
-TEST(Popenv, GivesTheOutputThroughItsDescriptorToo) {
+TEST(Popenv, GivesTheOutputThroughItsDescriptorAsWell) {
   FILE* stream = Popenv(Child("flood"), "r", {"100"});
   ASSERT_NE(stream, nullptr);
   std::string got(200, '#');
@@ -56,7 +56,7 @@ TEST(Popenv, GivesTheOutputThroughItsDescriptorToo) {
   EXPECT_EQ(TLIBCPclose(stream), 0);
 }
 
-TEST(Popenv, HandsEveryArgumentOverAsItIs) {
+TEST(Popenv, PassesEveryArgumentUnchanged) {
   FILE* stream = Popenv(Child("echo_arguments"), "r", {"", "two words", "$HOME", ";exit", "line\nbreak", "\xFF"});
   ASSERT_NE(stream, nullptr);
   const std::string parts[] = {Child("echo_arguments"), "", "two words", "$HOME", ";exit", "line\nbreak", "\xFF"};
@@ -84,7 +84,7 @@ TEST(Popenv, RefusesOtherModes) {
   }
 }
 
-TEST(Popenv, IsNullForWhatCannotBeStarted) {
+TEST(Popenv, IsNullForAProgramThatCannotBeStarted) {
   TempDir folder;
   WriteFile(folder / "not-executable", "");
   const struct {
@@ -181,7 +181,7 @@ TEST(Popenv, KeepsItsStreamFromOtherChildrenOfTheCaller) {
   EXPECT_EQ(TLIBCPclose(stream), 0);
 }
 
-TEST(Pclose, IsZeroForANormalExitWithStatusZeroAlone) {
+TEST(Pclose, IsZeroOnlyForANormalExitWithStatusZero) {
   const struct {
     std::string child, argument;
     bool good;
@@ -196,7 +196,7 @@ TEST(Pclose, IsZeroForANormalExitWithStatusZeroAlone) {
   }
 }
 
-// Whether there is no way here to learn the status of an ignored child: under user-mode emulation.
+// User-mode emulation can't start the intermediate process.
 bool IsEmulated() {
   FILE* const stream = Popenv(Child("exit_with"), "r", {"0"});
   if (stream == nullptr) return errno == EINVAL;
@@ -314,7 +314,7 @@ TEST(Pclose, WaitsForItsOwnChildInAnyOrder) {
   }
 }
 
-TEST(Pclose, EndsTheInputOfItsChildWhileOthersRun) {
+TEST(Pclose, ClosesTheInputOfItsChildWhileOthersRun) {
   TempDir folder;
   FILE* first = Popenv(Child("copy_input"), "w", {folder / "first"});
   FILE* second = Popenv(Child("copy_input"), "w", {folder / "second"});
@@ -339,7 +339,7 @@ TEST(Pclose, LeavesOtherChildrenToTheCaller) {
   EXPECT_EQ(EndOf(other), 42);
 }
 
-TEST(Pclose, WaitsOnAfterASignal) {
+TEST(Pclose, ContinuesWaitingAfterASignal) {
   TempDir folder;
   ASSERT_EQ(mkfifo((folder / "fifo").c_str(), 0600), 0);
   for (const int status : {0, 3}) {
@@ -347,7 +347,7 @@ TEST(Pclose, WaitsOnAfterASignal) {
     ASSERT_NE(stream, nullptr);
     const Interruptions interruptions;
     std::thread ender([&] {
-      TakeNoInterruptions();
+      BlockInterruptions();
       Interruptions::Await(5);
       close(open((folder / "fifo").c_str(), O_WRONLY));
     });
@@ -376,7 +376,7 @@ TEST(Pclose, LeavesNoChildAndNoDescriptorBehind) {
   });
 }
 
-TEST(PipeStreams, OfSeveralThreadsKeepApart) {
+TEST(PipeStreams, OfSeveralThreadsAreIndependent) {
   std::vector<std::thread> threads;
   std::vector<int> wrong(4, 0);
   for (std::size_t i = 0; i < wrong.size(); ++i) {

@@ -16,14 +16,14 @@
 
 namespace tavithumb::test {
 
-// For forked processes: makes the kernel treat some system calls of the calling process otherwise from now on.
+// For forked processes: changes what some system calls of the calling process do from now on.
 
 inline bool Install(std::vector<sock_filter>& filter) {
   const sock_fprog program{static_cast<unsigned short>(filter.size()), filter.data()};
   return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
 }
 
-// SYS_renameat2 stands for calls with flags alone. False when the system has no such filters, as emulators don't.
+// SYS_renameat2 stands for calls with flags only. False when the system has no such filters, as under emulation.
 inline bool FilterCalls(const std::vector<long>& calls, std::uint32_t action) {
   constexpr std::uint32_t number = offsetof(seccomp_data, nr), flags = offsetof(seccomp_data, args[4]);
   std::vector<sock_filter> filter{BPF_STMT(BPF_LD | BPF_W | BPF_ABS, number)};
@@ -67,7 +67,7 @@ inline bool RefuseSeeksForData() {
   return Install(filter);
 }
 
-// Leaves a superuser who can't give files away.
+// Makes the calling process a superuser who can't change owners.
 inline bool DropChownCapability() {
   __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
   __user_cap_data_struct data[2] = {};
@@ -76,7 +76,7 @@ inline bool DropChownCapability() {
   return syscall(SYS_capset, &header, data) == 0;
 }
 
-// What makes a file's mode known to the kernel, whatever the C library calls for it.
+// The system calls that may set a mode, depending on the C library.
 inline std::vector<long> ModeCalls() {
 #ifdef SYS_chmod
   return {SYS_fchmod, SYS_fchmodat, SYS_chmod};

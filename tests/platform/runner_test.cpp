@@ -30,7 +30,7 @@ const std::vector<std::string> kOddArguments{"",      " ",           "two words"
                                              "'\"\\", "line\nbreak", "\xFF\xFE",  "-n",    "%d",   "~",       ">x",
                                              "a=b",   "|cat",        "&",         "(",     "#",    "\t"};
 
-TEST(Execv, HandsEveryArgumentOverAsItIs) {
+TEST(Execv, PassesEveryArgumentUnchanged) {
   const Report report;
   EXPECT_EQ(Execv(Child("echo_arguments"), kOddArguments), 0);
   std::vector<std::string> expected{Child("echo_arguments")};
@@ -45,20 +45,20 @@ TEST(Execv, RunsTheFileOfThePathUnderAnotherArgumentZero) {
   EXPECT_EQ(report.Text(), Terminated({"/usr/bin/convert", "x"}));
 }
 
-TEST(Execv, IsZeroForANormalExitWithStatusZeroAlone) {
+TEST(Execv, IsZeroOnlyForANormalExitWithStatusZero) {
   EXPECT_EQ(Execv(Child("exit_with"), {"0"}), 0);
   for (const char* status : {"1", "2", "126", "127", "128", "255"}) {
     EXPECT_NE(Execv(Child("exit_with"), {status}), 0) << status;
   }
 }
 
-TEST(Execv, FailsForAProgramThatDiesOfASignal) {
+TEST(Execv, FailsForAProgramThatIsKilledByASignal) {
   for (const int number : {SIGKILL, SIGTERM, SIGPIPE, SIGHUP}) {
     EXPECT_NE(Execv(Child("kill_self"), {std::to_string(number)}), 0) << number;
   }
 }
 
-TEST(Execv, FailsForWhatIsNoProgram) {
+TEST(Execv, FailsForAnythingButAProgram) {
   TempDir folder;
   WriteFile(folder / "not-executable", "#!/bin/sh\nexit 0\n");
   WriteFile(folder / "no-interpreter", "exit 0\n");
@@ -68,11 +68,11 @@ TEST(Execv, FailsForWhatIsNoProgram) {
   }
 }
 
-TEST(Execv, LooksInNoSearchPath) {
+TEST(Execv, DoesNotSearchThePath) {
   EXPECT_NE(Execv("true", {}), 0);
 }
 
-TEST(Execv, GivesTheChildAnEmptyInputAndTheCallersOutputAndErrorAlone) {
+TEST(Execv, GivesTheChildAnEmptyInputAndOnlyTheCallersOutputAndError) {
   const Report report;
   TempDir folder;
   WriteFile(folder / "input", "of the caller");
@@ -89,15 +89,15 @@ TEST(Execv, GivesTheChildAnEmptyInputAndTheCallersOutputAndErrorAlone) {
 TEST(Execv, GivesTheChildNullDevicesForWhatTheCallerHasClosed) {
   TempDir folder;
   for (int closed = 0; closed < 8; ++closed) {
-    for (const bool keptForItself : {false, true}) {  // close-on-exec: open in the caller, closed for its children
-      SCOPED_TRACE(std::to_string(closed) + (keptForItself ? " close-on-exec" : " closed"));
+    for (const bool closesOnExec : {false, true}) {  // close-on-exec: open in the caller, closed for its children
+      SCOPED_TRACE(std::to_string(closed) + (closesOnExec ? " close-on-exec" : " closed"));
       const Report report;
       EXPECT_EQ(InProcess([&] {
                   dup2(open((folder / "output").c_str(), O_WRONLY | O_CREAT, 0600), 1);
                   dup2(1, 2);
                   for (int fd = 0; fd < 3; ++fd) {
                     if ((closed >> fd & 1) == 0) continue;
-                    keptForItself ? fcntl(fd, F_SETFD, FD_CLOEXEC) : close(fd);
+                    closesOnExec ? fcntl(fd, F_SETFD, FD_CLOEXEC) : close(fd);
                   }
                   return Execv(Child("list_descriptors"), {});
                 }),
@@ -122,12 +122,12 @@ TEST(Execv, StartsTheChildWithNoSignalBlockedAndNoneOfTheCallersIgnoredPipeOrChi
   EXPECT_EQ(report.Text(), "");
 }
 
-// Under user-mode emulation there are no such processes.
+// User-mode emulation can't start the intermediate process.
 bool IsEmulated() {
   return Execv(Child("exit_with"), {"0"}) == -1 && errno == EINVAL;
 }
 
-TEST(Execv, TellsSuccessInACallerThatIgnoresItsChildren) {
+TEST(Execv, ReportsTheExitToACallerThatIgnoresItsChildren) {
   const Report report;
   for (const bool byFlag : {false, true}) {
     SCOPED_TRACE(byFlag);
@@ -171,7 +171,7 @@ TEST(Execv, KeepsTheHandlersOfACallerThatIgnoresItsChildrenToTheCaller) {
   });
 }
 
-TEST(Execv, LetsThreadsOfACallerThatIgnoresItsChildrenRunSideBySide) {
+TEST(Execv, RunsInParallelForThreadsOfACallerThatIgnoresItsChildren) {
   TempDir folder;
   ASSERT_EQ(mkfifo((folder / "fifo").c_str(), 0600), 0);
   CheckInProcess([&] {
@@ -196,23 +196,23 @@ TEST(Execv, KeepsTheCallersOwnSignalState) {
   }
 }
 
-// Lets a child of await_end end after the caller's wait was interrupted some times.
-std::thread EndAfterInterruptions(const std::string& fifo) {
+// Lets a child of await_end exit after the caller's wait was interrupted a few times.
+std::thread ExitAfterInterruptions(const std::string& fifo) {
   return std::thread([fifo] {
-    TakeNoInterruptions();
+    BlockInterruptions();
     Interruptions::Await(5);
     close(open(fifo.c_str(), O_WRONLY));
   });
 }
 
-TEST(Execv, WaitsOnAfterASignal) {
+TEST(Execv, ContinuesWaitingAfterASignal) {
   TempDir folder;
   ASSERT_EQ(mkfifo((folder / "fifo").c_str(), 0600), 0);
   for (const int status : {0, 3}) {
     const Interruptions interruptions;
-    std::thread ender = EndAfterInterruptions(folder / "fifo");
+    std::thread exiter = ExitAfterInterruptions(folder / "fifo");
     EXPECT_EQ(Execv(Child("await_end"), {folder / "fifo", std::to_string(status)}) == 0, status == 0) << status;
-    ender.join();
+    exiter.join();
   }
 }
 
@@ -256,7 +256,7 @@ TEST(Execv, WithoutWaitingLeavesTheRunningChildToTheCaller) {
     TempDir folder;
     ASSERT_EQ(mkfifo((folder / "fifo").c_str(), 0600), 0);
     EXPECT_EQ(Execv(Child("await_end"), {folder / "fifo", "7"}, 0), 0);
-    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), 0);  // there is one, and it runs
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), 0);  // it exists and is running
     close(open((folder / "fifo").c_str(), O_WRONLY));
     EXPECT_EQ(EndOf(-1), 7);
   });
@@ -266,7 +266,7 @@ TEST(Execv, WithoutWaitingFailsForAProgramThatCannotBeStarted) {
   EXPECT_NE(Execv("/missing", {}, 0), 0);
 }
 
-TEST(Execv, TellsThreadsTheEndsOfTheirOwnChildren) {
+TEST(Execv, ReportsToEachThreadTheExitOfItsOwnChildren) {
   std::vector<std::thread> threads;
   std::vector<int> wrong(4, 0);
   for (std::size_t i = 0; i < wrong.size(); ++i) {
@@ -281,7 +281,7 @@ TEST(Execv, TellsThreadsTheEndsOfTheirOwnChildren) {
   EXPECT_EQ(wrong, std::vector<int>(4, 0));
 }
 
-TEST(Execl, HandsThePathAndEveryArgumentOverAsItIs) {
+TEST(Execl, PassesThePathAndEveryArgumentUnchanged) {
   const Report report;
   const std::string path = Child("echo_arguments");
   EXPECT_EQ(TLIBCExecl(path.c_str(), 0, "", "two words", "$HOME", "\xFF", nullptr), 0);
@@ -295,7 +295,7 @@ TEST(Execl, RunsAProgramWithoutArguments) {
   EXPECT_EQ(report.Text(), Terminated({path}));
 }
 
-TEST(Execl, IsZeroForANormalExitWithStatusZeroAlone) {
+TEST(Execl, IsZeroOnlyForANormalExitWithStatusZero) {
   EXPECT_EQ(TLIBCExecl(Child("exit_with").c_str(), 0, "0", nullptr), 0);
   EXPECT_NE(TLIBCExecl(Child("exit_with").c_str(), 0, "1", nullptr), 0);
   EXPECT_NE(TLIBCExecl(Child("exit_with").c_str(), 0, "127", nullptr), 0);
@@ -303,7 +303,7 @@ TEST(Execl, IsZeroForANormalExitWithStatusZeroAlone) {
   EXPECT_NE(TLIBCExecl("/missing", 0, nullptr), 0);
 }
 
-TEST(Execl, RefusesFlagsThatItDoesNotKnow) {
+TEST(Execl, RefusesUnknownFlags) {
   TempDir folder;
   const Report report;
   EXPECT_NE(TLIBCExecl(Child("echo_arguments").c_str(), 1, "x", nullptr), 0);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // Prints a caching line, outputs a file in the form "file" or "stream" (or a "null" stream) as the given MIME type,
-// and reports what became of it: deliver FORM PATH MIME [OPTION...]. It ends by returning from main, so that whatever
+// and reports the result: deliver FORM PATH MIME [OPTION...]. It returns from main, so that whatever
 // is still buffered is written then.
 #include <http_file_outputer.h>
 #include <signal.h>
