@@ -190,6 +190,18 @@ TEST(EAMKDir, KilledAtAnyTimeLeavesNoIncompleteEADirectory) {
   }
 }
 
+TEST(EAMKDir, LeavesNothingWhenTheVolumeFails) {
+  for (const std::vector<long>& step : {ModeCalls(), std::vector<long>{SYS_renameat2}}) {
+    TempDir folder;
+    CheckInProcess([&] {
+      if (!RefuseCalls(step, EIO)) return;
+      EXPECT_NE(MakeDir(folder / ".tavi_ea/a.jpg"), 0);
+      EXPECT_EQ(errno, EIO);
+      EXPECT_EQ(Names(folder.Path()), Listing{});
+    });
+  }
+}
+
 TEST(EAMKDir, WorksOnAVolumeWithoutConditionalRenames) {
   TempDir folder;
   CheckInProcess([&] {

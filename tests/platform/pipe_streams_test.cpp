@@ -2,13 +2,16 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <tavi/core.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <functional>
+#include <new>
 #include <string>
 #include <thread>
 #include <vector>
@@ -274,6 +277,26 @@ TEST(Popenv, KeepsTheHandlersOfACallerThatIgnoresItsChildrenToTheCaller) {
     }
     Interruptions::Await(2);
   });
+}
+
+std::atomic<int>* handlerRuns = nullptr;
+
+TEST(Popenv, RunsNoHandlersOfACallerThatIgnoresItsChildrenInAnotherProcess) {
+  void* const shared = mmap(nullptr, sizeof *handlerRuns, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  ASSERT_NE(shared, MAP_FAILED);
+  handlerRuns = new (shared) std::atomic<int>(0);
+  CheckIgnoringChildren([] {
+    *handlerRuns = 0;
+    ASSERT_EQ(setpgid(0, 0), 0);
+    ASSERT_NE(signal(SIGUSR1, [](int) { ++*handlerRuns; }), SIG_ERR);
+    FILE* const stream = Popenv(Child("flood"), "r", {"1000000"});
+    ASSERT_NE(stream, nullptr);
+    EXPECT_EQ(std::fgetc(stream), 0);
+    ASSERT_EQ(kill(0, SIGUSR1), 0);
+    EXPECT_EQ(TLIBCPclose(stream), -1);  // the program had no handler
+    EXPECT_EQ(*handlerRuns, 1);
+  });
+  munmap(shared, sizeof *handlerRuns);
 }
 
 TEST(Popenv, StartsTheChildOfACallerThatIgnoresItsChildrenLikeAnyOther) {
