@@ -15,7 +15,7 @@
 
 #include "system/paths.h"
 #include "thumbs/ea_folder.h"
-#include "thumbs/source_state.h"
+#include "thumbs/source.h"
 #include "thumbs/stored_entries.h"
 
 namespace tavithumb::apps::command {
@@ -23,8 +23,8 @@ namespace {
 
 constexpr char leftBehind[] = "it was left behind";
 
-// What is younger may belong to a run that still works on it. A preview has the times of its photo, so the time of
-// its last change counts too.
+// Younger files may belong to a run that is still using them. A preview has the modification time of its photo, so the
+// change time counts too.
 bool IsOld(const struct stat& record) {
   constexpr std::time_t hour = 3600;
   return std::time(nullptr) - std::max(record.st_mtime, record.st_ctime) > hour;
@@ -34,11 +34,11 @@ bool IsOwnAndOld(const struct stat& record) {
   return record.st_uid == geteuid() && IsOld(record);
 }
 
-// Why an entry is to go; "" when it stays.
-std::string WhyGo(const EntryName& entry, State state, const struct stat& record) {
+// Why an entry is removed; "" if it is kept.
+std::string RemovalReason(const EntryName& entry, Freshness freshness, const struct stat& record) {
   if (entry.isTemporary) return IsOld(record) ? leftBehind : "";
-  if (state == State::kSourceIsGone) return "its source is gone";
-  return state == State::kStale ? "it is older than its source" : "";
+  if (freshness == Freshness::kSourceIsGone) return "its source is gone";
+  return freshness == Freshness::kStale ? "it is older than its source" : "";
 }
 
 class Cleaner {
@@ -60,7 +60,7 @@ class Cleaner {
   void CleanScratchFolder(const Folder& parent, const std::string& name);
 
   std::optional<std::vector<std::string>> NamesOf(const Folder& folder);
-  void ReportUnlessNoFolder(const std::string& path, int error);
+  void ReportUnlessNotFolder(const std::string& path, int error);
 
   Remover remover_;
 };
@@ -77,7 +77,7 @@ void Cleaner::CleanFolder(const std::string& path) {
     const Problem isLink = {Problem::Kind::kMissing, "it is a symbolic link to a folder", "append a '/' to its name"};
     return remover_.Report(path, errno == ENOTDIR ? isLink : ProblemOfErrno(errno));
   }
-  if (IsAmongThumbs(AbsolutePath(path))) return remover_.Report(path, FolderAmongThumbs());
+  if (IsInEAFolder(AbsolutePath(path))) return remover_.Report(path, FolderAmongThumbs());
   CleanFolder(folder);
 }
 
@@ -87,24 +87,24 @@ void Cleaner::CleanFolder(const Folder& folder) {
   for (const std::string& name : *names) {
     const Folder inner(folder, name);
     if (!inner.IsOpen()) {
-      ReportUnlessNoFolder(folder.PathOf(name), errno);
+      ReportUnlessNotFolder(folder.PathOf(name), errno);
     } else if (name == EAFolderName()) {
       CleanEAFolder(folder, inner, nullptr);
-    } else if (inner.Path().size() < PATH_MAX) {  // nothing is stored further down
+    } else if (inner.Path().size() < PATH_MAX) {  // a longer path has no thumbnails
       CleanFolder(inner);
     }
   }
 }
 
-// A file, or one that is gone.
+// A file, which need not exist any more.
 void Cleaner::CleanFile(const std::string& path) {
   const std::string name = BaseName(path);
   const std::string before = path.substr(0, path.size() - name.size());
   const Folder folder(before.empty() ? "." : before);
   const Folder eaFolder(folder, EAFolderName());
-  if (eaFolder.Look(name)) {
+  if (eaFolder.Stat(name)) {
     CleanEAFolder(folder, eaFolder, &name);
-  } else if (!folder.Look(name)) {
+  } else if (!folder.Stat(name)) {
     remover_.Report(path, ProblemOfErrno(ENOENT));
   }
 }
@@ -112,41 +112,41 @@ void Cleaner::CleanFile(const std::string& path) {
 void Cleaner::CleanEAFolder(const Folder& folder, const Folder& eaFolder, const std::string* onlySource) {
   const auto sources = NamesOf(eaFolder);
   if (!sources) return;
-  const auto stays = [&](const std::string& source) {
+  const auto isKept = [&](const std::string& source) {
     return (onlySource != nullptr && source != *onlySource) || !CleanEADirectory(folder, eaFolder, source);
   };
-  if (std::count_if(sources->begin(), sources->end(), stays) == 0) remover_.RemoveFolder(folder, EAFolderName());
+  if (std::count_if(sources->begin(), sources->end(), isKept) == 0) remover_.RemoveFolder(folder, EAFolderName());
 }
 
-// True when nothing is left of it. The empty one of a file that is there goes when it has been so for an hour: a tool
-// that makes a thumbnail opens it late.
+// True if the directory was removed. While its source exists, it is removed only after it has been empty for an hour:
+// the tool that makes a thumbnail opens it late.
 bool Cleaner::CleanEADirectory(const Folder& folder, const Folder& eaFolder, const std::string& source) {
-  const std::optional<struct stat> before = eaFolder.Look(source);
+  const std::optional<struct stat> before = eaFolder.Stat(source);
   const Folder entries(eaFolder, source);
   if (!entries.IsOpen() || !before) {
-    ReportUnlessNoFolder(eaFolder.PathOf(source), errno);
+    ReportUnlessNotFolder(eaFolder.PathOf(source), errno);
     return false;
   }
   Source found(folder.Number(), source);
-  if (!found.LockOut()) return false;
+  if (!found.TryLock()) return false;
   const auto names = NamesOf(entries);
   if (!names) return false;
-  const auto stays = [&](const std::string& name) { return !CleanEntry(found, entries, name); };
-  if (std::count_if(names->begin(), names->end(), stays) != 0) return false;
+  const auto isKept = [&](const std::string& name) { return !CleanEntry(found, entries, name); };
+  if (std::count_if(names->begin(), names->end(), isKept) != 0) return false;
   return (found.IsGone() || (names->empty() && IsOld(*before))) && remover_.RemoveFolder(eaFolder, source);
 }
 
 bool Cleaner::CleanEntry(const Source& source, const Folder& entries, const std::string& name) {
   const std::optional<EntryName> entry = ParseEntryName(name);
   if (!entry) return false;
-  const std::optional<struct stat> record = entries.Look(name);
+  const std::optional<struct stat> record = entries.Stat(name);
   if (!record || !S_ISREG(record->st_mode)) return false;
-  const std::string reason = WhyGo(*entry, source.StateOf(*record), *record);
+  const std::string reason = RemovalReason(*entry, source.FreshnessOf(*record), *record);
   return !reason.empty() && remover_.RemoveFile(entries, name, *record, reason);
 }
 
 void Cleaner::CleanTemporaryFolder(const std::string& path) {
-  const Folder folder(path + "/");  // which may be a link
+  const Folder folder(path + "/");  // follows a link
   if (!folder.IsOpen()) return;
   const auto names = NamesOf(folder);
   if (!names) return;
@@ -157,22 +157,22 @@ void Cleaner::CleanTemporaryFolder(const std::string& path) {
 }
 
 bool Cleaner::CleanTemporaryFile(const Folder& folder, const std::string& name) {
-  const std::optional<struct stat> record = folder.Look(name);
+  const std::optional<struct stat> record = folder.Stat(name);
   return record && S_ISREG(record->st_mode) && IsOwnAndOld(*record) &&
          remover_.RemoveFile(folder, name, *record, leftBehind);
 }
 
 void Cleaner::CleanScratchFolder(const Folder& parent, const std::string& name) {
-  const std::optional<struct stat> record = parent.Look(name);
+  const std::optional<struct stat> record = parent.Stat(name);
   const Folder folder(parent, name);
   if (!record || !IsOwnAndOld(*record) || !folder.IsOpen()) return;
   const auto files = NamesOf(folder);
   if (!files) return;
-  const auto stays = [&](const std::string& file) { return !CleanTemporaryFile(folder, file); };
-  if (std::count_if(files->begin(), files->end(), stays) == 0) remover_.RemoveFolder(parent, name);
+  const auto isKept = [&](const std::string& file) { return !CleanTemporaryFile(folder, file); };
+  if (std::count_if(files->begin(), files->end(), isKept) == 0) remover_.RemoveFolder(parent, name);
 }
 
-// Nothing where they can't be read, which is reported.
+// Reports a folder that can't be read, and returns nothing.
 std::optional<std::vector<std::string>> Cleaner::NamesOf(const Folder& folder) {
   try {
     return folder.Names();
@@ -182,12 +182,12 @@ std::optional<std::vector<std::string>> Cleaner::NamesOf(const Folder& folder) {
   }
 }
 
-// Files and links are none, nor is what has gone meanwhile.
-void Cleaner::ReportUnlessNoFolder(const std::string& path, int error) {
+// Opening a file or a link as a folder fails, and so does one that was removed meanwhile: neither is a problem.
+void Cleaner::ReportUnlessNotFolder(const std::string& path, int error) {
   if (error != ENOTDIR && error != ENOENT) remover_.Report(path, ProblemOfErrno(error));
 }
 
-// Where thumbnails lay in another way, each would look like one whose source is gone.
+// With another layout, every thumbnail would look as if its source were gone.
 void CheckLayout() {
   if (file::GetEAPath("/folder/source", "entry") == "/folder/" + EAFolderName() + "/source/entry") return;
   throw std::runtime_error("this system stores thumbnails in an unknown layout; nothing was removed");

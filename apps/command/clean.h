@@ -8,8 +8,8 @@
 
 namespace tavithumb::apps::command {
 
-// `tavithumb clean`: removes thumbnails that serve nothing any more, of files and of all that lies in folders, and
-// what was left behind in the folders for temporary files. True when all could be removed and read.
+// `tavithumb clean`: removes obsolete thumbnails of the given files and of everything below the given folders, and
+// abandoned files from the folders for temporary files. True if everything could be read and removed.
 bool Clean(const std::vector<std::string>& paths, const RemovalStyle& style);
 
 }  // namespace tavithumb::apps::command

@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <cstdio>
+#include <nlohmann/json.hpp>
 #include <optional>
 
 #include "command/output.h"

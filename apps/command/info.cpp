@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "command/info.h"
 
+#include <nlohmann/json.hpp>
 #include <optional>
 
 #include "command/output.h"
@@ -52,7 +53,7 @@ std::string JsonFacts(const std::string& source, const Facts& facts) {
   return JsonLine(object);
 }
 
-// Fills `facts`, or tells why there are none.
+// Fills `facts`, or returns why there are none.
 std::optional<Problem> Examine(const std::string& path, Facts* facts) {
   if (std::optional<Problem> problem = CheckSource(path)) return problem;
   const QuietErrors quiet;

@@ -6,8 +6,8 @@
 
 namespace tavithumb::apps::command {
 
-// `tavithumb info`: writes the facts of each file, as a table or as one JSON object a line. True when every file could
-// be examined.
+// `tavithumb info`: writes the facts of each file, as a table or as one JSON object per line. True if every file
+// could be examined.
 bool Info(const std::vector<std::string>& files, bool json);
 
 }  // namespace tavithumb::apps::command

@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <system_error>
 
@@ -18,7 +19,7 @@
 #include "system/text.h"
 #include "thumbs/facts.h"
 #include "thumbs/reasons.h"
-#include "thumbs/source_state.h"
+#include "thumbs/source.h"
 #include "thumbs/stored_entries.h"
 
 namespace tavithumb::apps::command {
@@ -29,20 +30,20 @@ struct Entry {
   std::optional<EntryName> name;
   std::optional<Picture> picture;
   std::uint64_t bytes;
-  State state;
+  Freshness freshness;
 };
 
 const Row heading = {"CONSUMER", "SIZE", "ROTATION", "PIXELS", "BYTES", "TYPE", "STATE", "PATH"};
 
-const char* Told(State state) {
-  switch (state) {
-    case State::kUpToDate:
+const char* Describe(Freshness freshness) {
+  switch (freshness) {
+    case Freshness::kUpToDate:
       return "up to date";
-    case State::kStale:
+    case Freshness::kStale:
       return "stale";
-    case State::kSourceIsGone:
+    case Freshness::kSourceIsGone:
       return "source is gone";
-    case State::kUnknown:
+    case Freshness::kUnknown:
       break;
   }
   return "unknown";
@@ -59,7 +60,7 @@ Row RowOf(const Entry& entry) {
           entry.picture ? PixelSize(entry.picture->width, entry.picture->height) : "-",
           std::to_string(entry.bytes),
           entry.picture ? entry.picture->mimeType : "-",
-          Told(entry.state),
+          Describe(entry.freshness),
           Printable(entry.path)};
 }
 
@@ -73,7 +74,7 @@ nlohmann::ordered_json JsonOf(const Entry& entry) {
   if (entry.name) object["rotation"] = entry.name->quarterTurns;
   object["bytes"] = entry.bytes;
   object["picture"] = JsonPicture(entry.picture);
-  object["state"] = Told(entry.state);
+  object["state"] = Describe(entry.freshness);
   return object;
 }
 
@@ -86,7 +87,7 @@ std::string JsonOf(const std::string& path, const std::vector<Entry>& entries) {
   return JsonLine(object);
 }
 
-// A picture of a type that is told.
+// Nothing for a picture of unknown type.
 std::optional<Picture> PictureAt(const std::string& path) {
   const QuietErrors quiet;
   std::optional<Picture> picture = MeasurePicture(path);
@@ -103,16 +104,16 @@ std::vector<Entry> EntriesOf(const std::string& path) {
   const Source source(AT_FDCWD, path);
   std::vector<Entry> entries;
   for (const std::string& name : folder.Names()) {
-    const std::optional<struct stat> record = folder.Look(name);
+    const std::optional<struct stat> record = folder.Stat(name);
     if (!record || !S_ISREG(record->st_mode)) continue;
     const std::string entry = folder.PathOf(name);
     entries.push_back({entry, ParseEntryName(name), PictureAt(entry), static_cast<std::uint64_t>(record->st_size),
-                       source.StateOf(*record)});
+                       source.FreshnessOf(*record)});
   }
   return entries;
 }
 
-// Fills `entries`, or tells why there are none.
+// Fills `entries`, or returns why there are none.
 std::optional<Problem> Read(const std::string& path, std::vector<Entry>* entries) {
   try {
     *entries = EntriesOf(path);

@@ -6,8 +6,8 @@
 
 namespace tavithumb::apps::command {
 
-// `tavithumb list`: writes what is stored for each source, as a table or as one JSON object a line. True when all of it
-// could be read.
+// `tavithumb list`: writes the thumbnails stored for each source, as a table or as one JSON object per line. True if
+// all could be read.
 bool List(const std::vector<std::string>& sources, bool json);
 
 }  // namespace tavithumb::apps::command

@@ -11,7 +11,7 @@
 #include <utility>
 
 #include "command/batch/pool.h"
-#include "command/batch/progress.h"
+#include "command/batch/progress_display.h"
 #include "command/batch/summary.h"
 #include "command/batch/walk.h"
 #include "command/output.h"
@@ -21,12 +21,6 @@
 
 namespace tavithumb::apps::command {
 namespace {
-
-std::string Joined(const std::vector<std::string>& words) {
-  std::string joined;
-  for (const std::string& word : words) joined += (joined.empty() ? "" : ", ") + word;
-  return joined;
-}
 
 // One run: names go from the walk to the pool, results from there to the summary and to those who read along.
 class Run {
@@ -62,7 +56,7 @@ class Run {
   const bool json_;
   const std::optional<std::size_t> limit_;
   const Signals signals_;
-  Progress progress_;
+  ProgressDisplay progress_;
   Summary summary_;
   Walk walk_;
   Pool pool_;
@@ -131,7 +125,7 @@ void Run::Tell(const Done& done) {
     progress_.Say(Printable(done.name) + ": " + failure.reason + "; " + failure.remedy);
   }
   if (json_) return Print(JsonResult(AbsolutePath(done.name), done.result, done.milliseconds));
-  if (isDryRun_ && !done.result.made.empty()) Print(Printable(done.name) + ": " + Joined(done.result.made) + "\n");
+  if (isDryRun_ && !done.result.made.empty()) Print(Printable(done.name) + ": " + Join(done.result.made, ", ") + "\n");
 }
 
 void Run::Print(const std::string& text) {

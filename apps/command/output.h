@@ -11,10 +11,10 @@ namespace tavithumb::apps::command {
 // Writes to standard output at once. Throws std::system_error when not all of it could be written.
 void WriteOut(const std::string& text);
 
-// As it is told to those who read JSON: with two decimals.
+// As JSON output has it: with two decimals.
 double MillisecondsSince(std::chrono::steady_clock::time_point start);
 
-// Writes the lines `text` to standard output, as WriteOut() does, or to standard error when that is `isTaken`.
+// Writes `text` to standard output as WriteOut() does, or to standard error if standard output `isTaken` by JSON.
 void WriteSummary(const std::string& text, bool isTaken);
 
 // Writes "tavithumb: <message>" and a line end to standard error.
@@ -23,7 +23,7 @@ void WriteError(const std::string& message);
 // Writes the one line about `name`, as it was typed, to standard error.
 void ReportProblem(const std::string& name, const Problem& problem);
 
-// The one object about the file at `path`, for which `key` stands.
+// The JSON line for a file at `path` that had a problem; `key` names the path in it.
 std::string JsonProblem(const std::string& key, const std::string& path, const Problem& problem);
 
 }  // namespace tavithumb::apps::command

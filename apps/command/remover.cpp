@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <nlohmann/json.hpp>
 #include <system_error>
 
 #include "command/output.h"
@@ -25,23 +26,23 @@ Problem NotRemoved(int error) {
 bool Remover::RemoveFile(const Folder& folder, const std::string& name, const struct stat& record,
                          const std::string& reason) {
   if (!IsRemoved(folder, name, 0)) return false;
-  if (IsToldBefore(record)) return true;
+  if (WasReported(record)) return true;
   const auto bytes = static_cast<std::uint64_t>(record.st_size);
   ++files_;
   bytes_ += bytes;
-  Tell(folder.PathOf(name), reason, bytes);
+  ReportRemoval(folder.PathOf(name), reason, bytes);
   return true;
 }
 
 bool Remover::RemoveFolder(const Folder& parent, const std::string& name) {
-  const std::optional<struct stat> record = parent.Look(name);
+  const std::optional<struct stat> record = parent.Stat(name);
   if (!record || !IsRemoved(parent, name, AT_REMOVEDIR)) return false;
-  if (!IsToldBefore(*record)) Tell(parent.PathOf(name), "nothing is left in it", 0);
+  if (!WasReported(*record)) ReportRemoval(parent.PathOf(name), "nothing is left in it", 0);
   return true;
 }
 
 void Remover::Report(const std::string& path, const Problem& problem) {
-  isAllWell_ = false;
+  hasProblems_ = true;
   ReportProblem(path, problem);
   if (style_.json) WriteOut(JsonProblem("path", AbsolutePath(path), problem));
 }
@@ -53,21 +54,21 @@ bool Remover::Finish() const {
     WriteOut((style_.isDryRun ? "would free " : "freed ") + std::to_string(bytes_) + " bytes in " +
              std::to_string(files_) + (files_ == 1 ? " file\n" : " files\n"));
   }
-  return isAllWell_;
+  return !hasProblems_;
 }
 
-// What somebody else has removed meanwhile, or put something into, is neither a removal nor a problem.
+// A file removed by somebody else meanwhile, and a folder that is not empty, are neither a removal nor a problem.
 bool Remover::IsRemoved(const Folder& folder, const std::string& name, int flags) {
   if (style_.isDryRun || unlinkat(folder.Number(), name.c_str(), flags) == 0) return true;
   if (errno != ENOENT && errno != ENOTEMPTY && errno != EEXIST) Report(folder.PathOf(name), NotRemoved(errno));
   return false;
 }
 
-bool Remover::IsToldBefore(const struct stat& record) {
-  return style_.isDryRun && !told_.insert({record.st_dev, record.st_ino}).second;
+bool Remover::WasReported(const struct stat& record) {
+  return style_.isDryRun && !reported_.insert({record.st_dev, record.st_ino}).second;
 }
 
-void Remover::Tell(const std::string& path, const std::string& reason, std::uint64_t bytes) const {
+void Remover::ReportRemoval(const std::string& path, const std::string& reason, std::uint64_t bytes) const {
   if (!style_.json) {
     WriteOut((style_.isDryRun ? "would remove " : "removed ") + Printable(path) + ": " + reason + "\n");
     return;

@@ -7,10 +7,10 @@
 
 namespace tavithumb::apps::command {
 
-// A line of a table. A name comes last: its width on a terminal is nobody's business.
+// A line of a table. Names are last, so that their width on a terminal does not matter.
 using Row = std::vector<std::string>;
 
-// The rows, all of as many cells as the first, as lines with aligned columns.
+// The rows as lines with aligned columns. All rows have as many cells as the first.
 std::string Aligned(const std::vector<Row>& rows);
 
 // "640x480"

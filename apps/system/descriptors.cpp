@@ -13,10 +13,10 @@ void OpenStandardDescriptors() {
 }
 
 QuietErrors::QuietErrors() : saved_(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1)) {
-  const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
-  if (nowhere == -1) return;
-  dup2(nowhere, STDERR_FILENO);
-  close(nowhere);
+  const int discard = open("/dev/null", O_WRONLY | O_CLOEXEC);
+  if (discard == -1) return;
+  dup2(discard, STDERR_FILENO);
+  close(discard);
 }
 
 QuietErrors::~QuietErrors() {

@@ -3,12 +3,12 @@
 
 namespace tavithumb::apps {
 
-// Makes sure that the descriptors 0 to 2 are taken, so that no file opened later becomes standard output. One that was
-// closed stays unwritable.
+// Opens those of the descriptors 0 to 2 that are closed on /dev/null, read-only, so that no file opened later becomes
+// standard output.
 void OpenStandardDescriptors();
 
-// While it lives, standard error leads nowhere: what external tools and image libraries say about a picture is not
-// mixed with the one line that the command itself writes about a file.
+// Discards standard error as long as it exists: messages of external tools and image libraries would mix with the one
+// line that the command itself prints about a file.
 class QuietErrors {
  public:
   QuietErrors();

@@ -23,7 +23,7 @@ class FileDescriptor {
   bool IsOpen() const { return number_ != -1; }
   int Number() const { return number_; }
 
-  // Somebody else owns it from here on.
+  // Gives up ownership.
   int Release() { return std::exchange(number_, -1); }
 
  private:

@@ -17,7 +17,7 @@ struct CloseStream {
 };
 using Stream = std::unique_ptr<DIR, CloseStream>;
 
-// Another open file than the folder's own, which keeps no place to read on from.
+// Reopens the folder, because an O_PATH descriptor can't be read.
 Stream OpenStream(const FileDescriptor& folder) {
   const int opened = openat(folder.Number(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   return Stream(opened == -1 ? nullptr : fdopendir(opened));
@@ -34,7 +34,8 @@ std::vector<std::string> NamesIn(const FileDescriptor& folder) {
   const Stream stream = OpenStream(folder);
   while (stream) {
     errno = 0;
-    const dirent* const entry = readdir(stream.get());  // NOLINT(concurrency-mt-unsafe): a stream of our own
+    const dirent* const entry =
+        readdir(stream.get());  // NOLINT(concurrency-mt-unsafe): no other thread uses this stream
     if (entry == nullptr) break;
     const std::string name = entry->d_name;
     if (name != "." && name != "..") names.push_back(name);
@@ -49,11 +50,7 @@ Folder::Folder(const std::string& path) : path_(path), descriptor_(OpenFolder(AT
 Folder::Folder(const Folder& parent, const std::string& name)
     : path_(parent.PathOf(name)), descriptor_(OpenFolder(parent.Number(), name)) {}
 
-std::string Folder::PathOf(const std::string& name) const {
-  return path_ + (path_.back() == '/' ? "" : "/") + name;
-}
-
-std::optional<struct stat> Folder::Look(const std::string& name) const {
+std::optional<struct stat> Folder::Stat(const std::string& name) const {
   struct stat record = {};
   if (fstatat(descriptor_.Number(), name.c_str(), &record, AT_SYMLINK_NOFOLLOW) != 0) return std::nullopt;
   return record;

@@ -8,14 +8,16 @@
 #include <vector>
 
 #include "system/file_descriptor.h"
+#include "system/paths.h"
 
 namespace tavithumb::apps {
 
-// The names in an open folder, sorted, without "." and "..". Throws std::system_error when it can't be read.
+// The names in an open folder, sorted, without "." and "..". Throws std::system_error when the folder can't
+// be read.
 std::vector<std::string> NamesIn(const FileDescriptor& folder);
 
-// A folder held open: what is done in it stays in it, whatever happens to its path meanwhile. No link in it is
-// followed. Where it could not be opened, errno tells why.
+// An open folder: operations stay inside it even when its path changes meanwhile, and never follow a link. errno says
+// why it could not be opened.
 class Folder {
  public:
   explicit Folder(const std::string& path);
@@ -24,11 +26,11 @@ class Folder {
   bool IsOpen() const { return descriptor_.IsOpen(); }
   int Number() const { return descriptor_.Number(); }
   const std::string& Path() const { return path_; }
-  std::string PathOf(const std::string& name) const;
+  std::string PathOf(const std::string& name) const { return JoinPath(path_, name); }
   std::vector<std::string> Names() const { return NamesIn(descriptor_); }
 
-  // What `name` is, be it a link; nothing when it is not there.
-  std::optional<struct stat> Look(const std::string& name) const;
+  // The status of `name` itself, even if it is a link; nothing, with errno set, when it can't be read.
+  std::optional<struct stat> Stat(const std::string& name) const;
 
  private:
   std::string path_;

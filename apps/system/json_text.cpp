@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "system/json_text.h"
 
+#include <nlohmann/json.hpp>
+
 #include "system/text.h"
 
 namespace tavithumb::apps {

@@ -7,7 +7,10 @@ namespace tavithumb::apps {
 
 std::string AbsolutePath(const std::string& name) {
   if (name.empty() || name.front() == '/') return name;
-  const std::string folder = std::filesystem::current_path();
+  return JoinPath(std::filesystem::current_path(), name);
+}
+
+std::string JoinPath(const std::string& folder, const std::string& name) {
   return folder + (folder.back() == '/' ? "" : "/") + name;
 }
 

@@ -5,10 +5,13 @@
 
 namespace tavithumb::apps {
 
-// `name` behind the current folder unless it is absolute; "" stays "". Links and ".." are left as they are.
+// `name`, relative to the current folder unless it is absolute; "" stays "". Links and ".." are not resolved.
 std::string AbsolutePath(const std::string& name);
 
-// The last part of a path.
+// `name` in `folder`, with one slash between them. `folder` must not be empty.
+std::string JoinPath(const std::string& folder, const std::string& name);
+
+// The last component of a path.
 std::string BaseName(const std::string& path);
 
 }  // namespace tavithumb::apps

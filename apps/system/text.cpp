@@ -1,45 +1,52 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "system/text.h"
 
+#include <unistr.h>
+#include <uniwidth.h>
+
+#include <algorithm>
+#include <cstdint>
+
 namespace tavithumb::apps {
 namespace {
 
 constexpr char hexDigits[] = "0123456789abcdef";
 
-// What one lead byte of UTF-8 asks for: the length of the sequence and the range of its second byte, which keeps out
-// overlong forms, surrogates and numbers beyond U+10FFFF.
-struct Sequence {
-  std::size_t length;
-  int secondFrom;
-  int secondTo;
+const std::uint8_t* Bytes(std::string_view text) {
+  return reinterpret_cast<const std::uint8_t*>(text.data());
+}
+
+// A UTF-8 character, or a single byte that is not part of one.
+struct Character {
+  std::string_view bytes;
+  ucs4_t code;
+  bool isUtf8;
+
+  // A terminal always shows a byte that is not UTF-8 as one replacement character.
+  std::size_t Columns() const { return isUtf8 ? static_cast<std::size_t>(std::max(uc_width(code, "UTF-8"), 0)) : 1; }
 };
 
-Sequence SequenceOf(int lead) {
-  if (lead < 0x80) return {1, 0, 0};
-  if (lead >= 0xC2 && lead <= 0xDF) return {2, 0x80, 0xBF};
-  if (lead >= 0xE0 && lead <= 0xEF) return {3, lead == 0xE0 ? 0xA0 : 0x80, lead == 0xED ? 0x9F : 0xBF};
-  if (lead >= 0xF0 && lead <= 0xF4) return {4, lead == 0xF0 ? 0x90 : 0x80, lead == 0xF4 ? 0x8F : 0xBF};
-  return {0, 0, 0};
+// `text` must not be empty.
+Character FirstCharacter(std::string_view text) {
+  ucs4_t code = 0;
+  const int length = u8_mbtoucr(&code, Bytes(text), text.size());
+  if (length <= 0) return {text.substr(0, 1), 0, false};
+  return {text.substr(0, static_cast<std::size_t>(length)), code, true};
 }
 
-// The bytes of the UTF-8 character that `text` begins with, 0 when it begins with none.
-std::size_t CharacterLength(std::string_view text) {
-  const Sequence sequence = SequenceOf(static_cast<unsigned char>(text.front()));
-  if (text.size() < sequence.length) return 0;
-  for (std::size_t i = 1; i < sequence.length; ++i) {
-    const auto byte = static_cast<unsigned char>(text[i]);
-    const int from = i == 1 ? sequence.secondFrom : 0x80;
-    const int to = i == 1 ? sequence.secondTo : 0xBF;
-    if (byte < from || byte > to) return 0;
+std::vector<Character> CharactersOf(std::string_view text) {
+  std::vector<Character> characters;
+  while (!text.empty()) {
+    characters.push_back(FirstCharacter(text));
+    text.remove_prefix(characters.back().bytes.size());
   }
-  return sequence.length;
+  return characters;
 }
 
-// A terminal would act on it, or the backslash that marks the others: U+0000 to U+001F, U+007F to U+009F.
-bool IsEscaped(std::string_view character) {
-  const auto first = static_cast<unsigned char>(character.front());
-  if (character.size() == 1) return first < 0x20 || first == 0x7F || first == '\\';
-  return first == 0xC2 && static_cast<unsigned char>(character[1]) < 0xA0;
+// Whether the character is not UTF-8, controls a terminal, or is the backslash that marks escapes.
+bool NeedsEscape(const Character& character) {
+  return !character.isUtf8 || character.code < 0x20 || (character.code >= 0x7F && character.code < 0xA0) ||
+         character.code == '\\';
 }
 
 std::string Escaped(std::string_view bytes) {
@@ -55,12 +62,7 @@ std::string Escaped(std::string_view bytes) {
 }  // namespace
 
 bool IsUtf8(std::string_view text) {
-  while (!text.empty()) {
-    const std::size_t length = CharacterLength(text);
-    if (length == 0) return false;
-    text.remove_prefix(length);
-  }
-  return true;
+  return u8_check(Bytes(text), text.size()) == nullptr;
 }
 
 std::string Hex(std::string_view bytes) {
@@ -74,14 +76,34 @@ std::string Hex(std::string_view bytes) {
 
 std::string Printable(const std::string& name) {
   std::string printable;
-  std::string_view rest = name;
-  while (!rest.empty()) {
-    const std::size_t length = CharacterLength(rest);
-    const std::string_view character = rest.substr(0, length == 0 ? 1 : length);
-    printable += length == 0 || IsEscaped(character) ? Escaped(character) : std::string(character);
-    rest.remove_prefix(character.size());
+  for (const Character& character : CharactersOf(name)) {
+    printable += NeedsEscape(character) ? Escaped(character.bytes) : std::string(character.bytes);
   }
   return printable;
+}
+
+std::string TailWithin(const std::string& text, std::size_t columns) {
+  constexpr std::string_view ellipsis = "...";
+  const std::vector<Character> characters = CharactersOf(text);
+  std::size_t width = 0;
+  for (const Character& character : characters) width += character.Columns();
+  if (width <= columns) return text;
+  if (columns <= ellipsis.size()) return "";
+  std::size_t dropped = 0;
+  for (auto character = characters.begin(); width > columns - ellipsis.size(); ++character) {
+    width -= character->Columns();
+    dropped += character->bytes.size();
+  }
+  return std::string(ellipsis) + text.substr(dropped);
+}
+
+std::string Join(const std::vector<std::string>& words, std::string_view separator) {
+  std::string joined;
+  for (const std::string& word : words) {
+    if (!joined.empty()) joined += separator;
+    joined += word;
+  }
+  return joined;
 }
 
 }  // namespace tavithumb::apps

@@ -1,20 +1,28 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace tavithumb::apps {
 
-// File names are any bytes but NUL.
+// File names may contain any byte but NUL.
 
 bool IsUtf8(std::string_view text);
 
 // Two lower-case digits for each byte.
 std::string Hex(std::string_view bytes);
 
-// `name` for people, always one line: control characters, backslashes and bytes that are not UTF-8 as "\n", "\\" or
+// `name` as a single line for people: control characters, backslashes and bytes that are not UTF-8 become "\n", "\\" or
 // "\xHH".
 std::string Printable(const std::string& name);
+
+// The end of `text` that fits into `columns` of a terminal. When `text` is cut, "..." is put in front, which counts;
+// "" when there is no room even for that and one column.
+std::string TailWithin(const std::string& text, std::size_t columns);
+
+std::string Join(const std::vector<std::string>& words, std::string_view separator);
 
 }  // namespace tavithumb::apps

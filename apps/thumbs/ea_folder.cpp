@@ -12,7 +12,7 @@ const std::string& EAFolderName() {
   return name;
 }
 
-bool IsAmongThumbs(const std::string& folder) {
+bool IsInEAFolder(const std::string& folder) {
   return ("/" + folder + "/").find("/" + EAFolderName() + "/") != std::string::npos;
 }
 

@@ -5,10 +5,10 @@
 
 namespace tavithumb::apps {
 
-// The name of the folder beside the sources in which their thumbnails lie. What is in it is no source.
+// The name of the folder, next to the sources, in which their thumbnails are stored. Nothing in it is a source.
 const std::string& EAFolderName();
 
-// The folder lies among thumbnails, or is where they lie itself.
-bool IsAmongThumbs(const std::string& folder);
+// Whether `folder`, an absolute path, is a folder of thumbnails or inside one.
+bool IsInEAFolder(const std::string& folder);
 
 }  // namespace tavithumb::apps

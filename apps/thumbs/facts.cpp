@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <nlohmann/json.hpp>
 #include <utility>
 
 #include "system/paths.h"
@@ -16,7 +17,7 @@
 namespace tavithumb::apps {
 namespace {
 
-// Facts with the embedded preview, which lies in a temporary file as long as this lives.
+// Facts with the embedded preview, which is in a temporary file as long as this exists.
 class FactsWithPreview {
  public:
   explicit FactsWithPreview(const std::string& path)
@@ -31,7 +32,7 @@ class FactsWithPreview {
   ThumbInfo info_;
 };
 
-// The Exif value, 1 to 8, that stands for this turn and mirror.
+// The Exif value, 1 to 8, of this rotation and mirroring.
 int OrientationOf(const ThumbInfo& info) {
   const auto& mappings = ThumbInfo::rotateFlopMappingList_;
   const auto found = std::find(mappings.begin(), mappings.end(), std::make_pair(info.GetRotate(), info.GetFlop()));
@@ -46,7 +47,7 @@ std::optional<Picture> MeasurePicture(const std::string& path) {
     ThumbInfo info(path, "original", Thumb::strThumbSizeMap_.at("original"));
     ExtractInBounds(&info, false);
     return Picture{SourceMimeType(info, path), info.GetWidth(), info.GetHeight()};
-  } catch (const std::exception&) {  // no picture, or one with facts that make no sense
+  } catch (const std::exception&) {  // not a picture, or its facts make no sense
     return std::nullopt;
   }
 }

@@ -4,13 +4,13 @@
 #include <tavithumb/thumb_info.h>
 
 #include <cstdint>
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
 
 namespace tavithumb::apps {
 
-// What a picture is, by its content.
+// Type and size in pixels of a picture, by its content.
 struct Picture {
   std::string mimeType;
   std::uint32_t width;
@@ -26,16 +26,16 @@ struct Facts {
   int quarterTurns = 0;
   bool isMirrored = false;
   bool isHeic = false;
-  std::optional<Picture> preview;  // the largest one embedded in a photo that can serve as a thumbnail
+  std::optional<Picture> preview;  // the largest embedded one that can serve as a thumbnail
 };
 
-// Nothing for "" and for a file that is no picture.
+// Nothing for "" and for a file that is not a picture.
 std::optional<Picture> MeasurePicture(const std::string& path);
 
-// null, or mime_type, width, height.
+// An object of mime_type, width and height, or null for nothing.
 nlohmann::ordered_json JsonPicture(const std::optional<Picture>& picture);
 
-// What the library knows of the file at `path`. Throws as ExtractInBounds() does.
+// What the library knows about the file at `path`. Throws as ExtractInBounds() does.
 Facts ReadFacts(const std::string& path);
 
 }  // namespace tavithumb::apps

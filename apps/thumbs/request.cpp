@@ -3,23 +3,15 @@
 
 #include <tavithumb/libtavithumb.h>
 
-#include <charconv>
 #include <cstdint>
 #include <optional>
 #include <string_view>
 
+#include "system/numbers.h"
+#include "thumbs/sizes.h"
+
 namespace tavithumb::apps {
 namespace {
-
-// The whole text as a decimal number.
-template <typename Number>
-std::optional<Number> ParseNumber(std::string_view text) {
-  Number number = 0;
-  const char* const end = text.data() + text.size();
-  const std::from_chars_result result = std::from_chars(text.data(), end, number);
-  if (result.ec != std::errc() || result.ptr != end) return std::nullopt;
-  return number;
-}
 
 std::optional<std::uint32_t> ParseSide(std::string_view text) {
   const std::optional<std::uint16_t> side = ParseNumber<std::uint16_t>(text);
@@ -35,8 +27,8 @@ Size ParseSize(const std::string& text) {
   const std::optional<std::uint32_t> width = ParseSide(text.substr(0, cross));
   const std::optional<std::uint32_t> height = cross == std::string::npos ? width : ParseSide(text.substr(cross + 1));
   if (width && height) return {"", {*width, *height}};
-  throw std::invalid_argument("'" + text + "' is not a valid size: use small, medium, big, large, xlarge, original, " +
-                              "WIDTHxHEIGHT or SIDE, with sides of 1 to 65535 pixels");
+  throw std::invalid_argument("'" + text + "' is not a valid size: use " + SizeChoices() +
+                              ", with sides of 1 to 65535 pixels");
 }
 
 int ParseQuarterTurns(const std::string& text) {

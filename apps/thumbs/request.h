@@ -9,7 +9,7 @@
 
 namespace tavithumb::apps {
 
-// A size as typed: one of the library's names, or else a box in pixels.
+// A requested size: one of the library's names, or a box in pixels.
 struct Size {
   std::string name;
   ThumbDimension box;
@@ -17,16 +17,16 @@ struct Size {
   bool IsBox() const { return name.empty(); }
 };
 
-// "medium", "800x600", "256". Sides are 1 to 65535. Throws std::invalid_argument with a sentence for people.
+// "medium", "800x600", "256". Sides are 1 to 65535. Throws std::invalid_argument with a message for people.
 Size ParseSize(const std::string& text);
 
-// A whole decimal number, maybe negative. Throws std::invalid_argument with a sentence for people.
+// A decimal integer, which may be negative. Throws std::invalid_argument with a message for people.
 int ParseQuarterTurns(const std::string& text);
 
-// Seconds since the epoch, at least 1. Throws std::invalid_argument with a sentence for people.
+// Seconds since the epoch, at least 1. Throws std::invalid_argument with a message for people.
 long ParseTime(const std::string& text);
 
-// What is asked for every file of one run.
+// What one run asks for of every file, or one web request.
 struct Request {
   Size size;
   int quarterTurns = 0;

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "thumbs/stored_entries.h"
 
-#include <map>
 #include <regex>
 #include <vector>
+
+#include "thumbs/sizes.h"
 
 namespace tavithumb::apps {
 namespace {
@@ -44,11 +45,10 @@ std::vector<Scheme> MakeSchemes() {
   };
 }
 
+// A box stands for itself.
 std::string SizeOf(const std::string& text) {
-  static const std::map<std::string, std::string> names = {
-      {"S", "small"}, {"M", "medium"}, {"B", "big"}, {"XL", "large/xlarge"}};
-  const auto name = names.find(text);
-  return name == names.end() ? text : name->second;
+  const std::string sizes = SizesWithLetter(text);
+  return sizes.empty() ? text : sizes;
 }
 
 }  // namespace

@@ -15,16 +15,16 @@ std::string MakeScratchFolder(std::string pattern) {
   return pattern;
 }
 
-// Called before there is a second thread.
+// setenv() is safe here: there is only one thread yet.
 void UseScratchFolder(const std::string& folder) {
   setenv("TMPDIR", folder.c_str(), 1);                 // NOLINT(concurrency-mt-unsafe)
   setenv("MAGICK_TEMPORARY_PATH", folder.c_str(), 1);  // NOLINT(concurrency-mt-unsafe)
 }
 
-// The library's own name for a preview that it has extracted begins with the number of its process.
+// The library's names for extracted previews begin with the process id.
 void RemovePreviews(pid_t process) {
   glob_t previews = {};
-  // NOLINTNEXTLINE(concurrency-mt-unsafe): of no user's home
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): the pattern has no "~"
   if (glob(("/tmp/thumb." + std::to_string(process) + ".*").c_str(), 0, nullptr, &previews) == 0) {
     for (std::size_t i = 0; i < previews.gl_pathc; ++i) unlink(previews.gl_pathv[i]);
   }

@@ -10,10 +10,10 @@ namespace tavithumb::apps {
 // A new folder; `pattern` ends with "XXXXXX". Throws std::system_error.
 std::string MakeScratchFolder(std::string pattern);
 
-// Tools that this process starts from here on put their temporary files there.
+// Makes tools that this process starts from now on put their temporary files there.
 void UseScratchFolder(const std::string& folder);
 
-// Removes the embedded previews that the library has written for `process`, which is no more.
+// Removes the embedded previews that the library extracted in `process`, which has terminated.
 void RemovePreviews(pid_t process);
 
 }  // namespace tavithumb::apps

@@ -26,7 +26,7 @@ void Print(const std::string& text) {
   static_cast<void>(std::fwrite(text.data(), 1, text.size(), stdout));
 }
 
-Status StatusOf(Problem::Kind kind) {
+HttpStatus StatusOf(Problem::Kind kind) {
   switch (kind) {
     case Problem::Kind::kMissing:
       return kNotFound;

@@ -16,6 +16,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "thumbs/stored_entries.h"
 #include "thumbs/temporary_files.h"
 
 namespace tavithumb::apps::web {
@@ -30,14 +31,11 @@ constexpr std::uint64_t everything = running | storing | LANDLOCK_ACCESS_FS_MAKE
                                      LANDLOCK_ACCESS_FS_MAKE_FIFO | LANDLOCK_ACCESS_FS_MAKE_BLOCK |
                                      LANDLOCK_ACCESS_FS_MAKE_SYM;
 
-// Where the tools, their libraries and their settings lie.
+// The folders of the tools, their libraries and their settings.
 constexpr std::array systemFolders = {"/usr", "/bin", "/lib", "/lib32", "/lib64", "/etc", "/opt", "/var/packages"};
-// Where the library and the tools put what they work on.
-constexpr std::array temporaryFolders = {"/tmp", "/var/tmp"};
 
-// The rights that this kernel can tell apart: moving between folders came with the second version, which refused it
-// always before.
-std::uint64_t Moving() {
+// The right to move files between folders. Landlock's first version does not know it, and denies such moves always.
+std::uint64_t MoveRight() {
   const long version = syscall(SYS_landlock_create_ruleset, nullptr, 0, LANDLOCK_CREATE_RULESET_VERSION);
   return version >= 2 ? LANDLOCK_ACCESS_FS_REFER : 0;
 }
@@ -52,7 +50,7 @@ void Allow(const FileDescriptor& rules, const std::string& folder, std::uint64_t
 }
 
 FileDescriptor MakeRules(const Roots& roots, const std::string& policyFolder) {
-  const std::uint64_t moving = Moving();
+  const std::uint64_t moving = MoveRight();
   landlock_ruleset_attr attributes = {};
   attributes.handled_access_fs = everything | moving;
   FileDescriptor rules(static_cast<int>(syscall(SYS_landlock_create_ruleset, &attributes, sizeof attributes, 0)));
@@ -66,10 +64,10 @@ FileDescriptor MakeRules(const Roots& roots, const std::string& policyFolder) {
   return rules;
 }
 
-void Limit(__rlimit_resource resource, rlim_t most) {
+void Limit(__rlimit_resource resource, rlim_t maximum) {
   rlimit limit = {};
-  if (most == 0 || getrlimit(resource, &limit) != 0 || limit.rlim_max < most) return;
-  limit.rlim_cur = limit.rlim_max = most;
+  if (maximum == 0 || getrlimit(resource, &limit) != 0 || limit.rlim_max < maximum) return;
+  limit.rlim_cur = limit.rlim_max = maximum;
   setrlimit(resource, &limit);
 }
 

@@ -12,7 +12,7 @@
 
 namespace tavithumb::apps::web {
 
-// What one worker and each of its tools may use; 0 for as much as the system gives.
+// The limits of a worker and of each of its tools; 0 is no limit.
 struct ToolLimits {
   unsigned cpuSeconds = 20;
   unsigned memoryMiB = 1536;
@@ -20,20 +20,20 @@ struct ToolLimits {
   unsigned openFiles = 256;
 };
 
-// What keeps a worker and its tools, which read what strangers have uploaded, away from everything else. Made once by
-// the process that forks the workers, entered by each of them.
+// A sandbox for a worker and its tools, which read files that attackers may have uploaded. Created once by the process
+// that forks the workers, entered by each of them.
 class Confinement {
  public:
-  // `policyFolder` holds ImageMagick's policy.xml.
+  // `policyFolder` has ImageMagick's policy.xml.
   Confinement(const Roots& roots, const ToolLimits& limits, const std::string& policyFolder);
 
-  // Applies the limits to this process and all that it starts. From here on it reaches no file outside the roots, the
-  // system's programs and the temporary folders, whatever links lead there. Without a kernel that knows Landlock the
-  // limits hold alone. Throws std::system_error when it can't be confined although the kernel could.
+  // Applies the limits to this process and everything that it starts. From now on it can't access any file outside the
+  // roots, the system's programs and the temporary folders, not even through links. On a kernel without Landlock only
+  // the limits apply. Throws std::system_error if a kernel with Landlock fails to enforce the rules.
   void Enter() const;
 
-  // Leaves in the environment what the tools need and what the response depends on, and nothing that the request
-  // brought besides.
+  // Reduces the environment to what the tools need and to those of the request's variables on which the response
+  // depends.
   void SetEnvironment(const Variables& variables) const;
 
  private:
@@ -42,7 +42,7 @@ class Confinement {
   FileDescriptor rules_;
 };
 
-// The folder for the tools' temporary files, as long as tools run; what starts them leaves it in their environment.
+// A folder for the tools' temporary files, which exists as long as this object. The tools find it by their environment.
 class ScratchFolder {
  public:
   explicit ScratchFolder(Progress* progress);
@@ -54,7 +54,7 @@ class ScratchFolder {
   Progress* progress_;
 };
 
-// Removes what a worker that has died has left in temporary folders.
+// Removes the temporary files of a worker that has died.
 void RemoveLeftovers(pid_t worker, const Progress& progress);
 
 }  // namespace tavithumb::apps::web

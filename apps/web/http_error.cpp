@@ -4,7 +4,7 @@
 namespace tavithumb::apps::web {
 namespace {
 
-const char* Phrase(Status status) {
+const char* Phrase(HttpStatus status) {
   switch (status) {
     case kBadRequest:
       return "Bad Request";

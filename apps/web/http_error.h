@@ -6,7 +6,7 @@
 
 namespace tavithumb::apps::web {
 
-enum Status {
+enum HttpStatus {
   kBadRequest = 400,
   kForbidden = 403,
   kNotFound = 404,
@@ -18,20 +18,20 @@ enum Status {
   kGatewayTimeout = 504,
 };
 
-// A request that gets no content: the status and the reason, one line for people.
+// Why a request gets an error response: the status, and the reason as one line for people.
 class HttpError : public std::runtime_error {
  public:
-  HttpError(Status status, const std::string& reason) : std::runtime_error(reason), status_(status) {}
-  Status Code() const { return status_; }
+  HttpError(HttpStatus status, const std::string& reason) : std::runtime_error(reason), status_(status) {}
+  HttpStatus Code() const { return status_; }
 
  private:
-  Status status_;
+  HttpStatus status_;
 };
 
-// What lies outside, is hidden or does not exist looks the same to everybody.
+// The same error for everything that is outside the roots, hidden or missing, so that clients can't tell them apart.
 HttpError NotFound();
 
-// The whole CGI response that tells of `error`; without its body for a HEAD request.
+// The complete CGI response for `error`; without a body for HEAD requests.
 std::string ErrorResponse(const HttpError& error, bool withBody);
 
 }  // namespace tavithumb::apps::web

@@ -1,13 +1,14 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// The list of a folder for browsers without JavaScript.
+// The HTML page of a folder for browsers without JavaScript.
 #include "system/text.h"
+#include "thumbs/sizes.h"
 #include "web/listing.h"
 #include "web/target.h"
 
 namespace tavithumb::apps::web {
 namespace {
 
-// Text that can mean nothing but itself, between tags and in attributes.
+// Text that is safe between tags and in attributes.
 std::string Escaped(const std::string& text) {
   std::string escaped;
   for (const char letter : Printable(text)) {
@@ -47,7 +48,9 @@ std::string Crumbs(const Listing& listing, const std::string& list) {
 
 std::string Picture(const ListedFile& file, const std::string& thumb) {
   if (file.isVideo && !file.hasScreenshot) return "<span class=\"placeholder\">Video</span>";
-  return "<img src=\"" + thumb + "?size=medium\" width=\"360\" height=\"360\" alt=\"\" loading=\"lazy\">";
+  const std::string side = std::to_string(SideOf("medium"));
+  return "<img src=\"" + thumb + "?size=medium\" width=\"" + side + "\" height=\"" + side +
+         "\" alt=\"\" loading=\"lazy\">";
 }
 
 std::string Tile(const ListedFile& file, const std::string& prefix) {

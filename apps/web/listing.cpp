@@ -7,20 +7,22 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <nlohmann/json.hpp>
 #include <set>
 #include <system_error>
 
 #include "system/folder.h"
 #include "system/json_text.h"
+#include "system/text.h"
 #include "web/http_error.h"
 #include "web/target.h"
 
 namespace tavithumb::apps::web {
 namespace {
 
-std::vector<std::string> NamesIn(const Found& found) {
+std::vector<std::string> ReadNames(const Found& found) {
   try {
-    return apps::NamesIn(found.descriptor);
+    return NamesIn(found.descriptor);
   } catch (const std::system_error& error) {
     if (error.code().value() == EACCES) throw HttpError(kForbidden, "permission denied");
     throw NotFound();
@@ -28,7 +30,7 @@ std::vector<std::string> NamesIn(const Found& found) {
 }
 
 std::vector<std::string> ShownNamesIn(const Found& found, const Roots& roots) {
-  std::vector<std::string> names = NamesIn(found);
+  std::vector<std::string> names = ReadNames(found);
   const auto isHidden = [&](const std::string& name) { return !roots.IsShown(name); };
   names.erase(std::remove_if(names.begin(), names.end(), isHidden), names.end());
   return names;
@@ -39,9 +41,9 @@ bool IsReadable(const Found& found) {
 }
 
 std::string UrlOf(const std::vector<std::string>& path) {
-  std::string url;
-  for (const std::string& name : path) url += (url.empty() ? "" : "/") + UrlEncoded(name);
-  return url;
+  std::vector<std::string> encoded;
+  for (const std::string& name : path) encoded.push_back(UrlEncoded(name));
+  return Join(encoded, "/");
 }
 
 ListedFile ListFile(const std::string& name, const std::string& url, const Found& found) {
@@ -70,13 +72,13 @@ void List(const std::vector<std::string>& path, const Roots& roots, Listing* lis
   }
 }
 
-// What has vanished meanwhile, or leads out, is not there; a folder behind one that can't be entered counts.
+// Skips what was removed meanwhile and links out of the roots, and counts what can't be accessed.
 void ListIfFound(const std::vector<std::string>& path, const Roots& roots, Listing* listing) {
   try {
     List(path, roots, listing);
   } catch (const HttpError& error) {
     if (error.Code() == kForbidden) ++listing->unreadable;
-  } catch (const std::exception&) {  // a file that went between two looks
+  } catch (const std::exception&) {  // removed after it was found
   }
 }
 
@@ -122,10 +124,8 @@ Listing ListFolder(const Roots& roots, const std::vector<std::string>& path) {
 }
 
 std::string ListAsJson(const Listing& listing) {
-  std::string joined;
-  for (const std::string& name : listing.path) joined += (joined.empty() ? "" : "/") + name;
   nlohmann::ordered_json object;
-  SetName(&object, "path", joined);
+  SetName(&object, "path", Join(listing.path, "/"));
   object["folders"] = nlohmann::ordered_json::array();
   for (const ListedFolder& folder : listing.folders) {
     nlohmann::ordered_json entry;

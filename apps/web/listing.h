@@ -12,19 +12,19 @@ namespace tavithumb::apps::web {
 
 struct ListedFolder {
   std::string name;
-  std::string url;  // behind "list/"
+  std::string url;  // after "list/"
 };
 
 struct ListedFile {
   std::string name;
-  std::string url;  // behind "thumb/" and "original/"
+  std::string url;  // after "thumb/" and "original/"
   bool isVideo;
   std::string type;  // by its name: "jpg"
   std::uint64_t bytes;
   std::int64_t modified;  // seconds since the epoch
   bool hasScreenshot;     // a video for which one is stored
 
-  // A browser can show the file itself, if it is what its name says.
+  // Whether a browser can show the file itself, going by its name.
   bool HasOriginal() const;
 };
 
@@ -32,16 +32,16 @@ struct Listing {
   std::vector<std::string> path;
   std::vector<ListedFolder> folders;  // sorted by name, as the files are
   std::vector<ListedFile> files;
-  unsigned unreadable;  // folders that are left out because they can't be read
+  unsigned unreadable;  // the number of folders left out because they can't be read
 };
 
-// The folders and the photos and videos in a folder, or the roots when they have names and `path` is empty.
-// Throws HttpError 404 when there is no such folder, 403 when it can't be read.
+// The folders, photos and videos in a folder, or the roots if they have names and `path` is empty. Throws HttpError 404
+// if there is no such folder, 403 if it can't be read.
 Listing ListFolder(const Roots& roots, const std::vector<std::string>& path);
 
 std::string ListAsJson(const Listing& listing);
 
-// A whole page with links and pictures; `prefix` stands in front of all addresses.
+// A complete page with links and pictures; all addresses start with `prefix`.
 std::string ListAsHtml(const Listing& listing, const std::string& prefix);
 
 }  // namespace tavithumb::apps::web

@@ -23,13 +23,13 @@ FileDescriptor OpenBeneath(int folder, const std::string& path) {
   how.flags = O_PATH | O_CLOEXEC;
   how.resolve = RESOLVE_BENEATH | RESOLVE_NO_MAGICLINKS;
   long opened;
-  do {  // EAGAIN: something was renamed on the way, which the kernel can't tell from an escape
+  do {  // EAGAIN: a folder was renamed meanwhile, which the kernel can't tell from an escape
     opened = syscall(SYS_openat2, folder, path.c_str(), &how, sizeof how);
   } while (opened == -1 && (errno == EAGAIN || errno == EINTR));
   return FileDescriptor(static_cast<int>(opened));
 }
 
-// The path of an open file, without links; "" when it has none that fits.
+// The path of an open file, without links; "" if it has none or a longer one than PATH_MAX.
 std::string PathOf(const FileDescriptor& file) {
   const std::string link = "/proc/self/fd/" + std::to_string(file.Number());
   std::array<char, PATH_MAX> path = {};
@@ -97,7 +97,7 @@ Found Roots::Find(const std::vector<std::string>& path) const {
   found.path = PathOf(found.descriptor);
   if (found.path.empty() || !IsAt(found.path, found.record)) throw NotFound();
 
-  // A link may lead to a hidden place.
+  // A link may lead to a hidden folder.
   for (const auto& part : std::filesystem::path(found.path).lexically_relative(PathOf(folder))) {
     if (part != "." && !IsShown(part)) throw NotFound();
   }

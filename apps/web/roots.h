@@ -12,32 +12,32 @@
 
 namespace tavithumb::apps::web {
 
-// A folder that is shown. With an empty name it is the only one, and addresses begin right in it.
+// A folder that is served. With an empty name it is the only one, and addresses are relative to it.
 struct Root {
   std::string name;
   std::string folder;
 };
 
-// "NAME=DIR" or "DIR". Throws std::invalid_argument with a sentence for people.
+// "NAME=DIR" or "DIR". Throws std::invalid_argument with a message for people.
 Root ParseRoot(const std::string& text);
 
-// Something below a root, held open so that it stays the same thing whatever happens to its name.
+// A file or folder below a root, held open so that it stays the same one even if its name changes meanwhile.
 struct Found {
   FileDescriptor descriptor;  // O_PATH
   struct stat record;
-  std::string path;  // absolute, without links
+  std::string path;  // absolute and without links
 
-  // Opens the very same file, whatever has become of its name.
+  // Opening this path opens the same file, even if its name has changed.
   std::string OpenPath() const { return "/proc/self/fd/" + std::to_string(descriptor.Number()); }
 };
 
-// What may be reached, and nothing else: below a root, whatever links and ".." say, and not hidden.
+// Limits access to what is below a root, whatever links and ".." say, and not hidden.
 class Roots {
  public:
-  // `showsHidden`: names that begin with a dot exist too; the folders of thumbnails never do.
+  // `showsHidden`: names that begin with a dot are served too, but never the folders of thumbnails.
   Roots(std::vector<Root> roots, bool showsHidden) : roots_(std::move(roots)), showsHidden_(showsHidden) {}
 
-  // Throws HttpError 404 for all that is outside, hidden or missing, 403 for what can't be looked into.
+  // Throws HttpError 404 for anything outside, hidden or missing, 403 for anything that can't be accessed.
   Found Find(const std::vector<std::string>& path) const;
 
   bool IsShown(const std::string& name) const;

@@ -1,21 +1,20 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "web/scgi.h"
 
-#include <charconv>
-
+#include "system/numbers.h"
 #include "web/http_error.h"
 
 namespace tavithumb::apps::web {
 namespace {
 
-// The digits of the longest length that is accepted.
+// The number of digits of maxScgiHeaders.
 constexpr std::size_t maxDigits = 5;
 
 HttpError Malformed() {
   return {kBadRequest, "the web server's request is not valid SCGI"};
 }
 
-// The text up to the next NUL, which is taken off `rest` with it.
+// Removes the text up to the next NUL, and the NUL, from `rest`.
 std::string TakeText(std::string_view* rest) {
   const std::size_t end = rest->find('\0');
   if (end == std::string_view::npos) throw Malformed();
@@ -31,12 +30,10 @@ std::optional<std::size_t> ScgiLength(std::string_view start) {
   const std::size_t colon = digits.find(':');
   if (digits.substr(0, colon).find_first_not_of("0123456789") != std::string_view::npos) throw Malformed();
   if (colon == std::string_view::npos && digits.size() <= maxDigits) return std::nullopt;
-  std::size_t length = 0;
-  const std::from_chars_result parsed = std::from_chars(digits.data(), digits.data() + digits.size(), length);
-  if (colon == std::string_view::npos || colon == 0 || parsed.ptr != digits.data() + colon || length > maxScgiHeaders) {
-    throw Malformed();
-  }
-  return colon + 1 + length + 1;
+  if (colon == std::string_view::npos) throw Malformed();
+  const std::optional<std::size_t> length = ParseNumber<std::size_t>(digits.substr(0, colon));
+  if (!length || *length > maxScgiHeaders) throw Malformed();
+  return colon + 1 + *length + 1;
 }
 
 Variables ParseScgi(std::string_view netstring) {

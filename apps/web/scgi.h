@@ -8,17 +8,17 @@
 
 namespace tavithumb::apps::web {
 
-// The CGI variables of one request, whichever way they came.
+// The CGI variables of one request, received by CGI or SCGI.
 using Variables = std::map<std::string, std::string>;
 
-// The longest header block that a request may have, in bytes.
+// The maximum size of a request's header block in bytes.
 constexpr std::size_t maxScgiHeaders = 65536;
 
-// How many bytes the whole netstring has that `start` begins: length, colon, headers and comma. Nothing while its
-// length is still incomplete. Throws HttpError 400 for what can't become one, or is too long.
+// The size in bytes of the whole netstring that starts with `start`: length, colon, headers and comma. Nothing while
+// the length is still incomplete. Throws HttpError 400 if it is malformed or too large.
 std::optional<std::size_t> ScgiLength(std::string_view start);
 
-// The variables of a whole SCGI netstring. Throws HttpError 400 when it is malformed.
+// The variables of a complete SCGI netstring. Throws HttpError 400 if it is malformed.
 Variables ParseScgi(std::string_view netstring);
 
 }  // namespace tavithumb::apps::web

@@ -3,7 +3,6 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <charconv>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -12,6 +11,9 @@
 #include <stdexcept>
 #include <thread>
 
+#include "system/numbers.h"
+#include "thumbs/sizes.h"
+
 namespace tavithumb::apps::web {
 namespace {
 
@@ -19,9 +21,12 @@ constexpr char description[] =
     "Answers a web server's requests for thumbnails, lists and originals of photos and videos.\n"
     "A web server starts it for each request (CGI), or sends it requests over a socket (SCGI).";
 
-constexpr char footer[] =
+constexpr char footerStart[] =
     "Addresses, below the prefix given by the web server:\n"
-    "  thumb/PATH?size=SIZE   a thumbnail; SIZE: small, medium, big, large, xlarge, original, WIDTHxHEIGHT or SIDE;\n"
+    "  thumb/PATH?size=SIZE   a thumbnail; SIZE: ";
+
+constexpr char footerEnd[] =
+    ";\n"
     "                         with &rotate=0..3 &avatar=1 &animate=1 &fallback=1\n"
     "  original/PATH          the file itself, if browsers can show it\n"
     "  list/PATH              the folder as JSON, or as a page for clients that accept text/html\n"
@@ -42,13 +47,10 @@ std::string DefaultConfig() {
   return file;
 }
 
-// An empty text for a number of seconds that makes sense. CLI11's own check of a range words its complaint differently
-// from release to release.
+// The error message, or "" if `text` is valid. CLI11 words its own range check differently from release to release.
 std::string CheckDeadline(const std::string& text) {
-  int seconds = 0;
-  const char* const end = text.data() + text.size();
-  const auto [rest, error] = std::from_chars(text.data(), end, seconds);
-  if (error == std::errc() && rest == end && seconds >= 1 && seconds <= 86400) return "";
+  const std::optional<int> seconds = ParseNumber<int>(text);
+  if (seconds && *seconds >= 1 && *seconds <= 86400) return "";
   return "Value " + text + " not in range 1 to 86400";
 }
 
@@ -97,14 +99,14 @@ void SetRoots(const std::vector<std::string>& texts, Settings* settings) {
   }
 }
 
-// Where the policy lies beside an installed program.
+// Where the policy of an installed program is, relative to it.
 std::string DefaultPolicy() {
   std::error_code error;
   return std::filesystem::read_symlink("/proc/self/exe", error).parent_path().parent_path() /
          "share/tavithumb/imagemagick";
 }
 
-// Without a policy of our own ImageMagick would take whatever it can read.
+// Without this policy, ImageMagick would use all of its coders.
 void CheckPolicy(Settings* settings) {
   std::error_code error;
   const std::filesystem::path folder = std::filesystem::canonical(settings->policyFolder, error);
@@ -122,7 +124,7 @@ std::optional<Settings> ReadSettings(int argc, char** argv) {
   settings.policyFolder = DefaultPolicy();
   std::vector<std::string> roots;
   CLI::App app(description, "tavithumb-web");
-  app.footer(footer);
+  app.footer(footerStart + SizeChoices() + footerEnd);
   AddOptions(&app, &settings, &roots);
   try {
     app.parse(argc, argv);

@@ -10,10 +10,10 @@
 
 namespace tavithumb::apps::web {
 
-// How the program was started.
+// The options and the configuration of the program.
 struct Settings {
   std::vector<Root> roots;
-  std::string scgiAddress;  // "" when a web server starts it, or hands over a socket
+  std::string scgiAddress;  // "" if a web server starts the program or passes a socket
   bool showsHidden = false;
   unsigned children = 0;
   unsigned waiting = 64;
@@ -22,8 +22,8 @@ struct Settings {
   ToolLimits limits;
 };
 
-// From the command line and the configuration file that it or $TAVITHUMB_WEB_CONFIG names. Nothing when the program
-// only had to tell about itself, which it has done. Throws std::invalid_argument with a sentence for people.
+// Reads the command line and the configuration file that it or $TAVITHUMB_WEB_CONFIG names. Nothing if only help or the
+// version was asked for, which has been printed. Throws std::invalid_argument with a message for people.
 std::optional<Settings> ReadSettings(int argc, char** argv);
 
 }  // namespace tavithumb::apps::web

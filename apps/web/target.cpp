@@ -7,6 +7,7 @@
 #include <map>
 #include <stdexcept>
 
+#include "thumbs/sizes.h"
 #include "web/http_error.h"
 
 namespace tavithumb::apps::web {
@@ -50,7 +51,7 @@ std::string PercentDecoded(std::string_view text) {
   return decoded;
 }
 
-// Names that lead elsewhere, or that no file has, exist for nobody.
+// Names that lead elsewhere, and those that no file can have, are not found.
 std::string NameOf(std::string_view segment) {
   std::string name = PercentDecoded(segment);
   if (name.empty() || name == "." || name == ".." || name.find_first_of(std::string_view("/\0", 2)) != name.npos) {
@@ -65,7 +66,7 @@ std::string PrefixOf(const Variables& variables) {
   return prefix;
 }
 
-// The segments of the address behind the prefix; the first is the route's.
+// The segments of the address after the prefix; the first names the route.
 std::vector<std::string_view> SegmentsOf(std::string_view path, std::string_view prefix) {
   if (path.substr(0, prefix.size()) != prefix) throw NotFound();
   path.remove_prefix(prefix.size());
@@ -81,7 +82,7 @@ void ReadPath(std::vector<std::string_view> segments, Target* target) {
   for (std::size_t i = 1; i < segments.size(); ++i) target->path.push_back(NameOf(segments[i]));
 }
 
-// Takes each parameter once out of the query.
+// The parameters of the query, each of which can be consumed once.
 class Parameters {
  public:
   explicit Parameters(std::string_view query) {
@@ -96,21 +97,21 @@ class Parameters {
 
   bool Has(const std::string& name) const { return values_.count(name) != 0; }
 
-  std::string Take(const std::string& name) {
+  std::string Consume(const std::string& name) {
     const auto entry = values_.find(name);
     std::string value = entry->second;
     values_.erase(entry);
     return value;
   }
 
-  // A parameter that can only be "1".
-  bool TakeFlag(const std::string& name) {
+  // A parameter that must be "1" if it is present.
+  bool ConsumeFlag(const std::string& name) {
     if (!Has(name)) return false;
-    if (Take(name) != "1") throw HttpError(kBadRequest, "'" + name + "' must be 1");
+    if (Consume(name) != "1") throw HttpError(kBadRequest, "'" + name + "' must be 1");
     return true;
   }
 
-  void RequireNoMore() const {
+  void RequireAllConsumed() const {
     if (!values_.empty()) throw HttpError(kBadRequest, "unknown parameter");
   }
 
@@ -118,37 +119,34 @@ class Parameters {
   std::map<std::string, std::string> values_;
 };
 
-Size TakeSize(Parameters* parameters) {
+Size ConsumeSize(Parameters* parameters) {
   if (!parameters->Has("size")) throw HttpError(kBadRequest, "'size' is missing");
   try {
-    return ParseSize(parameters->Take("size"));
+    return ParseSize(parameters->Consume("size"));
   } catch (const std::invalid_argument&) {
-    throw HttpError(
-        kBadRequest,
-        "'size' must be small, medium, big, large, xlarge, original, WIDTHxHEIGHT or SIDE, with sides of 1 to "
-        "65535 pixels");
+    throw HttpError(kBadRequest, "'size' must be " + SizeChoices() + ", with sides of 1 to 65535 pixels");
   }
 }
 
-int TakeQuarterTurns(Parameters* parameters) {
+int ConsumeQuarterTurns(Parameters* parameters) {
   if (!parameters->Has("rotate")) return 0;
-  const std::string turns = parameters->Take("rotate");
+  const std::string turns = parameters->Consume("rotate");
   if (turns.size() != 1 || turns[0] < '0' || turns[0] > '3') {
     throw HttpError(kBadRequest, "'rotate' must be a number of quarter turns, 0 to 3");
   }
   return turns[0] - '0';
 }
 
-Request TakeRequest(Parameters* parameters) {
+Request ConsumeRequest(Parameters* parameters) {
   Request request;
-  request.size = TakeSize(parameters);
-  request.quarterTurns = TakeQuarterTurns(parameters);
+  request.size = ConsumeSize(parameters);
+  request.quarterTurns = ConsumeQuarterTurns(parameters);
   request.options = Thumb::OPT_BROVIX_EA;
-  // Albumex stores no boxes, and its names know none.
+  // Albumex stores only sizes with names.
   if (!request.size.IsBox()) request.options |= Thumb::OPT_ALBUMEX_EA;
-  if (parameters->TakeFlag("avatar")) request.options |= Thumb::OPT_AVATAR;
-  if (parameters->TakeFlag("animate")) request.options |= Thumb::OPT_ENABLE_GIF;
-  if (parameters->TakeFlag("fallback")) {
+  if (parameters->ConsumeFlag("avatar")) request.options |= Thumb::OPT_AVATAR;
+  if (parameters->ConsumeFlag("animate")) request.options |= Thumb::OPT_ENABLE_GIF;
+  if (parameters->ConsumeFlag("fallback")) {
     if (request.size.IsBox()) throw HttpError(kBadRequest, "'fallback' needs a named size");
     request.options |= Thumb::OPT_FALLBACK_SMALLER;
   }
@@ -168,17 +166,17 @@ std::string Lower(std::string_view text) {
   return lower;
 }
 
-// "q=0", "q=0." and "q=0.000" refuse a type.
-bool IsRefused(std::string_view parameter) {
+// Whether the parameter of a media range is "q=0", "q=0." or "q=0.000", which exclude it.
+bool IsExclusion(std::string_view parameter) {
   const std::string lower = Lower(Trimmed(parameter));
   return lower.rfind("q=0", 0) == 0 && lower.find_first_not_of("0.", 2) == lower.npos;
 }
 
-// Whether an Accept header names the media type itself; wildcards don't count.
+// Whether an Accept header lists the media type itself; wildcards don't count.
 bool Accepts(std::string_view header, std::string_view mediaType) {
   for (const std::string_view range : Split(header, ',')) {
     const std::vector<std::string_view> parts = Split(range, ';');
-    if (Lower(Trimmed(parts.front())) == mediaType) return std::none_of(parts.begin() + 1, parts.end(), IsRefused);
+    if (Lower(Trimmed(parts.front())) == mediaType) return std::none_of(parts.begin() + 1, parts.end(), IsExclusion);
   }
   return false;
 }
@@ -199,9 +197,9 @@ Target ParseTarget(const Variables& variables) {
   ReadPath(SegmentsOf(uri.substr(0, mark), target.prefix), &target);
   const std::string accept = ValueOf(variables, "HTTP_ACCEPT");
   target.wantsHtml = Accepts(accept, "text/html");
-  if (target.route == Route::kThumb) target.request = TakeRequest(&parameters);
+  if (target.route == Route::kThumb) target.request = ConsumeRequest(&parameters);
   target.request.acceptHeic = Accepts(accept, "image/heic") || Accepts(accept, "image/heif");
-  parameters.RequireNoMore();
+  parameters.RequireAllConsumed();
   return target;
 }
 

@@ -12,23 +12,23 @@ namespace tavithumb::apps::web {
 
 enum class Route { kThumb, kOriginal, kList };
 
-// What one request asks for. Nothing has been looked up.
+// A parsed request. No file has been looked up.
 struct Target {
   Route route;
-  std::string prefix;             // of all URLs of this program, without a slash at its end
+  std::string prefix;             // of all URLs of this program, without a trailing slash
   std::vector<std::string> path;  // decoded names, none of them "", ".", "..", or with a slash or a NUL byte
   Request request;                // of a thumbnail
   bool isHead;
-  bool wantsHtml;  // a list as a page
+  bool wantsHtml;  // a list as an HTML page
 };
 
-// Throws HttpError for a request that asks for nothing: 400, 404 or 405 with the reason.
+// Throws HttpError 400, 404 or 405 with the reason for an invalid request.
 Target ParseTarget(const Variables& variables);
 
 // `name` as one segment of a URL's path.
 std::string UrlEncoded(std::string_view name);
 
-// The value of a variable, "" when it isn't there.
+// The value of a variable, "" if it is not set.
 std::string ValueOf(const Variables& variables, const std::string& name);
 
 }  // namespace tavithumb::apps::web

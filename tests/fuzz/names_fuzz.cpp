@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // A file name, formatted for people and for JSON.
+#include <nlohmann/json.hpp>
+
 #include "fuzz.h"
 #include "system/json_text.h"
 #include "system/paths.h"

@@ -10,14 +10,15 @@
 
 namespace tavithumb::apps::command {
 
-// Names that come from a file or a pipe, each with a separator behind it, which the last may lack. Empty ones are none.
+// Names read from a file or a pipe, each terminated by a separator, which may be missing after the last one. Empty
+// names are skipped.
 class NameList {
  public:
-  // "-" is standard input. Throws std::invalid_argument with a sentence for people when it can't be opened.
+  // "-" is standard input. Throws std::invalid_argument with a message for people when it can't be opened.
   NameList(const std::string& path, char separator);
 
-  // Waits until there is something to read, and adds the names in it to `names`; or comes to the end, and tells why
-  // when it had to.
+  // Blocks until there is something to read, and appends the names in it to `names`. Returns a problem if the list had
+  // to be given up; it has ended then.
   std::optional<Problem> Read(std::deque<std::string>* names);
 
   bool HasEnded() const { return hasEnded_; }
@@ -25,13 +26,13 @@ class NameList {
   const std::string& Name() const { return name_; }
 
  private:
-  std::optional<Problem> Break(const std::string& reason, const std::string& remedy);
-  void TakeName(std::string name, std::deque<std::string>* names);
+  std::optional<Problem> Fail(const std::string& reason, const std::string& remedy);
+  void AddName(std::string name, std::deque<std::string>* names);
 
   std::string name_;
   FileDescriptor file_;
   char separator_;
-  std::string rest_;  // the beginning of a name
+  std::string rest_;  // the start of an unfinished name
   bool hasEnded_ = false;
 };
 

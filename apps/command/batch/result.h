@@ -2,7 +2,7 @@
 #pragma once
 
 #include <cstdint>
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <vector>
 
@@ -10,19 +10,19 @@
 
 namespace tavithumb::apps::command {
 
-// A size of which there is no thumbnail, or with an empty size the whole file.
+// Why a size has no thumbnail; with an empty size, why the whole file failed.
 struct Failure {
   std::string size;
   std::string reason;
   std::string remedy;
 };
 
-// What has come of one file. Every size that was asked for is in one of the lists, but for those after which the file
-// as a whole failed, and those that were not wanted because they are missing.
+// The result for one file. Each requested size is in one of the lists, except those that followed when the file as a
+// whole failed, and missing ones that were not to be made.
 struct Result {
   std::vector<std::string> made;
   std::vector<std::string> found;
-  std::vector<std::string> notNeeded;  // the source itself serves
+  std::vector<std::string> notNeeded;  // the source itself is small enough
   std::vector<Failure> failures;
   std::uint64_t bytes = 0;  // of what was made
 
@@ -31,11 +31,11 @@ struct Result {
   }
 };
 
-// What is told between processes.
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Failure, size, reason, remedy)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Result, made, found, notNeeded, failures, bytes)
+// The form in which workers send results to the process that collects them.
+void to_json(nlohmann::json& json, const Result& result);
+void from_json(const nlohmann::json& json, Result& result);
 
-// The result as one JSON line, for those who read standard output.
+// The result as one line of the command's JSON output.
 std::string JsonResult(const std::string& path, const Result& result, double milliseconds);
 
 }  // namespace tavithumb::apps::command

@@ -2,11 +2,14 @@
 #include "command/batch/summary.h"
 
 #include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdio>
+#include <nlohmann/json.hpp>
 #include <set>
 #include <utility>
 #include <vector>
 
-#include "command/output.h"
 #include "system/json_text.h"
 
 namespace tavithumb::apps::command {
@@ -22,13 +25,15 @@ std::vector<Reason> Sorted(const std::map<std::string, std::size_t>& reasons) {
   return sorted;
 }
 
-std::string Row(std::string label, std::size_t count, const std::string& what) {
+std::string RowText(std::string label, std::size_t count, const std::string& what) {
   const std::string number = std::to_string(count);
   label.resize(14, ' ');
   return label + std::string(number.size() < 10 ? 10 - number.size() : 0, ' ') + number + "  " + what + "\n";
 }
 
 }  // namespace
+
+Summary::Summary(Now now) : now_(std::move(now)), start_(now_()) {}
 
 void Summary::Add(const Result& result) {
   ++files_;
@@ -44,19 +49,19 @@ void Summary::Add(const Result& result) {
 }
 
 double Summary::Seconds() const {
-  return std::round(MillisecondsSince(start_)) / 1000;
+  return std::round(std::chrono::duration<double, std::milli>(now_() - start_).count()) / 1000;
 }
 
 std::string Summary::AsText(bool isDryRun) const {
   std::array<char, 32> seconds = {};
   static_cast<void>(std::snprintf(seconds.data(), seconds.size(), "%.1f", Seconds()));
-  std::string text = Row("files", files_, std::string("in ") + seconds.data() + " seconds");
-  text += isDryRun ? Row("would be made", made_, "thumbnails")
-                   : Row("made", made_, "thumbnails, " + std::to_string(bytes_) + " bytes");
-  text += Row("already there", found_, "thumbnails");
-  text += Row("not needed", notNeeded_, "thumbnails: the source is served unchanged");
-  text += Row("failed", failed_, "files");
-  for (const auto& [reason, count] : Sorted(reasons_)) text += Row("", count, reason);
+  std::string text = RowText("files", files_, std::string("in ") + seconds.data() + " seconds");
+  text += isDryRun ? RowText("would be made", made_, "thumbnails")
+                   : RowText("made", made_, "thumbnails, " + std::to_string(bytes_) + " bytes");
+  text += RowText("already there", found_, "thumbnails");
+  text += RowText("not needed", notNeeded_, "thumbnails: the source is served unchanged");
+  text += RowText("failed", failed_, "files");
+  for (const auto& [reason, count] : Sorted(reasons_)) text += RowText("", count, reason);
   return text;
 }
 

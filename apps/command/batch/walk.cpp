@@ -13,22 +13,19 @@
 namespace tavithumb::apps::command {
 namespace {
 
-// So much may wait to be worked on: some hundred thousand names.
-constexpr std::size_t mostBytes = 16777216;
-constexpr int entriesAStep = 256;
+// The bound of the queue: some hundred thousand names.
+constexpr std::size_t maxQueueBytes = 16777216;
+constexpr int entriesPerStep = 256;
 
 std::size_t BytesOf(const std::string& name) {
-  return name.size() + 64;  // about what a container takes besides
+  return name.size() + 64;  // about the overhead of a container
 }
 
-std::string Joined(const std::string& folder, const std::string& name) {
-  return folder + (folder.back() == '/' ? "" : "/") + name;
-}
-
-// Lists name whatever lies in a folder. What is no photo, nor may be a folder of photos, is none that was meant.
-bool IsPassedOver(const std::string& name) {
+// Lists often have everything below a folder: skips thumbnails and anything that is neither a photo nor a folder. A
+// name that doesn't exist is kept, so that it is reported.
+bool IsSkipped(const std::string& name) {
   struct stat record = {};
-  if (IsAmongThumbs(AbsolutePath(name))) return true;
+  if (IsInEAFolder(AbsolutePath(name))) return true;
   return !IsSupportImage(BaseName(name)) && stat(name.c_str(), &record) == 0 && !S_ISDIR(record.st_mode);
 }
 
@@ -41,10 +38,10 @@ unsigned char TypeOf(int folder, const dirent& entry) {
 
 }  // namespace
 
-Walk::Walk(std::vector<std::string> names, std::optional<NameList> list, Tell tell)
+Walk::Walk(std::vector<std::string> names, std::optional<NameList> list, OnProblem onProblem)
     : names_(std::make_move_iterator(names.begin()), std::make_move_iterator(names.end())),
       list_(std::move(list)),
-      tell_(std::move(tell)) {}
+      onProblem_(std::move(onProblem)) {}
 
 std::optional<std::string> Walk::Next() {
   if (files_.empty()) return std::nullopt;
@@ -55,7 +52,7 @@ std::optional<std::string> Walk::Next() {
 }
 
 bool Walk::HasRoom() const {
-  return filesBytes_ < mostBytes;
+  return filesBytes_ < maxQueueBytes;
 }
 
 bool Walk::CanStep() const {
@@ -76,7 +73,7 @@ void Walk::Step() {
   } else if (!names_.empty()) {
     const std::string name = std::move(names_.front());
     names_.pop_front();
-    TakeName(name);
+    StartAt(name);
   } else if (list_) {
     ReadList();
   }
@@ -84,71 +81,72 @@ void Walk::Step() {
 
 void Walk::ReadList() {
   std::deque<std::string> names;
-  if (const std::optional<Problem> problem = list_->Read(&names)) tell_(list_->Name(), *problem);
+  if (const std::optional<Problem> problem = list_->Read(&names)) onProblem_(list_->Name(), *problem);
   for (std::string& name : names) {
-    if (!IsPassedOver(name)) names_.push_back(std::move(name));
+    if (!IsSkipped(name)) names_.push_back(std::move(name));
   }
   if (list_->HasEnded()) list_.reset();
 }
 
-// A link that is named leads to the folder behind it.
-void Walk::TakeName(const std::string& name) {
+// A link given as a name is followed to its folder.
+void Walk::StartAt(const std::string& name) {
   struct stat record = {};
   if (stat(name.c_str(), &record) == 0 && S_ISDIR(record.st_mode)) {
     Open(name, 0);
   } else {
-    TakeFile(name);
+    VisitNamedFile(name);
   }
 }
 
-// A file whose folder has been looked into has come with that.
-void Walk::TakeFile(const std::string& name) {
+// Skips a file that was found already, by its folder or by the same name.
+void Walk::VisitNamedFile(const std::string& name) {
   struct stat record = {};
   if (stat(file::Dirname(name).c_str(), &record) == 0) {
     const Identity folder = {record.st_dev, record.st_ino};
     if (seenFolders_.count(folder) != 0 && IsSupportImage(BaseName(name))) return;
     if (!namedFiles_[folder].insert(BaseName(name)).second) return;
   }
-  Add(name);
+  Enqueue(name);
 }
 
 void Walk::Open(const std::string& folder, int flags) {
-  if (IsAmongThumbs(AbsolutePath(folder))) return tell_(folder, FolderAmongThumbs());
+  if (IsInEAFolder(AbsolutePath(folder))) return onProblem_(folder, FolderAmongThumbs());
   FileDescriptor opened(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK | flags));
   struct stat record = {};
-  if (!opened.IsOpen() || fstat(opened.Number(), &record) != 0) return tell_(folder, ProblemOfErrno(errno));
+  if (!opened.IsOpen() || fstat(opened.Number(), &record) != 0) return onProblem_(folder, ProblemOfErrno(errno));
   folderIdentity_ = {record.st_dev, record.st_ino};
   if (!seenFolders_.insert(folderIdentity_).second) return;
   folder_.reset(fdopendir(opened.Release()));
-  if (!folder_) return tell_(folder, ProblemOfErrno(ENOMEM));
+  if (!folder_) return onProblem_(folder, ProblemOfErrno(ENOMEM));
   folderName_ = folder;
 }
 
 void Walk::ReadFolder() {
-  for (int i = 0; i < entriesAStep; ++i) {
+  for (int i = 0; i < entriesPerStep; ++i) {
     errno = 0;
-    const dirent* const entry = readdir(folder_.get());  // NOLINT(concurrency-mt-unsafe): a stream of our own
+    const dirent* const entry =
+        readdir(folder_.get());  // NOLINT(concurrency-mt-unsafe): no other thread uses this stream
     if (entry != nullptr) {
-      TakeEntry(*entry);
+      VisitEntry(*entry);
       continue;
     }
-    if (errno != 0) tell_(folderName_, ProblemOfErrno(errno));
+    if (errno != 0) onProblem_(folderName_, ProblemOfErrno(errno));
     folder_.reset();
     return;
   }
 }
 
-void Walk::TakeEntry(const dirent& entry) {
+void Walk::VisitEntry(const dirent& entry) {
   const std::string_view name = entry.d_name;
   if (name == "." || name == ".." || name == EAFolderName()) return;
   if (TypeOf(dirfd(folder_.get()), entry) == DT_DIR) {
-    folders_.push_back(Joined(folderName_, entry.d_name));
+    folders_.push_back(JoinPath(folderName_, entry.d_name));
   } else if (IsPhoto(entry)) {
-    Add(Joined(folderName_, entry.d_name));
+    Enqueue(JoinPath(folderName_, entry.d_name));
   }
 }
 
-// A file, or a link to one or to nothing, that has not been named already.
+// A regular file, or a link to one or a dangling link, that has not been found by its own name already.
 bool Walk::IsPhoto(const dirent& entry) const {
   if (!IsSupportImage(entry.d_name)) return false;
   const int folder = dirfd(folder_.get());
@@ -160,7 +158,7 @@ bool Walk::IsPhoto(const dirent& entry) const {
   return named == namedFiles_.end() || named->second.count(entry.d_name) == 0;
 }
 
-void Walk::Add(const std::string& name) {
+void Walk::Enqueue(const std::string& name) {
   files_.push_back(name);
   filesBytes_ += BytesOf(name);
   ++count_;

@@ -20,26 +20,26 @@
 
 namespace tavithumb::apps::command {
 
-// Goes through the files and folders that are named, a step at a time, so that work begins with the first file. Each
-// file comes once, however often and by whatever folders it is named; what comes is bounded, so that a volume of
-// millions of files does not have to fit into memory.
+// Finds the photos among the given files and in the given folders, step by step, so that work can start with the first
+// one. Each file is found once, even if several names lead to it. The queue of files found is bounded, so that a volume
+// of millions of files needn't fit into memory.
 class Walk {
  public:
-  using Tell = std::function<void(const std::string& name, const Problem&)>;
+  using OnProblem = std::function<void(const std::string& name, const Problem&)>;
 
-  // `tell` hears of folders that can't be looked into.
-  Walk(std::vector<std::string> names, std::optional<NameList> list, Tell tell);
+  // `onProblem` is called for each folder and list that can't be read.
+  Walk(std::vector<std::string> names, std::optional<NameList> list, OnProblem onProblem);
 
-  // The next file that has been found: its name as it was typed, or behind that of its folder as it was typed.
+  // Takes the next file from the queue, if there is one: its name as typed, or below that of its folder as typed.
   std::optional<std::string> Next();
 
-  // How many were found so far; that there are no more to be found; that those that were have been taken, too.
+  // The number of files found so far; whether all have been found; whether all have been taken from the queue as well.
   std::size_t Count() const { return count_; }
   bool HasFoundAll() const { return !folder_ && folders_.empty() && names_.empty() && !list_; }
   bool HasEnded() const { return HasFoundAll() && files_.empty(); }
 
-  // A step can be taken at once, or else when there is something to read from Descriptor(), which is -1 when it
-  // would do no good: the walk has ended, or there is no room for more files.
+  // Step() may be called when CanStep(), or when Descriptor() is readable. Descriptor() is -1 while there is nothing to
+  // wait for: the walk has ended, or the queue is full.
   bool CanStep() const;
   int Descriptor() const;
   void Step();
@@ -51,20 +51,20 @@ class Walk {
   };
 
   bool HasRoom() const;
-  void TakeName(const std::string& name);
-  void TakeFile(const std::string& name);
+  void StartAt(const std::string& name);
+  void VisitNamedFile(const std::string& name);
   void Open(const std::string& folder, int flags);
   void ReadFolder();
   void ReadList();
-  void TakeEntry(const dirent& entry);
+  void VisitEntry(const dirent& entry);
   bool IsPhoto(const dirent& entry) const;
-  void Add(const std::string& name);
+  void Enqueue(const std::string& name);
 
   std::deque<std::string> names_;
   std::optional<NameList> list_;
-  Tell tell_;
+  OnProblem onProblem_;
 
-  std::vector<std::string> folders_;  // to be opened
+  std::vector<std::string> folders_;  // still to be opened
   std::unique_ptr<DIR, CloseFolder> folder_;
   std::string folderName_;
   Identity folderIdentity_;

@@ -3,7 +3,6 @@
 
 #include <ctime>
 #include <functional>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
@@ -24,7 +23,6 @@ struct Making {
   std::string temporary;  // what the names of all files begin with that are written before
   std::time_t since = 0;
 };
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Making, entry, temporary, since)
 
 // Finds or makes the thumbnails of the file at `path`, an absolute one. Before each that it makes it tells `announce`
 // what has come of the file so far.

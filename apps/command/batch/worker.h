@@ -17,6 +17,7 @@ struct Report {
   Result result;
   Making making;
 };
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Making, entry, temporary, since)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Report, result, making)
 
 // Makes this process, which has just been forked, a worker: each message that comes on the socket `line` is the path

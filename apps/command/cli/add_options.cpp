@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include <tavithumb/libtavithumb.h>
-
 #include <memory>
 #include <optional>
 #include <stdexcept>
+#include <utility>
 
-#include "command/add.h"
 #include "command/cli/subcommand.h"
 #include "thumbs/request.h"
+#include "thumbs/sizes.h"
 
 namespace tavithumb::apps::command {
 namespace {
@@ -34,30 +33,26 @@ struct Arguments {
   bool checkType = false;
 };
 
-// The names are told as what they are, pairs.
-class PairFormatter : public CLI::Formatter {
-  std::string make_option_usage(const CLI::Option* /*names*/) const override {
-    return "SOURCE THUMBNAIL [SOURCE THUMBNAIL...]";
-  }
-};
-
-void AddOptions(CLI::App* line, Arguments* arguments) {
-  line->add_option("--size", arguments->size, "The size to store it as")->type_name("NAME")->required();
-  line->add_flag("--check-type", arguments->checkType, "Accept only the type that would be made for SOURCE");
-  line->add_option("--mtime", arguments->time, "Its modification time in seconds since 1970; default: that of SOURCE")
-      ->type_name("SECONDS");
+void Declare(const Options& options, Arguments* arguments) {
+  options.SetUsageOfNames("SOURCE THUMBNAIL [SOURCE THUMBNAIL...]");
+  options.AddNames("SOURCE", &arguments->names,
+                   "Photos and videos, each followed by its THUMBNAIL; after '--', names may start with '-'");
+  options.AddRequired("--size", "NAME", &arguments->size, "The size to store it as");
+  options.AddFlag("--check-type", &arguments->checkType, "Accept only the type that would be made for SOURCE");
+  options.AddOptional("--mtime", "SECONDS", &arguments->time,
+                      "Its modification time in seconds since 1970; default: that of SOURCE");
 }
 
-// Throws std::invalid_argument with a sentence for people.
+// Throws std::invalid_argument with a message for people.
 AddStyle StyleOf(const Arguments& arguments) {
-  if (arguments.size == "original" || Thumb::strThumbSizeMap_.count(arguments.size) == 0) {
-    throw std::invalid_argument("'" + arguments.size + "' is not a size to store a thumbnail as: use small, medium, " +
-                                "big, large or xlarge");
+  if (!IsStoredSize(arguments.size)) {
+    throw std::invalid_argument("'" + arguments.size + "' is not a size to store a thumbnail as: use " +
+                                StoredSizeChoices());
   }
   return {arguments.size, arguments.time ? ParseTime(*arguments.time) : 0, arguments.checkType};
 }
 
-// Throws std::invalid_argument with a sentence for people.
+// Throws std::invalid_argument with a message for people.
 std::vector<Pair> PairsOf(const std::vector<std::string>& names) {
   if (names.size() % 2 != 0) throw std::invalid_argument("'" + names.back() + "' is not followed by a THUMBNAIL");
   std::vector<Pair> pairs;
@@ -67,14 +62,12 @@ std::vector<Pair> PairsOf(const std::vector<std::string>& names) {
 
 }  // namespace
 
-Subcommand AddSubcommand(CLI::App* app) {
+Subcommand AddSubcommand(std::function<decltype(Add)> add) {
   const auto arguments = std::make_shared<Arguments>();
-  CLI::App* const line = app->add_subcommand("add", description)->footer(footer);
-  line->formatter(std::make_shared<PairFormatter>());
-  AddNames(line, "SOURCE", "Photos and videos, each followed by its THUMBNAIL; after '--', names may start with '-'",
-           &arguments->names);
-  AddOptions(line, arguments.get());
-  return {line, [arguments] { return Add(PairsOf(arguments->names), StyleOf(*arguments)) ? kDone : kSomeFailed; }};
+  const auto run = [arguments, add = std::move(add)] {
+    return add(PairsOf(arguments->names), StyleOf(*arguments)) ? kDone : kSomeFailed;
+  };
+  return {"add", description, footer, [arguments](const Options& options) { Declare(options, arguments.get()); }, run};
 }
 
 }  // namespace tavithumb::apps::command

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include <memory>
+#include <utility>
 
-#include "command/clean.h"
 #include "command/cli/subcommand.h"
 
 namespace tavithumb::apps::command {
@@ -37,13 +37,17 @@ struct Arguments {
 
 }  // namespace
 
-Subcommand CleanSubcommand(CLI::App* app) {
+Subcommand CleanSubcommand(std::function<decltype(Clean)> clean) {
   const auto arguments = std::make_shared<Arguments>();
-  CLI::App* const line = app->add_subcommand("clean", description)->footer(footer);
-  AddNames(line, "PATH", "Files and folders; after '--', names may start with '-'", &arguments->paths);
-  line->add_flag("--dry-run", arguments->style.isDryRun, "Print what would be removed, but remove nothing");
-  line->add_flag("--json", arguments->style.json, "Print one JSON object per line");
-  return {line, [arguments] { return Clean(arguments->paths, arguments->style) ? kDone : kSomeFailed; }};
+  const auto declare = [arguments](const Options& options) {
+    options.AddNames("PATH", &arguments->paths, "Files and folders; after '--', names may start with '-'");
+    options.AddFlag("--dry-run", &arguments->style.isDryRun, "Print what would be removed, but remove nothing");
+    options.AddFlag("--json", &arguments->style.json, "Print one JSON object per line");
+  };
+  const auto run = [arguments, clean = std::move(clean)] {
+    return clean(arguments->paths, arguments->style) ? kDone : kSomeFailed;
+  };
+  return {"clean", description, footer, declare, run};
 }
 
 }  // namespace tavithumb::apps::command

@@ -2,28 +2,27 @@
 #include <tavithumb/libtavithumb.h>
 
 #include <memory>
+#include <optional>
 #include <stdexcept>
+#include <utility>
 
 #include "command/cli/subcommand.h"
-#include "command/get.h"
 #include "thumbs/request.h"
+#include "thumbs/sizes.h"
 
 namespace tavithumb::apps::command {
 namespace {
 
 constexpr char description[] = "Print the path of a thumbnail for each FILE";
 
-constexpr char footer[] =
+constexpr char footerStart[] =
     "For each FILE, in order, prints the path of a file that shows it at the requested size: the thumbnail stored\n"
     "next to it, one made now and stored for the next request, or FILE itself if it is small enough.\n"
     "\n"
     "Sizes in pixels. A JPEG is only halved, up to three times, and a preview embedded in a photo is used unchanged:\n"
-    "their thumbnails may be somewhat larger.\n"
-    "  small      120 x 120\n"
-    "  medium     360 x 360\n"
-    "  big        640 x 640\n"
-    "  large      1280 x 1280, for pictures of 1638400 pixels or more\n"
-    "  xlarge     1280 x 1280\n"
+    "their thumbnails may be somewhat larger.\n";
+
+constexpr char footerEnd[] =
     "  original   FILE itself, if browsers can show it\n"
     "  800x600    a box in pixels; each side 1 to 65535\n"
     "  256        a square box\n"
@@ -45,7 +44,7 @@ struct Arguments {
   bool json = false;
   bool nulEnded = false;
   std::string size = "medium";
-  std::string quarterTurns = "0";
+  std::optional<std::string> quarterTurns;
   bool noBrovix = false;
   bool albumex = false;
   bool avatar = false;
@@ -55,23 +54,35 @@ struct Arguments {
   bool acceptHeic = false;
 };
 
-void AddOptions(CLI::App* line, Arguments* arguments) {
-  line->add_option("--size", arguments->size, "A name, WIDTHxHEIGHT or SIDE; see below")
-      ->type_name("SIZE")
-      ->capture_default_str();
-  line->add_option("--rotate", arguments->quarterTurns,
-                   "Rotate clockwise by this number of quarter turns, on top of the orientation")
-      ->type_name("QUARTERS");
-  line->add_flag("--avatar", arguments->avatar, "Crop to fill the box");
-  line->add_flag("--keep-animation", arguments->keepAnimation, "Keep an animated GIF animated");
-  line->add_flag("--no-convert", arguments->noConvert, "Use only stored thumbnails and previews embedded in the photo");
-  line->add_flag("--fallback-smaller", arguments->fallbackSmaller,
-                 "If the size is not available, try the smaller ones");
-  line->add_flag("--albumex", arguments->albumex, "Look for Albumex thumbnails first");
-  line->add_flag("--no-brovix", arguments->noBrovix, "Do not look for Brovix thumbnails");
-  line->add_flag("--accept-heic", arguments->acceptHeic, "Accept a HEIC photo itself as the answer");
-  line->add_flag("--json", arguments->json, "Print one JSON object per line");
-  line->add_flag("-0", arguments->nulEnded, "End each path with a NUL byte instead of a newline");
+// A line for each size with a name. A photo needs as many pixels as the box of "large" has to be scaled down to it.
+std::string Footer() {
+  std::string sizes;
+  for (std::string size : StoredSizes()) {
+    const unsigned side = SideOf(size);
+    const std::string note =
+        size == "large" ? ", for pictures of " + std::to_string(side * side) + " pixels or more" : "";
+    size.resize(11, ' ');
+    sizes += "  " + size + std::to_string(side) + " x " + std::to_string(side) + note + "\n";
+  }
+  return footerStart + sizes + footerEnd;
+}
+
+void Declare(const Options& options, Arguments* arguments) {
+  options.AddNames("FILE", &arguments->files, "Photos and videos; after '--', names may start with '-'");
+  options.AddDefaulted("--size", "SIZE", &arguments->size, "A name, WIDTHxHEIGHT or SIDE; see below");
+  options.AddOptional("--rotate", "QUARTERS", &arguments->quarterTurns,
+                      "Rotate clockwise by this number of quarter turns, on top of the orientation");
+  options.AddFlag("--avatar", &arguments->avatar, "Crop to fill the box");
+  options.AddFlag("--keep-animation", &arguments->keepAnimation, "Keep an animated GIF animated");
+  options.AddFlag("--no-convert", &arguments->noConvert,
+                  "Use only stored thumbnails and previews embedded in the photo");
+  options.AddFlag("--fallback-smaller", &arguments->fallbackSmaller,
+                  "If the size is not available, try the smaller ones");
+  options.AddFlag("--albumex", &arguments->albumex, "Look for Albumex thumbnails first");
+  options.AddFlag("--no-brovix", &arguments->noBrovix, "Do not look for Brovix thumbnails");
+  options.AddFlag("--accept-heic", &arguments->acceptHeic, "Accept a HEIC photo itself as the answer");
+  options.AddFlag("--json", &arguments->json, "Print one JSON object per line");
+  options.AddFlag("-0", &arguments->nulEnded, "End each path with a NUL byte instead of a newline");
 }
 
 int OptionWord(const Arguments& arguments) {
@@ -85,10 +96,10 @@ int OptionWord(const Arguments& arguments) {
   return options;
 }
 
-// Throws std::invalid_argument with a sentence for people.
+// Throws std::invalid_argument with a message for people.
 Request RequestOf(const Arguments& arguments) {
-  Request request = {ParseSize(arguments.size), ParseQuarterTurns(arguments.quarterTurns), OptionWord(arguments),
-                     arguments.acceptHeic};
+  Request request = {ParseSize(arguments.size), arguments.quarterTurns ? ParseQuarterTurns(*arguments.quarterTurns) : 0,
+                     OptionWord(arguments), arguments.acceptHeic};
   if (request.size.IsBox() && arguments.albumex) {
     throw std::invalid_argument("--albumex needs a named size: Albumex stores no others");
   }
@@ -98,7 +109,7 @@ Request RequestOf(const Arguments& arguments) {
   return request;
 }
 
-// Throws std::invalid_argument with a sentence for people.
+// Throws std::invalid_argument with a message for people.
 GetFormat FormatOf(const Arguments& arguments) {
   if (arguments.json && arguments.nulEnded) throw std::invalid_argument("--json and -0 exclude each other");
   if (arguments.json) return GetFormat::kJson;
@@ -107,14 +118,13 @@ GetFormat FormatOf(const Arguments& arguments) {
 
 }  // namespace
 
-Subcommand GetSubcommand(CLI::App* app) {
+Subcommand GetSubcommand(std::function<decltype(Get)> get) {
   const auto arguments = std::make_shared<Arguments>();
-  CLI::App* const line = app->add_subcommand("get", description)->footer(footer);
-  AddNames(line, "FILE", "Photos and videos; after '--', names may start with '-'", &arguments->files);
-  AddOptions(line, arguments.get());
-  return {line, [arguments] {
-            return Get(arguments->files, RequestOf(*arguments), FormatOf(*arguments)) ? kDone : kSomeFailed;
-          }};
+  const auto run = [arguments, get = std::move(get)] {
+    return get(arguments->files, RequestOf(*arguments), FormatOf(*arguments)) ? kDone : kSomeFailed;
+  };
+  return {"get", description, Footer(), [arguments](const Options& options) { Declare(options, arguments.get()); },
+          run};
 }
 
 }  // namespace tavithumb::apps::command

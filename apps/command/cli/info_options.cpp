@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include <memory>
+#include <utility>
 
 #include "command/cli/subcommand.h"
-#include "command/info.h"
 
 namespace tavithumb::apps::command {
 namespace {
@@ -30,12 +30,16 @@ struct Arguments {
 
 }  // namespace
 
-Subcommand InfoSubcommand(CLI::App* app) {
+Subcommand InfoSubcommand(std::function<decltype(Info)> info) {
   const auto arguments = std::make_shared<Arguments>();
-  CLI::App* const line = app->add_subcommand("info", description)->footer(footer);
-  AddNames(line, "FILE", "Photos and videos; after '--', names may start with '-'", &arguments->files);
-  line->add_flag("--json", arguments->json, "Print one JSON object per line instead of a table");
-  return {line, [arguments] { return Info(arguments->files, arguments->json) ? kDone : kSomeFailed; }};
+  const auto declare = [arguments](const Options& options) {
+    options.AddNames("FILE", &arguments->files, "Photos and videos; after '--', names may start with '-'");
+    options.AddFlag("--json", &arguments->json, "Print one JSON object per line instead of a table");
+  };
+  const auto run = [arguments, info = std::move(info)] {
+    return info(arguments->files, arguments->json) ? kDone : kSomeFailed;
+  };
+  return {"info", description, footer, declare, run};
 }
 
 }  // namespace tavithumb::apps::command

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include <memory>
+#include <utility>
 
 #include "command/cli/subcommand.h"
-#include "command/list.h"
 
 namespace tavithumb::apps::command {
 namespace {
@@ -33,13 +33,17 @@ struct Arguments {
 
 }  // namespace
 
-Subcommand ListSubcommand(CLI::App* app) {
+Subcommand ListSubcommand(std::function<decltype(List)> list) {
   const auto arguments = std::make_shared<Arguments>();
-  CLI::App* const line = app->add_subcommand("list", description)->footer(footer);
-  AddNames(line, "SOURCE", "Photos and videos, also deleted ones; after '--', names may start with '-'",
-           &arguments->sources);
-  line->add_flag("--json", arguments->json, "Print one JSON object per line instead of a table");
-  return {line, [arguments] { return List(arguments->sources, arguments->json) ? kDone : kSomeFailed; }};
+  const auto declare = [arguments](const Options& options) {
+    options.AddNames("SOURCE", &arguments->sources,
+                     "Photos and videos, also deleted ones; after '--', names may start with '-'");
+    options.AddFlag("--json", &arguments->json, "Print one JSON object per line instead of a table");
+  };
+  const auto run = [arguments, list = std::move(list)] {
+    return list(arguments->sources, arguments->json) ? kDone : kSomeFailed;
+  };
+  return {"list", description, footer, declare, run};
 }
 
 }  // namespace tavithumb::apps::command

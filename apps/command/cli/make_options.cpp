@@ -1,14 +1,15 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include <algorithm>
-#include <array>
-#include <charconv>
 #include <memory>
 #include <optional>
 #include <stdexcept>
 #include <thread>
+#include <utility>
 
 #include "command/cli/subcommand.h"
-#include "command/make.h"
+#include "system/numbers.h"
+#include "system/text.h"
+#include "thumbs/sizes.h"
 
 namespace tavithumb::apps::command {
 namespace {
@@ -37,11 +38,11 @@ constexpr char footer[] =
     "\n"
     "Exit codes: 0 success, 1 some files failed, 2 bad usage, 130 interrupted.";
 
-constexpr std::size_t mostJobs = 256;
+constexpr std::size_t maxJobs = 256;
 
 struct Arguments {
   std::vector<std::string> paths;
-  std::string sizes = "small,medium,big,large,xlarge";
+  std::string sizes = Join(StoredSizes(), ",");
   std::optional<std::string> jobs;
   std::optional<std::string> limit;
   std::optional<std::string> list;
@@ -51,31 +52,28 @@ struct Arguments {
   bool nulEnded = false;
 };
 
-void AddOptions(CLI::App* line, Arguments* arguments) {
-  line->add_option("--sizes", arguments->sizes, "Comma-separated names of sizes")
-      ->type_name("LIST")
-      ->capture_default_str();
-  line->add_option("--jobs", arguments->jobs, "Files to work on in parallel, 1 to 256; default: the number of cores")
-      ->type_name("N");
-  line->add_flag("--older", arguments->onlyOlder,
-                 "Only regenerate thumbnails older than their file; make no missing ones");
-  line->add_option("--limit", arguments->limit, "Stop after making thumbnails for N files")->type_name("N");
-  line->add_flag("--dry-run", arguments->isDryRun, "Print what would be made, but make nothing");
-  line->add_flag("--json", arguments->json, "Print one JSON object per line");
-  line->add_option("--files-from", arguments->list, "Read more PATHs, one per line, from FILE; '-' is standard input")
-      ->type_name("FILE");
-  line->add_flag("-0", arguments->nulEnded, "Names in FILE end with a NUL byte instead of a newline");
+void Declare(const Options& options, Arguments* arguments) {
+  options.AddOptionalNames("PATH", &arguments->paths, "Photos and folders; after '--', names may start with '-'");
+  options.AddDefaulted("--sizes", "LIST", &arguments->sizes, "Comma-separated names of sizes");
+  options.AddOptional("--jobs", "N", &arguments->jobs,
+                      "Files to work on in parallel, 1 to 256; default: the number of cores");
+  options.AddFlag("--older", &arguments->onlyOlder,
+                  "Only regenerate thumbnails older than their file; make no missing ones");
+  options.AddOptional("--limit", "N", &arguments->limit, "Stop after making thumbnails for N files");
+  options.AddFlag("--dry-run", &arguments->isDryRun, "Print what would be made, but make nothing");
+  options.AddFlag("--json", &arguments->json, "Print one JSON object per line");
+  options.AddOptional("--files-from", "FILE", &arguments->list,
+                      "Read more PATHs, one per line, from FILE; '-' is standard input");
+  options.AddFlag("-0", &arguments->nulEnded, "Names in FILE end with a NUL byte instead of a newline");
 }
 
-// Throws std::invalid_argument with a sentence for people, as all below.
+// Throws std::invalid_argument with a message for people, as the functions below do.
 std::vector<std::string> ParseSizes(const std::string& text) {
-  constexpr std::array known = {"small", "medium", "big", "large", "xlarge"};
   std::vector<std::string> sizes;
   for (std::size_t begin = 0; begin <= text.size(); begin += sizes.back().size() + 1) {
     const std::string size = text.substr(begin, text.find(',', begin) - begin);
-    if (std::find(known.begin(), known.end(), size) == known.end()) {
-      throw std::invalid_argument("'" + size +
-                                  "' is not a valid size for --sizes: use small, medium, big, large or xlarge");
+    if (!IsStoredSize(size)) {
+      throw std::invalid_argument("'" + size + "' is not a valid size for --sizes: use " + StoredSizeChoices());
     }
     if (std::find(sizes.begin(), sizes.end(), size) != sizes.end()) {
       throw std::invalid_argument("--sizes names '" + size + "' twice");
@@ -85,17 +83,15 @@ std::vector<std::string> ParseSizes(const std::string& text) {
   return sizes;
 }
 
-std::size_t ParseCount(const std::string& option, const std::string& text, std::size_t most) {
-  std::size_t number = 0;
-  const char* const end = text.data() + text.size();
-  const std::from_chars_result result = std::from_chars(text.data(), end, number);
-  if (result.ec == std::errc() && result.ptr == end && number >= 1 && number <= most) return number;
+std::size_t ParseCount(const std::string& option, const std::string& text, std::size_t maximum) {
+  const std::optional<std::size_t> number = ParseNumber<std::size_t>(text);
+  if (number && *number >= 1 && *number <= maximum) return *number;
   throw std::invalid_argument("'" + text + "' is not a valid number for " + option + ": use 1 to " +
-                              std::to_string(most));
+                              std::to_string(maximum));
 }
 
 std::size_t Cores() {
-  return std::clamp<std::size_t>(std::thread::hardware_concurrency(), 1, mostJobs);
+  return std::clamp<std::size_t>(std::thread::hardware_concurrency(), 1, maxJobs);
 }
 
 MakeRequest RequestOf(const Arguments& arguments) {
@@ -103,7 +99,7 @@ MakeRequest RequestOf(const Arguments& arguments) {
   if (arguments.nulEnded && !arguments.list) throw std::invalid_argument("-0 needs --files-from");
   MakeRequest request;
   request.order = {ParseSizes(arguments.sizes), arguments.onlyOlder, arguments.isDryRun};
-  request.jobs = arguments.jobs ? ParseCount("--jobs", *arguments.jobs, mostJobs) : Cores();
+  request.jobs = arguments.jobs ? ParseCount("--jobs", *arguments.jobs, maxJobs) : Cores();
   if (arguments.limit) request.limit = ParseCount("--limit", *arguments.limit, 1000000000);
   request.names = arguments.paths;
   request.json = arguments.json;
@@ -125,13 +121,10 @@ ExitCode CodeOf(MakeOutcome outcome) {
 
 }  // namespace
 
-Subcommand MakeSubcommand(CLI::App* app) {
+Subcommand MakeSubcommand(std::function<decltype(Make)> make) {
   const auto arguments = std::make_shared<Arguments>();
-  CLI::App* const line = app->add_subcommand("make", description)->footer(footer);
-  AddNames(line, "PATH", "Photos and folders; after '--', names may start with '-'", &arguments->paths)
-      ->required(false);
-  AddOptions(line, arguments.get());
-  return {line, [arguments] { return CodeOf(Make(RequestOf(*arguments))); }};
+  const auto run = [arguments, make = std::move(make)] { return CodeOf(make(RequestOf(*arguments))); };
+  return {"make", description, footer, [arguments](const Options& options) { Declare(options, arguments.get()); }, run};
 }
 
 }  // namespace tavithumb::apps::command

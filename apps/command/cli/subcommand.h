@@ -1,31 +1,65 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
+
+#include "command/add.h"
+#include "command/clean.h"
+#include "command/get.h"
+#include "command/info.h"
+#include "command/list.h"
+#include "command/make.h"
+
+namespace CLI {
+class App;
+}  // namespace CLI
 
 namespace tavithumb::apps::command {
 
 enum ExitCode { kDone = 0, kSomeFailed = 1, kBadUsage = 2, kInterrupted = 130 };
 
-// One subcommand: its command line, and what to do once that has been parsed. `run` throws std::invalid_argument with
-// a sentence for people when the options make no sense together.
+// Declares the options and names that a subcommand accepts, in the order in which its help lists them. Each is stored
+// in `value` when the command line is parsed. The parser is hidden in here because its headers take seconds to compile.
+class Options {
+ public:
+  explicit Options(CLI::App* parser) : parser_(parser) {}
+
+  void AddFlag(const std::string& name, bool* value, const std::string& help) const;
+  // The help shows what `value` is now as the default.
+  void AddDefaulted(const std::string& name, const std::string& type, std::string* value,
+                    const std::string& help) const;
+  void AddOptional(const std::string& name, const std::string& type, std::optional<std::string>* value,
+                   const std::string& help) const;
+  void AddRequired(const std::string& name, const std::string& type, std::string* value, const std::string& help) const;
+  // At least one name.
+  void AddNames(const std::string& label, std::vector<std::string>* value, const std::string& help) const;
+  void AddOptionalNames(const std::string& label, std::vector<std::string>* value, const std::string& help) const;
+  // What stands for the names in the usage line.
+  void SetUsageOfNames(const std::string& usage) const;
+
+ private:
+  CLI::App* parser_;
+};
+
 struct Subcommand {
-  const CLI::App* line;
+  std::string name;
+  std::string description;
+  std::string footer;  // of its help
+  std::function<void(const Options&)> declare;
+  // Called when the command line has been parsed. Throws std::invalid_argument with a message for people if the options
+  // don't fit together.
   std::function<ExitCode()> run;
 };
 
-Subcommand GetSubcommand(CLI::App* app);
-Subcommand InfoSubcommand(CLI::App* app);
-Subcommand MakeSubcommand(CLI::App* app);
-Subcommand AddSubcommand(CLI::App* app);
-Subcommand ListSubcommand(CLI::App* app);
-Subcommand CleanSubcommand(CLI::App* app);
-
-// Any number of names, at least one unless they are made optional, taken as they come.
-CLI::Option* AddNames(CLI::App* line, const std::string& label, const std::string& description,
-                      std::vector<std::string>* names);
+// Each subcommand, with what it calls.
+Subcommand GetSubcommand(std::function<decltype(Get)> get = Get);
+Subcommand InfoSubcommand(std::function<decltype(Info)> info = Info);
+Subcommand MakeSubcommand(std::function<decltype(Make)> make = Make);
+Subcommand AddSubcommand(std::function<decltype(Add)> add = Add);
+Subcommand ListSubcommand(std::function<decltype(List)> list = List);
+Subcommand CleanSubcommand(std::function<decltype(Clean)> clean = Clean);
 
 }  // namespace tavithumb::apps::command

@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#pragma once
+
+#include <cstddef>
+#include <deque>
+#include <functional>
+#include <string>
+#include <utility>
+
+#include "system/clock.h"
+
+namespace tavithumb::apps::command {
+
+// How far a run has come.
+struct RunCounts {
+  std::size_t done = 0;
+  std::size_t total = 0;  // known so far
+  bool mayGrow = true;    // more may be found
+  std::string current;    // a file that is being processed
+};
+
+// Where progress is shown, and the clock.
+struct Screen {
+  bool isTerminal;                       // one on which a line can be redrawn
+  std::function<std::size_t()> columns;  // the terminal's current width
+  std::function<void(const std::string&)> write;
+  Now now;
+};
+
+// Standard error, redrawn only on a terminal whose $TERM can do so.
+Screen StandardError();
+
+// Shows the progress of a run: on a terminal as one line that is redrawn in place, elsewhere as a new line every few
+// seconds. Messages appear above the redrawn line.
+class ProgressDisplay {
+ public:
+  explicit ProgressDisplay(Screen screen = StandardError());
+  // Erases the line.
+  ~ProgressDisplay() { Clear(); }
+  ProgressDisplay(const ProgressDisplay&) = delete;
+  ProgressDisplay& operator=(const ProgressDisplay&) = delete;
+
+  // To be called whenever the counts change and every NextEvent() milliseconds. Draws only when it is time to.
+  void Show(const RunCounts& counts);
+  int NextEvent() const;
+
+  // Makes the next Show() draw at once, because the terminal has a new size.
+  void Redraw() {
+    if (screen_.isTerminal) next_ = screen_.now();
+  }
+
+  // Writes "tavithumb: <message>" as a line.
+  void Say(const std::string& message);
+  // Erases the line; the next Show() draws it again.
+  void Clear();
+
+ private:
+  double Rate(std::size_t done);
+  void Draw(const RunCounts& counts, const std::string& figures);
+
+  Screen screen_;
+  bool isDrawn_ = false;
+  std::string line_;
+  Clock::time_point next_;
+  std::deque<std::pair<Clock::time_point, std::size_t>> samples_;  // of files done, for the rate
+};
+
+}  // namespace tavithumb::apps::command

@@ -1,0 +1,122 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "command/cli/command_line.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <memory>
+#include <utility>
+
+#include "command/output.h"
+
+namespace tavithumb::apps::command {
+namespace {
+
+constexpr char description[] =
+    "Finds, makes and stores thumbnails of photos, camera raw files, GIFs, HEIF images and videos.";
+
+constexpr char footer[] =
+    "Exit codes:\n"
+    "  0    success\n"
+    "  1    some files failed; a line on standard error says which, why, and what to do\n"
+    "  2    bad usage\n"
+    "  130  interrupted\n"
+    "\n"
+    "See 'tavithumb SUBCOMMAND --help' for the details.";
+
+class FormatterWithUsageOfNames : public CLI::Formatter {
+ public:
+  explicit FormatterWithUsageOfNames(std::string usage) : usage_(std::move(usage)) {}
+
+ private:
+  std::string make_option_usage(const CLI::Option* /*names*/) const override { return usage_; }
+
+  std::string usage_;
+};
+
+// Takes any number of names as they are. The parser would read "[a,b]" as a list and "{}" as an empty one if it filled
+// a vector by itself.
+CLI::Option* AddNamesTo(CLI::App* parser, const std::string& label, std::vector<std::string>* value,
+                        const std::string& help) {
+  const auto take = [value](const CLI::results_t& texts) {
+    *value = texts;
+    return true;
+  };
+  return parser->add_option(label, take, help)
+      ->expected(CLI::detail::expected_max_vector_size, CLI::detail::expected_max_vector_size)
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+      ->option_text(" ");
+}
+
+UsageError ErrorWithHint(const std::string& message, const CLI::App& parser) {
+  const auto parsed = parser.get_subcommands();
+  const std::string subcommand = parsed.empty() ? "" : parsed.front()->get_name() + " ";
+  return UsageError(message + "; see 'tavithumb " + subcommand + "--help'");
+}
+
+void Declare(const std::vector<Subcommand>& subcommands, CLI::App* parser) {
+  parser->footer(footer)->require_subcommand(1);
+  parser->set_help_flag("-h,--help", "Print this help and exit");
+  parser->set_version_flag("--version", "tavithumb " TAVITHUMB_VERSION, "Print the version and exit");
+  for (const Subcommand& subcommand : subcommands) {
+    subcommand.declare(Options(parser->add_subcommand(subcommand.name, subcommand.description)));
+    parser->get_subcommand(subcommand.name)->footer(subcommand.footer);
+  }
+}
+
+}  // namespace
+
+void Options::AddFlag(const std::string& name, bool* value, const std::string& help) const {
+  parser_->add_flag(name, *value, help);
+}
+
+void Options::AddDefaulted(const std::string& name, const std::string& type, std::string* value,
+                           const std::string& help) const {
+  parser_->add_option(name, *value, help)->type_name(type)->capture_default_str();
+}
+
+void Options::AddOptional(const std::string& name, const std::string& type, std::optional<std::string>* value,
+                          const std::string& help) const {
+  parser_->add_option(name, *value, help)->type_name(type);
+}
+
+void Options::AddRequired(const std::string& name, const std::string& type, std::string* value,
+                          const std::string& help) const {
+  parser_->add_option(name, *value, help)->type_name(type)->required();
+}
+
+void Options::AddNames(const std::string& label, std::vector<std::string>* value, const std::string& help) const {
+  AddNamesTo(parser_, label, value, help)->required();
+}
+
+void Options::AddOptionalNames(const std::string& label, std::vector<std::string>* value,
+                               const std::string& help) const {
+  AddNamesTo(parser_, label, value, help);
+}
+
+void Options::SetUsageOfNames(const std::string& usage) const {
+  parser_->formatter(std::make_shared<FormatterWithUsageOfNames>(usage));
+}
+
+ExitCode RunCommandLine(const std::vector<std::string>& arguments, const std::vector<Subcommand>& subcommands) {
+  CLI::App parser(description, "tavithumb");
+  Declare(subcommands, &parser);
+  std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());  // the order that the parser expects
+  try {
+    parser.parse(std::move(reversed));
+    return std::find_if(subcommands.begin(), subcommands.end(),
+                        [&](const Subcommand& subcommand) { return parser.got_subcommand(subcommand.name); })
+        ->run();
+  } catch (const CLI::CallForHelp&) {
+    WriteOut(parser.help());
+    return kDone;
+  } catch (const CLI::CallForVersion& version) {
+    WriteOut(std::string(version.what()) + "\n");
+    return kDone;
+  } catch (const CLI::ParseError& error) {
+    throw ErrorWithHint(error.what(), parser);
+  } catch (const std::invalid_argument& error) {
+    throw ErrorWithHint(error.what(), parser);
+  }
+}
+
+}  // namespace tavithumb::apps::command
