@@ -155,18 +155,6 @@ TEST_F(Make, ProcessesThePhotosInFoldersAndSkipsTheRest) {
   ExpectSources({folder / "top/linked"}, {folder / "top/linked/e.png"});
 }
 
-TEST_F(Make, ProcessesEachFileOnceHoweverOftenItIsGiven) {
-  fs::create_directories(folder / "a/b");
-  const std::string x = folder / "a/x.png";
-  const std::string y = folder / "a/b/y.png";
-  MakePng(x, 20, 10);
-  MakePng(y, 20, 10);
-  fs::create_directory_symlink(folder / "a", folder / "link");
-  ExpectSources({folder / "a", folder / "a/b", folder / "link", x, folder / "link/b/y.png"}, {x, y});
-  ExpectSources({y, folder / "a/b/../b/y.png", x, x, folder / "a"}, {x, y});
-  ExpectSources({folder / "a/b", folder / "a"}, {x, y});
-}
-
 struct Named {
   std::string name;
   std::string problem;

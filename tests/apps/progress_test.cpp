@@ -98,16 +98,6 @@ TEST_F(ProgressLine, ShowsTheProgressAndTheCurrentFileOnATerminal) {
   EXPECT_NE(shown.find(std::string("\r") + kErase + "files  "), std::string::npos) << shown;
 }
 
-TEST_F(ProgressLine, FitsTheWidthWhateverTheNameIs) {
-  const std::string name = "wait \xe5\xae\xb6\xe6\x97\x8f\xe5\x86\x99\xe7\x9c\x9f e\xcc\x81\033[2J.png";
-  MakePng(folder / name, 200, 100);
-  Resize(29);
-  const std::string shown = Show({"TERM=xterm"}, [&](pid_t) { AwaitShown(".png"); });
-  // 28 columns: 5 for "0/1  ", 3 dots; a wide character has two columns, an accent none.
-  EXPECT_EQ(Drawn(shown).front(), "0/1  ...\xe6\x97\x8f\xe5\x86\x99\xe7\x9c\x9f e\xcc\x81\\x1b[2J.png");
-  EXPECT_EQ(shown.find("\033[2J"), std::string::npos);
-}
-
 TEST_F(ProgressLine, FollowsTheSizeOfTheTerminal) {
   MakePng(folder / "wait-a-long-name.png", 200, 100);
   Resize(200);

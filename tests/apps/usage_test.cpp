@@ -19,87 +19,16 @@ struct Refusal {
   std::string message;
 };
 
-std::string NoSize(const std::string& text) {
-  return "'" + text +
-         "' is not a valid size: use small, medium, big, large, xlarge, original, WIDTHxHEIGHT or SIDE, with " +
-         "sides of 1 to 65535 pixels; see 'tavithumb get --help'";
-}
-
-std::string NoTurns(const std::string& text) {
-  return "'" + text + "' is not a number of quarter turns: use a whole number such as 1 or -1; see 'tavithumb get " +
-         "--help'";
-}
-
 TEST(Usage, IsRejectedWithOneLineAndCode2) {
-  std::vector<Refusal> refusals = {
+  const std::vector<Refusal> refusals = {
       {{}, "A subcommand is required; see 'tavithumb --help'"},
-      {{"makes", "a.jpg"}, "A subcommand is required; see 'tavithumb --help'"},
-      {{"get"}, "FILE is required; see 'tavithumb get --help'"},
-      {{"get", "--"}, "FILE is required; see 'tavithumb get --help'"},
-      {{"get", "--json"}, "FILE is required; see 'tavithumb get --help'"},
-      {{"info"}, "FILE is required; see 'tavithumb info --help'"},
-      {{"get", "--bogus", "a.jpg"}, "The following argument was not expected: --bogus; see 'tavithumb get --help'"},
       {{"get", "--bo\ngus", "a.jpg"},
        "The following argument was not expected: --bo\\ngus; see 'tavithumb get --help'"},
-      {{"info", "-x", "a.jpg"}, "The following argument was not expected: -x; see 'tavithumb info --help'"},
-      {{"get", "a.jpg", "--size"}, "--size: 1 required SIZE missing; see 'tavithumb get --help'"},
-      {{"get", "--json", "-0", "a.jpg"}, "--json and -0 exclude each other; see 'tavithumb get --help'"},
-      {{"make"}, "PATH or --files-from is required; see 'tavithumb make --help'"},
-      {{"make", "-0", "a.jpg"}, "-0 needs --files-from; see 'tavithumb make --help'"},
       {{"make", "--files-from", "/no/such/list"},
        "'/no/such/list' cannot be read: No such file or directory; see 'tavithumb make --help'"},
-      {{"make", "--files-from", "", "a.jpg"},
-       "'' cannot be read: No such file or directory; see 'tavithumb make --help'"},
-      {{"make", "--sizes", "small,small", "a.jpg"}, "--sizes names 'small' twice; see 'tavithumb make --help'"},
-      {{"get", "--albumex", "--size", "9", "a.jpg"},
-       "--albumex needs a named size: Albumex stores no others; see 'tavithumb get --help'"},
-      {{"get", "--fallback-smaller", "--size", "9x9", "a.jpg"},
-       "--fallback-smaller needs a named size: other sizes have no smaller ones; see 'tavithumb get --help'"},
-      {{"list"}, "SOURCE is required; see 'tavithumb list --help'"},
-      {{"clean"}, "PATH is required; see 'tavithumb clean --help'"},
-      {{"clean", "--force", "a"}, "The following argument was not expected: --force; see 'tavithumb clean --help'"},
-      {{"add"}, "SOURCE is required; see 'tavithumb add --help'"},
-      {{"add", "a.jpg", "b.jpg"}, "--size is required; see 'tavithumb add --help'"},
-      {{"add", "--size", "big", "a.jpg"}, "'a.jpg' is not followed by a THUMBNAIL; see 'tavithumb add --help'"},
       {{"add", "--size", "big", "a.jpg", "b.jpg", "c\n.jpg"},
        "'c\\n.jpg' is not followed by a THUMBNAIL; see 'tavithumb add --help'"},
   };
-  for (const char* size : {"original", "9", "9x9", "", "huge", "Small"}) {
-    refusals.push_back({{"add", "--size", size, "a.jpg", "b.jpg"},
-                        "'" + std::string(size) + "' is not a size to store a thumbnail as: use small, medium, big, " +
-                            "large or xlarge; see 'tavithumb add --help'"});
-  }
-  for (const char* time : {"", "0", "-1", "1.5", "now", "1e9", "99999999999999999999", " 1"}) {
-    refusals.push_back({{"add", "--size", "big", "--mtime", time, "a.jpg", "b.jpg"},
-                        "'" + std::string(time) + "' is not a valid time: use whole seconds since 1970, such as " +
-                            "1700000000; see 'tavithumb add --help'"});
-  }
-  for (const char* size :
-       {"",     "huge",    "Small",   "0",     "-1",  "65536", "4294967297", "1x", "x1", "0x1",  "1x0", "-1x1",
-        "1x-1", "1x65536", "65536x1", "1x1x1", "1X1", "1.5",   "+1",         " 1", "1 ", "0x10", "1e3"}) {
-    refusals.push_back({{"get", "--size", size, "a.jpg"}, NoSize(size)});
-  }
-  for (const char* turns : {"", "x", "1.5", "1x", "2147483648", "-2147483649", "0x1", " 1", "+1"}) {
-    refusals.push_back({{"get", "--rotate", turns, "a.jpg"}, NoTurns(turns)});
-  }
-  for (const char* sizes : {"", "original", "120x120", "small,", ",small", "Small", "small;big", "small, big"}) {
-    const std::string list = sizes;
-    const std::string wrong = list == "small," || list == ",small" ? "" : list == "small, big" ? " big" : list;
-    refusals.push_back({{"make", "--sizes", list, "a.jpg"},
-                        "'" + wrong +
-                            "' is not a valid size for --sizes: use small, medium, big, large or xlarge; see " +
-                            "'tavithumb make --help'"});
-  }
-  for (const char* jobs : {"", "0", "257", "-1", "+1", "1.5", "two", "18446744073709551616"}) {
-    refusals.push_back({{"make", "--jobs", jobs, "a.jpg"},
-                        std::string("'") + jobs +
-                            "' is not a valid number for --jobs: use 1 to 256; see 'tavithumb make " + "--help'"});
-  }
-  for (const char* limit : {"", "0", "1000000001", "-1"}) {
-    refusals.push_back({{"make", "--limit", limit, "a.jpg"},
-                        std::string("'") + limit + "' is not a valid number for --limit: use 1 to 1000000000; see " +
-                            "'tavithumb make --help'"});
-  }
   const CommandRunner run;
   for (const Refusal& refusal : refusals) {
     const Outcome outcome = run(refusal.arguments);

@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
+#include <nlohmann/json.hpp>
 #include <system_error>
 
 #include "thumbs/temporary_files.h"
@@ -57,6 +58,17 @@ void Serve(const std::string& scratch, const Order& order) {
 }
 
 }  // namespace
+
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Making, entry, temporary, since)
+
+void to_json(nlohmann::json& json, const Report& report) {
+  json = {{"result", report.result}, {"making", report.making}};
+}
+
+void from_json(const nlohmann::json& json, Report& report) {
+  json.at("result").get_to(report.result);
+  json.at("making").get_to(report.making);
+}
 
 // An exception must not lead back to where the parent goes on.
 void BeWorker(int line, const std::string& scratch, const Order& order) {

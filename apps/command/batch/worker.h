@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 
 #include "command/batch/work.h"
@@ -17,8 +17,8 @@ struct Report {
   Result result;
   Making making;
 };
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Making, entry, temporary, since)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Report, result, making)
+void to_json(nlohmann::json& json, const Report& report);
+void from_json(const nlohmann::json& json, Report& report);
 
 // Makes this process, which has just been forked, a worker: each message that comes on the socket `line` is the path
 // of a file, a NUL at its end, which it reports on there. Its tools put their temporary files into `scratch`. It ends

@@ -7,7 +7,7 @@ namespace tavithumb::apps::web {
 namespace {
 
 struct Row {
-  Status status;
+  HttpStatus status;
   std::string line;
   std::string more;
 };

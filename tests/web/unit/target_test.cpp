@@ -134,6 +134,12 @@ TEST(Target, IsRejectedForAnInvalidAddress) {
       {"/thumb/%zz?size=small", kBadHex},
       {"/thumb/%+1?size=small", kBadHex},
       {"/thumb/a.jpg?size=%", kBadHex},
+  };
+  for (const auto& [address, expected] : rows) EXPECT_EQ(Outcome(Get(address)), expected) << address;
+}
+
+TEST(Target, NeedsAValidSize) {
+  const std::pair<const char*, std::string> rows[] = {
       {"/thumb/a.jpg", "400 'size' is missing"},
       {"/thumb/a.jpg?", "400 'size' is missing"},
       {"/thumb/a.jpg?size=", kBadSize},
@@ -164,6 +170,12 @@ TEST(Target, IsRejectedForAnInvalidAddress) {
       {"/thumb/a.jpg?size=0x10", kBadSize},
       {"/thumb/a.jpg?size=small%00", kBadSize},
       {"/thumb/a.jpg?size=__CUSTOM_SIZE__", kBadSize},
+  };
+  for (const auto& [address, expected] : rows) EXPECT_EQ(Outcome(Get(address)), expected) << address;
+}
+
+TEST(Target, NeedsValidValuesOfOtherParameters) {
+  const std::pair<const char*, std::string> rows[] = {
       {"/thumb/a.jpg?size=small&rotate=4", "400 'rotate' must be a number of quarter turns, 0 to 3"},
       {"/thumb/a.jpg?size=small&rotate=-1", "400 'rotate' must be a number of quarter turns, 0 to 3"},
       {"/thumb/a.jpg?size=small&rotate=01", "400 'rotate' must be a number of quarter turns, 0 to 3"},
@@ -181,6 +193,12 @@ TEST(Target, IsRejectedForAnInvalidAddress) {
       {"/thumb/a.jpg?size=small&animate=true", "400 'animate' must be 1"},
       {"/thumb/a.jpg?size=small&fallback=11", "400 'fallback' must be 1"},
       {"/thumb/a.jpg?size=9x9&fallback=1", "400 'fallback' needs a named size"},
+  };
+  for (const auto& [address, expected] : rows) EXPECT_EQ(Outcome(Get(address)), expected) << address;
+}
+
+TEST(Target, TakesEachKnownParameterOnce) {
+  const std::pair<const char*, std::string> rows[] = {
       {"/thumb/a.jpg?size=small&size=small", "400 a parameter is given more than once"},
       {"/thumb/a.jpg?size=small&%73ize=big", "400 a parameter is given more than once"},
       {"/thumb/a.jpg?size=small&", "400 unknown parameter"},

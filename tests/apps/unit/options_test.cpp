@@ -1,0 +1,236 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+// What the command line asks each subcommand for.
+#include <gtest/gtest.h>
+#include <tavithumb/libtavithumb.h>
+#include <temp_dir.h>
+
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "command/cli/command_line.h"
+
+namespace tavithumb::apps::command {
+namespace {
+
+using Strings = std::vector<std::string>;
+
+struct Get {
+  Strings files;
+  Request request;
+  GetFormat format;
+};
+
+Get ParseGet(const Strings& options) {
+  std::optional<Get> parsed;
+  Strings arguments = {"get"};
+  arguments.insert(arguments.end(), options.begin(), options.end());
+  const auto get = [&](const Strings& files, const Request& request, GetFormat format) {
+    parsed = Get{files, request, format};
+    return true;
+  };
+  EXPECT_EQ(RunCommandLine(arguments, {GetSubcommand(get)}), kDone);
+  return parsed.value();
+}
+
+TEST(Options, OfGetHaveDefaults) {
+  const Get get = ParseGet({"a.jpg"});
+  EXPECT_EQ(get.files, Strings{"a.jpg"});
+  EXPECT_EQ(get.request.size.name, "medium");
+  EXPECT_EQ(get.request.quarterTurns, 0);
+  EXPECT_EQ(get.request.options, Thumb::OPT_BROVIX_EA);
+  EXPECT_FALSE(get.request.acceptHeic);
+  EXPECT_EQ(get.format, GetFormat::kLines);
+}
+
+TEST(Options, OfGetSelectWhatIsLookedUp) {
+  const std::pair<const char*, int> rows[] = {
+      {"--albumex", Thumb::OPT_BROVIX_EA | Thumb::OPT_ALBUMEX_EA},
+      {"--no-brovix", 0},
+      {"--no-convert", Thumb::OPT_BROVIX_EA | Thumb::OPT_NO_CONVERT},
+      {"--keep-animation", Thumb::OPT_BROVIX_EA | Thumb::OPT_ENABLE_GIF},
+      {"--avatar", Thumb::OPT_BROVIX_EA | Thumb::OPT_AVATAR},
+      {"--fallback-smaller", Thumb::OPT_BROVIX_EA | Thumb::OPT_FALLBACK_SMALLER},
+  };
+  for (const auto& [flag, options] : rows) EXPECT_EQ(ParseGet({flag, "a.jpg"}).request.options, options) << flag;
+  EXPECT_TRUE(ParseGet({"--accept-heic", "a.jpg"}).request.acceptHeic);
+}
+
+struct SizeRow {
+  std::string text;
+  std::string name;
+  std::uint32_t width;
+  std::uint32_t height;
+};
+
+TEST(Options, OfGetTakeEveryKindOfSize) {
+  const SizeRow rows[] = {
+      {"small", "small", 0, 0},   {"medium", "medium", 0, 0},     {"big", "big", 0, 0}, {"large", "large", 0, 0},
+      {"xlarge", "xlarge", 0, 0}, {"original", "original", 0, 0}, {"1", "", 1, 1},      {"65535", "", 65535, 65535},
+      {"1x65535", "", 1, 65535},  {"080x060", "", 80, 60},
+  };
+  for (const SizeRow& row : rows) {
+    const Size size = ParseGet({"--size", row.text, "a.jpg"}).request.size;
+    EXPECT_EQ(size.name, row.name) << row.text;
+    EXPECT_EQ(size.box.width, row.width) << row.text;
+    EXPECT_EQ(size.box.height, row.height) << row.text;
+  }
+}
+
+TEST(Options, OfGetTakeQuarterTurns) {
+  const std::pair<const char*, int> rows[] = {
+      {"0", 0}, {"1", 1}, {"-1", -1}, {"7", 7}, {"2147483647", 2147483647}, {"-2147483648", -2147483647 - 1}};
+  for (const auto& [text, turns] : rows) {
+    EXPECT_EQ(ParseGet({"--rotate", text, "a.jpg"}).request.quarterTurns, turns) << text;
+  }
+}
+
+TEST(Options, OfGetSelectTheFormat) {
+  EXPECT_EQ(ParseGet({"--json", "a.jpg"}).format, GetFormat::kJson);
+  EXPECT_EQ(ParseGet({"-0", "a.jpg"}).format, GetFormat::kNulEnded);
+}
+
+TEST(Options, LeaveNamesAsTheyAre) {
+  const Strings odd = {"get", "{}", "[]", "[a.png,b.png]", "[[0]]", "\"quoted\"", "'quoted'", "%%", "", "-1", "\xff"};
+  EXPECT_EQ(ParseGet(odd).files, odd);
+  const Strings dashed = {"--", "-0", "--json", "--help", "++"};
+  Strings arguments = {"a.jpg", "--"};
+  arguments.insert(arguments.end(), dashed.begin(), dashed.end());
+  Strings files = dashed;
+  files.insert(files.begin(), "a.jpg");
+  EXPECT_EQ(ParseGet(arguments).files, files);
+}
+
+MakeRequest ParseMake(const Strings& options) {
+  std::optional<MakeRequest> parsed;
+  Strings arguments = {"make"};
+  arguments.insert(arguments.end(), options.begin(), options.end());
+  const auto make = [&](MakeRequest request) {
+    parsed = std::move(request);
+    return MakeOutcome::kAllWell;
+  };
+  EXPECT_EQ(RunCommandLine(arguments, {MakeSubcommand(make)}), kDone);
+  return std::move(parsed.value());
+}
+
+TEST(Options, OfMakeHaveDefaults) {
+  const MakeRequest request = ParseMake({"a", "b"});
+  EXPECT_EQ(request.names, (Strings{"a", "b"}));
+  EXPECT_FALSE(request.list);
+  EXPECT_EQ(request.order.sizes, (Strings{"small", "medium", "big", "large", "xlarge"}));
+  EXPECT_FALSE(request.order.onlyOlder);
+  EXPECT_FALSE(request.order.isDryRun);
+  EXPECT_EQ(request.jobs, std::clamp(std::thread::hardware_concurrency(), 1u, 256u));
+  EXPECT_EQ(request.limit, std::nullopt);
+  EXPECT_FALSE(request.json);
+}
+
+TEST(Options, OfMakeReplaceTheDefaults) {
+  const test::TempDir folder;
+  test::WriteFile(folder / "list", "a");
+  const MakeRequest request = ParseMake({"--sizes", "big,small", "--jobs", "256", "--older", "--limit", "1000000000",
+                                         "--dry-run", "--json", "-0", "--files-from", folder / "list"});
+  EXPECT_EQ(request.names, Strings{});
+  ASSERT_TRUE(request.list);
+  EXPECT_EQ(request.list->Name(), folder / "list");
+  EXPECT_EQ(request.order.sizes, (Strings{"big", "small"}));
+  EXPECT_TRUE(request.order.onlyOlder);
+  EXPECT_TRUE(request.order.isDryRun);
+  EXPECT_EQ(request.jobs, 256u);
+  EXPECT_EQ(request.limit, 1000000000u);
+  EXPECT_TRUE(request.json);
+}
+
+TEST(Options, OfMakeSayHowNamesEnd) {
+  const test::TempDir folder;
+  test::WriteFile(folder / "list", std::string("a\nb\0c", 5));
+  for (const auto& [options, count] : {std::pair<Strings, std::size_t>({}, 2), {{"-0"}, 2}}) {
+    Strings arguments = {"--files-from", folder / "list"};
+    arguments.insert(arguments.end(), options.begin(), options.end());
+    MakeRequest request = ParseMake(arguments);
+    std::deque<std::string> names;
+    while (!request.list->HasEnded()) static_cast<void>(request.list->Read(&names));
+    ASSERT_EQ(names.size(), count);
+    EXPECT_EQ(names.front(), options.empty() ? "a" : "a\nb");
+  }
+}
+
+TEST(Options, OfAddPairSourcesWithThumbnails) {
+  std::vector<Pair> pairs;
+  std::vector<AddStyle> styles;
+  const auto add = [&](const std::vector<Pair>& parsed, const AddStyle& style) {
+    pairs = parsed;
+    styles.push_back(style);
+    return true;
+  };
+  const std::vector<Subcommand> subcommands = {AddSubcommand(add)};
+  EXPECT_EQ(RunCommandLine({"add", "--size", "big", "a", "1", "b", "2"}, subcommands), kDone);
+  EXPECT_EQ(pairs, (std::vector<Pair>{{"a", "1"}, {"b", "2"}}));
+  EXPECT_EQ(styles.back().size, "big");
+  EXPECT_EQ(styles.back().mtime, 0);
+  EXPECT_FALSE(styles.back().checkType);
+  EXPECT_EQ(RunCommandLine({"add", "--check-type", "--mtime", "1", "--size", "small", "a", "1"}, {AddSubcommand(add)}),
+            kDone);
+  EXPECT_EQ(styles.back().size, "small");
+  EXPECT_EQ(styles.back().mtime, 1);
+  EXPECT_TRUE(styles.back().checkType);
+}
+
+TEST(Options, OfCleanReportOnlyOnRequest) {
+  Strings cleaned;
+  std::vector<RemovalStyle> styles;
+  const auto clean = [&](const Strings& paths, const RemovalStyle& style) {
+    cleaned = paths;
+    styles.push_back(style);
+    return true;
+  };
+  EXPECT_EQ(RunCommandLine({"clean", "a", "b"}, {CleanSubcommand(clean)}), kDone);
+  EXPECT_EQ(cleaned, (Strings{"a", "b"}));
+  EXPECT_FALSE(styles.back().isDryRun);
+  EXPECT_FALSE(styles.back().json);
+  EXPECT_EQ(RunCommandLine({"clean", "--dry-run", "a"}, {CleanSubcommand(clean)}), kDone);
+  EXPECT_TRUE(styles.back().isDryRun);
+  EXPECT_FALSE(styles.back().json);
+  EXPECT_EQ(RunCommandLine({"clean", "--json", "a"}, {CleanSubcommand(clean)}), kDone);
+  EXPECT_FALSE(styles.back().isDryRun);
+  EXPECT_TRUE(styles.back().json);
+}
+
+TEST(Options, OfInfoAndListSelectTheFormat) {
+  for (const bool json : {false, true}) {
+    Strings seen;
+    bool wantsJson = !json;
+    const auto look = [&](const Strings& files, bool isJson) {
+      seen = files;
+      wantsJson = isJson;
+      return true;
+    };
+    for (const char* name : {"info", "list"}) {
+      Strings arguments = {name, "a", "b"};
+      if (json) arguments.emplace_back("--json");
+      EXPECT_EQ(RunCommandLine(arguments, {InfoSubcommand(look), ListSubcommand(look)}), kDone);
+      EXPECT_EQ(seen, (Strings{"a", "b"}));
+      EXPECT_EQ(wantsJson, json);
+    }
+  }
+}
+
+TEST(ExitCodes, SayHowTheRunEnded) {
+  const auto fail = [](const auto&... /*arguments*/) { return false; };
+  EXPECT_EQ(RunCommandLine({"get", "a"}, {GetSubcommand(fail)}), kSomeFailed);
+  EXPECT_EQ(RunCommandLine({"info", "a"}, {InfoSubcommand(fail)}), kSomeFailed);
+  EXPECT_EQ(RunCommandLine({"list", "a"}, {ListSubcommand(fail)}), kSomeFailed);
+  EXPECT_EQ(RunCommandLine({"clean", "a"}, {CleanSubcommand(fail)}), kSomeFailed);
+  EXPECT_EQ(RunCommandLine({"add", "--size", "big", "a", "b"}, {AddSubcommand(fail)}), kSomeFailed);
+  const std::pair<MakeOutcome, ExitCode> rows[] = {{MakeOutcome::kAllWell, kDone},
+                                                   {MakeOutcome::kSomeFailed, kSomeFailed},
+                                                   {MakeOutcome::kInterrupted, kInterrupted}};
+  for (const auto& [outcome, code] : rows) {
+    const auto make = [end = outcome](const MakeRequest& /*request*/) { return end; };
+    EXPECT_EQ(RunCommandLine({"make", "a"}, {MakeSubcommand(make)}), code);
+  }
+}
+
+}  // namespace
+}  // namespace tavithumb::apps::command

@@ -1,0 +1,162 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "command/batch/progress_display.h"
+
+#include <gtest/gtest.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tavithumb::apps::command {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+constexpr char erase[] = "\033[K";
+
+std::string Drawn(const std::string& line) {
+  return "\r" + line + erase;
+}
+
+class Progress : public testing::Test {
+ protected:
+  void Start(bool isTerminal) {
+    display.emplace(Screen{isTerminal, [this] { return columns; }, [this](const std::string& text) { written += text; },
+                           [this] { return time; }});
+  }
+
+  // All that is written when the counts are shown so much later.
+  std::string ShowAfter(Clock::duration wait, const RunCounts& counts) {
+    time += wait;
+    display->Show(counts);
+    return std::exchange(written, "");
+  }
+
+  Clock::time_point time;
+  std::size_t columns = 80;
+  std::string written;
+  std::optional<ProgressDisplay> display;
+};
+
+TEST_F(Progress, IsALineThatIsRedrawnTenTimesASecondOnATerminal) {
+  Start(true);
+  EXPECT_EQ(display->NextEvent(), 100);
+  EXPECT_EQ(ShowAfter(milliseconds(99), {0, 1, true, "a.png"}), "");
+  EXPECT_EQ(display->NextEvent(), 1);
+  EXPECT_EQ(ShowAfter(milliseconds(1), {0, 1, true, "a.png"}), Drawn("0/1+  a.png"));
+  EXPECT_EQ(display->NextEvent(), 100);
+  EXPECT_EQ(ShowAfter(milliseconds(100), {0, 1, true, "a.png"}), "");  // as it was
+  EXPECT_EQ(ShowAfter(milliseconds(100), {0, 2, false, "b.png"}), Drawn("0/2  b.png"));
+  EXPECT_EQ(ShowAfter(milliseconds(50), {1, 2, false, "b.png"}), "");
+  time += seconds(1);
+  EXPECT_EQ(display->NextEvent(), 0);
+}
+
+TEST_F(Progress, IsANewLineEveryFiveSecondsElsewhere) {
+  Start(false);
+  EXPECT_EQ(display->NextEvent(), 5000);
+  EXPECT_EQ(ShowAfter(milliseconds(4999), {9, 99, true, "a.png"}), "");
+  EXPECT_EQ(ShowAfter(milliseconds(1), {0, 1, true, "a.png"}), "tavithumb: 0/1+\n");
+  EXPECT_EQ(display->NextEvent(), 5000);
+  EXPECT_EQ(ShowAfter(seconds(5), {100, 200, false, ""}), "tavithumb: 100/200  10/s  10 s left\n");
+  display->Clear();
+  display->Redraw();
+  EXPECT_EQ(display->NextEvent(), 5000);
+  display.reset();
+  EXPECT_EQ(written, "");
+}
+
+struct Estimate {
+  std::size_t done;  // in 10 seconds
+  std::size_t total;
+  bool mayGrow;
+  std::string line;
+};
+
+TEST_F(Progress, EstimatesTheTimeLeft) {
+  const Estimate rows[] = {
+      {0, 5, false, "0/5"},
+      {5, 5, false, "5/5  0.5/s  0 s left"},
+      {1, 2, false, "1/2  0.1/s  10 s left"},
+      {99, 199, false, "99/199  9.9/s  10 s left"},
+      {100, 1090, false, "100/1090  10/s  99 s left"},
+      {100, 1100, false, "100/1100  10/s  2 min left"},
+      {100, 1100, true, "100/1100+  10/s  2 min+ left"},
+      {100, 60090, false, "100/60090  10/s  100 min left"},
+      {100, 60100, false, "100/60100  10/s  2 h left"},
+      {12345, 12345, true, "12345/12345+  1234/s  0 s+ left"},
+  };
+  for (const Estimate& row : rows) {
+    Start(false);
+    EXPECT_EQ(ShowAfter(seconds(10), {row.done, row.total, row.mayGrow, ""}), "tavithumb: " + row.line + "\n");
+  }
+}
+
+// A hundred files a second at first, then one.
+TEST_F(Progress, HasTheRateOfTheLastHalfMinute) {
+  Start(false);
+  std::size_t done = 0;
+  const auto show = [&](std::size_t files) { return ShowAfter(seconds(5), {done += files, 10000, false, ""}); };
+  EXPECT_EQ(show(500), "tavithumb: 500/10000  100/s  95 s left\n");
+  EXPECT_EQ(show(500), "tavithumb: 1000/10000  100/s  90 s left\n");
+  for (int i = 0; i < 5; ++i) show(5);
+  EXPECT_EQ(show(5), "tavithumb: 1030/10000  1.0/s  2 h left\n");
+}
+
+TEST_F(Progress, FitsTheTerminalWhateverTheNameIs) {
+  const std::string name = "wait \xe5\xae\xb6\xe6\x97\x8f\xe5\x86\x99\xe7\x9c\x9f e\xcc\x81\033[2J.png";
+  const std::pair<std::size_t, std::string> rows[] = {
+      {80, "0/1  wait \xe5\xae\xb6\xe6\x97\x8f\xe5\x86\x99\xe7\x9c\x9f e\xcc\x81\\x1b[2J.png"},
+      // 28 columns: 5 for "0/1  ", 3 dots; a wide character takes two columns, an accent none.
+      {29, "0/1  ...\xe6\x97\x8f\xe5\x86\x99\xe7\x9c\x9f e\xcc\x81\\x1b[2J.png"},
+      {20, "0/1  ...\xcc\x81\\x1b[2J.png"},
+      {19, "0/1  ...x1b[2J.png"},
+      {10, "0/1  ...g"},
+      {9, "0/1  "},
+      {6, "0/1"},
+      {3, "0/"},
+      {1, ""},
+  };
+  for (const auto& [width, line] : rows) {
+    columns = width;
+    Start(true);
+    written.clear();  // of the one before, which is erased
+    EXPECT_EQ(ShowAfter(milliseconds(100), {0, 1, false, name}), Drawn(line)) << width;
+  }
+}
+
+TEST_F(Progress, IsDrawnAtOnceWhenTheTerminalHasANewSize) {
+  Start(true);
+  EXPECT_EQ(ShowAfter(milliseconds(100), {0, 1, false, "a-long-name.png"}), Drawn("0/1  a-long-name.png"));
+  columns = 16;
+  EXPECT_EQ(ShowAfter(milliseconds(1), {0, 1, false, "a-long-name.png"}), "");
+  display->Redraw();
+  EXPECT_EQ(display->NextEvent(), 0);
+  EXPECT_EQ(ShowAfter(milliseconds(0), {0, 1, false, "a-long-name.png"}), Drawn("0/1  ...ame.png"));
+}
+
+TEST_F(Progress, StaysBelowMessages) {
+  Start(true);
+  display->Say("first");
+  EXPECT_EQ(std::exchange(written, ""), "tavithumb: first\n");
+  ShowAfter(milliseconds(100), {0, 1, false, "a.png"});
+  display->Say("second");
+  EXPECT_EQ(std::exchange(written, ""), Drawn("tavithumb: second") + "\n0/1  a.png");
+}
+
+TEST_F(Progress, IsErasedAtTheEndAndDrawnAgainAfterwards) {
+  Start(true);
+  display->Clear();
+  EXPECT_EQ(written, "");
+  ShowAfter(milliseconds(100), {0, 1, false, "a.png"});
+  display->Clear();
+  display->Clear();
+  EXPECT_EQ(std::exchange(written, ""), Drawn(""));
+  EXPECT_EQ(ShowAfter(milliseconds(100), {0, 1, false, "a.png"}), Drawn("0/1  a.png"));
+  display.reset();
+  EXPECT_EQ(written, Drawn(""));
+}
+
+}  // namespace
+}  // namespace tavithumb::apps::command

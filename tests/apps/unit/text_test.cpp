@@ -1,0 +1,107 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "system/text.h"
+
+#include <gtest/gtest.h>
+
+namespace tavithumb::apps {
+namespace {
+
+struct Row {
+  std::string text;
+  bool isUtf8;
+  std::string printable;
+};
+
+const Row rows[] = {
+    {"", true, ""},
+    {"plain", true, "plain"},
+    {"\xc3\xbc", true, "\xc3\xbc"},
+    {"\xe2\x82\xac", true, "\xe2\x82\xac"},
+    {"\xe5\xae\xb6", true, "\xe5\xae\xb6"},
+    {"e\xcc\x81", true, "e\xcc\x81"},
+    {"\xf0\x9f\x98\x80", true, "\xf0\x9f\x98\x80"},
+    {"\xf4\x8f\xbf\xbf", true, "\xf4\x8f\xbf\xbf"},  // U+10FFFF
+    {"\xee\x80\x80", true, "\xee\x80\x80"},          // U+E000, behind the surrogates
+    {"\xed\x9f\xbf", true, "\xed\x9f\xbf"},          // U+D7FF, before them
+    {"\xef\xbf\xbf", true, "\xef\xbf\xbf"},          // U+FFFF
+    {"a\nb\tc\rd", true, "a\\nb\\tc\\rd"},
+    {"back\\slash", true, "back\\\\slash"},
+    {"\x1f \x7f~", true, "\\x1f \\x7f~"},
+    {std::string("\0", 1), true, "\\x00"},
+    {"\xc2\x80 \xc2\x9f \xc2\xa0", true, "\\xc2\\x80 \\xc2\\x9f \xc2\xa0"},
+    {"\xff", false, "\\xff"},
+    {"\x80", false, "\\x80"},
+    {"\xc3", false, "\\xc3"},
+    {"\xc3g", false, "\\xc3g"},
+    {"\xe2\x82", false, "\\xe2\\x82"},
+    {"\xe2\x82\xc3\xbc", false, "\\xe2\\x82\xc3\xbc"},
+    {"\xf0\x9f\x98", false, "\\xf0\\x9f\\x98"},
+    {"\xc0\xaf", false, "\\xc0\\xaf"},                    // overlong
+    {"\xc1\xbf", false, "\\xc1\\xbf"},                    // overlong
+    {"\xe0\x9f\xbf", false, "\\xe0\\x9f\\xbf"},           // overlong
+    {"\xf0\x8f\xbf\xbf", false, "\\xf0\\x8f\\xbf\\xbf"},  // overlong
+    {"\xed\xa0\x80", false, "\\xed\\xa0\\x80"},           // first surrogate
+    {"\xed\xbf\xbf", false, "\\xed\\xbf\\xbf"},           // last surrogate
+    {"\xf4\x90\x80\x80", false, "\\xf4\\x90\\x80\\x80"},  // beyond U+10FFFF
+    {"\xf5\x80\x80\x80", false, "\\xf5\\x80\\x80\\x80"},
+    {"\xf8\x88\x80\x80\x80", false, "\\xf8\\x88\\x80\\x80\\x80"},
+};
+
+TEST(Text, IsUtf8) {
+  for (const Row& row : rows) EXPECT_EQ(IsUtf8(row.text), row.isUtf8) << row.printable;
+}
+
+TEST(Text, IsPrintableAsOneLineThatShowsEachByte) {
+  for (const Row& row : rows) EXPECT_EQ(Printable(row.text), row.printable);
+}
+
+TEST(Text, HasTwoHexDigitsForEachByte) {
+  EXPECT_EQ(Hex(""), "");
+  EXPECT_EQ(Hex(std::string("\0\x0f\x80\xff", 4)), "000f80ff");
+}
+
+struct Tail {
+  std::string text;
+  std::size_t columns;
+  std::string tail;
+};
+
+TEST(Text, IsCutInFrontToFitIntoColumns) {
+  const std::string family = "\xe5\xae\xb6\xe6\x97\x8f";  // two wide characters
+  const std::string accent = "e\xcc\x81";                 // one column
+  const std::string smile = "\xf0\x9f\x98\x80";           // one wide character
+  const std::string invalid = "\xff\xe2\x82";             // three replacement characters
+  const Tail tails[] = {
+      {"", 0, ""},
+      {"", 4, ""},
+      {"a", 0, ""},
+      {"abcd", 4, "abcd"},
+      {"abcde", 4, "...e"},
+      {"abcde", 3, ""},
+      {"abcde", 0, ""},
+      {family, 4, family},
+      {family + "a", 5, family + "a"},
+      {family + "a", 4, "...a"},
+      {"ab" + family, 5, "...\xe6\x97\x8f"},
+      {"ab" + family, 4, "..."},  // half of a wide character does not fit
+      {accent + accent, 2, accent + accent},
+      {"abcd" + accent, 4, "..." + accent},
+      {smile, 2, smile},
+      {"abcd" + smile, 5, "..." + smile},
+      {"abc" + smile, 5, "abc" + smile},
+      {invalid, 3, invalid},
+      {"ab" + invalid, 4, "...\x82"},
+  };
+  for (const Tail& row : tails) {
+    EXPECT_EQ(TailWithin(row.text, row.columns), row.tail) << Printable(row.text) << " in " << row.columns;
+  }
+}
+
+TEST(Text, JoinsWords) {
+  EXPECT_EQ(Join({}, ", "), "");
+  EXPECT_EQ(Join({"a"}, ", "), "a");
+  EXPECT_EQ(Join({"a", "b", "c"}, ", "), "a, b, c");
+}
+
+}  // namespace
+}  // namespace tavithumb::apps

@@ -1,0 +1,154 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "command/batch/walk.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <temp_dir.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+
+namespace fs = std::filesystem;
+
+namespace tavithumb::apps::command {
+namespace {
+
+using Strings = std::vector<std::string>;
+
+class Walks : public testing::Test {
+ protected:
+  void Write(const Strings& names) const {
+    for (const std::string& name : names) test::WriteFile(folder / name, "");
+  }
+
+  Strings In(const Strings& names) const {
+    Strings paths;
+    for (const std::string& name : names) paths.push_back(folder / name);
+    return paths;
+  }
+
+  Walk Start(const Strings& names, std::optional<NameList> list = {}) {
+    return {names, std::move(list), [this](const std::string& name, const Problem& problem) {
+              problems.push_back(name + ": " + problem.reason);
+            }};
+  }
+
+  // All that a walk finds, sorted.
+  static Strings Found(Walk walk) {
+    Strings found;
+    while (!walk.HasEnded()) {
+      EXPECT_TRUE(walk.CanStep() || walk.Descriptor() != -1);
+      walk.Step();
+      while (std::optional<std::string> name = walk.Next()) found.push_back(*name);
+    }
+    EXPECT_TRUE(walk.HasFoundAll());
+    EXPECT_FALSE(walk.CanStep());
+    EXPECT_EQ(walk.Descriptor(), -1);
+    EXPECT_EQ(walk.Count(), found.size());
+    std::sort(found.begin(), found.end());
+    return found;
+  }
+
+  NameList List(const Strings& names) const {
+    std::string content;
+    for (const std::string& name : names) content += name + "\n";
+    test::WriteFile(folder / "list", content);
+    return {folder / "list", '\n'};
+  }
+
+  const test::TempDir folder;
+  Strings problems;
+};
+
+TEST_F(Walks, FindThePhotosInFoldersAndSkipTheRest) {
+  Write({"top/a.PNG", "top/.b.png", "top/sub/c.png", "top/sub/.hidden/d.png", "top/a.txt", "top/clip.mp4",
+         "top/.tavi_ea/a.PNG/b.png", "else/e.png"});
+  fs::create_symlink(folder / "top/a.PNG", folder / "top/link.png");
+  fs::create_symlink("nowhere", folder / "top/dangling.png");
+  fs::create_directory_symlink(folder / "else", folder / "top/linked");
+  fs::create_directory_symlink(folder / "else", folder / "top/linked.png");
+  ASSERT_EQ(mkfifo((folder / "top/pipe.png").c_str(), 0600), 0);
+  EXPECT_EQ(Found(Start({folder / "top"})), In({"top/.b.png", "top/a.PNG", "top/dangling.png", "top/link.png",
+                                                "top/sub/.hidden/d.png", "top/sub/c.png"}));
+  EXPECT_EQ(Found(Start({folder / "top/linked"})), In({"top/linked/e.png"}));
+  EXPECT_EQ(problems, Strings{});
+}
+
+TEST_F(Walks, FindEachFileOnceHoweverOftenItIsNamed) {
+  Write({"a/x.png", "a/b/y.png"});
+  fs::create_directory_symlink(folder / "a", folder / "link");
+  const Strings both = In({"a/b/y.png", "a/x.png"});
+  EXPECT_EQ(Found(Start(In({"a", "a/b", "link", "a/x.png", "link/b/y.png"}))), both);
+  EXPECT_EQ(Found(Start(In({"a/b/y.png", "a/b/../b/y.png", "a/x.png", "a/x.png", "a"}))), both);
+  EXPECT_EQ(Found(Start(In({"a/b", "a"}))), both);
+}
+
+// So that they are reported.
+TEST_F(Walks, KeepNamesOfFilesWhateverTheyAre) {
+  Write({"notes.txt", "clip.mp4"});
+  EXPECT_EQ(Found(Start(In({"clip.mp4", "missing.png", "notes.txt"}))), In({"clip.mp4", "missing.png", "notes.txt"}));
+  EXPECT_EQ(Found(Start({""})), Strings{""});
+}
+
+TEST_F(Walks, SkipThumbnailsAndOtherFilesInAList) {
+  Write({"a.png", "sub/b.png", "notes.txt", ".tavi_ea/a.png/TAVIFILE_THUMB_S.png"});
+  const Strings names = In({"sub", "a.png", "notes.txt", ".tavi_ea", ".tavi_ea/a.png/TAVIFILE_THUMB_S.png", "a.png",
+                            "missing.png", "missing.txt"});
+  EXPECT_EQ(Found(Start({}, List(names))), In({"a.png", "missing.png", "missing.txt", "sub/b.png"}));
+  EXPECT_EQ(Found(Start({folder / "sub"}, List(In({"a.png", "sub/b.png"})))), In({"a.png", "sub/b.png"}));
+  EXPECT_EQ(problems, Strings{});
+}
+
+TEST_F(Walks, ReportFoldersThatCannotBeRead) {
+  Write({".tavi_ea/a.png/TAVIFILE_THUMB_S.png", "ok/a.png"});
+  EXPECT_EQ(Found(Start(In({".tavi_ea", ".tavi_ea/a.png", "ok"}))), In({"ok/a.png"}));
+  EXPECT_EQ(problems, (Strings{folder / ".tavi_ea: it is a folder of thumbnails",
+                               folder / ".tavi_ea/a.png: it is a folder of thumbnails"}));
+}
+
+TEST_F(Walks, ReportAListThatCannotBeRead) {
+  EXPECT_EQ(Found(Start({}, NameList(folder.Path(), '\n'))), Strings{});
+  EXPECT_EQ(problems, Strings{folder.Path() + ": Is a directory"});
+}
+
+TEST_F(Walks, StartWithTheFirstFile) {
+  Write({"a/1.png", "b/2.png"});
+  Walk walk = Start(In({"a/1.png", "b"}));
+  EXPECT_EQ(walk.Next(), std::nullopt);
+  walk.Step();
+  EXPECT_EQ(walk.Count(), 1u);
+  EXPECT_FALSE(walk.HasFoundAll());
+  EXPECT_EQ(walk.Next(), folder / "a/1.png");
+  EXPECT_FALSE(walk.HasEnded());
+}
+
+// Names of some 100 kB in all fill the queue with 65 MB; a folder is read in steps, so that a step stays short.
+TEST_F(Walks, StopWhileTheQueueIsFull) {
+  const std::string name = folder / (std::string(200, 'x') + "/" + std::string(200, 'y') + ".png");
+  const std::size_t room = 16777216 / (name.size() + 64) + 1;
+  Strings names(room + 1000, name);
+  for (std::size_t i = 0; i < names.size(); ++i) names[i] += std::to_string(i) + ".png";
+  Walk walk = Start(names);
+  while (walk.CanStep()) walk.Step();
+  EXPECT_LT(walk.Count(), names.size());
+  EXPECT_FALSE(walk.HasFoundAll());
+  EXPECT_EQ(walk.Descriptor(), -1);
+  ASSERT_TRUE(walk.Next());
+  EXPECT_TRUE(walk.CanStep());
+}
+
+TEST_F(Walks, ReadALongFolderInSteps) {
+  Strings names;
+  for (int i = 1000; i < 1600; ++i) names.push_back("a/" + std::to_string(i) + ".png");
+  Write(names);
+  Walk walk = Start({folder / "a"});
+  walk.Step();  // opens it
+  walk.Step();
+  EXPECT_GT(walk.Count(), 0u);
+  EXPECT_LT(walk.Count(), 300u);
+  EXPECT_EQ(Found(std::move(walk)), In(names));
+}
+
+}  // namespace
+}  // namespace tavithumb::apps::command
