@@ -103,8 +103,8 @@ TEST_F(Walks, SkipThumbnailsAndOtherFilesInAList) {
 TEST_F(Walks, ReportFoldersThatCannotBeRead) {
   Write({".tavi_ea/a.png/TAVIFILE_THUMB_S.png", "ok/a.png"});
   EXPECT_EQ(Found(Start(In({".tavi_ea", ".tavi_ea/a.png", "ok"}))), In({"ok/a.png"}));
-  EXPECT_EQ(problems, (Strings{folder / ".tavi_ea: it is a folder of thumbnails",
-                               folder / ".tavi_ea/a.png: it is a folder of thumbnails"}));
+  EXPECT_EQ(problems, (Strings{folder / ".tavi_ea: it is a thumbnail folder",
+                               folder / ".tavi_ea/a.png: it is a thumbnail folder"}));
 }
 
 TEST_F(Walks, ReportAListThatCannotBeRead) {
