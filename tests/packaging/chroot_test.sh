@@ -117,7 +117,8 @@ $stored/photo.heic/TAVIFILE_THUMB_S.jpg" \
 
 setting() { sed -n "s/^$1=//p" "$root/lib/systemd/system/tavithumb-make.service"; }
 
-# systemd does not run here: the service's command, as its user and with its environment. Only the raw file fails.
+# systemd does not run here: the service's command, as its user and with its environment. Only the raw file fails. Without
+# dcraw, the library leaves empty temporary files behind.
 nightly_service_works() {
   local stored=/srv/photos/.tavi_ea status=0
   inside systemctl enable tavithumb-make.timer && inside systemd-analyze verify --man=no tavithumb-make.timer || return
@@ -126,7 +127,7 @@ nightly_service_works() {
   inside runuser -u "$(setting User)" -- env "$(setting Environment)" $(setting ExecStart) || status=$?
   [[ " $(setting SuccessExitStatus) " == *" $status "* ]] || return
   same "$(printf "tavithumb $stored/%s\n" photo.heic/TAVIFILE_THUMB_{B,M,S,XL}.jpg photo.jpg/TAVIFILE_THUMB_S.jpg \
-    picture.png/TAVIFILE_THUMB_{B,M,S}.png)" "$(inside find "$stored" -type f -printf '%u %p\n' | LC_ALL=C sort)"
+    picture.png/TAVIFILE_THUMB_{B,M,S}.png)" "$(inside find "$stored" -type f ! -empty -printf '%u %p\n' | LC_ALL=C sort)"
 }
 
 # The next version: these packages under another number.
