@@ -1,11 +1,40 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include <csignal>
 #include <exception>
+#include <stdexcept>
+#include <string>
+#include <utility>
 
 #include "command/cli/command_line.h"
 #include "command/output.h"
 #include "system/descriptors.h"
 #include "system/text.h"
+#include "thumbs/imagemagick_policy.h"
+
+namespace tavithumb::apps::command {
+namespace {
+
+// For every tool that is started from here on: the files that ImageMagick reads may come from anybody.
+void SetPolicy() {
+  const std::string named = DefaultPolicyFolder(), folder = FindPolicy(named);
+  if (folder.empty()) {
+    throw std::runtime_error("'" + Printable(named) +
+                             "' contains no policy.xml for ImageMagick; reinstall tavithumb, or set " +
+                             "$MAGICK_CONFIGURE_PATH to a folder that does");
+  }
+  UsePolicy(folder);
+}
+
+Subcommand WithPolicy(Subcommand subcommand) {
+  subcommand.run = [run = std::move(subcommand.run)] {
+    SetPolicy();
+    return run();
+  };
+  return subcommand;
+}
+
+}  // namespace
+}  // namespace tavithumb::apps::command
 
 int main(int argc, char** argv) {
   using namespace tavithumb::apps;           // NOLINT(google-build-using-namespace)
@@ -13,8 +42,9 @@ int main(int argc, char** argv) {
   OpenStandardDescriptors();
   static_cast<void>(std::signal(SIGPIPE, SIG_IGN));  // a closed pipe is reported as a failed write
   try {
-    return RunCommandLine({argv + 1, argv + argc}, {GetSubcommand(), InfoSubcommand(), MakeSubcommand(),
-                                                    AddSubcommand(), ListSubcommand(), CleanSubcommand()});
+    return RunCommandLine({argv + 1, argv + argc},
+                          {WithPolicy(GetSubcommand()), InfoSubcommand(), WithPolicy(MakeSubcommand()), AddSubcommand(),
+                           ListSubcommand(), CleanSubcommand()});
   } catch (const UsageError& error) {
     WriteError(Printable(error.what()));
     return kBadUsage;

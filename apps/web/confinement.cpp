@@ -16,6 +16,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "thumbs/imagemagick_policy.h"
 #include "thumbs/stored_entries.h"
 #include "thumbs/temporary_files.h"
 
@@ -93,7 +94,9 @@ void Confinement::Enter() const {
 void Confinement::SetEnvironment(const Variables& variables) const {
   clearenv();
   setenv("PATH", "/usr/bin:/bin", 1);
-  setenv("MAGICK_CONFIGURE_PATH", policyFolder_.c_str(), 1);
+  UsePolicy(policyFolder_);
+  // ImageMagick's own limit counts the time that it waits, too.
+  if (limits_.cpuSeconds != 0) setenv("MAGICK_TIME_LIMIT", std::to_string(limits_.cpuSeconds).c_str(), 1);
   setenv("GATEWAY_INTERFACE", "CGI/1.1", 1);
   for (const char* name : {"REQUEST_METHOD", "HTTP_IF_MATCH", "HTTP_IF_UNMODIFIED_SINCE", "HTTP_IF_NONE_MATCH",
                            "HTTP_IF_MODIFIED_SINCE", "HTTP_IF_RANGE", "HTTP_RANGE"}) {

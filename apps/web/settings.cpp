@@ -4,7 +4,6 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <set>
@@ -12,6 +11,7 @@
 #include <thread>
 
 #include "system/numbers.h"
+#include "thumbs/imagemagick_policy.h"
 #include "thumbs/sizes.h"
 
 namespace tavithumb::apps::web {
@@ -99,18 +99,9 @@ void SetRoots(const std::vector<std::string>& texts, Settings* settings) {
   }
 }
 
-// Where the policy of an installed program is, relative to it.
-std::string DefaultPolicy() {
-  std::error_code error;
-  return std::filesystem::read_symlink("/proc/self/exe", error).parent_path().parent_path() /
-         "share/tavithumb/imagemagick";
-}
-
-// Without this policy, ImageMagick would use all of its coders.
 void CheckPolicy(Settings* settings) {
-  std::error_code error;
-  const std::filesystem::path folder = std::filesystem::canonical(settings->policyFolder, error);
-  if (error || !std::filesystem::is_regular_file(folder / "policy.xml", error)) {
+  const std::string folder = FindPolicy(settings->policyFolder);
+  if (folder.empty()) {
     throw std::invalid_argument("'" + settings->policyFolder +
                                 "' contains no policy.xml; use --policy to name a folder that does");
   }
@@ -121,7 +112,7 @@ void CheckPolicy(Settings* settings) {
 
 std::optional<Settings> ReadSettings(int argc, char** argv) {
   Settings settings;
-  settings.policyFolder = DefaultPolicy();
+  settings.policyFolder = DefaultPolicyFolder();
   std::vector<std::string> roots;
   CLI::App app(description, "tavithumb-web");
   app.footer(footerStart + SizeChoices() + footerEnd);

@@ -44,11 +44,12 @@ expected=$(
 )
 diff <(sort <<<"$expected") <(cd "$prefix" && find . ! -type d | sort) || fail "other files are installed"
 
-# The programs run where they are installed, and the web program finds its policy.
+# The programs run where they are installed, and find their policy.
 [ "$("$prefix/bin/tavithumb" --version)" = "tavithumb 1.0.0" ] || fail "the installed command does not run"
 GATEWAY_INTERFACE=CGI/1.1 REQUEST_METHOD=GET REQUEST_URI=/list/ "$prefix/sbin/tavithumb-web" --tool-memory 0 \
   --root "$prefix/share" |
   grep -q '"name":"tavithumb"' || fail "the installed web program does not answer"
+"$prefix/bin/tavithumb" clean --dry-run "$prefix/share" >"$work/log" 2>&1 || fail "the installed command: $(cat "$work/log")"
 
 library=$prefix/$lib/libtavithumb.so
 readelf -d "$library" | grep -q 'SONAME.*\[libtavithumb.so.1\]' || fail "no SONAME libtavithumb.so.1"

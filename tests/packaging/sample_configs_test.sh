@@ -63,7 +63,7 @@ openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=localhost -keyout "$
 cat "$work/tls.key" "$work/tls.pem" >"$work/both.pem"
 echo "eva:$(openssl passwd -apr1 'open sesame')" >"$work/htpasswd"
 sed -e "s#/srv/photos#$work/photos#; s#^.tool-memory = .*#tool-memory = 0#" \
-    -e "s#^.policy = .*#policy = \"$source/packaging/web/imagemagick\"#" "$source/packaging/web/web.conf" >"$work/web.conf"
+    -e "s#^.policy = .*#policy = \"$source/packaging/imagemagick\"#" "$source/packaging/web/web.conf" >"$work/web.conf"
 "$program" --config "$work/web.conf" --scgi "$work/socket" &
 until [ -S "$work/socket" ]; do sleep 0.05; kill -0 $! || exit 1; done
 

@@ -392,6 +392,7 @@ TEST(Workers, GiveToolsTheirOwnLimitsAndEnvironment) {
   EXPECT_EQ(site.Noted("files "), std::vector<std::string>{"64"});
   EXPECT_EQ(site.Noted("PATH="), std::vector<std::string>{"/usr/bin:/bin"});
   EXPECT_EQ(site.Noted("MAGICK_CONFIGURE_PATH="), std::vector<std::string>{policy.Path()});
+  EXPECT_EQ(site.Noted("MAGICK_TIME_LIMIT="), std::vector<std::string>{"7"});
   EXPECT_EQ(site.Noted("HTTP_IF_NONE_MATCH="), std::vector<std::string>{"\"tag\""});
   EXPECT_EQ(site.Noted("scratch "), std::vector<std::string>{"exists"});
   EXPECT_EQ(site.Noted("SECRET="), std::vector<std::string>{});

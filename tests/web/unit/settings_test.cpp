@@ -43,10 +43,14 @@ class SettingsRead : public testing::Test {
  protected:
   SettingsRead() {
     unsetenv("TAVITHUMB_WEB_CONFIG");
+    unsetenv("MAGICK_CONFIGURE_PATH");
     test::WriteFile(folder_ / "policy/policy.xml", "<policymap/>");
     for (const char* name : {"photos", "films"}) std::filesystem::create_directory(folder_ / name);
   }
-  ~SettingsRead() override { unsetenv("TAVITHUMB_WEB_CONFIG"); }
+  ~SettingsRead() override {
+    unsetenv("TAVITHUMB_WEB_CONFIG");
+    unsetenv("MAGICK_CONFIGURE_PATH");
+  }
 
   // The arguments after a root and a policy.
   std::vector<std::string> With(std::vector<std::string> more) const {
@@ -133,6 +137,17 @@ TEST_F(SettingsRead, ReportWhatIsWrong) {
       {With({"--config", folder_ / "number.conf"}), "Could not convert: --waiting = many"},
   };
   for (const auto& [arguments, message] : rows) EXPECT_EQ(Read(arguments), "wrong: " + message);
+}
+
+TEST_F(SettingsRead, TakeThePolicyOfTheEnvironmentUnlessTheyNameOne) {
+  const std::string missing = folder_ / "missing";
+  const std::string expected = Expected("", Children() + " 64 30", "20 1536 1024 256");
+  setenv("MAGICK_CONFIGURE_PATH", missing.c_str(), 1);
+  EXPECT_EQ(Read(With({})), expected);
+  EXPECT_EQ(Read({"--root", folder_ / "photos"}),
+            "wrong: '" + missing + "' contains no policy.xml; use --policy to name a folder that does");
+  setenv("MAGICK_CONFIGURE_PATH", (folder_ / "policy").c_str(), 1);
+  EXPECT_EQ(Read({"--root", folder_ / "photos"}), expected);
 }
 
 TEST_F(SettingsRead, ReportAnUnreadableFileInTheEnvironment) {
