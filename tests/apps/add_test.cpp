@@ -179,7 +179,7 @@ TEST_F(Add, RejectsOtherTypesWithCheckType) {
 
 TEST_F(Add, RejectsAVolumeThatCannotStoreThumbnails) {
   Start start;
-  start.environment = {"LD_PRELOAD=" NO_EA_VOLUME, "ASAN_OPTIONS=verify_asan_link_order=0"};
+  start.environment = Preloading(NO_EA_VOLUME);
   ExpectRefusal({"--size=medium", source, thumbnail}, source,
                 "thumbnails cannot be stored on its volume; request them one by one with 'tavithumb get', or copy it "
                 "to a local disk",

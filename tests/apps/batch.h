@@ -34,8 +34,9 @@ class Batch : public testing::Test {
  protected:
   Start ProbedStart() const {
     Start start;
-    start.environment = {"LD_PRELOAD=" BATCH_PROBE, "ASAN_OPTIONS=verify_asan_link_order=0", "PROBE_FILE=" + noted,
-                         "PROBE_GATE=" + gate, "TMPDIR=" + temporary.Path()};
+    start.environment = Preloading(BATCH_PROBE);
+    start.environment.insert(start.environment.end(),
+                             {"PROBE_FILE=" + noted, "PROBE_GATE=" + gate, "TMPDIR=" + temporary.Path()});
     return start;
   }
 

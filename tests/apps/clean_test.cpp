@@ -43,8 +43,8 @@ class Clean : public testing::Test {
   Outcome Run(std::vector<std::string> arguments, const Start& how = {}) const {
     Start start = how;
     start.folder = folder.Path();
-    start.environment = {"LD_PRELOAD=" SURROUNDINGS, "ASAN_OPTIONS=verify_asan_link_order=0",
-                         "TEMPORARY_FOLDERS=" + system.Path()};
+    start.environment = Preloading(SURROUNDINGS);
+    start.environment.push_back("TEMPORARY_FOLDERS=" + system.Path());
     if (isLater) start.environment.emplace_back("SECONDS_LATER=3601");
     arguments.insert(arguments.begin(), "clean");
     return run(arguments, start);
@@ -440,7 +440,7 @@ TEST_F(Clean, StopsAtAPathThatIsTooLongForThumbnails) {
 TEST_F(Clean, RemovesNothingIfThumbnailsAreStoredInAnotherLayout) {
   StoreOfGone("gone.jpg");
   Start start = In(folder.Path());
-  start.environment = {"LD_PRELOAD=" OTHER_LAYOUT, "ASAN_OPTIONS=verify_asan_link_order=0"};
+  start.environment = Preloading(OTHER_LAYOUT);
   const Outcome outcome = run({"clean", "."}, start);
   EXPECT_EQ(outcome.code, 1);
   EXPECT_EQ(outcome.out, "");

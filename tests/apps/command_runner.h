@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <grp.h>
 #include <gtest/gtest.h>
+#include <preload.h>
 #include <sys/wait.h>
 #include <temp_dir.h>
 #include <unistd.h>

@@ -276,7 +276,7 @@ TEST_F(Get, GivesTemporaryAnswersOfOneRunDifferentNames) {
   MakePng(png, 800, 600);
   MakePng(other, 600, 800);
   Start start;
-  start.environment = {"LD_PRELOAD=" NO_EA_VOLUME, "ASAN_OPTIONS=verify_asan_link_order=0"};
+  start.environment = Preloading(NO_EA_VOLUME);
   const Outcome outcome = run({"get", "--json", png, other, png}, start);
   EXPECT_EQ(outcome.code, 0);
   EXPECT_EQ(outcome.err, "");

@@ -5,8 +5,9 @@
 # our own.
 set -euo pipefail
 
-command=$1
 work=$(mktemp -d)
+command=$work/tavithumb  # a path without spaces, for a line of a shell
+ln -s "$(readlink -f "$1")" "$command"
 trap '[ ! -s "$work/pid" ] || kill "$(cat "$work/pid")"; rm -rf "$work"' EXIT
 
 skip() {

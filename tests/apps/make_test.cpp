@@ -358,7 +358,7 @@ TEST_F(Make, FindsThumbnailsMadeForASourceWithoutFacts) {
 TEST_F(Make, LeavesNothingOnAVolumeThatCannotStoreEntries) {
   MakePng(png, 200, 100);
   Start start;
-  start.environment = {"LD_PRELOAD=" NO_EA_VOLUME, "ASAN_OPTIONS=verify_asan_link_order=0"};
+  start.environment = Preloading(NO_EA_VOLUME);
   const Strings before = TemporaryFiles();
   const Outcome outcome = run({"make", "--sizes", "small,medium", "--json", png}, start);
   EXPECT_EQ(outcome.code, 1);

@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // The policy that ImageMagick obeys when the command runs it.
-#include "thumbs/imagemagick_policy.h"
-
 #include <pictures.h>
 
 #include <cstdlib>
 #include <filesystem>
 
 #include "command_runner.h"
+#include "thumbs/imagemagick_policy.h"
 
 namespace tavithumb::test {
 namespace {
@@ -33,8 +32,8 @@ class CommandPolicy : public testing::Test {
   const std::string picture = folder / "picture.jpg";
   const std::string entry = folder / ".tavi_ea/picture.jpg/TAVIFILE_THUMB_S.jpg";
   const std::string refusal = "tavithumb: " + picture +
-                              ": it could not be converted; check that it opens elsewhere, and that there is space on "
-                              "the disk\n";
+                              ": it could not be converted; check that it opens in another program and that the disk "
+                              "has space\n";
 };
 
 TEST_F(CommandPolicy, IsTheProgramsOwn) {

@@ -17,7 +17,7 @@ fail() {
 # The sample with the paths of this test; the port is put in where 443 stands.
 adapt() { # adapt FILE PORT VARIANT
   "$3" <"$source/packaging/web/$1" | sed -e '/^ *#/d' \
-      -e "s#/run/tavithumb-web/socket#$work/socket#; s#/usr/share/tavithumb/page#$source/apps/web/page#" \
+      -e "s#/run/tavithumb-web/socket#$work/socket#; s#/usr/share/tavithumb/page#$work/page#" \
       -e "s#/etc/ssl/certs/tavithumb.pem#$work/tls.pem#; s#/etc/ssl/private/tavithumb.key#$work/tls.key#" \
       -e "s#/etc/ssl/private/tavithumb.pem#$work/both.pem#; s#/etc/\(nginx\|lighttpd\)/tavithumb.htpasswd#$work/htpasswd#" \
       -e "s#/etc/tavithumb/web.conf#$work/web.conf#; s#/usr/sbin/tavithumb-web#$work/bin/tavithumb-web#; s#/run/fcgiwrap.socket#$work/fcgi#" \
@@ -57,7 +57,9 @@ check_site() { # check_site NAME PORT
 }
 
 mkdir -p "$work/photos" "$work/temporary" "$work/bin"
+# The servers' configurations take no path with a space.
 ln -s "$program" "$work/bin/tavithumb-web"
+ln -s "$source/apps/web/page" "$work/page"
 /usr/bin/convert -size 400x300 gradient:red-blue "$work/photos/a b.png"
 openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=localhost -keyout "$work/tls.key" -out "$work/tls.pem" 2>/dev/null
 cat "$work/tls.key" "$work/tls.pem" >"$work/both.pem"

@@ -2,7 +2,7 @@
 // Gives bombs to a process that has loaded the library, to the command, and to the web program: all of them reject a
 // file or finish within the limits of docs/serving.md, and the process with the library stays small, whatever its tools
 // use. Only Exiv2 can make it large, with blocks that it reads as a whole; the programs limit what it may read.
-// bombs quick|full PROGRAMS POLICY
+// bombs quick|full PROGRAMS
 #include <fcntl.h>
 #include <sys/wait.h>
 #include <tavithumb/libtavithumb.h>
@@ -106,7 +106,7 @@ std::string Leftovers() {
 
 class Proof {
  public:
-  Proof(std::string programs, std::string policy) : programs_(std::move(programs)), policy_(std::move(policy)) {}
+  explicit Proof(std::string programs) : programs_(std::move(programs)) {}
 
   // A description of the failure; "" if there is none.
   std::string Try(const Bomb& bomb) {
@@ -155,8 +155,8 @@ class Proof {
 
   Run RunWebProgram(const std::string& source) const {
     const fs::path path(source);
-    return RunProgram({programs_ + "/tavithumb-web", "--policy", policy_, "--tool-memory", std::to_string(TOOL_MEMORY),
-                       "--deadline", std::to_string(kDeadline), "--root", path.parent_path()},
+    return RunProgram({programs_ + "/tavithumb-web", "--tool-memory", std::to_string(TOOL_MEMORY), "--deadline",
+                       std::to_string(kDeadline), "--root", path.parent_path()},
                       {"GATEWAY_INTERFACE=CGI/1.1", "REQUEST_METHOD=GET",
                        "REQUEST_URI=/thumb/" + path.filename().string() + "?size=small&animate=1"});
   }
@@ -170,12 +170,11 @@ class Proof {
   }
 
   const std::string programs_;
-  const std::string policy_;
   Peak callers_, byExiv2_, programPeaks_;
 };
 
-bool Prove(bool isFull, const std::string& programs, const std::string& policy) {
-  Proof proof(programs, policy);
+bool Prove(bool isFull, const std::string& programs) {
+  Proof proof(programs);
   unsigned bombs = 0, flaws = 0;
   for (const Bomb& bomb : Bombs()) {
     if (!isFull && !bomb.isQuick) continue;
@@ -195,11 +194,11 @@ bool Prove(bool isFull, const std::string& programs, const std::string& policy) 
 }  // namespace tavithumb::proof
 
 int main(int argc, char** argv) {
-  if (argc != 4) return 2;
+  if (argc != 3) return 2;
   if (TOOL_MEMORY == 0) {
     std::fprintf(stderr, "a sanitizer needs more address space than any limit leaves, and without one bombs go off\n");
     return 77;
   }
   tavithumb::proof::EnterPrivateTmp();
-  return tavithumb::proof::Prove(std::strcmp(argv[1], "full") == 0, argv[2], argv[3]) ? 0 : 1;
+  return tavithumb::proof::Prove(std::strcmp(argv[1], "full") == 0, argv[2]) ? 0 : 1;
 }

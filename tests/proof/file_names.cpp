@@ -22,6 +22,7 @@
 
 #include "photos.h"
 #include "pictures.h"
+#include "preload.h"
 #include "private_tmp.h"
 #include "program.h"
 #include "temp_dir.h"
@@ -295,7 +296,9 @@ class Proof {
   }
 
   std::vector<std::string> Environment() const {
-    return {"LD_PRELOAD=" + recorder_, "ARGUMENTS_FILE=" + (record_ / "arguments")};
+    std::vector<std::string> variables = test::Preloading(recorder_);
+    variables.push_back("ARGUMENTS_FILE=" + (record_ / "arguments"));
+    return variables;
   }
 
   [[noreturn]] void Request(const Way& way, const Place& place, const std::string& answerFile) const {

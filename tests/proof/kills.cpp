@@ -24,6 +24,7 @@
 
 #include "jobs.h"
 #include "pictures.h"
+#include "preload.h"
 #include "private_tmp.h"
 #include "process.h"
 #include "temp_dir.h"
@@ -160,8 +161,10 @@ class Proof {
   }
 
   void Clean(const Source& source) const {
-    test::RunTool({"/usr/bin/env", "ASAN_OPTIONS=verify_asan_link_order=0", "LD_PRELOAD=" + later_, command_, "clean",
-                   fs::path(source.Path()).parent_path()});
+    std::vector<std::string> argv = test::Preloading(later_);
+    argv.insert(argv.begin(), "/usr/bin/env");
+    argv.insert(argv.end(), {command_, "clean", fs::path(source.Path()).parent_path()});
+    test::RunTool(argv);
   }
 
   const std::string command_;

@@ -25,7 +25,7 @@ struct Outcome {
 Outcome RunShell(const std::string& before, const std::string& options) {
   TempDir files;
   Process shell({"/bin/sh", "-c",
-                 before + " " TAVITHUMB_WEB " --policy " POLICY_FOLDER " --tool-memory " TOOL_MEMORY " " + options +
+                 before + " '" TAVITHUMB_WEB "' --policy '" POLICY_FOLDER "' --tool-memory " TOOL_MEMORY " " + options +
                      " >" + (files / "out") + " 2>" + (files / "err")},
                 {});
   const int code = shell.Wait();
@@ -159,7 +159,7 @@ TEST(WebProgram, AcceptsASocketFromItsSupervisor) {
   Process program({"/bin/sh", "-c",
                    "exec 3<&" + std::to_string(listening) +
                        "; export LISTEN_PID=$$ LISTEN_FDS=1; "
-                       "exec " TAVITHUMB_WEB " --policy " POLICY_FOLDER " --tool-memory " TOOL_MEMORY " --root " +
+                       "exec '" TAVITHUMB_WEB "' --policy '" POLICY_FOLDER "' --tool-memory " TOOL_MEMORY " --root " +
                        folder.Path()},
                   {});
   EXPECT_NE(ReadAll(client).find("{\"path\":\"\",\"folders\":[],\"files\":[],\"unreadable\":0}\n"), std::string::npos);

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <grp.h>
 #include <netinet/in.h>
+#include <preload.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -14,6 +15,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdlib>
 #include <filesystem>
 #include <random>
 #include <set>
@@ -180,7 +182,13 @@ void PrintTo(Front front, std::ostream* stream) {
   *stream << names[static_cast<int>(front)];
 }
 
-Site::Site(Front front, const SiteOptions& options) : prefix_(options.prefix) {
+// In /tmp, where the program may write whatever it shows: the probe's notes.
+TempDir Site::FolderInTmp() {
+  unsetenv("TMPDIR");
+  return TempDir();
+}
+
+Site::Site(Front front, const SiteOptions& options) : folder_(FolderInTmp()), prefix_(options.prefix) {
   chmod(folder_.Path().c_str(), 0755);
   std::filesystem::create_directory(Photos());
   std::filesystem::create_directory(folder_ / "documents");
@@ -219,6 +227,13 @@ void Site::Start(Front front, const SiteOptions& options) {
   }
 }
 
+std::vector<std::string> Site::EnvironmentOf(const SiteOptions& options) const {
+  std::vector<std::string> environment = Preloading(WEB_PROBE);
+  environment.push_back("PROBE_FILE=" + (folder_ / "noted"));
+  environment.insert(environment.end(), options.environment.begin(), options.environment.end());
+  return environment;
+}
+
 void Site::StartProgram(const SiteOptions& options) {
   std::vector<std::string> argv = {TAVITHUMB_WEB, "--scgi",        Socket(),   "--policy",
                                    POLICY_FOLDER, "--tool-memory", TOOL_MEMORY};
@@ -226,20 +241,16 @@ void Site::StartProgram(const SiteOptions& options) {
     argv.insert(argv.end(), {"--root", root});
   }
   argv.insert(argv.end(), options.program.begin(), options.program.end());
-  std::vector<std::string> environment = options.environment;
-  environment.insert(environment.end(), {"LD_PRELOAD=" WEB_PROBE, "ASAN_OPTIONS=verify_asan_link_order=0",
-                                         "PROBE_FILE=" + (folder_ / "noted")});
   if (options.user != 0) chmod(folder_.Path().c_str(), 0777);
-  program_ = std::make_unique<Process>(argv, environment, options.user);
+  program_ = std::make_unique<Process>(argv, EnvironmentOf(options), options.user);
   AwaitListening(*program_, [this] { return ConnectScgi(); });
 }
 
 // A program for the web server to start, with its settings.
 std::string Site::WriteCgi(const SiteOptions& options) {
   std::string script = "#!/bin/sh\n";
-  for (const std::string& variable : options.environment) script += "export " + variable + "\n";
-  script += "export ASAN_OPTIONS=verify_asan_link_order=0 LD_PRELOAD=" WEB_PROBE " PROBE_FILE=" + (folder_ / "noted") +
-            "\nexec " TAVITHUMB_WEB " --policy " POLICY_FOLDER " --tool-memory " TOOL_MEMORY;
+  for (const std::string& variable : EnvironmentOf(options)) script += "export '" + variable + "'\n";
+  script += "exec '" TAVITHUMB_WEB "' --policy '" POLICY_FOLDER "' --tool-memory " TOOL_MEMORY;
   for (const std::string& option : options.program) script += " " + option;
   WriteFile(folder_ / "start", script + " --root " + Photos() + "\n");
   chmod((folder_ / "start").c_str(), 0755);

@@ -84,7 +84,9 @@ class Site {
   std::vector<std::string> Noted(const std::string& kind) const;
 
  private:
+  static TempDir FolderInTmp();
   void Start(Front front, const SiteOptions& options);
+  std::vector<std::string> EnvironmentOf(const SiteOptions& options) const;
   void StartProgram(const SiteOptions& options);
   void StartNginx(const std::string& location);
   void StartLighttpd(const std::string& module, const std::string& rule);
