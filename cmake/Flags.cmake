@@ -1,8 +1,8 @@
 # SPDX-License-Identifier: GPL-3.0-or-later
-# What every target is built with: warnings that are errors, and, in a release, what hardens it.
+# What every target is built with: warnings, which the developers' presets turn into errors, and hardening in a release.
 add_library(tavithumb_flags INTERFACE)
-target_compile_options(tavithumb_flags INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
-# Of C++20's strings GCC 12 says so of sums that are well: https://gcc.gnu.org/bugzilla/show_bug.cgi?id=105651
+target_compile_options(tavithumb_flags INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
+# GCC 12 warns about correct concatenations of C++20's strings: https://gcc.gnu.org/bugzilla/show_bug.cgi?id=105651
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13 AND CMAKE_CXX_STANDARD GREATER_EQUAL 20)
   target_compile_options(tavithumb_flags INTERFACE -Wno-restrict)
 endif()
@@ -24,4 +24,13 @@ if(TAVITHUMB_HARDEN)
   target_compile_options(tavithumb_flags INTERFACE -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2 -fstack-protector-strong
                                                    -fstack-clash-protection)
   target_link_options(tavithumb_flags INTERFACE -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)
+endif()
+
+option(TAVITHUMB_CCACHE "Compile through ccache where it is installed" OFF)
+if(TAVITHUMB_CCACHE AND NOT DEFINED CMAKE_CXX_COMPILER_LAUNCHER)
+  find_program(CCACHE ccache)
+  if(CCACHE)
+    # Without this ccache keeps nothing that a precompiled header goes into.
+    set(CMAKE_CXX_COMPILER_LAUNCHER env CCACHE_SLOPPINESS=pch_defines,time_macros ${CCACHE})
+  endif()
 endif()

@@ -17,6 +17,7 @@ quietly cmake --build "$work/dummy" --target install
 
 quietly cmake -S "$source" -B "$work/build" -G Ninja -DTAVITHUMB_APPS=OFF -DTAVITHUMB_TESTS=OFF \
   -DTAVITHUMB_PLATFORM_PREFIX="$work/prefix"
+! grep -q -- -Werror "$work/build/build.ninja" || fail "warnings are errors outside the presets of developers"
 quietly cmake --build "$work/build"
 
 [ -z "$(find "$work/build" -name 'libtavi[a-z]*.so*' ! -name 'libtavithumb*')" ] || fail "stand-ins were built"
