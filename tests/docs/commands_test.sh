@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: GPL-3.0-or-later
-# commands_test.sh SOURCE BUILD   Runs each command of the documents, or checks that the test named in commands.txt
-# does.
+# commands_test.sh run SOURCE BUILD     runs each command of the documents, or checks that the test named in commands.txt does
+# commands_test.sh check SOURCE BUILD   checks that each has a row in commands.txt; runs nothing
 set -uo pipefail
-export checkout=$1 build=$2
+mode=$1
+export checkout=$2 build=$3
 tests=$(dirname "$(readlink -f "$0")")
 cd "$checkout" || exit 1
 git rev-parse --git-dir >/dev/null 2>&1 || { echo "SKIPPED: not a checkout of git"; exit 77; }
@@ -102,6 +103,7 @@ in_sandbox() { sed -E "s#(^|[ =])/(srv|etc|run)/#\1$sandbox/\2/#g"; }
 # run FOLDER COMMAND OUTPUT
 run() {
   local status=0 expected
+  [ "$mode" = run ] || return
   echo "$2"
   (cd "$1" && PATH=$sandbox/bin:$sandbox/usr/bin:$sandbox/usr/sbin:$PATH DESTDIR=$sandbox \
     timeout 1200 bash -c "$(in_sandbox <<<"$2")") >"$work/out" 2>"$work/err" || status=$?
@@ -127,13 +129,13 @@ while IFS=$'\t' read -r document command _; do
 done <"$table"
 
 known_tests=$(ctest --test-dir "$build" -N | sed -n 's/^ *Test *#[0-9]*: //p')
-make_pictures
+[ "$mode" != run ] || make_pictures
 export port=$((20000 + RANDOM % 20000))
 of=""
 while IFS=$'\t' read -r document command output <&4; do
   how=$(awk -F '\t' -v document="$document" -v command="${command//\\/\\\\}" \
     '$1 == document && $2 == command { print $3; exit }' "$table")
-  [ "$of" = "$document" ] || make_sandbox
+  [ "$mode" != run ] || [ "$of" = "$document" ] || make_sandbox
   of=$document
   case $how in
     pictures) run "$pictures" "$command" "$output" ;;
@@ -141,7 +143,7 @@ while IFS=$'\t' read -r document command output <&4; do
     checkout) run "$checkout" "$command" "$output" ;;
     "checkout: "*) run "$checkout" "${how#*: }" "$output" ;;
     "test: "*) grep -qxF "${how#*: }" <<<"$known_tests" || fail "there is no test ${how#*: }, named for '$command'" ;;
-    "gate: "*) grep -qxF "run ${how#*: }" .ci/run || fail ".ci/run has no step ${how#*: }, named for '$command'" ;;
+    "gate: "*) grep -qxE "(run|beside) ${how#*: }" .ci/run || fail ".ci/run has no step ${how#*: }, named for '$command'" ;;
     "proof: "*) grep -qF "$command" "tests/proof/${how#*: }" || fail "no proof ${how#*: } runs '$command'" ;;
     "shown: "*) ;;
     *) fail "$document: nothing in commands.txt says how '$command' is tested" ;;
