@@ -10,6 +10,7 @@ cd "$checkout" || exit 1
 git rev-parse --git-dir >/dev/null 2>&1 || { echo "SKIPPED: not a checkout of git"; exit 77; }
 
 work=$(mktemp -d)
+export sandbox=$work/sandbox pictures=$work/sandbox/srv/photos
 trap 'rm -rf "$work"' EXIT
 failures=0
 fail() {
@@ -68,7 +69,6 @@ make_pictures() {
 # A machine's folders for one document; commands that would change this machine are replaced by harmless ones.
 make_sandbox() {
   local name
-  export sandbox=$work/sandbox pictures=$work/sandbox/srv/photos
   rm -rf "$sandbox"
   mkdir -p "$pictures/.tavi_ea/clip.mp4" "$sandbox"/{srv/films,etc/systemd/system,run,bin,home}
   for name in IMG_1234.JPG photo.jpg a.jpg b.jpg; do cp "$work/scene.jpg" "$pictures/$name"; done
