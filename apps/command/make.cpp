@@ -15,6 +15,7 @@
 #include "command/batch/summary.h"
 #include "command/batch/walk.h"
 #include "command/output.h"
+#include "system/clock.h"
 #include "system/paths.h"
 #include "system/signals.h"
 #include "system/text.h"
@@ -22,7 +23,7 @@
 namespace tavithumb::apps::command {
 namespace {
 
-// One run: names go from the walk to the pool, results from there to the summary and to those who read along.
+// One run: names go from the walk to the pool, results from there to the summary and to the output.
 class Run {
  public:
   explicit Run(MakeRequest request)
@@ -33,95 +34,91 @@ class Run {
               [this](const std::string& name, const Problem& problem) {
                 Result result;
                 result.Fail("", problem);
-                Tell({name, std::move(result), 0});
+                ReportDone({name, std::move(result), 0});
               }),
         pool_(request.jobs, std::move(request.order)) {}
 
-  MakeOutcome ToItsEnd();
+  MakeOutcome Execute();
 
  private:
-  bool IsStopped() const { return signalsSeen_ != 0 || broken_ || IsAtLimit(); }
+  bool IsStopped() const { return pool_.IsInterrupted() || writeError_ || IsAtLimit(); }
   bool IsAtLimit() const { return limit_ && summary_.FilesWithMade() >= *limit_; }
   bool HasMore() const { return next_ || !walk_.HasEnded(); }
   bool IsDone() const { return pool_.Running() == 0 && (IsStopped() || !HasMore()); }
-  void GiveOut();
-  void GoOn();
-  void TakeSignals();
-  void Tell(const Done& done);
+  void DispatchNames();
+  void AwaitEvents();
+  void HandleSignals();
+  void ReportDone(const Done& done);
   void Print(const std::string& text);
   void ShowStatus();
-  void SayWhereItStopped();
+  void ReportWhereItStopped();
 
   const bool isDryRun_;
   const bool json_;
   const std::optional<std::size_t> limit_;
-  const Signals signals_;
+  const Signals signals_{SIGINT, SIGTERM, SIGHUP, SIGWINCH};
   ProgressDisplay progress_;
   Summary summary_;
   Walk walk_;
   Pool pool_;
-  std::optional<std::string> next_;  // to be given out
-  std::string last_;                 // that was given out
-  int signalsSeen_ = 0;
-  std::exception_ptr broken_;  // standard output is, and this tells how
+  std::optional<std::string> next_;  // to be dispatched
+  std::string last_;                 // that was dispatched
+  std::exception_ptr writeError_;    // of standard output
 };
 
-MakeOutcome Run::ToItsEnd() {
-  for (GiveOut(); !IsDone(); GiveOut()) {
-    GoOn();
-    for (const Done& done : pool_.Collect()) Tell(done);
+MakeOutcome Run::Execute() {
+  for (DispatchNames(); !IsDone(); DispatchNames()) {
+    AwaitEvents();
+    for (const Done& done : pool_.Collect()) ReportDone(done);
     ShowStatus();
   }
   progress_.Clear();
-  if (broken_) std::rethrow_exception(broken_);
-  SayWhereItStopped();
-  const bool isInterrupted = signalsSeen_ != 0;
+  if (writeError_) std::rethrow_exception(writeError_);
+  ReportWhereItStopped();
+  const bool isInterrupted = pool_.IsInterrupted();
   if (json_) WriteOut(summary_.AsJson(isInterrupted));
   WriteSummary(summary_.AsText(isDryRun_), json_);
   if (isInterrupted) return MakeOutcome::kInterrupted;
   return summary_.HasFailures() ? MakeOutcome::kSomeFailed : MakeOutcome::kAllWell;
 }
 
-// Each file that is worked on may be the one that reaches the limit.
-void Run::GiveOut() {
+// Each running file may be the one that reaches the limit.
+void Run::DispatchNames() {
   while (!IsStopped() && (!limit_ || summary_.FilesWithMade() + pool_.Running() < *limit_)) {
     if (!next_) next_ = walk_.Next();
-    if (!next_ || !pool_.Give(*next_)) return;
+    if (!next_ || !pool_.Dispatch(*next_)) return;
     last_ = *std::exchange(next_, std::nullopt);
   }
 }
 
-// Waits until there is something to do, and walks on.
-void Run::GoOn() {
+// Waits until there is something to do, and takes a step of the walk.
+void Run::AwaitEvents() {
   const bool canStep = !IsStopped() && walk_.CanStep();
   std::vector<pollfd> descriptors = {{signals_.Descriptor(), POLLIN, 0},
                                      {IsStopped() ? -1 : walk_.Descriptor(), POLLIN, 0}};
   pool_.AddTo(&descriptors);
-  const int forPool = pool_.NextEvent();
-  const int wait = forPool == -1 ? progress_.NextEvent() : std::min(forPool, progress_.NextEvent());
-  poll(descriptors.data(), descriptors.size(), canStep ? 0 : wait);
-  TakeSignals();
+  const Clock::time_point next = std::min(pool_.NextEvent(), progress_.NextEvent());
+  poll(descriptors.data(), descriptors.size(), canStep ? 0 : MillisecondsUntil(next));
+  HandleSignals();
   if (canStep || descriptors[1].revents != 0) walk_.Step();
 }
 
-// The first lets the running files come to their end, the second does not.
-void Run::TakeSignals() {
-  while (const std::optional<int> number = signals_.Take()) {
+void Run::HandleSignals() {
+  while (const std::optional<int> number = signals_.Receive()) {
     if (*number == SIGWINCH) {
       progress_.Redraw();
-    } else if (++signalsSeen_ == 1) {
-      progress_.Say("finishing the running files; press Ctrl-C again to stop them at once");
-    } else {
-      pool_.Abandon();
+      continue;
     }
+    if (!pool_.IsInterrupted()) progress_.Say("finishing the running files; press Ctrl-C again to stop them at once");
+    pool_.Interrupt();
   }
 }
 
-void Run::Tell(const Done& done) {
+void Run::ReportDone(const Done& done) {
   summary_.Add(done.result);
-  std::set<std::string> told;
+  std::set<std::string> reported;
   for (const Failure& failure : done.result.failures) {
-    if (!told.insert(failure.reason).second) continue;
+    if (!reported.insert(failure.reason).second) continue;
     progress_.Say(Printable(done.name) + ": " + failure.reason + "; " + failure.remedy);
   }
   if (json_) return Print(JsonResult(AbsolutePath(done.name), done.result, done.milliseconds));
@@ -129,12 +126,12 @@ void Run::Tell(const Done& done) {
 }
 
 void Run::Print(const std::string& text) {
-  if (broken_) return;
+  if (writeError_) return;
   if (isatty(STDOUT_FILENO) != 0) progress_.Clear();
   try {
     WriteOut(text);
   } catch (const std::exception&) {
-    broken_ = std::current_exception();
+    writeError_ = std::current_exception();
   }
 }
 
@@ -143,8 +140,8 @@ void Run::ShowStatus() {
   progress_.Show({done, std::max(walk_.Count(), done + pool_.Running()), !walk_.HasFoundAll(), last_});
 }
 
-void Run::SayWhereItStopped() {
-  if (signalsSeen_ != 0) {
+void Run::ReportWhereItStopped() {
+  if (pool_.IsInterrupted()) {
     const std::string where = last_.empty() ? "before the first file" : "at " + Printable(last_);
     progress_.Say("stopped after " + std::to_string(summary_.Files()) + " files, " + where +
                   "; run it again to continue from there");
@@ -157,7 +154,7 @@ void Run::SayWhereItStopped() {
 }  // namespace
 
 MakeOutcome Make(MakeRequest request) {
-  return Run(std::move(request)).ToItsEnd();
+  return Run(std::move(request)).Execute();
 }
 
 }  // namespace tavithumb::apps::command

@@ -6,9 +6,15 @@
 
 namespace tavithumb::apps {
 
+// For deadlines: nobody sets it.
 using Clock = std::chrono::steady_clock;
 
 // Returns the current time: Clock::now, or a clock that a test sets.
 using Now = std::function<Clock::time_point()>;
+
+constexpr Clock::time_point noDeadline = Clock::time_point::max();
+
+// The timeout for poll() that ends at `moment` or up to a millisecond later; -1, which is indefinite, for noDeadline.
+int MillisecondsUntil(Clock::time_point moment, Clock::time_point now = Clock::now());
 
 }  // namespace tavithumb::apps

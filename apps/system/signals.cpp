@@ -17,14 +17,14 @@ bool IsIgnored(int number) {
 
 }  // namespace
 
-Signals::Signals() {
-  sigset_t taken;
-  sigemptyset(&taken);
-  for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGWINCH}) {
-    if (!IsIgnored(number)) sigaddset(&taken, number);
+Signals::Signals(std::initializer_list<int> numbers) {
+  sigset_t watched;
+  sigemptyset(&watched);
+  for (const int number : numbers) {
+    if (!IsIgnored(number)) sigaddset(&watched, number);
   }
-  pthread_sigmask(SIG_BLOCK, &taken, &before_);
-  file_ = FileDescriptor(signalfd(-1, &taken, SFD_CLOEXEC | SFD_NONBLOCK));
+  pthread_sigmask(SIG_BLOCK, &watched, &before_);
+  file_ = FileDescriptor(signalfd(-1, &watched, SFD_CLOEXEC | SFD_NONBLOCK));
   if (!file_.IsOpen()) throw std::system_error(errno, std::generic_category(), "signals");
 }
 
@@ -32,10 +32,17 @@ Signals::~Signals() {
   pthread_sigmask(SIG_SETMASK, &before_, nullptr);
 }
 
-std::optional<int> Signals::Take() const {
+std::optional<int> Signals::Receive() const {
   signalfd_siginfo info = {};
   if (read(file_.Number(), &info, sizeof info) != sizeof info) return std::nullopt;
   return static_cast<int>(info.ssi_signo);
+}
+
+void RestoreSignals() {
+  for (const int number : {SIGTERM, SIGINT, SIGCHLD}) static_cast<void>(std::signal(number, SIG_DFL));
+  sigset_t none;
+  sigemptyset(&none);
+  pthread_sigmask(SIG_SETMASK, &none, nullptr);
 }
 
 }  // namespace tavithumb::apps

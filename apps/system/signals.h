@@ -2,29 +2,33 @@
 #pragma once
 
 #include <csignal>
+#include <initializer_list>
 #include <optional>
 
 #include "system/file_descriptor.h"
 
 namespace tavithumb::apps {
 
-// The signals that a run takes as messages, as long as this lives: those that end it, and that the terminal has
-// changed its size. What the caller has had ignored stays so.
+// Blocks signals and queues them to be read, as long as this lives. Signals that the caller had ignored stay ignored.
 class Signals {
  public:
   // Throws std::system_error.
-  Signals();
+  explicit Signals(std::initializer_list<int> numbers);
   ~Signals();
   Signals(const Signals&) = delete;
   Signals& operator=(const Signals&) = delete;
 
+  // Readable when a signal is pending.
   int Descriptor() const { return file_.Number(); }
-  // The number of one that has come.
-  std::optional<int> Take() const;
+  // The number of a pending signal; nothing when there is none.
+  std::optional<int> Receive() const;
 
  private:
   sigset_t before_;
   FileDescriptor file_;
 };
+
+// For a forked child: unblocks all signals, and restores the default action of SIGTERM, SIGINT and SIGCHLD.
+void RestoreSignals();
 
 }  // namespace tavithumb::apps

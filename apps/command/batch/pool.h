@@ -4,54 +4,55 @@
 #include <poll.h>
 #include <sys/types.h>
 
-#include <chrono>
 #include <cstddef>
 #include <list>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "command/batch/report.h"
 #include "command/batch/work.h"
-#include "command/batch/worker.h"
+#include "system/clock.h"
 #include "system/file_descriptor.h"
+#include "system/supervisor.h"
 
 namespace tavithumb::apps::command {
 
-// A file that was given out, with what has come of it.
+// A file that was dispatched, with its result.
 struct Done {
   std::string name;
   Result result;
   double milliseconds;
 };
 
-// Works on files in processes of its own, each on one file at a time: the library works on one at a time only, and a
-// file that crashes a decoder ends that process alone. Such a file counts as failed, as does one that takes too long.
-// Each process is the head of a group with its tools, so that a terminal's Ctrl-C does not reach them.
+// Works on files in forked workers, one file at a time each: the library makes one thumbnail at a time, and a file that
+// crashes a decoder ends one worker only. That file fails, as does one that takes too long, and another worker takes
+// over. A worker gets the paths of its files over a socket, and answers with reports.
 class Pool {
  public:
   Pool(std::size_t maximum, Order order);
-  // Ends all that still runs.
+  // Stops all workers, and removes what they leave behind.
   ~Pool();
   Pool(const Pool&) = delete;
   Pool& operator=(const Pool&) = delete;
 
-  // False when none is free. Throws std::system_error when not a single process can be started.
-  bool Give(const std::string& name);
+  // False when no worker is free. Throws std::system_error when not a single one can be started.
+  bool Dispatch(const std::string& name);
+  // How many workers have a file.
   std::size_t Running() const;
 
-  // Adds what to wait for, as long as NextEvent() milliseconds, -1 for without an end, before Collect().
-  void AddTo(std::vector<pollfd>* descriptors) const;
-  int NextEvent() const;
+  // Collect() returns the files that are done since. It is due when one of the descriptors that AddTo() adds is
+  // readable, and when NextEvent() has come.
   std::vector<Done> Collect();
+  void AddTo(std::vector<pollfd>* descriptors) const;
+  Clock::time_point NextEvent() const { return supervisor_.NextEvent(); }
 
-  // Ends what runs, and its tools, as soon as they can; nothing comes of those files.
-  void Abandon();
+  // After the first call nothing more is to be dispatched. The second one stops the workers; files that were not done
+  // by then get no result.
+  void Interrupt() { supervisor_.Interrupt(); }
+  bool IsInterrupted() const { return supervisor_.IsInterrupted(); }
 
  private:
-  using Clock = std::chrono::steady_clock;
-
-  enum class Stage { kWell, kToldToEnd, kKilled };
-
   struct Task {
     std::string name;
     std::string path;
@@ -61,28 +62,23 @@ class Pool {
 
   struct Worker {
     pid_t process = -1;
-    FileDescriptor line;  // closed when it has ended, or is as good as that
+    FileDescriptor channel;  // closed when the worker has ended, or is to get nothing more
     std::string scratch;
     std::optional<Task> task;
-    Stage stage = Stage::kWell;
-    Clock::time_point deadline;  // of the task, or of what its end takes
-    int status = 0;              // as waitpid() tells it
   };
 
   Worker* FindIdle();
-  Worker* Start();
-  Worker Fork() const;
-  static void Listen(Worker* worker, std::vector<Done>* done);
-  static void Finish(Worker* worker, Result result, std::vector<Done>* done);
-  static void PushOn(Worker* worker);
-  static void Break(Worker* worker);
-  static bool IsGone(Worker* worker);
-  void LayToRest(Worker* worker, std::vector<Done>* done) const;
+  Worker* StartUnlessFull();
+  Worker StartWorker();
+  void Receive(Worker* worker, std::vector<Done>* done);
+  void Finish(Worker* worker, Result result, std::vector<Done>* done);
+  void CleanUp(const EndedChild& ended, std::vector<Done>* done);
+  void FinishEnded(Worker* worker, const EndedChild& ended, std::vector<Done>* done);
 
   std::size_t maximum_;
   Order order_;
+  Supervisor supervisor_;
   std::list<Worker> workers_;
-  bool isAbandoned_ = false;
 };
 
 }  // namespace tavithumb::apps::command

@@ -106,11 +106,6 @@ void ProgressDisplay::Draw(const RunCounts& counts, const std::string& figures) 
   screen_.write("\r" + line + eraseToEnd);
 }
 
-int ProgressDisplay::NextEvent() const {
-  const auto wait = std::chrono::ceil<std::chrono::milliseconds>(next_ - screen_.now());
-  return static_cast<int>(std::max<std::chrono::milliseconds::rep>(wait.count(), 0));
-}
-
 void ProgressDisplay::Say(const std::string& message) {
   const std::string said = "tavithumb: " + message;
   screen_.write(isDrawn_ ? "\r" + said + eraseToEnd + "\n" + line_ : said + "\n");

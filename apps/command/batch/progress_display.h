@@ -40,9 +40,9 @@ class ProgressDisplay {
   ProgressDisplay(const ProgressDisplay&) = delete;
   ProgressDisplay& operator=(const ProgressDisplay&) = delete;
 
-  // To be called whenever the counts change and every NextEvent() milliseconds. Draws only when it is time to.
+  // To be called whenever the counts change and at NextEvent(). Draws only when it is time to.
   void Show(const RunCounts& counts);
-  int NextEvent() const;
+  Clock::time_point NextEvent() const { return next_; }
 
   // Makes the next Show() draw at once, because the terminal has a new size.
   void Redraw() {

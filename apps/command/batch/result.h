@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <vector>
 
@@ -30,10 +29,6 @@ struct Result {
     failures.push_back({size, problem.reason, problem.remedy});
   }
 };
-
-// The form in which workers send results to the process that collects them.
-void to_json(nlohmann::json& json, const Result& result);
-void from_json(const nlohmann::json& json, Result& result);
 
 // The result as one line of the command's JSON output.
 std::string JsonResult(const std::string& path, const Result& result, double milliseconds);

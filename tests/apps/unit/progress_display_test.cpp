@@ -33,6 +33,8 @@ class Progress : public testing::Test {
     return std::exchange(written, "");
   }
 
+  int MillisecondsLeft() const { return MillisecondsUntil(display->NextEvent(), time); }
+
   Clock::time_point time;
   std::size_t columns = 80;
   std::string written;
@@ -41,28 +43,28 @@ class Progress : public testing::Test {
 
 TEST_F(Progress, IsALineThatIsRedrawnTenTimesASecondOnATerminal) {
   Start(true);
-  EXPECT_EQ(display->NextEvent(), 100);
+  EXPECT_EQ(MillisecondsLeft(), 100);
   EXPECT_EQ(ShowAfter(milliseconds(99), {0, 1, true, "a.png"}), "");
-  EXPECT_EQ(display->NextEvent(), 1);
+  EXPECT_EQ(MillisecondsLeft(), 1);
   EXPECT_EQ(ShowAfter(milliseconds(1), {0, 1, true, "a.png"}), Drawn("0/1+  a.png"));
-  EXPECT_EQ(display->NextEvent(), 100);
+  EXPECT_EQ(MillisecondsLeft(), 100);
   EXPECT_EQ(ShowAfter(milliseconds(100), {0, 1, true, "a.png"}), "");  // as it was
   EXPECT_EQ(ShowAfter(milliseconds(100), {0, 2, false, "b.png"}), Drawn("0/2  b.png"));
   EXPECT_EQ(ShowAfter(milliseconds(50), {1, 2, false, "b.png"}), "");
   time += seconds(1);
-  EXPECT_EQ(display->NextEvent(), 0);
+  EXPECT_EQ(MillisecondsLeft(), 0);
 }
 
 TEST_F(Progress, IsANewLineEveryFiveSecondsElsewhere) {
   Start(false);
-  EXPECT_EQ(display->NextEvent(), 5000);
+  EXPECT_EQ(MillisecondsLeft(), 5000);
   EXPECT_EQ(ShowAfter(milliseconds(4999), {9, 99, true, "a.png"}), "");
   EXPECT_EQ(ShowAfter(milliseconds(1), {0, 1, true, "a.png"}), "tavithumb: 0/1+\n");
-  EXPECT_EQ(display->NextEvent(), 5000);
+  EXPECT_EQ(MillisecondsLeft(), 5000);
   EXPECT_EQ(ShowAfter(seconds(5), {100, 200, false, ""}), "tavithumb: 100/200  10/s  10 s left\n");
   display->Clear();
   display->Redraw();
-  EXPECT_EQ(display->NextEvent(), 5000);
+  EXPECT_EQ(MillisecondsLeft(), 5000);
   display.reset();
   EXPECT_EQ(written, "");
 }
@@ -132,7 +134,7 @@ TEST_F(Progress, IsDrawnAtOnceWhenTheTerminalHasANewSize) {
   columns = 16;
   EXPECT_EQ(ShowAfter(milliseconds(1), {0, 1, false, "a-long-name.png"}), "");
   display->Redraw();
-  EXPECT_EQ(display->NextEvent(), 0);
+  EXPECT_EQ(MillisecondsLeft(), 0);
   EXPECT_EQ(ShowAfter(milliseconds(0), {0, 1, false, "a-long-name.png"}), Drawn("0/1  ...ame.png"));
 }
 

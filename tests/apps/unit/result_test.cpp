@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <nlohmann/json.hpp>
-
 namespace tavithumb::apps::command {
 namespace {
 
@@ -16,28 +14,6 @@ Result PartlyFailed() {
   result.bytes = 9876543210;
   result.Fail("xlarge", {Problem::Kind::kNoPlace, "the disk is full", "make room on it"});
   return result;
-}
-
-TEST(Results, ComeFromWorkersAsTheyWereSent) {
-  const Result sent = PartlyFailed();
-  const Result received = nlohmann::json::parse(nlohmann::json(sent).dump()).get<Result>();
-  EXPECT_EQ(received.made, sent.made);
-  EXPECT_EQ(received.found, sent.found);
-  EXPECT_EQ(received.notNeeded, sent.notNeeded);
-  EXPECT_EQ(received.bytes, sent.bytes);
-  ASSERT_EQ(received.failures.size(), 1u);
-  EXPECT_EQ(received.failures.front().size, "xlarge");
-  EXPECT_EQ(received.failures.front().reason, "the disk is full");
-  EXPECT_EQ(received.failures.front().remedy, "make room on it");
-}
-
-TEST(Results, ThatAreIncompleteAreRefused) {
-  nlohmann::json whole = PartlyFailed();
-  for (const char* key : {"made", "found", "notNeeded", "failures", "bytes"}) {
-    nlohmann::json incomplete = whole;
-    incomplete.erase(key);
-    EXPECT_THROW(static_cast<void>(incomplete.get<Result>()), nlohmann::json::exception) << key;
-  }
 }
 
 TEST(Results, AreOneLineOfJson) {
