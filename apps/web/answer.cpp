@@ -58,18 +58,18 @@ Found FindSource(const Target& target, const Roots& roots) {
 }
 
 // Only one process makes a thumbnail of a source; those that have waited find it stored.
-void Make(const Found& source, const Target& target, RequestedThumb* job, Progress* progress) {
+void Make(const Found& source, const Target& target, RequestedThumb* job, RequestState* state) {
   const SourceLock lock(source.OpenPath());
-  const ScratchFolder scratch(progress);
+  const ScratchFolder scratch(state);
   if (!job->Resolve()) throw ErrorOf(WhyNoAnswer(job->Failed(), target.request));
   if (access(job->GetOutputFile().c_str(), R_OK) != 0) throw HttpError(kServiceUnavailable, "its thumbnail is gone");
 }
 
-void Deliver(RequestedThumb* job, Progress* progress) {
-  progress->hasAnswered = true;
+void Deliver(RequestedThumb* job, RequestState* state) {
+  state->hasAnswered = true;
   // The answer to the same address may be the HEIF source itself for those who can show it.
   Print("X-Content-Type-Options: nosniff\r\nVary: Accept\r\n");
-  if (!job->HttpOutputFile(job->MimeType())) syslog(LOG_INFO, "%s: aborted", progress->request.data());
+  if (!job->HttpOutputFile(job->MimeType())) syslog(LOG_INFO, "%s: aborted", state->request.data());
   if (job->IsTemporary()) unlink(job->GetOutputFile().c_str());
 }
 
@@ -86,32 +86,32 @@ void WithProblems(const Step& step) {
   }
 }
 
-void AnswerThumb(const Target& target, const Roots& roots, Progress* progress) {
+void AnswerThumb(const Target& target, const Roots& roots, RequestState* state) {
   const Found source = FindSource(target, roots);
   WithProblems([&] {
     RequestedThumb stored(source.path, target.request);
-    if (stored.FindStored() && !IsBeingMade(source.OpenPath())) return Deliver(&stored, progress);
+    if (stored.FindStored() && !IsBeingMade(source.OpenPath())) return Deliver(&stored, state);
     RequestedThumb made(source.path, target.request);
-    Make(source, target, &made, progress);
-    Deliver(&made, progress);
+    Make(source, target, &made, state);
+    Deliver(&made, state);
   });
 }
 
-void AnswerOriginal(const Target& target, const Roots& roots, Progress* progress) {
+void AnswerOriginal(const Target& target, const Roots& roots, RequestState* state) {
   const Found source = FindSource(target, roots);
   WithProblems([&] {
     RequestedThumb job(source.path, {{"original", {}}, 0, Thumb::OPT_NO_CONVERT, false});
     if (!job.HasShowableSource()) throw HttpError(kUnsupportedMediaType, "a browser cannot show the original");
-    progress->hasAnswered = true;
+    state->hasAnswered = true;
     Print("X-Content-Type-Options: nosniff\r\n");
-    if (!job.OutputOriginalImage()) syslog(LOG_INFO, "%s: aborted", progress->request.data());
+    if (!job.OutputOriginalImage()) syslog(LOG_INFO, "%s: aborted", state->request.data());
   });
 }
 
-void AnswerList(const Target& target, const Roots& roots, Progress* progress) {
+void AnswerList(const Target& target, const Roots& roots, RequestState* state) {
   const Listing listing = ListFolder(roots, target.path);
   const std::string body = target.wantsHtml ? ListAsHtml(listing, target.prefix) : ListAsJson(listing);
-  progress->hasAnswered = true;
+  state->hasAnswered = true;
   Print(target.wantsHtml ? "Content-Type: text/html; charset=utf-8\r\n"
                            "Content-Security-Policy: default-src 'none'; img-src 'self'; style-src 'self'; base-uri "
                            "'none'; form-action 'none'; frame-ancestors 'none'\r\n"
@@ -121,34 +121,34 @@ void AnswerList(const Target& target, const Roots& roots, Progress* progress) {
   if (!target.isHead) Print(body);
 }
 
-void AnswerTarget(const Target& target, const Roots& roots, Progress* progress) {
+void AnswerTarget(const Target& target, const Roots& roots, RequestState* state) {
   switch (target.route) {
     case Route::kThumb:
-      return AnswerThumb(target, roots, progress);
+      return AnswerThumb(target, roots, state);
     case Route::kOriginal:
-      return AnswerOriginal(target, roots, progress);
+      return AnswerOriginal(target, roots, state);
     case Route::kList:
-      return AnswerList(target, roots, progress);
+      return AnswerList(target, roots, state);
   }
 }
 
 }  // namespace
 
-void Refuse(const Variables& variables, const HttpError& error, Progress* progress) {
-  progress->hasAnswered = true;
+void Refuse(const Variables& variables, const HttpError& error, RequestState* state) {
+  state->hasAnswered = true;
   Print(ErrorResponse(error, ValueOf(variables, "REQUEST_METHOD") != "HEAD"));
-  syslog(LOG_NOTICE, "%s: %d %s", progress->request.data(), error.Code(), error.what());
+  syslog(LOG_NOTICE, "%s: %d %s", state->request.data(), error.Code(), error.what());
 }
 
-void Answer(const Variables& variables, const Roots& roots, const Confinement& confinement, Progress* progress) {
-  progress->SetRequest(Printable(ValueOf(variables, "REQUEST_METHOD") + " " + ValueOf(variables, "REQUEST_URI")));
+void Answer(const Variables& variables, const Roots& roots, const Confinement& confinement, RequestState* state) {
+  state->SetRequest(Printable(ValueOf(variables, "REQUEST_METHOD") + " " + ValueOf(variables, "REQUEST_URI")));
   confinement.SetEnvironment(variables);
   try {
-    AnswerTarget(ParseTarget(variables), roots, progress);
+    AnswerTarget(ParseTarget(variables), roots, state);
   } catch (const HttpError& error) {
-    Refuse(variables, error, progress);
+    Refuse(variables, error, state);
   } catch (const std::exception& error) {
-    Refuse(variables, HttpError(kInternalServerError, "the request could not be answered"), progress);
+    Refuse(variables, HttpError(kInternalServerError, "the request could not be answered"), state);
   }
 }
 

@@ -11,6 +11,7 @@
 
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
@@ -85,6 +86,7 @@ void Confinement::Enter() const {
   Limit(RLIMIT_AS, limits_.memoryMiB * mebibyte);
   Limit(RLIMIT_FSIZE, limits_.fileSizeMiB * mebibyte);
   Limit(RLIMIT_NOFILE, limits_.openFiles);
+  static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));  // writing beyond the limit fails instead
   prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
   if (rules_.IsOpen() && syscall(SYS_landlock_restrict_self, rules_.Number(), 0) != 0) {
     throw std::system_error(errno, std::generic_category(), "Landlock");
@@ -105,21 +107,21 @@ void Confinement::SetEnvironment(const Variables& variables) const {
   }
 }
 
-ScratchFolder::ScratchFolder(Progress* progress) : progress_(progress) {
+ScratchFolder::ScratchFolder(RequestState* state) : state_(state) {
   const std::string path = MakeScratchFolder("/tmp/tavithumb-web.XXXXXX");
-  progress_->scratch[path.copy(progress_->scratch.data(), progress_->scratch.size() - 1)] = '\0';
+  state_->scratch[path.copy(state_->scratch.data(), state_->scratch.size() - 1)] = '\0';
   UseScratchFolder(path);
 }
 
 ScratchFolder::~ScratchFolder() {
   std::error_code ignored;
-  std::filesystem::remove_all(progress_->scratch.data(), ignored);
-  progress_->scratch.front() = '\0';
+  std::filesystem::remove_all(state_->scratch.data(), ignored);
+  state_->scratch.front() = '\0';
 }
 
-void RemoveLeftovers(pid_t worker, const Progress& progress) {
+void RemoveLeftovers(pid_t worker, const RequestState& state) {
   std::error_code ignored;
-  if (progress.scratch.front() != '\0') std::filesystem::remove_all(progress.scratch.data(), ignored);
+  if (state.scratch.front() != '\0') std::filesystem::remove_all(state.scratch.data(), ignored);
   RemovePreviews(worker);
 }
 

@@ -6,9 +6,9 @@
 #include <string>
 
 #include "system/file_descriptor.h"
+#include "web/request_state.h"
 #include "web/roots.h"
 #include "web/scgi.h"
-#include "web/workers.h"
 
 namespace tavithumb::apps::web {
 
@@ -45,16 +45,16 @@ class Confinement {
 // A folder for the tools' temporary files, which exists as long as this object. The tools find it by their environment.
 class ScratchFolder {
  public:
-  explicit ScratchFolder(Progress* progress);
+  explicit ScratchFolder(RequestState* state);
   ~ScratchFolder();
   ScratchFolder(const ScratchFolder&) = delete;
   ScratchFolder& operator=(const ScratchFolder&) = delete;
 
  private:
-  Progress* progress_;
+  RequestState* state_;
 };
 
 // Removes the temporary files of a worker that has died.
-void RemoveLeftovers(pid_t worker, const Progress& progress);
+void RemoveLeftovers(pid_t worker, const RequestState& state);
 
 }  // namespace tavithumb::apps::web

@@ -14,14 +14,14 @@
 
 namespace tavithumb::apps::web {
 
-// Takes no byte behind the netstring's end; a body, if there is one, stays unread.
+// Reads no byte after the netstring's end: a body stays unread.
 std::optional<Variables> ReadScgi(int connection) {
-  constexpr std::size_t atFirst = 8;
+  constexpr std::size_t firstRead = 8;  // holds the length
   std::string request;
   std::optional<std::size_t> length;
   while (!length || request.size() < *length) {
     std::array<char, 4096> data;
-    const std::size_t wanted = length ? *length - request.size() : atFirst - request.size();
+    const std::size_t wanted = length ? *length - request.size() : firstRead - request.size();
     const ssize_t got = read(connection, data.data(), std::min(wanted, data.size()));
     if (got == -1 && errno == EINTR) continue;
     if (got == 0 && request.empty()) return std::nullopt;

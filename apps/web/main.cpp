@@ -32,25 +32,25 @@ namespace {
 enum ExitCode { kDone = 0, kFailed = 1, kBadUsage = 2 };
 
 Workers MakeWorkers(std::size_t maximum, const Settings& settings, const Confinement& confinement,
-                    std::function<void(Progress*)> answer) {
+                    std::function<void(RequestState*)> answer) {
   return {maximum, std::chrono::seconds(settings.deadlineSeconds),
-          Duties{[&] { confinement.Enter(); }, std::move(answer), RemoveLeftovers}};
+          WorkerCallbacks{[&] { confinement.Enter(); }, std::move(answer), RemoveLeftovers}};
 }
 
-// One request, which has come with the environment; a worker answers it as it would any other.
+// One request, which came with the environment; a worker answers it like any other.
 void AnswerOne(const Settings& settings, const Roots& roots, const Confinement& confinement) {
   Workers workers = MakeWorkers(1, settings, confinement,
-                                [&](Progress* progress) { Answer(ReadEnvironment(), roots, confinement, progress); });
+                                [&](RequestState* state) { Answer(ReadEnvironment(), roots, confinement, state); });
   AnswerConnection(FileDescriptor(dup(STDOUT_FILENO)), &workers);
 }
 
 void AnswerMany(const Settings& settings, const Roots& roots, const Confinement& confinement,
                 const Listener& listener) {
-  Workers workers = MakeWorkers(settings.children, settings, confinement, [&](Progress* progress) {
+  Workers workers = MakeWorkers(settings.children, settings, confinement, [&](RequestState* state) {
     try {
-      if (const auto variables = ReadScgi(STDIN_FILENO)) Answer(*variables, roots, confinement, progress);
+      if (const auto variables = ReadScgi(STDIN_FILENO)) Answer(*variables, roots, confinement, state);
     } catch (const HttpError& error) {
-      Refuse({}, error, progress);
+      Refuse({}, error, state);
     }
   });
   sd_notify(0, "READY=1");
@@ -63,7 +63,7 @@ std::unique_ptr<Listener> OpenListener(const Settings& settings) {
   return nullptr;
 }
 
-// A web server may hand a query without "=" to the program as its arguments: no address of this program has one.
+// A web server may pass a query without "=" as the program's arguments: no address of this program has one.
 bool IsQueryAsArguments() {
   const char* const query = std::getenv("QUERY_STRING");
   return query != nullptr && *query != '\0' && std::string(query).find('=') == std::string::npos;

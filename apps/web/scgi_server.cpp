@@ -5,8 +5,6 @@
 #include <netdb.h>
 #include <netinet/in.h>
 #include <poll.h>
-#include <signal.h>
-#include <sys/signalfd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -17,6 +15,7 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <cstring>
 #include <deque>
 #include <memory>
@@ -24,6 +23,8 @@
 #include <system_error>
 #include <utility>
 
+#include "system/clock.h"
+#include "system/signals.h"
 #include "web/connection.h"
 #include "web/http_error.h"
 
@@ -48,8 +49,8 @@ sockaddr_un UnixAddress(const std::string& path) {
   return address;
 }
 
-// A socket at which nobody listens any more.
-bool IsLeftBehind(const sockaddr_un& address) {
+// A socket on which nobody listens any more.
+bool IsStale(const sockaddr_un& address) {
   struct stat record = {};
   if (lstat(address.sun_path, &record) != 0 || !S_ISSOCK(record.st_mode)) return false;
   const FileDescriptor probe = NewSocket(AF_UNIX);
@@ -59,7 +60,7 @@ bool IsLeftBehind(const sockaddr_un& address) {
 
 FileDescriptor ListenUnix(const std::string& path) {
   const sockaddr_un address = UnixAddress(path);
-  if (IsLeftBehind(address)) unlink(address.sun_path);
+  if (IsStale(address)) unlink(address.sun_path);
   FileDescriptor socket = NewSocket(AF_UNIX);
   const mode_t before = umask(0117);  // for its owner and group
   const int bound = bind(socket.Number(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
@@ -98,66 +99,48 @@ FileDescriptor ListenTcp(const std::string& address, std::string host, const std
   return socket;
 }
 
-// The signals that the loop wants to see, as a file that can be waited for.
-FileDescriptor WatchSignals() {
-  sigset_t watched;
-  sigemptyset(&watched);
-  for (const int number : {SIGTERM, SIGINT, SIGCHLD}) sigaddset(&watched, number);
-  sigprocmask(SIG_BLOCK, &watched, nullptr);
-  return FileDescriptor(signalfd(-1, &watched, SFD_NONBLOCK | SFD_CLOEXEC));
-}
-
-// Takes the signals that have come. True when one of them asks to end.
-bool TakeSignals(const FileDescriptor& signals) {
-  bool asksToEnd = false;
-  signalfd_siginfo info;
-  while (read(signals.Number(), &info, sizeof info) == sizeof info) {
-    if (info.ssi_signo != SIGCHLD) asksToEnd = true;
-  }
-  return asksToEnd;
-}
-
 class Server {
  public:
   Server(const Listener& listener, Workers* workers, const Queue& queue)
-      : listener_(listener), workers_(workers), queue_(queue), signals_(WatchSignals()) {}
+      : listener_(listener), workers_(workers), queue_(queue) {}
 
   void Run() {
-    while (!isEnding_ || !workers_->AreDone()) {
+    while (!workers_->IsInterrupted() || !workers_->AreDone()) {
       AwaitEvent();
-      if (TakeSignals(signals_)) End();
-      workers_->Tend();
-      if (!isEnding_) Accept();
+      while (signals_.Receive()) Interrupt();
+      workers_->Collect();
+      if (!workers_->IsInterrupted()) Accept();
       StartWaiting();
-      GiveUp();
+      CloseExpired();
     }
   }
 
  private:
-  struct Held {
-    FileDescriptor connection;
-    Clock::time_point until;
+  struct Connection {
+    FileDescriptor socket;
+    Clock::time_point deadline;
   };
-  using HeldInOrder = std::deque<Held>;
+  using Connections = std::deque<Connection>;  // by deadline
 
   Clock::time_point NextEvent() const {
     Clock::time_point next = workers_->NextEvent();
-    for (const HeldInOrder* held : {&waiting_, &refused_}) {
-      if (!held->empty()) next = std::min(next, held->front().until);
+    for (const Connections* connections : {&waiting_, &refused_}) {
+      if (!connections->empty()) next = std::min(next, connections->front().deadline);
     }
     return next;
   }
 
   void AwaitEvent() {
-    std::array<pollfd, 2> entries = {{{signals_.Number(), POLLIN, 0}, {listener_.Number(), POLLIN, 0}}};
-    poll(entries.data(), isEnding_ || isPaused_ ? 1 : 2,
-         isPaused_ ? pauseMilliseconds : MillisecondsUntil(NextEvent()));
+    const bool isListening = !workers_->IsInterrupted() && !isPaused_;
+    std::array<pollfd, 3> entries = {{{signals_.Descriptor(), POLLIN, 0},
+                                      {workers_->Descriptor(), POLLIN, 0},
+                                      {isListening ? listener_.Number() : -1, POLLIN, 0}}};
+    poll(entries.data(), entries.size(), isPaused_ ? pauseMilliseconds : MillisecondsUntil(NextEvent()));
     isPaused_ = false;
   }
 
-  void End() {
-    if (isEnding_) workers_->EndAll();
-    isEnding_ = true;
+  void Interrupt() {
+    workers_->Interrupt();
     for (; !waiting_.empty(); waiting_.pop_front()) Refuse(&waiting_.front(), "the service is stopping");
   }
 
@@ -168,9 +151,9 @@ class Server {
         isPaused_ = errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == ENOBUFS;
         return;
       }
-      waiting_.push_back({std::move(connection), Clock::now() + queue_.patience});
+      waiting_.push_back({std::move(connection), Clock::now() + queue_.timeout});
       StartWaiting();
-      if (waiting_.size() <= queue_.longest) continue;
+      if (waiting_.size() <= queue_.maxLength) continue;
       Refuse(&waiting_.back(), "too many requests are waiting");
       waiting_.pop_back();
     }
@@ -178,40 +161,39 @@ class Server {
 
   void StartWaiting() {
     while (!waiting_.empty() && workers_->HasRoom()) {
-      workers_->Start(std::move(waiting_.front().connection));
+      workers_->Start(std::move(waiting_.front().socket));
       waiting_.pop_front();
     }
   }
 
   // A refused connection stays open for a while: its web server may still be sending the request, and would take a
-  // closed one for a failure instead of reading the answer.
-  void Refuse(Held* held, const std::string& reason) {
+  // closed connection for a failure instead of reading the response.
+  void Refuse(Connection* connection, const std::string& reason) {
     syslog(LOG_WARNING, "a request: %d %s", kServiceUnavailable, reason.c_str());
-    Respond(held->connection.Number(), ErrorResponse({kServiceUnavailable, reason}, true));
-    refused_.push_back({std::move(held->connection), Clock::now() + linger});
-    if (refused_.size() > mostRefused) refused_.pop_front();
+    Respond(connection->socket.Number(), ErrorResponse({kServiceUnavailable, reason}, true));
+    refused_.push_back({std::move(connection->socket), Clock::now() + linger});
+    if (refused_.size() > maxRefused) refused_.pop_front();
   }
 
-  void GiveUp() {
+  void CloseExpired() {
     const Clock::time_point now = Clock::now();
-    for (; !waiting_.empty() && waiting_.front().until <= now; waiting_.pop_front()) {
+    for (; !waiting_.empty() && waiting_.front().deadline <= now; waiting_.pop_front()) {
       Refuse(&waiting_.front(), "the request waited too long");
     }
-    while (!refused_.empty() && refused_.front().until <= now) refused_.pop_front();
+    while (!refused_.empty() && refused_.front().deadline <= now) refused_.pop_front();
   }
 
-  // How long no connection is taken when there is nothing to take it with.
+  // How long no connection is accepted when the system has no descriptor or memory for it.
   static constexpr int pauseMilliseconds = 100;
   static constexpr std::chrono::seconds linger{5};
-  static constexpr std::size_t mostRefused = 128;
+  static constexpr std::size_t maxRefused = 128;
 
   const Listener& listener_;
   Workers* workers_;
   Queue queue_;
-  FileDescriptor signals_;
-  HeldInOrder waiting_;
-  HeldInOrder refused_;
-  bool isEnding_ = false;
+  const Signals signals_{SIGTERM, SIGINT};
+  Connections waiting_;
+  Connections refused_;
   bool isPaused_ = false;
 };
 
@@ -238,13 +220,13 @@ Listener::~Listener() {
 }
 
 void AnswerConnection(FileDescriptor connection, Workers* workers) {
-  const FileDescriptor signals = WatchSignals();
+  const Signals signals{SIGTERM, SIGINT};
   workers->Start(std::move(connection));
   while (!workers->AreDone()) {
-    pollfd entry = {signals.Number(), POLLIN, 0};
-    poll(&entry, 1, MillisecondsUntil(workers->NextEvent()));
-    if (TakeSignals(signals)) workers->EndAll();
-    workers->Tend();
+    std::array<pollfd, 2> entries = {{{signals.Descriptor(), POLLIN, 0}, {workers->Descriptor(), POLLIN, 0}}};
+    poll(entries.data(), entries.size(), MillisecondsUntil(workers->NextEvent()));
+    while (signals.Receive()) workers->StopAll();
+    workers->Collect();
   }
 }
 

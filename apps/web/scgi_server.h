@@ -10,15 +10,15 @@
 
 namespace tavithumb::apps::web {
 
-// Where a web server's connections come in.
+// Where a web server's connections arrive.
 class Listener {
  public:
-  // The path of a unix socket, or a loopback host and port. What a server that is gone has left at the path is
-  // replaced. Throws std::invalid_argument or std::runtime_error with a sentence for people.
+  // Listens on the path of a unix socket, or on a loopback host and port. A stale socket at the path is replaced.
+  // Throws std::invalid_argument or std::runtime_error with a sentence for people.
   explicit Listener(const std::string& address);
-  // A listening socket that somebody else has made.
+  // Uses a listening socket that another program has made.
   explicit Listener(FileDescriptor socket);
-  // Removes the socket that it made.
+  // Removes the unix socket that it has made.
   ~Listener();
   Listener(const Listener&) = delete;
   Listener& operator=(const Listener&) = delete;
@@ -30,17 +30,17 @@ class Listener {
   std::string path_;
 };
 
-// Answers this one connection; returns when nothing is left of its worker.
+// Answers one connection; SIGTERM or SIGINT stops that. Returns when its worker has ended.
 void AnswerConnection(FileDescriptor connection, Workers* workers);
 
-// The connections that wait until a worker is free: how many at most, and how long. All others are refused.
+// The connections that wait until a worker is free. Those over the limits are refused.
 struct Queue {
-  std::size_t longest;
-  std::chrono::milliseconds patience;
+  std::size_t maxLength;
+  std::chrono::milliseconds timeout;
 };
 
-// Answers all connections, each by a worker, until SIGTERM or SIGINT; then those that are being answered still are,
-// until a second signal.
+// Answers all connections, each with a worker, until SIGTERM or SIGINT. Requests that are being answered then are
+// finished, unless a second signal stops them.
 void Serve(const Listener& listener, Workers* workers, const Queue& queue);
 
 }  // namespace tavithumb::apps::web

@@ -32,7 +32,7 @@ never "only apps knows CLI11 and JSON" "$include(CLI|nlohmann)/" src include pla
 never "only command/cli and web/settings.cpp know CLI11" "$include""CLI/" apps --exclude-dir=cli --exclude=settings.cpp
 # Each costs seconds for every source that includes it.
 never "headers include neither CLI11 nor all of JSON" "$include(CLI/|nlohmann/json\.hpp)" apps --exclude='*.cpp'
-never "only the platform starts programs, and only workers, the web program's and a batch's, are forks" '\b(fork|vfork|posix_spawnp?|exec[lv]p?e?|system)\(' src include apps --exclude=workers.cpp --exclude=pool.cpp
+never "only the platform starts programs, and in the programs only the supervisor forks" '\b(fork|vfork|posix_spawnp?|exec[lv]p?e?|system)\(' src include apps --exclude=supervisor.cpp
 never "the public headers show no third-party header" "$include(exiv2|libheif|tavi/|http_file)" include
 never "the sources don't know which platform they run on" 'tavi_ea|posix_spawn|statfs\(' src include
 never "the platform knows nothing of the library" "$include""tavithumb/" platform
