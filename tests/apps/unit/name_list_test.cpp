@@ -59,7 +59,10 @@ TEST_F(NameLists, MayBeLongerThanABlock) {
 TEST_F(NameLists, AreGivenUpAtATooLongName) {
   const std::string longest(65536, 'x');
   EXPECT_EQ(Read("a\n" + longest + "\nb"), (Names{"a", longest, "b"}));
+  EXPECT_EQ(Read(longest), Names{longest});
   EXPECT_FALSE(problem);
+  EXPECT_EQ(Read(longest + "x"), Names{});
+  EXPECT_TRUE(problem);
   EXPECT_EQ(Read("a\n" + std::string(200000, 'x') + "\nb"), Names{"a"});
   ASSERT_TRUE(problem);
   EXPECT_NE(problem->reason.find("65536"), std::string::npos) << problem->reason;
