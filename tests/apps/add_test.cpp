@@ -42,7 +42,7 @@ class Add : public testing::Test {
     EXPECT_EQ(ReadFile(thumbnail), content);
   }
 
-  // What another user than root stores keeps the time that it had.
+  // A file stored by a user other than root keeps its time.
   void ExpectTime(std::time_t expected) const {
     if (geteuid() == 0) {
       EXPECT_EQ(ModificationTime(place), expected);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// The policy that ImageMagick obeys when the command runs it.
+// The policy for ImageMagick when the command runs it.
 #include <pictures.h>
 
 #include <cstdlib>
@@ -72,7 +72,7 @@ TEST_F(CommandPolicy, IsNeverMissing) {
   EXPECT_FALSE(Exists(entry));
 }
 
-TEST_F(CommandPolicy, LiesNextToTheFolderOfTheProgram) {
+TEST_F(CommandPolicy, IsNextToTheFolderOfTheProgram) {
   unsetenv("MAGICK_CONFIGURE_PATH");
   const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe");
   EXPECT_EQ(apps::DefaultPolicyFolder(), program.parent_path().parent_path().string() + "/share/tavithumb/imagemagick");

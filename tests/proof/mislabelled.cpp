@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // Files whose name promises another type than they contain: the command shows a picture as what it is, and rejects
 // everything else with one line, making nothing. A file that is not a picture can't make it read other files either.
-// That needs ImageMagick's extra coders: without them, no drawing shows the picture that it links to.
+// Needs ImageMagick's extra coders: without them, no drawing shows the picture that it links to.
 // mislabelled quick|full COMMAND
 #include <algorithm>
 #include <cstdio>
@@ -138,7 +138,7 @@ class Proof {
     fs::remove(source);
   }
 
-  // Whether ImageMagick, left to itself, shows a drawing with what it links to.
+  // Whether ImageMagick without our policy shows a drawing with what it links to.
   bool HasExtraCoders() const {
     const std::string drawing = folder_ / "drawing.jpg", shown = folder_ / "drawing.png";
     test::WriteFile(drawing, SvgInMetadata(Secret()));

@@ -247,7 +247,7 @@ class Samples : public RealTest {
   const std::string samples_ = SamplesFolder();
 };
 
-// What the folder has besides is printed.
+// Other files in the folder are printed.
 TEST_F(Samples, HaveEveryFileOfTheTable) {
   std::set<std::string> more;
   for (const auto& entry : std::filesystem::recursive_directory_iterator(samples_)) {

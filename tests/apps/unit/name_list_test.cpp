@@ -56,7 +56,7 @@ TEST_F(NameLists, MayBeLongerThanABlock) {
   EXPECT_EQ(Read(content), names);
 }
 
-TEST_F(NameLists, AreGivenUpAtATooLongName) {
+TEST_F(NameLists, AreAbandonedAtANameThatIsTooLong) {
   const std::string longest(65536, 'x');
   EXPECT_EQ(Read("a\n" + longest + "\nb"), (Names{"a", longest, "b"}));
   EXPECT_EQ(Read(longest), Names{longest});
@@ -79,7 +79,7 @@ TEST_F(NameLists, ReportAReadError) {
   EXPECT_TRUE(names.empty());
 }
 
-TEST_F(NameLists, ComeAsTheyAreWritten) {
+TEST_F(NameLists, ArriveAsTheyAreWritten) {
   int ends[2];
   ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
   const int before = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3);

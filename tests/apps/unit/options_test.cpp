@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// What the command line asks each subcommand for.
+// What each subcommand is given for a command line.
 #include <gtest/gtest.h>
 #include <tavithumb/libtavithumb.h>
 #include <temp_dir.h>
@@ -64,7 +64,7 @@ struct SizeRow {
   std::uint32_t height;
 };
 
-TEST(Options, OfGetTakeEveryKindOfSize) {
+TEST(Options, OfGetAcceptEveryFormOfSize) {
   const SizeRow rows[] = {
       {"small", "small", 0, 0},   {"medium", "medium", 0, 0},     {"big", "big", 0, 0}, {"large", "large", 0, 0},
       {"xlarge", "xlarge", 0, 0}, {"original", "original", 0, 0}, {"1", "", 1, 1},      {"65535", "", 65535, 65535},
@@ -78,7 +78,7 @@ TEST(Options, OfGetTakeEveryKindOfSize) {
   }
 }
 
-TEST(Options, OfGetTakeQuarterTurns) {
+TEST(Options, OfGetAcceptQuarterTurns) {
   const std::pair<const char*, int> rows[] = {
       {"0", 0}, {"1", 1}, {"-1", -1}, {"7", 7}, {"2147483647", 2147483647}, {"-2147483648", -2147483647 - 1}};
   for (const auto& [text, turns] : rows) {
@@ -91,7 +91,7 @@ TEST(Options, OfGetSelectTheFormat) {
   EXPECT_EQ(ParseGet({"-0", "a.jpg"}).format, GetFormat::kNulEnded);
 }
 
-TEST(Options, LeaveNamesAsTheyAre) {
+TEST(Options, LeaveNamesUnchanged) {
   const Strings odd = {"get", "{}", "[]", "[a.png,b.png]", "[[0]]", "\"quoted\"", "'quoted'", "%%", "", "-1", "\xff"};
   EXPECT_EQ(ParseGet(odd).files, odd);
   const Strings dashed = {"--", "-0", "--json", "--help", "++"};

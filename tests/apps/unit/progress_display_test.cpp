@@ -26,7 +26,7 @@ class Progress : public testing::Test {
                            [this] { return time; }});
   }
 
-  // All that is written when the counts are shown so much later.
+  // The output of showing the counts this much later.
   std::string ShowAfter(Clock::duration wait, const RunCounts& counts) {
     time += wait;
     display->Show(counts);
@@ -55,7 +55,7 @@ TEST_F(Progress, IsALineThatIsRedrawnTenTimesASecondOnATerminal) {
   EXPECT_EQ(MillisecondsLeft(), 0);
 }
 
-TEST_F(Progress, IsANewLineEveryFiveSecondsElsewhere) {
+TEST_F(Progress, IsANewLineEveryFiveSecondsWithoutATerminal) {
   Start(false);
   EXPECT_EQ(MillisecondsLeft(), 5000);
   EXPECT_EQ(ShowAfter(milliseconds(4999), {9, 99, true, "a.png"}), "");

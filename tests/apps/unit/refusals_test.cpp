@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// Command lines that are refused, and why.
+// Command lines that are rejected, and why.
 #include <gtest/gtest.h>
 
 #include <string>

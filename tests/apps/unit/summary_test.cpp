@@ -24,7 +24,7 @@ Result Failed(const std::vector<std::string>& reasons) {
 
 class Summaries : public testing::Test {
  protected:
-  // Three files that something was made for or found, four that failed.
+  // Three files with made or found thumbnails, four that failed.
   void AddSome() {
     summary.Add(Made({"small", "big"}, 3000000000));
     summary.Add(Made({"small"}, 2000000000));

@@ -84,7 +84,7 @@ TEST_F(Walks, FindEachFileOnceHoweverOftenItIsNamed) {
   EXPECT_EQ(Found(Start(In({"a/b", "a"}))), both);
 }
 
-// So that they are reported.
+// They must be reported.
 TEST_F(Walks, KeepNamesOfFilesWhateverTheyAre) {
   Write({"notes.txt", "clip.mp4"});
   EXPECT_EQ(Found(Start(In({"clip.mp4", "missing.png", "notes.txt"}))), In({"clip.mp4", "missing.png", "notes.txt"}));

@@ -182,7 +182,7 @@ void PrintTo(Front front, std::ostream* stream) {
   *stream << names[static_cast<int>(front)];
 }
 
-// In /tmp, where the program may write whatever it shows: the probe's notes.
+// In /tmp, where the program may always write: the probe's notes.
 TempDir Site::FolderInTmp() {
   unsetenv("TMPDIR");
   return TempDir();

@@ -139,7 +139,7 @@ TEST_F(SettingsRead, ReportWhatIsWrong) {
   for (const auto& [arguments, message] : rows) EXPECT_EQ(Read(arguments), "wrong: " + message);
 }
 
-TEST_F(SettingsRead, TakeThePolicyOfTheEnvironmentUnlessTheyNameOne) {
+TEST_F(SettingsRead, UseThePolicyOfTheEnvironmentUnlessTheyNameOne) {
   const std::string missing = folder_ / "missing";
   const std::string expected = Expected("", Children() + " 64 30", "20 1536 1024 256");
   setenv("MAGICK_CONFIGURE_PATH", missing.c_str(), 1);

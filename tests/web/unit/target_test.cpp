@@ -197,7 +197,7 @@ TEST(Target, NeedsValidValuesOfOtherParameters) {
   for (const auto& [address, expected] : rows) EXPECT_EQ(Outcome(Get(address)), expected) << address;
 }
 
-TEST(Target, TakesEachKnownParameterOnce) {
+TEST(Target, AcceptsEachKnownParameterOnce) {
   const std::pair<const char*, std::string> rows[] = {
       {"/thumb/a.jpg?size=small&size=small", "400 a parameter is given more than once"},
       {"/thumb/a.jpg?size=small&%73ize=big", "400 a parameter is given more than once"},
