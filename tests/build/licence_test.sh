@@ -10,12 +10,12 @@ git rev-parse --git-dir >/dev/null 2>&1 || { echo "SKIPPED: not a checkout of gi
 # debian/copyright covers debian/.
 silent='^(LICENSE|.*\.md|.*\.png|.*\.json|.*\.abi|debian/.*|tests/fuzz/corpus/.*|tests/packaging/files\.txt)$'
 failures=0
-while IFS= read -r -d '' file; do
-  [[ $file =~ $silent || ! -f $file ]] && continue
-  grep -aq 'SPDX-License-Identifier: GPL-3\.0-or-later' <(head -n 5 "$file") && continue
-  echo "FAILED: $file names no licence"
-  failures=$((failures + 1))
-done < <(git ls-files -z)
+unnamed=$(comm -z -23 <(git ls-files -z | sort -z) <(git ls-files -dz | sort -z) | grep -zvE "$silent" | sed -z 's#^#./#' |
+  xargs -0 awk '
+    FNR > 5 { nextfile }
+    /SPDX-License-Identifier: GPL-3\.0-or-later/ { named[FILENAME] = 1; nextfile }
+    END { for (i = 1; i < ARGC; i++) if (!(ARGV[i] in named)) print "FAILED: " ARGV[i] " names no licence" }' 2>&1)
+[ -z "$unnamed" ] || { echo "$unnamed"; failures=1; }
 
 head -n 2 LICENSE | grep -q 'GNU GENERAL PUBLIC LICENSE' && sed -n 2p LICENSE | grep -q 'Version 3, 29 June 2007' ||
   { echo "FAILED: LICENSE is another text"; failures=$((failures + 1)); }
