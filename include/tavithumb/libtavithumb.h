@@ -43,6 +43,16 @@ class TAVITHUMB_API Thumb {
     OPT_FALLBACK_SMALLER = 0x40,  ///< CalcOutputFile(name) falls back to smaller sizes; never for videos
   };
 
+  /// What kind of file answers a request; GetOutputType() has their names.
+  enum OutputType : std::int32_t {
+    OUTPUT_NONE = 0,            ///< no answer yet
+    OUTPUT_ALBUMEX = 1,         ///< a stored Albumex thumbnail
+    OUTPUT_BROVIX = 2,          ///< a stored Brovix thumbnail or avatar
+    OUTPUT_BROVIX_VAR_TMP = 3,  ///< a temporary file, for a source on a volume without EA writes
+    OUTPUT_CINEVO = 4,          ///< the stored screenshot of a video
+    OUTPUT_ORIGINAL = 5,        ///< the source itself
+  };
+
   /// The box in pixels of each named size.
   static const std::map<std::string, ThumbDimension> strThumbSizeMap_;
   /// The names of the sizes, from largest to smallest: the order of OPT_FALLBACK_SMALLER.
@@ -81,12 +91,42 @@ class TAVITHUMB_API Thumb {
   const std::string& GetOutputFile() const { return outputFile_; }
   /// The answer's type: "Albumex", "Brovix" (also for avatars), "BrovixVarTmp", "Cinevo", "Original", or "".
   std::string GetOutputType() const;
+  /// The same as a number. A HEIC source that the caller accepts is an answer that leaves it as it was.
+  OutputType GetOutputTypeCode() const { return static_cast<OutputType>(type_); }
   /// The MIME type of what the job makes for the current request.
   std::string GetOutputMimeType() const { return info_.GetOutputMimeType(); }
   /// Whether the caller deletes the output file after use: the JPEG decode that made it saved too little to be worth
   /// keeping. On the same job, only a later decode resets it to false. It does not cover the other thumbnails in
   /// /var/tmp (type "BrovixVarTmp"), which the caller deletes as well.
   bool IsNeedDelete() const { return needDelete_; }
+
+  // --- The same in steps ---------------------------------------------------------------------------------------------
+  // For callers that read the facts of a source once for several requests, or within limits of their own. One job per
+  // request: SetRequest(), ReadFacts() or SetFacts(), CalcFromFacts().
+
+  /// The job's facts and its current request; valid until the job's destruction.
+  const ThumbInfo& GetInfo() const { return info_; }
+  /// Requests a named size; nothing is looked up or made. Throws std::out_of_range ("map::at") for an unknown name;
+  /// set another request then.
+  void SetRequest(const std::string& sizeName);
+  /// Requests a box in pixels.
+  void SetRequest(const ThumbDimension& box);
+  /// Reads the facts of the source, except for a video, and extracts the preview that fits the request; it stays on
+  /// disk until it has become the answer or the job is destroyed. Throws like CalcOutputFile(); missing facts (602) are
+  /// not an error. Forgets a preview that was extracted before: unless that has become the answer, it stays on disk.
+  void ReadFacts();
+  /// Copies type, stored size and orientation from a record of the same source instead of reading them. Does not copy
+  /// request, options and extracted preview.
+  void SetFacts(const ThumbInfo& facts);
+  /// CalcOutputFile() for the job's current request and facts: the same result, exceptions and files left on disk, but
+  /// it does not read the facts.
+  std::string CalcFromFacts();
+  /// The sizes that CalcOutputFile(sizeName) tries, in order: the size itself, and the smaller ones with
+  /// OPT_FALLBACK_SMALLER. Empty for an unknown name.
+  std::vector<std::string> GetSizesToTry(const std::string& sizeName) const;
+  /// Whether SetOutOnline() would decline because the source is served unchanged. The facts must have been read. Runs
+  /// and writes nothing.
+  bool WouldServeSource() const;
 
   // --- Making thumbnails ahead of time -----------------------------------------------------------------------------
 
@@ -144,6 +184,9 @@ class TAVITHUMB_API Thumb {
   // Each returns true if the output file is now the answer. Those that look up an entry accept only up-to-date ones,
   // and write nothing.
 
+  /// What is stored: those of the five lookups below that the options and the source call for, in their order. Throws
+  /// std::out_of_range ("map::at") if one of them has no name for the requested size.
+  bool SetOutStored();
   /// The Albumex thumbnail, by its new name.
   bool SetOutAlbumexEA();
   /// The Albumex thumbnail, by its old name.
@@ -163,8 +206,13 @@ class TAVITHUMB_API Thumb {
   /// The source itself, unchecked.
   bool SetOutOriginalImage();
 
+  /// Not tried by CalcOutputFile(): converts the source with the general converter, even if it would be served
+  /// unchanged, and stores the result as SetOutOnline() does. False with an empty output file if it could not be
+  /// converted or stored; false with the output file unchanged if the EA directory can't be created.
+  bool SetOutConverted();
+
  protected:
-  std::int32_t type_ = 0;            ///< what GetOutputType() returns: 1 to 5 in the order of its names, 0 for ""
+  std::int32_t type_ = 0;            ///< what GetOutputType() returns, an OutputType
   std::string srcPath_;              ///< the source, as given
   bool isVideo_;                     ///< a video by its name
   bool acceptHeic_;                  ///< a HEIC source may be the answer
@@ -182,9 +230,6 @@ class TAVITHUMB_API Thumb {
  private:
   bool SetOutStoredEA(const std::string& eaName, std::int32_t type);
   bool SetOutFreshEntry(const std::string& entry);
-  void SetRequest(const std::string& sizeName);
-  void SetRequest(const ThumbDimension& box);
-  void ReadFacts();
   bool SetOutFirst();
   bool KeepMade(const std::string& work, bool eaWritable);
   bool MovePreview(const std::string& preview);

@@ -67,6 +67,8 @@ class TAVITHUMB_API DJpegCmd : public ThumbConvertCmd {
   void CalcScaleString();
   /// Bytes of the BMP, counting rows as unpadded.
   unsigned GetConvertBytes() const;
+  /// Whether the source is not larger than the BMP: decoding saves nothing, the source is served unchanged.
+  bool IsSourceSmaller() const;
   /// Whether the BMP plus half a MiB is larger than the source: not worth keeping, the caller deletes it after use.
   bool IsNeedDelete() const;
 
@@ -127,6 +129,11 @@ class TAVITHUMB_API ConvertCmd : public ThumbConvertCmd {
   ConvertCmd(ThumbInfo info, const std::string& src, const std::string& dest);
   /// Runs the build of convert that getConvertPath() returns.
   bool exec() override;
+
+  /// Whether the platform refuses to run convert with these arguments, because it would read a path among them as the
+  /// name of other files; exec() then returns false without running anything. Runs nothing itself. False if the
+  /// platform cannot tell.
+  bool IsRefused() const;
 
   /// Whether the add-on package with its own build of convert is enabled; checked at each call.
   bool IsCodexaEnabled();

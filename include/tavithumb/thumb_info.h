@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -20,6 +21,13 @@ namespace tavithumb {
 
 /// A width and a height in pixels.
 struct ThumbDimension {
+  std::uint32_t width;   ///< pixels
+  std::uint32_t height;  ///< pixels
+};
+
+/// A preview that is embedded in a picture.
+struct PreviewCandidate {
+  std::string mimeType;  ///< of the preview
   std::uint32_t width;   ///< pixels
   std::uint32_t height;  ///< pixels
 };
@@ -59,6 +67,10 @@ class TAVITHUMB_API ThumbInfo {
   /// opened); std::invalid_argument or std::out_of_range if the orientation tag is not a number.
   void ExtractImgInfo(bool withPreview);
 
+  /// Reads the same facts and returns the previews that are embedded in the picture, in Exiv2's order; none for a video
+  /// or HEIF. Writes nothing, and keeps the path of a preview that was extracted before. Throws like ExtractImgInfo().
+  std::vector<PreviewCandidate> ExtractImgInfoAndPreviews();
+
   /// Measures the file as a HEIF image and marks the record as HEIC if its first metadata block is Exif. Otherwise sets
   /// nothing; failures of libheif are logged. Throws no exceptions of its own.
   void CheckAndGetHeif();
@@ -71,6 +83,7 @@ class TAVITHUMB_API ThumbInfo {
 
   // --- Facts and the request ---------------------------------------------------------------------------------------
 
+  const std::string& GetPath() const { return path_; }          ///< the source, as given
   std::int32_t GetRotate() const { return rotate_; }            ///< from the orientation, 0 to 3
   std::int32_t GetUserRotate() const { return userRotate_; }    ///< requested by the caller, any number
   bool GetFlop() const { return flop_; }                        ///< mirror left-right, from the orientation
@@ -96,6 +109,9 @@ class TAVITHUMB_API ThumbInfo {
   bool IsWebAcceptable() const;
   /// The box, in the stored orientation, into which the stored picture is scaled.
   ThumbDimension GetTargetDimension() const;
+  /// Whether one of `previews`, returned for this source, fits the requested box, so that ExtractImgInfo(true) would
+  /// write it. The facts must have been read.
+  bool HasFittingPreview(const std::vector<PreviewCandidate>& previews) const;
   /// False if the source is served unchanged at the requested size.
   bool IsNeedConvert() const;
   /// Whether `thumbPath` exists and, in whole seconds, is not older than the source was when this record was created.
@@ -148,6 +164,12 @@ class TAVITHUMB_API ThumbInfo {
   /// Reads type, size and (on request) preview with Exiv2, under its lock; returns the index of the orientation.
   std::uint32_t ReadWithExiv2(bool withPreview);
   void SetOrientation(std::uint32_t index);
+
+  /// What is done about previews while the image is open.
+  using PreviewStep = std::function<void(const std::unique_ptr<Exiv2::Image>&)>;
+  TAVITHUMB_LOCAL std::uint32_t ReadWithExiv2(const PreviewStep& previewStep);
+  TAVITHUMB_LOCAL void Extract(const std::function<std::uint32_t()>& read);
+  TAVITHUMB_LOCAL static std::vector<PreviewCandidate> PreviewsOf(const Exiv2::Image& image);
 };
 
 }  // namespace tavithumb

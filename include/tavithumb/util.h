@@ -1,6 +1,10 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
+#include <sys/types.h>
+
+#include <array>
+#include <optional>
 #include <string>
 #include <unordered_set>
 
@@ -54,6 +58,29 @@ TAVITHUMB_API std::string GetEATmpPath(const std::string& sourcePath, const std:
 /// "/var/tmp/tavithumb_<tag>_<process id>_<seconds since the epoch>". Creates and checks nothing. Unique for one file
 /// per process, tag and second.
 TAVITHUMB_API std::string GetVarTmpPath(const std::string& tag);
+
+// Recognising what the library leaves behind when its process is killed. By the name alone: nothing is looked up.
+
+/// The folders besides EA directories in which the library puts temporary files.
+inline constexpr std::array<const char*, 2> TEMPORARY_FOLDERS = {"/tmp", "/var/tmp"};
+
+/// The library makes this path for a temporary file in one of those folders: an extracted preview, a thumbnail for a
+/// volume that takes no EA entries (GetVarTmpPath() of ThumbInfo::GetBrovixTmpThumbEAName()), or the frames of a GIF.
+TAVITHUMB_API bool IsTemporaryFile(const std::string& path);
+
+/// What the paths of all previews that `process` extracts begin with: "/tmp/thumb.<process id>.".
+TAVITHUMB_API std::string GetPreviewTmpPrefix(pid_t process);
+
+/// What the name of a temporary file in an EA directory tells.
+struct TemporaryEntry {
+  std::string entry;  ///< the EA name that it extends, known or not; "" for a work entry, which serves any size
+  int quarterTurns;   ///< of a work entry, clockwise, -3 to 3; else 0
+};
+
+/// Takes apart a name that the library makes for a temporary file in an EA directory: a work entry
+/// (ThumbInfo::GetBrovixTmpThumbEAName()), or any EA name with what GetEATmpPath() or a JPEG decode appends to it.
+/// Nothing for any other name.
+TAVITHUMB_API std::optional<TemporaryEntry> ParseTemporaryEntry(const std::string& eaName);
 
 }  // namespace file
 }  // namespace tavithumb

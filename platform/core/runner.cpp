@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include <cerrno>
 #include <cstdarg>
+#include <new>
 #include <vector>
 
 #include "common/c_boundary.h"
@@ -42,6 +43,13 @@ std::vector<const char*> ArgumentsOf(const char* path, va_list& list) {
 // remains a zombie until the caller exits.
 int TLIBCExecv(const char* path, const char* const* argv, int wait) {
   return tavi::AtCBoundary(-1, [=] { return tavi::Execv(path, argv, wait != 0); });
+}
+
+// What cannot be examined is not run either.
+int TLIBCTakesNamesLiterally(const char* path, const char* const* argv) try {
+  return tavi::TakesNamesLiterally(path, argv) ? 1 : 0;
+} catch (const std::bad_alloc&) {
+  return 0;
 }
 
 int TLIBCExecl(const char* path, int flags, ...) {

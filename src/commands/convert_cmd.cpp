@@ -7,6 +7,9 @@
 #include "support/quarter_turns.h"
 #include "tavithumb/thumb_convert_cmd.h"
 
+// A platform may lack it.
+#pragma weak TLIBCTakesNamesLiterally
+
 namespace tavithumb {
 namespace {
 
@@ -38,6 +41,10 @@ ConvertCmd::ConvertCmd(ThumbInfo info, const std::string& src, const std::string
   args_.insert(args_.end(), {"-rotate", rotateDegrees_.c_str()});
   if (info_.GetFlop()) args_.push_back("-flop");
   args_.insert(args_.end(), {"-rotate", userRotateDegrees_.c_str(), dest_.c_str(), nullptr});
+}
+
+bool ConvertCmd::IsRefused() const {
+  return TLIBCTakesNamesLiterally != nullptr && TLIBCTakesNamesLiterally(kConvert.c_str(), args_.data()) == 0;
 }
 
 bool ConvertCmd::IsCodexaEnabled() {

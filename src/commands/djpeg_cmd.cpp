@@ -2,10 +2,10 @@
 #include <tavi/core.h>
 #include <unistd.h>
 
-#include <ctime>
 #include <utility>
 
 #include "support/quarter_turns.h"
+#include "support/temporary_names.h"
 #include "tavithumb/thumb_convert_cmd.h"
 
 namespace tavithumb {
@@ -32,8 +32,7 @@ int FirstFittingScale(std::uint32_t width, std::uint32_t height, const ThumbDime
 DJpegCmd::DJpegCmd(ThumbInfo info, const std::string& src, const std::string& dest)
     : ThumbConvertCmd(std::move(info), src, dest) {
   CalcScaleString();
-  tmpPath_ = dest_;
-  if (IsTurnedOrMirrored(info_)) tmpPath_ += "_" + std::to_string(static_cast<long>(std::time(nullptr)));
+  tmpPath_ = IsTurnedOrMirrored(info_) ? DecodedPath(dest_) : dest_;
   args_ = {kDjpeg.c_str(), "-scale", scaleString_.c_str(), "-dct",           "fast",       "-fast",
            "-onepass",     "-bmp",   "-outfile",           tmpPath_.c_str(), src_.c_str(), nullptr};
 }
@@ -53,6 +52,10 @@ void DJpegCmd::CalcScaleString() {
 
 unsigned DJpegCmd::GetConvertBytes() const {
   return ((info_.GetWidth() * info_.GetHeight()) >> (2 * CalcScale())) * 3 + kBmpHeaderBytes;
+}
+
+bool DJpegCmd::IsSourceSmaller() const {
+  return info_.GetFileSize() <= GetConvertBytes();
 }
 
 bool DJpegCmd::IsNeedDelete() const {

@@ -2,11 +2,10 @@
 #include <tavi/core.h>
 #include <unistd.h>
 
-#include <ctime>
 #include <utility>
 
-#include "support/path.h"
 #include "support/quarter_turns.h"
+#include "support/temporary_names.h"
 #include "tavithumb/thumb_convert_cmd.h"
 
 namespace tavithumb {
@@ -20,8 +19,7 @@ GIFConvertCmd::GIFConvertCmd(ThumbInfo info, const std::string& src, const std::
 }
 
 void GIFConvertCmd::setupCoalesceTmpPath() {
-  coalesceTmpPath_ =
-      "/var/tmp/convert_thumbnail__" + std::to_string(static_cast<long>(std::time(nullptr))) + Basename(src_);
+  coalesceTmpPath_ = FramesPath(src_);
   const char* const coalesce[] = {kConvert.c_str(), src_.c_str(), "-coalesce", coalesceTmpPath_.c_str(), nullptr};
   if (TLIBCExecv(kConvert.c_str(), coalesce, 1) == 0) return;
   unlink(coalesceTmpPath_.c_str());

@@ -4,6 +4,7 @@
 
 #include "info/size_names.h"
 #include "support/quarter_turns.h"
+#include "support/temporary_names.h"
 #include "tavithumb/thumb_info.h"
 
 namespace tavithumb {
@@ -40,7 +41,7 @@ std::string ThumbInfo::GetBrovixThumbEAName() const {
 }
 
 std::string ThumbInfo::GetBrovixTmpThumbEAName() const {
-  return "TAVIFILETMP_THUMB" + GetRotateSuffix() + GetOutputExtension();
+  return WorkEntryName(GetRotateSuffix(), GetOutputExtension());
 }
 
 std::string ThumbInfo::GetAvatarThumbEAName() const {

@@ -3,12 +3,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdlib>
-#include <ctime>
 #include <exiv2/exiv2.hpp>
 
 #include "info/preview_choice.h"
 #include "support/log.h"
+#include "support/temporary_names.h"
 
 namespace tavithumb {
 namespace {
@@ -34,13 +33,6 @@ std::vector<PreviewCandidate> Candidates(const Exiv2::PreviewPropertiesList& lis
   return candidates;
 }
 
-// Without the extension, which Exiv2 appends itself.
-// The random number only distinguishes calls of one process within a second.
-std::string NewPreviewPath() {
-  return "/tmp/thumb." + std::to_string(getpid()) + "." + std::to_string(static_cast<long>(std::time(nullptr))) + "." +
-         std::to_string(std::rand());  // NOLINT(cert-msc30-c,cert-msc50-cpp,concurrency-mt-unsafe)
-}
-
 // Exiv2 counts the bytes that it has passed to its stream. If the stream could not write them because the volume is
 // full, only the size of the file shows it.
 bool IsWhole(const std::string& path, std::size_t size) {
@@ -62,6 +54,14 @@ std::optional<std::size_t> ChoosePreview(const std::vector<PreviewCandidate>& pr
   return best;
 }
 
+std::vector<PreviewCandidate> ThumbInfo::PreviewsOf(const Exiv2::Image& image) {
+  return Candidates(Exiv2::PreviewManager(image).getPreviewProperties());
+}
+
+bool ThumbInfo::HasFittingPreview(const std::vector<PreviewCandidate>& previews) const {
+  return ChoosePreview(previews, mimeType_, dimension_).has_value();
+}
+
 void ThumbInfo::ExtractEXIFPreviewInfo(const std::unique_ptr<Exiv2::Image>& image) {
   const Exiv2::PreviewManager manager(*image);
   const Exiv2::PreviewPropertiesList list = manager.getPreviewProperties();
@@ -71,7 +71,7 @@ void ThumbInfo::ExtractEXIFPreviewInfo(const std::unique_ptr<Exiv2::Image>& imag
     return;
   }
   const Exiv2::PreviewImage preview = manager.getPreviewImage(list[*best]);
-  exifPreviewTmpPath_ = NewPreviewPath();
+  exifPreviewTmpPath_ = PreviewPath();
   const std::string written = exifPreviewTmpPath_ + preview.extension();
   const auto size = static_cast<std::size_t>(preview.size());
   if (static_cast<std::size_t>(preview.writeFile(exifPreviewTmpPath_)) == size && IsWhole(written, size)) {

@@ -57,24 +57,40 @@ const std::vector<std::pair<std::int32_t, bool>> ThumbInfo::rotateFlopMappingLis
 };
 
 void ThumbInfo::ExtractImgInfo(bool withPreview) {
+  Extract([&] { return ReadWithExiv2(withPreview); });
+}
+
+std::vector<PreviewCandidate> ThumbInfo::ExtractImgInfoAndPreviews() {
+  std::vector<PreviewCandidate> previews;
+  Extract([&] { return ReadWithExiv2([&](const auto& image) { previews = PreviewsOf(*image); }); });
+  return previews;
+}
+
+void ThumbInfo::Extract(const std::function<std::uint32_t()>& read) {
   if (IsSupportVideo(Basename(path_))) return;
   try {
-    SetOrientation(ReadWithExiv2(withPreview));
+    SetOrientation(read());
     good_ = true;
   } catch (const Exiv2::Error& error) {
     const int code = Exiv2Code(error);
-    if (code == kExiv2CannotOpen) throw Error(603, error.what());
+    if (code == kExiv2CannotOpen) throw Error(Error::NOT_OPENED, error.what());
     if (code == kExiv2UnknownType) {
       if (IsHeifName(path_)) CheckAndGetHeif();
       if (IsHeic()) return;
-      throw Error(602, error.what());
+      throw Error(Error::NO_FACTS, error.what());
     }
     syslog(LOG_ERR, TAVITHUMB_LOG("Exiv2 exception: E%d %s"), "thumb_info", 129, "ExtractImgInfo", code, error.what());
-    throw Error(601, error.what());
+    throw Error(Error::NOT_EXAMINED, error.what());
   }
 }
 
 std::uint32_t ThumbInfo::ReadWithExiv2(bool withPreview) {
+  return ReadWithExiv2([&](const auto& image) {
+    if (withPreview) ExtractEXIFPreviewInfo(image);
+  });
+}
+
+std::uint32_t ThumbInfo::ReadWithExiv2(const PreviewStep& previewStep) {
   const std::lock_guard<std::mutex> lock(exiv2_mutex_);
   const std::unique_ptr<Exiv2::Image> image(Exiv2::ImageFactory::open(path_, true).release());
   RefuseContainers(*image, path_);
@@ -82,7 +98,7 @@ std::uint32_t ThumbInfo::ReadWithExiv2(bool withPreview) {
   mimeType_ = image->mimeType();
   width_ = static_cast<std::uint32_t>(image->pixelWidth());
   height_ = static_cast<std::uint32_t>(image->pixelHeight());
-  if (withPreview) ExtractEXIFPreviewInfo(image);
+  previewStep(image);
   return OrientationIndex(image->exifData());
 }
 

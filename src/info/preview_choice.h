@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -10,13 +9,6 @@
 #include "tavithumb/thumb_info.h"
 
 namespace tavithumb {
-
-// A preview embedded in a picture; size in pixels.
-struct PreviewCandidate {
-  std::string mimeType;
-  std::uint32_t width;
-  std::uint32_t height;
-};
 
 // The index of the preview from which to make a thumbnail for `box`: the one with the most pixels (the first of equals)
 // among those that are not more than twice the box on both sides, provided that it has at least three quarters of

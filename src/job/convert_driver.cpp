@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // How one request is answered: which file, in a fixed order of preference; and making sizes ahead of time.
 #include <algorithm>
+#include <iterator>
 
 #include "info/size_names.h"
-#include "job/output_type.h"
 #include "support/log.h"
 #include "tavithumb/libtavithumb.h"
 
@@ -19,29 +19,47 @@ void Thumb::SetRequest(const ThumbDimension& box) {
   info_.dimension_ = box;
 }
 
+void Thumb::SetFacts(const ThumbInfo& facts) {
+  info_.mimeType_ = facts.mimeType_;
+  info_.width_ = facts.width_;
+  info_.height_ = facts.height_;
+  info_.rotate_ = facts.rotate_;
+  info_.flop_ = facts.flop_;
+  info_.good_ = facts.good_;
+  info_.heic_ = facts.heic_;
+}
+
 std::string Thumb::CalcOutputFile() {
   ReadFacts();
+  return CalcFromFacts();
+}
+
+std::string Thumb::CalcFromFacts() {
   if (info_.GetSize() == "original") {
     if (!info_.IsWebAcceptable()) return "";
-    type_ = kOutputOriginal;
+    type_ = OUTPUT_ORIGINAL;
     outputFile_ = srcPath_;
     return outputFile_;
   }
   return SetOutFirst() ? outputFile_ : "";
 }
 
-// The lookup steps in their order; the first that finds a file wins.
-bool Thumb::SetOutFirst() {
+bool Thumb::SetOutStored() {
   if (tryAlbumexEA_ && (SetOutAlbumexEA() || SetOutAlbumexOldEA())) return true;
   if (tryBrovixEA_ && SetOutBrovixEA()) return true;
   if (isVideo_ && SetOutCinevoEA()) return true;
-  if (avatar_ && SetOutAvatar()) return true;
+  return avatar_ && SetOutAvatar();
+}
+
+// The lookup steps in their order; the first that finds a file wins.
+bool Thumb::SetOutFirst() {
+  if (SetOutStored()) return true;
   if (SetOutFromEXIFPreview()) return true;
   if (acceptHeic_ && info_.IsHeic() && SetOutOriginalImage()) return true;
   if (!noOnline_ && SetOutOnline()) return true;
   // The source itself, if online mode declined because nothing has to be converted; never just because a conversion
   // failed.
-  return (!noOriginalFallback_ || type_ == kOutputOriginal) && SetOutOriginalImage();
+  return (!noOriginalFallback_ || type_ == OUTPUT_ORIGINAL) && SetOutOriginalImage();
 }
 
 // A job continues without facts, but not with a source that is damaged or can't be opened.
@@ -50,16 +68,22 @@ void Thumb::ReadFacts() {
   try {
     info_.ExtractImgInfo(true);
   } catch (const Error& error) {
-    if (error.Code() != 602) throw Error(error);
+    if (error.Code() != Error::NO_FACTS) throw Error(error);
   }
 }
 
 std::string Thumb::CalcOutputFile(const std::string& sizeName) {
-  for (auto name = std::find(size_vec.begin(), size_vec.end(), sizeName); name != size_vec.end(); ++name) {
-    SetRequest(*name);
+  for (const std::string& name : GetSizesToTry(sizeName)) {
+    SetRequest(name);
     if (!CalcOutputFile().empty() || !fallbackSmaller_) return outputFile_;
   }
   return "";
+}
+
+std::vector<std::string> Thumb::GetSizesToTry(const std::string& sizeName) const {
+  const auto first = std::find(size_vec.begin(), size_vec.end(), sizeName);
+  if (first == size_vec.end()) return {};
+  return {first, fallbackSmaller_ ? size_vec.end() : std::next(first)};
 }
 
 int Thumb::Convert(std::initializer_list<std::string> sizeNames) {

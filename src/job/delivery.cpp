@@ -4,7 +4,6 @@
 
 #include <cstdio>
 
-#include "job/output_type.h"
 #include "support/path.h"
 #include "tavithumb/libtavithumb.h"
 #include "tavithumb/thumb_convert_cmd.h"
@@ -13,15 +12,15 @@ namespace tavithumb {
 
 std::string Thumb::GetOutputType() const {
   switch (type_) {
-    case kOutputAlbumex:
+    case OUTPUT_ALBUMEX:
       return "Albumex";
-    case kOutputBrovix:
+    case OUTPUT_BROVIX:
       return "Brovix";
-    case kOutputBrovixVarTmp:
+    case OUTPUT_BROVIX_VAR_TMP:
       return "BrovixVarTmp";
-    case kOutputCinevo:
+    case OUTPUT_CINEVO:
       return "Cinevo";
-    case kOutputOriginal:
+    case OUTPUT_ORIGINAL:
       return "Original";
     default:
       return "";
@@ -56,7 +55,7 @@ bool Thumb::OutputOriginalImage() {
 bool Thumb::HttpOutputFile(const std::string& mimeType) {
   std::puts("Cache-Control: max-age=300, must-revalidate\r");
   // Albumex thumbnails are stored auto-oriented; the others already have the user's rotation.
-  if (type_ == kOutputAlbumex && (info_.GetUserRotate() & 3) != 0) return HttpOutputTurned(mimeType);
+  if (type_ == OUTPUT_ALBUMEX && (info_.GetUserRotate() & 3) != 0) return HttpOutputTurned(mimeType);
   return HTTPFileOutputer().Output(outputFile_.c_str(), mimeType.c_str()) == 0;
 }
 

@@ -2,7 +2,6 @@
 // A thumbnail from the preview embedded in the source, instead of a decode of the whole source.
 #include <unistd.h>
 
-#include "job/output_type.h"
 #include "support/log.h"
 #include "support/quarter_turns.h"
 #include "tavithumb/libtavithumb.h"
@@ -31,7 +30,7 @@ bool Thumb::SetOutFromEXIFPreview() {
   const bool made = ServesAsItIs(info_) ? MovePreview(preview) : ConvertPreview(preview, destination);
   if (!made) return false;
   outputFile_ = destination;  // an avatar job has moved it to the avatar name, but reports this one
-  type_ = kOutputBrovix;
+  type_ = OUTPUT_BROVIX;
   unlink(preview.c_str());
   return true;
 }

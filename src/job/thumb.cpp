@@ -4,7 +4,6 @@
 
 #include <limits>
 
-#include "job/output_type.h"
 #include "support/path.h"
 #include "tavithumb/libtavithumb.h"
 #include "tavithumb/util.h"
@@ -55,15 +54,15 @@ void Thumb::Rotate(int quarterTurns) {
 }
 
 bool Thumb::SetOutAlbumexEA() {
-  return SetOutStoredEA(info_.GetAlbumexThumbEAName(), kOutputAlbumex);
+  return SetOutStoredEA(info_.GetAlbumexThumbEAName(), OUTPUT_ALBUMEX);
 }
 
 bool Thumb::SetOutAlbumexOldEA() {
-  return SetOutStoredEA(info_.GetAlbumexOldThumbEAName(), kOutputAlbumex);
+  return SetOutStoredEA(info_.GetAlbumexOldThumbEAName(), OUTPUT_ALBUMEX);
 }
 
 bool Thumb::SetOutCinevoEA() {
-  return SetOutStoredEA(info_.GetCinevoThumbEAName(), kOutputCinevo);
+  return SetOutStoredEA(info_.GetCinevoThumbEAName(), OUTPUT_CINEVO);
 }
 
 bool Thumb::SetOutStoredEA(const std::string& eaName, std::int32_t type) {
@@ -93,7 +92,7 @@ bool Thumb::SetOutFreshEntry(const std::string& entry) {
     return false;
   }
   outputFile_ = entry;
-  type_ = kOutputBrovix;
+  type_ = OUTPUT_BROVIX;
   return true;
 }
 

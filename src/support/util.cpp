@@ -6,13 +6,11 @@
 #include <tavi/core.h>
 #include <tavi/fileop.h>
 #include <tavi/sdk.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdint>
-#include <ctime>
 
 #include "support/error_text.h"
 #include "support/log.h"
@@ -29,11 +27,6 @@ constexpr int kRefusedFSType = 12;
 // As in the C locale, whatever the locale of the process.
 char Lower(char byte) {
   return byte >= 'A' && byte <= 'Z' ? static_cast<char>(byte - 'A' + 'a') : byte;
-}
-
-// "_<process id>_<seconds since the epoch>"
-std::string ProcessAndTime() {
-  return "_" + std::to_string(getpid()) + "_" + std::to_string(static_cast<long>(std::time(nullptr)));
 }
 
 bool IsDirectory(const char* path) {
@@ -89,15 +82,6 @@ std::string Dirname(const std::string& path) {
   char buffer[kPathBufferSize] = {};
   path.copy(buffer, sizeof buffer - 1);
   return dirname(buffer);  // NOLINT(concurrency-mt-unsafe): uses only this buffer
-}
-
-std::string GetEATmpPath(const std::string& sourcePath, const std::string& eaName) {
-  const std::string path = GetEAPath(sourcePath, eaName);
-  return path.empty() ? "" : path + ProcessAndTime();
-}
-
-std::string GetVarTmpPath(const std::string& tag) {
-  return "/var/tmp/tavithumb_" + tag + ProcessAndTime();
 }
 
 }  // namespace tavithumb::file

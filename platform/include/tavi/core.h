@@ -23,6 +23,10 @@ int TLIBCExecv(const char* path, const char* const* argv, int wait);
 /* The same with the arguments after argument 0 listed, then a null pointer; argument 0 is `path`. `flags` 0 waits. */
 int TLIBCExecl(const char* path, int flags, ...);
 
+/* Whether the program at `path` would take each path in `argv` for the file of exactly this name: 0 for arguments with
+ * which TLIBCExecv runs nothing. Optional: a platform may lack this function. */
+int TLIBCTakesNamesLiterally(const char* path, const char* const* argv);
+
 /* Starts the program at `path` and returns a stream of its standard output (`mode` "r") or to its standard input
  * ("w"); null with errno set when it can't be started. */
 FILE* TLIBCPopenv(const char* path, const char* mode, const char* const* argv);
