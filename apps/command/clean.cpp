@@ -96,7 +96,7 @@ void Cleaner::CleanFolder(const Folder& folder) {
   }
 }
 
-// A file, which need not exist any more.
+// A file, which may have been deleted.
 void Cleaner::CleanFile(const std::string& path) {
   const std::string name = BaseName(path);
   const std::string before = path.substr(0, path.size() - name.size());

@@ -49,7 +49,7 @@ sockaddr_un UnixAddress(const std::string& path) {
   return address;
 }
 
-// A socket on which nobody listens any more.
+// A socket on which nobody listens.
 bool IsStale(const sockaddr_un& address) {
   struct stat record = {};
   if (lstat(address.sun_path, &record) != 0 || !S_ISSOCK(record.st_mode)) return false;

@@ -96,8 +96,8 @@ std::string Content(const char* mimeType, std::uint64_t length) {
 
 // One line for people instead of the content; "" when it is the content that is sent.
 std::string Explanation(Outcome outcome) {
-  if (outcome == Outcome::kAnother) return "it is another version now\n";
-  if (outcome == Outcome::kUnsatisfiable) return "it has no such bytes\n";
+  if (outcome == Outcome::kAnother) return "the file has changed\n";
+  if (outcome == Outcome::kUnsatisfiable) return "the requested range is outside the file\n";
   return "";
 }
 

@@ -499,14 +499,14 @@ std::string Refusal(const std::string& status, const std::string& body, const st
 
 TEST(HTTPFileOutputerForCgi, RefusesAPartBeyondTheEnd) {
   const FileForCgi file;
-  const std::string body = "it has no such bytes\n";
+  const std::string body = "the requested range is outside the file\n";
   EXPECT_EQ(Answer(file.path, {{"REQUEST_METHOD", "GET"}, {"HTTP_RANGE", "bytes=10-"}}),
             Refusal("416 Range Not Satisfiable", body, "Content-Range: bytes */10\r\n") + body);
 }
 
 TEST(HTTPFileOutputerForCgi, RefusesAVersionThatNoLongerExists) {
   const FileForCgi file;
-  const std::string body = "it is another version now\n", headers = Refusal("412 Precondition Failed", body, "");
+  const std::string body = "the file has changed\n", headers = Refusal("412 Precondition Failed", body, "");
   const std::pair<const char*, const char*> conditions[] = {
       {"HTTP_IF_MATCH", "\"other\""}, {"HTTP_IF_UNMODIFIED_SINCE", "Tue, 14 Nov 2023 22:13:19 GMT"}};
   for (const auto& [name, value] : conditions) {

@@ -229,13 +229,13 @@ bool Prove() {
   Scene scene(NamesToTake()[4]);
   for (const bool linked : {false, true}) byDirectory += scene.IsLedAstrayByDirectory(linked) ? 1 : 0;
   std::printf(
-      "strangers' links under names about to be written, fs.protected_symlinks on: files outside written\t%u\t"
+      "another user's links under names about to be written, fs.protected_symlinks on: files outside written\t%u\t"
       "%u requests\n",
       tally.byStranger, tally.requests);
-  std::printf("links of the process's own user there, as strangers' would do without that setting\t%u\t%u requests\n",
+  std::printf("links of the process's own user there, as another user's would do without that setting\t%u\t%u requests\n",
               tally.byOwn, tally.requests);
   std::printf(
-      "EA directories that a stranger has made in a sticky folder for everybody: files outside written\t%u\t"
+      "EA directories made by another user in a sticky folder for everybody: files outside written\t%u\t"
       "2 requests\n",
       byDirectory);
   return tally.isAsExpected && byDirectory == 0;
