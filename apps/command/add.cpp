@@ -15,8 +15,8 @@
 #include "system/paths.h"
 #include "system/text.h"
 #include "thumbs/facts.h"
+#include "thumbs/facts_in_bounds.h"
 #include "thumbs/reasons.h"
-#include "thumbs/requested_thumb.h"
 
 namespace tavithumb::apps::command {
 namespace {
@@ -90,8 +90,9 @@ void RemoveHalf(const std::string& place, const std::optional<struct stat>& befo
 // the library does when the source can't be read.
 std::optional<Refusal> Store(const Pair& names, const Pair& paths, const AddStyle& style, std::string* place) {
   const auto& [source, thumbnail] = paths;
-  RequestedThumb job(source, {{style.size, {}}});
-  job.FindStored();
+  Thumb job(source, 0, false);
+  job.SetRequest(style.size);
+  ReadFactsOnly(&job);
   if (style.checkType) {
     if (const auto problem = CheckType(thumbnail, job.GetOutputMimeType())) return Refusal{names.second, *problem};
   }

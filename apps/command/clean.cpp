@@ -151,7 +151,7 @@ void Cleaner::CleanTemporaryFolder(const std::string& path) {
   const auto names = NamesOf(folder);
   if (!names) return;
   for (const std::string& name : *names) {
-    if (IsTemporaryFile(folder.PathOf(name))) CleanTemporaryFile(folder, name);
+    if (file::IsTemporaryFile(folder.PathOf(name))) CleanTemporaryFile(folder, name);
     if (IsScratchFolder(folder.PathOf(name))) CleanScratchFolder(folder, name);
   }
 }
@@ -199,7 +199,7 @@ bool Clean(const std::vector<std::string>& paths, const RemovalStyle& style) {
   CheckLayout();
   Cleaner cleaner(style);
   for (const std::string& path : paths) cleaner.CleanPath(path);
-  for (const char* folder : temporaryFolders) cleaner.CleanTemporaryFolder(folder);
+  for (const char* folder : file::TEMPORARY_FOLDERS) cleaner.CleanTemporaryFolder(folder);
   return cleaner.Finish();
 }
 

@@ -12,8 +12,9 @@
 #include "system/descriptors.h"
 #include "system/json_text.h"
 #include "system/paths.h"
+#include "thumbs/answer.h"
+#include "thumbs/making.h"
 #include "thumbs/reasons.h"
-#include "thumbs/requested_thumb.h"
 
 namespace tavithumb::apps::command {
 namespace {
@@ -39,14 +40,14 @@ std::optional<Problem> Ask(const std::string& path, const Request& request, Answ
   if (std::optional<Problem> problem = CheckSource(path)) return problem;
   const QuietErrors quiet;
   try {
-    RequestedThumb job(path, request);
-    if (!job.Resolve()) return WhyNoAnswer(job.Failed(), request);
-    answer->path = job.GetOutputFile();
-    answer->outputType = job.OutputType();
-    answer->mimeType = job.MimeType();
+    Thumb job(path, request.options, request.acceptHeic);
+    const Resolution resolution = Resolve(request, &job);
+    if (resolution == Resolution::kNone) return WhyNoAnswer(job.GetInfo(), request);
+    answer->path = IsTemporary(job) ? KeepApart(job.GetOutputFile()) : job.GetOutputFile();
+    answer->outputType = AnswerType(job);
+    answer->mimeType = AnswerMimeType(job);
     answer->needsDelete = job.IsNeedDelete();
-    if (answer->outputType == "BrovixVarTmp") answer->path = KeepApart(answer->path);
-    answer->isMade = job.IsMade();
+    answer->isMade = resolution == Resolution::kMade;
     return std::nullopt;
   } catch (const std::exception&) {
     return ProblemOfException();

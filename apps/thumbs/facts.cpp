@@ -11,8 +11,8 @@
 #include <utility>
 
 #include "system/paths.h"
+#include "thumbs/answer.h"
 #include "thumbs/facts_in_bounds.h"
-#include "thumbs/requested_thumb.h"
 
 namespace tavithumb::apps {
 namespace {
@@ -45,8 +45,8 @@ std::optional<Picture> MeasurePicture(const std::string& path) {
   if (path.empty()) return std::nullopt;
   try {
     ThumbInfo info(path, "original", Thumb::strThumbSizeMap_.at("original"));
-    ExtractInBounds(&info, false);
-    return Picture{SourceMimeType(info, path), info.GetWidth(), info.GetHeight()};
+    ReadInBounds([&] { info.ExtractImgInfo(false); });
+    return Picture{SourceMimeType(info), info.GetWidth(), info.GetHeight()};
   } catch (const std::exception&) {  // not a picture, or its facts make no sense
     return std::nullopt;
   }
@@ -60,10 +60,10 @@ nlohmann::ordered_json JsonPicture(const std::optional<Picture>& picture) {
 Facts ReadFacts(const std::string& path) {
   FactsWithPreview source(path);
   ThumbInfo& info = source.Info();
-  ExtractInBounds(&info, true);
+  ReadInBounds([&] { info.ExtractImgInfo(true); });
   Facts facts;
   facts.isVideo = IsSupportVideo(BaseName(path));
-  facts.mimeType = SourceMimeType(info, path);
+  facts.mimeType = SourceMimeType(info);
   facts.width = info.GetWidth();
   facts.height = info.GetHeight();
   facts.orientation = OrientationOf(info);

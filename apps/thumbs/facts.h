@@ -35,7 +35,7 @@ std::optional<Picture> MeasurePicture(const std::string& path);
 // An object of mime_type, width and height, or null for nothing.
 nlohmann::ordered_json JsonPicture(const std::optional<Picture>& picture);
 
-// What the library knows about the file at `path`. Throws as ExtractInBounds() does.
+// What the library knows about the file at `path`. Throws as ReadInBounds() does.
 Facts ReadFacts(const std::string& path);
 
 }  // namespace tavithumb::apps

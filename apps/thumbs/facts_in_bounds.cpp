@@ -39,13 +39,23 @@ class BoundedData {
 
 }  // namespace
 
-void ExtractInBounds(ThumbInfo* info, bool withPreview) {
+void ReadInBounds(const std::function<void()>& read) {
   const BoundedData bounded(mostForFacts);
   try {
-    info->ExtractImgInfo(withPreview);
+    read();
   } catch (const std::bad_alloc&) {
     throw FactsTooLarge();
   }
+}
+
+void ReadFactsOnly(Thumb* job) {
+  ThumbInfo facts = job->GetInfo();
+  try {
+    ReadInBounds([&] { facts.ExtractImgInfo(false); });
+  } catch (const Error& error) {
+    if (error.Code() != Error::NO_FACTS) throw;
+  }
+  job->SetFacts(facts);
 }
 
 }  // namespace tavithumb::apps

@@ -12,7 +12,6 @@
 #include <cerrno>
 #include <exception>
 #include <new>
-#include <string_view>
 #include <system_error>
 
 #include "system/paths.h"
@@ -22,18 +21,15 @@
 namespace tavithumb::apps {
 namespace {
 
-// Error codes of the library.
-constexpr int unknownType = 602;
-constexpr int cannotOpen = 603;
-
 using Kind = Problem::Kind;
 
 const Problem permissionDenied = {Kind::kForbidden, "permission denied", "ask its owner for read permission"};
 const Problem damaged = {Kind::kDamaged, "it is damaged", "get a fresh copy of it"};
 
 Problem ProblemOfError(int code) {
-  if (code == unknownType) return UnknownContent();
-  if (code == cannotOpen) return {Kind::kForbidden, "it cannot be opened", "check that it is still there and readable"};
+  if (code == Error::NO_FACTS) return UnknownContent();
+  if (code == Error::NOT_OPENED)
+    return {Kind::kForbidden, "it cannot be opened", "check that it is still there and readable"};
   return damaged;
 }
 
@@ -56,21 +52,21 @@ std::optional<Problem> WhyNoTool() {
   return std::nullopt;
 }
 
-// ImageMagick puts something else for "%d", "%03x", "%[" or "%%", in the name of a folder too.
-bool HasPattern(const std::string& path) {
-  for (std::size_t i = path.find('%'); i != std::string::npos; i = path.find('%', i + 1)) {
-    const std::size_t letter = path.find_first_not_of("0123456789", i + 1);
-    if (letter != std::string::npos && std::string_view("dox[").find(path[letter]) != std::string_view::npos)
-      return true;
-    if (path[i + 1] == '%') return true;
-  }
-  return false;
+bool IsRefused(const ThumbInfo& source, const std::string& path) {
+  return ConvertCmd(source, path, "").IsRefused();
 }
 
-// ImageMagick looks for other files by such a name, and by that of a photo beside which lies what is called like a
-// frame of it.
-bool IsTakenForOthers(const std::string& path) {
-  return BaseName(path).find_first_of("*?[]{}") != std::string::npos || MayDo(path + "[0]", F_OK);
+// Why the platform does not have ImageMagick read the source, when that is so: its name stands for other files, or, for
+// any file in a folder of that name too, "%d" in it for a number.
+std::optional<Problem> WhyRefused(const ThumbInfo& source) {
+  if (!IsRefused(source, source.GetPath())) return std::nullopt;
+  if (IsRefused(source, source.GetPath() + "/photo")) {
+    return Problem{Kind::kDamaged,
+                   "it could not be converted because ImageMagick reads the '%' in its path as a pattern",
+                   "rename it, or work on a copy"};
+  }
+  return Problem{Kind::kDamaged, "it could not be converted because ImageMagick may read other files in its place",
+                 "rename it, or work on a copy in another folder"};
 }
 
 }  // namespace
@@ -137,8 +133,8 @@ std::optional<Problem> WhyNotStored(const std::string& path) {
                  "make its folder writable, or work on a copy"};
 }
 
-Problem WhyNoAnswer(const Attempt& attempt, const Request& request) {
-  if (attempt.isVideo) {
+Problem WhyNoAnswer(const ThumbInfo& source, const Request& request) {
+  if (IsSupportVideo(BaseName(source.GetPath()))) {
     return {Kind::kMissing, "no screenshot is stored for this video", "store one first; videos are never converted"};
   }
   if (request.size.name == "original" && (request.options & Thumb::OPT_FALLBACK_SMALLER) == 0) {
@@ -148,16 +144,9 @@ Problem WhyNoAnswer(const Attempt& attempt, const Request& request) {
   if ((request.options & Thumb::OPT_NO_CONVERT) != 0) {
     return {Kind::kMissing, "no thumbnail is stored and --no-convert forbids making one", "leave out --no-convert"};
   }
-  if (!attempt.factsKnown) return WhyNoTool().value_or(UnknownContent());
-  if (const std::optional<Problem> problem = WhyNotStored(attempt.path)) return *problem;
-  if (HasPattern(attempt.path)) {
-    return {Kind::kDamaged, "it could not be converted because ImageMagick reads the '%' in its path as a pattern",
-            "rename it, or work on a copy"};
-  }
-  if (IsTakenForOthers(attempt.path)) {
-    return {Kind::kDamaged, "it could not be converted because ImageMagick may read other files in its place",
-            "rename it, or work on a copy in another folder"};
-  }
+  if (!source.IsGood()) return WhyNoTool().value_or(UnknownContent());
+  if (const std::optional<Problem> problem = WhyNotStored(source.GetPath())) return *problem;
+  if (const std::optional<Problem> problem = WhyRefused(source)) return *problem;
   return WhyNoTool().value_or(Problem{Kind::kDamaged, "it could not be converted",
                                       "check that it opens in another program and that the disk has space"});
 }

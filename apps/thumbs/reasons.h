@@ -47,12 +47,7 @@ Problem UnknownContent();
 // volumes that take no entries none is needed: thumbnails are made elsewhere.
 std::optional<Problem> WhyNotStored(const std::string& path);
 
-// What a job that has served one request without an answer knew.
-struct Attempt {
-  std::string path;
-  bool isVideo;
-  bool factsKnown;
-};
-Problem WhyNoAnswer(const Attempt& attempt, const Request& request);
+// Why a job that knows this of its source has found no answer to `request`.
+Problem WhyNoAnswer(const ThumbInfo& source, const Request& request);
 
 }  // namespace tavithumb::apps

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "thumbs/stored_entries.h"
 
+#include <tavithumb/util.h>
+
 #include <regex>
 #include <vector>
 
@@ -12,36 +14,25 @@ namespace {
 constexpr char extension[] = "\\.(?:gif|png|jpg)";
 constexpr char turns[] = "(?:_r(-?[1-3]))?";
 constexpr char letter[] = "(S|M|B|XL)";
-// "_<process id>_<seconds>" of the library's own temporary names, "_<seconds>" of djpeg's.
-constexpr char mark[] = "(_[0-9]+(?:_[0-9]+)?)?";
 
 std::string Box() {
   const std::string side = "(?:0|[1-9][0-9]{0,9})";
   return side + "x" + side;
 }
 
-std::string BrovixTemporary() {
-  return std::string("TAVIFILETMP_THUMB") + turns + extension;
-}
-
-// How each consumer's names are made. The groups are size, turns and the mark of a temporary name.
+// How each consumer's names are made. The groups are size and turns.
 struct Scheme {
   std::string consumer;
-  bool isTemporary;
   std::regex pattern;
 };
 
-// What begins with "tavithumb_" is made of a raw photo on a volume that takes no entries.
 std::vector<Scheme> MakeSchemes() {
-  const std::string end = std::string(extension) + mark;
   return {
-      {"Brovix", false, std::regex("TAVIFILE_THUMB_(S|M|B|XL|" + Box() + ")" + turns + end)},
-      {"Brovix", true, std::regex("()" + BrovixTemporary() + mark)},
-      {"Brovix", true, std::regex("()tavithumb_" + BrovixTemporary() + "_[0-9]+_[0-9]+(_[0-9]+_[0-9]+)")},
-      {"Albumex", false, std::regex(std::string("TAVIPHOTO_THUMB_") + letter + "()" + end)},
-      {"Albumex old", false, std::regex(std::string("TAVIPHOTO:THUMB_") + letter + "()" + end)},
-      {"avatar", false, std::regex("TAVIAVATAR_(" + Box() + ")" + turns + end)},
-      {"Cinevo", false, std::regex(std::string("()()TAVIVIDEO_VIDEO_SCREENSHOT\\.jpg") + mark)},
+      {"Brovix", std::regex("TAVIFILE_THUMB_(S|M|B|XL|" + Box() + ")" + turns + extension)},
+      {"Albumex", std::regex(std::string("TAVIPHOTO_THUMB_") + letter + "()" + extension)},
+      {"Albumex old", std::regex(std::string("TAVIPHOTO:THUMB_") + letter + "()" + extension)},
+      {"avatar", std::regex("TAVIAVATAR_(" + Box() + ")" + turns + extension)},
+      {"Cinevo", std::regex("()()TAVIVIDEO_VIDEO_SCREENSHOT\\.jpg")},
   };
 }
 
@@ -51,28 +42,26 @@ std::string SizeOf(const std::string& text) {
   return sizes.empty() ? text : sizes;
 }
 
-}  // namespace
-
-std::optional<EntryName> ParseEntryName(const std::string& name) {
+std::optional<EntryName> ParseFinalName(const std::string& name) {
   static const std::vector<Scheme> schemes = MakeSchemes();
   std::smatch groups;
   for (const Scheme& scheme : schemes) {
     if (!std::regex_match(name, groups, scheme.pattern)) continue;
-    return EntryName{scheme.consumer, SizeOf(groups[1]), groups[2].length() == 0 ? 0 : std::stoi(groups[2]),
-                     scheme.isTemporary || groups[3].length() != 0};
+    return EntryName{scheme.consumer, SizeOf(groups[1]), groups[2].length() == 0 ? 0 : std::stoi(groups[2]), false};
   }
   return std::nullopt;
 }
 
-// The parts are an extracted preview, what is made on a volume that takes no entries, and the frames of an animation.
-bool IsTemporaryFile(const std::string& path) {
-  static const std::regex pattern(
-      "/tmp/thumb\\.[0-9]+\\.[0-9]+\\.[0-9]+\\.[a-z]+"
-      "|/var/tmp/tavithumb_" +
-      BrovixTemporary() +
-      "_[0-9]+_[0-9]+(?:_[0-9]+)?"
-      "|/var/tmp/convert_thumbnail__[0-9]+[^/]+");
-  return std::regex_match(path, pattern);
+}  // namespace
+
+// What the library works on before it has its name becomes a Brovix thumbnail, or an avatar.
+std::optional<EntryName> ParseEntryName(const std::string& name) {
+  const std::optional<file::TemporaryEntry> temporary = file::ParseTemporaryEntry(name);
+  if (!temporary) return ParseFinalName(name);
+  if (temporary->entry.empty()) return EntryName{"Brovix", "", temporary->quarterTurns, true};
+  std::optional<EntryName> entry = ParseFinalName(temporary->entry);
+  if (entry) entry->isTemporary = true;
+  return entry;
 }
 
 bool IsScratchFolder(const std::string& path) {

@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
-#include <array>
 #include <optional>
 #include <string>
 
 namespace tavithumb::apps {
 
-// The names that the library gives to what it stores, and to what it works on. Nothing is looked up on disk.
+// The names that the library gives to what it stores in EA directories. Nothing is looked up on disk.
 
 // What the name of an entry in an EA directory tells.
 struct EntryName {
@@ -19,12 +18,6 @@ struct EntryName {
 
 // Nothing unless the whole name is one that the library makes.
 std::optional<EntryName> ParseEntryName(const std::string& name);
-
-// Where the library and its programs put temporary files.
-inline constexpr std::array temporaryFolders = {"/tmp", "/var/tmp"};
-
-// The path is one that the library makes for a temporary file in those folders.
-bool IsTemporaryFile(const std::string& path);
 
 // The path is one that a program makes for a folder which holds nothing but temporary files of the tools.
 bool IsScratchFolder(const std::string& path);

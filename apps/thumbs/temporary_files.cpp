@@ -2,6 +2,7 @@
 #include "thumbs/temporary_files.h"
 
 #include <glob.h>
+#include <tavithumb/util.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -21,11 +22,10 @@ void UseScratchFolder(const std::string& folder) {
   setenv("MAGICK_TEMPORARY_PATH", folder.c_str(), 1);  // NOLINT(concurrency-mt-unsafe)
 }
 
-// The library's names for extracted previews begin with the process id.
 void RemovePreviews(pid_t process) {
   glob_t previews = {};
   // NOLINTNEXTLINE(concurrency-mt-unsafe): the pattern has no "~"
-  if (glob(("/tmp/thumb." + std::to_string(process) + ".*").c_str(), 0, nullptr, &previews) == 0) {
+  if (glob((file::GetPreviewTmpPrefix(process) + "*").c_str(), 0, nullptr, &previews) == 0) {
     for (std::size_t i = 0; i < previews.gl_pathc; ++i) unlink(previews.gl_pathv[i]);
   }
   globfree(&previews);

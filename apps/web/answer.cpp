@@ -12,8 +12,11 @@
 
 #include "system/descriptors.h"
 #include "system/text.h"
+#include "thumbs/answer.h"
+#include "thumbs/facts_in_bounds.h"
+#include "thumbs/lookup.h"
+#include "thumbs/making.h"
 #include "thumbs/reasons.h"
-#include "thumbs/requested_thumb.h"
 #include "thumbs/source_lock.h"
 #include "web/http_error.h"
 #include "web/listing.h"
@@ -58,19 +61,19 @@ Found FindSource(const Target& target, const Roots& roots) {
 }
 
 // Only one process makes a thumbnail of a source; those that have waited find it stored.
-void Make(const Found& source, const Target& target, RequestedThumb* job, RequestState* state) {
+void Make(const Found& source, const Target& target, Thumb* job, RequestState* state) {
   const SourceLock lock(source.OpenPath());
   const ScratchFolder scratch(state);
-  if (!job->Resolve()) throw ErrorOf(WhyNoAnswer(job->Failed(), target.request));
+  if (Resolve(target.request, job) == Resolution::kNone) throw ErrorOf(WhyNoAnswer(job->GetInfo(), target.request));
   if (access(job->GetOutputFile().c_str(), R_OK) != 0) throw HttpError(kServiceUnavailable, "its thumbnail is gone");
 }
 
-void Deliver(RequestedThumb* job, RequestState* state) {
+void Deliver(Thumb* job, RequestState* state) {
   state->hasAnswered = true;
   // The answer to the same address may be the HEIF source itself for those who can show it.
   Print("X-Content-Type-Options: nosniff\r\nVary: Accept\r\n");
-  if (!job->HttpOutputFile(job->MimeType())) syslog(LOG_INFO, "%s: aborted", state->request.data());
-  if (job->IsTemporary()) unlink(job->GetOutputFile().c_str());
+  if (!job->HttpOutputFile(AnswerMimeType(*job))) syslog(LOG_INFO, "%s: aborted", state->request.data());
+  if (IsTemporary(*job)) unlink(job->GetOutputFile().c_str());
 }
 
 // The library's exceptions as what they mean to those who ask.
@@ -88,10 +91,11 @@ void WithProblems(const Step& step) {
 
 void AnswerThumb(const Target& target, const Roots& roots, RequestState* state) {
   const Found source = FindSource(target, roots);
+  const Request& request = target.request;
   WithProblems([&] {
-    RequestedThumb stored(source.path, target.request);
-    if (stored.FindStored() && !IsBeingMade(source.OpenPath())) return Deliver(&stored, state);
-    RequestedThumb made(source.path, target.request);
+    Thumb stored(source.path, request.options, request.acceptHeic);
+    if (FindStored(request, &stored) && !IsBeingMade(source.OpenPath())) return Deliver(&stored, state);
+    Thumb made(source.path, request.options, request.acceptHeic);
     Make(source, target, &made, state);
     Deliver(&made, state);
   });
@@ -100,8 +104,9 @@ void AnswerThumb(const Target& target, const Roots& roots, RequestState* state) 
 void AnswerOriginal(const Target& target, const Roots& roots, RequestState* state) {
   const Found source = FindSource(target, roots);
   WithProblems([&] {
-    RequestedThumb job(source.path, {{"original", {}}, 0, Thumb::OPT_NO_CONVERT, false});
-    if (!job.HasShowableSource()) throw HttpError(kUnsupportedMediaType, "a browser cannot show the original");
+    Thumb job(source.path, Thumb::OPT_NO_CONVERT, false);
+    ReadFactsOnly(&job);
+    if (!job.GetInfo().IsWebAcceptable()) throw HttpError(kUnsupportedMediaType, "a browser cannot show the original");
     state->hasAnswered = true;
     Print("X-Content-Type-Options: nosniff\r\n");
     if (!job.OutputOriginalImage()) syslog(LOG_INFO, "%s: aborted", state->request.data());

@@ -7,6 +7,7 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <tavithumb/util.h>
 #include <unistd.h>
 
 #include <array>
@@ -18,7 +19,6 @@
 #include <system_error>
 
 #include "thumbs/imagemagick_policy.h"
-#include "thumbs/stored_entries.h"
 #include "thumbs/temporary_files.h"
 
 namespace tavithumb::apps::web {
@@ -58,7 +58,7 @@ FileDescriptor MakeRules(const Roots& roots, const std::string& policyFolder) {
   FileDescriptor rules(static_cast<int>(syscall(SYS_landlock_create_ruleset, &attributes, sizeof attributes, 0)));
   if (!rules.IsOpen()) return rules;
   for (const Root& root : roots.All()) Allow(rules, root.folder, storing | moving);
-  for (const char* folder : temporaryFolders) Allow(rules, folder, storing | moving);
+  for (const char* folder : file::TEMPORARY_FOLDERS) Allow(rules, folder, storing | moving);
   for (const char* folder : systemFolders) Allow(rules, folder, running);
   Allow(rules, policyFolder, reading);
   Allow(rules, "/proc", reading);

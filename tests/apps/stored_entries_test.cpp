@@ -3,6 +3,7 @@
 #include "thumbs/stored_entries.h"
 
 #include <gtest/gtest.h>
+#include <tavithumb/util.h>
 
 #include <vector>
 
@@ -120,7 +121,7 @@ TEST(TemporaryNames, AreThoseOfTheLibraryInTheirFolder) {
            "/var/tmp/convert_thumbnail__1700000000cat.gif",
            "/var/tmp/convert_thumbnail__1700000000new\nline\xfc.gif",
        }) {
-    EXPECT_TRUE(IsTemporaryFile(path)) << path;
+    EXPECT_TRUE(file::IsTemporaryFile(path)) << path;
     EXPECT_FALSE(IsScratchFolder(path)) << path;
   }
   for (const char* path : {
@@ -145,7 +146,7 @@ TEST(TemporaryNames, AreThoseOfTheLibraryInTheirFolder) {
            "/var/tmp/convert_thumbnail__1",
            "/tmp/tavithumb-web.abcDEF",
        }) {
-    EXPECT_FALSE(IsTemporaryFile(path)) << path;
+    EXPECT_FALSE(file::IsTemporaryFile(path)) << path;
   }
 }
 

@@ -15,15 +15,20 @@
 #include <system_error>
 
 #include "system/paths.h"
+#include "thumbs/answer.h"
+#include "thumbs/lookup.h"
+#include "thumbs/making.h"
 #include "thumbs/reasons.h"
-#include "thumbs/requested_thumb.h"
+#include "thumbs/source_facts.h"
 #include "thumbs/source_lock.h"
 
 namespace tavithumb::apps::command {
 namespace {
 
+constexpr int options = Thumb::OPT_BROVIX_EA;
+
 Request RequestOf(const std::string& size) {
-  return {{size, {0, 0}}, 0, Thumb::OPT_BROVIX_EA, false};
+  return {{size, {0, 0}}, 0, options, false};
 }
 
 std::uint64_t SizeOf(const std::string& path) {
@@ -45,15 +50,16 @@ void RemoveTemporaries(const std::string& path, const Making& making) {
 // The sizes of one source, one after the other.
 class Sizes {
  public:
-  // Throws as RequestedThumb::ReadFacts() does.
+  // Throws as SourceFacts does.
   Sizes(const std::string& path, const Order& order, const Announce& announce, Result* result)
       : path_(path),
         order_(order),
         announce_(announce),
         result_(result),
-        lookUp_(path, RequestOf(order.sizes.front())),
+        facts_(path),
+        lookUp_(path, options, false),
         canStore_(file::IsDestSupportEAWrite(file::Dirname(path)) && !file::GetEAPath(path, "thumbnail").empty()) {
-    lookUp_.ReadFacts();
+    facts_.GiveTo(&lookUp_);
   }
 
   void Serve(const std::string& size);
@@ -61,61 +67,59 @@ class Sizes {
  private:
   void MakeUnlessServed(const std::string& size);
   void Make(const std::string& size);
-  void Take(const std::string& size, const RequestedThumb& made);
-  Problem WhyNot(const Attempt& attempt, const std::string& size) const;
+  Problem WhyNot(const Thumb& job, const std::string& size) const;
 
   const std::string& path_;
   const Order& order_;
   const Announce& announce_;
   Result* result_;
-  RequestedThumb lookUp_;
+  SourceFacts facts_;
+  Thumb lookUp_;
   bool canStore_;
   std::set<std::string> planned_;  // entries that a dry run would have made
 };
 
 // Two sizes may share their thumbnail.
 void Sizes::Serve(const std::string& size) {
-  lookUp_.SetSize(size);
-  if (lookUp_.HasStored() || planned_.count(lookUp_.GetOnlineOutputDest()) != 0) {
+  lookUp_.SetRequest(size);
+  if (HasStored(lookUp_) || planned_.count(lookUp_.GetOnlineOutputDest()) != 0) {
     result_->found.push_back(size);
-  } else if (!order_.onlyOlder || lookUp_.HasOutdated()) {
+  } else if (!order_.onlyOlder || HasOutdated(lookUp_)) {
     MakeUnlessServed(size);
   }
 }
 
 void Sizes::MakeUnlessServed(const std::string& size) {
   if (order_.isDryRun || !canStore_) {
-    if (lookUp_.IsServedBySource()) return result_->notNeeded.push_back(size);
+    if (lookUp_.WouldServeSource() && !facts_.HavePreviewFor(lookUp_)) return result_->notNeeded.push_back(size);
     if (!canStore_) return result_->Fail(size, WhyNotStored(path_).value_or(NoEntriesOnVolume()));
     planned_.insert(lookUp_.GetOnlineOutputDest());
     return result_->made.push_back(size);
   }
-  const Making making = {BaseName(lookUp_.GetOnlineOutputDest()), lookUp_.TemporaryEntry(), std::time(nullptr)};
+  const Making making = {BaseName(lookUp_.GetOnlineOutputDest()), lookUp_.GetInfo().GetBrovixTmpThumbEAName(),
+                         std::time(nullptr)};
   announce_(*result_, making);
   Make(size);
   if (!result_->failures.empty()) RemoveTemporaries(path_, making);
 }
 
 void Sizes::Make(const std::string& size) {
-  RequestedThumb job(path_, RequestOf(size));
-  if (!job.Resolve()) return result_->Fail(size, WhyNot(job.Failed(), size));
-  if (job.IsSource()) return result_->notNeeded.push_back(size);
-  if (job.IsTemporary()) {
+  if (!facts_.AreCurrent()) facts_ = SourceFacts(path_);
+  Thumb job(path_, options, false);
+  if (Resolve(RequestOf(size), facts_, &job) == Resolution::kNone) return result_->Fail(size, WhyNot(job, size));
+  if (IsSource(job)) return result_->notNeeded.push_back(size);
+  if (IsTemporary(job)) {
     unlink(job.GetOutputFile().c_str());
     return result_->Fail(size, NoEntriesOnVolume());
   }
-  Take(size, job);
-}
-
-void Sizes::Take(const std::string& size, const RequestedThumb& made) {
   result_->made.push_back(size);
-  result_->bytes += SizeOf(made.GetOutputFile());
+  result_->bytes += SizeOf(job.GetOutputFile());
 }
 
 // It may have gone, or lost its rights, since it was looked at first.
-Problem Sizes::WhyNot(const Attempt& attempt, const std::string& size) const {
+Problem Sizes::WhyNot(const Thumb& job, const std::string& size) const {
   if (std::optional<Problem> problem = CheckSource(path_)) return *problem;
-  return WhyNoAnswer(attempt, RequestOf(size));
+  return WhyNoAnswer(job.GetInfo(), RequestOf(size));
 }
 
 }  // namespace

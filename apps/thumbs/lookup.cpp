@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "thumbs/lookup.h"
+
+#include <unistd.h>
+
+#include "thumbs/facts_in_bounds.h"
+
+namespace tavithumb::apps {
+
+void SetRequest(const Request& request, Thumb* job) {
+  if (request.size.IsBox()) {
+    job->SetRequest(request.size.box);
+  } else {
+    job->SetRequest(request.size.name);
+  }
+  job->Rotate(request.quarterTurns);
+}
+
+bool FindStored(const Request& request, Thumb* job) {
+  if (request.size.name == "original") return false;
+  SetRequest(request, job);
+  ReadFactsOnly(job);
+  return job->SetOutStored();
+}
+
+bool HasStored(const Thumb& job) {
+  return job.GetInfo().IsThumbUptoDate(job.GetOnlineOutputDest());
+}
+
+bool HasOutdated(const Thumb& job) {
+  return access(job.GetOnlineOutputDest().c_str(), F_OK) == 0 && !HasStored(job);
+}
+
+}  // namespace tavithumb::apps

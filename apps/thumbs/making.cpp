@@ -1,0 +1,87 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "thumbs/making.h"
+
+#include <tavithumb/util.h>
+#include <unistd.h>
+
+#include <functional>
+#include <optional>
+
+#include "thumbs/answer.h"
+#include "thumbs/facts_in_bounds.h"
+#include "thumbs/full_disk.h"
+#include "thumbs/lookup.h"
+#include "thumbs/source_lock.h"
+#include "thumbs/stored_files.h"
+
+namespace tavithumb::apps {
+namespace {
+
+// Gives a job the facts for the size that it is asked for.
+using GiveFacts = std::function<void(Thumb*)>;
+
+void ReadFacts(Thumb* job) {
+  ReadInBounds([job] { job->ReadFacts(); });
+}
+
+bool Answers(const GiveFacts& giveFacts, Thumb* job) {
+  giveFacts(job);
+  return !job->CalcFromFacts().empty();
+}
+
+// A named size may fall back to smaller ones; a box does not.
+bool AnswersAtSomeSize(const Request& request, const GiveFacts& giveFacts, Thumb* job) {
+  if (request.size.IsBox()) return Answers(giveFacts, job);
+  for (const std::string& name : job->GetSizesToTry(request.size.name)) {
+    job->SetRequest(name);
+    if (Answers(giveFacts, job)) return true;
+  }
+  return false;
+}
+
+// An avatar made from an embedded preview is stored as one, although the job then names the place of the thumbnail
+// that is not cropped.
+void PreferAvatar(Thumb* job) {
+  if (HasStored(*job)) job->SetOutAvatar();
+}
+
+// A source that would serve itself, because a thumbnail of it saves nothing, does not show the rotation.
+bool FindOrMake(const Request& request, const GiveFacts& giveFacts, Thumb* job) {
+  if (!AnswersAtSomeSize(request, giveFacts, job)) return false;
+  const bool isRotated = request.quarterTurns % 4 != 0;
+  if (IsSource(*job) && request.size.name != "original" && isRotated) return job->SetOutConverted();
+  const bool isAvatar = (request.options & Thumb::OPT_AVATAR) != 0;
+  if (isAvatar && job->GetOutputTypeCode() == Thumb::OUTPUT_BROVIX) PreferAvatar(job);
+  return true;
+}
+
+Resolution ResolveWith(const Request& request, const GiveFacts& giveFacts, Thumb* job) {
+  const std::string& source = job->GetInfo().GetPath();
+  std::optional<AnimationLock> lock;
+  if ((request.options & Thumb::OPT_ENABLE_GIF) != 0 && file::GetFileExt(source) == "gif") lock.emplace();
+  SetRequest(request, job);
+  const StoredFiles before(source);
+  if (!FindOrMake(request, giveFacts, job)) return Resolution::kNone;
+  const std::string& answer = job->GetOutputFile();
+  if (IsSource(*job) || before.Hold(answer)) return Resolution::kFound;
+  if (!IsDiskFull(answer) || !IsCutOff(answer)) return Resolution::kMade;
+  unlink(answer.c_str());
+  return Resolution::kNone;
+}
+
+}  // namespace
+
+Resolution Resolve(const Request& request, Thumb* job) {
+  return ResolveWith(request, ReadFacts, job);
+}
+
+// A preview that is to become the thumbnail has to be read from the source for its size.
+Resolution Resolve(const Request& request, const SourceFacts& facts, Thumb* job) {
+  const auto giveFacts = [&facts](Thumb* fresh) {
+    facts.GiveTo(fresh);
+    if (facts.HavePreviewFor(*fresh)) ReadFacts(fresh);
+  };
+  return ResolveWith(request, giveFacts, job);
+}
+
+}  // namespace tavithumb::apps
