@@ -112,6 +112,11 @@ int TLIBCExecv(const char* path, const char* const* argv, int wait) {
   return current->run ? current->run(path, arguments) : 0;
 }
 
+int TLIBCTakesNamesLiterally(const char* path, const char* const* argv) {
+  Record({"TLIBCTakesNamesLiterally", path}, Strings(argv));
+  return current->takesNamesLiterally ? 1 : 0;
+}
+
 int TLIBCExecl(const char* path, int flags, ...) {
   std::vector<std::string> arguments{path};
   va_list list;

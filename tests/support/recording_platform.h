@@ -40,6 +40,8 @@ class RecordingPlatform {
 
   // TLIBCExecv and TLIBCExecl (with `argv` complete, argument 0 included); default: 0.
   std::function<int(const std::string& path, const std::vector<std::string>& argv)> run;
+  // TLIBCTakesNamesLiterally; default: yes.
+  bool takesNamesLiterally = true;
   // TLIBCPopenv; default: an empty stream. Opened streams are closed by TLIBCPclose.
   std::function<std::FILE*(const std::string& path, const std::vector<std::string>& argv)> open;
   // Both overloads of HTTPFileOutputer::Output; default: 0. The overload with a stream is recorded without reading the

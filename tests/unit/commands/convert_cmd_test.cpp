@@ -26,6 +26,19 @@ TEST(ConvertCmd, ScalesTheFirstFrame) {
                        "-rotate", "0", "-rotate", "0", "/v/d.jpg"}));
 }
 
+TEST(ConvertCmd, AsksThePlatformWhetherItWouldRun) {
+  for (const bool isLiteral : {true, false}) {
+    RecordingPlatform platform;
+    platform.takesNamesLiterally = isLiteral;
+    const ConvertCmd command(JpegRecord(4000, 3000, {640, 480}), "/v/%d.tif", "/v/d.jpg");
+    EXPECT_EQ(command.IsRefused(), !isLiteral);
+    EXPECT_EQ(platform.calls,
+              (std::vector<PlatformCall>{{"TLIBCTakesNamesLiterally", "/usr/bin/convert", "/usr/bin/convert", "-strip",
+                                          "-colorspace", "sRGB", "/v/%d.tif[0]", "-thumbnail", "640x480", "-rotate",
+                                          "0", "-rotate", "0", "/v/d.jpg"}}));
+  }
+}
+
 TEST(ConvertCmd, MirrorsBetweenTheStoredAndTheUsersRotation) {
   OpenInfo info = JpegRecord(4000, 3000, {640, 480});
   info.rotate_ = 1;

@@ -30,6 +30,16 @@ PlatformCall ConvertRun(const std::string& from, const std::string& geometry, co
           "-rotate",    userDegrees,        to};
 }
 
+TEST(DJpegCmd, SavesNothingOnASourceThatHasNoMoreBytesThanItsDecode) {
+  constexpr int decoded = 400 * 300 * 3 + 54;
+  const std::pair<int, bool> rows[] = {{0, true}, {decoded - 1, true}, {decoded, true}, {decoded + 1, false}};
+  for (const auto& [bytes, isSmaller] : rows) {
+    OpenInfo info = JpegRecord(800, 600, {400, 300});
+    info.stat_.st_size = bytes;
+    EXPECT_EQ(DJpegCmd(info, "/v/a.jpg", "/v/d.jpg").IsSourceSmaller(), isSmaller) << bytes;
+  }
+}
+
 TEST(DJpegCmd, DecodesAtTheFirstScaleThatFitsAndKeepsThreeQuartersOfTheTarget) {
   struct Row {
     std::uint32_t width, height;

@@ -6,6 +6,7 @@
 
 #include <csignal>
 #include <optional>
+#include <stdexcept>
 #include <tuple>
 
 #include "../records.h"
@@ -137,6 +138,85 @@ TEST_F(Preview, IsNotWrittenUnlessRequested) {
   info.ExtractImgInfo(false);
   EXPECT_EQ(info.GetEXIFPreviewTmpPath(), "");
   EXPECT_EQ(OwnTemporaryFiles(), before);
+}
+
+TEST_F(Preview, IsListedWithTheFactsAndNotWritten) {
+  SetExif(source, {{"Exif.Image.Orientation", "6"}});
+  OpenInfo info(source, "small", {120, 120});
+  info.exifPreviewTmpPath_ = "/earlier";
+  const std::vector<PreviewCandidate> previews = info.ExtractImgInfoAndPreviews();
+  ASSERT_EQ(previews.size(), 1u);
+  EXPECT_EQ(previews[0].mimeType, "image/jpeg");
+  EXPECT_EQ(previews[0].width, 160u);
+  EXPECT_EQ(previews[0].height, 120u);
+  EXPECT_EQ(info.GetMimeType(), "image/jpeg");
+  EXPECT_EQ(info.GetWidth(), 1000u);
+  EXPECT_EQ(info.GetHeight(), 800u);
+  EXPECT_EQ(info.GetRotate(), 1);
+  EXPECT_TRUE(info.IsGood());
+  EXPECT_EQ(info.GetEXIFPreviewTmpPath(), "/earlier");
+  EXPECT_EQ(OwnTemporaryFiles(), before);
+  EXPECT_EQ(log.lines, std::vector<LogLine>{});
+  EXPECT_TRUE(Exiv2LockIsFree());
+}
+
+TEST_F(Preview, IsListedInExiv2sOrderForThoseOfACameraRawFile) {
+  MakeJpeg(folder / "full.jpg", 800, 600);
+  SetPreview(folder / "full.jpg", folder / "preview.jpg");
+  MakeRaf(folder / "a.raf", folder / "full.jpg");
+  OpenInfo info(folder / "a.raf", "small", {120, 120});
+  std::vector<std::uint32_t> widths;
+  for (const PreviewCandidate& preview : info.ExtractImgInfoAndPreviews()) widths.push_back(preview.width);
+  EXPECT_EQ(widths, (std::vector<std::uint32_t>{160, 800}));
+}
+
+TEST_F(Preview, IsNotListedWhereThereIsNone) {
+  MakePng(folder / "a.png", 60, 40);
+  MakeHeic(folder / "a.heic", 64, 64, true);
+  WriteFile(folder / "clip.mp4", "no real video");
+  for (const char* name : {"a.png", "a.heic", "clip.mp4"}) {
+    OpenInfo info(folder / name, "small", {120, 120});
+    EXPECT_TRUE(info.ExtractImgInfoAndPreviews().empty()) << name;
+    EXPECT_EQ(info.IsGood(), name != std::string("clip.mp4")) << name;
+  }
+}
+
+TEST_F(Preview, IsListedOrTheSameErrorsAreThrown) {
+  WriteFile(folder / "empty.jpg", "");
+  WriteFile(folder / "text.jpg", "This is a text that is longer than thirty-one bytes.\n");
+  MakeJpeg(folder / "gone.jpg", 60, 40);
+  const std::pair<const char*, int> rows[] = {{"empty.jpg", 601}, {"text.jpg", 602}, {"gone.jpg", 603}};
+  for (const auto& [name, code] : rows) {
+    OpenInfo info(folder / name, "small", {120, 120});
+    if (code == 603) RealUnlink((folder / name).c_str());
+    try {
+      info.ExtractImgInfoAndPreviews();
+      ADD_FAILURE() << name;
+    } catch (const Error& error) {
+      EXPECT_EQ(error.Code(), code) << name;
+    }
+    EXPECT_FALSE(info.IsGood()) << name;
+    EXPECT_TRUE(Exiv2LockIsFree());
+  }
+  SetExif(source, {{"Exif.Image.Orientation", "odd"}});
+  EXPECT_THROW(OpenInfo(source, "small", {120, 120}).ExtractImgInfoAndPreviews(), std::invalid_argument);
+}
+
+TEST_F(Preview, FitsTheRequestsForWhichItWouldBeWritten) {
+  const std::pair<ThumbDimension, bool> rows[] = {
+      {{120, 120}, true}, {{50, 50}, false}, {{640, 640}, false}, {{2147483647, 2147483647}, true}};
+  for (const auto& [box, fits] : rows) {
+    SCOPED_TRACE(testing::Message() << box);
+    OpenInfo info(source, "big", box);
+    EXPECT_EQ(info.HasFittingPreview(info.ExtractImgInfoAndPreviews()), fits);
+    EXPECT_FALSE(info.HasFittingPreview({}));
+    info.ExtractImgInfo(true);
+    EXPECT_EQ(info.GetEXIFPreviewTmpPath(), fits ? extracted : "");
+  }
+  OpenInfo cr2(source, "small", {120, 120});
+  EXPECT_TRUE(cr2.HasFittingPreview({Tiff(160, 120)}));
+  cr2.mimeType_ = "image/x-canon-cr2";
+  EXPECT_FALSE(cr2.HasFittingPreview({Tiff(160, 120)}));
 }
 
 TEST_F(Preview, IsForgottenWhenNoneFitsTheBox) {

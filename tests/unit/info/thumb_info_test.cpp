@@ -21,6 +21,7 @@ TEST(ThumbInfo, StartsWithItsArgumentsAndTheSourcesStatRecord) {
   SetTimes(folder / "a.jpg", 900, 1000);
   const OpenInfo info(folder / "a.jpg", "small", {120, 130});
   EXPECT_EQ(info.path_, folder / "a.jpg");
+  EXPECT_EQ(info.GetPath(), folder / "a.jpg");
   EXPECT_EQ(info.GetSize(), "small");
   EXPECT_EQ(info.GetDimension(), (ThumbDimension{120, 130}));
   EXPECT_EQ(info.GetMimeType(), "");
