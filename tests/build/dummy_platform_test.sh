@@ -37,4 +37,5 @@ moved: 1
 $(cat "$work/caching")
 dummy outputer: $work/picture.png as image/png
 delivered: 1
+refused: 0
 EXPECTED

@@ -23,7 +23,7 @@ awk '/^```cpp$/ { getline; name = $2; sub(":", "", name) } /^```$/ { name = "" }
 # The man page has one, as its readers see it.
 scdoc <"$source/docs/man/libtavithumb.3.scd" | LC_ALL=C MANWIDTH=120 man -l -E ascii - | col -b |
   sed '1,/^EXAMPLE$/d; /^SEE ALSO$/,$d' >example.cpp
-[ "$(ls ./*.cpp)" = "$(printf './%s.cpp\n' ahead ask example serve store)" ] || fail "other callers: $(echo ./*.cpp)"
+[ "$(ls ./*.cpp)" = "$(printf './%s.cpp\n' ahead ask example limited serve store)" ] || fail "other callers: $(echo ./*.cpp)"
 
 cmake --install "$build" --prefix "$work/prefix" >"$work/log" || fail "cmake --install: $(cat "$work/log")"
 lib=$(dirname "$(find "$work/prefix" -name libtavithumb.so)")
@@ -61,6 +61,12 @@ expect "serve, nothing asked" "Status: 404 Not Found" "$(./serve | head -n 1 | t
 
 expect "ahead" "$(printf "$entries/TAVIFILE_THUMB_%s.png\n" S M B)" "$(./ahead "$photo" "$work/gone.jpg" 2>errors)"
 expect "ahead, gone" "3" "$(grep -c "^$work/gone.jpg: (E601) " errors)"
+
+rm -r "$entries"
+expect "limited" "$entries/TAVIFILE_THUMB_M.png"$'\n0' "$(./limited "$photo"; echo "$?")"
+expect "what it made" "PNG 360x180" "$(type_of "$entries/TAVIFILE_THUMB_M.png")"
+expect "limited, damaged" "1" "$(./limited "$work/damaged.jpg" 2>errors; echo "$?")"
+grep -q "^$work/damaged.jpg: (E601) " errors || fail "limited, damaged: $(cat errors)"
 
 /usr/bin/convert -size 120x60 xc:green "$work/small.png"
 /usr/bin/convert -size 120x60 xc:green "$work/small.jpg"

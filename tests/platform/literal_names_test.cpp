@@ -30,6 +30,7 @@ class NamesForConvert : public testing::Test {
     errno = 0;
     const int result = TLIBCExecv(path.c_str(), argv, 1);
     EXPECT_EQ(result, errno == EPERM ? -1 : 0) << argument;
+    EXPECT_EQ(TLIBCTakesNamesLiterally(path.c_str(), argv), result == 0 ? 1 : 0) << argument;
     return result == 0;
   }
 

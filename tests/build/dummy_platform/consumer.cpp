@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // Prints answers that only the dummies give.
 #include <tavithumb/libtavithumb.h>
+#include <tavithumb/thumb_convert_cmd.h>
 #include <tavithumb/util.h>
 
 #include <cstdio>
@@ -12,5 +13,7 @@ int main(int, char** argv) {
   std::printf("moved: %d\n", file::SDKMoveFile("/nowhere/a", "/nowhere/b"));
   Thumb job(argv[1], 0, false);
   std::printf("delivered: %d\n", job.Output("original"));
+  // The dummies cannot tell.
+  std::printf("refused: %d\n", ConvertCmd(job.GetInfo(), "/%d.png", "/b.png").IsRefused());
   return 0;
 }
