@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// How often `tavithumb make` opens a source besides the tools: once for its lock, three times to read its facts.
+// How often `tavithumb make` reads the facts of a source. It opens the source once for its lock and three times for
+// the facts, besides the tools.
 #include <pictures.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <fstream>
 #include <set>
 
-#include "command_runner.h"
+#include "batch.h"
 
 namespace tavithumb::test {
 namespace {
@@ -102,6 +104,24 @@ TEST_F(Opens, AreFourWhenEverythingIsStoredOrNothingIsMade) {
   const Count count = Opened(png);
   EXPECT_EQ(count.tools, 0u);
   EXPECT_EQ(count.openedByOthers, 4u);
+}
+
+class FactsOfABatch : public Batch {};
+
+// By a file that needs no thumbnail of the second size.
+TEST_F(FactsOfABatch, AreReadAgainWhenTheFileIsReplacedMeanwhile) {
+  const std::string png = folder / "wait.png";
+  MakePng(png, 1300, 1300);
+  MakePng(folder / "other.png", 200, 100);
+  const pid_t process = run.Begin({"make", "--sizes", "small,medium", "--json", png}, ProbedStart());
+  AwaitNoted("waits", 1);
+  std::filesystem::rename(folder / "other.png", png);
+  WriteFile(gate, "");
+  const Outcome outcome = run.Await(process);
+  EXPECT_EQ(outcome.code, 0) << outcome;
+  const nlohmann::json result = ObjectsOf(outcome.out).front();
+  EXPECT_EQ(result.at("made"), Strings{"small"});
+  EXPECT_EQ(result.at("not_needed"), Strings{"medium"});
 }
 
 }  // namespace
