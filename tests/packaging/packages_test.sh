@@ -61,8 +61,8 @@ libtavithumb-platform1 Depends:
 libtavithumb-platform1 Provides: libtavithumb-platform-1
 libtavithumb-platform1 Conflicts: libtavithumb-platform-1
 libtavithumb-platform1 Replaces: libtavithumb-platform-1
-tavithumb Depends: libtavithumb1 (>= 1.0.0), systemd | systemd-standalone-sysusers | systemd-sysusers
-tavithumb-web Depends: libtavithumb1 (>= 1.0.0), tavithumb (= $version)
+tavithumb Depends: systemd | systemd-standalone-sysusers | systemd-sysusers, libtavithumb1 (>= 1.0.0)
+tavithumb-web Depends: tavithumb (= $version), libtavithumb1 (>= 1.0.0)
 tavithumb-web Recommends: nginx | lighttpd"
 check "a second build gives the same bytes" second_build_is_the_same
 check "the line for sources.list names the repository" line_names_the_repository
