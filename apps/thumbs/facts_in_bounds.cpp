@@ -8,6 +8,8 @@
 #include <fstream>
 #include <new>
 
+#include "thumbs/error_codes.h"
+
 namespace tavithumb::apps {
 namespace {
 
@@ -53,7 +55,7 @@ void ReadFactsOnly(Thumb* job) {
   try {
     ReadInBounds([&] { facts.ExtractImgInfo(false); });
   } catch (const Error& error) {
-    if (error.Code() != Error::NO_FACTS) throw;
+    if (error.Code() != kNoFacts) throw;
   }
   job->SetFacts(facts);
 }

@@ -15,6 +15,7 @@
 #include <system_error>
 
 #include "system/paths.h"
+#include "thumbs/error_codes.h"
 #include "thumbs/facts_in_bounds.h"
 #include "thumbs/full_disk.h"
 
@@ -27,9 +28,8 @@ const Problem permissionDenied = {Kind::kForbidden, "permission denied", "ask it
 const Problem damaged = {Kind::kDamaged, "it is damaged", "get a fresh copy of it"};
 
 Problem ProblemOfError(int code) {
-  if (code == Error::NO_FACTS) return UnknownContent();
-  if (code == Error::NOT_OPENED)
-    return {Kind::kForbidden, "it cannot be opened", "check that it is still there and readable"};
+  if (code == kNoFacts) return UnknownContent();
+  if (code == kNotOpened) return {Kind::kForbidden, "it cannot be opened", "check that it is still there and readable"};
   return damaged;
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "thumbs/source_facts.h"
 
+#include "thumbs/error_codes.h"
 #include "thumbs/facts_in_bounds.h"
 
 namespace tavithumb::apps {
@@ -10,7 +11,7 @@ SourceFacts::SourceFacts(const std::string& path) : info_(path, "original", Thum
   try {
     ReadInBounds([this] { previews_ = info_.ExtractImgInfoAndPreviews(); });
   } catch (const Error& error) {
-    if (error.Code() != Error::NO_FACTS) throw;
+    if (error.Code() != kNoFacts) throw;
   }
 }
 

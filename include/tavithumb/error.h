@@ -10,25 +10,22 @@ namespace tavithumb {
 
 /// The only exception type of the library's own. Decide by Code(); what() is for people.
 ///
+///     601  the source cannot be stat'ed, or its metadata is damaged
+///     602  no image facts: the content is not a known image type; a job continues without them
+///     603  the source cannot be opened for reading its metadata
+///
 /// An Error is an ordinary value: copies are equal and independent. Apart from it, the library throws only standard
 /// exceptions: std::out_of_range ("map::at") for a size name that has no entry in a table, std::invalid_argument or
 /// std::out_of_range for an orientation tag that is not a number, std::bad_alloc.
 class TAVITHUMB_API Error : public std::runtime_error {
  public:
-  /// What Code() returns.
-  enum : int {
-    NOT_EXAMINED = 601,  ///< the source cannot be stat'ed, or its metadata is damaged
-    NO_FACTS = 602,      ///< the content is not a known image type; a job continues without facts
-    NOT_OPENED = 603,    ///< the source cannot be opened for reading its metadata
-  };
-
   /// what() reads "(E<code>) ", trailing blank included.
   explicit Error(int code);
 
   /// what() reads "(E<code>) <message>".
   Error(int code, const std::string& message);
 
-  /// NOT_EXAMINED, NO_FACTS or NOT_OPENED.
+  /// 601, 602 or 603.
   int Code() const { return code_; }
 
  protected:

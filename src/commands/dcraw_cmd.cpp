@@ -55,13 +55,13 @@ void DcrawCmd::setupRawThumbPath() {
 void DcrawCmd::extractPreview() {
   rawThumbPath_ = file::GetEATmpPath(src_, Basename(dest_));
   rawThumbFile_ = std::fopen(rawThumbPath_.c_str(), "wb");
-  if (rawThumbFile_ == nullptr) throw Error(Error::NO_FACTS);
+  if (rawThumbFile_ == nullptr) throw Error(602);
   dcrawPipe_ = TLIBCPopenv(kDcraw.c_str(), "r", args_.data());
-  if (dcrawPipe_ == nullptr) throw Error(Error::NO_FACTS);
+  if (dcrawPipe_ == nullptr) throw Error(602);
   // Bypasses the streams' buffers, so that the file is complete while both are still open.
   if (!CopyAll(fileno(dcrawPipe_), fileno(rawThumbFile_))) {
     unlink(rawThumbPath_.c_str());
-    throw Error(Error::NO_FACTS);
+    throw Error(602);
   }
   if (info_.GetWidth() != 0 && info_.GetHeight() != 0) return;
   ThumbInfo preview(rawThumbPath_, kMeasuringSize, {0, 0});

@@ -73,14 +73,14 @@ void ThumbInfo::Extract(const std::function<std::uint32_t()>& read) {
     good_ = true;
   } catch (const Exiv2::Error& error) {
     const int code = Exiv2Code(error);
-    if (code == kExiv2CannotOpen) throw Error(Error::NOT_OPENED, error.what());
+    if (code == kExiv2CannotOpen) throw Error(603, error.what());
     if (code == kExiv2UnknownType) {
       if (IsHeifName(path_)) CheckAndGetHeif();
       if (IsHeic()) return;
-      throw Error(Error::NO_FACTS, error.what());
+      throw Error(602, error.what());
     }
     syslog(LOG_ERR, TAVITHUMB_LOG("Exiv2 exception: E%d %s"), "thumb_info", 129, "ExtractImgInfo", code, error.what());
-    throw Error(Error::NOT_EXAMINED, error.what());
+    throw Error(601, error.what());
   }
 }
 

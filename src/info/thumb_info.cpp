@@ -21,7 +21,7 @@ std::mutex ThumbInfo::exiv2_mutex_;
 
 ThumbInfo::ThumbInfo(const std::string& path, const std::string& size, const ThumbDimension& dimension)
     : path_(path), size_(size), dimension_(dimension) {
-  if (stat64(path_.c_str(), &stat_) != 0) throw Error(Error::NOT_EXAMINED, "Can't stat " + path_);
+  if (stat64(path_.c_str(), &stat_) != 0) throw Error(601, "Can't stat " + path_);
 }
 
 std::string ThumbInfo::GetOutputMimeType() const {

@@ -68,7 +68,7 @@ void Thumb::ReadFacts() {
   try {
     info_.ExtractImgInfo(true);
   } catch (const Error& error) {
-    if (error.Code() != Error::NO_FACTS) throw Error(error);
+    if (error.Code() != 602) throw Error(error);
   }
 }
 

@@ -6,7 +6,7 @@
 #include "http/conditions.h"
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  tavi::FileVersion version = {"\"tag\"", 784111777, 0};
+  tavi::FileVersion version = {"\"tag\"", 784111777, 784111777, 0};
   if (size < sizeof version.size) return 0;
   std::memcpy(&version.size, data, sizeof version.size);
   std::string rest = TextOf(data + sizeof version.size, size - sizeof version.size);

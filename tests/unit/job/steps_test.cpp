@@ -199,7 +199,7 @@ TEST_F(Steps, ReadNoFactsOfAVideoOrOfAnUnknownTypeAndThrowOtherErrors) {
   text.ReadFacts();
   EXPECT_FALSE(video.GetInfo().IsGood());
   EXPECT_FALSE(text.GetInfo().IsGood());
-  const std::pair<Thumb*, int> rows[] = {{&damaged, Error::NOT_EXAMINED}, {&gone, Error::NOT_OPENED}};
+  const std::pair<Thumb*, int> rows[] = {{&damaged, 601}, {&gone, 603}};
   for (const auto& [job, code] : rows) {
     try {
       job->ReadFacts();

@@ -34,12 +34,6 @@ TEST(Error, IsCopiedCompletely) {
   EXPECT_EQ(copy.message_, "gone");
 }
 
-TEST(Error, HasNamesForItsCodes) {
-  EXPECT_EQ(Error::NOT_EXAMINED, 601);
-  EXPECT_EQ(Error::NO_FACTS, 602);
-  EXPECT_EQ(Error::NOT_OPENED, 603);
-}
-
 TEST(Error, IsARuntimeError) {
   EXPECT_TRUE((std::is_base_of_v<std::runtime_error, Error>));
 }
