@@ -102,7 +102,7 @@ TEST_F(CleanTemporaries, RemovesEachKindThatTheLibraryMakes) {
   EXPECT_EQ(outcome.code, 0) << outcome;
   EXPECT_EQ(outcome.err, "");
   for (const std::string& path : made) EXPECT_FALSE(Exists(PlaceOf(path))) << path;
-  EXPECT_EQ(Names(folder.Path()), (Strings{"cat.gif", "photo.jpg", "raw.raf"}));
+  EXPECT_EQ(Names(folder.Path()), (Strings{".tavi_ea", "cat.gif", "photo.jpg", "raw.raf"}));
   for (const char* name : file::TEMPORARY_FOLDERS) EXPECT_EQ(Names(system.Path() + name), Strings{}) << name;
 }
 

@@ -10,5 +10,5 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 { cat docs/Doxyfile; echo "OUTPUT_DIRECTORY = $work"; } | doxygen - || { echo "FAILED: doxygen warns"; exit 1; }
 for class in $(sed -n 's/^\(class TAVITHUMB_API\|struct\) \([A-Za-z]*\) .*{$/\2/p' include/tavithumb/*.h); do
-  [ -n "$(find "$work/reference" -name "*tavithumb_1_1$class.html")" ] || { echo "FAILED: $class is not in it"; exit 1; }
+  [ -n "$(find "$work/reference" -name "*tavithumb*_1_1$class.html")" ] || { echo "FAILED: $class is not in it"; exit 1; }
 done
