@@ -32,6 +32,7 @@ void EnterPrivateTmp() {
   for (const char* folder : {"/tmp", "/var/tmp"}) {
     Need(mount("proof", folder, "tmpfs", MS_NOSUID | MS_NODEV, "mode=1777") == 0, folder);
   }
+  unsetenv("TMPDIR");  // what the proof makes lies there too
 }
 
 }  // namespace tavithumb::proof
