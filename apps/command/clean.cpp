@@ -58,6 +58,7 @@ class Cleaner {
   bool CleanEntry(const Source& source, const Folder& entries, const std::string& name);
   bool CleanTemporaryFile(const Folder& folder, const std::string& name);
   void CleanScratchFolder(const Folder& parent, const std::string& name);
+  void CleanUnfinishedDirectory(const Folder& parent, const std::string& name);
 
   std::optional<std::vector<std::string>> NamesOf(const Folder& folder);
   void ReportUnlessNotFolder(const std::string& path, int error);
@@ -90,6 +91,8 @@ void Cleaner::CleanFolder(const Folder& folder) {
       ReportUnlessNotFolder(folder.PathOf(name), errno);
     } else if (name == EAFolderName()) {
       CleanEAFolder(folder, inner, nullptr);
+    } else if (IsUnfinishedEADirectory(name)) {
+      CleanUnfinishedDirectory(folder, name);
     } else if (inner.Path().size() < PATH_MAX) {  // a longer path has no thumbnails
       CleanFolder(inner);
     }
@@ -170,6 +173,12 @@ void Cleaner::CleanScratchFolder(const Folder& parent, const std::string& name) 
   if (!files) return;
   const auto isKept = [&](const std::string& file) { return !CleanTemporaryFile(folder, file); };
   if (std::count_if(files->begin(), files->end(), isKept) == 0) remover_.RemoveFolder(parent, name);
+}
+
+void Cleaner::CleanUnfinishedDirectory(const Folder& parent, const std::string& name) {
+  const std::optional<struct stat> record = parent.Stat(name);
+  const auto names = NamesOf(Folder(parent, name));
+  if (record && IsOld(*record) && names && names->empty()) remover_.RemoveFolder(parent, name);
 }
 
 // Reports a folder that can't be read, and returns nothing.

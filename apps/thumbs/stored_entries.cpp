@@ -52,16 +52,26 @@ std::optional<EntryName> ParseFinalName(const std::string& name) {
   return std::nullopt;
 }
 
+// What the platform leaves when its process is killed ends with six random characters.
+bool IsUnfinished(const std::string& name, const std::string& prefix) {
+  return std::regex_match(name, std::regex(prefix + "\\.[0-9A-Za-z]{6}"));
+}
+
 }  // namespace
 
 // What the library works on before it has its name becomes a Brovix thumbnail, or an avatar.
 std::optional<EntryName> ParseEntryName(const std::string& name) {
   const std::optional<file::TemporaryEntry> temporary = file::ParseTemporaryEntry(name);
+  if (IsUnfinished(name, "\\.tavi_copy")) return EntryName{"Brovix", "", 0, true};
   if (!temporary) return ParseFinalName(name);
   if (temporary->entry.empty()) return EntryName{"Brovix", "", temporary->quarterTurns, true};
   std::optional<EntryName> entry = ParseFinalName(temporary->entry);
   if (entry) entry->isTemporary = true;
   return entry;
+}
+
+bool IsUnfinishedEADirectory(const std::string& name) {
+  return IsUnfinished(name, "\\.tavi_mkdir");
 }
 
 bool IsScratchFolder(const std::string& path) {

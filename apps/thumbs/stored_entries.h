@@ -16,8 +16,11 @@ struct EntryName {
   bool isTemporary = false;  // on its way to its place, or left behind
 };
 
-// Nothing unless the whole name is one that the library makes.
+// Nothing unless the whole name is one that the library makes, or the platform while it copies.
 std::optional<EntryName> ParseEntryName(const std::string& name);
+
+// The name of a directory that the platform creates, and renames when it is complete.
+bool IsUnfinishedEADirectory(const std::string& name);
 
 // The path is one that a program makes for a folder which holds nothing but temporary files of the tools.
 bool IsScratchFolder(const std::string& path);

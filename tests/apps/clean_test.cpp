@@ -209,11 +209,11 @@ TEST_F(Clean, RemovesTheEmptyFolderOfAnExistingFileAfterAnHour) {
 }
 
 TEST_F(Clean, RemovesTemporaryEntriesOnlyAfterAnHour) {
-  const std::vector<std::string> left = {"TAVIFILETMP_THUMB.jpg", "TAVIFILETMP_THUMB.jpg_1_2",
+  const std::vector<std::string> left = {".tavi_copy.a1Z9bY", "TAVIFILETMP_THUMB.jpg", "TAVIFILETMP_THUMB.jpg_1_2",
                                          "TAVIFILETMP_THUMB.jpg_2", "TAVIFILE_THUMB_M.jpg_1_2"};
   // A preview has the time of its photo, so a file with an old time may be new.
   for (const std::string& entry : left) StoreStale("a.jpg", entry);
-  StoreOfGone("gone.jpg", left.front());
+  StoreOfGone("gone.jpg", "TAVIFILETMP_THUMB.jpg");
   Store("a.jpg");
   const std::vector<std::string> before = Tree(folder.Path());
   Expect({"."}, "freed 0 bytes in 0 files\n");
@@ -224,8 +224,25 @@ TEST_F(Clean, RemovesTemporaryEntriesOnlyAfterAnHour) {
   Expect({"."}, told +
                     "removed ./.tavi_ea/gone.jpg/TAVIFILETMP_THUMB.jpg: it was left behind\n"
                     "removed ./.tavi_ea/gone.jpg: nothing is left in it\n"
-                    "freed 50 bytes in 5 files\n");
+                    "freed 60 bytes in 6 files\n");
   EXPECT_EQ(Names(EntryOf(folder / "a.jpg", "")), std::vector<std::string>{thumb});
+}
+
+TEST_F(Clean, RemovesUnfinishedThumbnailDirectoriesOnlyIfEmptyAndAfterAnHour) {
+  Store("a.jpg");
+  for (const char* name : {".tavi_mkdir.a1Z9bY", ".tavi_mkdir.full99", ".tavi_mkdir.short"}) {
+    fs::create_directory(folder / name);
+  }
+  WriteFile(folder / ".tavi_mkdir.full99/notes.txt", "notes");
+  Expect({"."}, "freed 0 bytes in 0 files\n");
+  EXPECT_TRUE(Exists(folder / ".tavi_mkdir.a1Z9bY"));
+  isLater = true;
+  Expect({"."},
+         "removed ./.tavi_mkdir.a1Z9bY: nothing is left in it\n"
+         "freed 0 bytes in 0 files\n");
+  EXPECT_FALSE(Exists(folder / ".tavi_mkdir.a1Z9bY"));
+  EXPECT_TRUE(Exists(folder / ".tavi_mkdir.full99/notes.txt"));
+  EXPECT_TRUE(Exists(folder / ".tavi_mkdir.short"));
 }
 
 TEST_F(Clean, LeavesFilesWithOtherNames) {

@@ -32,6 +32,7 @@ TEST(EntryNames, AreParsedIntoTheirParts) {
       {"TAVIFILETMP_THUMB_r-2.png_1234_1700000000", "Brovix", "", -2, true},
       {"TAVIFILETMP_THUMB.jpg_1700000000", "Brovix", "", 0, true},
       {"tavithumb_TAVIFILETMP_THUMB_r3.jpg_1234_1700000000_1234_1700000000", "Brovix", "", 3, true},
+      {".tavi_copy.a1Z9bY", "Brovix", "", 0, true},
       {"TAVIPHOTO_THUMB_M.jpg", "Albumex", "medium", 0, false},
       {"TAVIPHOTO_THUMB_XL.png_12_34", "Albumex", "large/xlarge", 0, true},
       {"TAVIPHOTO:THUMB_XL.jpg", "Albumex old", "large/xlarge", 0, false},
@@ -104,6 +105,9 @@ TEST(EntryNames, MatchNothingElse) {
            std::string("TAVIVIDEO_VIDEO_SCREENSHOT.png"),
            std::string("TAVIVIDEO_VIDEO_SCREENSHOT_r1.jpg"),
            std::string("TAVIVIDEO_VIDEO_SCREENSHOTxjpg"),
+           std::string(".tavi_copy.a1Z9b"),
+           std::string(".tavi_copy.a1Z9bYx"),
+           std::string(".tavi_mkdir.a1Z9bY"),
            "TAVIFILE_THUMB_" + std::string(300, '1') + "x1.jpg",
        }) {
     EXPECT_FALSE(ParseEntryName(name)) << name;
