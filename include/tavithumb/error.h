@@ -8,7 +8,7 @@
 
 namespace tavithumb {
 
-/// The only exception type of the library's own. Decide by Code(); what() is for people.
+/// The only exception type that the library defines. Branch on Code(); what() is for people.
 ///
 ///     601  the source cannot be stat'ed, or its metadata is damaged
 ///     602  no image facts: the content is not a known image type; a job continues without them

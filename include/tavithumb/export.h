@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
-/// Marks what the shared library exports; everything else is hidden.
+/// Exports a symbol from the shared library; all others are hidden.
 #define TAVITHUMB_API __attribute__((visibility("default")))
 
-/// Hides a member of a class that is shown: no caller can reach it, so it may change with each release.
+/// Hides a member of an exported class: callers can't link to it, so any release may change it.
 #define TAVITHUMB_LOCAL __attribute__((visibility("hidden")))

@@ -26,8 +26,8 @@ namespace tavithumb {
 /// thread; external tools are child processes that it waits for. Storing a thumbnail switches the effective user and
 /// group of the whole process to root for a moment, unless they are root already.
 ///
-/// Paths are passed to external tools unchanged: use absolute ones, so that no name is taken for an option. Failures of
-/// tools and files are logged to the system log (LOG_ERR).
+/// Paths are passed to external tools unchanged: use absolute ones, so that no name is mistaken for an option. Failures
+/// of tools and files are logged to the system log (LOG_ERR).
 ///
 /// Sizes are named "small" (120), "medium" (360), "big" (640), "large" and "xlarge" (1280), "original" (the source
 /// itself), or a box in pixels. A thumbnail is up to date if, in whole seconds, it is not older than its source.
@@ -43,7 +43,7 @@ class TAVITHUMB_API Thumb {
     OPT_FALLBACK_SMALLER = 0x40,  ///< CalcOutputFile(name) falls back to smaller sizes; never for videos
   };
 
-  /// What kind of file answers a request; GetOutputType() has their names.
+  /// The type of the file that answers a request; GetOutputType() returns their names.
   enum OutputType : std::int32_t {
     OUTPUT_NONE = 0,            ///< no answer yet
     OUTPUT_ALBUMEX = 1,         ///< a stored Albumex thumbnail
@@ -66,12 +66,13 @@ class TAVITHUMB_API Thumb {
   Thumb(const Thumb&) = delete;
   Thumb& operator=(const Thumb&) = delete;
 
-  /// Replaces all options by those of the word, the sum of Option values.
+  /// Replaces all options with those in `options`, the sum of Option values.
   void SetOption(int options);
-  /// Quarter turns clockwise, on top of the picture's own orientation; replaces an earlier request. Any number.
+  /// Rotates by quarter turns clockwise, in addition to the picture's orientation; replaces an earlier rotation. Any
+  /// number.
   void Rotate(int quarterTurns);
 
-  // --- Asking for a file -------------------------------------------------------------------------------------------
+  // --- Requesting a file -------------------------------------------------------------------------------------------
 
   /// The path of a file that shows the source at the named size; "" for an unknown name, or if nothing was found or
   /// made. A thumbnail made now is stored in the source's EA directory (see SaveThumbToEA()); on a volume without EA
@@ -80,8 +81,8 @@ class TAVITHUMB_API Thumb {
   ///
   /// Reads the source's facts first, except for a video. Throws Error 601 or 603 if they are damaged or can't be
   /// opened, std::invalid_argument or std::out_of_range if the orientation tag is not a number; missing facts (602) are
-  /// not an error. On a job that served a request before, a failed one without OPT_FALLBACK_SMALLER may return the
-  /// result of the earlier one.
+  /// not an error. On a job that has served an earlier request, a failed one without OPT_FALLBACK_SMALLER may return
+  /// the earlier result.
   std::string CalcOutputFile(const std::string& sizeName);
   /// The same for the job's current request, initially "original", without fallback. Also throws std::out_of_range
   /// ("map::at") for a size name that has no thumbnails.
@@ -91,49 +92,51 @@ class TAVITHUMB_API Thumb {
   const std::string& GetOutputFile() const { return outputFile_; }
   /// The answer's type: "Albumex", "Brovix" (also for avatars), "BrovixVarTmp", "Cinevo", "Original", or "".
   std::string GetOutputType() const;
-  /// The same as a number. A HEIC source that the caller accepts is an answer that leaves it as it was.
+  /// The same as a number. Keeps its previous value if the answer is a HEIC source that the caller accepts.
   OutputType GetOutputTypeCode() const { return static_cast<OutputType>(type_); }
-  /// The MIME type of what the job makes for the current request.
+  /// The MIME type of a thumbnail that the job makes for the current request.
   std::string GetOutputMimeType() const { return info_.GetOutputMimeType(); }
-  /// Whether the caller deletes the output file after use: the JPEG decode that made it saved too little to be worth
-  /// keeping. On the same job, only a later decode resets it to false. It does not cover the other thumbnails in
-  /// /var/tmp (type "BrovixVarTmp"), which the caller deletes as well.
+  /// Whether the caller must delete the output file after use, because the JPEG decode that made it saved too little to
+  /// be worth keeping. On the same job, only a later decode resets it to false. It does not cover the other thumbnails
+  /// in /var/tmp (type "BrovixVarTmp"), which the caller must delete as well.
   bool IsNeedDelete() const { return needDelete_; }
 
   // --- The same in steps ---------------------------------------------------------------------------------------------
-  // For callers that read the facts of a source once for several requests, or within limits of their own. One job per
-  // request: SetRequest(), ReadFacts() or SetFacts(), CalcFromFacts().
+  // For callers that read a source's facts once for several requests, or under their own limits. Use one job per
+  // request: call SetRequest(), then ReadFacts() or SetFacts(), then CalcFromFacts().
 
-  /// The job's facts and its current request; valid until the job's destruction.
+  /// The job's facts and its current request; valid until the job is destroyed.
   const ThumbInfo& GetInfo() const { return info_; }
   /// Requests a named size; nothing is looked up or made. Throws std::out_of_range ("map::at") for an unknown name;
-  /// set another request then.
+  /// then set another request before you use the job again.
   void SetRequest(const std::string& sizeName);
   /// Requests a box in pixels.
   void SetRequest(const ThumbDimension& box);
-  /// Reads the facts of the source, except for a video, and extracts the preview that fits the request; it stays on
-  /// disk until it has become the answer or the job is destroyed. Throws like CalcOutputFile(); missing facts (602) are
-  /// not an error. Forgets a preview that was extracted before: unless that has become the answer, it stays on disk.
+  /// Reads the source's facts, except for a video, and extracts the preview that fits the request. The extracted file
+  /// stays on disk until it becomes the answer or the job is destroyed. Throws like CalcOutputFile(); missing facts
+  /// (602) are not an error. The job drops a preview that it extracted earlier: that file stays on disk unless it has
+  /// become the answer.
   void ReadFacts();
   /// Copies type, stored size and orientation from a record of the same source instead of reading them. Does not copy
-  /// request, options and extracted preview.
+  /// the request, the options or the extracted preview.
   void SetFacts(const ThumbInfo& facts);
-  /// CalcOutputFile() for the job's current request and facts: the same result, exceptions and files left on disk, but
-  /// it does not read the facts.
+  /// CalcOutputFile() for the job's current request, with the job's facts instead of reading them: the same result,
+  /// exceptions and files left on disk.
   std::string CalcFromFacts();
-  /// The sizes that CalcOutputFile(sizeName) tries, in order: the size itself, and the smaller ones with
-  /// OPT_FALLBACK_SMALLER. Empty for an unknown name.
+  /// The sizes that CalcOutputFile(sizeName) tries, in order: the size itself, then the smaller ones if
+  /// OPT_FALLBACK_SMALLER is set. Empty for an unknown name.
   std::vector<std::string> GetSizesToTry(const std::string& sizeName) const;
   /// Whether SetOutOnline() would decline because the source is served unchanged. The facts must have been read. Runs
-  /// and writes nothing.
+  /// no tool and writes nothing.
   bool WouldServeSource() const;
 
   // --- Making thumbnails ahead of time -----------------------------------------------------------------------------
 
-  /// Makes each size now, in the given order, up to date or not, and stores it as CalcOutputFile() does. Does not read
-  /// the facts: without a CalcOutputFile() before it, a job makes only what dcraw finds in the source, unscaled. Skips
-  /// a size that fails or whose name is unknown, logs it if an exception was the cause, and never throws. Returns how
-  /// many were made; the output file is that of the last one, "" if it failed.
+  /// Makes each size now, in the given order, even if an up-to-date thumbnail is stored, and stores it as
+  /// CalcOutputFile() does. Does not read the facts: without an earlier CalcOutputFile(), a job makes only what dcraw
+  /// finds in the source, unscaled. Skips a size that fails or has an unknown name (logged if an exception was the
+  /// cause); never throws. Returns the number of thumbnails made; the output file is that of the last size, "" if it
+  /// failed.
   int Convert(std::initializer_list<std::string> sizeNames);
   /// The same for boxes in pixels.
   int Convert(std::initializer_list<ThumbDimension> boxes);
@@ -142,11 +145,11 @@ class TAVITHUMB_API Thumb {
 
   // --- Writing an HTTP response on standard output -----------------------------------------------------------------
 
-  /// The response for a named size. The first line is the caching header; the platform's outputer writes the rest, and
-  /// honours the CGI variables if GATEWAY_INTERFACE is set. Without an answer, returns false and writes nothing. If the
-  /// outputer fails after that line, returns false too, and no second response may follow. Two jobs must not deliver
-  /// at the same time in one process. Throws like CalcOutputFile(), and std::out_of_range ("map::at") for an unknown
-  /// size name. A thumbnail made for the response is kept, even one that the caller is to delete.
+  /// Writes the response for a named size. The first line is the caching header; the platform's outputer writes the
+  /// rest, and honours the CGI variables if GATEWAY_INTERFACE is set. Without an answer, returns false and writes
+  /// nothing. If the outputer fails after that line, also returns false; do not write a second response then. Two jobs
+  /// must not deliver at the same time in one process. Throws like CalcOutputFile(), and std::out_of_range ("map::at")
+  /// for an unknown size name. A thumbnail made for the response stays on disk, even one that the caller must delete.
   bool Output(const std::string& sizeName);
   /// The same for a box of `width` x `height` pixels; any numbers.
   bool Output(int width, int height);
@@ -154,26 +157,26 @@ class TAVITHUMB_API Thumb {
   bool Output(int side);
   /// The same for the job's current request.
   bool OutputImpl();
-  /// The source itself; false if browsers can't show it. Its facts must have been read: a new job returns false.
+  /// Writes the source itself; false if browsers can't show it. The facts must have been read: a new job returns false.
   bool OutputOriginalImage();
-  /// The output file unchanged, as `mimeType`. An Albumex thumbnail with a user rotation is rotated during delivery;
-  /// the pipe and the child process for that exist until the process ends.
+  /// Writes the output file unchanged, as `mimeType`. An Albumex thumbnail with a user rotation is rotated during
+  /// delivery; the pipe and the child process for that exist until the process ends.
   bool HttpOutputFile(const std::string& mimeType);
 
   // --- Storing -----------------------------------------------------------------------------------------------------
 
   /// Moves `from` to `to`, also across volumes. Sets mode 0777, owner 0:0 and the modification time `mtime` in seconds
-  /// since the epoch, 0 for the source's; the access time becomes the epoch. If the process may not become root, leaves
+  /// since the epoch, 0 for the source's; the access time becomes the epoch. If the process can't become root, leaves
   /// owner and times unchanged (logged). Returns false (logged) only if the move fails, which leaves `from` in place.
   /// The directory of `to` must exist.
   bool SaveThumbToEA(const std::string& from, const std::string& to, long mtime);
   /// Moves a new thumbnail to GetOnlineOutputDest(), which becomes the output file even if the move fails.
   bool SaveTmpThumbToEA(const std::string& tmpPath);
   /// Moves existing thumbnails, pairs of (size name, path), to the entries of their sizes; creates the EA directory.
-  /// `mtime` as above; `checkMime` rejects files whose content is of another type than the job makes. True if all were
-  /// stored. The valid ones are stored even if others are not; a file that is not stored stays where it was. Throws
-  /// Error 601 or 603 if the source's facts can't be read, std::out_of_range ("map::at") for an unknown size name; the
-  /// thumbnails before that one are stored.
+  /// `mtime` as above; `checkMime` rejects files whose content is not of the type that the job makes. True if all were
+  /// stored. Stores the valid ones even if others fail; a file that is not stored stays in place. Throws Error 601 or
+  /// 603 if the source's facts can't be read, std::out_of_range ("map::at") for an unknown size name; the thumbnails
+  /// before it have been stored.
   bool SaveExistingThumbsToEA(const std::vector<std::pair<std::string, std::string>>& thumbs, long mtime,
                               bool checkMime);
   /// The EA path where the current request's thumbnail is stored: the avatar or the Brovix name. "" if the source
@@ -184,8 +187,8 @@ class TAVITHUMB_API Thumb {
   // Each returns true if the output file is now the answer. Those that look up an entry accept only up-to-date ones,
   // and write nothing.
 
-  /// What is stored: those of the five lookups below that the options and the source call for, in their order. Throws
-  /// std::out_of_range ("map::at") if one of them has no name for the requested size.
+  /// Looks for a stored thumbnail: tries those of the five lookups below that the options and the source call for, in
+  /// their order. Throws std::out_of_range ("map::at") if one of them has no name for the requested size.
   bool SetOutStored();
   /// The Albumex thumbnail, by its new name.
   bool SetOutAlbumexEA();
@@ -197,7 +200,7 @@ class TAVITHUMB_API Thumb {
   bool SetOutCinevoEA();
   /// The avatar.
   bool SetOutAvatar();
-  /// Stores the embedded preview in the EA directory: unchanged if it is a JPEG's and needs no rotation, else
+  /// Stores the embedded preview in the EA directory: unchanged if the source is a JPEG and needs no rotation, else
   /// converted. Afterwards the extracted file in /tmp is gone, unless it could not be moved.
   bool SetOutFromEXIFPreview();
   /// Converts now, and stores the result. False with the output type "Original" if the source should be served

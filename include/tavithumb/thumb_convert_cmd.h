@@ -97,7 +97,7 @@ class TAVITHUMB_API JpegTranCmd : public ThumbConvertCmd {
 class TAVITHUMB_API DcrawCmd : public ThumbConvertCmd {
  public:
   /// Extracts the preview to a temporary file in the source's EA directory immediately, so that its size is known.
-  /// exec() reports a failed extraction. An exception other than Error closes both handles and is passed on.
+  /// exec() reports a failed extraction. On any exception other than Error, closes both handles and rethrows it.
   DcrawCmd(ThumbInfo info, const std::string& src, const std::string& dest);
   ~DcrawCmd();
 
@@ -130,8 +130,8 @@ class TAVITHUMB_API ConvertCmd : public ThumbConvertCmd {
   /// Runs the build of convert that getConvertPath() returns.
   bool exec() override;
 
-  /// Whether the platform refuses to run convert with these arguments, because it would read a path among them as the
-  /// name of other files; exec() then returns false without running anything. Runs nothing itself. False if the
+  /// Whether the platform refuses to run convert with these arguments, because convert would read one of the paths as
+  /// the name of other files; exec() then returns false without running anything. Runs nothing itself. False if the
   /// platform cannot tell.
   bool IsRefused() const;
 

@@ -25,15 +25,15 @@ struct ThumbDimension {
   std::uint32_t height;  ///< pixels
 };
 
-/// A preview that is embedded in a picture.
+/// A preview embedded in a picture.
 struct PreviewCandidate {
   std::string mimeType;  ///< of the preview
   std::uint32_t width;   ///< pixels
   std::uint32_t height;  ///< pixels
 };
 
-/// What is known about one source file and one requested output size. A value type: copies are independent, and an
-/// instance must be used by one thread at a time. A job (Thumb) owns one; every command gets a copy.
+/// The facts of one source file, and one requested output size. A value type: copies are independent, and an instance
+/// must be used by one thread at a time. A job (Thumb) owns one; every command gets a copy.
 ///
 /// Rotations are quarter turns clockwise. "Stored" means as the pixels are in the file, before any orientation tag.
 class TAVITHUMB_API ThumbInfo {
@@ -67,18 +67,18 @@ class TAVITHUMB_API ThumbInfo {
   /// opened); std::invalid_argument or std::out_of_range if the orientation tag is not a number.
   void ExtractImgInfo(bool withPreview);
 
-  /// Reads the same facts and returns the previews that are embedded in the picture, in Exiv2's order; none for a video
-  /// or HEIF. Writes nothing, and keeps the path of a preview that was extracted before. Throws like ExtractImgInfo().
+  /// Reads the same facts and returns the embedded previews in Exiv2's order; none for a video or a HEIF image. Writes
+  /// nothing, and keeps the path of a preview extracted earlier. Throws like ExtractImgInfo().
   std::vector<PreviewCandidate> ExtractImgInfoAndPreviews();
 
   /// Measures the file as a HEIF image and marks the record as HEIC if its first metadata block is Exif. Otherwise sets
   /// nothing; failures of libheif are logged. Throws no exceptions of its own.
   void CheckAndGetHeif();
 
-  /// Writes the largest embedded preview that fits the requested box (at most twice the box on one side, at least
-  /// three quarters of its pixels) to "/tmp/thumb.<pid>.<seconds>.<random><extension>", with the source's times, and
-  /// keeps that path (GetEXIFPreviewTmpPath); keeps "" if there is none or it can't be written (logged). The caller
-  /// keeps `image`, has read its metadata, and has locked exiv2_mutex_. Exiv2's errors are passed on.
+  /// Writes the largest embedded preview that fits the requested box (at most twice the box on one side, at least three
+  /// quarters of its pixels) to "/tmp/thumb.<pid>.<seconds>.<random><extension>", with the source's times, and stores
+  /// that path (GetEXIFPreviewTmpPath); stores "" if there is none or it can't be written (logged). The caller owns
+  /// `image`, has read its metadata, and has locked exiv2_mutex_. Exiv2's exceptions propagate.
   void ExtractEXIFPreviewInfo(const std::unique_ptr<Exiv2::Image>& image);
 
   // --- Facts and the request ---------------------------------------------------------------------------------------
@@ -109,19 +109,19 @@ class TAVITHUMB_API ThumbInfo {
   bool IsWebAcceptable() const;
   /// The box, in the stored orientation, into which the stored picture is scaled.
   ThumbDimension GetTargetDimension() const;
-  /// Whether one of `previews`, returned for this source, fits the requested box, so that ExtractImgInfo(true) would
-  /// write it. The facts must have been read.
+  /// Whether one of `previews`, which ExtractImgInfoAndPreviews() returned for this source, fits the requested box, so
+  /// that ExtractImgInfo(true) would write it. The facts must have been read.
   bool HasFittingPreview(const std::vector<PreviewCandidate>& previews) const;
   /// False if the source is served unchanged at the requested size.
   bool IsNeedConvert() const;
   /// Whether `thumbPath` exists and, in whole seconds, is not older than the source was when this record was created.
   bool IsThumbUptoDate(const std::string& thumbPath) const;
-  /// Sets the source's access and modification times (whole seconds) on `targetPath`. 0, or -1 with errno set.
+  /// Sets the source's access and modification times (whole seconds) on `targetPath`. Returns 0, or -1 with errno set.
   int UpdateAMTime(const std::string& targetPath) const;
 
   // --- Names of thumbnails in the EA directory ---------------------------------------------------------------------
-  // The disk is not accessed. A function whose name has a size letter throws std::out_of_range ("map::at") for a size
-  // without one ("original", unknown names).
+  // These functions don't access the disk. One whose result has a size letter throws std::out_of_range ("map::at") for
+  // a size without one ("original", unknown names).
 
   /// "" or `_r<quarter turns>`, from the sum of both rotations modulo 4.
   std::string GetRotateSuffix() const;
@@ -165,7 +165,7 @@ class TAVITHUMB_API ThumbInfo {
   std::uint32_t ReadWithExiv2(bool withPreview);
   void SetOrientation(std::uint32_t index);
 
-  /// What is done about previews while the image is open.
+  /// Handles the previews while the image is open.
   using PreviewStep = std::function<void(const std::unique_ptr<Exiv2::Image>&)>;
   TAVITHUMB_LOCAL std::uint32_t ReadWithExiv2(const PreviewStep& previewStep);
   TAVITHUMB_LOCAL void Extract(const std::function<std::uint32_t()>& read);

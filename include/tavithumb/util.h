@@ -59,27 +59,29 @@ TAVITHUMB_API std::string GetEATmpPath(const std::string& sourcePath, const std:
 /// per process, tag and second.
 TAVITHUMB_API std::string GetVarTmpPath(const std::string& tag);
 
-// Recognising what the library leaves behind when its process is killed. By the name alone: nothing is looked up.
+// Recognising files that the library leaves behind when its process is killed, by their names alone: nothing is looked
+// up on disk.
 
-/// The folders besides EA directories in which the library puts temporary files.
+/// The folders, apart from EA directories, in which the library creates temporary files.
 inline constexpr std::array<const char*, 2> TEMPORARY_FOLDERS = {"/tmp", "/var/tmp"};
 
-/// The library makes this path for a temporary file in one of those folders: an extracted preview, a thumbnail for a
-/// volume that takes no EA entries (GetVarTmpPath() of ThumbInfo::GetBrovixTmpThumbEAName()), or the frames of a GIF.
+/// Whether `path` is one that the library gives a temporary file in these folders: an extracted preview, a thumbnail of
+/// a source on a volume without EA writes (GetVarTmpPath() of ThumbInfo::GetBrovixTmpThumbEAName()), or the frames of a
+/// GIF.
 TAVITHUMB_API bool IsTemporaryFile(const std::string& path);
 
-/// What the paths of all previews that `process` extracts begin with: "/tmp/thumb.<process id>.".
+/// The prefix of the paths of all previews that `process` extracts: "/tmp/thumb.<process id>.".
 TAVITHUMB_API std::string GetPreviewTmpPrefix(pid_t process);
 
-/// What the name of a temporary file in an EA directory tells.
+/// The parsed name of a temporary file in an EA directory.
 struct TemporaryEntry {
-  std::string entry;  ///< the EA name that it extends, known or not; "" for a work entry, which serves any size
+  std::string entry;  ///< the EA name that it extends, known or not; "" for a work entry, which is used for any size
   int quarterTurns;   ///< of a work entry, clockwise, -3 to 3; else 0
 };
 
-/// Takes apart a name that the library makes for a temporary file in an EA directory: a work entry
-/// (ThumbInfo::GetBrovixTmpThumbEAName()), or any EA name with what GetEATmpPath() or a JPEG decode appends to it.
-/// Nothing for any other name.
+/// Parses a name that the library gives a temporary file in an EA directory: a work entry
+/// (ThumbInfo::GetBrovixTmpThumbEAName()), or any EA name with the suffix that GetEATmpPath() or a JPEG decode appends.
+/// Returns nothing for any other name.
 TAVITHUMB_API std::optional<TemporaryEntry> ParseTemporaryEntry(const std::string& eaName);
 
 }  // namespace file
