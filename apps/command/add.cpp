@@ -23,7 +23,7 @@ namespace {
 
 using Kind = Problem::Kind;
 
-// A problem, and which of the names of a pair it is about.
+// A problem, and the name of a pair that it concerns.
 struct Refusal {
   std::string name;
   Problem problem;
@@ -50,7 +50,8 @@ std::optional<Problem> CheckSourceAndVolume(const std::string& source) {
   return NoEntriesOnVolume();
 }
 
-// Rights and time of what is moved are set through its name: behind a link they would be another file's.
+// The library sets mode, owner and time of a moved file through its name: if that is a link, they would change another
+// file.
 std::optional<Problem> CheckThumbnail(const std::string& thumbnail, const std::string& source) {
   const std::optional<struct stat> record = Look(thumbnail);
   if (!record) return ProblemOfErrno(errno);
@@ -71,7 +72,7 @@ std::optional<Problem> CheckType(const std::string& thumbnail, const std::string
                  "convert it, or leave out --check-type"};
 }
 
-// Across volumes, a file would be moved into a folder or behind a link.
+// A move across volumes would put the file into a folder, or follow a link.
 std::optional<Problem> CheckPlace(const std::string& place) {
   const std::optional<struct stat> record = Look(place);
   if (!record || S_ISREG(record->st_mode)) return std::nullopt;
@@ -79,15 +80,15 @@ std::optional<Problem> CheckPlace(const std::string& place) {
                  "remove " + Printable(place)};
 }
 
-// A move across volumes that failed may have left half of the file, in the place of what was stored before.
+// A failed move across volumes may have replaced the stored thumbnail with a truncated one.
 void RemoveHalf(const std::string& place, const std::optional<struct stat>& before, const std::string& thumbnail) {
   const std::optional<struct stat> now = Look(place);
   if (!now || (before && AreUnchanged(*before, *now)) || !Look(thumbnail)) return;
   unlink(place.c_str());
 }
 
-// Moves the thumbnail and tells its place in `place`; or tells why not, and the thumbnail is where it was. Throws as
-// the library does when the source can't be read.
+// Moves the thumbnail and sets `place` to its new path; or returns why not, and leaves the thumbnail in place. Throws
+// like the library if the source can't be read.
 std::optional<Refusal> Store(const Pair& names, const Pair& paths, const AddStyle& style, std::string* place) {
   const auto& [source, thumbnail] = paths;
   Thumb job(source, 0, false);

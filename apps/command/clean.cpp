@@ -121,8 +121,8 @@ void Cleaner::CleanEAFolder(const Folder& folder, const Folder& eaFolder, const 
   if (std::count_if(sources->begin(), sources->end(), isKept) == 0) remover_.RemoveFolder(folder, EAFolderName());
 }
 
-// True if the directory was removed. While its source exists, it is removed only after it has been empty for an hour:
-// the tool that makes a thumbnail opens it late.
+// True if the directory was removed. While its source exists, it is removed only after it has been empty for an hour: a
+// tool may create its file there long after the folder was made.
 bool Cleaner::CleanEADirectory(const Folder& folder, const Folder& eaFolder, const std::string& source) {
   const std::optional<struct stat> before = eaFolder.Stat(source);
   const Folder entries(eaFolder, source);
@@ -191,12 +191,12 @@ std::optional<std::vector<std::string>> Cleaner::NamesOf(const Folder& folder) {
   }
 }
 
-// Opening a file or a link as a folder fails, and so does one that was removed meanwhile: neither is a problem.
+// Opening a file or a link as a folder fails, and so does one that was removed meanwhile: neither is reported.
 void Cleaner::ReportUnlessNotFolder(const std::string& path, int error) {
   if (error != ENOTDIR && error != ENOENT) remover_.Report(path, ProblemOfErrno(error));
 }
 
-// With another layout, every thumbnail would look as if its source were gone.
+// With another layout, the source of every thumbnail would seem to be missing.
 void CheckLayout() {
   if (file::GetEAPath("/folder/source", "entry") == "/folder/" + EAFolderName() + "/source/entry") return;
   throw std::runtime_error("this system stores thumbnails in an unknown layout; nothing was removed");

@@ -28,14 +28,14 @@ struct Answer {
   double milliseconds = 0;
 };
 
-// The name of a temporary answer is unique for one file a second only: makes it unique for the run.
+// The library's temporary name is unique for one file a second only; this makes it unique within the run.
 std::string KeepApart(const std::string& temporary) {
   static unsigned count = 0;
   const std::string unique = temporary + "_" + std::to_string(++count);
   return std::rename(temporary.c_str(), unique.c_str()) == 0 ? unique : temporary;
 }
 
-// Fills `answer`, or tells why there is none.
+// Fills `answer`, or returns why there is none.
 std::optional<Problem> Ask(const std::string& path, const Request& request, Answer* answer) {
   if (std::optional<Problem> problem = CheckSource(path)) return problem;
   const QuietErrors quiet;

@@ -95,7 +95,7 @@ std::optional<Picture> PictureAt(const std::string& path) {
   return picture;
 }
 
-// Throws std::system_error when they can't be read.
+// Throws std::system_error if they can't be read.
 std::vector<Entry> EntriesOf(const std::string& path) {
   const std::string any = file::GetEAPath(path, "thumbnail");
   const Folder folder(any.empty() ? "" : file::Dirname(any));

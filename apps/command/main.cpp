@@ -14,7 +14,7 @@
 namespace tavithumb::apps::command {
 namespace {
 
-// For every tool that is started from here on: the files that ImageMagick reads may come from anybody.
+// Applies to every tool started from here on: ImageMagick may read files from untrusted users.
 void SetPolicy() {
   const std::string named = DefaultPolicyFolder(), folder = FindPolicy(named);
   if (folder.empty()) {

@@ -62,7 +62,7 @@ class Run {
   Walk walk_;
   Pool pool_;
   std::optional<std::string> next_;  // to be dispatched
-  std::string last_;                 // that was dispatched
+  std::string last_;                 // most recently dispatched
   std::exception_ptr writeError_;    // of standard output
 };
 
@@ -82,7 +82,7 @@ MakeOutcome Run::Execute() {
   return summary_.HasFailures() ? MakeOutcome::kSomeFailed : MakeOutcome::kAllWell;
 }
 
-// Each running file may be the one that reaches the limit.
+// Any file in progress may be the one that reaches the limit.
 void Run::DispatchNames() {
   while (!IsStopped() && (!limit_ || summary_.FilesWithMade() + pool_.Running() < *limit_)) {
     if (!next_) next_ = walk_.Next();
@@ -91,7 +91,7 @@ void Run::DispatchNames() {
   }
 }
 
-// Waits until there is something to do, and takes a step of the walk.
+// Waits for an event, and advances the walk by one step.
 void Run::AwaitEvents() {
   const bool canStep = !IsStopped() && walk_.CanStep();
   std::vector<pollfd> descriptors = {{signals_.Descriptor(), POLLIN, 0},

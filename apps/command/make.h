@@ -13,16 +13,16 @@ namespace tavithumb::apps::command {
 
 struct MakeRequest {
   std::vector<std::string> names;  // files and folders
-  std::optional<NameList> list;    // of more of them
+  std::optional<NameList> list;    // of further names
   Order order;
   std::size_t jobs = 1;
-  std::optional<std::size_t> limit;  // of files that something is made for
+  std::optional<std::size_t> limit;  // of files with at least one thumbnail made
   bool json = false;
 };
 
 enum class MakeOutcome { kAllWell, kSomeFailed, kInterrupted };
 
-// `tavithumb make`: thumbnails of files, and of what is in folders, ahead of time.
+// `tavithumb make`: makes thumbnails of files, and of all files in folders, ahead of time.
 MakeOutcome Make(MakeRequest request);
 
 }  // namespace tavithumb::apps::command

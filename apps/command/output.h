@@ -8,10 +8,10 @@
 
 namespace tavithumb::apps::command {
 
-// Writes to standard output at once. Throws std::system_error when not all of it could be written.
+// Writes to standard output without buffering. Throws std::system_error if not all of it could be written.
 void WriteOut(const std::string& text);
 
-// As JSON output has it: with two decimals.
+// Formatted for JSON output: with two decimals.
 double MillisecondsSince(std::chrono::steady_clock::time_point start);
 
 // Writes `text` to standard output as WriteOut() does, or to standard error if standard output `isTaken` by JSON.

@@ -57,7 +57,7 @@ bool Remover::Finish() const {
   return !hasProblems_;
 }
 
-// A file removed by somebody else meanwhile, and a folder that is not empty, are neither a removal nor a problem.
+// A file that another process has removed, and a folder that is not empty, count neither as removed nor as a problem.
 bool Remover::IsRemoved(const Folder& folder, const std::string& name, int flags) {
   if (style_.isDryRun || unlinkat(folder.Number(), name.c_str(), flags) == 0) return true;
   if (errno != ENOENT && errno != ENOTEMPTY && errno != EEXIST) Report(folder.PathOf(name), NotRemoved(errno));

@@ -21,10 +21,10 @@ class Remover {
  public:
   explicit Remover(const RemovalStyle& style) : style_(style) {}
 
-  // Removes the file of the status `record`. True if it is removed, or would be.
+  // Removes the file with the status `record`. True if it was removed, or would be.
   bool RemoveFile(const Folder& folder, const std::string& name, const struct stat& record, const std::string& reason);
 
-  // Removes a folder if it is empty. True if it is removed, or would be.
+  // Removes a folder if it is empty. True if it was removed, or would be.
   bool RemoveFolder(const Folder& parent, const std::string& name);
 
   void Report(const std::string& path, const Problem& problem);

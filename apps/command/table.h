@@ -7,7 +7,7 @@
 
 namespace tavithumb::apps::command {
 
-// A line of a table. Names are last, so that their width on a terminal does not matter.
+// A row of a table. Names come last, so that their width on a terminal does not matter.
 using Row = std::vector<std::string>;
 
 // The rows as lines with aligned columns. All rows have as many cells as the first.

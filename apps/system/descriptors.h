@@ -7,8 +7,8 @@ namespace tavithumb::apps {
 // standard output.
 void OpenStandardDescriptors();
 
-// Discards standard error as long as it exists: messages of external tools and image libraries would mix with the one
-// line that the command itself prints about a file.
+// Discards standard error during its lifetime: messages of external tools and image libraries would mix with the one
+// line that the command prints about a file.
 class QuietErrors {
  public:
   QuietErrors();

@@ -7,7 +7,7 @@
 
 namespace tavithumb::apps {
 
-// Owns an open file.
+// Owns a file descriptor.
 class FileDescriptor {
  public:
   explicit FileDescriptor(int number = -1) : number_(number) {}
@@ -23,7 +23,7 @@ class FileDescriptor {
   bool IsOpen() const { return number_ != -1; }
   int Number() const { return number_; }
 
-  // Gives up ownership.
+  // Releases ownership.
   int Release() { return std::exchange(number_, -1); }
 
  private:

@@ -12,12 +12,11 @@
 
 namespace tavithumb::apps {
 
-// The names in an open folder, sorted, without "." and "..". Throws std::system_error when the folder can't
-// be read.
+// The names in an open folder, sorted, without "." and "..". Throws std::system_error if the folder can't be read.
 std::vector<std::string> NamesIn(const FileDescriptor& folder);
 
-// An open folder: operations stay inside it even when its path changes meanwhile, and never follow a link. errno says
-// why it could not be opened.
+// An open folder: operations stay inside it even if its path changes meanwhile, and never follow a link. If it could
+// not be opened, errno is set.
 class Folder {
  public:
   explicit Folder(const std::string& path);

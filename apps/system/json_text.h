@@ -7,10 +7,10 @@
 namespace tavithumb::apps {
 
 // Sets `key` to `name`. If `name` is not UTF-8, invalid bytes become U+FFFD in the output of JsonLine(), and
-// "<key>_hex" has all bytes exactly.
+// "<key>_hex" has the exact bytes.
 void SetName(nlohmann::ordered_json* object, const std::string& key, const std::string& name);
 
-// The object as one line, with its line end.
+// The object as one line, newline included.
 std::string JsonLine(const nlohmann::ordered_json& object);
 
 }  // namespace tavithumb::apps

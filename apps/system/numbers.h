@@ -8,8 +8,8 @@
 
 namespace tavithumb::apps {
 
-// The whole of `text` as a decimal integer, which only a signed `Number` may begin with '-'. Nothing for any other text
-// and for a number that doesn't fit.
+// Parses the whole of `text` as a decimal integer; a leading '-' is valid only for a signed `Number`. Nothing for any
+// other text, and for a number out of range.
 template <typename Number>
 std::optional<Number> ParseNumber(std::string_view text) {
   Number number = 0;

@@ -5,7 +5,8 @@
 
 namespace tavithumb::apps {
 
-// `name`, relative to the current folder unless it is absolute; "" stays "". Links and ".." are not resolved.
+// `name` as an absolute path, based on the current folder if it is relative; "" stays "". Links and ".." are not
+// resolved.
 std::string AbsolutePath(const std::string& name);
 
 // `name` in `folder`, with one slash between them. `folder` must not be empty.

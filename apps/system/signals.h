@@ -9,7 +9,7 @@
 
 namespace tavithumb::apps {
 
-// Blocks signals and queues them to be read, as long as this lives. Signals that the caller had ignored stay ignored.
+// Blocks signals and queues them for reading during its lifetime. Signals that were ignored stay ignored.
 class Signals {
  public:
   // Throws std::system_error.
@@ -20,7 +20,7 @@ class Signals {
 
   // Readable when a signal is pending.
   int Descriptor() const { return file_.Number(); }
-  // The number of a pending signal; nothing when there is none.
+  // Reads the number of a pending signal; nothing if there is none.
   std::optional<int> Receive() const;
 
  private:

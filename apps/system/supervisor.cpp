@@ -22,7 +22,7 @@ namespace {
   throw std::system_error(errno, std::generic_category(), what);
 }
 
-// A caller may have had SIGCHLD ignored: then the system would throw away how children end.
+// This process may have inherited an ignored SIGCHLD, with which the system discards the exit status of children.
 Signals WatchChildren() {
   static_cast<void>(std::signal(SIGCHLD, SIG_DFL));
   return Signals({SIGCHLD});
@@ -30,7 +30,7 @@ Signals WatchChildren() {
 
 void DieWith(pid_t parent) {
   prctl(PR_SET_PDEATHSIG, SIGTERM);
-  if (getppid() != parent) _exit(1);  // it was gone before the signal was asked for
+  if (getppid() != parent) _exit(1);  // the parent died before the signal was requested
 }
 
 void SetStandardDescriptors(const std::array<int, 3>& standard) {
@@ -41,15 +41,14 @@ void SetStandardDescriptors(const std::array<int, 3>& standard) {
   }
 }
 
-// A descriptor left open would keep another child's channel, or a connection, from ending. An empty range is an error
-// that does no harm.
+// An inherited descriptor would keep another child's channel, or a connection, open. An empty range fails harmlessly.
 void CloseAllBut(int channel) {
   const int kept = std::max(channel, STDERR_FILENO);
   close_range(STDERR_FILENO + 1, static_cast<unsigned>(kept) - 1, 0);
   close_range(static_cast<unsigned>(kept) + 1, ~0U, 0);
 }
 
-// An exception must not lead back to where the parent continues.
+// An exception must not unwind into the parent's code.
 [[noreturn]] void RunChild(const ChildProcess& child, pid_t parent) noexcept {
   try {
     setpgid(0, 0);
@@ -65,19 +64,19 @@ void CloseAllBut(int channel) {
   _exit(0);
 }
 
-// Leaves a process that has ended unreaped, so that its number, which is also its group's, can't be reused.
+// Leaves an exited process unreaped, so that its id, which is also its group's, can't be reused.
 bool HasEnded(pid_t process) {
   siginfo_t info = {};
   return waitid(P_PID, static_cast<id_t>(process), &info, WEXITED | WNOHANG | WNOWAIT) != 0 || info.si_pid != 0;
 }
 
-// Waiting for a stop, which the dead can't come to, fails when nobody in the group is alive.
+// Zombies never stop, so waiting for a stop fails if no process in the group is alive.
 bool HasLiveMembers(pid_t group) {
   siginfo_t info = {};
   return waitid(P_PGID, static_cast<id_t>(group), &info, WSTOPPED | WNOHANG | WNOWAIT) == 0;
 }
 
-// True when nothing is left of the group.
+// True if no process of the group is left.
 bool ReapGroup(pid_t group, int* leaderStatus) {
   int status = 0;
   for (pid_t reaped = 0; (reaped = waitpid(-group, &status, WNOHANG)) != -1;) {
@@ -89,7 +88,7 @@ bool ReapGroup(pid_t group, int* leaderStatus) {
 
 }  // namespace
 
-// As a subreaper it becomes the parent of what a dead leader leaves behind, and can wait for all of it.
+// As a subreaper, this process becomes the parent of the processes that a dead leader leaves behind, and can reap them.
 Supervisor::Supervisor(GracePeriods graces) : graces_(graces), childSignals_(WatchChildren()) {
   prctl(PR_SET_CHILD_SUBREAPER, 1);
 }
@@ -113,7 +112,7 @@ pid_t Supervisor::Start(const ChildProcess& child) {
     children_.pop_back();
     Fail("no process could be started");
   }
-  setpgid(process, process);  // both sides do: neither may act before it is so
+  setpgid(process, process);  // parent and child both do this: neither may continue before it is done
   children_.back().process = process;
   return process;
 }

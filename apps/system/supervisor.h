@@ -16,46 +16,46 @@
 
 namespace tavithumb::apps {
 
-// What a forked child runs, and what it keeps of its parent.
+// What a forked child runs, and what it inherits.
 struct ChildProcess {
-  // Its standard input, output and error: -1 for /dev/null, else a descriptor above 2, or the one already in that
-  // place.
+  // Its standard input, output and error: -1 for /dev/null, else a descriptor above 2, or the standard descriptor
+  // itself.
   std::array<int, 3> standard = {-1, -1, -1};
-  // One more descriptor that stays open, under the same number; -1 for none. All others are closed.
+  // A further descriptor that stays open under its number; -1 for none. All others are closed.
   int channel = -1;
-  // Whether it gets SIGTERM when its parent dies; else it finishes.
+  // Whether it gets SIGTERM when its parent dies; otherwise it finishes its work.
   bool diesWithParent = false;
   // Optional. Called before the work, while the parent's descriptors above 2 are still open.
   std::function<void()> prepare;
-  // The child exits with 0 when it returns, and with 1 when this or `prepare` throws.
+  // The child exits with 0 when this returns, and with 1 if this or `prepare` throws.
   std::function<void()> work;
 };
 
 struct EndedChild {
   pid_t process;
-  int status;       // as waitpid() reports it; that of SIGKILL when the system does not let go of the process
+  int status;       // as waitpid() reports it; that of SIGKILL if the process could not be killed
   bool wasLate;     // stopped at its deadline
   bool wasStopped;  // stopped by StopAll() before its deadline
 };
 
-// How long a process group may take to end, and the system to clean up after it.
+// How long a process group may take to exit, and then the system to clean up after it.
 struct GracePeriods {
   std::chrono::milliseconds afterTerm{1000};
   std::chrono::milliseconds afterKill{10000};
 };
 
-// Forks children and sees to their end. Each leads a process group, so that a terminal's Ctrl-C does not reach it and
-// its tools can be signalled with it. At its deadline the group gets SIGTERM, and SIGKILL after a grace period. When
-// the leader has ended, what is left of its group is killed. A child is reported once the whole group is gone, or when
-// the system has failed to end it within another grace period.
+// Forks children, enforces their deadlines and reaps them. Each leads a process group, so that a terminal's Ctrl-C does
+// not reach it and its tools can be signalled with it. At its deadline the group gets SIGTERM, and SIGKILL after a
+// grace period. When the leader has exited, the rest of its group is killed. A child is reported once the whole group
+// is gone, or if it could not be killed within another grace period.
 //
-// The process becomes a subreaper, and SIGCHLD is blocked, with its default action, as long as this lives.
-// For one thread.
+// During its lifetime the process is a subreaper, and SIGCHLD is blocked and has its default action. For use by one
+// thread.
 class Supervisor {
  public:
   // Throws std::system_error.
   explicit Supervisor(GracePeriods graces = {});
-  // Kills what still runs and waits for its end.
+  // Kills the children that still run, and reaps them.
   ~Supervisor();
   Supervisor(const Supervisor&) = delete;
   Supervisor& operator=(const Supervisor&) = delete;
@@ -63,27 +63,27 @@ class Supervisor {
   // Forks a child without a deadline. Throws std::system_error.
   pid_t Start(const ChildProcess& child);
 
-  // Sets the deadline of the task that a child works on, noDeadline when it is idle. False when it is not running, or
-  // is being stopped: then it should get no further task.
+  // Sets the deadline of a child's current task, noDeadline while it is idle. False if it is not running, or is being
+  // stopped: do not give it another task then.
   bool SetDeadline(pid_t process, Clock::time_point deadline);
 
-  // All processes that were started and are not gone, including those that were reported without being gone.
+  // The number of children that are not gone, including those reported because they could not be killed.
   std::size_t CountProcesses() const { return children_.size(); }
 
-  // To be called when Descriptor() is readable and when NextEvent() has come: signals what is due, and returns the
-  // children that have ended since. Each is returned once.
+  // Call it when Descriptor() is readable, and at NextEvent(): sends the signals that are due, and returns the children
+  // that have exited since the last call. Each is returned once.
   std::vector<EndedChild> Collect();
   int Descriptor() const { return childSignals_.Descriptor(); }
   Clock::time_point NextEvent() const;
   // Waits for either of the two.
   void Wait() const;
 
-  // A request to shut down. After the first the owner starts nothing new, and what runs may finish; the second is
-  // StopAll().
+  // A request to shut down. After the first, the owner starts nothing new, and running children may finish; the second
+  // calls StopAll().
   void Interrupt();
   bool IsInterrupted() const { return isInterrupted_; }
 
-  // Stops all children as if their deadlines had come.
+  // Stops all children as if their deadlines had passed.
   void StopAll();
 
  private:

@@ -19,8 +19,8 @@ std::string Hex(std::string_view bytes);
 // "\xHH".
 std::string Printable(const std::string& name);
 
-// The end of `text` that fits into `columns` of a terminal. When `text` is cut, "..." is put in front, which counts;
-// "" when there is no room even for that and one column.
+// The end of `text` that fits into `columns` of a terminal. If `text` is cut, the result begins with "...", which
+// counts; "" if there is no room for that and one more column.
 std::string TailWithin(const std::string& text, std::size_t columns);
 
 std::string Join(const std::vector<std::string>& words, std::string_view separator);

@@ -7,17 +7,17 @@
 
 namespace tavithumb::apps {
 
-// The type of the source itself. Facts of a HEIF picture carry none; its name tells.
+// The MIME type of the source itself; for a HEIF picture, whose facts have none, by its name.
 std::string SourceMimeType(const ThumbInfo& source);
 
-// What the answer of a job is. A source that is the answer is served as what it is, and is "Original" whichever step
-// made it the answer.
+// The type of a job's answer. If the answer is the source, it is served with its own type, and is "Original" whichever
+// step found it.
 bool IsSource(const Thumb& job);
 std::string AnswerMimeType(const Thumb& job);
 std::string AnswerType(const Thumb& job);
 
-// The answer is a file of this job alone, to be deleted after use. One that is stored beside the source is for
-// everybody, whatever Thumb::IsNeedDelete() says.
+// Whether the answer is a file of this job alone, to be deleted after use. One stored next to the source is shared,
+// whatever Thumb::IsNeedDelete() returns.
 bool IsTemporary(const Thumb& job);
 
 }  // namespace tavithumb::apps

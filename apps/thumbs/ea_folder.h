@@ -5,7 +5,7 @@
 
 namespace tavithumb::apps {
 
-// The name of the folder, next to the sources, in which their thumbnails are stored. Nothing in it is a source.
+// The name of the folder, next to the sources, in which their thumbnails are stored. No file in it is a source.
 const std::string& EAFolderName();
 
 // Whether `folder`, an absolute path, is a folder of thumbnails or inside one.

@@ -17,7 +17,7 @@
 namespace tavithumb::apps {
 namespace {
 
-// Facts with the embedded preview, which is in a temporary file as long as this exists.
+// Facts with the embedded preview, which is kept in a temporary file during this object's lifetime.
 class FactsWithPreview {
  public:
   explicit FactsWithPreview(const std::string& path)
@@ -47,7 +47,7 @@ std::optional<Picture> MeasurePicture(const std::string& path) {
     ThumbInfo info(path, "original", Thumb::strThumbSizeMap_.at("original"));
     ReadInBounds([&] { info.ExtractImgInfo(false); });
     return Picture{SourceMimeType(info), info.GetWidth(), info.GetHeight()};
-  } catch (const std::exception&) {  // not a picture, or its facts make no sense
+  } catch (const std::exception&) {  // not a picture, or its facts are invalid
     return std::nullopt;
   }
 }

@@ -10,7 +10,7 @@
 
 namespace tavithumb::apps {
 
-// Type and size in pixels of a picture, by its content.
+// Type and size in pixels of a picture, read from its content.
 struct Picture {
   std::string mimeType;
   std::uint32_t width;
@@ -35,7 +35,7 @@ std::optional<Picture> MeasurePicture(const std::string& path);
 // An object of mime_type, width and height, or null for nothing.
 nlohmann::ordered_json JsonPicture(const std::optional<Picture>& picture);
 
-// What the library knows about the file at `path`. Throws as ReadInBounds() does.
+// What the library knows about the file at `path`. Throws like ReadInBounds().
 Facts ReadFacts(const std::string& path);
 
 }  // namespace tavithumb::apps

@@ -15,7 +15,7 @@ namespace {
 
 constexpr rlim_t mostForFacts = rlim_t{48} * 1048576;
 
-// Bytes of memory that can be written and is the process's alone: what RLIMIT_DATA counts.
+// Bytes of private writable memory of this process, which RLIMIT_DATA counts.
 rlim_t DataInUse() {
   std::ifstream sizes("/proc/self/statm");
   rlim_t total = 0, resident = 0, shared = 0, text = 0, libraries = 0, pages = 0;
@@ -23,7 +23,7 @@ rlim_t DataInUse() {
   return pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE));
 }
 
-// While it lives, the process's data can't grow by more than `growth` bytes.
+// During its lifetime, the process's data can't grow by more than `growth` bytes.
 class BoundedData {
  public:
   explicit BoundedData(rlim_t growth) {

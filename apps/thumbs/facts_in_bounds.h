@@ -8,18 +8,19 @@
 
 namespace tavithumb::apps {
 
-// The facts of a source ask for more memory than any photo's do.
+// Reading the facts of a source would take more memory than any real photo needs.
 class FactsTooLarge : public std::runtime_error {
  public:
   FactsTooLarge() : std::runtime_error("its metadata takes too much memory") {}
 };
 
-// Runs `read`, which has the library read facts, and throws what it throws, or FactsTooLarge before the process has
-// grown by more than 48 MiB: Exiv2 takes blocks as a whole, and a file of few bytes can hold one of gigabytes. For
-// programs with one thread: until this returns, no allocation of the process goes beyond that.
+// Runs `read`, which has the library read facts. Throws its exceptions, or FactsTooLarge before the process grows by
+// more than 48 MiB: Exiv2 allocates whole blocks, and a file of a few bytes can declare one of gigabytes. For
+// single-threaded programs: until this returns, the limit applies to every allocation of the process.
 void ReadInBounds(const std::function<void()>& read);
 
-// The facts without a preview, for looking things up. Throws as ReadInBounds() does, but for facts that don't exist.
+// Reads the facts without a preview, for lookups. Throws like ReadInBounds(), except that missing facts are not an
+// error.
 void ReadFactsOnly(Thumb* job);
 
 }  // namespace tavithumb::apps

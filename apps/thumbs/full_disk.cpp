@@ -21,7 +21,7 @@ struct Format {
 };
 constexpr Format formats[] = {{"\xFF\xD8", "\xFF\xD9"}, {"\x89PNG", "IEND\xAE\x42\x60\x82"}, {"GIF8", ";"}};
 
-// Fewer where the file has fewer.
+// Fewer if the file is shorter.
 std::string Bytes(const FileDescriptor& file, std::size_t count, off_t place) {
   std::string bytes(count, '\0');
   const ssize_t got = pread(file.Number(), bytes.data(), count, std::max<off_t>(place, 0));

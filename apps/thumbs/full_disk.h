@@ -5,11 +5,11 @@
 
 namespace tavithumb::apps {
 
-// There is no room for a thumbnail beside `path`.
+// Whether there is no room for a thumbnail next to `path`.
 bool IsDiskFull(const std::string& path);
 
-// The picture at `path` has lost its end. ImageMagick 7 ends well when a full disk takes all but the last bytes that it
-// writes. Of use only where the disk is full: the preview of a camera may have no proper end.
+// Whether the picture at `path` is truncated. ImageMagick 7 reports success when a full disk cuts off the last bytes
+// that it writes. Check this only on a full disk: a camera's preview may lack a proper end marker.
 bool IsCutOff(const std::string& path);
 
 }  // namespace tavithumb::apps

@@ -14,7 +14,7 @@ constexpr char kVariable[] = "MAGICK_CONFIGURE_PATH";
 
 }  // namespace
 
-// The build tree is laid out as the installed files are.
+// The build tree has the layout of the installed files.
 std::string DefaultPolicyFolder() {
   const char* const named = std::getenv(kVariable);  // NOLINT(concurrency-mt-unsafe): before there is a second thread
   if (named != nullptr && *named != '\0') return named;

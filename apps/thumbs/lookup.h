@@ -10,12 +10,13 @@ namespace tavithumb::apps {
 // Sets the request of a fresh job: size and rotation.
 void SetRequest(const Request& request, Thumb* job);
 
-// Looks for an up-to-date thumbnail in the places that the job's options name, and makes it the answer of the job, a
-// fresh one. Makes and writes nothing. Throws as ReadFactsOnly() does.
+// Looks for an up-to-date thumbnail under the names that the options of the fresh `job` select, and makes it the job's
+// answer. Makes and writes nothing. Throws like ReadFactsOnly().
 bool FindStored(const Request& request, Thumb* job);
 
-// The thumbnail that would be made for the job's request is stored already, and up to date, or older than its source.
-// Unlike FindStored(), which follows the library's rules, these find what has been made of a source without facts.
+// Whether the thumbnail that would be made for the job's request is already stored, and is up to date, or older than
+// its source. Unlike FindStored(), which follows the library's rules, these also find thumbnails of a source without
+// facts.
 bool HasStored(const Thumb& job);
 bool HasOutdated(const Thumb& job);
 

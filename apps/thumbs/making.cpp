@@ -17,7 +17,7 @@
 namespace tavithumb::apps {
 namespace {
 
-// Gives a job the facts for the size that it is asked for.
+// Sets a job's facts for the requested size.
 using GiveFacts = std::function<void(Thumb*)>;
 
 void ReadFacts(Thumb* job) {
@@ -39,13 +39,13 @@ bool AnswersAtSomeSize(const Request& request, const GiveFacts& giveFacts, Thumb
   return false;
 }
 
-// An avatar made from an embedded preview is stored as one, although the job then names the place of the thumbnail
-// that is not cropped.
+// An avatar made from an embedded preview is stored as an avatar, although the job then returns the path of the
+// uncropped thumbnail.
 void PreferAvatar(Thumb* job) {
   if (HasStored(*job)) job->SetOutAvatar();
 }
 
-// A source that would serve itself, because a thumbnail of it saves nothing, does not show the rotation.
+// A source that would be served unchanged, because a thumbnail saves nothing, does not show the rotation.
 bool FindOrMake(const Request& request, const GiveFacts& giveFacts, Thumb* job) {
   if (!AnswersAtSomeSize(request, giveFacts, job)) return false;
   const bool isRotated = request.quarterTurns % 4 != 0;
@@ -75,7 +75,7 @@ Resolution Resolve(const Request& request, Thumb* job) {
   return ResolveWith(request, ReadFacts, job);
 }
 
-// A preview that is to become the thumbnail has to be read from the source for its size.
+// If a preview becomes the thumbnail, it has to be read from the source for the requested size.
 Resolution Resolve(const Request& request, const SourceFacts& facts, Thumb* job) {
   const auto giveFacts = [&facts](Thumb* fresh) {
     facts.GiveTo(fresh);

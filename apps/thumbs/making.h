@@ -9,16 +9,16 @@
 namespace tavithumb::apps {
 
 enum class Resolution {
-  kNone,   // there is no answer, or a full disk has cut it off, which is removed then
-  kFound,  // it was stored before, or is the source itself
+  kNone,   // there is no answer, or a full disk truncated it and it was removed
+  kFound,  // it was already stored, or is the source itself
   kMade,
 };
 
-// Finds or makes the answer to `request`, which is then the answer of `job`, a fresh one: a job that has served before
-// keeps traces of it. Throws as Thumb::CalcOutputFile() does, or FactsTooLarge.
+// Finds or makes the answer to `request` and makes it the answer of `job`, which must be fresh: a job keeps state of
+// earlier requests. Throws like Thumb::CalcOutputFile(), or FactsTooLarge.
 Resolution Resolve(const Request& request, Thumb* job);
 
-// The same with facts that have been read before.
+// The same with facts that have already been read.
 Resolution Resolve(const Request& request, const SourceFacts& facts, Thumb* job);
 
 }  // namespace tavithumb::apps

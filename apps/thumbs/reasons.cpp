@@ -37,7 +37,7 @@ bool MayDo(const std::string& path, int mode) {
   return faccessat(AT_FDCWD, path.c_str(), mode, AT_EACCESS) == 0;
 }
 
-// A tool that could have made it and is not there.
+// A tool that could have made it but is not installed.
 std::optional<Problem> WhyNoTool() {
   struct Tool {
     const std::string& path;
@@ -111,7 +111,7 @@ Problem ProblemOfException() {
     return {Kind::kDamaged, error.what(), "save a copy of it without metadata"};
   } catch (const std::bad_alloc&) {
     return {Kind::kNoMemory, "there is not enough memory for it", "try again when more memory is free"};
-  } catch (const std::exception&) {  // facts that make no sense, such as an orientation that is no number
+  } catch (const std::exception&) {  // invalid facts, such as an orientation that is not a number
     return damaged;
   }
 }

@@ -11,12 +11,12 @@ namespace tavithumb::apps {
 // Why a file got no answer, and what its owner can do about it.
 struct Problem {
   enum class Kind {
-    kMissing,      // there is no such file, or nothing that shows it
+    kMissing,      // there is no such file, or no stored thumbnail of it
     kForbidden,    // it can't be read
-    kUnsupported,  // its kind can't be shown
-    kDamaged,      // its content makes no picture
-    kNoPlace,      // its thumbnail has nowhere to go
-    kNoTool,       // what would make it is not installed
+    kUnsupported,  // its type is not supported
+    kDamaged,      // its content can't be decoded
+    kNoPlace,      // its thumbnail can't be stored
+    kNoTool,       // the tool that would make it is not installed
     kNoMemory,
   };
 
@@ -25,29 +25,29 @@ struct Problem {
   std::string remedy;
 };
 
-// What can be told of `path` before the library sees it: a file that is there, of a supported kind, readable.
+// Checks `path` before the library does: the file must exist, be of a supported type, and be readable.
 std::optional<Problem> CheckSource(const std::string& path);
 
-// What the system's error number `error` means for a path that could not be looked at.
+// The reason for the system's error number `error` on access to a path.
 Problem ProblemOfErrno(int error);
 
-// No thumbnail can be kept for it: its volume takes no EA entries.
+// Its thumbnail can't be stored: its volume does not support EA entries.
 Problem NoEntriesOnVolume();
 
-// A folder of thumbnails, or one among them.
+// It is a folder of thumbnails, or a file in one.
 Problem FolderAmongThumbs();
 
-// What an exception of the library means, called where one has been caught.
+// The reason for the library's exception that is being handled; call it in a catch block.
 Problem ProblemOfException();
 
-// The content is of no type that the library knows.
+// The content is not of a type that the library knows.
 Problem UnknownContent();
 
-// Why no thumbnail can be stored beside the source, when that is so. The job has tried to make the folder for it. On
-// volumes that take no entries none is needed: thumbnails are made elsewhere.
+// Why no thumbnail can be stored next to the source, if that is the case. The job has already tried to create the
+// folder. Volumes without EA writes need no folder: their thumbnails are made elsewhere.
 std::optional<Problem> WhyNotStored(const std::string& path);
 
-// Why a job that knows this of its source has found no answer to `request`.
+// Why a job with these facts has found no answer to `request`.
 Problem WhyNoAnswer(const ThumbInfo& source, const Request& request);
 
 }  // namespace tavithumb::apps

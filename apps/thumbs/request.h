@@ -26,7 +26,7 @@ int ParseQuarterTurns(const std::string& text);
 // Seconds since the epoch, at least 1. Throws std::invalid_argument with a message for people.
 long ParseTime(const std::string& text);
 
-// What one run asks for of every file, or one web request.
+// The request of one run for every file, or of one web request.
 struct Request {
   Size size;
   int quarterTurns = 0;

@@ -10,7 +10,7 @@
 namespace tavithumb::apps {
 namespace {
 
-// What a stored size is called in the names of thumbnails.
+// The letter of a stored size in the names of thumbnails.
 std::string LetterOf(const std::string& size) {
   if (size == "large" || size == "xlarge") return "XL";
   return {static_cast<char>(size.front() - 'a' + 'A')};

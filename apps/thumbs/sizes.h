@@ -6,14 +6,14 @@
 
 namespace tavithumb::apps {
 
-// The names of the sizes as which thumbnails are stored, from the smallest to the largest.
+// The names of the sizes in which thumbnails are stored, from smallest to largest.
 const std::vector<std::string>& StoredSizes();
 bool IsStoredSize(const std::string& name);
 
 // "small, medium, big, large or xlarge"
 const std::string& StoredSizeChoices();
 
-// All that a request may ask for: "small, ..., original, WIDTHxHEIGHT or SIDE".
+// All sizes that a request may name: "small, ..., original, WIDTHxHEIGHT or SIDE".
 const std::string& SizeChoices();
 
 // The side in pixels of a stored size's box, which is a square. `name` must be one of StoredSizes().

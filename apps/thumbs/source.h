@@ -9,13 +9,13 @@
 
 namespace tavithumb::apps {
 
-// How old a thumbnail is compared with its source; unknown if the source is not a regular file or can't be reached.
+// How old a thumbnail is compared with its source; unknown if the source is not a regular file or can't be accessed.
 enum class Freshness { kUpToDate, kStale, kSourceIsGone, kUnknown };
 
 // The source of stored thumbnails, held open so that it stays the same file.
 class Source {
  public:
-  // `name` is relative to the open folder, or absolute with AT_FDCWD. Links are followed, as the library does.
+  // `name` is relative to the open folder, or absolute with AT_FDCWD. Follows links, like the library.
   Source(int folder, const std::string& name);
 
   // Whether the name does not exist, not even as a dangling link.
@@ -23,7 +23,7 @@ class Source {
 
   Freshness FreshnessOf(const struct stat& thumbnail) const;
 
-  // Keeps other processes from making thumbnails of this source as long as the object exists. False if one of them is
+  // Keeps other processes from making thumbnails of this source during the object's lifetime. False if one of them is
   // making one now.
   bool TryLock();
 

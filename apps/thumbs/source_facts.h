@@ -12,13 +12,13 @@ namespace tavithumb::apps {
 // The facts of one source, read once for all jobs that make a thumbnail of it.
 class SourceFacts {
  public:
-  // Throws as ReadInBounds() does, but for facts that don't exist.
+  // Throws like ReadInBounds(), except that missing facts are not an error.
   explicit SourceFacts(const std::string& path);
 
-  // The source is still the file that they were read from.
+  // Whether the source is still the file from which they were read.
   bool AreCurrent() const;
 
-  // An embedded preview would become the thumbnail that `job`, which has these facts, is asked for.
+  // Whether an embedded preview would become the thumbnail for the request of `job`, which has these facts.
   bool HavePreviewFor(const Thumb& job) const { return job.GetInfo().HasFittingPreview(previews_); }
 
   void GiveTo(Thumb* job) const { job->SetFacts(info_); }

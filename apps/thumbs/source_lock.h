@@ -11,7 +11,7 @@
 
 namespace tavithumb::apps {
 
-// The source's file, open for locks on it. Where the volume knows no locks, nobody has one.
+// Opens the source's file for locking. On a volume without locks, locking does nothing.
 inline FileDescriptor OpenForLocks(const std::string& source) {
   return FileDescriptor(open(source.c_str(), O_RDONLY | O_CLOEXEC));
 }
@@ -22,7 +22,7 @@ inline void Lock(const FileDescriptor& file) {
   }
 }
 
-// While it lives, no other process of our programs makes a thumbnail of the source: all sizes of a source are made
+// During its lifetime, no other process of our programs makes a thumbnail of the source: all sizes of a source are made
 // under the same temporary name.
 class SourceLock {
  public:
@@ -33,8 +33,8 @@ class SourceLock {
   FileDescriptor file_;
 };
 
-// While it lives, no other process of our programs makes an animated thumbnail: the frames of all animations of one
-// name that are made in the same second lie in the same file meanwhile, whatever folders their sources are in.
+// During its lifetime, no other process of our programs makes an animated thumbnail: animations of the same name made
+// in the same second share a temporary file for their frames, even if their sources are in different folders.
 class AnimationLock {
  public:
   // Waits for its turn.
@@ -44,8 +44,8 @@ class AnimationLock {
   FileDescriptor folder_;
 };
 
-// Some process makes a thumbnail of the source just now. One that is made of an embedded preview is written under its
-// final name, so what has been found stored may be half of it as long as this holds.
+// Whether another process is making a thumbnail of the source now. A thumbnail made from an embedded preview is written
+// under its final name, so a stored one may be incomplete while this is true.
 inline bool IsBeingMade(const std::string& source) {
   const FileDescriptor file = OpenForLocks(source);
   return flock(file.Number(), LOCK_SH | LOCK_NB) == -1 && errno == EWOULDBLOCK;

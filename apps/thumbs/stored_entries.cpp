@@ -20,7 +20,7 @@ std::string Box() {
   return side + "x" + side;
 }
 
-// How each consumer's names are made. The groups are size and turns.
+// The pattern of each consumer's names. The groups are size and quarter turns.
 struct Scheme {
   std::string consumer;
   std::regex pattern;
@@ -36,7 +36,7 @@ std::vector<Scheme> MakeSchemes() {
   };
 }
 
-// A box stands for itself.
+// A box is its own name.
 std::string SizeOf(const std::string& text) {
   const std::string sizes = SizesWithLetter(text);
   return sizes.empty() ? text : sizes;
@@ -59,7 +59,7 @@ bool IsUnfinished(const std::string& name, const std::string& prefix) {
 
 }  // namespace
 
-// What the library works on before it has its name becomes a Brovix thumbnail, or an avatar.
+// A work file becomes a Brovix thumbnail or an avatar.
 std::optional<EntryName> ParseEntryName(const std::string& name) {
   const std::optional<file::TemporaryEntry> temporary = file::ParseTemporaryEntry(name);
   if (IsUnfinished(name, "\\.tavi_copy")) return EntryName{"Brovix", "", 0, true};

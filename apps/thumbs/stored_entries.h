@@ -6,23 +6,23 @@
 
 namespace tavithumb::apps {
 
-// The names that the library gives to what it stores in EA directories. Nothing is looked up on disk.
+// The names of the library's entries in EA directories. Nothing is looked up on disk.
 
-// What the name of an entry in an EA directory tells.
+// The parsed name of an entry in an EA directory.
 struct EntryName {
   std::string consumer;  // "Albumex", "Albumex old", "Brovix", "Cinevo", "avatar"
-  std::string size;      // "small", "medium", "big", "large/xlarge", "300x200"; "" where the name tells none
+  std::string size;      // "small", "medium", "big", "large/xlarge", "300x200"; "" if the name has none
   int quarterTurns = 0;
-  bool isTemporary = false;  // on its way to its place, or left behind
+  bool isTemporary = false;  // unfinished, or left behind
 };
 
-// Nothing unless the whole name is one that the library makes, or the platform while it copies.
+// Nothing unless the whole name has the form of the library's names, or of the platform's while it copies.
 std::optional<EntryName> ParseEntryName(const std::string& name);
 
-// The name of a directory that the platform creates, and renames when it is complete.
+// Whether the name is one that the platform gives an EA directory until it is complete.
 bool IsUnfinishedEADirectory(const std::string& name);
 
-// The path is one that a program makes for a folder which holds nothing but temporary files of the tools.
+// Whether the path is one that our programs give a folder for the tools' temporary files.
 bool IsScratchFolder(const std::string& path);
 
 }  // namespace tavithumb::apps

@@ -10,7 +10,7 @@
 
 namespace tavithumb::apps {
 
-// The files that lie where thumbnails of a source are stored, each as it is now: what is made later differs from all.
+// Records the files now stored as thumbnails of a source, to tell thumbnails made later from them.
 class StoredFiles {
  public:
   explicit StoredFiles(const std::string& source);

@@ -16,7 +16,7 @@ std::string MakeScratchFolder(std::string pattern) {
   return pattern;
 }
 
-// setenv() is safe here: there is only one thread yet.
+// setenv() is safe here: there is only one thread so far.
 void UseScratchFolder(const std::string& folder) {
   setenv("TMPDIR", folder.c_str(), 1);                 // NOLINT(concurrency-mt-unsafe)
   setenv("MAGICK_TEMPORARY_PATH", folder.c_str(), 1);  // NOLINT(concurrency-mt-unsafe)

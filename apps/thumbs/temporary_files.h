@@ -7,10 +7,10 @@
 
 namespace tavithumb::apps {
 
-// A new folder; `pattern` ends with "XXXXXX". Throws std::system_error.
+// Creates a new folder; `pattern` ends with "XXXXXX". Throws std::system_error.
 std::string MakeScratchFolder(std::string pattern);
 
-// Makes tools that this process starts from now on put their temporary files there.
+// Makes tools that this process starts from now on create their temporary files there.
 void UseScratchFolder(const std::string& folder);
 
 // Removes the embedded previews that the library extracted in `process`, which has terminated.

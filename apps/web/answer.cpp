@@ -52,7 +52,7 @@ HttpError ErrorOf(const Problem& problem) {
   return {StatusOf(problem.kind), problem.reason};
 }
 
-// A source below a root, which the library may be asked about.
+// A source below a root, which may be passed to the library.
 Found FindSource(const Target& target, const Roots& roots) {
   Found found = roots.Find(target.path);
   if (!S_ISREG(found.record.st_mode)) throw NotFound();
@@ -60,7 +60,7 @@ Found FindSource(const Target& target, const Roots& roots) {
   return found;
 }
 
-// Only one process makes a thumbnail of a source; those that have waited find it stored.
+// Only one process at a time makes thumbnails of a source; those that waited find it stored.
 void Make(const Found& source, const Target& target, Thumb* job, RequestState* state) {
   const SourceLock lock(source.OpenPath());
   const ScratchFolder scratch(state);
@@ -70,13 +70,13 @@ void Make(const Found& source, const Target& target, Thumb* job, RequestState* s
 
 void Deliver(Thumb* job, RequestState* state) {
   state->hasAnswered = true;
-  // The answer to the same address may be the HEIF source itself for those who can show it.
+  // For the same URL, clients that can show HEIF may get the source itself.
   Print("X-Content-Type-Options: nosniff\r\nVary: Accept\r\n");
   if (!job->HttpOutputFile(AnswerMimeType(*job))) syslog(LOG_INFO, "%s: aborted", state->request.data());
   if (IsTemporary(*job)) unlink(job->GetOutputFile().c_str());
 }
 
-// The library's exceptions as what they mean to those who ask.
+// Turns the library's exceptions into errors for the client.
 template <typename Step>
 void WithProblems(const Step& step) {
   const QuietErrors quiet;

@@ -9,10 +9,10 @@
 
 namespace tavithumb::apps::web {
 
-// Answers one request: writes a whole CGI response to standard output, whatever is asked. Failures are logged.
+// Answers one request: writes a complete CGI response to standard output, for any request. Failures are logged.
 void Answer(const Variables& variables, const Roots& roots, const Confinement& confinement, RequestState* state);
 
-// Writes the response that tells of a request that could not be understood.
+// Writes the error response to a request that could not be parsed.
 void Refuse(const Variables& variables, const HttpError& error, RequestState* state);
 
 }  // namespace tavithumb::apps::web

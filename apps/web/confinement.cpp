@@ -36,7 +36,7 @@ constexpr std::uint64_t everything = running | storing | LANDLOCK_ACCESS_FS_MAKE
 // The folders of the tools, their libraries and their settings.
 constexpr std::array systemFolders = {"/usr", "/bin", "/lib", "/lib32", "/lib64", "/etc", "/opt", "/var/packages"};
 
-// The right to move files between folders. Landlock's first version does not know it, and denies such moves always.
+// The right to move files between folders. Landlock's first version lacks it, and always denies such moves.
 std::uint64_t MoveRight() {
   const long version = syscall(SYS_landlock_create_ruleset, nullptr, 0, LANDLOCK_CREATE_RULESET_VERSION);
   return version >= 2 ? LANDLOCK_ACCESS_FS_REFER : 0;
@@ -97,7 +97,7 @@ void Confinement::SetEnvironment(const Variables& variables) const {
   clearenv();
   setenv("PATH", "/usr/bin:/bin", 1);
   UsePolicy(policyFolder_);
-  // ImageMagick's own limit counts the time that it waits, too.
+  // ImageMagick's own limit also counts time spent waiting.
   if (limits_.cpuSeconds != 0) setenv("MAGICK_TIME_LIMIT", std::to_string(limits_.cpuSeconds).c_str(), 1);
   setenv("GATEWAY_INTERFACE", "CGI/1.1", 1);
   for (const char* name : {"REQUEST_METHOD", "HTTP_IF_MATCH", "HTTP_IF_UNMODIFIED_SINCE", "HTTP_IF_NONE_MATCH",

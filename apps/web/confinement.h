@@ -42,7 +42,8 @@ class Confinement {
   FileDescriptor rules_;
 };
 
-// A folder for the tools' temporary files, which exists as long as this object. The tools find it by their environment.
+// A folder for the tools' temporary files, which exists during this object's lifetime. The tools find it through their
+// environment.
 class ScratchFolder {
  public:
   explicit ScratchFolder(RequestState* state);

@@ -16,7 +16,7 @@ namespace tavithumb::apps::web {
 
 // Reads no byte after the netstring's end: a body stays unread.
 std::optional<Variables> ReadScgi(int connection) {
-  constexpr std::size_t firstRead = 8;  // holds the length
+  constexpr std::size_t firstRead = 8;  // enough for the length
   std::string request;
   std::optional<std::size_t> length;
   while (!length || request.size() < *length) {

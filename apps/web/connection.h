@@ -8,8 +8,8 @@
 
 namespace tavithumb::apps::web {
 
-// Reads the variables of the request on a web server's connection, and waits for all of them. Nothing when the web
-// server has closed the connection without a request. Throws HttpError 400 when the request is malformed or incomplete.
+// Reads the variables of the request on a web server's connection, and waits for all of them. Nothing if the web server
+// has closed the connection without a request. Throws HttpError 400 if the request is malformed or incomplete.
 std::optional<Variables> ReadScgi(int connection);
 
 // The CGI variables that this process was started with.
@@ -18,8 +18,8 @@ Variables ReadEnvironment();
 // Writes a whole response and ends the connection. Does not wait for a web server that doesn't read.
 void Respond(int connection, const std::string& response);
 
-// Ends the response, and discards what the web server has sent and nobody has read: closing a connection with unread
-// data resets it, and the reset can overtake the response.
+// Ends the response, and discards unread data from the web server: closing a connection with unread data resets it, and
+// the reset can overtake the response.
 void EndResponse(int connection);
 
 }  // namespace tavithumb::apps::web

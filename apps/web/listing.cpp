@@ -72,7 +72,7 @@ void List(const std::vector<std::string>& path, const Roots& roots, Listing* lis
   }
 }
 
-// Skips what was removed meanwhile and links out of the roots, and counts what can't be accessed.
+// Skips files removed meanwhile and links out of the roots, and counts those that can't be accessed.
 void ListIfFound(const std::vector<std::string>& path, const Roots& roots, Listing* listing) {
   try {
     List(path, roots, listing);

@@ -37,7 +37,7 @@ Workers MakeWorkers(std::size_t maximum, const Settings& settings, const Confine
           WorkerCallbacks{[&] { confinement.Enter(); }, std::move(answer), RemoveLeftovers}};
 }
 
-// One request, which came with the environment; a worker answers it like any other.
+// Answers the one request in the environment, in a worker like any other.
 void AnswerOne(const Settings& settings, const Roots& roots, const Confinement& confinement) {
   Workers workers = MakeWorkers(1, settings, confinement,
                                 [&](RequestState* state) { Answer(ReadEnvironment(), roots, confinement, state); });

@@ -10,8 +10,8 @@ namespace tavithumb::apps::web {
 // The state of one request, in memory that the worker shares with its parent, which reads it after the worker's death.
 struct RequestState {
   std::atomic<bool> hasAnswered;  // bytes of the response may have been written
-  std::array<char, 512> request;  // for the log; ends with a NUL, as the next does
-  std::array<char, 64> scratch;   // the folder of its tools' temporary files, as long as there is one
+  std::array<char, 512> request;  // for the log; NUL-terminated, like the next one
+  std::array<char, 64> scratch;   // the folder of its tools' temporary files, while it exists
 
   void SetRequest(const std::string& text) { request[text.copy(request.data(), request.size() - 1)] = '\0'; }
 };

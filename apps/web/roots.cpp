@@ -29,7 +29,7 @@ FileDescriptor OpenBeneath(int folder, const std::string& path) {
   return FileDescriptor(static_cast<int>(opened));
 }
 
-// The path of an open file, without links; "" if it has none or a longer one than PATH_MAX.
+// The path of an open file, without links; "" if it has none, or one longer than PATH_MAX.
 std::string PathOf(const FileDescriptor& file) {
   const std::string link = "/proc/self/fd/" + std::to_string(file.Number());
   std::array<char, PATH_MAX> path = {};

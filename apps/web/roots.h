@@ -31,7 +31,7 @@ struct Found {
   std::string OpenPath() const { return "/proc/self/fd/" + std::to_string(descriptor.Number()); }
 };
 
-// Limits access to what is below a root, whatever links and ".." say, and not hidden.
+// Limits access to files that are below a root, whatever links and ".." say, and not hidden.
 class Roots {
  public:
   // `showsHidden`: names that begin with a dot are served too, but never the folders of thumbnails.

@@ -62,7 +62,7 @@ FileDescriptor ListenUnix(const std::string& path) {
   const sockaddr_un address = UnixAddress(path);
   if (IsStale(address)) unlink(address.sun_path);
   FileDescriptor socket = NewSocket(AF_UNIX);
-  const mode_t before = umask(0117);  // for its owner and group
+  const mode_t before = umask(0117);  // access for owner and group
   const int bound = bind(socket.Number(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
   umask(before);
   if (bound != 0 || listen(socket.Number(), SOMAXCONN) != 0) throw Failure(path);
@@ -166,8 +166,8 @@ class Server {
     }
   }
 
-  // A refused connection stays open for a while: its web server may still be sending the request, and would take a
-  // closed connection for a failure instead of reading the response.
+  // A refused connection stays open for a while: its web server may still be sending the request, and would treat a
+  // closed connection as a failure instead of reading the response.
   void Refuse(Connection* connection, const std::string& reason) {
     syslog(LOG_WARNING, "a request: %d %s", kServiceUnavailable, reason.c_str());
     Respond(connection->socket.Number(), ErrorResponse({kServiceUnavailable, reason}, true));
@@ -183,7 +183,7 @@ class Server {
     while (!refused_.empty() && refused_.front().deadline <= now) refused_.pop_front();
   }
 
-  // How long no connection is accepted when the system has no descriptor or memory for it.
+  // How long to stop accepting connections after the system runs out of descriptors or memory.
   static constexpr int pauseMilliseconds = 100;
   static constexpr std::chrono::seconds linger{5};
   static constexpr std::size_t maxRefused = 128;

@@ -16,9 +16,9 @@ class Listener {
   // Listens on the path of a unix socket, or on a loopback host and port. A stale socket at the path is replaced.
   // Throws std::invalid_argument or std::runtime_error with a sentence for people.
   explicit Listener(const std::string& address);
-  // Uses a listening socket that another program has made.
+  // Uses a listening socket that another program has created.
   explicit Listener(FileDescriptor socket);
-  // Removes the unix socket that it has made.
+  // Removes the unix socket that it has created.
   ~Listener();
   Listener(const Listener&) = delete;
   Listener& operator=(const Listener&) = delete;
@@ -30,7 +30,7 @@ class Listener {
   std::string path_;
 };
 
-// Answers one connection; SIGTERM or SIGINT stops that. Returns when its worker has ended.
+// Answers one connection; SIGTERM or SIGINT stops it. Returns when its worker has exited.
 void AnswerConnection(FileDescriptor connection, Workers* workers);
 
 // The connections that wait until a worker is free. Those over the limits are refused.

@@ -37,7 +37,7 @@ constexpr char footerEnd[] =
     "  tavithumb-web --scgi /run/tavithumb-web/socket --root photos=/srv/photos --root films=/srv/films\n"
     "  tavithumb-web --scgi 127.0.0.1:4000 --root /srv/photos";
 
-// Throws std::invalid_argument when the environment names a file that can't be read.
+// Throws std::invalid_argument if the environment names a file that can't be read.
 std::string DefaultConfig() {
   const char* const file = std::getenv("TAVITHUMB_WEB_CONFIG");
   if (file == nullptr) return "";
@@ -47,7 +47,7 @@ std::string DefaultConfig() {
   return file;
 }
 
-// The error message, or "" if `text` is valid. CLI11 words its own range check differently from release to release.
+// The error message, or "" if `text` is valid. The wording of CLI11's own range check differs between releases.
 std::string CheckDeadline(const std::string& text) {
   const std::optional<int> seconds = ParseNumber<int>(text);
   if (seconds && *seconds >= 1 && *seconds <= 86400) return "";

@@ -51,7 +51,7 @@ std::string PercentDecoded(std::string_view text) {
   return decoded;
 }
 
-// Names that lead elsewhere, and those that no file can have, are not found.
+// Names that lead elsewhere, and those that no file can have, give the error for a missing file.
 std::string NameOf(std::string_view segment) {
   std::string name = PercentDecoded(segment);
   if (name.empty() || name == "." || name == ".." || name.find_first_of(std::string_view("/\0", 2)) != name.npos) {

@@ -17,7 +17,7 @@
 namespace tavithumb::apps::web {
 namespace {
 
-// Why a worker gave no answer.
+// Why a worker sent no response.
 HttpError ErrorOf(const EndedChild& worker) {
   if (worker.wasLate) return {kGatewayTimeout, "the request took too long"};
   if (worker.wasStopped) return {kServiceUnavailable, "the service is stopping"};

@@ -14,11 +14,11 @@ namespace tavithumb::apps::command {
 // names are skipped.
 class NameList {
  public:
-  // "-" is standard input. Throws std::invalid_argument with a message for people when it can't be opened.
+  // "-" is standard input. Throws std::invalid_argument with a message for people if it can't be opened.
   NameList(const std::string& path, char separator);
 
-  // Blocks until there is something to read, and appends the names in it to `names`. Returns a problem if the list had
-  // to be given up; it has ended then.
+  // Blocks until input is available, and appends its names to `names`. Returns a problem if the rest of the list can't
+  // be read; the list has ended then.
   std::optional<Problem> Read(std::deque<std::string>* names);
 
   bool HasEnded() const { return hasEnded_; }

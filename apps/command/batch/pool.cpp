@@ -36,7 +36,7 @@ Problem ProblemOf(const EndedChild& worker) {
   return {Kind::kDamaged, "the decoder crashed on this file" + how, "get a fresh copy of it"};
 }
 
-// Both ends of a new one.
+// Both ends of a new socket pair.
 std::pair<FileDescriptor, FileDescriptor> OpenChannel() {
   std::array<int, 2> ends = {-1, -1};
   if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()) != 0) {
@@ -82,7 +82,7 @@ Pool::Worker* Pool::FindIdle() {
   return idle != workers_.end() ? &*idle : StartUnlessFull();
 }
 
-// Continues with fewer workers where the system allows no more.
+// Continues with fewer workers if the system refuses to start more.
 Pool::Worker* Pool::StartUnlessFull() {
   if (workers_.size() >= maximum_) return nullptr;
   try {
@@ -152,7 +152,7 @@ void Pool::Finish(Worker* worker, Result result, std::vector<Done>* done) {
 void Pool::CleanUp(const EndedChild& ended, std::vector<Done>* done) {
   const auto worker = std::find_if(workers_.begin(), workers_.end(),
                                    [&ended](const Worker& other) { return other.process == ended.process; });
-  Receive(&*worker, done);  // what it sent before it ended
+  Receive(&*worker, done);  // what it sent before it exited
   std::error_code ignored;
   std::filesystem::remove_all(worker->scratch, ignored);
   RemovePreviews(worker->process);

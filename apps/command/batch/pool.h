@@ -18,37 +18,36 @@
 
 namespace tavithumb::apps::command {
 
-// A file that was dispatched, with its result.
+// A dispatched file, with its result.
 struct Done {
   std::string name;
   Result result;
   double milliseconds;
 };
 
-// Works on files in forked workers, one file at a time each: the library makes one thumbnail at a time, and a file that
-// crashes a decoder ends one worker only. That file fails, as does one that takes too long, and another worker takes
-// over. A worker gets the paths of its files over a socket, and answers with reports.
+// Processes files in forked workers, one file at a time each: the library makes one thumbnail at a time, and a file
+// that crashes a decoder kills only one worker. That file fails, as does one that takes too long, and another worker
+// replaces the dead one. A worker receives paths over a socket, and sends back reports.
 class Pool {
  public:
   Pool(std::size_t maximum, Order order);
-  // Stops all workers, and removes what they leave behind.
+  // Stops all workers, and removes the files that they leave behind.
   ~Pool();
   Pool(const Pool&) = delete;
   Pool& operator=(const Pool&) = delete;
 
-  // False when no worker is free. Throws std::system_error when not a single one can be started.
+  // False if no worker is free. Throws std::system_error if no worker at all can be started.
   bool Dispatch(const std::string& name);
-  // How many workers have a file.
+  // The number of workers that are processing a file.
   std::size_t Running() const;
 
-  // Collect() returns the files that are done since. It is due when one of the descriptors that AddTo() adds is
-  // readable, and when NextEvent() has come.
+  // Collect() returns the files finished since the last call. Call it when one of the descriptors that AddTo() adds is
+  // readable, and at NextEvent().
   std::vector<Done> Collect();
   void AddTo(std::vector<pollfd>* descriptors) const;
   Clock::time_point NextEvent() const { return supervisor_.NextEvent(); }
 
-  // After the first call nothing more is to be dispatched. The second one stops the workers; files that were not done
-  // by then get no result.
+  // After the first call, dispatch nothing more. The second call stops the workers; unfinished files get no result.
   void Interrupt() { supervisor_.Interrupt(); }
   bool IsInterrupted() const { return supervisor_.IsInterrupted(); }
 
@@ -62,7 +61,7 @@ class Pool {
 
   struct Worker {
     pid_t process = -1;
-    FileDescriptor channel;  // closed when the worker has ended, or is to get nothing more
+    FileDescriptor channel;  // closed when the worker has exited, or gets no more files
     std::string scratch;
     std::optional<Task> task;
   };

@@ -52,8 +52,7 @@ std::string RateText(double rate) {
   return text.data();
 }
 
-// "1200/5400+  55/s  76 s+ left": as long as more files may be found, both the total and the time left are at least
-// what is shown.
+// "1200/5400+  55/s  76 s+ left": while more files may be found, the total and the time left are lower bounds.
 std::string Figures(const RunCounts& counts, double rate) {
   const std::string growing = counts.mayGrow ? "+" : "";
   std::string text = std::to_string(counts.done) + "/" + std::to_string(counts.total) + growing;
@@ -94,7 +93,7 @@ void ProgressDisplay::Show(const RunCounts& counts) {
   return screen_.isTerminal ? Draw(counts, figures) : Say(figures);
 }
 
-// Leaves the last column free, behind which some terminals wrap at once.
+// Leaves the last column free: some terminals wrap as soon as it is filled.
 void ProgressDisplay::Draw(const RunCounts& counts, const std::string& figures) {
   const std::size_t width = screen_.columns() - 1;
   std::string line = figures.substr(0, width);

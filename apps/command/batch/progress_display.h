@@ -11,7 +11,7 @@
 
 namespace tavithumb::apps::command {
 
-// How far a run has come.
+// The progress of a run.
 struct RunCounts {
   std::size_t done = 0;
   std::size_t total = 0;  // known so far
@@ -27,7 +27,7 @@ struct Screen {
   Now now;
 };
 
-// Standard error, redrawn only on a terminal whose $TERM can do so.
+// Standard error; redrawn only on a terminal whose $TERM supports it.
 Screen StandardError();
 
 // Shows the progress of a run: on a terminal as one line that is redrawn in place, elsewhere as a new line every few
@@ -40,7 +40,7 @@ class ProgressDisplay {
   ProgressDisplay(const ProgressDisplay&) = delete;
   ProgressDisplay& operator=(const ProgressDisplay&) = delete;
 
-  // To be called whenever the counts change and at NextEvent(). Draws only when it is time to.
+  // Call it whenever the counts change, and at NextEvent(). Draws only when a redraw is due.
   void Show(const RunCounts& counts);
   Clock::time_point NextEvent() const { return next_; }
 

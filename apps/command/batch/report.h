@@ -10,19 +10,19 @@
 
 namespace tavithumb::apps::command {
 
-// What a worker tells the pool about its file: the result so far and the thumbnail that it is about to make; or the
-// final result, when `making` names no entry.
+// A worker's report on its file: the result so far and the thumbnail that it is about to make; or the final result, if
+// `making` names no entry.
 struct Report {
   Result result;
   Making making;
 };
 
-// In bytes; of the messages between pool and worker in both directions.
+// The maximum size in bytes of messages between pool and worker, in both directions.
 constexpr std::size_t longestMessage = 65536;
 
 std::string Serialise(const Report& report);
 
-// Nothing when `message` is malformed.
+// Nothing if `message` is malformed.
 std::optional<Report> ParseReport(std::string_view message);
 
 }  // namespace tavithumb::apps::command

@@ -16,8 +16,8 @@ struct Failure {
   std::string remedy;
 };
 
-// The result for one file. Each requested size is in one of the lists, except those that followed when the file as a
-// whole failed, and missing ones that were not to be made.
+// The result for one file. Each requested size is in one of the lists, except those after a failure of the whole file,
+// and missing ones that the request excludes.
 struct Result {
   std::vector<std::string> made;
   std::vector<std::string> found;

@@ -35,11 +35,11 @@ class Summary {
   std::size_t files_ = 0;
   std::size_t filesWithMade_ = 0;
   std::size_t failed_ = 0;  // files
-  std::size_t made_ = 0;    // thumbnails, as the next two
+  std::size_t made_ = 0;    // thumbnails, like the next two
   std::size_t found_ = 0;
   std::size_t notNeeded_ = 0;
   std::uint64_t bytes_ = 0;
-  std::map<std::string, std::size_t> reasons_;  // how many files failed for each
+  std::map<std::string, std::size_t> reasons_;  // number of failed files for each
 };
 
 }  // namespace tavithumb::apps::command

@@ -13,7 +13,7 @@
 namespace tavithumb::apps::command {
 namespace {
 
-// The bound of the queue: some hundred thousand names.
+// The limit of the queue: some hundred thousand names.
 constexpr std::size_t maxQueueBytes = 16777216;
 constexpr int entriesPerStep = 256;
 
@@ -21,7 +21,7 @@ std::size_t BytesOf(const std::string& name) {
   return name.size() + 64;  // about the overhead of a container
 }
 
-// Lists often have everything below a folder: skips thumbnails and anything that is neither a photo nor a folder. A
+// Lists often contain everything below a folder: skips thumbnails and anything that is neither a photo nor a folder. A
 // name that doesn't exist is kept, so that it is reported.
 bool IsSkipped(const std::string& name) {
   struct stat record = {};
@@ -98,7 +98,7 @@ void Walk::StartAt(const std::string& name) {
   }
 }
 
-// Skips a file that was found already, by its folder or by the same name.
+// Skips a file that was already found, in its folder or by the same name.
 void Walk::VisitNamedFile(const std::string& name) {
   struct stat record = {};
   if (stat(file::Dirname(name).c_str(), &record) == 0) {
@@ -146,7 +146,7 @@ void Walk::VisitEntry(const dirent& entry) {
   }
 }
 
-// A regular file, or a link to one or a dangling link, that has not been found by its own name already.
+// A regular file, a link to one, or a dangling link, that has not already been found by its own name.
 bool Walk::IsPhoto(const dirent& entry) const {
   if (!IsSupportImage(entry.d_name)) return false;
   const int folder = dirfd(folder_.get());

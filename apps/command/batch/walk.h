@@ -21,8 +21,8 @@
 namespace tavithumb::apps::command {
 
 // Finds the photos among the given files and in the given folders, step by step, so that work can start with the first
-// one. Each file is found once, even if several names lead to it. The queue of files found is bounded, so that a volume
-// of millions of files needn't fit into memory.
+// one. Each file is found once, even if several names lead to it. The queue of files is bounded, so that millions of
+// files need not fit into memory.
 class Walk {
  public:
   using OnProblem = std::function<void(const std::string& name, const Problem&)>;
@@ -30,7 +30,7 @@ class Walk {
   // `onProblem` is called for each folder and list that can't be read.
   Walk(std::vector<std::string> names, std::optional<NameList> list, OnProblem onProblem);
 
-  // Takes the next file from the queue, if there is one: its name as typed, or below that of its folder as typed.
+  // Removes and returns the next file in the queue, if any: its name as typed, or its path below a folder as typed.
   std::optional<std::string> Next();
 
   // The number of files found so far; whether all have been found; whether all have been taken from the queue as well.
@@ -38,7 +38,7 @@ class Walk {
   bool HasFoundAll() const { return !folder_ && folders_.empty() && names_.empty() && !list_; }
   bool HasEnded() const { return HasFoundAll() && files_.empty(); }
 
-  // Step() may be called when CanStep(), or when Descriptor() is readable. Descriptor() is -1 while there is nothing to
+  // Call Step() if CanStep() is true, or when Descriptor() is readable. Descriptor() is -1 while there is nothing to
   // wait for: the walk has ended, or the queue is full.
   bool CanStep() const;
   int Descriptor() const;

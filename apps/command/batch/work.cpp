@@ -37,7 +37,7 @@ std::uint64_t SizeOf(const std::string& path) {
   return gone ? 0 : size;
 }
 
-// To be called with the lock on the source: another process makes its thumbnails under the same names.
+// Call it with the source locked: other processes use the same temporary names.
 void RemoveTemporaries(const std::string& path, const Making& making) {
   const std::string folder = file::Dirname(file::GetEAPath(path, making.temporary));
   std::error_code ignored;
@@ -116,7 +116,7 @@ void Sizes::Make(const std::string& size) {
   result_->bytes += SizeOf(job.GetOutputFile());
 }
 
-// It may have gone, or lost its rights, since it was looked at first.
+// The source may have been removed or become unreadable since the first check.
 Problem Sizes::WhyNot(const Thumb& job, const std::string& size) const {
   if (std::optional<Problem> problem = CheckSource(path_)) return *problem;
   return WhyNoAnswer(job.GetInfo(), RequestOf(size));
@@ -130,7 +130,7 @@ Result WorkOn(const std::string& path, const Order& order, const Announce& annou
     result.Fail("", *problem);
     return result;
   }
-  if (IsSupportVideo(BaseName(path))) {  // answered from screenshots that others store
+  if (IsSupportVideo(BaseName(path))) {  // only screenshots stored by other programs are found
     result.notNeeded = order.sizes;
     return result;
   }
@@ -145,8 +145,8 @@ Result WorkOn(const std::string& path, const Order& order, const Announce& annou
   return result;
 }
 
-// Who has the lock by now makes them anew, and removes what is in the way. A thumbnail that was finished in the last
-// moment is not told from half of one.
+// If another process has the lock by now, it regenerates them and replaces what is left. A thumbnail finished at the
+// last moment can't be told from a partial one, so it is removed too.
 void RemoveHalfMade(const std::string& path, const Making& making) {
   const FileDescriptor source = OpenForLocks(path);
   if (flock(source.Number(), LOCK_EX | LOCK_NB) == -1 && errno == EWOULDBLOCK) return;

@@ -10,26 +10,26 @@
 
 namespace tavithumb::apps::command {
 
-// What is wanted of every file.
+// The request, the same for every file.
 struct Order {
   std::vector<std::string> sizes;  // by name
-  bool onlyOlder = false;          // make anew what is older than its file, nothing that is missing
-  bool isDryRun = false;           // make nothing: what would be made counts as made
+  bool onlyOlder = false;          // regenerate outdated thumbnails, don't make missing ones
+  bool isDryRun = false;           // make nothing; thumbnails that would be made count as made
 };
 
-// One thumbnail on its way: names in the EA directory of its source.
+// An unfinished thumbnail: names in the EA directory of its source.
 struct Making {
   std::string entry;      // its final name
-  std::string temporary;  // what the names of all files begin with that are written before
+  std::string temporary;  // the prefix of the temporary files written before it
   std::time_t since = 0;
 };
 
-// Finds or makes the thumbnails of the file at `path`, an absolute one. Before each that it makes it tells `announce`
-// what has come of the file so far.
+// Finds or makes the thumbnails of the file at the absolute `path`. Calls `announce` with the result so far before it
+// makes each one.
 using Announce = std::function<void(const Result&, const Making&)>;
 Result WorkOn(const std::string& path, const Order& order, const Announce& announce);
 
-// Removes what is left of a making whose process and tools have ended before their time.
+// Removes the files of an unfinished thumbnail, after its process and tools have been killed.
 void RemoveHalfMade(const std::string& path, const Making& making);
 
 }  // namespace tavithumb::apps::command

@@ -24,18 +24,18 @@ void Send(int channel, const Report& report) {
 
 void RunWorkerLoop(int channel, const std::string& scratch, const Order& order) {
   UseScratchFolder(scratch);
-  // There are as many workers as shall run at once: their tools need no threads.
+  // The workers already run in parallel: their tools need no threads.
   setenv("MAGICK_THREAD_LIMIT", "1", 0);  // NOLINT(concurrency-mt-unsafe): there is one thread
   const auto announce = [channel](const Result& soFar, const Making& making) { Send(channel, {soFar, making}); };
   std::string message(longestMessage, '\0');
   while (recv(channel, message.data(), message.size(), 0) > 0) {
-    // A folder that is as old as its last use is not cleaned away as a leftover.
+    // Updates the folder's time, so that `clean` does not remove it as abandoned.
     utimensat(AT_FDCWD, scratch.c_str(), nullptr, 0);
     const std::string path = message.c_str();  // NOLINT(readability-redundant-string-cstr): it ends with its NUL
     Send(channel, {WorkOn(path, order, announce), {}});
   }
   std::error_code ignored;
-  std::filesystem::remove_all(scratch, ignored);  // nobody else does when the parent has been killed
+  std::filesystem::remove_all(scratch, ignored);  // no other process does if the parent was killed
 }
 
 }  // namespace tavithumb::apps::command

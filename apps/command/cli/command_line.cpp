@@ -33,8 +33,8 @@ class FormatterWithUsageOfNames : public CLI::Formatter {
   std::string usage_;
 };
 
-// Takes any number of names as they are. The parser would read "[a,b]" as a list and "{}" as an empty one if it filled
-// a vector by itself.
+// Accepts any number of names unchanged. The parser would read "[a,b]" as a list and "{}" as an empty one if it filled
+// a vector itself.
 CLI::Option* AddNamesTo(CLI::App* parser, const std::string& label, std::vector<std::string>* value,
                         const std::string& help) {
   const auto take = [value](const CLI::results_t& texts) {

@@ -9,13 +9,13 @@
 
 namespace tavithumb::apps::command {
 
-// A command line that can't be run. The message says where to read more.
+// An invalid command line. The message names the help to read.
 struct UsageError : std::invalid_argument {
   using std::invalid_argument::invalid_argument;
 };
 
-// Runs the one of the subcommands that `arguments`, without the program's name, ask for, or prints help or the version.
-// Throws UsageError, and whatever the subcommand throws.
+// Runs the subcommand that `arguments` (without the program's name) select, or prints help or the version. Throws
+// UsageError, and any exception of the subcommand.
 ExitCode RunCommandLine(const std::vector<std::string>& arguments, const std::vector<Subcommand>& subcommands);
 
 }  // namespace tavithumb::apps::command

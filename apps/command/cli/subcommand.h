@@ -22,13 +22,13 @@ namespace tavithumb::apps::command {
 enum ExitCode { kDone = 0, kSomeFailed = 1, kBadUsage = 2, kInterrupted = 130 };
 
 // Declares the options and names that a subcommand accepts, in the order in which its help lists them. Each is stored
-// in `value` when the command line is parsed. The parser is hidden in here because its headers take seconds to compile.
+// in `value` when the command line is parsed. Hides the parser, because its headers take seconds to compile.
 class Options {
  public:
   explicit Options(CLI::App* parser) : parser_(parser) {}
 
   void AddFlag(const std::string& name, bool* value, const std::string& help) const;
-  // The help shows what `value` is now as the default.
+  // The help shows the current `value` as the default.
   void AddDefaulted(const std::string& name, const std::string& type, std::string* value,
                     const std::string& help) const;
   void AddOptional(const std::string& name, const std::string& type, std::optional<std::string>* value,
@@ -37,7 +37,7 @@ class Options {
   // At least one name.
   void AddNames(const std::string& label, std::vector<std::string>* value, const std::string& help) const;
   void AddOptionalNames(const std::string& label, std::vector<std::string>* value, const std::string& help) const;
-  // What stands for the names in the usage line.
+  // The placeholder for the names in the usage line.
   void SetUsageOfNames(const std::string& usage) const;
 
  private:
@@ -49,12 +49,12 @@ struct Subcommand {
   std::string description;
   std::string footer;  // of its help
   std::function<void(const Options&)> declare;
-  // Called when the command line has been parsed. Throws std::invalid_argument with a message for people if the options
-  // don't fit together.
+  // Called after the command line has been parsed. Throws std::invalid_argument with a message for people if the
+  // options conflict.
   std::function<ExitCode()> run;
 };
 
-// Each subcommand, with what it calls.
+// Each subcommand, with the function that it calls.
 Subcommand GetSubcommand(std::function<decltype(Get)> get = Get);
 Subcommand InfoSubcommand(std::function<decltype(Info)> info = Info);
 Subcommand MakeSubcommand(std::function<decltype(Make)> make = Make);

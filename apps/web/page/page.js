@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// Shows the folder that the address names behind its '#', and one picture of it at a time in the viewer. Names of files
-// get into the page as text and as attributes, never as markup.
+// Shows the folder that the URL names after its '#', and one of its pictures at a time in the viewer. File names are
+// inserted into the page as text and as attributes, never as markup.
 'use strict';
 
 const widths = {small: 120, medium: 360, big: 640, large: 1280};
@@ -8,10 +8,10 @@ const byId = (id) => document.getElementById(id);
 const crumbs = byId('crumbs'), main = byId('main'), folders = byId('folders'), grid = byId('grid');
 const viewer = byId('viewer'), stage = byId('stage');
 
-let files = [];      // of the folder that is shown
-let address = null;  // of that folder, as it is behind '#/'
+let files = [];      // in the current folder
+let address = null;  // of that folder, as after '#/'
 let current = 0;     // in the viewer
-let turns = 0;       // to the right, of what the viewer shows
+let turns = 0;       // quarter turns clockwise, of the picture in the viewer
 
 function make(tag, attributes, ...content) {
   const element = document.createElement(tag);
@@ -29,7 +29,7 @@ const hasPicture = (file) => file.screenshot !== false;
 const thumb = (file, size, more = '') => `thumb/${file.url}?size=${size}${more}`;
 const placeholder = (text) => make('span', {class: 'placeholder'}, text);
 
-// An image in the sizes that a browser may choose from; what can't be shown turns into a placeholder.
+// An image in the sizes that a browser may choose from; one that can't be shown becomes a placeholder.
 function picture(file, sizes, more, attributes) {
   if (!hasPicture(file)) return placeholder('Video');
   const image = make('img', {alt: file.name, ...attributes});
@@ -39,7 +39,7 @@ function picture(file, sizes, more, attributes) {
   return image;
 }
 
-// The name below a picture is hidden from those who hear it as the picture's text already.
+// The name below a picture is hidden from screen readers, which already read it as the picture's text.
 function tile(file, index) {
   const image = picture(file, ['small', 'medium', 'big'], '', {
     width: 360, height: 360, loading: 'lazy', decoding: 'async', sizes: '(max-width: 30rem) 66vw, 18rem'});
@@ -120,7 +120,7 @@ async function openFolder() {
   } catch (error) {
     problem = `This folder cannot be shown (${error.message}).`;
   }
-  if (wanted !== address) return;  // another folder has been asked for meanwhile
+  if (wanted !== address) return;  // another folder has been requested meanwhile
   showCrumbs(path);
   showFolder(listing);
   byId('error').textContent = problem;
@@ -130,7 +130,7 @@ async function openFolder() {
   if (left !== null) focusAfter(left);
 }
 
-// Whoever comes back out of a folder finds it focused, anybody else begins at the top.
+// On the way back out of a folder, focuses that folder; otherwise starts at the top.
 function focusAfter(left) {
   scrollTo(0, 0);
   const cameFrom = [...folders.querySelectorAll('a')].find((link) => link.hash === `#/${left}`);
@@ -189,7 +189,7 @@ viewer.addEventListener('keydown', (event) => {
 });
 
 viewer.addEventListener('close', () => {
-  if (!viewer.open && stage.firstChild) closeViewer();  // by the browser itself, as by a gesture
+  if (!viewer.open && stage.firstChild) closeViewer();  // by the browser itself, for example on a gesture
 });
 
 byId('previous').addEventListener('click', () => step(-1));
@@ -207,7 +207,7 @@ grid.addEventListener('click', (event) => {
   openViewer(Number(clicked.dataset.index));
 });
 
-// Arrow keys go through folders and pictures as they lie in rows; the ends of one list lead to the other.
+// Arrow keys move through the rows of folders and pictures; each list continues into the other.
 function linkFrom(focused, key) {
   const links = [...main.querySelectorAll('.folders a, .tile')];
   const index = links.indexOf(focused);
