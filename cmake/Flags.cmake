@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: GPL-3.0-or-later
-# What every target is built with: warnings, which the developers' presets turn into errors, and hardening in a release.
+# Flags of every target: warnings, which the developers' presets turn into errors, and hardening in a release.
 add_library(tavithumb_flags INTERFACE)
 target_compile_options(tavithumb_flags INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
 # GCC 12 warns about correct concatenations of C++20's strings: https://gcc.gnu.org/bugzilla/show_bug.cgi?id=105651
@@ -30,7 +30,7 @@ option(TAVITHUMB_CCACHE "Compile through ccache where it is installed" OFF)
 if(TAVITHUMB_CCACHE AND NOT DEFINED CMAKE_CXX_COMPILER_LAUNCHER)
   find_program(CCACHE ccache)
   if(CCACHE)
-    # Without this ccache keeps nothing that a precompiled header goes into.
+    # Without this, ccache caches nothing that uses a precompiled header.
     set(CMAKE_CXX_COMPILER_LAUNCHER env CCACHE_SLOPPINESS=pch_defines,time_macros ${CCACHE})
   endif()
 endif()

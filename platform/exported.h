@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
-// The C contracts with their functions marked as what these libraries show; the rest stays hidden inside them.
+// The C contracts, with their functions exported; all other symbols of these libraries are hidden.
 #pragma GCC visibility push(default)
 #include <tavi/core.h>
 #include <tavi/fileop.h>

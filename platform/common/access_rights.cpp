@@ -15,7 +15,7 @@ namespace {
 
 constexpr auto kUnchanged = static_cast<uid_t>(-1);
 
-// The process may not do it, or the volume doesn't support it, as opposed to a failing volume.
+// Whether the process lacks permission or the volume lacks support, as opposed to a failing volume.
 bool IsRefusal(int reason) {
   return reason == EPERM || reason == EACCES || reason == EINVAL || reason == ENOSYS || reason == EOPNOTSUPP ||
          reason == EOVERFLOW;

@@ -6,9 +6,9 @@
 namespace tavi {
 
 // Copies owner, group, access ACL and mode of the open file or directory `from`, whose facts are `wanted`, to `to`.
-// Both may be mere locations (O_PATH). Only the superuser may change owners, and some volumes store no owners, ACLs or
-// modes: what is refused is skipped, and the rest is reduced so that nobody gets rights that they don't have on `from`.
-// False with errno set when the volume fails.
+// Both may be O_PATH descriptors. Only the superuser may change owners, and some volumes store no owners, ACLs or
+// modes: a refused step is skipped, and the other rights are reduced so that no user gets rights that they don't have
+// on `from`. False with errno set if the volume fails.
 bool CopyAccessRights(int from, const struct stat& wanted, int to);
 
 }  // namespace tavi

@@ -14,13 +14,13 @@ namespace tavi {
 // its mask, an upper limit for everybody but the owner and others, and the owning group has an entry of its own.
 class Acl {
  public:
-  // The ACL of an open file or directory; nothing when it has none.
+  // The ACL of an open file or directory; nothing if it has none.
   static std::optional<Acl> Of(int fd);
 
-  // Leaves only the mode.
+  // Removes the ACL, and keeps the mode.
   static void RemoveFrom(int fd);
 
-  // False with errno set when the volume stores no ACLs or this process may not set it.
+  // False with errno set if the volume stores no ACLs or this process may not set one.
   bool GiveTo(int fd) const;
 
   // Reduces the rights of the owning group to those of others.
@@ -37,7 +37,7 @@ class Acl {
     std::uint32_t id;
   };
 
-  // The rights that all entries with these tags have; all rights when there is no such entry.
+  // The rights that all entries with these tags have; all rights if there is no such entry.
   std::uint16_t Allowed(std::uint16_t tags) const;
 
   std::vector<Entry> entries_;

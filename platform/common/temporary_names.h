@@ -17,7 +17,7 @@ constexpr char kCopyPrefix[] = ".tavi_copy.";        // a file, next to the dest
 constexpr char kDirectoryPrefix[] = ".tavi_mkdir.";  // an empty directory, next to where an EA directory will be
 constexpr std::size_t kRandomLength = 6;
 
-// A name that is unlikely to exist; nothing, with errno set, when the system provides no random bytes.
+// A name that is unlikely to exist; nothing, with errno set, if the system provides no random bytes.
 inline std::optional<std::string> TemporaryName(const std::string& prefix) {
   constexpr char alphabet[] = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
   unsigned char bytes[kRandomLength];
@@ -27,8 +27,8 @@ inline std::optional<std::string> TemporaryName(const std::string& prefix) {
   return name;
 }
 
-// Calls `create` with one temporary name after another until it doesn't fail with EEXIST. The name that it succeeded
-// with; "" with errno set when it failed.
+// Calls `create` with one temporary name after another until it doesn't fail with EEXIST. Returns the name that
+// succeeded; "" with errno set on failure.
 template <typename Create>
 std::string CreateTemporary(const std::string& prefix, const Create& create) {
   for (int attempt = 0; attempt < 100; ++attempt) {

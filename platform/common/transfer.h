@@ -15,7 +15,7 @@ namespace tavi {
 // How much is transferred at a time; small enough for the stack of any thread.
 constexpr std::size_t kTransferSize = 16384;
 
-// read() that is repeated after a signal.
+// read(), repeated if a signal interrupts it.
 inline ssize_t ReadSome(int fd, char* data, std::size_t size) {
   ssize_t got;
   do {
@@ -31,7 +31,7 @@ inline void AwaitWritable(int fd) {
   }
 }
 
-// Writes all of it, however short the single writes are, after signals and to non-blocking descriptors as well.
+// Writes all bytes, despite short writes, signals and non-blocking descriptors.
 inline bool WriteAll(int fd, const char* data, std::size_t size) {
   while (size > 0) {
     const ssize_t written = write(fd, data, size);

@@ -9,7 +9,7 @@
 namespace tavi {
 namespace {
 
-// What `read` writes to a buffer of the size that `read(nullptr, 0)` returns; repeated when it has grown meanwhile.
+// The output of `read` in a buffer of the size that `read(nullptr, 0)` returns; repeated if it has grown meanwhile.
 template <typename Read>
 std::optional<std::string> ReadAll(const Read& read) {
   ssize_t got;

@@ -40,7 +40,8 @@ sigset_t AllSignals() {
   return all;
 }
 
-// While it lives, these signals are blocked in this thread and in processes cloned from it, and it can't be cancelled.
+// During its lifetime, these signals are blocked in this thread and in processes cloned from it, and it can't be
+// cancelled.
 class Undisturbed {
  public:
   explicit Undisturbed(const sigset_t& signals) {
@@ -61,8 +62,8 @@ class Undisturbed {
   int cancelState_ = PTHREAD_CANCEL_ENABLE;
 };
 
-// Clones this process to call `body`, with its own signal handling. No signal is given for its exit: that sets it apart
-// from the children that the caller ignores.
+// Clones this process to call `body`, with its own signal handling. It sends no signal when it exits, which
+// distinguishes it from the children that the caller ignores.
 pid_t Clone(int (*body)(void*), int flags, void* data) {
   const std::unique_ptr<char[]> stack(new char[kStackSize]);
   return clone(body, stack.get() + kStackSize, flags, data);
@@ -149,7 +150,7 @@ pid_t SpawnAside(const char* path, const char* const* argv, const Redirection* r
   const pid_t intermediate = Clone(WatchProgram, 0, &watch);
   if (intermediate == -1) return -1;
   report.writeEnd = Descriptor();
-  int error = ECHILD;  // when the intermediate process is killed before it has reported
+  int error = ECHILD;  // if the intermediate process is killed before it has reported
   ReadSome(report.readEnd.Get(), reinterpret_cast<char*>(&error), sizeof error);
   if (error == 0) return intermediate;
   WaitFor(intermediate);

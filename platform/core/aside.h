@@ -14,9 +14,9 @@ namespace tavi {
 // Whether the system discards the exit status of this process's children.
 bool CallerIgnoresChildren();
 
-// Runs the program at `path` as Spawn() starts it, and waits. Its exit status, or -1 when it could not be started or
-// died of a signal. Meanwhile the calling thread only gets signals that kill the process. The cost does not
-// depend on the caller's memory.
+// Runs the program at `path` as Spawn() starts it, and waits. Returns its exit status, or -1 if it could not be started
+// or a signal killed it. Meanwhile the calling thread only gets signals that kill the process. The cost does not depend
+// on the caller's memory.
 int RunAside(const char* path, const char* const* argv);
 
 // Starts the program at `path` as Spawn() does. Returns the intermediate process, for WaitFor(): a copy of the caller,

@@ -51,7 +51,7 @@ std::string WithoutFrame(const std::string& path) {
   return hasFrame ? path.substr(0, path.size() - frame.size()) : path;
 }
 
-// Whether all frames of an animation are written: with any '%' in the name each gets a numbered file of its own.
+// Whether all frames of an animation are written: with any '%' in the name, each goes to a separate numbered file.
 bool WritesFrames(const std::vector<std::string>& arguments) {
   return std::any_of(arguments.begin(), arguments.end(),
                      [](const std::string& argument) { return argument == "-coalesce" || argument == "-layers"; });

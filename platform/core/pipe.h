@@ -16,7 +16,7 @@ struct Pipe {
   Descriptor writeEnd;
 };
 
-// Where the caller has closed a standard descriptor, the end of a new pipe gets its number and has to be moved.
+// If the caller has closed a standard descriptor, an end of a new pipe gets its number and has to be moved.
 inline Descriptor AboveStandard(Descriptor end) {
   if (end.Get() > STDERR_FILENO) return end;
   return Descriptor(fcntl(end.Get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));

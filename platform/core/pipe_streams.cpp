@@ -31,7 +31,7 @@ class Children {
     children_.merge(entry);
   }
 
-  // Removes and returns the child of a stream; -1 when the stream is not one of ours.
+  // Removes and returns the child of a stream; -1 if the stream is not one of ours.
   pid_t Take(FILE* stream) {
     const std::lock_guard<std::mutex> lock(mutex_);
     const auto entry = children_.find(stream);
@@ -112,7 +112,7 @@ FILE* TLIBCPopenv(const char* path, const char* mode, const char* const* argv) {
   return tavi::AtCBoundary<FILE*>(nullptr, [=] { return tavi::Open(path, reads, argv); });
 }
 
-// -1 also when the caller has started to ignore SIGCHLD since it opened the stream: the system then keeps no status.
+// Also -1 if the caller has started to ignore SIGCHLD since it opened the stream: the system then keeps no status.
 int TLIBCPclose(FILE* stream) {
   return tavi::AtCBoundary(-1, [=] { return tavi::Close(stream); });
 }

@@ -38,14 +38,14 @@ std::vector<const char*> ArgumentsOf(const char* path, va_list& list) {
 }  // namespace
 }  // namespace tavi
 
-// The exit status is the result; -1 for a program that could not be started or died of a signal. A program that is
-// not waited for (`wait` 0) returns 0 once it was started and stays the caller's child: the caller reaps it, or it
-// remains a zombie until the caller exits.
+// Returns the exit status; -1 if the program could not be started or a signal killed it. Without waiting (`wait` 0),
+// returns 0 once the program has started; it stays the caller's child: the caller reaps it, or it remains a zombie
+// until the caller exits.
 int TLIBCExecv(const char* path, const char* const* argv, int wait) {
   return tavi::AtCBoundary(-1, [=] { return tavi::Execv(path, argv, wait != 0); });
 }
 
-// What cannot be examined is not run either.
+// Arguments that can't be checked are not run.
 int TLIBCTakesNamesLiterally(const char* path, const char* const* argv) try {
   return tavi::TakesNamesLiterally(path, argv) ? 1 : 0;
 } catch (const std::bad_alloc&) {

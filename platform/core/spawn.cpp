@@ -12,7 +12,7 @@
 namespace tavi {
 namespace {
 
-// Preparing a spawn fails only when memory runs out.
+// Preparing a spawn fails only if memory runs out.
 void Require(int error) {
   if (error != 0) throw std::bad_alloc();
 }

@@ -20,7 +20,7 @@ class PreparedSpawn {
   PreparedSpawn(const PreparedSpawn&) = delete;
   PreparedSpawn& operator=(const PreparedSpawn&) = delete;
 
-  // 0, or an error number when it can't be started. Allocates no memory.
+  // Returns 0, or an error number if it can't be started. Allocates no memory.
   int Start(const char* path, const char* const* argv, pid_t* child) const;
 
  private:
@@ -31,13 +31,13 @@ class PreparedSpawn {
   posix_spawnattr_t attributes_;
 };
 
-// Starts the program at `path` without a shell; -1 with errno when it can't be started. The child gets the caller's
+// Starts the program at `path` without a shell; -1 with errno set if it can't be started. The child gets the caller's
 // environment, default signal handling where a caller is likely to have changed it, and only descriptors 0 to 2:
-// `redirection` (may be null) where it points to, else standard input from /dev/null, and the caller's standard
-// output and error, or /dev/null where the caller has none to pass on. The cost does not depend on the caller's memory.
+// `redirection` (may be null) where it applies, else standard input from /dev/null, and the caller's standard output
+// and error, or /dev/null where the caller has none to pass on. The cost does not depend on the caller's memory.
 pid_t Spawn(const char* path, const char* const* argv, const Redirection* redirection);
 
-// Waits for this child only. Its exit status, or -1 when it died of a signal or its status is unknown.
+// Waits for this child only. Returns its exit status, or -1 if a signal killed it or its status is unknown.
 int WaitFor(pid_t child);
 
 }  // namespace tavi

@@ -9,7 +9,7 @@ namespace tavi {
 // stay holes. False with errno set on failure.
 bool CopyData(int from, int to, off_t size);
 
-// Copies the extended attributes "user.*", as far as the volume stores them.
+// Copies the extended attributes "user.*", as far as the volume supports them.
 void CopyUserAttributes(int from, int to);
 
 }  // namespace tavi

@@ -17,7 +17,7 @@
 namespace tavi {
 namespace {
 
-// So that a power cut right after a move doesn't find the source gone and the destination not there yet.
+// Prevents a power cut right after a move from losing both the source and the destination.
 void SyncFolder(const Location& location) {
   const Descriptor folder(open(location.folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (folder.IsOpen()) fsync(folder.Get());

@@ -20,7 +20,7 @@ Location::Location(const std::string& path) {
   name = slash == std::string::npos ? path : path.substr(slash + 1);
 }
 
-// Names are relative to the folder, so that a temporary one isn't too long where the destination's path isn't.
+// Names are relative to the folder, so that a temporary one is not too long if the destination's path is not.
 StagedCopy::StagedCopy(const Location& destination)
     : folder_(open(destination.folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)), name_(destination.name) {}
 
@@ -82,7 +82,7 @@ bool StagedCopy::Exchange() {
   return true;
 }
 
-// Gives the previous destination a second name, or another one where there are no hard links.
+// Links the previous destination to a second name, or renames it on volumes without hard links.
 bool StagedCopy::SetAside() {
   replaced_ = CreateTemporary(kCopyPrefix, [this](const char* name) {
     return linkat(folder_.Get(), name_.c_str(), folder_.Get(), name, 0) == 0 || RenameTo(name_, name);
@@ -95,7 +95,7 @@ void StagedCopy::Withdraw() {
   if (replaced_.empty()) {
     Remove(name_);
   } else if (RenameTo(replaced_, name_)) {
-    Remove(replaced_);  // it still exists where both names belong to one file
+    Remove(replaced_);  // it still exists if both names belong to one file
   }
   replaced_.clear();
   errno = reason;

@@ -31,7 +31,7 @@ class StagedCopy {
   bool Publish();
 
   // The same, but until this object is destroyed Withdraw() restores the previous destination. On a volume that can
-  // neither exchange names nor make hard links, there is no destination for a moment.
+  // neither exchange names nor make hard links, the destination is briefly missing.
   bool PublishRevocably();
   void Withdraw();
 
@@ -45,7 +45,7 @@ class StagedCopy {
   Descriptor folder_;
   std::string name_;
   std::string staged_;
-  std::string replaced_;  // temporary name of the previous destination; "" when there was none
+  std::string replaced_;  // temporary name of the previous destination; "" if there was none
   Descriptor file_;
 };
 

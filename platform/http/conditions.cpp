@@ -28,7 +28,7 @@ void SkipSeparators(std::string_view* text) {
   text->remove_prefix(std::min(text->find_first_not_of(" \t,"), text->size()));
 }
 
-// Removes and returns the entity tag at the beginning of the text, with quotes and "W/"; "" when there is none.
+// Removes and returns the entity tag at the beginning of the text, with quotes and "W/"; "" if there is none.
 std::string_view TakeEntityTag(std::string_view* text) {
   const std::size_t quote = text->substr(0, 2) == "W/" ? 2 : 0;
   const std::size_t end = text->find('"', quote + 1);
@@ -63,7 +63,7 @@ bool HasTag(std::string_view list, std::string_view etag, Comparison areEqual) {
   return found;
 }
 
-// Whether the client insists on another version than this one.
+// Whether the client requires a version other than this one.
 bool IsAnother(const FileRequest& request, const FileVersion& version, std::int64_t now) {
   if (!request.ifMatch.empty()) return !HasTag(request.ifMatch, version.etag, AreStronglyEqual);
   const std::optional<std::int64_t> since = ParseHttpDate(request.ifUnmodifiedSince, now);

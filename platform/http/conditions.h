@@ -7,10 +7,10 @@
 
 namespace tavi {
 
-// The parts of a request that decide how a file is sent, as the web server passes them on. Empty texts stand for header
-// fields that are missing.
+// The parts of a request that decide how a file is sent, as the web server passes them on. Missing header fields are
+// empty.
 struct FileRequest {
-  bool isCgi;  // otherwise all below is ignored
+  bool isCgi;  // otherwise the members below are ignored
   std::string method;
   std::string ifMatch;
   std::string ifUnmodifiedSince;
@@ -23,7 +23,7 @@ struct FileRequest {
 // The request that the CGI variables of this process describe.
 FileRequest RequestOfEnvironment();
 
-// What a file is known by.
+// The validators of a file.
 struct FileVersion {
   std::string etag;       // a strong one, with its quotes
   std::int64_t modified;  // seconds since the epoch, as clients are told: never in the future
@@ -35,7 +35,7 @@ enum class Outcome {
   kWhole,
   kPart,
   kNotModified,    // the client has it already
-  kAnother,        // the client wants no version but another one
+  kAnother,        // the client requires another version
   kUnsatisfiable,  // the range begins after the end of the file
 };
 
@@ -45,7 +45,7 @@ struct Decision {
   std::uint64_t length;  // bytes
 };
 
-// What of the file is to be sent, by the precedence of RFC 9110: If-Match, which overrides If-Unmodified-Since, then
+// Which part of the file to send, by the precedence of RFC 9110: If-Match, which overrides If-Unmodified-Since, then
 // If-None-Match, which overrides If-Modified-Since, then Range, if If-Range allows it. A field that can't be parsed is
 // ignored. `now` in seconds since the epoch.
 Decision Decide(const FileRequest& request, const FileVersion& version, std::int64_t now);

@@ -48,7 +48,7 @@ bool Exists(const Date& date) {
   return same.month == date.month && same.day == date.day;
 }
 
-// Parses one date, from left to right. Once anything is not as expected, it has failed.
+// Parses one date, from left to right. After the first mismatch it stays failed.
 class Reader {
  public:
   explicit Reader(std::string_view text) : rest_(text) {}

@@ -24,8 +24,8 @@
 namespace tavi {
 namespace {
 
-// What the caller has printed goes first. A pipe that is ready takes a whole buffer at once, so that no signal can
-// interrupt the flush, which would lose the rest.
+// The caller's own output goes first. A pipe that is ready accepts a whole buffer at once, so no signal can interrupt
+// the flush, which would lose the rest.
 bool FlushPrinted() {
   AwaitWritable(fileno(stdout));
   return std::fflush(stdout) == 0;
@@ -44,8 +44,8 @@ std::string Header(const char* name, const std::string& value) {
   return name + (": " + value + "\r\n");
 }
 
-// Exactly as many bytes as were announced: a file that shrinks meanwhile is a failure. The kernel sends them, where
-// this output and the file's volume support it.
+// Sends exactly as many bytes as announced: a file that shrinks meanwhile is a failure. The kernel copies them if this
+// output and the file's volume support it.
 bool WriteContent(int file, std::uint64_t length) {
   constexpr std::uint64_t most = 1 << 30;
   while (length > 0) {
@@ -78,7 +78,7 @@ std::int64_t ModifiedAt(const struct stat& facts, std::int64_t now) {
   return facts.st_mtim.tv_sec <= now ? facts.st_mtim.tv_sec : std::min<std::int64_t>(facts.st_ctim.tv_sec, now);
 }
 
-// Other files and other contents have other tags, even if the modification time is reset after a change.
+// Different files and contents have different tags, even if the modification time is reset after a change.
 FileVersion VersionOf(const struct stat& facts, std::int64_t now) {
   const std::string etag = "\"" + Hex(facts.st_dev) + "-" + Hex(facts.st_ino) + "-" +
                            Hex(static_cast<std::uint64_t>(facts.st_size)) + "-" + Hex(facts.st_mtim) + "-" +
@@ -94,7 +94,7 @@ std::string Content(const char* mimeType, std::uint64_t length) {
   return Header("Content-Type", mimeType) + Header("Content-Length", std::to_string(length));
 }
 
-// One line for people instead of the content; "" when it is the content that is sent.
+// One line for people instead of the content; "" if the content is sent.
 std::string Explanation(Outcome outcome) {
   if (outcome == Outcome::kAnother) return "the file has changed\n";
   if (outcome == Outcome::kUnsatisfiable) return "the requested range is outside the file\n";
@@ -168,12 +168,12 @@ bool OutputStream(const FileRequest& request, std::FILE* stream, const char* mim
   return true;
 }
 
-// A type with a line break would add headers of its own.
+// A type with a line break would inject headers.
 bool IsOneLine(const char* text) {
   return std::strpbrk(text, "\r\n") == nullptr;
 }
 
-// What a failure leaves unwritten is discarded: flushed when the process exits, it would raise SIGPIPE after all.
+// Unwritten output is discarded after a failure: flushing it when the process exits would raise SIGPIPE after all.
 template <typename Response>
 int Deliver(const char* mimeType, const Response& response) {
   const SigPipeGuard guard;

@@ -7,7 +7,7 @@
 
 namespace tavi {
 
-// While it lives, writing into a broken pipe is an error for this thread and raises no signal. The process's own
+// During its lifetime, writing to a broken pipe is an error in this thread and raises no signal. The process's own
 // handling of SIGPIPE, and a SIGPIPE that was pending before, stay as they are.
 class SigPipeGuard {
  public:

@@ -12,11 +12,11 @@
 class __attribute__((visibility("default"))) HTTPFileOutputer {
  public:
   // Writes the headers that are still missing and the content of the file at `path` to standard output, after what the
-  // caller has already printed there. Returns 0 when all of it was written, -1 otherwise. A broken pipe raises no
-  // signal. A MIME type with a line break fails, with nothing of its own written.
+  // caller has already printed there. Returns 0 if all of it was written, -1 otherwise. A broken pipe raises no signal.
+  // Fails for a MIME type with a line break, without writing headers or content.
   int Output(const char* path, const char* mimeType);
 
   // The same for content read from `stream` until its end; `fileName` names it for the headers. Its length is not
-  // known, so there are no parts and no conditions. The stream stays open and the caller's.
+  // known, so ranges and conditions are ignored. The stream stays open; the caller owns it.
   int Output(std::FILE* stream, const char* fileName, const char* mimeType);
 };

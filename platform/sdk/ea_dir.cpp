@@ -24,7 +24,7 @@ struct Folder {
   struct stat facts;
 };
 
-// Opened as a mere location, which works for a folder that can't be listed too.
+// Opened with O_PATH, which also works for a folder that can't be listed.
 Descriptor OpenPlace(int parent, const char* path, int flags) {
   return Descriptor(openat(parent, path, O_PATH | O_DIRECTORY | O_CLOEXEC | flags));
 }
@@ -58,7 +58,7 @@ class StagedDirectory {
     return place.IsOpen() && CopyAccessRights(folder.place.Get(), folder.facts, place.Get());
   }
 
-  // Fails when the name is taken; a volume that doesn't support this condition may replace an empty directory.
+  // Fails if the name exists; a volume that doesn't support this condition may replace an empty directory.
   bool RenameTo(const char* name) {
     const int parent = parent_.Get();
     const bool done = renameat2(parent, name_.c_str(), parent, name, RENAME_NOREPLACE) == 0 ||
@@ -72,14 +72,14 @@ class StagedDirectory {
   std::string name_;
 };
 
-// A directory gets its name when it is complete, so that nobody sees one without its owner and mode. One that another
-// process has made meanwhile is as good.
+// A directory gets its name once it is complete, so that no process sees one without its owner and mode. One that
+// another process has made meanwhile is equally good.
 bool Make(const Descriptor& parent, const char* name, const Folder& folder) {
   StagedDirectory directory(parent, folder.facts.st_mode & 0777);
   return directory.MakeLike(folder) && (directory.RenameTo(name) || errno == EEXIST || errno == ENOTEMPTY);
 }
 
-// Links are not followed: everything is made in the source's folder.
+// Links are not followed: everything is created in the source's folder.
 Descriptor OpenOrMake(const Descriptor& parent, const char* name, const Folder& folder) {
   Descriptor place = OpenPlace(parent.Get(), name, O_NOFOLLOW);
   if (!place.IsOpen() && errno == ENOENT && Make(parent, name, folder)) {

@@ -18,17 +18,17 @@ struct SplitPath {
 };
 
 inline SplitPath Split(const std::string& path) {
-  const std::size_t nameStart = path.rfind('/') + 1;  // 0 when there is no slash
+  const std::size_t nameStart = path.rfind('/') + 1;  // 0 if there is no slash
   return {path.substr(0, nameStart), path.substr(nameStart)};
 }
 
-// A name that a directory entry can have.
+// Whether a directory entry can have this name.
 inline bool IsEntryName(const std::string& name) {
   return !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos;
 }
 
-// Where everybody may create files and nobody may remove those of others (as in /tmp), a directory counts only when the
-// superuser, the folder's owner or this process's user has made it: the kernel's rule for links there.
+// In a sticky, world-writable folder (such as /tmp), a directory is trusted only if it belongs to the superuser, the
+// folder's owner or this process's user: the kernel's rule for links there.
 inline bool IsTrusted(const struct stat& directory, const struct stat& folder) {
   constexpr mode_t shared = S_ISVTX | S_IWOTH;
   return (folder.st_mode & shared) != shared || directory.st_uid == 0 || directory.st_uid == folder.st_uid ||

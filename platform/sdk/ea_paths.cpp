@@ -20,14 +20,14 @@ bool PassesEARoot(const std::string& path) {
   return ("/" + path + "/").find("/" + std::string(kEARoot) + "/") != std::string::npos;
 }
 
-// A relative path together with the working directory.
+// Prefixes a relative path with the working directory.
 std::string Absolute(const std::string& path) {
   char workingDirectory[PATH_MAX];
   if (path.front() == '/' || getcwd(workingDirectory, sizeof workingDirectory) == nullptr) return path;
   return workingDirectory + ("/" + path);
 }
 
-// The path with all links resolved, or "" when it doesn't exist. Preserves errno: that is not a failure.
+// The path with all links resolved, or "" if it doesn't exist. Preserves errno: that is not a failure.
 std::string Resolved(const std::string& path) {
   const int before = errno;
   char resolved[PATH_MAX];
@@ -51,8 +51,8 @@ std::optional<std::string> EADirectory(const std::string& source) {
   return parts.folder + kEARoot + "/" + parts.name;
 }
 
-// Another user who has made one of the two directories could redirect what is written there to any place. What doesn't
-// exist yet can be trusted.
+// Another user who owns one of the two directories could redirect writes to any place. A directory that doesn't exist
+// yet can be trusted.
 bool IsAnotherUsers(const std::string& source, const std::string& eaDirectory) {
   const std::string folderPath = Split(source).folder;
   struct stat folder, root, directory;

@@ -16,7 +16,7 @@ struct MagicRow {
   FsKind kind;
 };
 
-// linux/magic.h names only a part of them.
+// linux/magic.h defines only some of them.
 constexpr MagicRow kMagicRows[] = {
     {NFS_SUPER_MAGIC, kRemoteFS},
     {SMB_SUPER_MAGIC, kRemoteFS},
@@ -70,7 +70,7 @@ constexpr FuseRow kFuseRows[] = {
     {"fuse.fusefat", kFatFS},
 };
 
-// Removes and returns the first field of a line, with the blank after it.
+// Removes the first field of a line and the blank after it, and returns the field.
 std::string_view TakeField(std::string_view* line) {
   const std::string_view field = line->substr(0, line->find(' '));
   line->remove_prefix(std::min(line->size(), field.size() + 1));

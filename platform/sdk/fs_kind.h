@@ -12,7 +12,7 @@
 
 namespace tavi {
 
-// The kind of a file system by its number from statfs. FUSE, one number for many, counts as local here.
+// The kind of a file system by its number from statfs. FUSE, one number for many file systems, counts as local here.
 FsKind KindOfMagic(std::uint32_t magic);
 
 // A mounted file system: its type ("fuse.sshfs", "fuseblk", "virtiofs") and its source ("host:/photos", "/dev/sdb1").
@@ -21,7 +21,7 @@ struct Mount {
   std::string source;
 };
 
-// The mount with the device number `device` in a table in the form of /proc/self/mountinfo; empty texts when it isn't
+// The mount with the device number `device` in a table in the format of /proc/self/mountinfo; empty strings if it isn't
 // listed. Blanks in the source stay escaped ("\040").
 Mount FindMount(std::istream& mountinfo, dev_t device);
 

@@ -20,14 +20,14 @@
 namespace tavi {
 namespace {
 
-// Makes running out of memory an exception rather than the end of the file.
+// Reports running out of memory as an exception, not as the end of the file.
 std::ifstream OpenText(const std::string& path) {
   std::ifstream file(path);
   file.exceptions(std::ios::badbit);
   return file;
 }
 
-// "fuseblk" is the type of NTFS as well as exFAT and FAT. Everybody can read udev's database, and the superuser the
+// NTFS, exFAT and FAT all have the type "fuseblk". Any user can read udev's database; the superuser can also read the
 // device itself.
 FsKind KindOfBlockDevice(const Mount& mount, dev_t device) {
   std::ifstream properties =

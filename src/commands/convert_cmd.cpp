@@ -7,13 +7,13 @@
 #include "support/quarter_turns.h"
 #include "tavithumb/thumb_convert_cmd.h"
 
-// A platform may lack it.
+// A platform may not provide it.
 #pragma weak TLIBCTakesNamesLiterally
 
 namespace tavithumb {
 namespace {
 
-// The add-on package has its own build of convert; a marker file says that the package is enabled.
+// The add-on package has its own build of convert; a marker file shows that the package is enabled.
 constexpr char kCodexaMarker[] = "/var/packages/Codexa/enabled";
 constexpr char kCodexaConvert[] = "/var/packages/Codexa/target/usr/bin/convert";
 

@@ -17,7 +17,7 @@ namespace {
 constexpr char kMeasuringSize[] = "__CUSTOM__";
 constexpr std::uint32_t kUnbounded = 2147483647;
 
-// Copies to the end of the input. False for an empty input, a failed read, and a failed or short write.
+// Copies the input to its end. False for an empty input, a failed read, and a failed or short write.
 bool CopyAll(int from, int to) {
   char block[4096];
   for (bool copied = false;; copied = true) {

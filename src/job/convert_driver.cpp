@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// How one request is answered: which file, in a fixed order of preference; and making sizes ahead of time.
+// Answers a request by the lookup steps in a fixed order of preference, and makes sizes ahead of time.
 #include <algorithm>
 #include <iterator>
 

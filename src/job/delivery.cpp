@@ -61,7 +61,7 @@ bool Thumb::HttpOutputFile(const std::string& mimeType) {
 
 bool Thumb::HttpOutputTurned(const std::string& mimeType) const {
   JpegTranCmd turn(info_, outputFile_, "", true);
-  // Neither the stream is closed nor the child waited for: both last as long as the process, which answers only this
+  // The stream is not closed and the child is not reaped: both last as long as the process, which answers only this
   // request.
   std::FILE* const stream = turn.popen();
   if (stream == nullptr) return false;

@@ -29,7 +29,7 @@ bool Thumb::SetOutFromEXIFPreview() {
   }
   const bool made = ServesAsItIs(info_) ? MovePreview(preview) : ConvertPreview(preview, destination);
   if (!made) return false;
-  outputFile_ = destination;  // an avatar job has moved it to the avatar name, but reports this one
+  outputFile_ = destination;  // an avatar job has moved it to the avatar's path, but returns this one
   type_ = OUTPUT_BROVIX;
   unlink(preview.c_str());
   return true;

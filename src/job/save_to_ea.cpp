@@ -26,7 +26,7 @@ timespec LastChange(const std::string& path) {
   return stat64(path.c_str(), &record) == 0 ? record.st_ctim : timespec{};
 }
 
-// mv copies directly to the final name. A copy that it could not finish, because the volume is full, is not a
+// mv copies directly to the final name. A copy that it could not finish, because the volume is full, is not a valid
 // thumbnail.
 bool MoveToOtherVolume(const std::string& from, const std::string& to) {
   const timespec before = LastChange(to);

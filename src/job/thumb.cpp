@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// The job's lifetime, its options, and the answers that need no work: stored thumbnails and the source itself.
+// The job's lifetime, its options, and the answers that need no tool: stored thumbnails and the source itself.
 #include <unistd.h>
 
 #include <limits>

@@ -6,7 +6,7 @@
 
 namespace tavithumb {
 
-// The text of a C library error number, for a log line; allocates nothing, thread-safe.
+// The text of a C library error number, for a log line. Allocates nothing; thread-safe.
 class ErrorText {
  public:
   explicit ErrorText(int error) : text_(strerror_r(error, buffer_, sizeof buffer_)) {}

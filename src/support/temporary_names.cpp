@@ -83,7 +83,7 @@ bool IsPreview(std::string_view path) {
   return !path.empty() && path.find_first_not_of("abcdefghijklmnopqrstuvwxyz") == std::string_view::npos;
 }
 
-// With a third mark it is a decoded JPEG that still has to be rotated.
+// A third mark indicates a decoded JPEG that still has to be rotated.
 bool IsWorkFile(std::string_view path) {
   if (!DropPrefix(&path, kVarTmp) || !DropPrefix(&path, kOwn)) return false;
   return DropMarks(&path, 3) >= 2 && TurnsOfWorkEntry(path);

@@ -5,8 +5,8 @@
 
 namespace tavithumb {
 
-// Every temporary name of the library is made here, together with file::GetEATmpPath() and file::GetVarTmpPath(), and
-// recognised again by file::IsTemporaryFile() and file::ParseTemporaryEntry(). Nothing is created or checked on disk.
+// Every temporary name of the library is built here, together with file::GetEATmpPath() and file::GetVarTmpPath(), and
+// parsed by file::IsTemporaryFile() and file::ParseTemporaryEntry(). Nothing is created or checked on disk.
 
 // "TAVIFILETMP_THUMB<rotation><extension>": the EA entry that a tool writes before the result gets its final name.
 std::string WorkEntryName(const std::string& rotateSuffix, const std::string& extension);
