@@ -117,14 +117,14 @@ $stored/photo.heic/TAVIFILE_THUMB_S.jpg" \
 
 setting() { sed -n "s/^$1=//p" "$root/lib/systemd/system/tavithumb-make.service"; }
 
-# systemd does not run here: the service's command, as its user and with its environment. Only the raw file fails. Without
+# systemd does not run here: the command of the service, as its user. Only the raw file fails. Without
 # dcraw, the library leaves empty temporary files behind.
 nightly_service_works() {
   local stored=/srv/photos/.tavi_ea status=0
   inside systemctl enable tavithumb-make.timer && inside systemd-analyze verify --man=no tavithumb-make.timer || return
   rm -rf "$root/$stored"
   inside install -d -o tavithumb -g tavithumb "$stored"
-  inside runuser -u "$(setting User)" -- env "$(setting Environment)" $(setting ExecStart) || status=$?
+  inside runuser -u "$(setting User)" -- $(setting ExecStart) || status=$?
   [[ " $(setting SuccessExitStatus) " == *" $status "* ]] || return
   same "$(printf "tavithumb $stored/%s\n" photo.heic/TAVIFILE_THUMB_{B,M,S,XL}.jpg photo.jpg/TAVIFILE_THUMB_S.jpg \
     picture.png/TAVIFILE_THUMB_{B,M,S}.png)" "$(inside find "$stored" -type f ! -empty -printf '%u %p\n' | LC_ALL=C sort)"
