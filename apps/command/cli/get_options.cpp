@@ -61,8 +61,9 @@ std::string Footer() {
     const unsigned side = SideOf(size);
     const std::string note =
         size == "large" ? ", for pictures of " + std::to_string(side * side) + " pixels or more" : "";
+    const std::string pixels = std::to_string(side);
     size.resize(11, ' ');
-    sizes += "  " + size + std::to_string(side) + " x " + std::to_string(side) + note + "\n";
+    sizes.append("  ").append(size).append(pixels).append(" x ").append(pixels).append(note).append("\n");
   }
   return footerStart + sizes + footerEnd;
 }
