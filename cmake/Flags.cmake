@@ -30,7 +30,6 @@ option(TAVITHUMB_CCACHE "Compile through ccache where it is installed" OFF)
 if(TAVITHUMB_CCACHE AND NOT DEFINED CMAKE_CXX_COMPILER_LAUNCHER)
   find_program(CCACHE ccache)
   if(CCACHE)
-    # Without this, ccache caches nothing that uses a precompiled header.
-    set(CMAKE_CXX_COMPILER_LAUNCHER env CCACHE_SLOPPINESS=pch_defines,time_macros ${CCACHE})
+    set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE})
   endif()
 endif()

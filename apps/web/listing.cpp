@@ -42,6 +42,7 @@ bool IsReadable(const Found& found) {
 
 std::string UrlOf(const std::vector<std::string>& path) {
   std::vector<std::string> encoded;
+  encoded.reserve(path.size());
   for (const std::string& name : path) encoded.push_back(UrlEncoded(name));
   return Join(encoded, "/");
 }

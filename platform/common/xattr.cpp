@@ -36,7 +36,7 @@ std::string PathOfDescriptor(int fd) {
 }
 
 std::optional<std::string> GetXattr(int fd, const char* name) {
-  const std::optional<std::string> value =
+  std::optional<std::string> value =
       ReadAll([=](char* data, std::size_t size) { return fgetxattr(fd, name, data, size); });
   if (value || errno != EBADF) return value;
   const std::string path = PathOfDescriptor(fd);
