@@ -40,10 +40,10 @@ bool IsTrustedIn(const Descriptor& parent, const Descriptor& place) {
 // An empty directory under a temporary name, removed by the destructor unless it was renamed.
 class StagedDirectory {
  public:
-  StagedDirectory(const Descriptor& parent, mode_t mode) : parent_(parent) {
-    name_ = CreateTemporary(kDirectoryPrefix,
-                            [&](const char* candidate) { return mkdirat(parent_.Get(), candidate, mode) == 0; });
-  }
+  StagedDirectory(const Descriptor& parent, mode_t mode)
+      : parent_(parent), name_(CreateTemporary(kDirectoryPrefix, [&](const char* candidate) {
+          return mkdirat(parent.Get(), candidate, mode) == 0;
+        })) {}
   ~StagedDirectory() {
     const int reason = errno;
     if (!name_.empty()) unlinkat(parent_.Get(), name_.c_str(), AT_REMOVEDIR);

@@ -232,8 +232,9 @@ bool Prove() {
       "another user's links under names about to be written, fs.protected_symlinks on: files outside written\t%u\t"
       "%u requests\n",
       tally.byStranger, tally.requests);
-  std::printf("links of the process's own user there, as another user's would do without that setting\t%u\t%u requests\n",
-              tally.byOwn, tally.requests);
+  std::printf(
+      "links of the process's own user there, as another user's would do without that setting\t%u\t%u requests\n",
+      tally.byOwn, tally.requests);
   std::printf(
       "EA directories made by another user in a sticky folder for everybody: files outside written\t%u\t"
       "2 requests\n",
