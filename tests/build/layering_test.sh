@@ -28,11 +28,15 @@ never "the programs know nothing of each other" "$include""web/" apps/command
 never "the programs know nothing of each other" "$include""command/" apps/web
 never "a batch knows no option" "$include(CLI/|command/cli/)" apps/command/batch
 never "includes in apps name the layer" '#include "[^/]*"|#include "(batch|cli|\.\.)/' apps
-never "only apps knows CLI11 and JSON" "$include(CLI|nlohmann)/" src include platform
+never "the library does not know the maker" "$include""maker/" src include platform
+never "the maker knows the library by its public headers, and no program" "$include(support|info|commands|job|system|thumbs|command|web)/" maker
+codecs='(jpeglib|png|spng|libdeflate|tiffio|gif_lib|webp/|jxl/|libraw/|libheif/|lcms2|hwy/)'
+never "only the maker knows image codecs" "$include$codecs" include platform apps src/support src/commands src/job
+never "only apps knows CLI11 and JSON" "$include(CLI|nlohmann)/" src include platform maker
 never "only command/cli and web/settings.cpp know CLI11" "$include""CLI/" apps --exclude-dir=cli --exclude=settings.cpp
 # Each costs seconds for every source that includes it.
 never "headers include neither CLI11 nor all of JSON" "$include(CLI/|nlohmann/json\.hpp)" apps --exclude='*.cpp'
-never "only the platform starts programs, and in the programs only the supervisor forks" '\b(fork|vfork|posix_spawnp?|exec[lv]p?e?|system)\(' src include apps --exclude=supervisor.cpp
+never "only the platform starts programs, and in the programs only the supervisor forks" '\b(fork|vfork|posix_spawnp?|exec[lv]p?e?|system)\(' src include maker apps --exclude=supervisor.cpp
 never "the public headers show no third-party header" "$include(exiv2|libheif|tavi/|http_file)" include
 never "the sources don't know which platform they run on" 'tavi_ea|posix_spawn|statfs\(' src include
 never "the platform knows nothing of the library" "$include""tavithumb/" platform

@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include <gtest/gtest.h>
+
+#include <cstdint>
+
+#include "maker/declined.h"
+#include "maker/limits.h"
+#include "maker/picture.h"
+
+namespace tavithumb::maker {
+namespace {
+
+TEST(Planes, HaveAlignedRowsThatCanBeReadBeyondTheirEnd) {
+  for (const int width : {1, 63, 64, 65, 479}) {
+    const Plane plane(Size{width, 3});
+    for (int y = 0; y < 3; ++y) {
+      EXPECT_EQ(reinterpret_cast<std::uintptr_t>(plane.Row(y)) % Plane::kAlignment, 0U) << width;
+      for (std::size_t x = 0; x < static_cast<std::size_t>(width) + Plane::kAlignment; ++x) {
+        ASSERT_EQ(plane.Row(y)[x], 0) << width;
+      }
+    }
+  }
+}
+
+Reason ReasonFor(Size size) {
+  try {
+    CheckDecodedSize(size);
+  } catch (const Declined& declined) {
+    return declined.Why();
+  }
+  ADD_FAILURE() << "accepted: " << size.width << " x " << size.height;
+  return Reason::kUnknownType;
+}
+
+TEST(Limits, DeclinePicturesThatAreEmptyOrTooLarge) {
+  CheckStoredSize({1, 1});
+  CheckStoredSize({65535, 7800});
+  CheckDecodedSize({12800, 10000});
+  EXPECT_EQ(ReasonFor({12800, 10001}), Reason::kTooLarge);
+  EXPECT_EQ(ReasonFor({65536, 1}), Reason::kTooLarge);
+  EXPECT_EQ(ReasonFor({0, 10}), Reason::kDamaged);
+  EXPECT_EQ(ReasonFor({10, -1}), Reason::kDamaged);
+}
+
+}  // namespace
+}  // namespace tavithumb::maker
