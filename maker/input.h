@@ -10,8 +10,8 @@
 
 namespace tavithumb::maker {
 
-// What a decoder reads: an open file, or bytes in memory such as an embedded preview. Reading never moves a position, so
-// that several decoders may try the same input.
+// What a decoder reads: an open file, or bytes in memory such as an embedded preview. Reading never moves a position,
+// so that several decoders may try the same input.
 class Input {
  public:
   // Opens the file. Throws Declined (kUnreadable).

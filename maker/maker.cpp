@@ -1,1 +1,178 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
+#include "maker/maker.h"
+
+#include <algorithm>
+#include <memory>
+#include <optional>
+#include <utility>
+
+#include "maker/colour.h"
+#include "maker/decode/decoders.h"
+#include "maker/encode/encode.h"
+#include "maker/input.h"
+#include "maker/resample.h"
+
+namespace tavithumb::maker {
+namespace {
+
+// Small thumbnails keep all of their chroma: it costs few bytes and shows.
+constexpr int kLargestBoxWithFullChroma = 160;
+
+Type TypeFor(Format source) {
+  return source == Format::kPng ? Type::kPng : Type::kJpeg;
+}
+
+// The decoder's own word counts where it turns the picture itself, and where the caller knows nothing.
+Orientation OrientationOf(const Source& source, const Header& header) {
+  Orientation orientation;
+  if (!header.isUpright) orientation = source.orientation.value_or(header.orientation.value_or(Orientation{}));
+  orientation.quarterTurns = (orientation.quarterTurns + source.userTurns) % 4;
+  return orientation;
+}
+
+// A preview that can stand in for the picture: the decoder's come first, then the caller's.
+std::optional<Picture> DecodePreview(const Source& source, Decoder* decoder, Size atLeast) {
+  const Header& header = decoder->Head();
+  std::vector<Preview> previews = header.previews;
+  for (const std::vector<std::uint8_t>& preview : source.previews) {
+    const Input input(Bytes{preview.data(), preview.size()});
+    previews.push_back({OpenJpeg(input)->Head().stored});
+  }
+  const std::optional<std::size_t> chosen = ChoosePreview(header.stored, previews, atLeast, false);
+  if (!chosen) return std::nullopt;
+  if (*chosen < header.previews.size()) return decoder->DecodePreview(*chosen, atLeast);
+  const std::vector<std::uint8_t>& preview = source.previews[*chosen - header.previews.size()];
+  const Input input(Bytes{preview.data(), preview.size()});
+  return OpenJpeg(input)->Decode(atLeast);
+}
+
+// A damaged preview is no reason to give up.
+std::optional<Picture> TryPreview(const Source& source, Decoder* decoder, Size atLeast) {
+  try {
+    return DecodePreview(source, decoder, atLeast);
+  } catch (const Declined&) {
+    return std::nullopt;
+  }
+}
+
+// Makes the thumbnails of a decoded picture, from the largest to the smallest, each of the one before.
+class Cascade {
+ public:
+  // `upright` is the size in which the parts of the steps are given.
+  Cascade(Picture decoded, const Orientation& orientation, Size upright, Type type)
+      : base_(std::move(decoded)), orientation_(orientation), upright_(upright), type_(type) {
+    Premultiply(&base_);
+  }
+
+  Thumbnail Make(const Step& step, const Target& target, int quality);
+
+ private:
+  Region PartOfBase(const Step& step) const;
+  Picture Scaled(const Step& step, bool halvesChroma) const;
+  void ConvertForEncoder(Picture* scaled) const;
+  std::vector<std::uint8_t> Encode(Picture* scaled, bool halvesChroma, int quality) const;
+
+  Picture base_;
+  Orientation orientation_;  // to make `base_` upright
+  Size upright_;
+  Type type_;
+};
+
+Size Stored(Size upright, const Orientation& orientation) {
+  return Upright(upright, orientation);  // swapping the sides is its own inverse
+}
+
+Region PartOfStored(const Region& part, Size upright, const Orientation& orientation) {
+  const double width = upright.width;
+  const double height = upright.height;
+  Region stored = part;
+  if (orientation.quarterTurns == 1) stored = {part.top, width - part.right, part.bottom, width - part.left};
+  if (orientation.quarterTurns == 2) {
+    stored = {width - part.right, height - part.bottom, width - part.left, height - part.top};
+  }
+  if (orientation.quarterTurns == 3) stored = {height - part.bottom, part.left, height - part.top, part.right};
+  if (!orientation.isMirrored) return stored;
+  const double side = Stored(upright, orientation).width;
+  return {side - stored.right, stored.top, side - stored.left, stored.bottom};
+}
+
+Region Cascade::PartOfBase(const Step& step) const {
+  const Size stored = Stored(upright_, orientation_);
+  const Region part = PartOfStored(step.part, upright_, orientation_);
+  const double across = base_.channels[0].width / stored.width;
+  const double down = base_.channels[0].height / stored.height;
+  return {part.left * across, part.top * down, part.right * across, part.bottom * down};
+}
+
+Picture Cascade::Scaled(const Step& step, bool halvesChroma) const {
+  return Scale(base_, PartOfBase(step), orientation_, Stored(step.size, orientation_), halvesChroma);
+}
+
+// The colours of sRGB, in the model that the type's encoder takes.
+void Cascade::ConvertForEncoder(Picture* scaled) const {
+  Unpremultiply(scaled);
+  ConvertToSrgb(scaled);
+  if (type_ == Type::kPng) return Premultiply(scaled);
+  Flatten(scaled);
+  if (scaled->model == Model::kRgb) RgbToYcc(scaled);
+}
+
+std::vector<std::uint8_t> Cascade::Encode(Picture* scaled, bool halvesChroma, int quality) const {
+  if (type_ == Type::kPng) {
+    Unpremultiply(scaled);
+    std::vector<std::uint8_t> bytes = EncodePng(*scaled);
+    Premultiply(scaled);
+    return bytes;
+  }
+  const bool isFull =
+      scaled->model == Model::kYcc && scaled->channels[1].plane.Dimensions() == scaled->channels[0].plane.Dimensions();
+  if (!halvesChroma || !isFull) return EncodeJpeg(*scaled, quality);
+  const Size size = scaled->channels[0].plane.Dimensions();
+  const Region whole = {0, 0, static_cast<double>(size.width), static_cast<double>(size.height)};
+  return EncodeJpeg(Scale(*scaled, whole, {}, size, true), quality);
+}
+
+Thumbnail Cascade::Make(const Step& step, const Target& target, int quality) {
+  const bool halvesChroma =
+      type_ == Type::kJpeg && std::max(target.box.width, target.box.height) > kLargestBoxWithFullChroma;
+  const bool isReady = IsSrgb(base_) && !base_.hasAlpha && base_.model != Model::kRgb;
+  Picture scaled = Scaled(step, halvesChroma && isReady);
+  if (!isReady) ConvertForEncoder(&scaled);
+  Thumbnail thumbnail = {step.size, type_, Encode(&scaled, halvesChroma, quality)};
+  if (target.isCropped) return thumbnail;
+  base_ = std::move(scaled);
+  orientation_ = {};
+  return thumbnail;
+}
+
+}  // namespace
+
+const char* MimeTypeOf(Type type) {
+  return type == Type::kPng ? "image/png" : "image/jpeg";
+}
+
+std::vector<Thumbnail> Make(const Source& source, const std::vector<Target>& targets, const Options& options) {
+  const Input input(source.path);
+  const std::unique_ptr<Decoder> decoder = OpenDecoder(input);
+  if (source.keepsAnimation && decoder->IsAnimated()) throw Declined(Reason::kAnimation, "it is kept animated");
+  const Orientation orientation = OrientationOf(source, decoder->Head());
+  Plan plan = MakePlan(decoder->Head().stored, orientation, targets);
+
+  std::optional<Picture> picture;
+  if (options.usesPreviews) picture = TryPreview(source, decoder.get(), plan.decodeAtLeast);
+  if (!picture) {
+    picture = decoder->Decode(plan.decodeAtLeast);
+    // Of a camera raw file, the picture is its preview, which may be smaller.
+    if (picture->storedSize != decoder->Head().stored) plan = MakePlan(picture->storedSize, orientation, targets);
+  }
+  if (picture->profile.empty() && source.isAdobeRgb) picture->profile = AdobeRgbProfile();
+
+  Cascade cascade(std::move(*picture), orientation, plan.upright, TypeFor(*FormatOf(input)));
+  std::vector<Thumbnail> thumbnails(targets.size());
+  for (const Step& step : plan.steps) {
+    thumbnails[step.target] = cascade.Make(step, targets[step.target], options.quality);
+  }
+  return thumbnails;
+}
+
+}  // namespace tavithumb::maker

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -12,27 +13,29 @@ namespace tavithumb::maker {
 
 // Makes thumbnails: one decode of a source, every size of it.
 //
-//     Source source = {"/photos/beach.jpg", {1, false}};            // stored on its side: one quarter turn clockwise
+//     Source source = {"/photos/beach.jpg", Orientation{1, false}};  // stored on its side: one quarter turn clockwise
 //     std::vector<Thumbnail> made = Make(source, {{{640, 640}}, {{120, 120}}}, {});
 //     made[0].bytes ...                                             // a JPEG within 640 x 640, upright, in sRGB
 //
 // A thumbnail never exceeds its box, is never larger than the source, and has the size that ImageMagick's -thumbnail
 // gives it. It is a PNG if the source is one, else a baseline JPEG; it has no metadata.
 //
-// Decoders work on files that anybody may have written: call this only in a process that may crash, run out of memory or
-// be stopped. One thread; nothing is left on disk.
+// Decoders work on files that anybody may have written: call this only in a process that may crash, run out of memory
+// or be stopped. One thread; nothing is left on disk.
 
 struct Source {
   std::string path;
-  Orientation orientation;      // to make the stored picture upright; decoders that do that themselves ignore it
-  int userTurns = 0;            // quarter turns clockwise in addition, 0 to 3
-  bool isAdobeRgb = false;      // its Exif data says so; an embedded profile counts more
-  bool keepsAnimation = false;  // an animation is declined (kAnimation)
+  // What makes the stored picture upright; decoders that do it themselves ignore it. If unknown, the decoder's facts
+  // are used.
+  std::optional<Orientation> orientation;
+  int userTurns = 0;                                // quarter turns clockwise in addition, 0 to 3
+  bool isAdobeRgb = false;                          // its Exif data says so; an embedded profile counts more
+  bool keepsAnimation = false;                      // an animation is declined (kAnimation)
   std::vector<std::vector<std::uint8_t>> previews;  // embedded JPEG previews, stored the same way up
 };
 
 struct Options {
-  int quality = 80;         // of JPEG, 1 to 100
+  int quality = 80;          // of JPEG, 1 to 100
   bool usesPreviews = true;  // an embedded preview may stand in for the picture
 };
 

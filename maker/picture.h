@@ -82,7 +82,7 @@ struct Picture {
   Model model = Model::kRgb;
   Ycc ycc;
   bool hasAlpha = false;
-  bool isPremultiplied = false;      // the colour samples have been multiplied by alpha
+  bool isPremultiplied = false;  // the colour samples have been multiplied by alpha
   std::vector<Channel> channels;
   std::vector<std::uint8_t> profile;  // the ICC profile of the samples; empty for sRGB
   // The whole picture's size before the decoder scaled it, as stored.

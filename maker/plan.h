@@ -54,8 +54,8 @@ Size Upright(Size stored, const Orientation& orientation);
 
 Plan MakePlan(Size stored, const Orientation& orientation, const std::vector<Target>& targets);
 
-// The largest of 8, 4, 2 and 1 by which a JPEG's sides can be divided while decoding, so that both are still at least as
-// large as `atLeast`.
+// The largest of 8, 4, 2 and 1 by which a JPEG's sides can be divided while decoding, so that both are still at least
+// as large as `atLeast`.
 int JpegDenominator(Size stored, Size atLeast);
 
 // An embedded preview, as stored.
