@@ -60,7 +60,7 @@ class Cascade {
  public:
   // `upright` is the size in which the parts of the steps are given.
   Cascade(Picture decoded, const Orientation& orientation, Size upright, Type type)
-      : base_(std::move(decoded)), orientation_(orientation), upright_(upright), type_(type) {
+      : base_(std::move(decoded)), orientation_(orientation), upright_(upright), type_(type), isSrgb_(IsSrgb(base_)) {
     Premultiply(&base_);
   }
 
@@ -76,6 +76,7 @@ class Cascade {
   Orientation orientation_;  // to make `base_` upright
   Size upright_;
   Type type_;
+  bool isSrgb_;
 };
 
 Size Stored(Size upright, const Orientation& orientation) {
@@ -110,9 +111,12 @@ Picture Cascade::Scaled(const Step& step, bool halvesChroma) const {
 
 // The colours of sRGB, in the model that the type's encoder takes.
 void Cascade::ConvertForEncoder(Picture* scaled) const {
-  Unpremultiply(scaled);
-  ConvertToSrgb(scaled);
-  if (type_ == Type::kPng) return Premultiply(scaled);
+  if (!isSrgb_) {
+    Unpremultiply(scaled);
+    ConvertToSrgb(scaled);
+    Premultiply(scaled);
+  }
+  if (type_ == Type::kPng) return;
   Flatten(scaled);
   if (scaled->model == Model::kRgb) RgbToYcc(scaled);
 }
@@ -135,13 +139,14 @@ std::vector<std::uint8_t> Cascade::Encode(Picture* scaled, bool halvesChroma, in
 Thumbnail Cascade::Make(const Step& step, const Target& target, int quality) {
   const bool halvesChroma =
       type_ == Type::kJpeg && std::max(target.box.width, target.box.height) > kLargestBoxWithFullChroma;
-  const bool isReady = IsSrgb(base_) && !base_.hasAlpha && base_.model != Model::kRgb;
+  const bool isReady = isSrgb_ && !base_.hasAlpha && base_.model != Model::kRgb;
   Picture scaled = Scaled(step, halvesChroma && isReady);
   if (!isReady) ConvertForEncoder(&scaled);
   Thumbnail thumbnail = {step.size, type_, Encode(&scaled, halvesChroma, quality)};
   if (target.isCropped) return thumbnail;
   base_ = std::move(scaled);
   orientation_ = {};
+  isSrgb_ = true;
   return thumbnail;
 }
 
