@@ -15,6 +15,7 @@
 #include "thumbs/answer.h"
 #include "thumbs/making.h"
 #include "thumbs/reasons.h"
+#include "thumbs/rendering.h"
 
 namespace tavithumb::apps::command {
 namespace {
@@ -41,7 +42,7 @@ std::optional<Problem> Ask(const std::string& path, const Request& request, Answ
   const QuietErrors quiet;
   try {
     Thumb job(path, request.options, request.acceptHeic);
-    const Resolution resolution = Resolve(request, &job);
+    const Resolution resolution = Resolve(request, RenderInChild, &job);
     if (resolution == Resolution::kNone) return WhyNoAnswer(job.GetInfo(), request);
     answer->path = IsTemporary(job) ? KeepApart(job.GetOutputFile()) : job.GetOutputFile();
     answer->outputType = AnswerType(job);

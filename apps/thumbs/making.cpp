@@ -11,6 +11,7 @@
 #include "thumbs/facts_in_bounds.h"
 #include "thumbs/full_disk.h"
 #include "thumbs/lookup.h"
+#include "thumbs/rendering.h"
 #include "thumbs/source_lock.h"
 #include "thumbs/stored_files.h"
 
@@ -55,7 +56,7 @@ bool FindOrMake(const Request& request, const GiveFacts& giveFacts, Thumb* job) 
   return true;
 }
 
-Resolution ResolveWith(const Request& request, const GiveFacts& giveFacts, Thumb* job) {
+Resolution MakeByLibrary(const Request& request, const GiveFacts& giveFacts, Thumb* job) {
   const std::string& source = job->GetInfo().GetPath();
   std::optional<AnimationLock> lock;
   if ((request.options & Thumb::OPT_ENABLE_GIF) != 0 && file::GetFileExt(source) == "gif") lock.emplace();
@@ -69,19 +70,36 @@ Resolution ResolveWith(const Request& request, const GiveFacts& giveFacts, Thumb
   return Resolution::kNone;
 }
 
+// The library's order: what is stored, then the source where that will do, then a new thumbnail.
+Resolution ResolveByMaker(const Request& request, Render* render, Thumb* job) {
+  SetRequest(request, job);
+  ReadFactsOnly(job);
+  const ThumbInfo& source = job->GetInfo();
+  if (!CanRender(request, source)) return Resolution::kNone;
+  if (job->SetOutStored()) return Resolution::kFound;
+  if (IsServedUnchanged(request, source) || (request.acceptHeic && source.IsHeic())) {
+    job->SetOutOriginalImage();
+    return Resolution::kFound;
+  }
+  if (render(source, {request})) return Resolution::kNone;
+  const bool isAvatar = (request.options & Thumb::OPT_AVATAR) != 0;
+  return (isAvatar ? job->SetOutAvatar() : job->SetOutBrovixEA()) ? Resolution::kMade : Resolution::kNone;
+}
+
 }  // namespace
 
-Resolution Resolve(const Request& request, Thumb* job) {
-  return ResolveWith(request, ReadFacts, job);
+Resolution Resolve(const Request& request, Render* render, Thumb* job) {
+  const Resolution resolution = ResolveByMaker(request, render, job);
+  return resolution == Resolution::kNone ? MakeByLibrary(request, ReadFacts, job) : resolution;
 }
 
 // If a preview becomes the thumbnail, it has to be read from the source for the requested size.
-Resolution Resolve(const Request& request, const SourceFacts& facts, Thumb* job) {
+Resolution MakeByLibrary(const Request& request, const SourceFacts& facts, Thumb* job) {
   const auto giveFacts = [&facts](Thumb* fresh) {
     facts.GiveTo(fresh);
     if (facts.HavePreviewFor(*fresh)) ReadFacts(fresh);
   };
-  return ResolveWith(request, giveFacts, job);
+  return MakeByLibrary(request, giveFacts, job);
 }
 
 }  // namespace tavithumb::apps

@@ -3,6 +3,10 @@
 
 #include <tavithumb/libtavithumb.h>
 
+#include <optional>
+#include <string>
+#include <vector>
+
 #include "thumbs/request.h"
 #include "thumbs/source_facts.h"
 
@@ -15,10 +19,12 @@ enum class Resolution {
 };
 
 // Finds or makes the answer to `request` and makes it the answer of `job`, which must be fresh: a job keeps state of
-// earlier requests. Throws like Thumb::CalcOutputFile(), or FactsTooLarge.
-Resolution Resolve(const Request& request, Thumb* job);
+// earlier requests. What the maker declines, the library makes with its tools. `render` is RenderAndStore(), in a
+// process that may crash, or RenderInChild(). Throws like Thumb::CalcOutputFile(), or FactsTooLarge.
+using Render = std::optional<std::string>(const ThumbInfo& source, const std::vector<Request>& requests);
+Resolution Resolve(const Request& request, Render* render, Thumb* job);
 
-// The same with facts that have already been read.
-Resolution Resolve(const Request& request, const SourceFacts& facts, Thumb* job);
+// Has the library make it with its tools, from facts that have already been read.
+Resolution MakeByLibrary(const Request& request, const SourceFacts& facts, Thumb* job);
 
 }  // namespace tavithumb::apps

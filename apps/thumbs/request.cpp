@@ -36,6 +36,12 @@ int ParseQuarterTurns(const std::string& text) {
   throw std::invalid_argument("'" + text + "' is not a number of quarter turns: use a whole number such as 1 or -1");
 }
 
+int ParseQuality(const std::string& text) {
+  const std::optional<int> quality = ParseNumber<int>(text);
+  if (quality && *quality >= 1 && *quality <= 100) return *quality;
+  throw std::invalid_argument("'" + text + "' is not a valid quality: use 1 to 100");
+}
+
 long ParseTime(const std::string& text) {
   const std::optional<long> seconds = ParseNumber<long>(text);
   if (seconds && *seconds > 0) return *seconds;

@@ -23,6 +23,9 @@ Size ParseSize(const std::string& text);
 // A decimal integer, which may be negative. Throws std::invalid_argument with a message for people.
 int ParseQuarterTurns(const std::string& text);
 
+// 1 to 100. Throws std::invalid_argument with a message for people.
+int ParseQuality(const std::string& text);
+
 // Seconds since the epoch, at least 1. Throws std::invalid_argument with a message for people.
 long ParseTime(const std::string& text);
 
@@ -32,6 +35,8 @@ struct Request {
   int quarterTurns = 0;
   int options = 0;  // the sum of Thumb::Option
   bool acceptHeic = false;
+  bool byLibrary = false;  // thumbnails are made by the library's tools, not by the maker
+  int quality = 80;        // of JPEG thumbnails that the maker makes, 1 to 100
 };
 
 }  // namespace tavithumb::apps

@@ -17,6 +17,7 @@
 #include "thumbs/lookup.h"
 #include "thumbs/making.h"
 #include "thumbs/reasons.h"
+#include "thumbs/rendering.h"
 #include "thumbs/source_lock.h"
 #include "web/http_error.h"
 #include "web/listing.h"
@@ -64,7 +65,7 @@ Found FindSource(const Target& target, const Roots& roots) {
 void Make(const Found& source, const Target& target, Thumb* job, RequestState* state) {
   const SourceLock lock(source.OpenPath());
   const ScratchFolder scratch(state);
-  if (Resolve(target.request, job) == Resolution::kNone) throw ErrorOf(WhyNoAnswer(job->GetInfo(), target.request));
+  if (Resolve(target.request, RenderAndStore, job) == Resolution::kNone) throw ErrorOf(WhyNoAnswer(job->GetInfo(), target.request));
   if (access(job->GetOutputFile().c_str(), R_OK) != 0) throw HttpError(kServiceUnavailable, "its thumbnail is gone");
 }
 
@@ -145,11 +146,14 @@ void Refuse(const Variables& variables, const HttpError& error, RequestState* st
   syslog(LOG_NOTICE, "%s: %d %s", state->request.data(), error.Code(), error.what());
 }
 
-void Answer(const Variables& variables, const Roots& roots, const Confinement& confinement, RequestState* state) {
+void Answer(const Variables& variables, const Service& service, RequestState* state) {
   state->SetRequest(Printable(ValueOf(variables, "REQUEST_METHOD") + " " + ValueOf(variables, "REQUEST_URI")));
-  confinement.SetEnvironment(variables);
+  service.confinement.SetEnvironment(variables);
   try {
-    AnswerTarget(ParseTarget(variables), roots, state);
+    Target target = ParseTarget(variables);
+    target.request.byLibrary = service.byLibrary;
+    target.request.quality = service.quality;
+    AnswerTarget(target, service.roots, state);
   } catch (const HttpError& error) {
     Refuse(variables, error, state);
   } catch (const std::exception& error) {

@@ -9,8 +9,16 @@
 
 namespace tavithumb::apps::web {
 
+// What all answers share.
+struct Service {
+  const Roots& roots;
+  const Confinement& confinement;
+  bool byLibrary;  // as Request says, like the next
+  int quality;
+};
+
 // Answers one request: writes a complete CGI response to standard output, for any request. Failures are logged.
-void Answer(const Variables& variables, const Roots& roots, const Confinement& confinement, RequestState* state);
+void Answer(const Variables& variables, const Service& service, RequestState* state);
 
 // Writes the error response to a request that could not be parsed.
 void Refuse(const Variables& variables, const HttpError& error, RequestState* state);

@@ -38,17 +38,16 @@ Workers MakeWorkers(std::size_t maximum, const Settings& settings, const Confine
 }
 
 // Answers the one request in the environment, in a worker like any other.
-void AnswerOne(const Settings& settings, const Roots& roots, const Confinement& confinement) {
-  Workers workers = MakeWorkers(1, settings, confinement,
-                                [&](RequestState* state) { Answer(ReadEnvironment(), roots, confinement, state); });
+void AnswerOne(const Settings& settings, const Service& service) {
+  Workers workers = MakeWorkers(1, settings, service.confinement,
+                                [&](RequestState* state) { Answer(ReadEnvironment(), service, state); });
   AnswerConnection(FileDescriptor(dup(STDOUT_FILENO)), &workers);
 }
 
-void AnswerMany(const Settings& settings, const Roots& roots, const Confinement& confinement,
-                const Listener& listener) {
-  Workers workers = MakeWorkers(settings.children, settings, confinement, [&](RequestState* state) {
+void AnswerMany(const Settings& settings, const Service& service, const Listener& listener) {
+  Workers workers = MakeWorkers(settings.children, settings, service.confinement, [&](RequestState* state) {
     try {
-      if (const auto variables = ReadScgi(STDIN_FILENO)) Answer(*variables, roots, confinement, state);
+      if (const auto variables = ReadScgi(STDIN_FILENO)) Answer(*variables, service, state);
     } catch (const HttpError& error) {
       Refuse({}, error, state);
     }
@@ -83,10 +82,11 @@ int Run(int argc, char** argv) {
     throw std::invalid_argument("there is no request to answer: start it from a web server, or use --scgi to listen");
   }
   const Confinement confinement(roots, settings->limits, settings->policyFolder);
+  const Service service = {roots, confinement, settings->byLibrary, settings->quality};
   if (isCgi) {
-    AnswerOne(*settings, roots, confinement);
+    AnswerOne(*settings, service);
   } else {
-    AnswerMany(*settings, roots, confinement, *listener);
+    AnswerMany(*settings, service, *listener);
   }
   return kDone;
 }

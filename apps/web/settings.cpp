@@ -65,6 +65,10 @@ void AddOptions(CLI::App* app, Settings* settings, std::vector<std::string>* roo
   app->option_defaults()->take_last();
   app->add_option("--scgi", settings->scgiAddress, "Listen on the path of a Unix socket or a loopback HOST:PORT");
   app->add_flag("--hidden", settings->showsHidden, "Show names that begin with a dot");
+  app->add_option("--quality", settings->quality, "Quality of the JPEG thumbnails")
+      ->check(CLI::Range(1, 100), "INT in [1 - 100]")
+      ->capture_default_str();
+  app->add_flag("--library", settings->byLibrary, "Make thumbnails with the library's tools only");
   app->add_option("--children", settings->children,
                   "Requests answered in parallel; 0: twice the number of processor cores")
       ->capture_default_str();

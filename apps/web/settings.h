@@ -15,6 +15,8 @@ struct Settings {
   std::vector<Root> roots;
   std::string scgiAddress;  // "" if a web server starts the program or passes a socket
   bool showsHidden = false;
+  bool byLibrary = false;
+  int quality = 80;
   unsigned children = 0;
   unsigned waiting = 64;
   unsigned deadlineSeconds = 30;

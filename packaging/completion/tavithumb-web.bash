@@ -12,11 +12,11 @@ _tavithumb_web() {
       return
       ;;
     --policy) _filedir -d; return ;;
-    --children | --waiting | --deadline | --tool-*) return ;;
+    --quality | --children | --waiting | --deadline | --tool-*) return ;;
   esac
   $split && return
-  COMPREPLY=($(compgen -W "-h --help --version --config --root --scgi --hidden --children --waiting --deadline --policy
-    --tool-cpu --tool-memory --tool-file-size --tool-files" -- "$cur"))
+  COMPREPLY=($(compgen -W "-h --help --version --config --root --scgi --hidden --quality --library --children --waiting --deadline
+    --policy --tool-cpu --tool-memory --tool-file-size --tool-files" -- "$cur"))
 }
 
 complete -F _tavithumb_web tavithumb-web

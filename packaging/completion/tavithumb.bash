@@ -4,9 +4,9 @@
 _tavithumb_options() { # _tavithumb_options SUBCOMMAND
   case $1 in
     get) echo --size --rotate --avatar --keep-animation --no-convert --fallback-smaller --albumex --no-brovix \
-      --accept-heic --json -0 ;;
+      --accept-heic --quality --library --json -0 ;;
     info | list) echo --json ;;
-    make) echo --sizes --jobs --older --limit --dry-run --json --files-from -0 ;;
+    make) echo --sizes --jobs --older --limit --dry-run --quality --library --json --files-from -0 ;;
     add) echo --size --check-type --mtime ;;
     clean) echo --dry-run --json ;;
   esac
@@ -27,7 +27,7 @@ _tavithumb() {
         offered="$begun${sizes// / $begun}"
         ;;
       --rotate) offered="0 1 2 3" ;;
-      --jobs | --limit | --mtime) return ;;
+      --jobs | --limit | --mtime | --quality) return ;;
       --files-from) _filedir; return ;;
       *)
         $split && return

@@ -34,5 +34,7 @@ complete -c tavithumb -n "$one add" -l size -x -a "$sizes" -d 'The size to store
 complete -c tavithumb -n "$one add" -l check-type -d 'Accept only the type that would be made'
 complete -c tavithumb -n "$one add" -l mtime -x -d 'Their modification time'
 
+complete -c tavithumb -n "$one get make" -l quality -x -d 'Quality of the JPEG thumbnails, 1 to 100'
+complete -c tavithumb -n "$one get make" -l library -d 'Use the tools of the library only'
 complete -c tavithumb -n "$one make clean" -l dry-run -d 'Only print what would be done'
 complete -c tavithumb -n "$one get info make list clean" -l json -d 'Print one JSON object per line'

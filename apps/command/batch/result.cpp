@@ -16,6 +16,11 @@ std::string JsonResult(const std::string& path, const Result& result, double mil
   object["failed"] = nlohmann::ordered_json::array();
   object["bytes"] = result.bytes;
   object["milliseconds"] = milliseconds;
+  if (result.byLibrary.empty()) {
+    object["by_library"] = nullptr;
+  } else {
+    object["by_library"] = result.byLibrary;
+  }
   object["error"] = nullptr;
   for (const Failure& failure : result.failures) {
     if (failure.size.empty()) {

@@ -24,6 +24,7 @@ struct Result {
   std::vector<std::string> notNeeded;  // the source itself is small enough
   std::vector<Failure> failures;
   std::uint64_t bytes = 0;  // of what was made
+  std::string byLibrary;    // why the library's tools made them, in a word; empty if they did not
 
   void Fail(const std::string& size, const Problem& problem) {
     failures.push_back({size, problem.reason, problem.remedy});

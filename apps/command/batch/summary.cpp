@@ -31,6 +31,12 @@ std::string RowText(std::string label, std::size_t count, const std::string& wha
   return label + std::string(number.size() < 10 ? 10 - number.size() : 0, ' ') + number + "  " + what + "\n";
 }
 
+nlohmann::ordered_json JsonCounts(const std::map<std::string, std::size_t>& reasons) {
+  nlohmann::ordered_json counts = nlohmann::ordered_json::array();
+  for (const auto& [reason, count] : Sorted(reasons)) counts.push_back({{"reason", reason}, {"files", count}});
+  return counts;
+}
+
 }  // namespace
 
 Summary::Summary(Now now) : now_(std::move(now)), start_(now_()) {}
@@ -43,6 +49,7 @@ void Summary::Add(const Result& result) {
   found_ += result.found.size();
   notNeeded_ += result.notNeeded.size();
   bytes_ += result.bytes;
+  if (!result.byLibrary.empty()) ++byLibrary_[result.byLibrary];
   std::set<std::string> reasons;
   for (const Failure& failure : result.failures) reasons.insert(failure.reason);
   for (const std::string& reason : reasons) ++reasons_[reason];
@@ -66,14 +73,17 @@ std::string Summary::AsText(bool isDryRun) const {
 }
 
 std::string Summary::AsJson(bool isInterrupted) const {
-  nlohmann::ordered_json object = {{"summary", true},   {"files", files_},          {"made", made_},
-                                   {"found", found_},   {"not_needed", notNeeded_}, {"failed", failed_},
-                                   {"bytes", bytes_},   {"seconds", Seconds()},     {"interrupted", isInterrupted},
-                                   {"reasons", nullptr}};
-  object["reasons"] = nlohmann::ordered_json::array();
-  for (const auto& [reason, count] : Sorted(reasons_)) {
-    object["reasons"].push_back({{"reason", reason}, {"files", count}});
-  }
+  nlohmann::ordered_json object = {{"summary", true},
+                                   {"files", files_},
+                                   {"made", made_},
+                                   {"found", found_},
+                                   {"not_needed", notNeeded_},
+                                   {"failed", failed_},
+                                   {"bytes", bytes_},
+                                   {"seconds", Seconds()},
+                                   {"interrupted", isInterrupted},
+                                   {"by_library", JsonCounts(byLibrary_)},
+                                   {"reasons", JsonCounts(reasons_)}};
   return JsonLine(object);
 }
 

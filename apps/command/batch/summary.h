@@ -39,7 +39,8 @@ class Summary {
   std::size_t found_ = 0;
   std::size_t notNeeded_ = 0;
   std::uint64_t bytes_ = 0;
-  std::map<std::string, std::size_t> reasons_;  // number of failed files for each
+  std::map<std::string, std::size_t> byLibrary_;  // number of files left to the library's tools for each reason
+  std::map<std::string, std::size_t> reasons_;    // number of failed files for each
 };
 
 }  // namespace tavithumb::apps::command

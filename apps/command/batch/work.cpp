@@ -7,6 +7,7 @@
 #include <tavithumb/util.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <exception>
 #include <filesystem>
@@ -19,6 +20,7 @@
 #include "thumbs/lookup.h"
 #include "thumbs/making.h"
 #include "thumbs/reasons.h"
+#include "thumbs/rendering.h"
 #include "thumbs/source_facts.h"
 #include "thumbs/source_lock.h"
 
@@ -27,8 +29,8 @@ namespace {
 
 constexpr int options = Thumb::OPT_BROVIX_EA;
 
-Request RequestOf(const std::string& size) {
-  return {{size, {0, 0}}, 0, options, false};
+Request RequestOf(const std::string& size, const Order& order) {
+  return {{size, {0, 0}}, 0, options, false, order.byLibrary, order.quality};
 }
 
 std::uint64_t SizeOf(const std::string& path) {
@@ -39,11 +41,14 @@ std::uint64_t SizeOf(const std::string& path) {
 
 // Call it with the source locked: other processes use the same temporary names.
 void RemoveTemporaries(const std::string& path, const Making& making) {
-  const std::string folder = file::Dirname(file::GetEAPath(path, making.temporary));
+  const std::string folder = file::Dirname(file::GetEAPath(path, making.entry));
   std::error_code ignored;
   for (const auto& entry : std::filesystem::directory_iterator(folder, ignored)) {
     const std::string name = entry.path().filename();
-    if (name.compare(0, making.temporary.size(), making.temporary) == 0) unlink(entry.path().c_str());
+    const bool isTemporary =
+        std::any_of(making.temporaries.begin(), making.temporaries.end(),
+                    [&name](const std::string& prefix) { return name.compare(0, prefix.size(), prefix) == 0; });
+    if (isTemporary) unlink(entry.path().c_str());
   }
 }
 
@@ -62,9 +67,13 @@ class Sizes {
     facts_.GiveTo(&lookUp_);
   }
 
+  // Makes what is missing from one decode, as far as the maker can.
+  void RenderMissing();
   void Serve(const std::string& size);
 
  private:
+  bool IsMissing(const std::string& size);
+  bool IsServedUnchanged(const std::string& size);
   void MakeUnlessServed(const std::string& size);
   void Make(const std::string& size);
   Problem WhyNot(const Thumb& job, const std::string& size) const;
@@ -76,13 +85,49 @@ class Sizes {
   SourceFacts facts_;
   Thumb lookUp_;
   bool canStore_;
-  std::set<std::string> planned_;  // entries that a dry run would have made
+  std::set<std::string> planned_;   // entries that a dry run would have made
+  std::set<std::string> rendered_;  // entries that the maker has made
 };
+
+bool Sizes::IsMissing(const std::string& size) {
+  lookUp_.SetRequest(size);
+  return order_.onlyOlder ? HasOutdated(lookUp_) : !HasStored(lookUp_);
+}
+
+// By the rule of whoever would make the thumbnail.
+bool Sizes::IsServedUnchanged(const std::string& size) {
+  const Request request = RequestOf(size, order_);
+  if (CanRender(request, lookUp_.GetInfo())) return apps::IsServedUnchanged(request, lookUp_.GetInfo());
+  return lookUp_.WouldServeSource() && !facts_.HavePreviewFor(lookUp_);
+}
+
+void Sizes::RenderMissing() {
+  if (order_.isDryRun || !canStore_) return;
+  std::vector<Request> requests;
+  Making making = {"", {}, std::time(nullptr)};
+  for (const std::string& size : order_.sizes) {
+    const Request request = RequestOf(size, order_);
+    if (!IsMissing(size) || !CanRender(request, lookUp_.GetInfo()) || IsServedUnchanged(size)) continue;
+    making.entry = BaseName(lookUp_.GetOnlineOutputDest());
+    if (!rendered_.insert(lookUp_.GetOnlineOutputDest()).second) continue;
+    making.temporaries.push_back(TemporaryPrefix(making.entry));
+    requests.push_back(request);
+  }
+  if (requests.empty()) return;
+  announce_(*result_, making);
+  if (const std::optional<std::string> refusal = RenderAndStore(lookUp_.GetInfo(), requests)) {
+    result_->byLibrary = *refusal;
+    rendered_.clear();
+  }
+}
 
 // Two sizes may share their thumbnail.
 void Sizes::Serve(const std::string& size) {
   lookUp_.SetRequest(size);
-  if (HasStored(lookUp_) || planned_.count(lookUp_.GetOnlineOutputDest()) != 0) {
+  if (rendered_.erase(lookUp_.GetOnlineOutputDest()) != 0) {
+    result_->made.push_back(size);
+    result_->bytes += SizeOf(lookUp_.GetOnlineOutputDest());
+  } else if (HasStored(lookUp_) || planned_.count(lookUp_.GetOnlineOutputDest()) != 0) {
     result_->found.push_back(size);
   } else if (!order_.onlyOlder || HasOutdated(lookUp_)) {
     MakeUnlessServed(size);
@@ -90,14 +135,15 @@ void Sizes::Serve(const std::string& size) {
 }
 
 void Sizes::MakeUnlessServed(const std::string& size) {
+  const bool isMakers = CanRender(RequestOf(size, order_), lookUp_.GetInfo());
+  if ((isMakers || order_.isDryRun || !canStore_) && IsServedUnchanged(size)) return result_->notNeeded.push_back(size);
   if (order_.isDryRun || !canStore_) {
-    if (lookUp_.WouldServeSource() && !facts_.HavePreviewFor(lookUp_)) return result_->notNeeded.push_back(size);
     if (!canStore_) return result_->Fail(size, WhyNotStored(path_).value_or(NoEntriesOnVolume()));
     planned_.insert(lookUp_.GetOnlineOutputDest());
     return result_->made.push_back(size);
   }
-  const Making making = {BaseName(lookUp_.GetOnlineOutputDest()), lookUp_.GetInfo().GetBrovixTmpThumbEAName(),
-                         std::time(nullptr)};
+  const Making making = {
+      BaseName(lookUp_.GetOnlineOutputDest()), {lookUp_.GetInfo().GetBrovixTmpThumbEAName()}, std::time(nullptr)};
   announce_(*result_, making);
   Make(size);
   if (!result_->failures.empty()) RemoveTemporaries(path_, making);
@@ -106,7 +152,8 @@ void Sizes::MakeUnlessServed(const std::string& size) {
 void Sizes::Make(const std::string& size) {
   if (!facts_.AreCurrent()) facts_ = SourceFacts(path_);
   Thumb job(path_, options, false);
-  if (Resolve(RequestOf(size), facts_, &job) == Resolution::kNone) return result_->Fail(size, WhyNot(job, size));
+  if (MakeByLibrary(RequestOf(size, order_), facts_, &job) == Resolution::kNone)
+    return result_->Fail(size, WhyNot(job, size));
   if (IsSource(job)) return result_->notNeeded.push_back(size);
   if (IsTemporary(job)) {
     unlink(job.GetOutputFile().c_str());
@@ -119,7 +166,7 @@ void Sizes::Make(const std::string& size) {
 // The source may have been removed or become unreadable since the first check.
 Problem Sizes::WhyNot(const Thumb& job, const std::string& size) const {
   if (std::optional<Problem> problem = CheckSource(path_)) return *problem;
-  return WhyNoAnswer(job.GetInfo(), RequestOf(size));
+  return WhyNoAnswer(job.GetInfo(), RequestOf(size, order_));
 }
 
 }  // namespace
@@ -137,6 +184,7 @@ Result WorkOn(const std::string& path, const Order& order, const Announce& annou
   const SourceLock lock(path);
   try {
     Sizes sizes(path, order, announce, &result);
+    sizes.RenderMissing();
     for (const std::string& size : order.sizes) sizes.Serve(size);
   } catch (const std::exception&) {
     const Problem problem = ProblemOfException();

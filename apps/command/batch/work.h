@@ -15,12 +15,14 @@ struct Order {
   std::vector<std::string> sizes;  // by name
   bool onlyOlder = false;          // regenerate outdated thumbnails, don't make missing ones
   bool isDryRun = false;           // make nothing; thumbnails that would be made count as made
+  bool byLibrary = false;          // as Request says
+  int quality = 80;
 };
 
 // An unfinished thumbnail: names in the EA directory of its source.
 struct Making {
-  std::string entry;      // its final name
-  std::string temporary;  // the prefix of the temporary files written before it
+  std::string entry;                     // its final name; that of the first, where several are made at once
+  std::vector<std::string> temporaries;  // the prefixes of the temporary files written before
   std::time_t since = 0;
 };
 

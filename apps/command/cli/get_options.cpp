@@ -19,8 +19,8 @@ constexpr char footerStart[] =
     "For each FILE, in order, prints the path of a file that shows it at the requested size: the thumbnail stored\n"
     "next to it, one made now and stored for the next request, or FILE itself if it is small enough.\n"
     "\n"
-    "Sizes in pixels. A JPEG is only halved, up to three times, and a preview embedded in a photo is used unchanged:\n"
-    "their thumbnails may be somewhat larger.\n";
+    "Sizes in pixels: a thumbnail is within them. Those made by --library may be larger: it only halves a JPEG, up to\n"
+    "three times, and uses a preview embedded in a photo unchanged.\n";
 
 constexpr char footerEnd[] =
     "  original   FILE itself, if browsers can show it\n"
@@ -52,18 +52,17 @@ struct Arguments {
   bool noConvert = false;
   bool fallbackSmaller = false;
   bool acceptHeic = false;
+  std::string quality = std::to_string(Request().quality);
+  bool byLibrary = false;
 };
 
-// A line for each size with a name. A photo needs as many pixels as the box of "large" has to be scaled down to it.
+// A line for each size with a name.
 std::string Footer() {
   std::string sizes;
   for (std::string size : StoredSizes()) {
-    const unsigned side = SideOf(size);
-    const std::string note =
-        size == "large" ? ", for pictures of " + std::to_string(side * side) + " pixels or more" : "";
-    const std::string pixels = std::to_string(side);
+    const std::string pixels = std::to_string(SideOf(size));
     size.resize(11, ' ');
-    sizes.append("  ").append(size).append(pixels).append(" x ").append(pixels).append(note).append("\n");
+    sizes.append("  ").append(size).append(pixels).append(" x ").append(pixels).append("\n");
   }
   return footerStart + sizes + footerEnd;
 }
@@ -82,6 +81,8 @@ void Declare(const Options& options, Arguments* arguments) {
   options.AddFlag("--albumex", &arguments->albumex, "Look for Albumex thumbnails first");
   options.AddFlag("--no-brovix", &arguments->noBrovix, "Do not look for Brovix thumbnails");
   options.AddFlag("--accept-heic", &arguments->acceptHeic, "Accept a HEIC photo itself as the answer");
+  options.AddDefaulted("--quality", "N", &arguments->quality, qualityHelp);
+  options.AddFlag("--library", &arguments->byLibrary, libraryHelp);
   options.AddFlag("--json", &arguments->json, "Print one JSON object per line");
   options.AddFlag("-0", &arguments->nulEnded, "End each path with a NUL byte instead of a newline");
 }
@@ -100,7 +101,8 @@ int OptionWord(const Arguments& arguments) {
 // Throws std::invalid_argument with a message for people.
 Request RequestOf(const Arguments& arguments) {
   Request request = {ParseSize(arguments.size), arguments.quarterTurns ? ParseQuarterTurns(*arguments.quarterTurns) : 0,
-                     OptionWord(arguments), arguments.acceptHeic};
+                     OptionWord(arguments),     arguments.acceptHeic,
+                     arguments.byLibrary,       ParseQuality(arguments.quality)};
   if (request.size.IsBox() && arguments.albumex) {
     throw std::invalid_argument("--albumex needs a named size: Albumex stores no others");
   }

@@ -28,8 +28,9 @@ constexpr char footer[] =
     "Sizes: small (120 pixels), medium (360), big (640), large and xlarge (1280; these two share a thumbnail).\n"
     "\n"
     "JSON objects: source, made, found, not_needed (the source is served unchanged), failed (size, error), bytes,\n"
-    "milliseconds, error (null, or why the whole file failed). If a name is not UTF-8, source_hex has its bytes.\n"
-    "At the end: summary (true), files, made, found, not_needed, failed, bytes, seconds, interrupted, reasons.\n"
+    "milliseconds, by_library (null, or why the library's tools made them), error (null, or why the whole file\n"
+    "failed). If a name is not UTF-8, source_hex has its bytes. At the end: summary (true), files, made, found,\n"
+    "not_needed, failed, bytes, seconds, interrupted, by_library, reasons.\n"
     "\n"
     "Examples:\n"
     "  tavithumb make /volume/photos\n"
@@ -46,6 +47,8 @@ struct Arguments {
   std::optional<std::string> jobs;
   std::optional<std::string> limit;
   std::optional<std::string> list;
+  std::string quality = std::to_string(Request().quality);
+  bool byLibrary = false;
   bool onlyOlder = false;
   bool isDryRun = false;
   bool json = false;
@@ -61,6 +64,8 @@ void Declare(const Options& options, Arguments* arguments) {
                   "Only regenerate thumbnails older than their file; make no missing ones");
   options.AddOptional("--limit", "N", &arguments->limit, "Stop after making thumbnails for N files");
   options.AddFlag("--dry-run", &arguments->isDryRun, "Print what would be made, but make nothing");
+  options.AddDefaulted("--quality", "N", &arguments->quality, qualityHelp);
+  options.AddFlag("--library", &arguments->byLibrary, libraryHelp);
   options.AddFlag("--json", &arguments->json, "Print one JSON object per line");
   options.AddOptional("--files-from", "FILE", &arguments->list,
                       "Read more PATHs, one per line, from FILE; '-' is standard input");
@@ -98,7 +103,8 @@ MakeRequest RequestOf(const Arguments& arguments) {
   if (arguments.paths.empty() && !arguments.list) throw std::invalid_argument("PATH or --files-from is required");
   if (arguments.nulEnded && !arguments.list) throw std::invalid_argument("-0 needs --files-from");
   MakeRequest request;
-  request.order = {ParseSizes(arguments.sizes), arguments.onlyOlder, arguments.isDryRun};
+  request.order = {ParseSizes(arguments.sizes), arguments.onlyOlder, arguments.isDryRun, arguments.byLibrary,
+                   ParseQuality(arguments.quality)};
   request.jobs = arguments.jobs ? ParseCount("--jobs", *arguments.jobs, maxJobs) : Cores();
   if (arguments.limit) request.limit = ParseCount("--limit", *arguments.limit, 1000000000);
   request.names = arguments.paths;

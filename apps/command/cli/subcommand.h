@@ -19,6 +19,10 @@ class App;
 
 namespace tavithumb::apps::command {
 
+// Help of the options that `get` and `make` share.
+inline constexpr char qualityHelp[] = "Quality of the JPEG thumbnails, 1 to 100";
+inline constexpr char libraryHelp[] = "Make thumbnails with the library's tools only";
+
 enum ExitCode { kDone = 0, kSomeFailed = 1, kBadUsage = 2, kInterrupted = 130 };
 
 // Declares the options and names that a subcommand accepts, in the order in which its help lists them. Each is stored

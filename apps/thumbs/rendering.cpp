@@ -1,0 +1,232 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "thumbs/rendering.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <tavithumb/util.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <new>
+#include <system_error>
+#include <utility>
+
+#include "maker/maker.h"
+#include "system/bounded_data.h"
+#include "system/file_descriptor.h"
+#include "system/paths.h"
+#include "system/supervisor.h"
+#include "thumbs/lookup.h"
+#include "thumbs/source_lock.h"
+
+namespace tavithumb::apps {
+namespace {
+
+// No photo that the maker accepts takes more.
+constexpr rlim_t mostMemory = rlim_t{768} * 1048576;
+constexpr rlim_t mostProcessorSeconds = 120;
+constexpr rlim_t largestFile = rlim_t{64} * 1048576;
+constexpr std::chrono::minutes timeout{5};
+
+const char* WordFor(maker::Reason reason) {
+  switch (reason) {
+    case maker::Reason::kUnknownType:
+      return "unknown type";
+    case maker::Reason::kAnimation:
+      return "animation";
+    case maker::Reason::kUnsupported:
+      return "unsupported";
+    case maker::Reason::kTooLarge:
+      return "too large";
+    case maker::Reason::kDamaged:
+      return "damaged";
+    case maker::Reason::kUnreadable:
+      break;
+  }
+  return "unreadable";
+}
+
+int QuarterTurns(int turns) {
+  return (turns % 4 + 4) % 4;
+}
+
+// The library turns first and mirrors then; the maker the other way round.
+maker::Orientation OrientationOf(const ThumbInfo& source) {
+  const int turns = source.GetRotate();
+  return {source.GetFlop() ? QuarterTurns(-turns) : turns, source.GetFlop()};
+}
+
+maker::Size BoxOf(const Size& size) {
+  const ThumbDimension box = size.IsBox() ? size.box : Thumb::strThumbSizeMap_.at(size.name);
+  return {static_cast<int>(box.width), static_cast<int>(box.height)};
+}
+
+maker::Source SourceOf(const ThumbInfo& source, const Request& request) {
+  maker::Source described;
+  described.path = source.GetPath();
+  described.orientation = OrientationOf(source);
+  described.userTurns = QuarterTurns(request.quarterTurns);
+  described.keepsAnimation = (request.options & Thumb::OPT_ENABLE_GIF) != 0;
+  return described;
+}
+
+// A thumbnail that has been made, and where it goes.
+struct Made {
+  Size size;
+  std::string temporary;
+  std::string destination;
+};
+
+// Makes a new file of these bytes, with the time of the source. False if it can't be written.
+bool Write(const std::string& path, const std::vector<std::uint8_t>& bytes, const struct stat& source) {
+  unlink(path.c_str());
+  const FileDescriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+  if (!file.IsOpen()) return false;
+  for (std::size_t done = 0; done < bytes.size();) {
+    const ssize_t step = write(file.Number(), bytes.data() + done, bytes.size() - done);
+    if (step == -1 && errno != EINTR) return false;
+    if (step > 0) done += static_cast<std::size_t>(step);
+  }
+  const std::array<timespec, 2> times = {{{0, UTIME_OMIT}, {source.st_mtim.tv_sec, 0}}};
+  return futimens(file.Number(), times.data()) == 0;
+}
+
+// The library stores thumbnails of named sizes and avatars itself; those of boxes get the name that its facts give.
+bool Store(const ThumbInfo& source, const Request& request, const std::vector<Made>& made) {
+  Thumb job(source.GetPath(), request.options, false);
+  job.Rotate(request.quarterTurns);
+  std::vector<std::pair<std::string, std::string>> named;
+  for (const Made& thumbnail : made) {
+    if (!thumbnail.size.IsBox()) {
+      named.emplace_back(thumbnail.size.name, thumbnail.temporary);
+    } else if (!job.SaveThumbToEA(thumbnail.temporary, thumbnail.destination, 0)) {
+      return false;
+    }
+  }
+  return named.empty() || job.SaveExistingThumbsToEA(named, 0, false);
+}
+
+// Each thumbnail under a temporary name next to its final one, until it is stored.
+class Unstored {
+ public:
+  ~Unstored() {
+    for (const Made& thumbnail : made_) unlink(thumbnail.temporary.c_str());
+  }
+
+  bool Add(const ThumbInfo& source, const Request& request, const maker::Thumbnail& thumbnail,
+           const struct stat& record) {
+    Thumb job(source.GetPath(), request.options, false);
+    SetRequest(request, &job);
+    job.SetFacts(source);
+    const std::string destination = job.GetOnlineOutputDest();
+    if (destination.empty()) return false;
+    made_.push_back({request.size, file::GetEATmpPath(source.GetPath(), BaseName(destination)), destination});
+    return Write(made_.back().temporary, thumbnail.bytes, record);
+  }
+
+  const std::vector<Made>& All() const { return made_; }
+
+ private:
+  std::vector<Made> made_;
+};
+
+std::vector<maker::Thumbnail> Render(const ThumbInfo& source, const std::vector<Request>& requests) {
+  std::vector<maker::Target> targets;
+  for (const Request& request : requests) {
+    targets.push_back({BoxOf(request.size), (request.options & Thumb::OPT_AVATAR) != 0});
+  }
+  maker::Options options;
+  options.quality = requests.front().quality;
+  return maker::Make(SourceOf(source, requests.front()), targets, options);
+}
+
+void Limit(__rlimit_resource resource, rlim_t maximum) {
+  rlimit limit = {};
+  getrlimit(resource, &limit);
+  limit.rlim_cur = std::min(limit.rlim_max, maximum);
+  setrlimit(resource, &limit);
+}
+
+// What the child has written to the pipe.
+std::string ReadWord(const FileDescriptor& pipe) {
+  std::string word(64, '\0');
+  const ssize_t size = read(pipe.Number(), word.data(), word.size());
+  word.resize(size > 0 ? static_cast<std::size_t>(size) : 0);
+  return word;
+}
+
+}  // namespace
+
+bool CanRender(const Request& request, const ThumbInfo& source) {
+  return !request.byLibrary && (request.options & Thumb::OPT_NO_CONVERT) == 0 && request.size.name != "original" &&
+         source.IsGood() && !IsSupportVideo(source.GetPath()) &&
+         file::IsDestSupportEAWrite(file::Dirname(source.GetPath()));
+}
+
+bool IsServedUnchanged(const Request& request, const ThumbInfo& source) {
+  const bool isAsked = (request.options & Thumb::OPT_AVATAR) == 0 && QuarterTurns(request.quarterTurns) == 0;
+  if (!isAsked || source.GetFlop() || source.IsNeedConvert()) return false;
+  const maker::Size size = {static_cast<int>(source.GetWidth()), static_cast<int>(source.GetHeight())};
+  if (maker::FitInto(size, BoxOf(request.size)) != size) return false;
+  const maker::Type type = source.GetMimeType() == "image/png" ? maker::Type::kPng : maker::Type::kJpeg;
+  return source.GetFileSize() <= 2 * maker::EstimateBytes(size, type, request.quality);
+}
+
+std::optional<std::string> RenderAndStore(const ThumbInfo& source, const std::vector<Request>& requests) {
+  const BoundedData bounded(mostMemory);
+  try {
+    struct stat record = {};
+    if (stat(source.GetPath().c_str(), &record) != 0) return WordFor(maker::Reason::kUnreadable);
+    const std::vector<maker::Thumbnail> thumbnails = Render(source, requests);
+    if (!file::MakeEADir(source.GetPath())) return "not stored";
+    Unstored unstored;
+    for (std::size_t i = 0; i < requests.size(); ++i) {
+      if (!unstored.Add(source, requests[i], thumbnails[i], record)) return "not stored";
+    }
+    if (!Store(source, requests.front(), unstored.All())) return "not stored";
+    return std::nullopt;
+  } catch (const maker::Declined& declined) {
+    return WordFor(declined.Why());
+  } catch (const std::bad_alloc&) {
+    return "out of memory";
+  }
+}
+
+std::optional<std::string> RenderInChild(const ThumbInfo& source, const std::vector<Request>& requests) {
+  std::array<int, 2> ends = {};
+  if (pipe2(ends.data(), O_CLOEXEC) != 0) throw std::system_error(errno, std::generic_category(), "pipe");
+  const FileDescriptor reading(ends[0]);
+  FileDescriptor writing(ends[1]);
+  Supervisor supervisor;
+  ChildProcess child;
+  child.channel = writing.Number();
+  child.diesWithParent = true;
+  child.work = [&] {
+    Limit(RLIMIT_CORE, 0);
+    Limit(RLIMIT_CPU, mostProcessorSeconds);
+    Limit(RLIMIT_FSIZE, largestFile);
+    const SourceLock lock(source.GetPath());
+    const std::optional<std::string> refusal = RenderAndStore(source, requests);
+    if (refusal) static_cast<void>(write(child.channel, refusal->data(), refusal->size()));
+  };
+  const pid_t process = supervisor.Start(child);
+  supervisor.SetDeadline(process, Clock::now() + timeout);
+  writing = FileDescriptor();
+  for (;;) {
+    for (const EndedChild& ended : supervisor.Collect()) {
+      if (ended.status != 0) return "crashed";
+      const std::string word = ReadWord(reading);
+      return word.empty() ? std::nullopt : std::optional<std::string>(word);
+    }
+    supervisor.Wait();
+  }
+}
+
+std::string TemporaryPrefix(const std::string& entry) {
+  return entry + "_" + std::to_string(getpid()) + "_";
+}
+
+}  // namespace tavithumb::apps

@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#pragma once
+
+#include <tavithumb/libtavithumb.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "thumbs/request.h"
+
+namespace tavithumb::apps {
+
+// The programs' own thumbnails: the maker makes them, the library stores them under its names, and finds them from then
+// on. What the maker declines is left to the library's tools.
+
+// Whether the maker may be asked: for a thumbnail of a photo with facts that can be stored next to it.
+bool CanRender(const Request& request, const ThumbInfo& source);
+
+// Whether the source is the best answer to the request in `source`: upright, shown by browsers, within the box, and not
+// much heavier than its thumbnail would be.
+bool IsServedUnchanged(const Request& request, const ThumbInfo& source);
+
+// Makes the thumbnails from one decode and stores them with the time of the source. The requests differ only in their
+// sizes. Call it with the source locked, in a process that may crash. Returns nothing if all of them are stored, else
+// why not, in a word.
+std::optional<std::string> RenderAndStore(const ThumbInfo& source, const std::vector<Request>& requests);
+
+// The same in a process of its own, which has limits and is stopped after five minutes. Throws std::system_error if
+// there can't be one.
+std::optional<std::string> RenderInChild(const ThumbInfo& source, const std::vector<Request>& requests);
+
+// The beginnings of the names of the files that this process writes for a thumbnail before it stores it.
+std::string TemporaryPrefix(const std::string& entry);
+
+}  // namespace tavithumb::apps

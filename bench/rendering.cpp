@@ -1,0 +1,119 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+// The maker in one process and one thread, compared to other programs, by processor time. The photos are in the folder
+// $TAVITHUMB_BENCH_PHOTOS, which bench/maker prepares.
+#include <benchmark/benchmark.h>
+#include <spawn.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <functional>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "maker/maker.h"
+
+namespace tavithumb::bench {
+namespace {
+
+double Seconds(const timeval& time) {
+  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
+}
+
+double ProcessorSeconds(int who) {
+  rusage usage = {};
+  getrusage(who, &usage);
+  return Seconds(usage.ru_utime) + Seconds(usage.ru_stime);
+}
+
+void TimeEach(benchmark::State& state, int who, const std::function<void()>& work) {
+  for ([[maybe_unused]] auto round : state) {
+    const double before = ProcessorSeconds(who);
+    work();
+    state.SetIterationTime(ProcessorSeconds(who) - before);
+  }
+}
+
+void Run(std::vector<std::string> words) {
+  std::vector<char*> argv;
+  for (std::string& word : words) argv.push_back(word.data());
+  argv.push_back(nullptr);
+  pid_t child = -1;
+  int status = -1;
+  if (posix_spawn(&child, argv[0], nullptr, nullptr, argv.data(), environ) != 0 ||
+      waitpid(child, &status, 0) != child || status != 0) {
+    std::cerr << words[0] << " failed for " << words.back() << "\n";
+    std::exit(1);
+  }
+}
+
+struct Photo {
+  std::string name;
+  std::string path;
+  int quarterTurns;
+};
+
+// Writes what it makes, so that quality is measured on the files that were timed.
+void Render(benchmark::State& state, const Photo& photo, const std::vector<int>& sides, bool usesPreviews) {
+  std::vector<maker::Target> targets;
+  for (const int side : sides) targets.push_back({{side, side}, false});
+  maker::Source source;
+  source.path = photo.path;
+  source.orientation = maker::Orientation{photo.quarterTurns, false};
+  maker::Options options;
+  options.usesPreviews = usesPreviews;
+  std::vector<maker::Thumbnail> made;
+  TimeEach(state, RUSAGE_SELF, [&] { made = maker::Make(source, targets, options); });
+  for (std::size_t i = 0; i < sides.size(); ++i) {
+    std::ofstream file(photo.path + ".made-" + std::to_string(sides[i]), std::ios::binary);
+    file.write(reinterpret_cast<const char*>(made[i].bytes.data()), static_cast<std::streamsize>(made[i].bytes.size()));
+  }
+}
+
+void RunEach(benchmark::State& state, const std::vector<std::string>& words) {
+  TimeEach(state, RUSAGE_CHILDREN, [&] { Run(words); });
+}
+
+template <typename... Arguments>
+void Register(const std::string& name, const Arguments&... arguments) {
+  benchmark::RegisterBenchmark(name.c_str(), arguments...)->UseManualTime()->Unit(benchmark::kMillisecond);
+}
+
+void RegisterPhoto(const Photo& photo) {
+  Register(photo.name + "/three", Render, photo, std::vector<int>{120, 360, 640}, false);
+  Register(photo.name + "/four", Render, photo, std::vector<int>{120, 360, 640, 1280}, false);
+  Register(photo.name + "/small", Render, photo, std::vector<int>{120}, true);
+  for (const int side : {640, 1280}) {
+    const std::string box = std::to_string(side) + "x" + std::to_string(side);
+    const std::string output = photo.path + ".vips-" + std::to_string(side) + ".jpg[Q=80,strip]";
+    Register(photo.name + "/vips" + std::to_string(side), RunEach,
+             std::vector<std::string>{"/usr/bin/vipsthumbnail", "-s", box, "-o", output, photo.path});
+  }
+  if (photo.path.find(".jpg") == std::string::npos) return;
+  Register(photo.name + "/floor", RunEach,
+           std::vector<std::string>{"/usr/bin/djpeg", "-scale", "1/8", "-dct", "fast", "-onepass", "-outfile",
+                                    "/dev/null", photo.path});
+}
+
+}  // namespace
+}  // namespace tavithumb::bench
+
+int main(int argc, char** argv) {
+  const char* const folder = std::getenv("TAVITHUMB_BENCH_PHOTOS");  // NOLINT(concurrency-mt-unsafe): one thread
+  if (folder == nullptr) return 2;
+  benchmark::Initialize(&argc, argv);
+  const std::vector<tavithumb::bench::Photo> photos = {
+      {"upright", "upright.jpg", 0}, {"rotated", "rotated.jpg", 1},
+      {"large", "large.jpg", 0},     {"progressive", "progressive.jpg", 0},
+      {"p3", "p3.jpg", 0},           {"rgb", "rgb.png", 0},
+      {"rgba", "rgba.png", 0},       {"heic", "phone.heic", 0},
+      {"item", "item.heic", 0}};
+  for (tavithumb::bench::Photo photo : photos) {
+    photo.path = std::string(folder) + "/" + photo.path;
+    if (access(photo.path.c_str(), R_OK) == 0) RegisterPhoto(photo);
+  }
+  benchmark::RunSpecifiedBenchmarks();
+}
