@@ -41,6 +41,8 @@ TEST(Options, OfGetHaveDefaults) {
   EXPECT_EQ(get.request.quarterTurns, 0);
   EXPECT_EQ(get.request.options, Thumb::OPT_BROVIX_EA);
   EXPECT_FALSE(get.request.acceptHeic);
+  EXPECT_FALSE(get.request.byLibrary);
+  EXPECT_EQ(get.request.quality, 80);
   EXPECT_EQ(get.format, GetFormat::kLines);
 }
 
@@ -55,6 +57,12 @@ TEST(Options, OfGetSelectWhatIsLookedUp) {
   };
   for (const auto& [flag, options] : rows) EXPECT_EQ(ParseGet({flag, "a.jpg"}).request.options, options) << flag;
   EXPECT_TRUE(ParseGet({"--accept-heic", "a.jpg"}).request.acceptHeic);
+}
+
+TEST(Options, OfGetSayHowThumbnailsAreMade) {
+  EXPECT_TRUE(ParseGet({"--library", "a.jpg"}).request.byLibrary);
+  EXPECT_EQ(ParseGet({"--quality", "1", "a.jpg"}).request.quality, 1);
+  EXPECT_EQ(ParseGet({"--quality", "100", "a.jpg"}).request.quality, 100);
 }
 
 struct SizeRow {
@@ -121,6 +129,8 @@ TEST(Options, OfMakeHaveDefaults) {
   EXPECT_EQ(request.order.sizes, (Strings{"small", "medium", "big", "large", "xlarge"}));
   EXPECT_FALSE(request.order.onlyOlder);
   EXPECT_FALSE(request.order.isDryRun);
+  EXPECT_FALSE(request.order.byLibrary);
+  EXPECT_EQ(request.order.quality, 80);
   EXPECT_EQ(request.jobs, std::clamp(std::thread::hardware_concurrency(), 1u, 256u));
   EXPECT_EQ(request.limit, std::nullopt);
   EXPECT_FALSE(request.json);
@@ -129,14 +139,17 @@ TEST(Options, OfMakeHaveDefaults) {
 TEST(Options, OfMakeReplaceTheDefaults) {
   const test::TempDir folder;
   test::WriteFile(folder / "list", "a");
-  const MakeRequest request = ParseMake({"--sizes", "big,small", "--jobs", "256", "--older", "--limit", "1000000000",
-                                         "--dry-run", "--json", "-0", "--files-from", folder / "list"});
+  const MakeRequest request =
+      ParseMake({"--sizes", "big,small", "--jobs", "256", "--older", "--limit", "1000000000", "--dry-run", "--library",
+                 "--quality", "95", "--json", "-0", "--files-from", folder / "list"});
   EXPECT_EQ(request.names, Strings{});
   ASSERT_TRUE(request.list);
   EXPECT_EQ(request.list->Name(), folder / "list");
   EXPECT_EQ(request.order.sizes, (Strings{"big", "small"}));
   EXPECT_TRUE(request.order.onlyOlder);
   EXPECT_TRUE(request.order.isDryRun);
+  EXPECT_TRUE(request.order.byLibrary);
+  EXPECT_EQ(request.order.quality, 95);
   EXPECT_EQ(request.jobs, 256u);
   EXPECT_EQ(request.limit, 1000000000u);
   EXPECT_TRUE(request.json);

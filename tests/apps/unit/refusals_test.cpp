@@ -138,6 +138,18 @@ TEST(Refusals, OfABadNumberOfJobs) {
   ExpectRefusals(refusals);
 }
 
+TEST(Refusals, OfABadQuality) {
+  std::vector<Refusal> refusals;
+  for (const char* subcommand : {"get", "make"}) {
+    for (const char* quality : {"", "0", "101", "-1", "best"}) {
+      refusals.push_back({{subcommand, "--quality", quality, "a.jpg"},
+                          std::string("'") + quality + "' is not a valid quality: use 1 to 100; see 'tavithumb " +
+                              subcommand + " --help'"});
+    }
+  }
+  ExpectRefusals(refusals);
+}
+
 TEST(Refusals, OfABadLimit) {
   std::vector<Refusal> refusals;
   for (const char* limit : {"", "0", "1000000001", "-1"}) {

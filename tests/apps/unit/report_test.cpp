@@ -13,7 +13,8 @@ Report Sample() {
   report.result.notNeeded = {"xlarge"};
   report.result.bytes = 9876543210;
   report.result.Fail("200", {Problem::Kind::kNoPlace, "the disk is \"full\"", "make room on it"});
-  report.making = {"entry.jpg", "temporary", 1700000000};
+  report.result.byLibrary = "damaged";
+  report.making = {"entry.jpg", {"first", "second"}, 1700000000};
   return report;
 }
 
@@ -25,12 +26,13 @@ TEST(Reports, ArriveAsTheyWereSent) {
   EXPECT_EQ(received->result.found, sent.result.found);
   EXPECT_EQ(received->result.notNeeded, sent.result.notNeeded);
   EXPECT_EQ(received->result.bytes, sent.result.bytes);
+  EXPECT_EQ(received->result.byLibrary, "damaged");
   ASSERT_EQ(received->result.failures.size(), 1U);
   EXPECT_EQ(received->result.failures[0].size, "200");
   EXPECT_EQ(received->result.failures[0].reason, "the disk is \"full\"");
   EXPECT_EQ(received->result.failures[0].remedy, "make room on it");
   EXPECT_EQ(received->making.entry, sent.making.entry);
-  EXPECT_EQ(received->making.temporary, sent.making.temporary);
+  EXPECT_EQ(received->making.temporaries, sent.making.temporaries);
   EXPECT_EQ(received->making.since, sent.making.since);
 }
 
@@ -45,7 +47,7 @@ TEST(Reports, WithBytesThatAreNotUtf8CanBeSent) {
 TEST(Reports, ThatAreIncompleteAreNone) {
   const std::string whole = Serialise(Sample());
   for (const std::string key : {"result", "making", "made", "found", "notNeeded", "failures", "bytes", "size", "reason",
-                                "remedy", "entry", "temporary", "since"}) {
+                                "remedy", "byLibrary", "entry", "temporaries", "since"}) {
     const std::size_t place = whole.find("\"" + key + "\":");
     ASSERT_NE(place, whole.npos) << key;
     EXPECT_FALSE(ParseReport(std::string(whole).insert(place + 1, "not-"))) << key;
@@ -54,8 +56,9 @@ TEST(Reports, ThatAreIncompleteAreNone) {
 
 TEST(Reports, ThatAreMalformedAreNone) {
   const std::string whole = Serialise(Sample());
-  const std::string noNumber = R"({"result":{"made":[],"found":[],"notNeeded":[],"failures":[],"bytes":"many"},)"
-                               R"("making":{"entry":"","temporary":"","since":0}})";
+  const std::string noNumber =
+      R"({"result":{"made":[],"found":[],"notNeeded":[],"failures":[],"bytes":"many","byLibrary":""},)"
+      R"("making":{"entry":"","temporaries":[],"since":0}})";
   for (const std::string& message : {std::string(), std::string(1, '\0'), std::string("null"), std::string("[]"),
                                      std::string("{}"), noNumber, whole.substr(0, whole.size() - 1), whole + "x"}) {
     EXPECT_FALSE(ParseReport(message)) << message;

@@ -12,6 +12,7 @@ Result PartlyFailed() {
   result.found = {"medium"};
   result.notNeeded = {"large"};
   result.bytes = 9876543210;
+  result.byLibrary = "animation";
   result.Fail("xlarge", {Problem::Kind::kNoPlace, "the disk is full", "make room on it"});
   return result;
 }
@@ -20,7 +21,7 @@ TEST(Results, AreOneLineOfJson) {
   EXPECT_EQ(JsonResult("/a\n.png", PartlyFailed(), 1.25),
             R"({"source":"/a\n.png","made":["small","big"],"found":["medium"],"not_needed":["large"],)"
             R"("failed":[{"size":"xlarge","error":"the disk is full"}],"bytes":9876543210,"milliseconds":1.25,)"
-            R"("error":null})"
+            R"("by_library":"animation","error":null})"
             "\n");
 }
 
@@ -29,7 +30,7 @@ TEST(Results, OfFilesThatFailedHaveAnError) {
   failed.Fail("", {Problem::Kind::kDamaged, "it is damaged", "get a fresh copy of it"});
   EXPECT_EQ(JsonResult("/\xff", failed, 0.0),
             "{\"source\":\"/\xef\xbf\xbd\",\"source_hex\":\"2fff\",\"made\":[],\"found\":[],\"not_needed\":[],"
-            "\"failed\":[],\"bytes\":0,\"milliseconds\":0.0,\"error\":\"it is damaged\"}\n");
+            "\"failed\":[],\"bytes\":0,\"milliseconds\":0.0,\"by_library\":null,\"error\":\"it is damaged\"}\n");
 }
 
 }  // namespace

@@ -24,10 +24,13 @@ Result Failed(const std::vector<std::string>& reasons) {
 
 class Summaries : public testing::Test {
  protected:
-  // Three files with made or found thumbnails, four that failed.
+  // Four files with made or found thumbnails, or none, four that failed.
   void AddSome() {
     summary.Add(Made({"small", "big"}, 3000000000));
     summary.Add(Made({"small"}, 2000000000));
+    Result animation = Made({}, 0);
+    animation.byLibrary = "animation";
+    summary.Add(animation);
     Result found;
     found.found = {"small", "medium", "big"};
     found.notNeeded = {"large", "xlarge"};
@@ -50,13 +53,13 @@ TEST_F(Summaries, StartEmpty) {
   EXPECT_FALSE(summary.HasFailures());
   EXPECT_EQ(summary.AsJson(false),
             R"({"summary":true,"files":0,"made":0,"found":0,"not_needed":0,"failed":0,"bytes":0,"seconds":0.0,)"
-            R"("interrupted":false,"reasons":[]})"
+            R"("interrupted":false,"by_library":[],"reasons":[]})"
             "\n");
 }
 
 TEST_F(Summaries, CountFilesAndThumbnails) {
   AddSome();
-  EXPECT_EQ(summary.Files(), 7u);
+  EXPECT_EQ(summary.Files(), 8u);
   EXPECT_EQ(summary.FilesWithMade(), 3u);
   EXPECT_TRUE(summary.HasFailures());
 }
@@ -65,7 +68,7 @@ TEST_F(Summaries, AreATableThatEndsWithTheReasonsOfMostFiles) {
   AddSome();
   time += std::chrono::milliseconds(61250);
   EXPECT_EQ(summary.AsText(false),
-            "files                  7  in 61.2 seconds\n"
+            "files                  8  in 61.2 seconds\n"
             "made                   4  thumbnails, 5000000001 bytes\n"
             "already there          3  thumbnails\n"
             "not needed             2  thumbnails: the source is served unchanged\n"
@@ -89,8 +92,9 @@ TEST_F(Summaries, AreOneLineOfJson) {
   AddSome();
   time += std::chrono::microseconds(1234567);
   EXPECT_EQ(summary.AsJson(true),
-            R"({"summary":true,"files":7,"made":4,"found":3,"not_needed":2,"failed":4,"bytes":5000000001,)"
-            R"("seconds":1.235,"interrupted":true,"reasons":[{"reason":"c common","files":3},)"
+            R"({"summary":true,"files":8,"made":4,"found":3,"not_needed":2,"failed":4,"bytes":5000000001,)"
+            R"("seconds":1.235,"interrupted":true,"by_library":[{"reason":"animation","files":1}],)"
+            R"("reasons":[{"reason":"c common","files":3},)"
             R"({"reason":"a rare","files":1},{"reason":"b rare","files":1}]})"
             "\n");
 }

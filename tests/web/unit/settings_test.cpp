@@ -16,7 +16,9 @@ namespace {
 std::string Describe(const Settings& settings) {
   std::string text;
   for (const Root& root : settings.roots) text += root.name + "=" + root.folder + " ";
-  text += "\n" + settings.scgiAddress + (settings.showsHidden ? " hidden\n" : "\n");
+  text += "\n" + settings.scgiAddress + (settings.showsHidden ? " hidden" : "") +
+          (settings.byLibrary ? " library" : "") +
+          (settings.quality == 80 ? "\n" : " " + std::to_string(settings.quality) + "\n");
   text += std::to_string(settings.children) + " " + std::to_string(settings.waiting) + " " +
           std::to_string(settings.deadlineSeconds) + "\n";
   const ToolLimits& limits = settings.limits;
@@ -73,6 +75,7 @@ TEST_F(SettingsRead, AreTheDefaultsUnlessSetOtherwise) {
   const std::string limits = "20 1536 1024 256";
   EXPECT_EQ(Read(With({})), Expected("", numbers, limits));
   EXPECT_EQ(Read(With({"--scgi", "/run/s", "--hidden"})), Expected("/run/s hidden", numbers, limits));
+  EXPECT_EQ(Read(With({"--library", "--quality", "100"})), Expected(" library 100", numbers, limits));
   EXPECT_EQ(Read(With({"--children", "0"})), Expected("", numbers, limits));
   EXPECT_EQ(Read(With({"--children", "3", "--waiting", "0", "--deadline", "86400"})),
             Expected("", "3 0 86400", limits));

@@ -1,0 +1,164 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+// The programs' own thumbnails: what `tavithumb make` and `get` make of photos, and that the library finds it.
+#include <pictures.h>
+#include <tavithumb/libtavithumb.h>
+
+#include <filesystem>
+
+#include "batch.h"
+
+namespace tavithumb::test {
+namespace {
+
+using nlohmann::json;
+using Strings = std::vector<std::string>;
+
+class Rendering : public Batch {
+ protected:
+  // A photo of more bytes than any of its thumbnails.
+  static void MakePhoto(const std::string& path, const std::string& orientation = "1") {
+    RunTool(
+        {"/usr/bin/convert", "-size", "900x600", "-seed", "1", "plasma:red-blue", "-quality", "100", "jpg:" + path});
+    SetExif(path, {{"Exif.Image.Orientation", orientation}});
+  }
+
+  json Get(const Strings& options, const std::string& source, const Start& start = {}) const {
+    Strings arguments = {"get", "--json"};
+    arguments.insert(arguments.end(), options.begin(), options.end());
+    arguments.push_back(source);
+    const Outcome outcome = run(arguments, start);
+    EXPECT_EQ(outcome.code, 0) << outcome;
+    return ObjectsOf(outcome.out).at(0);
+  }
+
+  static std::string FactsOf(const std::string& path) {
+    const PictureFacts facts = Identify(path);
+    return facts.format + " " + std::to_string(facts.width) + "x" + std::to_string(facts.height);
+  }
+
+  static std::string LibraryAnswer(const std::string& source, const std::string& size) {
+    Thumb job(source, Thumb::OPT_BROVIX_EA | Thumb::OPT_NO_CONVERT, false);
+    return job.CalcOutputFile(size);
+  }
+
+  Strings Entries(const std::string& source) const { return Names(EntryOf(source, "")); }
+
+  const std::string photo = folder / "photo.jpg";
+};
+
+TEST_F(Rendering, MakesEverySizeWithinItsBoxForTheLibraryToFind) {
+  MakePhoto(photo, "6");
+  const Outcome made = run({"make", "--sizes", "small,medium,big,large,xlarge", photo});
+  EXPECT_EQ(made.code, 0) << made;
+  EXPECT_EQ(Entries(photo), (Strings{"TAVIFILE_THUMB_B_r1.jpg", "TAVIFILE_THUMB_M_r1.jpg", "TAVIFILE_THUMB_S_r1.jpg",
+                                     "TAVIFILE_THUMB_XL_r1.jpg"}));
+  const std::pair<std::string, std::string> rows[] = {
+      {"small", "JPEG 80x120"}, {"medium", "JPEG 240x360"}, {"big", "JPEG 427x640"}, {"xlarge", "JPEG 600x900"}};
+  for (const auto& [size, facts] : rows) {
+    const std::string answer = LibraryAnswer(photo, size);
+    EXPECT_EQ(FactsOf(answer), facts) << size;
+    EXPECT_EQ(ModificationTime(answer), ModificationTime(photo)) << size;
+  }
+}
+
+TEST_F(Rendering, RunsNoToolAndLeavesNothingBeside) {
+  MakePhoto(photo);
+  Outcome made = Probed({"make", "--sizes", "small,medium", "--json", photo});
+  EXPECT_EQ(made.code, 0) << made;
+  const json object = ObjectsOf(made.out).at(0);
+  EXPECT_EQ(object.at("made"), (Strings{"small", "medium"}));
+  EXPECT_EQ(object.at("by_library"), nullptr);
+  EXPECT_EQ(ReadFile(noted), "");
+  EXPECT_EQ(Leftovers(), Strings{});
+  EXPECT_EQ(Names(folder.Path()), (Strings{".tavi_ea", "photo.jpg"}));
+}
+
+TEST_F(Rendering, CountsWhatIsLeftToTheLibraryByItsReason) {
+  MakePhoto(photo);
+  const std::string cut = folder / "cut.jpg";
+  WriteFile(cut, ReadFile(photo).substr(0, 700));
+  SetTimes(cut, 1700000000, 1700000000);
+  const Outcome made = run({"make", "--sizes", "small", "--json", folder.Path()});
+  const json summary = ObjectsOf(made.out).back();
+  EXPECT_EQ(summary.at("by_library"), json::array({{{"reason", "damaged"}, {"files", 1}}})) << made;
+}
+
+TEST_F(Rendering, OfTheLibraryAloneIsWhatTheLibraryMakes) {
+  MakePhoto(photo);
+  const json object = Get({"--size", "small", "--library"}, photo);
+  EXPECT_EQ(object.at("answer"), EntryOf(photo, "TAVIFILE_THUMB_S.jpg"));
+  EXPECT_EQ(FactsOf(object.at("answer")).substr(0, 3), "BMP");
+  std::filesystem::remove_all(folder / ".tavi_ea");
+  EXPECT_EQ(run({"make", "--sizes", "small", "--library", photo}).code, 0);
+  EXPECT_EQ(FactsOf(EntryOf(photo, "TAVIFILE_THUMB_S.jpg")).substr(0, 3), "BMP");
+}
+
+TEST_F(Rendering, IsFoundTheNextTime) {
+  MakePhoto(photo);
+  EXPECT_EQ(Get({"--size", "300x300"}, photo).at("made"), true);
+  const json found = Get({"--size", "300x300"}, photo);
+  EXPECT_EQ(found.at("made"), false);
+  EXPECT_EQ(found.at("output_type"), "Brovix");
+  EXPECT_EQ(found.at("mime_type"), "image/jpeg");
+  EXPECT_EQ(FactsOf(found.at("answer")), "JPEG 300x200");
+  EXPECT_EQ(Entries(photo), Strings{"TAVIFILE_THUMB_300x300.jpg"});
+}
+
+TEST_F(Rendering, TurnsAsAskedOnTopOfTheOrientation) {
+  MakePhoto(photo, "6");
+  const json object = Get({"--size", "small", "--rotate", "-1"}, photo);
+  EXPECT_EQ(object.at("answer"), EntryOf(photo, "TAVIFILE_THUMB_S.jpg"));
+  EXPECT_EQ(FactsOf(object.at("answer")), "JPEG 120x80");
+}
+
+TEST_F(Rendering, OfAnAvatarFillsTheBoxAndKeepsThePlainThumbnail) {
+  MakePhoto(photo, "6");
+  const json plain = Get({"--size", "small"}, photo);
+  const std::string before = ReadFile(plain.at("answer"));
+  const json avatar = Get({"--size", "small", "--avatar"}, photo);
+  EXPECT_EQ(avatar.at("answer"), EntryOf(photo, "TAVIAVATAR_120x120_r1.jpg"));
+  EXPECT_EQ(FactsOf(avatar.at("answer")), "JPEG 120x120");
+  EXPECT_EQ(ReadFile(plain.at("answer")), before);
+}
+
+TEST_F(Rendering, UsesTheQualityThatIsAskedFor) {
+  MakePhoto(photo);
+  run({"make", "--sizes", "big", "--quality", "30", photo});
+  const auto low = std::filesystem::file_size(EntryOf(photo, "TAVIFILE_THUMB_B.jpg"));
+  std::filesystem::remove_all(folder / ".tavi_ea");
+  run({"make", "--sizes", "big", photo});
+  EXPECT_LT(2 * low, std::filesystem::file_size(EntryOf(photo, "TAVIFILE_THUMB_B.jpg")) * 1.5);
+}
+
+TEST_F(Rendering, IsNotNeededWhereTheSourceIsLightAndWithinTheBox) {
+  RunTool({"/usr/bin/convert", "-size", "300x200", "xc:red", photo});
+  const json object = Get({}, photo);
+  EXPECT_EQ(object.at("answer"), photo);
+  EXPECT_EQ(object.at("output_type"), "Original");
+  const Outcome made = run({"make", "--sizes", "small,medium", "--json", photo});
+  EXPECT_EQ(ObjectsOf(made.out).at(0).at("made"), Strings{"small"});
+  EXPECT_EQ(ObjectsOf(made.out).at(0).at("not_needed"), Strings{"medium"});
+}
+
+TEST_F(Rendering, ReplacesASourceThatIsTooHeavyForItsSize) {
+  RunTool({"/usr/bin/convert", "-size", "300x200", "-seed", "1", "plasma:red-blue", "-quality", "100", photo});
+  WriteFile(photo, ReadFile(photo) + std::string(300000, 'x'));
+  const json object = Get({}, photo);
+  EXPECT_EQ(object.at("answer"), EntryOf(photo, "TAVIFILE_THUMB_M.jpg"));
+  EXPECT_EQ(FactsOf(object.at("answer")), "JPEG 300x200");
+}
+
+TEST_F(Rendering, WorksForUsersWhoAreNotRoot) {
+  if (const std::string why = CommandRunner::WhyNotAs(65534); !why.empty()) GTEST_SKIP() << why;
+  MakePhoto(photo);
+  std::filesystem::permissions(folder.Path(), std::filesystem::perms::all);
+  std::filesystem::permissions(photo, std::filesystem::perms::all);
+  for (const bool isFirst : {true, false}) {
+    const Outcome made = run({"make", "--sizes", "small", "--json", photo}, As(65534));
+    EXPECT_EQ(ObjectsOf(made.out).at(0).at(isFirst ? "made" : "found"), Strings{"small"}) << made;
+  }
+  EXPECT_EQ(ModificationTime(EntryOf(photo, "TAVIFILE_THUMB_S.jpg")), ModificationTime(photo));
+}
+
+}  // namespace
+}  // namespace tavithumb::test
