@@ -20,6 +20,9 @@ struct Orientation {
   bool SwapsSides() const { return quarterTurns % 2 != 0; }
 };
 
+// With that many quarter turns clockwise in addition.
+Orientation Turned(const Orientation& orientation, int quarterTurns);
+
 // A part of a plane or picture, in its samples, which need not be whole numbers.
 struct Region {
   double left = 0;
@@ -31,8 +34,13 @@ struct Region {
 // A wanted thumbnail.
 struct Target {
   Size box;
-  bool isCropped = false;  // fills the box exactly, cropped from the centre
+  // Fills the box exactly, cropped from the centre. Nothing is enlarged: where the picture is too small, the thumbnail
+  // is the largest part that has the box's aspect, in its own pixels.
+  bool isCropped = false;
 };
+
+// Thumbnails of at most this side keep the full resolution of Cb and Cr; larger ones have half of it.
+inline constexpr int kFullChromaSide = 160;
 
 // One thumbnail to make, of the upright picture.
 struct Step {
@@ -44,7 +52,7 @@ struct Step {
 struct Plan {
   Size upright;             // the whole picture's size, upright
   Size decodeAtLeast;       // as stored: no step needs a larger picture
-  std::vector<Step> steps;  // largest first, so that each can be made of the one before
+  std::vector<Step> steps;  // the least reduced first, whole pictures before their crops
 };
 
 // The size to the pixel that ImageMagick's -thumbnail gives a picture in the box; the picture's own if it fits.
@@ -54,8 +62,8 @@ Size Upright(Size stored, const Orientation& orientation);
 
 Plan MakePlan(Size stored, const Orientation& orientation, const std::vector<Target>& targets);
 
-// The largest of 8, 4, 2 and 1 by which a JPEG's sides can be divided while decoding, so that both are still at least
-// as large as `atLeast`.
+// The largest of 8, 4, 2 and 1 by which a JPEG's sides can be divided while decoding, so that both, rounded up, are
+// still at least as large as `atLeast`.
 int JpegDenominator(Size stored, Size atLeast);
 
 // An embedded preview, as stored.
