@@ -1,0 +1,147 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "maker/kernel.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <numeric>
+
+namespace tavithumb::maker {
+namespace {
+
+constexpr int kLobes = 3;
+constexpr int kStepsPerLobe = 1024;
+constexpr double kPi = 3.14159265358979323846;
+
+// Lanczos3 from 0 on, and zeros behind its end. Sines would take longer than the scaling of a small plane.
+class Lanczos {
+ public:
+  Lanczos() {
+    values_[0] = 1;
+    for (std::size_t i = 1; i < kLobes * kStepsPerLobe; ++i) {
+      const double x = kPi * static_cast<double>(i) / kStepsPerLobe;
+      values_[i] = kLobes * std::sin(x) * std::sin(x / kLobes) / (x * x);
+    }
+  }
+
+  // The error of linear interpolation is far below a weight's last bit.
+  double At(double x) const {
+    const double place = std::abs(x) * kStepsPerLobe;
+    if (place >= kLobes * kStepsPerLobe) return 0;
+    const auto index = static_cast<std::size_t>(place);
+    return values_[index] + (values_[index + 1] - values_[index]) * (place - static_cast<double>(index));
+  }
+
+ private:
+  std::array<double, kLobes* kStepsPerLobe + 1> values_ = {};
+};
+
+int RoundNearZero(double value) {
+  return static_cast<int>(value + 2 * Kernel::kOne + 0.5) - 2 * Kernel::kOne;
+}
+
+// The weights of one result, among those of all results.
+struct Taps {
+  int start = 0;  // the first sample
+  std::size_t place = 0;
+  std::size_t count = 0;
+};
+
+// Collects the weights of results of different lengths.
+class Weighing {
+ public:
+  Weighing(double scale, int samples) : scale_(scale), samples_(samples) {}
+
+  // Adds a result whose middle is at `centre` (0 is the middle of the first sample).
+  void Add(double centre);
+  Kernel Finish() const;
+
+ private:
+  Taps Quantize(int start);
+  void DropZeros(Taps* taps) const;
+  bool IsCopy() const;
+
+  double scale_;
+  int samples_;
+  std::vector<double> exact_;  // of the result that is being added
+  std::vector<Taps> results_;
+  std::vector<std::int16_t> weights_;
+};
+
+void Weighing::Add(double centre) {
+  static const Lanczos lanczos;
+  const double radius = kLobes * scale_;
+  const int from = static_cast<int>(std::ceil(centre - radius));
+  const int to = static_cast<int>(std::floor(centre + radius));
+  const int start = std::clamp(from, 0, samples_ - 1);
+  exact_.assign(static_cast<std::size_t>(std::clamp(to, 0, samples_ - 1) - start) + 1, 0);
+  for (int i = from; i <= to; ++i) {
+    const auto place = static_cast<std::size_t>(std::clamp(i, 0, samples_ - 1) - start);
+    exact_[place] += lanczos.At((i - centre) / scale_);
+  }
+  Taps taps = Quantize(start);
+  DropZeros(&taps);
+  results_.push_back(taps);
+}
+
+// Rounds running sums, not single weights: thousands of small weights would all be rounded the same way.
+Taps Weighing::Quantize(int start) {
+  const Taps taps = {start, weights_.size(), exact_.size()};
+  const double sum = std::accumulate(exact_.begin(), exact_.end(), 0.0);
+  const double unit = Kernel::kOne / sum;
+  double running = 0;
+  int given = 0;
+  for (const double weight : exact_) {
+    running += weight;
+    const int rounded = RoundNearZero(running * unit);
+    weights_.push_back(static_cast<std::int16_t>(rounded - given));
+    given = rounded;
+  }
+  return taps;
+}
+
+void Weighing::DropZeros(Taps* taps) const {
+  while (weights_[taps->place + taps->count - 1] == 0) --taps->count;
+  for (; weights_[taps->place] == 0; --taps->count) {
+    ++taps->place;
+    ++taps->start;
+  }
+}
+
+bool Weighing::IsCopy() const {
+  for (std::size_t i = 0; i < results_.size(); ++i) {
+    if (results_[i].count != 1 || results_[i].start != results_[0].start + static_cast<int>(i)) return false;
+  }
+  return true;
+}
+
+// All results get the same number of taps; those near the end start earlier, with zeros in front.
+Kernel Weighing::Finish() const {
+  Kernel kernel;
+  kernel.isCopy = IsCopy();
+  std::size_t most = 0;
+  for (const Taps& result : results_) most = std::max(most, result.count);
+  most += most % 2;
+  kernel.taps = static_cast<int>(most);
+  kernel.weights.resize(results_.size() * most);
+  kernel.starts.reserve(results_.size());
+  for (std::size_t i = 0; i < results_.size(); ++i) {
+    const Taps& result = results_[i];
+    const int start = std::min(result.start, std::max(0, samples_ + 1 - kernel.taps));
+    kernel.starts.push_back(start);
+    std::copy_n(weights_.data() + result.place, result.count,
+                kernel.weights.data() + i * most + static_cast<std::size_t>(result.start - start));
+  }
+  return kernel;
+}
+
+}  // namespace
+
+Kernel MakeKernel(double from, double to, double covered, int results, int sourceSamples) {
+  const double step = (to - from) / covered;
+  Weighing weighing(std::max(1.0, std::abs(step)), sourceSamples);
+  for (int i = 0; i < results; ++i) weighing.Add(from + (i + 0.5) * step - 0.5);
+  return weighing.Finish();
+}
+
+}  // namespace tavithumb::maker
