@@ -1,1 +1,72 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
+#include <algorithm>
+#include <cstdint>
+
+#include "maker/resample.h"
+
+namespace tavithumb::maker {
+namespace {
+
+constexpr int kOpaque = 255;
+
+// colour * alpha / 255, rounded; there are no ties.
+std::uint8_t Multiplied(int colour, int alpha) {
+  const int product = colour * alpha + 128;
+  return static_cast<std::uint8_t>((product + (product >> 8)) >> 8);
+}
+
+// colour * 255 / alpha, rounded. In floating point, since processors divide no vectors of integers; it is exact.
+std::uint8_t Divided(int colour, int alpha) {
+  const float quotient = static_cast<float>(std::min(colour, alpha) * kOpaque) / static_cast<float>(std::max(alpha, 1));
+  return static_cast<std::uint8_t>(static_cast<int>(quotient + 0.5F));
+}
+
+std::uint8_t OnWhite(int colour, int alpha) {
+  return static_cast<std::uint8_t>(Multiplied(colour, alpha) + kOpaque - alpha);
+}
+
+std::uint8_t MultipliedOnWhite(int colour, int alpha) {
+  return static_cast<std::uint8_t>(std::min(colour + kOpaque - alpha, kOpaque));
+}
+
+// Combines each sample of the colours with its alpha.
+template <typename Combine>
+void ForColours(Picture* picture, const Combine& combine) {
+  const Plane& alpha = picture->channels.back().plane;
+  for (std::size_t i = 0; i + 1 < picture->channels.size(); ++i) {
+    Plane* colour = &picture->channels[i].plane;
+    for (int y = 0; y < colour->Height(); ++y) {
+      std::uint8_t* samples = colour->Row(y);
+      const std::uint8_t* alphas = alpha.Row(y);
+      for (int x = 0; x < colour->Width(); ++x) samples[x] = combine(samples[x], alphas[x]);
+    }
+  }
+}
+
+}  // namespace
+
+void Premultiply(Picture* picture) {
+  if (!picture->hasAlpha || picture->isPremultiplied) return;
+  ForColours(picture, [](int colour, int alpha) { return Multiplied(colour, alpha); });
+  picture->isPremultiplied = true;
+}
+
+void Unpremultiply(Picture* picture) {
+  if (!picture->hasAlpha || !picture->isPremultiplied) return;
+  ForColours(picture, [](int colour, int alpha) { return Divided(colour, alpha); });
+  picture->isPremultiplied = false;
+}
+
+void Flatten(Picture* picture) {
+  if (!picture->hasAlpha) return;
+  if (picture->isPremultiplied) {
+    ForColours(picture, [](int colour, int alpha) { return MultipliedOnWhite(colour, alpha); });
+  } else {
+    ForColours(picture, [](int colour, int alpha) { return OnWhite(colour, alpha); });
+  }
+  picture->channels.pop_back();
+  picture->hasAlpha = false;
+  picture->isPremultiplied = false;
+}
+
+}  // namespace tavithumb::maker
