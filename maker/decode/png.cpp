@@ -301,7 +301,7 @@ void PngDecoder::ReadChunks() {
 
 std::vector<std::uint8_t> PngDecoder::Content(const Chunk& chunk, std::size_t most) const {
   std::vector<std::uint8_t> content(std::min(chunk.length, most));
-  content.resize(input_.ReadAt(chunk.start, content.data(), content.size()));
+  if (!content.empty()) content.resize(input_.ReadAt(chunk.start, content.data(), content.size()));
   return content;
 }
 

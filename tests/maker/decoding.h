@@ -26,7 +26,7 @@ inline maker::Bytes BytesOf(const File& file) {
   return {file.data(), file.size()};
 }
 
-inline File ReadFile(const std::string& path) {
+inline File ReadSample(const std::string& path) {
   std::ifstream stream(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(stream), {}};
 }

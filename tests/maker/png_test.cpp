@@ -394,7 +394,7 @@ TEST(PngDecoder, DecodesSampleFilesLikeImageMagick) {
   if (test::SamplesFolder().empty()) GTEST_SKIP() << "no samples";
   for (const char* name : {"indexed.png", "rgba.png", "sample.png"}) {
     const std::string path = test::SamplesFolder() + "/still/" + name;
-    const Picture picture = Decode(OpenPng, test::ReadFile(path));
+    const Picture picture = Decode(OpenPng, test::ReadSample(path));
     EXPECT_EQ(test::LargestDifference(test::RgbaOf(picture), test::ReferenceRgba(path)), 0) << name;
   }
 }
