@@ -39,7 +39,8 @@ class Opens : public testing::Test {
                      "-E",
                      "ASAN_OPTIONS=detect_leaks=0",
                      TAVITHUMB_COMMAND,
-                     "make"};
+                     "make",
+                     "--library"};
     words.insert(words.end(), arguments.begin(), arguments.end());
     RunTool(words);
   }
@@ -114,7 +115,7 @@ TEST_F(FactsOfABatch, AreReadAgainWhenTheFileIsReplacedMeanwhile) {
   const std::string png = folder / "wait.png";
   MakePng(png, 1300, 1300);
   MakePng(folder / "other.png", 200, 100);
-  const pid_t process = run.Begin({"make", "--sizes", "small,medium", "--json", png}, ProbedStart());
+  const pid_t process = run.Begin({"make", "--library", "--sizes", "small,medium", "--json", png}, ProbedStart());
   AwaitNoted("waits", 1);
   std::filesystem::rename(folder / "other.png", png);
   WriteFile(gate, "");

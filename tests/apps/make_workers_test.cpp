@@ -26,7 +26,9 @@ class MakeWorkers : public Batch {
 
   static bool IsMade(const std::string& source) { return Exists(EntryOf(source, kSmallEntry)); }
 
-  Strings Small(const std::string& jobs) const { return {"make", "--sizes", "small", "--jobs", jobs, folder.Path()}; }
+  Strings Small(const std::string& jobs) const {
+    return {"make", "--library", "--sizes", "small", "--jobs", jobs, folder.Path()};
+  }
 
   // One small thumbnail of each of the sources, and this number of failures with their lines.
   static std::string Summary(const Strings& made, std::size_t files, const Strings& reasons) {
@@ -112,7 +114,7 @@ TEST_F(MakeWorkers, APartialThumbnailIsRemovedAndEarlierOnesAreKept) {
   SetExif(jpeg, {{"Exif.Image.Orientation", "6"}});
   fs::remove(folder / "preview");
   WriteFile(EntryOf(jpeg, "TAVIFILE_THUMB_S_r1.jpg"), "stored before");
-  const Outcome outcome = Probed({"make", "--sizes", "small,medium", "--json", jpeg});
+  const Outcome outcome = Probed({"make", "--library", "--sizes", "small,medium", "--json", jpeg});
   EXPECT_EQ(outcome.code, 1);
   const nlohmann::json object = ObjectsOf(outcome.out).at(0);
   EXPECT_EQ(object.at("found"), nlohmann::json{"small"});

@@ -37,24 +37,24 @@ class CommandPolicy : public testing::Test {
 };
 
 TEST_F(CommandPolicy, IsTheProgramsOwn) {
-  for (const Outcome& outcome :
-       {run({"get", "--size", "small", picture}), Under("", {"get", "--size", "small", picture})}) {
+  for (const Outcome& outcome : {run({"get", "--library", "--size", "small", picture}),
+                                 Under("", {"get", "--library", "--size", "small", picture})}) {
     EXPECT_EQ(outcome.code, 1);
     EXPECT_EQ(outcome.out, "");
     EXPECT_EQ(outcome.err, refusal);
   }
-  EXPECT_EQ(run({"make", "--sizes", "small", picture}).code, 1);
+  EXPECT_EQ(run({"make", "--library", "--sizes", "small", picture}).code, 1);
   EXPECT_FALSE(Exists(entry));
 }
 
 TEST_F(CommandPolicy, IsTheOneInTheEnvironment) {
   for (const std::string& policy : {folder / "lenient", std::string("lenient")}) {
-    const Outcome outcome = Under(policy, {"get", "--size", "small", picture});
+    const Outcome outcome = Under(policy, {"get", "--library", "--size", "small", picture});
     EXPECT_EQ(outcome.code, 0);
     EXPECT_EQ(outcome.out, entry + "\n");
     EXPECT_EQ(outcome.err, "");
     std::filesystem::remove_all(folder / ".tavi_ea");
-    EXPECT_EQ(Under(policy, {"make", "--sizes", "small", picture}).code, 0);
+    EXPECT_EQ(Under(policy, {"make", "--library", "--sizes", "small", picture}).code, 0);
     EXPECT_TRUE(Exists(entry));
     std::filesystem::remove_all(folder / ".tavi_ea");
   }
@@ -62,7 +62,7 @@ TEST_F(CommandPolicy, IsTheOneInTheEnvironment) {
 
 TEST_F(CommandPolicy, IsNeverMissing) {
   for (const std::string& policy : {folder / "empty", folder / "missing", folder / "lenient/policy.xml"}) {
-    const Outcome outcome = Under(policy, {"get", "--size", "small", picture});
+    const Outcome outcome = Under(policy, {"get", "--library", "--size", "small", picture});
     EXPECT_EQ(outcome.code, 1);
     EXPECT_EQ(outcome.out, "");
     EXPECT_EQ(outcome.err, "tavithumb: '" + policy +

@@ -44,7 +44,7 @@ class ProgressLine : public Batch {
     Start start = ProbedStart();
     start.terminal = terminal_;
     start.environment.insert(start.environment.end(), environment.begin(), environment.end());
-    const pid_t process = run.Begin({"make", "--sizes", "small", "--jobs", "1", folder.Path()}, start);
+    const pid_t process = run.Begin({"make", "--library", "--sizes", "small", "--jobs", "1", folder.Path()}, start);
     close(std::exchange(terminal_, -1));
     std::thread reader([this] {
       std::array<char, 4096> block;
@@ -154,7 +154,7 @@ TEST_F(ProgressLine, IsAnOccasionalLineWithoutATerminal) {
   Start start = ProbedStart();
   start.environment.emplace_back("PROBE_SPEED=100");
   const CommandRunner command;
-  const pid_t process = command.Begin({"make", "--sizes", "small", folder.Path()}, start);
+  const pid_t process = command.Begin({"make", "--library", "--sizes", "small", folder.Path()}, start);
   while (command.ErrorsSoFar().empty()) usleep(1000);
   WriteFile(gate, "");
   const Outcome outcome = command.Await(process);
