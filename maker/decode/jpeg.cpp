@@ -18,7 +18,7 @@ namespace {
 
 // Reading ---------------------------------------------------------------------------------------------------------
 
-// Huffman decoding is slower near the end of the buffer, so a small one costs time.
+// A larger one gains nothing; a small one costs time, as Huffman decoding is slower near its end.
 constexpr std::size_t kBufferBytes = std::size_t{64} << 10;
 
 // What libjpeg reads from. Behind the end it finds the marker of the end, and so shows what there is.

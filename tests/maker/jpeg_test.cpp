@@ -708,6 +708,50 @@ TEST(JpegEncoder, TakesMoreBytesForABetterQuality) {
   }
 }
 
+// Noise in one place only, so that the strips that are looked at for the tables have none of it.
+TEST(JpegEncoder, EncodesSymbolsThatItsSampleOfALargePictureLacks) {
+  for (const Model model : {Model::kGray, Model::kYcc}) {
+    for (const bool isHalved : {false, true}) {
+      Picture picture = MakePicture({640, 480}, model, isHalved);
+      const Content noise = NoiseOf(640);
+      for (Channel& channel : picture.channels) {
+        for (int y = 0; y < 8; ++y) {
+          for (int x = 0; x < channel.plane.Width(); ++x) {
+            channel.plane.Row(y)[x] = noise[static_cast<std::size_t>((x + y * 77) % 640)] < 128 ? 0 : 255;
+          }
+        }
+      }
+      const Picture decoded = DecodeAtLeast(EncodeJpeg(picture, 100), {640, 480});
+      ASSERT_EQ(decoded.channels.size(), picture.channels.size());
+      for (std::size_t i = 0; i < picture.channels.size(); ++i) {
+        const Plane& plane = picture.channels[i].plane;
+        ASSERT_EQ(decoded.channels[i].plane.Dimensions(), plane.Dimensions());
+        for (int y = 0; y < plane.Height(); ++y) {
+          for (int x = 0; x < plane.Width(); ++x) {
+            ASSERT_NEAR(decoded.channels[i].plane.Row(y)[x], plane.Row(y)[x], 3) << x << ", " << y;
+          }
+        }
+      }
+    }
+  }
+}
+
+TEST(JpegEncoder, MakesLargePicturesLittleLargerThanWithTheBestTables) {
+  Picture picture = MakePicture({640, 480}, Model::kYcc, true);
+  const Content noise = NoiseOf(64000);
+  for (int y = 0; y < 480; ++y) {
+    for (int x = 0; x < 640; ++x) {
+      std::uint8_t& sample = picture.channels[0].plane.Row(y)[x];
+      sample = static_cast<std::uint8_t>(sample + noise[static_cast<std::size_t>(x * y % 64000)] % 40);
+    }
+  }
+  const Content large = EncodeJpeg(picture, 80);
+  // Just below the number of pixels from which a sample is taken; its bytes per pixel are the best.
+  Picture small = MakePicture({640, 304}, Model::kYcc, true);
+  for (int y = 0; y < 304; ++y) std::copy_n(picture.channels[0].plane.Row(y), 640, small.channels[0].plane.Row(y));
+  EXPECT_LT(static_cast<double>(large.size()) / 480, 1.02 * static_cast<double>(EncodeJpeg(small, 80).size()) / 304);
+}
+
 TEST(JpegEncoder, DeclinesWhatAJpegCanNotHave) {
   EXPECT_FALSE(EncodeJpeg(MakePicture({65500, 1}, Model::kGray, false), 80).empty());
   try {
