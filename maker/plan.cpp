@@ -99,16 +99,17 @@ double FactorOf(int quality) {
     double quality;
     double factor;
   };
-  static constexpr std::array<Point, 10> kPoints = {{{1, 0.13},
-                                                     {10, 0.24},
-                                                     {25, 0.42},
-                                                     {50, 0.63},
-                                                     {65, 0.76},
+  static constexpr std::array<Point, 11> kPoints = {{{1, 0.07},
+                                                     {10, 0.19},
+                                                     {25, 0.37},
+                                                     {50, 0.58},
+                                                     {65, 0.72},
+                                                     {75, 0.87},
                                                      {80, 1},
-                                                     {85, 1.17},
+                                                     {85, 1.18},
                                                      {90, 1.48},
-                                                     {95, 2.1},
-                                                     {100, 4.3}}};
+                                                     {95, 2.12},
+                                                     {100, 4.2}}};
   std::size_t next = 1;
   while (next + 1 < kPoints.size() && kPoints[next].quality < quality) ++next;
   const Point& low = kPoints[next - 1];

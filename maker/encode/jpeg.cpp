@@ -150,7 +150,7 @@ void Compressor::Write(Job* job, Selection selection) {
 
 // libjpeg counts all symbols for its tables in half of the time that it needs to encode. For a large picture, some of
 // its strips tell nearly as much.
-constexpr std::int64_t kSampledPixels = 200 * 1000;
+constexpr std::int64_t kSampledPixels = 200000;
 constexpr Selection kSample = {4, 8};
 
 // The symbols of baseline JPEG: a number of bits, and of the zeros before.
