@@ -42,7 +42,7 @@ Step Cropped(std::size_t target, Size upright, Size box) {
   const double width = across == scale ? upright.width : box.width / scale;
   const double height = down == scale ? upright.height : box.height / scale;
   const Region part = Centred(upright, width, height);
-  if (scale <= 1) return {target, box, part};
+  if (scale < 1) return {target, box, part};
   const Size size = {Rounded(width), Rounded(height)};
   return {target, size, OnWholePixels(part, size)};
 }

@@ -389,10 +389,10 @@ bool JpegDecoder::CanHalve(const jpeg_component_info& component, Size atLeast) c
   if (component.DCT_scaled_size == jpeg_.min_DCT_scaled_size) return false;
   const Size half =
       HalfOf({static_cast<int>(component.downsampled_width), static_cast<int>(component.downsampled_height)});
-  const auto suffices = [](int side, int needed) {
-    return side >= std::max((needed + 1) / 2, std::min(needed, kFullChromaSide));
-  };
-  return suffices(half.width, atLeast.width) && suffices(half.height, atLeast.height);
+  const Size ofLarge = HalfOf(atLeast);
+  const Size ofSmall = FitInto(atLeast, {kFullChromaSide, kFullChromaSide});
+  return half.width >= std::max(ofLarge.width, ofSmall.width) &&
+         half.height >= std::max(ofLarge.height, ofSmall.height);
 }
 
 std::vector<Channel> JpegDecoder::DecodePlanes(Size atLeast) {

@@ -202,6 +202,28 @@ Content Resized(Content content, std::uint8_t frame, int width, int height) {
   return content;
 }
 
+// Slopes in planes of the model; at 4:2:0 if `isHalved`. What is behind the rows is noise.
+Picture MakePicture(Size size, Model model, bool isHalved) {
+  Picture picture;
+  picture.model = model;
+  picture.storedSize = size;
+  const std::size_t count = model == Model::kGray ? 1 : 3;
+  for (std::size_t i = 0; i < count; ++i) {
+    const double scale = isHalved && i > 0 ? 0.5 : 1;
+    const double width = scale * size.width;
+    const double height = scale * size.height;
+    Plane plane(Size{static_cast<int>(std::ceil(width)), static_cast<int>(std::ceil(height))});
+    for (int y = 0; y < plane.Height(); ++y) {
+      for (int x = 0; x < static_cast<int>(plane.Stride()); ++x) {
+        const double sample = SampleOf(i, std::min(1.0, (x + 0.5) / width), std::min(1.0, (y + 0.5) / height), {1, 1});
+        plane.Row(y)[x] = static_cast<std::uint8_t>(x < plane.Width() ? std::lround(sample) : x * 89 % 256);
+      }
+    }
+    picture.channels.push_back({std::move(plane), width, height});
+  }
+  return picture;
+}
+
 // Decoding -----------------------------------------------------------------------------------------------------------
 
 TEST(JpegDecoder, TellsTheStoredSize) {
@@ -224,6 +246,8 @@ std::vector<Recipe> YccRecipes() {
           Sampled("4:1:0", {4, 2}, {1, 1}),
           Sampled("all 2 x 1", {2, 1}, {2, 1}),
           Sampled("Cb and Cr larger than Y", {1, 1}, {2, 2}),
+          Sampled("Cb and Cr wider than Y", {1, 2}, {2, 2}),
+          Sampled("Cb and Cr taller than Y", {2, 1}, {2, 2}),
           Progressive(kPlain),
           Progressive(kHalved),
           Progressive(halvedAcross),
@@ -303,6 +327,18 @@ TEST(JpegDecoder, HalvesCbAndCrOfScaledPicturesThatHaveEnoughOfThem) {
       EXPECT_DOUBLE_EQ(picture.channels[1].width, row.cbWidth) << what;
       ExpectSlopes(picture, 3, what);
     }
+  }
+}
+
+TEST(JpegDecoder, HalvesEachRowWithTheNext) {
+  Picture striped = MakePicture({800, 600}, Model::kYcc, true);
+  const auto sampleOf = [](int y) { return static_cast<std::uint8_t>(y / 2 % 2 == 0 ? 190 : 60); };
+  for (int y = 0; y < 300; ++y) std::fill_n(striped.channels[1].plane.Row(y), 400, sampleOf(y));
+  const Picture picture = DecodeAtLeast(EncodeJpeg(striped, 98), {400, 300});
+  const Plane& cb = picture.channels[1].plane;
+  ASSERT_EQ(cb.Dimensions(), (Size{200, 150}));
+  for (int y = 0; y < 150; ++y) {
+    for (int x = 0; x < 200; ++x) ASSERT_NEAR(cb.Row(y)[x], sampleOf(2 * y), 8) << x << ", " << y;
   }
 }
 
@@ -441,6 +477,7 @@ TEST(JpegProfiles, ThatAreDamagedAreIgnored) {
       {"number 0", [](Content* content, std::size_t at) { (*content)[at + 16] = 0; }},
       {"number too large", [](Content* content, std::size_t at) { (*content)[at + 16] = 3; }},
       {"number twice", [](Content* content, std::size_t at) { (*content)[at + 16] = 1; }},
+      {"other count before", [](Content* content, std::size_t at) { (*content)[at - 65537 + 17] = 3; }},
       {"other count", [](Content* content, std::size_t at) { (*content)[at + 17] = 3; }},
       {"other name", [](Content* content, std::size_t at) { (*content)[at + 5] = 'X'; }},
       {"name not terminated", [](Content* content, std::size_t at) { (*content)[at + 15] = 'X'; }},
@@ -619,28 +656,6 @@ TEST(Bombs, HaveMoreScansThanAnyProgram) {
 
 // Encoding -----------------------------------------------------------------------------------------------------------
 
-// Slopes in planes of the model; at 4:2:0 if `isHalved`. What is behind the rows is noise.
-Picture MakePicture(Size size, Model model, bool isHalved) {
-  Picture picture;
-  picture.model = model;
-  picture.storedSize = size;
-  const std::size_t count = model == Model::kGray ? 1 : 3;
-  for (std::size_t i = 0; i < count; ++i) {
-    const double scale = isHalved && i > 0 ? 0.5 : 1;
-    const double width = scale * size.width;
-    const double height = scale * size.height;
-    Plane plane(Size{static_cast<int>(std::ceil(width)), static_cast<int>(std::ceil(height))});
-    for (int y = 0; y < plane.Height(); ++y) {
-      for (int x = 0; x < static_cast<int>(plane.Stride()); ++x) {
-        const double sample = SampleOf(i, std::min(1.0, (x + 0.5) / width), std::min(1.0, (y + 0.5) / height), {1, 1});
-        plane.Row(y)[x] = static_cast<std::uint8_t>(x < plane.Width() ? std::lround(sample) : x * 89 % 256);
-      }
-    }
-    picture.channels.push_back({std::move(plane), width, height});
-  }
-  return picture;
-}
-
 TEST(JpegEncoder, StoresWhatThePlanesHave) {
   for (const Size size : {Size{7, 9}, Size{16, 16}, Size{17, 33}, Size{83, 61}, Size{640, 2}, Size{1, 99},
                           Size{120, 90}, Size{360, 270}}) {
@@ -749,6 +764,7 @@ TEST(JpegEncoder, MakesLargePicturesLittleLargerThanWithTheBestTables) {
   // Just below the number of pixels from which a sample is taken; its bytes per pixel are the best.
   Picture small = MakePicture({640, 304}, Model::kYcc, true);
   for (int y = 0; y < 304; ++y) std::copy_n(picture.channels[0].plane.Row(y), 640, small.channels[0].plane.Row(y));
+  EXPECT_EQ(PositionOf(large, kScan), 609U) << "tables of all symbols";
   EXPECT_LT(static_cast<double>(large.size()) / 480, 1.02 * static_cast<double>(EncodeJpeg(small, 80).size()) / 304);
 }
 

@@ -159,6 +159,7 @@ TEST(Plans, CropFromTheCentreAndDecodeEnoughForThePart) {
       {{4000, 3000}, 1, {100, 50}, "3000x4000, decode 134x100; 0: 100x50 of 0,1250 to 3000,2750"},
       {{400, 301}, 0, {100, 100}, "400x301, decode 133x100; 0: 100x100 of 49.5,0 to 350.5,301"},
       {{120, 120}, 0, {120, 120}, "120x120, decode 120x120; 0: 120x120 of 0,0 to 120,120"},
+      {{201, 120}, 0, {120, 120}, "201x120, decode 201x120; 0: 120x120 of 40,0 to 160,120"},
       // Too small in one direction or both: the part with the box's aspect, in its own pixels.
       {{200, 90}, 0, {120, 120}, "200x90, decode 200x90; 0: 90x90 of 55,0 to 145,90"},
       {{201, 90}, 0, {120, 120}, "201x90, decode 201x90; 0: 90x90 of 55,0 to 145,90"},
