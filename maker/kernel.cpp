@@ -10,7 +10,7 @@ namespace tavithumb::maker {
 namespace {
 
 constexpr int kLobes = 3;
-constexpr int kStepsPerLobe = 1024;
+constexpr int kStepsPerLobe = 512;
 constexpr double kPi = 3.14159265358979323846;
 
 // Lanczos3 from 0 on, and zeros behind its end. Sines would take longer than the scaling of a small plane.
@@ -24,7 +24,7 @@ class Lanczos {
     }
   }
 
-  // The error of linear interpolation is far below a weight's last bit.
+  // Linear interpolation is exact to a fraction of a weight's last bit.
   double At(double x) const {
     const double place = std::abs(x) * kStepsPerLobe;
     if (place >= kLobes * kStepsPerLobe) return 0;
@@ -74,11 +74,13 @@ void Weighing::Add(double centre) {
   const int from = static_cast<int>(std::ceil(centre - radius));
   const int to = static_cast<int>(std::floor(centre + radius));
   const int start = std::clamp(from, 0, samples_ - 1);
-  exact_.assign(static_cast<std::size_t>(std::clamp(to, 0, samples_ - 1) - start) + 1, 0);
-  for (int i = from; i <= to; ++i) {
-    const auto place = static_cast<std::size_t>(std::clamp(i, 0, samples_ - 1) - start);
-    exact_[place] += lanczos.At((i - centre) / scale_);
-  }
+  const int end = std::clamp(to, 0, samples_ - 1) + 1;
+  exact_.assign(static_cast<std::size_t>(end - start), 0);
+  const double step = 1 / scale_;
+  for (int i = start; i < end; ++i) exact_[static_cast<std::size_t>(i - start)] = lanczos.At((i - centre) * step);
+  // The edges stand in for all samples beyond them.
+  for (int i = from; i < start; ++i) exact_.front() += lanczos.At((i - centre) * step);
+  for (int i = std::max(end, from); i <= to; ++i) exact_.back() += lanczos.At((i - centre) * step);
   Taps taps = Quantize(start);
   DropZeros(&taps);
   results_.push_back(taps);
@@ -87,14 +89,15 @@ void Weighing::Add(double centre) {
 // Rounds running sums, not single weights: thousands of small weights would all be rounded the same way.
 Taps Weighing::Quantize(int start) {
   const Taps taps = {start, weights_.size(), exact_.size()};
-  const double sum = std::accumulate(exact_.begin(), exact_.end(), 0.0);
-  const double unit = Kernel::kOne / sum;
+  const double unit = Kernel::kOne / std::accumulate(exact_.begin(), exact_.end(), 0.0);
+  weights_.resize(taps.place + taps.count);
+  std::int16_t* weight = weights_.data() + taps.place;
   double running = 0;
   int given = 0;
-  for (const double weight : exact_) {
-    running += weight;
+  for (const double exact : exact_) {
+    running += exact;
     const int rounded = RoundNearZero(running * unit);
-    weights_.push_back(static_cast<std::int16_t>(rounded - given));
+    *weight++ = static_cast<std::int16_t>(rounded - given);
     given = rounded;
   }
   return taps;

@@ -2,6 +2,7 @@
 #include "maker/resample.h"
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -65,114 +66,163 @@ HWY_INLINE Words16 PairOf(const std::int16_t* weights) {
   return hn::BitCast(kWords, hn::Set(kSums, pair));
 }
 
-// The sums of four consecutive samples per block each, clamped to bytes and back in order.
-HWY_INLINE Bytes8 Clamped(const Sum& a, const Sum& b, const Sum& c, const Sum& d) {
-  const Words16 low = hn::ReorderDemote2To(kWords, a.Rounded(), b.Rounded());
-  const Words16 high = hn::ReorderDemote2To(kWords, c.Rounded(), d.Rounded());
-  const hn::Half<decltype(kBytes)> half;
-  if constexpr (kBlocks == 1) {
-    return hn::Combine(kBytes, hn::DemoteTo(half, high), hn::DemoteTo(half, low));
-  } else {
-    return hn::Combine(kBytes, hn::DemoteTo(half, hn::ConcatUpperUpper(kWords, high, low)),
-                       hn::DemoteTo(half, hn::ConcatLowerLower(kWords, high, low)));
+// Sums of a vector of samples: four at a time of each block.
+class Columns {
+ public:
+  HWY_INLINE Columns() {}  // NOLINT(modernize-use-equals-default): GCC compiles defaults for the wrong processor
+  HWY_INLINE void Add(const std::uint8_t* even, const std::uint8_t* odd, Words16 weights) {
+    const Bytes8 zero = hn::Zero(kBytes);
+    const Bytes8 one = hn::LoadU(kBytes, even);
+    const Bytes8 other = hn::LoadU(kBytes, odd);
+    const Bytes8 low = hn::InterleaveLower(kBytes, one, other);
+    const Bytes8 high = hn::InterleaveUpper(kBytes, one, other);
+    a_.Add(Widened(hn::InterleaveLower(kBytes, low, zero)), weights);
+    b_.Add(Widened(hn::InterleaveUpper(kBytes, low, zero)), weights);
+    c_.Add(Widened(hn::InterleaveLower(kBytes, high, zero)), weights);
+    d_.Add(Widened(hn::InterleaveUpper(kBytes, high, zero)), weights);
   }
-}
+
+  // Clamped to bytes, in order.
+  HWY_INLINE void Store(std::uint8_t* result) const {
+    const Words16 low = hn::ReorderDemote2To(kWords, a_.Rounded(), b_.Rounded());
+    const Words16 high = hn::ReorderDemote2To(kWords, c_.Rounded(), d_.Rounded());
+    constexpr hn::Half<decltype(kBytes)> half;
+    if constexpr (kBlocks == 1) {
+      hn::StoreU(hn::DemoteTo(half, low), half, result);
+      hn::StoreU(hn::DemoteTo(half, high), half, result + kBlock / 2);
+    } else {
+      hn::StoreU(hn::DemoteTo(half, hn::ConcatLowerLower(kWords, high, low)), half, result);
+      hn::StoreU(hn::DemoteTo(half, hn::ConcatUpperUpper(kWords, high, low)), half, result + kBlock);
+    }
+  }
+
+ private:
+  Sum a_;
+  Sum b_;
+  Sum c_;
+  Sum d_;
+};
 
 // One row of the intermediate picture: of `rows`, the samples from `left` to `right`, rounded up to whole vectors.
 void AddRows(const std::vector<const std::uint8_t*>& rows, const std::int16_t* weights, std::size_t left,
              std::size_t right, std::uint8_t* result) {
-  const Bytes8 zero = hn::Zero(kBytes);
   for (std::size_t x = left; x < right; x += hn::MaxLanes(kBytes)) {
-    Sum a;
-    Sum b;
-    Sum c;
-    Sum d;
+    Columns columns;
     for (std::size_t i = 0; i < rows.size(); i += 2) {
-      const Words16 pair = PairOf(weights + i);
-      const Bytes8 even = hn::LoadU(kBytes, rows[i] + x);
-      const Bytes8 odd = hn::LoadU(kBytes, rows[i + 1] + x);
-      const Bytes8 low = hn::InterleaveLower(kBytes, even, odd);
-      const Bytes8 high = hn::InterleaveUpper(kBytes, even, odd);
-      a.Add(Widened(hn::InterleaveLower(kBytes, low, zero)), pair);
-      b.Add(Widened(hn::InterleaveUpper(kBytes, low, zero)), pair);
-      c.Add(Widened(hn::InterleaveLower(kBytes, high, zero)), pair);
-      d.Add(Widened(hn::InterleaveUpper(kBytes, high, zero)), pair);
+      columns.Add(rows[i] + x, rows[i + 1] + x, PairOf(weights + i));
     }
-    hn::StoreU(Clamped(a, b, c, d), kBytes, result + x);
+    columns.Store(result + x);
   }
 }
 
-// A kernel prepared for vectors of several results. Each block of four results takes its samples from one window of 16
-// bytes, which moves on by two samples with each pair of taps; shuffling brings the pairs of the results together.
+// Rows that are scaled together, so that weights are read once for all of them.
+constexpr std::size_t kTogether = 4;
+using Sources = std::array<const std::uint8_t*, kTogether>;
+using Results = std::array<std::uint8_t*, kTogether>;
+
+constexpr std::size_t kResults = kBlocks * kResultsPerBlock;  // of a vector
+
+// A kernel prepared for vectors of several results. The results take their samples from windows of 16 bytes, one for
+// the vector or one for each of its blocks, which move on by two samples with each pair of taps; shuffling brings the
+// samples of each result together.
 struct Gathering {
-  bool isPossible = false;  // the four results' samples lie close enough to each other
+  bool isPossible = false;  // the results' samples lie close enough to each other
+  std::size_t windows = 0;  // of a vector
   std::size_t pairs = 0;
-  std::vector<int> bases;              // of each block's first window
-  std::vector<std::uint8_t> shuffles;  // `kBlock` for each block
+  std::vector<int> bases;              // of the first windows
+  std::vector<std::uint8_t> shuffles;  // four for each result
   std::vector<std::int16_t> weights;   // for each vector: for each pair of taps: for each result: two
 };
 
 constexpr std::uint8_t kNothing = 0x80;
 
-// Adds a block, which begins at result `first`; behind the last result, that one is repeated.
-void AddBlock(const Kernel& kernel, int first, Gathering* gathering) {
-  const auto start = [&](int i) {
-    return kernel.starts[static_cast<std::size_t>(std::min(first + i, kernel.Results() - 1))];
-  };
-  const int base = std::min({start(0), start(1), start(2), start(3)});
+// Behind the last result, that one is repeated.
+std::size_t Existing(const Kernel& kernel, std::size_t result) {
+  return std::min(result, kernel.starts.size() - 1);
+}
+
+// Adds a window for `count` results from `first` on; false if it is too small for them.
+bool AddWindow(const Kernel& kernel, std::size_t first, std::size_t count, Gathering* gathering) {
+  int base = kernel.starts[Existing(kernel, first)];
+  for (std::size_t i = 1; i < count; ++i) base = std::min(base, kernel.starts[Existing(kernel, first + i)]);
   gathering->bases.push_back(base);
-  for (int i = 0; i < static_cast<int>(kResultsPerBlock); ++i) {
-    const int place = start(i) - base;
-    if (place + 1 >= static_cast<int>(kBlock)) gathering->isPossible = false;
-    for (const int shuffle : {place, int{kNothing}, place + 1, int{kNothing}}) {
-      gathering->shuffles.push_back(static_cast<std::uint8_t>(shuffle));
+  const std::size_t before = gathering->shuffles.size();
+  gathering->shuffles.resize(before + 4 * count, kNothing);
+  for (std::size_t i = 0; i < count; ++i) {
+    const int place = kernel.starts[Existing(kernel, first + i)] - base;
+    if (place + 1 >= static_cast<int>(kBlock)) return false;
+    gathering->shuffles[before + 4 * i] = static_cast<std::uint8_t>(place);
+    gathering->shuffles[before + 4 * i + 2] = static_cast<std::uint8_t>(place + 1);
+  }
+  return true;
+}
+
+void AddWeights(const Kernel& kernel, Gathering* gathering) {
+  const std::size_t vectors = (kernel.starts.size() + kResults - 1) / kResults;
+  gathering->weights.resize(vectors * gathering->pairs * kResults * 2);
+  std::int16_t* to = gathering->weights.data();
+  for (std::size_t vector = 0; vector < vectors; ++vector) {
+    for (std::size_t pair = 0; pair < gathering->pairs; ++pair) {
+      for (std::size_t i = 0; i < kResults; ++i, to += 2) {
+        const std::size_t result = Existing(kernel, vector * kResults + i);
+        std::memcpy(to, kernel.Weights(static_cast<int>(result)) + 2 * pair, 2 * sizeof(*to));
+      }
     }
   }
 }
 
-void AddWeights(const Kernel& kernel, int first, Gathering* gathering) {
-  for (std::size_t pair = 0; pair < gathering->pairs; ++pair) {
-    for (std::size_t i = 0; i < kBlocks * kResultsPerBlock; ++i) {
-      const std::int16_t* weights = kernel.Weights(std::min(first + static_cast<int>(i), kernel.Results() - 1));
-      gathering->weights.insert(gathering->weights.end(), weights + 2 * pair, weights + 2 * pair + 2);
-    }
-  }
-}
-
-Gathering Prepare(const Kernel& kernel) {
+Gathering Prepare(const Kernel& kernel, std::size_t windows) {
   Gathering gathering;
-  gathering.isPossible = true;
+  gathering.windows = windows;
   gathering.pairs = static_cast<std::size_t>(kernel.taps) / 2;
-  for (int i = 0; i < kernel.Results() && gathering.isPossible; i += static_cast<int>(kBlocks * kResultsPerBlock)) {
-    for (std::size_t block = 0; block < kBlocks; ++block) {
-      AddBlock(kernel, i + static_cast<int>(block * kResultsPerBlock), &gathering);
+  const std::size_t count = kResults / windows;
+  for (std::size_t i = 0; i < kernel.starts.size(); i += kResults) {
+    for (std::size_t window = 0; window < windows; ++window) {
+      if (!AddWindow(kernel, i + window * count, count, &gathering)) return gathering;
     }
-    AddWeights(kernel, i, &gathering);
   }
+  AddWeights(kernel, &gathering);
+  gathering.isPossible = true;
   return gathering;
 }
 
-// The windows of a vector's blocks.
-HWY_INLINE Bytes8 Windows(const std::uint8_t* row, const int* bases) {
-  if constexpr (kBlocks == 1) {
-    return hn::LoadU(kBytes, row + bases[0]);
+template <std::size_t kWindows>
+HWY_INLINE Bytes8 Load(const std::uint8_t* row, const int* bases) {
+  if constexpr (kWindows == 1) {
+    return hn::LoadDup128(kBytes, row + bases[0]);
   } else {
     return hn::ConcatUpperLower(kBytes, hn::LoadDup128(kBytes, row + bases[1]), hn::LoadDup128(kBytes, row + bases[0]));
   }
 }
 
-// Writes whole vectors: up to seven samples behind the last one.
-void GatherRow(const std::uint8_t* row, const Gathering& gathering, std::uint8_t* result) {
+HWY_INLINE void Store(const Sum& sum, std::uint8_t* result) {
   constexpr hn::Rebind<std::uint8_t, decltype(kSums)> quarter;
+  hn::StoreU(hn::DemoteTo(quarter, sum.Rounded()), quarter, result);
+}
+
+// Writes whole vectors: up to seven samples behind the last one.
+template <std::size_t kWindows>
+void GatherRows(const Sources& rows, const Gathering& gathering, const Results& results) {
   const std::int16_t* weights = gathering.weights.data();
-  for (std::size_t block = 0; block < gathering.bases.size(); block += kBlocks) {
-    const Bytes8 shuffle = hn::LoadU(kBytes, gathering.shuffles.data() + block * kBlock);
-    Sum sum;
-    for (std::size_t pair = 0; pair < gathering.pairs; ++pair, weights += hn::MaxLanes(kWords)) {
-      const Bytes8 windows = Windows(row + 2 * pair, gathering.bases.data() + block);
-      sum.Add(Widened(hn::TableLookupBytesOr0(windows, shuffle)), hn::LoadU(kWords, weights));
+  const int* bases = gathering.bases.data();
+  const std::size_t vectors = gathering.bases.size() / kWindows;
+  for (std::size_t vector = 0; vector < vectors; ++vector, bases += kWindows) {
+    const Bytes8 shuffle = hn::LoadU(kBytes, gathering.shuffles.data() + vector * kResults * 4);
+    Sum a;
+    Sum b;
+    Sum c;
+    Sum d;
+    for (std::size_t place = 0; place < 2 * gathering.pairs; place += 2, weights += 2 * kResults) {
+      const Words16 pairs = hn::LoadU(kWords, weights);
+      a.Add(Widened(hn::TableLookupBytesOr0(Load<kWindows>(rows[0] + place, bases), shuffle)), pairs);
+      b.Add(Widened(hn::TableLookupBytesOr0(Load<kWindows>(rows[1] + place, bases), shuffle)), pairs);
+      c.Add(Widened(hn::TableLookupBytesOr0(Load<kWindows>(rows[2] + place, bases), shuffle)), pairs);
+      d.Add(Widened(hn::TableLookupBytesOr0(Load<kWindows>(rows[3] + place, bases), shuffle)), pairs);
     }
-    hn::StoreU(hn::DemoteTo(quarter, sum.Rounded()), quarter, result + block * kResultsPerBlock);
+    Store(a, results[0] + vector * kResults);
+    Store(b, results[1] + vector * kResults);
+    Store(c, results[2] + vector * kResults);
+    Store(d, results[3] + vector * kResults);
   }
 }
 
@@ -214,21 +264,22 @@ class Across {
  public:
   explicit Across(const Kernel& kernel) : kernel_(kernel) {
     if (kernel.isCopy) return;
-    gathering_ = Prepare(kernel);
+    gathering_ = Prepare(kernel, 1);
+    if (!gathering_.isPossible && kBlocks > 1) gathering_ = Prepare(kernel, kBlocks);
     if (!gathering_.isPossible) long_ = Lengthen(kernel);
   }
 
-  void Apply(const std::uint8_t* row, std::uint8_t* result) const {
-    if (kernel_.isCopy) {
-      std::copy_n(row + kernel_.starts[0], kernel_.starts.size(), result);
+  void Apply(const Sources& rows, const Results& results) const {
+    if (gathering_.isPossible && gathering_.windows == 1) {
+      GatherRows<1>(rows, gathering_, results);
     } else if (gathering_.isPossible) {
-      GatherRow(row, gathering_, result);
+      GatherRows<kBlocks>(rows, gathering_, results);
     } else {
-      SumRow(row, kernel_.starts, long_, result);
+      for (std::size_t i = 0; i < kTogether; ++i) ApplySingly(rows[i], results[i]);
     }
   }
 
-  // The samples of a source row that are used, at whole vectors.
+  // The samples of a source row that are used, from a whole vector on.
   std::size_t Left() const {
     const auto first = static_cast<std::size_t>(*std::min_element(kernel_.starts.begin(), kernel_.starts.end()));
     return first / hn::MaxLanes(kBytes) * hn::MaxLanes(kBytes);
@@ -239,29 +290,64 @@ class Across {
   }
 
  private:
+  void ApplySingly(const std::uint8_t* row, std::uint8_t* result) const {
+    if (kernel_.isCopy) {
+      std::copy_n(row + kernel_.starts[0], kernel_.starts.size(), result);
+    } else {
+      SumRow(row, kernel_.starts, long_, result);
+    }
+  }
+
   const Kernel& kernel_;
   Gathering gathering_;
   LongKernel long_;
 };
 
-// Row by row: the intermediate picture never has more than one.
+// The vertical half: the rows of a picture that only has its final height.
+class Down {
+ public:
+  Down(const Plane& source, const Kernel& kernel, const Across& across)
+      : source_(source),
+        kernel_(kernel),
+        left_(across.Left()),
+        right_(across.Right(static_cast<std::size_t>(source.Width()))),
+        rows_(static_cast<std::size_t>(kernel.taps)),
+        made_(Size{kernel.isCopy ? 1 : source.Width(), static_cast<int>(kTogether)}) {}
+
+  // Stays valid until another row is made in the same `place`.
+  const std::uint8_t* Row(int y, std::size_t place) {
+    const int start = kernel_.starts[static_cast<std::size_t>(y)];
+    if (kernel_.isCopy) return source_.Row(start);
+    for (int i = 0; i < kernel_.taps; ++i) {
+      rows_[static_cast<std::size_t>(i)] = source_.Row(std::min(start + i, source_.Height() - 1));
+    }
+    std::uint8_t* made = made_.Row(static_cast<int>(place));
+    AddRows(rows_, kernel_.Weights(y), left_, right_, made);
+    return made;
+  }
+
+ private:
+  const Plane& source_;
+  const Kernel& kernel_;
+  std::size_t left_;
+  std::size_t right_;
+  std::vector<const std::uint8_t*> rows_;
+  Plane made_;
+};
+
+// A few rows at a time: the whole intermediate picture never exists. Behind the last row, that one is repeated.
 void ResampleInto(const Plane& source, const Kernel& across, const Kernel& down, Plane* result) {
   const Across horizontal(across);
-  const std::size_t left = horizontal.Left();
-  const std::size_t right = horizontal.Right(static_cast<std::size_t>(source.Width()));
-  Plane between(down.isCopy ? Size{1, 1} : Size{source.Width(), 1});
-  std::vector<const std::uint8_t*> rows(static_cast<std::size_t>(down.taps));
-  for (int y = 0; y < result->Height(); ++y) {
-    const int start = down.starts[static_cast<std::size_t>(y)];
-    if (down.isCopy) {
-      horizontal.Apply(source.Row(start), result->Row(y));
-      continue;
+  Down vertical(source, down, horizontal);
+  for (int y = 0; y < result->Height(); y += static_cast<int>(kTogether)) {
+    Sources rows = {};
+    Results results = {};
+    for (std::size_t i = 0; i < kTogether; ++i) {
+      const bool isBehind = y + static_cast<int>(i) >= result->Height();
+      rows[i] = isBehind ? rows[i - 1] : vertical.Row(y + static_cast<int>(i), i);
+      results[i] = isBehind ? results[i - 1] : result->Row(y + static_cast<int>(i));
     }
-    for (int i = 0; i < down.taps; ++i) {
-      rows[static_cast<std::size_t>(i)] = source.Row(std::min(start + i, source.Height() - 1));
-    }
-    AddRows(rows, down.Weights(y), left, right, between.Row(0));
-    horizontal.Apply(between.Row(0), result->Row(y));
+    horizontal.Apply(rows, results);
   }
 }
 
