@@ -1,23 +1,29 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include <algorithm>
-#include <cmath>
+#include <cstddef>
 #include <cstdint>
 
 #include "maker/colour.h"
 
+// The compiler reads this file once for each kind of vector instructions; the processor's best is chosen at run time.
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "maker/ycc.cpp"
+#include <hwy/foreach_target.h>  // before highway.h
+#include <hwy/highway.h>
+
+#ifndef TAVITHUMB_MAKER_YCC_FACTORS
+#define TAVITHUMB_MAKER_YCC_FACTORS
 namespace tavithumb::maker {
-namespace {
 
 // All sums are in units of 1/65536.
-constexpr int kBits = 16;
-constexpr int kHalf = 1 << (kBits - 1);
+constexpr int kYccBits = 16;
+constexpr int kYccHalf = 1 << (kYccBits - 1);
 constexpr int kMiddle = 128;
 
 constexpr int Fixed(double value) {
-  return static_cast<int>(value * (1 << kBits) + (value < 0 ? -0.5 : 0.5));
+  return static_cast<int>(value * (1 << kYccBits) + (value < 0 ? -0.5 : 0.5));
 }
 
-struct ToRgb {
+struct RgbFactors {
   int luma;
   int black;  // the Y of black
   int redOfCr;
@@ -26,10 +32,74 @@ struct ToRgb {
   int blueOfCb;
 };
 
-// The JPEG standard's numbers have five decimals, and every decoder uses these.
-constexpr ToRgb kJpeg = {Fixed(1), 0, Fixed(1.402), Fixed(-0.34414), Fixed(-0.71414), Fixed(1.772)};
+}  // namespace tavithumb::maker
+#endif
 
-ToRgb FactorsOf(const Ycc& ycc) {
+HWY_BEFORE_NAMESPACE();
+namespace tavithumb::maker::HWY_NAMESPACE {
+
+namespace hn = hwy::HWY_NAMESPACE;
+
+constexpr hn::CappedTag<std::int32_t, 16> kSums;
+constexpr hn::Rebind<std::uint8_t, decltype(kSums)> kSamples;
+using Sums = hn::Vec<decltype(kSums)>;
+
+HWY_INLINE Sums Load(const std::uint8_t* samples) {
+  return hn::PromoteTo(kSums, hn::LoadU(kSamples, samples));
+}
+
+HWY_INLINE Sums Times(Sums value, int factor) {
+  return hn::Mul(value, hn::Set(kSums, factor));
+}
+
+// Rounds and clamps.
+HWY_INLINE void Store(Sums sum, std::uint8_t* samples) {
+  const Sums rounded = hn::ShiftRight<kYccBits>(hn::Add(sum, hn::Set(kSums, kYccHalf)));
+  hn::StoreU(hn::DemoteTo(kSamples, rounded), kSamples, samples);
+}
+
+// Rows are read and written in whole vectors.
+void RowToRgb(std::uint8_t* a, std::uint8_t* b, std::uint8_t* c, std::size_t width, const RgbFactors& factors) {
+  for (std::size_t x = 0; x < width; x += hn::Lanes(kSums)) {
+    const Sums luma = Times(hn::Sub(Load(a + x), hn::Set(kSums, factors.black)), factors.luma);
+    const Sums cb = hn::Sub(Load(b + x), hn::Set(kSums, kMiddle));
+    const Sums cr = hn::Sub(Load(c + x), hn::Set(kSums, kMiddle));
+    Store(hn::Add(luma, Times(cr, factors.redOfCr)), a + x);
+    Store(hn::Add(luma, hn::Add(Times(cb, factors.greenOfCb), Times(cr, factors.greenOfCr))), b + x);
+    Store(hn::Add(luma, Times(cb, factors.blueOfCb)), c + x);
+  }
+}
+
+void RowToYcc(std::uint8_t* a, std::uint8_t* b, std::uint8_t* c, std::size_t width) {
+  // One less than half, as JPEG encoders have it: the largest sum must not become 256.
+  const Sums offset = hn::Set(kSums, (kMiddle << kYccBits) - 1);
+  for (std::size_t x = 0; x < width; x += hn::Lanes(kSums)) {
+    const Sums red = Load(a + x);
+    const Sums green = Load(b + x);
+    const Sums blue = Load(c + x);
+    const auto sum = [&](int ofRed, int ofGreen, int ofBlue) HWY_ATTR {
+      return hn::Add(hn::Add(Times(red, ofRed), Times(green, ofGreen)), Times(blue, ofBlue));
+    };
+    Store(sum(Fixed(0.299), Fixed(0.587), Fixed(0.114)), a + x);
+    Store(hn::Add(sum(Fixed(-0.16874), Fixed(-0.33126), Fixed(0.5)), offset), b + x);
+    Store(hn::Add(sum(Fixed(0.5), Fixed(-0.41869), Fixed(-0.08131)), offset), c + x);
+  }
+}
+
+}  // namespace tavithumb::maker::HWY_NAMESPACE
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace tavithumb::maker {
+namespace {
+
+HWY_EXPORT(RowToRgb);
+HWY_EXPORT(RowToYcc);
+
+// The JPEG standard's numbers have five decimals, and every decoder uses these.
+constexpr RgbFactors kJpeg = {Fixed(1), 0, Fixed(1.402), Fixed(-0.34414), Fixed(-0.71414), Fixed(1.772)};
+
+RgbFactors FactorsOf(const Ycc& ycc) {
   if (ycc.IsJpeg()) return kJpeg;
   const double red = ycc.redWeight;
   const double blue = ycc.blueWeight;
@@ -43,51 +113,32 @@ ToRgb FactorsOf(const Ycc& ycc) {
           Fixed(chroma * (1 - blue))};
 }
 
-std::uint8_t Clamped(int sum) {
-  return static_cast<std::uint8_t>(std::clamp((sum + kHalf) >> kBits, 0, 255));
-}
-
-// Passes each pixel of the first three planes to `convert`, which changes it.
+// Calls `convert` with the rows of the first three planes.
 template <typename Convert>
-void ForPixels(Picture* picture, const Convert& convert) {
-  Plane& one = picture->channels[0].plane;
-  for (int y = 0; y < one.Height(); ++y) {
-    std::uint8_t* a = one.Row(y);
-    std::uint8_t* b = picture->channels[1].plane.Row(y);
-    std::uint8_t* c = picture->channels[2].plane.Row(y);
-    for (int x = 0; x < one.Width(); ++x) convert(a + x, b + x, c + x);
-  }
+void ForRows(Picture* picture, const Convert& convert) {
+  const Size size = picture->channels[0].plane.Dimensions();
+  const auto row = [&](std::size_t channel, int y) { return picture->channels[channel].plane.Row(y); };
+  for (int y = 0; y < size.height; ++y) convert(row(0, y), row(1, y), row(2, y), static_cast<std::size_t>(size.width));
 }
 
 }  // namespace
 
 void YccToRgb(Picture* picture) {
-  const ToRgb factors = FactorsOf(picture->ycc);
-  ForPixels(picture, [factors](std::uint8_t* a, std::uint8_t* b, std::uint8_t* c) {
-    const int luma = (*a - factors.black) * factors.luma;
-    const int cb = *b - kMiddle;
-    const int cr = *c - kMiddle;
-    *a = Clamped(luma + factors.redOfCr * cr);
-    *b = Clamped(luma + factors.greenOfCb * cb + factors.greenOfCr * cr);
-    *c = Clamped(luma + factors.blueOfCb * cb);
+  const RgbFactors factors = FactorsOf(picture->ycc);
+  ForRows(picture, [&](std::uint8_t* a, std::uint8_t* b, std::uint8_t* c, std::size_t width) {
+    HWY_DYNAMIC_DISPATCH(RowToRgb)(a, b, c, width, factors);
   });
   picture->model = Model::kRgb;
   picture->ycc = {};
 }
 
 void RgbToYcc(Picture* picture) {
-  // One less than half: the largest sum must not become 256.
-  constexpr int offset = (kMiddle << kBits) - 1;
-  ForPixels(picture, [](std::uint8_t* a, std::uint8_t* b, std::uint8_t* c) {
-    const int red = *a;
-    const int green = *b;
-    const int blue = *c;
-    *a = Clamped(Fixed(0.299) * red + Fixed(0.587) * green + Fixed(0.114) * blue);
-    *b = Clamped(Fixed(-0.16874) * red + Fixed(-0.33126) * green + Fixed(0.5) * blue + offset);
-    *c = Clamped(Fixed(0.5) * red + Fixed(-0.41869) * green + Fixed(-0.08131) * blue + offset);
+  ForRows(picture, [](std::uint8_t* a, std::uint8_t* b, std::uint8_t* c, std::size_t width) {
+    HWY_DYNAMIC_DISPATCH(RowToYcc)(a, b, c, width);
   });
   picture->model = Model::kYcc;
   picture->ycc = {};
 }
 
 }  // namespace tavithumb::maker
+#endif

@@ -16,6 +16,8 @@
 #include <utility>
 #include <vector>
 
+#include "tests/maker/instructions.h"
+
 namespace tavithumb::maker {
 namespace {
 
@@ -416,6 +418,52 @@ TEST(Ycc, IsMadeOfRgbAsJpegEncodersDoIt) {
     EXPECT_TRUE(picture.ycc.IsJpeg());
     EXPECT_EQ(SamplesOf(picture), row.ycc) << testing::PrintToString(row.rgb);
   }
+}
+
+int Rounded(int sum) {
+  return std::clamp((sum + 32768) >> 16, 0, 255);
+}
+
+// By the integers of JPEG's reference code.
+Samples RgbByReference(const Samples& ycc) {
+  Samples rgb;
+  for (std::size_t i = 0; i < ycc.size(); i += 3) {
+    const int luma = ycc[i] * 65536;
+    const int cb = ycc[i + 1] - 128;
+    const int cr = ycc[i + 2] - 128;
+    for (const int sum : {luma + 91881 * cr, luma - 22554 * cb - 46802 * cr, luma + 116130 * cb}) {
+      rgb.push_back(static_cast<std::uint8_t>(Rounded(sum)));
+    }
+  }
+  return rgb;
+}
+
+Samples YccByReference(const Samples& rgb) {
+  Samples ycc;
+  for (std::size_t i = 0; i < rgb.size(); i += 3) {
+    const int red = rgb[i];
+    const int green = rgb[i + 1];
+    const int blue = rgb[i + 2];
+    const int offset = 128 * 65536 - 1;
+    for (const int sum :
+         {19595 * red + 38470 * green + 7471 * blue, -11059 * red - 21709 * green + 32768 * blue + offset,
+          32768 * red - 27439 * green - 5329 * blue + offset}) {
+      ycc.push_back(static_cast<std::uint8_t>(Rounded(sum)));
+    }
+  }
+  return ycc;
+}
+
+TEST(Ycc, IsConvertedExactlyByAllInstructions) {
+  const Samples pixels = RandomSamples(std::size_t{3} * 10007);
+  WithAllInstructions([&] {
+    Picture picture = PictureOf(Model::kYcc, pixels, {});
+    YccToRgb(&picture);
+    EXPECT_EQ(SamplesOf(picture), RgbByReference(pixels));
+    picture = PictureOf(Model::kRgb, pixels, {});
+    RgbToYcc(&picture);
+    EXPECT_EQ(SamplesOf(picture), YccByReference(pixels));
+  });
 }
 
 TEST(Ycc, ReturnsTheColoursOfRgb) {

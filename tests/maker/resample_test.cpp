@@ -2,7 +2,6 @@
 #include "maker/resample.h"
 
 #include <gtest/gtest.h>
-#include <hwy/targets.h>
 
 #include <algorithm>
 #include <cmath>
@@ -13,6 +12,8 @@
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "tests/maker/instructions.h"
 
 namespace tavithumb::maker {
 
@@ -52,18 +53,6 @@ std::vector<int> Samples(const Plane& plane) {
   std::vector<int> samples;
   for (int y = 0; y < plane.Height(); ++y) samples.insert(samples.end(), plane.Row(y), plane.Row(y) + plane.Width());
   return samples;
-}
-
-// Runs a check with each kind of vector instructions that the processor has.
-void WithAllInstructions(const std::function<void()>& check) {
-  for (const std::int64_t target : hwy::SupportedAndGeneratedTargets()) {
-    SCOPED_TRACE(hwy::TargetName(target));
-    hwy::SetSupportedTargetsForTest(target);
-    hwy::GetChosenTarget().DeInit();
-    check();
-  }
-  hwy::SetSupportedTargetsForTest(0);
-  hwy::GetChosenTarget().DeInit();
 }
 
 struct Case {

@@ -1,0 +1,24 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#pragma once
+
+#include <gtest/gtest.h>
+#include <hwy/targets.h>
+
+#include <cstdint>
+#include <functional>
+
+namespace tavithumb::maker {
+
+// Runs a check with each kind of vector instructions that the processor has, and with none.
+inline void WithAllInstructions(const std::function<void()>& check) {
+  for (const std::int64_t target : hwy::SupportedAndGeneratedTargets()) {
+    SCOPED_TRACE(hwy::TargetName(target));
+    hwy::SetSupportedTargetsForTest(target);
+    hwy::GetChosenTarget().DeInit();
+    check();
+  }
+  hwy::SetSupportedTargetsForTest(0);
+  hwy::GetChosenTarget().DeInit();
+}
+
+}  // namespace tavithumb::maker
