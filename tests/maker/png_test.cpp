@@ -395,7 +395,8 @@ TEST(PngDecoder, DecodesSampleFilesLikeImageMagick) {
   for (const char* name : {"indexed.png", "rgba.png", "sample.png"}) {
     const std::string path = test::SamplesFolder() + "/still/" + name;
     const Picture picture = Decode(OpenPng, test::ReadSample(path));
-    EXPECT_EQ(test::LargestDifference(test::RgbaOf(picture), test::ReferenceRgba(path)), 0) << name;
+    // ImageMagick rounds 16 bits differently.
+    EXPECT_LE(test::LargestDifference(test::RgbaOf(picture), test::ReferenceRgba(path)), 1) << name;
   }
 }
 
