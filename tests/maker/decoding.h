@@ -3,7 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
+#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <memory>
@@ -72,8 +74,11 @@ inline File RgbaOf(const maker::Picture& picture) {
 }
 
 // The first picture of a file as ImageMagick sees it: R, G, B and alpha.
-inline File ReferenceRgba(const std::string& path) {
-  const std::string bytes = RunTool({"/usr/bin/convert", path + "[0]", "-depth", "8", "RGBA:-"});
+inline File ReferenceRgba(const std::string& path, const std::vector<std::string>& options = {}) {
+  std::vector<std::string> command = {"/usr/bin/convert", path + "[0]"};
+  command.insert(command.end(), options.begin(), options.end());
+  command.insert(command.end(), {"-depth", "8", "RGBA:-"});
+  const std::string bytes = RunTool(command);
   return {bytes.begin(), bytes.end()};
 }
 
