@@ -22,6 +22,8 @@ inline constexpr std::size_t kMaxProfileBytes = std::size_t{4} << 20;
 inline constexpr std::size_t kMaxFileBytes = std::size_t{512} << 20;
 // Scans of a progressive JPEG: each one costs another pass over the picture.
 inline constexpr int kMaxScans = 100;
+// Tiles of a HEIF picture: as many as the largest picture has with tiles of 256 x 256.
+inline constexpr int kMaxTiles = 2048;
 
 // Throws Declined (kTooLarge, or kDamaged if a side is not positive).
 void CheckStoredSize(Size size);

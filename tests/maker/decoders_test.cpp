@@ -131,7 +131,7 @@ TEST(Formats, OfIsoFilesAreKnownByTheirBrands) {
 
 TEST(Formats, AreNotGuessed) {
   for (const std::string& content :
-       {""s, "\xFF\xD8"s, "GIF90a"s, "BM is how a bitmap begins"s, "RIFF\x10\0\0\0WAVEfmt "s, "II\x2A"s,
+       {""s, "\xFF\xD8"s, "GIF90a"s, "BM is how a bitmap begins"s, "RIFF\x10\0\0\0WAVEfmt "s, "II\x2C"s,
         "not an image at all.\n"s, "<svg></svg>    "s}) {
     EXPECT_EQ(FormatOfContent(content), std::nullopt) << Printable(content);
     EXPECT_EQ(FormatOfContent(Padded(content)), std::nullopt) << Printable(content);
