@@ -26,7 +26,7 @@ struct Header {
   Size stored;
   // The decoder applies what the file says of orientation: its pictures are upright, and `stored` is upright too.
   bool isUpright = false;
-  // What makes the stored picture upright, where the decoder knows it.
+  // What the file says of orientation, of types that only the decoder knows; facts from elsewhere count more.
   std::optional<Orientation> orientation;
   std::vector<Preview> previews;  // what DecodePreview() can decode
 };

@@ -1,0 +1,193 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "maker/declined.h"
+#include "maker/decode/decoders.h"
+#include "pictures.h"
+#include "scene.h"
+#include "temp_dir.h"
+
+namespace tavithumb::maker {
+namespace {
+
+constexpr Size kAll = {65535, 65535};
+
+// An open file.
+struct File {
+  explicit File(const std::string& path) : input(path), decoder(OpenRaw(input)) {}
+  Input input;
+  std::unique_ptr<Decoder> decoder;
+};
+
+class Raw : public testing::Test {
+ protected:
+  std::string Jpeg(int width, int height) const {
+    test::MakeJpeg(directory_ / "scene.jpg", width, height);
+    return directory_ / "scene.jpg";
+  }
+
+  const test::TempDir directory_;
+};
+
+std::string BigEndian(std::uint64_t number, int size) {
+  std::string bytes;
+  for (int shift = 8 * (size - 1); shift >= 0; shift -= 8) bytes.push_back(static_cast<char>(number >> shift & 0xFF));
+  return bytes;
+}
+
+std::string Box(const std::string& type, const std::string& content) {
+  return BigEndian(8 + content.size(), 4) + type + content;
+}
+
+struct Cr3Parts {
+  std::string small;
+  std::string medium;
+  std::string full;
+  int orientation;
+};
+
+// A CR3 without raw data.
+std::string MakeCr3(const Cr3Parts& parts) {
+  using namespace std::string_literals;
+  const std::string canon = "\x85\xC0\xB6\x87\x82\x0F\x11\xE0\x81\x11\xF4\xCE\x46\x2B\x6A\x48";
+  const std::string preview = "\xEA\xF4\x2B\x5E\x1C\x98\x4B\x88\xB9\xFB\xB7\xDC\x40\x6E\x4D\x16";
+  const std::string tiff = "II*\0\x08\0\0\0\x02\0"s + "\x10\x01\x03\0\x01\0\0\0\0\0\0\0"s +
+                           "\x12\x01\x03\0\x01\0\0\0"s + static_cast<char>(parts.orientation) + "\0\0\0\0\0\0\0"s;
+  const std::string metadata =
+      Box("uuid", canon + Box("CMT1", tiff) + Box("THMB", std::string(16, '\0') + parts.small));
+  const std::string previews =
+      Box("uuid", preview + std::string(8, '\0') + Box("PRVW", std::string(16, '\0') + parts.medium));
+  const std::string type = Box("ftyp", "crx \0\0\0\1crx isom"s);
+  const auto movie = [&](std::uint64_t offset) {
+    const std::string sizes = Box("stsz", BigEndian(0, 4) + BigEndian(parts.full.size(), 4) + BigEndian(1, 4));
+    const std::string offsets = Box("co64", BigEndian(0, 4) + BigEndian(1, 4) + BigEndian(offset, 8));
+    const std::string track = Box("trak", Box("mdia", Box("minf", Box("stbl", sizes + offsets))));
+    return Box("moov", metadata + track);
+  };
+  const std::string start = type + movie(0) + previews;
+  return type + movie(start.size() + 8) + previews + Box("mdat", parts.full);
+}
+
+TEST_F(Raw, IsItsPreview) {
+  test::MakeRaf(directory_ / "raw.raf", Jpeg(480, 360));
+  const File file(directory_ / "raw.raf");
+  EXPECT_EQ(file.decoder->Head().stored, (Size{480, 360}));
+  EXPECT_FALSE(file.decoder->Head().isUpright);
+  EXPECT_FALSE(file.decoder->Head().orientation);
+  const Picture picture = file.decoder->Decode(kAll);
+  EXPECT_EQ(picture.channels[0].plane.Dimensions(), (Size{480, 360}));
+  EXPECT_EQ(WrongSpots(picture, 24), "");
+}
+
+TEST_F(Raw, IsReducedWhileItsPreviewIsDecoded) {
+  test::MakeRaf(directory_ / "raw.raf", Jpeg(480, 360));
+  const File file(directory_ / "raw.raf");
+  EXPECT_EQ(file.decoder->Decode({120, 90}).channels[0].plane.Dimensions(), (Size{120, 90}));
+}
+
+TEST_F(Raw, CutOffIsDeclinedOrShown) {
+  test::MakeRaf(directory_ / "raw.raf", Jpeg(120, 90));
+  const std::string whole = test::ReadFile(directory_ / "raw.raf");
+  for (std::size_t size = 0; size < whole.size(); size += 1 + size / 20) {
+    const Input input(Bytes{reinterpret_cast<const std::uint8_t*>(whole.data()), size});
+    try {
+      EXPECT_FALSE(OpenRaw(input)->Decode(kAll).channels.empty()) << size;
+    } catch (const Declined& declined) {
+      EXPECT_STRNE(declined.what(), "") << size;
+    }
+  }
+}
+
+TEST_F(Raw, OfCr3IsTheSmallestPreviewThatSuffices) {
+  const std::string small = test::ReadFile(Jpeg(160, 120));  // of another aspect, as cameras write it
+  const std::string medium = test::ReadFile(Jpeg(300, 200));
+  const std::string full = test::ReadFile(Jpeg(600, 400));
+  test::WriteFile(directory_ / "raw.cr3", MakeCr3({small, medium, full, 1}));
+  const File file(directory_ / "raw.cr3");
+  EXPECT_EQ(file.decoder->Head().stored, (Size{600, 400}));
+  struct {
+    Size atLeast;
+    Size stored;
+  } const rows[] = {{{150, 100}, {300, 200}}, {{300, 200}, {300, 200}}, {{301, 200}, {600, 400}}, {kAll, {600, 400}}};
+  for (const auto& row : rows) {
+    const Picture picture = file.decoder->Decode(row.atLeast);
+    EXPECT_EQ(picture.storedSize, row.stored) << row.atLeast.width;
+    EXPECT_EQ(WrongSpots(picture, 24), "") << row.atLeast.width;
+  }
+}
+
+TEST_F(Raw, OfCr3TellsItsOrientation) {
+  struct {
+    int quarterTurns;
+    bool isMirrored;
+  } const rows[] = {{0, false}, {0, true}, {2, false}, {2, true}, {3, true}, {1, false}, {1, true}, {3, false}};
+  const std::string jpeg = test::ReadFile(Jpeg(300, 200));
+  for (int orientation = 1; orientation <= 8; ++orientation) {
+    const auto& row = rows[orientation - 1];
+    test::WriteFile(directory_ / "raw.cr3", MakeCr3({jpeg, jpeg, jpeg, orientation}));
+    const std::optional<Orientation> found = File(directory_ / "raw.cr3").decoder->Head().orientation;
+    ASSERT_TRUE(found) << orientation;
+    EXPECT_EQ(found->quarterTurns, row.quarterTurns) << orientation;
+    EXPECT_EQ(found->isMirrored, row.isMirrored) << orientation;
+  }
+  test::WriteFile(directory_ / "raw.cr3", MakeCr3({jpeg, jpeg, jpeg, 9}));
+  EXPECT_FALSE(File(directory_ / "raw.cr3").decoder->Head().orientation);
+}
+
+TEST_F(Raw, OfCr3CutOffIsWhatIsLeftOfItsPreviews) {
+  const std::string medium = test::ReadFile(Jpeg(300, 200));
+  const std::string full = test::ReadFile(Jpeg(600, 400));
+  const std::string whole = MakeCr3({medium, medium, full, 1});
+  for (std::size_t size = 0; size < whole.size(); size += 1 + size / 20) {
+    const Input input(Bytes{reinterpret_cast<const std::uint8_t*>(whole.data()), size});
+    if (size > whole.size() - full.size()) {
+      EXPECT_EQ(OpenRaw(input)->Head().stored, (Size{300, 200})) << size;
+      continue;
+    }
+    try {
+      EXPECT_FALSE(OpenRaw(input)->Decode(kAll).channels.empty()) << size;
+    } catch (const Declined& declined) {
+      EXPECT_STRNE(declined.what(), "") << size;
+    }
+  }
+}
+
+TEST_F(Raw, WithBoxesInBoxesWithoutEndIsDeclined) {
+  std::string nested = MakeCr3({"", "", "", 1}).substr(0, 24);
+  for (int i = 0; i < 100; ++i) nested += BigEndian(1000, 4) + "moov";
+  const Input input(Bytes{reinterpret_cast<const std::uint8_t*>(nested.data()), nested.size()});
+  EXPECT_NE(ReasonFor([&] { OpenRaw(input); }), Reason::kUnknownType);
+}
+
+TEST_F(Raw, SamplesAreTheirLargestPreviewOrDeclined) {
+  const std::string samples = test::SamplesFolder();
+  if (samples.empty()) GTEST_SKIP() << "no sample files";
+  struct {
+    const char* name;
+    Size size;
+  } const rows[] = {{"raw/fuji-1920-preview.raf", {1920, 1440}},
+                    {"raw/FujiFilm.raf", {160, 120}},
+                    {"../samples-more/modern/canon-r6.cr3", {1620, 1080}}};
+  for (const auto& row : rows) {
+    const std::string path = samples + "/" + row.name;
+    if (!test::Exists(path)) continue;
+    const File file(path);
+    EXPECT_EQ(file.decoder->Head().stored, row.size) << path;
+    EXPECT_EQ(file.decoder->Decode(kAll).channels[0].plane.Dimensions(), row.size) << path;
+  }
+  for (const char* name : {"raw/KyoceraRaw.raw", "raw/SigmaDP2.x3f", "raw/CanonRaw.cr2", "raw/CanonRaw.crw",
+                           "broken/issue_1097_poc.crw", "broken/issue_843_poc.crw", "broken/issue_1791_new.raf",
+                           "broken/issue_857_poc.raf", "broken/issue_839_poc.rw2", "broken/text.jpg"}) {
+    const Input input(samples + "/" + name);
+    EXPECT_NE(ReasonFor([&] { OpenRaw(input)->Decode(kAll); }), Reason::kUnknownType) << name;
+  }
+}
+
+}  // namespace
+}  // namespace tavithumb::maker
