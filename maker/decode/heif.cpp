@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "maker/declined.h"
+#include "maker/decode/buffered_input.h"
 #include "maker/decode/decoders.h"
 #include "maker/limits.h"
 #include "maker/resample.h"
@@ -40,11 +41,10 @@ void Check(const heif_error& error) {
   if (error.code != heif_error_Ok) throw Declined(ReasonOf(error), error.message);
 }
 
-// What libheif reads from: it wants a file with a position. Its callbacks must not throw.
+// What libheif reads from: it wants a file with a position.
 struct Cursor {
-  const Input* input;
+  BufferedInput input;
   std::int64_t position = 0;
-  bool isUnreadable = false;
 };
 
 std::int64_t Position(void* cursor) {
@@ -53,14 +53,9 @@ std::int64_t Position(void* cursor) {
 
 int Read(void* data, std::size_t size, void* userData) {
   Cursor& cursor = *static_cast<Cursor*>(userData);
-  try {
-    const std::size_t got = cursor.input->ReadAt(static_cast<std::uint64_t>(cursor.position), data, size);
-    cursor.position += static_cast<std::int64_t>(got);
-    return got == size ? 0 : 1;
-  } catch (const Declined&) {
-    cursor.isUnreadable = true;
-    return 1;
-  }
+  const std::size_t got = cursor.input.Read(static_cast<std::uint64_t>(cursor.position), data, size);
+  cursor.position += static_cast<std::int64_t>(got);
+  return got == size ? 0 : 1;
 }
 
 int Seek(std::int64_t position, void* cursor) {
@@ -70,7 +65,7 @@ int Seek(std::int64_t position, void* cursor) {
 }
 
 heif_reader_grow_status WaitForFileSize(std::int64_t size, void* cursor) {
-  const std::uint64_t whole = static_cast<Cursor*>(cursor)->input->SizeInBytes();
+  const std::uint64_t whole = static_cast<Cursor*>(cursor)->input.SizeInBytes();
   const bool isThere = size >= 0 && static_cast<std::uint64_t>(size) <= whole;
   return isThere ? heif_reader_grow_status_size_reached : heif_reader_grow_status_size_beyond_eof;
 }
@@ -214,11 +209,13 @@ void Round(const std::uint8_t* from, int bits, std::uint8_t* to, int width) {
   }
 }
 
-// A channel of a decoded image.
+// A channel of a decoded image. Cameras pad pictures to whole blocks, and libheif leaves the padding in some: no more
+// than `most` belongs to the picture.
 class Samples {
  public:
-  Samples(const heif_image* image, heif_channel channel)
-      : size_{heif_image_get_width(image, channel), heif_image_get_height(image, channel)},
+  Samples(const heif_image* image, heif_channel channel, Size most)
+      : size_{std::min(heif_image_get_width(image, channel), most.width),
+              std::min(heif_image_get_height(image, channel), most.height)},
         bits_(heif_image_get_bits_per_pixel_range(image, channel)),
         samples_(heif_image_get_plane_readonly(image, channel, &stride_)) {
     CheckDecodedSize(size_);
@@ -245,8 +242,8 @@ class Samples {
 };
 
 // libheif's rows end where its memory may end: vector code needs copies.
-Plane CopyOf(const heif_image* image, heif_channel channel) {
-  Samples samples(image, channel);
+Plane CopyOf(const heif_image* image, heif_channel channel, Size most) {
+  Samples samples(image, channel, most);
   Plane plane(samples.Dimensions());
   for (int y = 0; y < plane.Height(); ++y) {
     std::memcpy(plane.Row(y), samples.Row(y), static_cast<std::size_t>(plane.Width()));
@@ -280,16 +277,19 @@ void AppendYcc(const heif_image* image, const heif_color_profile_nclx& coding, P
   const heif_chroma chroma = heif_image_get_chroma_format(image);
   picture->model = Model::kYcc;
   picture->ycc = {weights.red, weights.blue, coding.full_range_flag != 0};
-  AppendWhole(CopyOf(image, heif_channel_Y), picture);
+  AppendWhole(CopyOf(image, heif_channel_Y, picture->storedSize), picture);
   const Size size = picture->channels[0].plane.Dimensions();
-  const double width = chroma == heif_chroma_444 ? size.width : size.width / 2.0;
-  const double height = chroma == heif_chroma_420 ? size.height / 2.0 : size.height;
-  Append(CopyOf(image, heif_channel_Cb), width, height, picture);
-  Append(CopyOf(image, heif_channel_Cr), width, height, picture);
+  const int across = chroma == heif_chroma_444 ? 1 : 2;
+  const int down = chroma == heif_chroma_420 ? 2 : 1;
+  const Size most = {(size.width + across - 1) / across, (size.height + down - 1) / down};
+  for (const heif_channel channel : {heif_channel_Cb, heif_channel_Cr}) {
+    const double width = static_cast<double>(size.width) / across;
+    Append(CopyOf(image, channel, most), width, static_cast<double>(size.height) / down, picture);
+  }
 }
 
 void AppendGray(const heif_image* image, const heif_color_profile_nclx& coding, Picture* picture) {
-  Plane plane = CopyOf(image, heif_channel_Y);
+  Plane plane = CopyOf(image, heif_channel_Y, picture->storedSize);
   if (coding.full_range_flag == 0) ExpandRange(&plane);
   picture->model = Model::kGray;
   AppendWhole(std::move(plane), picture);
@@ -335,7 +335,8 @@ bool IsNeutral(const Plane& chroma) {
 
 // RGB takes twice the memory of JPEG's Y, Cb and Cr at 4:2:0, which most pictures had in the file anyway.
 void AppendRgb(const heif_image* image, Picture* picture) {
-  Samples channels[] = {{image, heif_channel_R}, {image, heif_channel_G}, {image, heif_channel_B}};
+  const Size most = picture->storedSize;
+  Samples channels[] = {{image, heif_channel_R, most}, {image, heif_channel_G, most}, {image, heif_channel_B, most}};
   const Size size = channels[0].Dimensions();
   if (channels[1].Dimensions() != size || channels[2].Dimensions() != size) {
     throw Declined(Reason::kUnsupported, "channels of different sizes");
@@ -363,7 +364,7 @@ void AppendRgb(const heif_image* image, Picture* picture) {
 
 void AppendAlpha(const heif_image_handle* handle, const heif_image* image, Picture* picture) {
   if (heif_image_has_channel(image, heif_channel_Alpha) == 0) return;
-  Plane alpha = CopyOf(image, heif_channel_Alpha);
+  Plane alpha = CopyOf(image, heif_channel_Alpha, picture->storedSize);
   const Size from = alpha.Dimensions();
   const Size to = picture->channels[0].plane.Dimensions();
   if (from != to) {
@@ -440,7 +441,8 @@ Picture DecodeItem(const heif_image_handle* handle) {
 
 class HeifDecoder : public Decoder {
  public:
-  explicit HeifDecoder(const Input& input) : cursor_{&input}, reader_(Reader()), context_(heif_context_alloc()) {
+  explicit HeifDecoder(const Input& input)
+      : cursor_{BufferedInput(input)}, reader_(Reader()), context_(heif_context_alloc()) {
     if (!context_) throw std::bad_alloc();
     ReadBrand(input);
     heif_context_set_max_decoding_threads(context_.get(), 0);
@@ -472,7 +474,7 @@ class HeifDecoder : public Decoder {
   void ReadBrand(const Input& input) { input.ReadAt(8, brand_, sizeof brand_); }
 
   void CheckRead(const heif_error& error) const {
-    if (cursor_.isUnreadable) throw Declined(Reason::kUnreadable, "the file cannot be read");
+    if (cursor_.input.IsUnreadable()) throw Declined(Reason::kUnreadable, "the file cannot be read");
     Check(error);
   }
 

@@ -2,11 +2,10 @@
 #include <libraw/libraw.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdio>
-#include <cstring>
 
 #include "maker/declined.h"
+#include "maker/decode/buffered_input.h"
 #include "maker/decode/decoders.h"
 #include "maker/decode/raw_previews.h"
 #include "maker/limits.h"
@@ -14,12 +13,12 @@
 namespace tavithumb::maker {
 namespace {
 
-// Lets LibRaw read an input. It reads a few bytes at a time, from everywhere.
+// Lets LibRaw read an input.
 class Stream : public LibRaw_abstract_datastream {
  public:
   explicit Stream(const Input& input) : input_(input) {}
 
-  bool IsUnreadable() const { return isUnreadable_; }
+  bool IsUnreadable() const { return input_.IsUnreadable(); }
 
   int valid() override { return 1; }
   INT64 size() override { return static_cast<INT64>(input_.SizeInBytes()); }
@@ -35,7 +34,7 @@ class Stream : public LibRaw_abstract_datastream {
 
   int read(void* data, size_t size, size_t count) override {
     if (size == 0) return 0;
-    const std::size_t got = Copy(static_cast<std::uint8_t*>(data), size * count);
+    const std::size_t got = Copy(data, size * count);
     return static_cast<int>(got / size);
   }
 
@@ -76,41 +75,14 @@ class Stream : public LibRaw_abstract_datastream {
 #endif
 
  private:
-  std::size_t Copy(std::uint8_t* data, std::size_t count) {
-    std::size_t done = 0;
-    try {
-      while (done < count) {
-        const std::size_t step = CopySome(data + done, count - done);
-        if (step == 0) break;
-        done += step;
-        position_ += static_cast<INT64>(step);
-      }
-    } catch (const Declined&) {  // must not pass through LibRaw
-      isUnreadable_ = true;
-    }
+  std::size_t Copy(void* data, std::size_t count) {
+    const std::size_t done = input_.Read(static_cast<std::uint64_t>(position_), data, count);
+    position_ += static_cast<INT64>(done);
     return done;
   }
 
-  std::size_t CopySome(std::uint8_t* data, std::size_t count) {
-    const auto offset = static_cast<std::uint64_t>(position_);
-    if (offset < bufferStart_ || offset >= bufferStart_ + buffered_) {
-      if (count >= buffer_.size()) return input_.ReadAt(offset, data, count);
-      buffered_ = 0;
-      buffered_ = input_.ReadAt(offset, buffer_.data(), buffer_.size());
-      bufferStart_ = offset;
-    }
-    const auto skipped = static_cast<std::size_t>(offset - bufferStart_);
-    const std::size_t step = std::min(count, buffered_ - skipped);
-    std::memcpy(data, buffer_.data() + skipped, step);
-    return step;
-  }
-
-  const Input& input_;
+  BufferedInput input_;
   INT64 position_ = 0;
-  bool isUnreadable_ = false;
-  std::array<std::uint8_t, 4096> buffer_;
-  std::uint64_t bufferStart_ = 0;
-  std::size_t buffered_ = 0;
 };
 
 struct Free {

@@ -362,7 +362,11 @@ TEST_F(Heif, SamplesAreDecodedOrDeclined) {
     EXPECT_EQ(file.decoder->Head().stored, row.size) << path;
     EXPECT_EQ(file.decoder->Decode(kAll).channels[0].plane.Dimensions(), row.size) << path;
     std::vector<Size> previews;
-    for (const Preview& preview : file.decoder->Head().previews) previews.push_back(preview.size);
+    for (const Preview& preview : file.decoder->Head().previews) {
+      EXPECT_EQ(file.decoder->DecodePreview(previews.size(), kAll).channels[0].plane.Dimensions(), preview.size)
+          << path;
+      previews.push_back(preview.size);
+    }
     EXPECT_EQ(previews, row.previews) << path;
   }
   EXPECT_EQ(Try(samples + "/broken/text.heic"), Reason::kDamaged);
