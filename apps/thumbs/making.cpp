@@ -77,7 +77,8 @@ Resolution ResolveByMaker(const Request& request, Render* render, Thumb* job) {
   const ThumbInfo& source = job->GetInfo();
   if (!CanRender(request, source)) return Resolution::kNone;
   if (job->SetOutStored()) return Resolution::kFound;
-  if (IsServedUnchanged(request, source) || (request.acceptHeic && source.IsHeic())) {
+  const bool showsHeic = request.acceptHeic && source.IsHeic() && request.quarterTurns % 4 == 0;
+  if (showsHeic || IsServedUnchanged(request, source)) {
     job->SetOutOriginalImage();
     return Resolution::kFound;
   }

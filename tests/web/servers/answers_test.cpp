@@ -85,7 +85,7 @@ TEST_P(Answers, ServeAThumbnailOfEachTypeOfPicture) {
   const Site site(GetParam());
   MakeOneOfEachKind(site);
   const std::pair<std::string, std::string> rows[] = {
-      {"photo.jpg", "200 image/jpeg BMP3 400x300"},  {"drawing.png", "200 image/png PNG 360x270"},
+      {"photo.jpg", "200 image/jpeg JPEG 360x270"},  {"drawing.png", "200 image/png PNG 360x270"},
       {"old.bmp", "200 image/jpeg JPEG 360x270"},    {"scan.tif", "200 image/jpeg JPEG 360x270"},
       {"moving.gif", "200 image/jpeg JPEG 360x240"}, {"phone.heic", "200 image/jpeg JPEG 360x270"},
   };
@@ -250,7 +250,7 @@ TEST_P(Answers, RotateAPictureThatIsOtherwiseServedUnchanged) {
     EXPECT_EQ(Describe(site.Get("/thumb/light.jpg?size=large&rotate=1")), "200 image/jpeg JPEG 300x400");
   }
   EXPECT_EQ(Names(site / ".tavi_ea/light.jpg"), std::vector<std::string>{"TAVIFILE_THUMB_XL_r1.jpg"});
-  EXPECT_EQ(site.Noted("run: "), std::vector<std::string>{"/usr/bin/convert"}) << "made once";
+  EXPECT_EQ(site.Noted("run: "), std::vector<std::string>{});
   EXPECT_EQ(Describe(site.Get("/thumb/phone.heic?size=large&rotate=3", {"Accept: image/heic"})),
             "200 image/jpeg JPEG 48x64");
 }

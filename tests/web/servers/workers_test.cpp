@@ -74,6 +74,7 @@ SiteOptions WithTool(const std::string& tool, const std::vector<std::string>& pr
   SiteOptions options;
   options.environment = {"PROBE_TOOL=" + tool};
   options.program = program;
+  options.program.emplace_back("--library");
   return options;
 }
 
