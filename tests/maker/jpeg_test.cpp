@@ -519,6 +519,38 @@ TEST(JpegProfiles, AreFoundBehindOtherSegmentsButNotBehindThousandsOfThem) {
   }
 }
 
+// Real files ---------------------------------------------------------------------------------------------------------
+
+TEST(JpegSamples, AreDecodedAlsoIfTheyAreDamaged) {
+  struct Row {
+    const char* path;
+    Model model;
+    Size stored;
+    bool hasProfile;
+  };
+  const std::vector<Row> rows = {
+      {"samples/broken/truncated.jpg", Model::kYcc, {290, 442}, true},
+      {"samples/photos/fuji-sp2500-tiny.jpg", Model::kYcc, {81, 121}, false},
+      {"samples/photos/iphone-6-plus.jpg", Model::kYcc, {2448, 3264}, true},
+      {"samples-more/broken/cmyk-extraneous-bytes.jpg", Model::kCmyk, {100, 100}, false},
+      {"samples-more/broken/cmyk-progressive-cut.jpg", Model::kCmyk, {194, 71}, false},
+      {"samples-more/broken/grey-progressive-bad-code.jpg", Model::kGray, {325, 407}, false},
+      {"samples-more/colour/gain-map.jpg", Model::kYcc, {3840, 2160}, true},
+      {"samples-more/colour/xyb.jpg", Model::kRgb, {290, 442}, true},
+  };
+  const std::string folder = test::SamplesFolder();
+  if (folder.empty()) GTEST_SKIP() << "no samples";
+  for (const Row& row : rows) {
+    const std::string path = folder + "/../" + row.path;
+    if (!test::Exists(path)) continue;
+    const Input input(path);
+    const Picture picture = OpenJpeg(input)->Decode({50, 50});
+    EXPECT_EQ(picture.model, row.model) << row.path;
+    EXPECT_EQ(picture.storedSize, row.stored) << row.path;
+    EXPECT_EQ(!picture.profile.empty(), row.hasProfile) << row.path;
+  }
+}
+
 // Damage -------------------------------------------------------------------------------------------------------------
 
 TEST(DamagedJpegs, ThatAreCutOffShowWhatThereIs) {
