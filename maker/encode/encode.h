@@ -8,9 +8,9 @@
 
 namespace tavithumb::maker {
 
-// Baseline JPEG with optimised tables and without metadata. The picture is kGray, or kYcc as JPEG files have it, at 4:2:0
-// or 4:4:4 as its planes are; no alpha. `quality` is 1 to 100. Throws std::bad_alloc; Declined (kTooLarge) if a side has
-// more pixels than libjpeg writes.
+// Baseline JPEG with optimised tables (a large one's are made from a sample of it) and without metadata. The picture is
+// kGray, or kYcc as JPEG files have it, at 4:2:0 or 4:4:4 as its planes are; no alpha. `quality` is 1 to 100. Throws
+// std::bad_alloc; Declined (kTooLarge) if a side has more pixels than libjpeg writes.
 std::vector<std::uint8_t> EncodeJpeg(const Picture& picture, int quality);
 
 // PNG without metadata: kGray or kRgb, with or without alpha, not premultiplied. Throws std::bad_alloc.
