@@ -61,13 +61,14 @@ inline std::vector<int> PixelAt(const maker::Picture& picture, int x, int y) {
 
 // All pixels as R, G, B and alpha.
 inline File RgbaOf(const maker::Picture& picture) {
+  const bool isGray = picture.model == maker::Model::kGray;
+  const maker::Size size = SizeOf(picture);
   File bytes;
-  for (int y = 0; y < SizeOf(picture).height; ++y) {
-    for (int x = 0; x < SizeOf(picture).width; ++x) {
-      const std::vector<int> pixel = PixelAt(picture, x, y);
-      const bool isGray = picture.model == maker::Model::kGray;
-      for (std::size_t c = 0; c < 3; ++c) bytes.push_back(static_cast<std::uint8_t>(pixel[isGray ? 0 : c]));
-      bytes.push_back(static_cast<std::uint8_t>(picture.hasAlpha ? pixel.back() : 255));
+  bytes.reserve(4 * static_cast<std::size_t>(size.width) * static_cast<std::size_t>(size.height));
+  for (int y = 0; y < size.height; ++y) {
+    for (int x = 0; x < size.width; ++x) {
+      for (std::size_t c = 0; c < 3; ++c) bytes.push_back(picture.channels[isGray ? 0 : c].plane.Row(y)[x]);
+      bytes.push_back(picture.hasAlpha ? picture.channels.back().plane.Row(y)[x] : std::uint8_t{255});
     }
   }
   return bytes;
