@@ -92,9 +92,9 @@ ToSrgb::ToSrgb(const Picture& picture, cmsUInt32Number flags)
   const Profile profile(
       cmsOpenProfileFromMemTHR(context_.get(), bytes.data(), static_cast<cmsUInt32Number>(bytes.size())));
   if (!profile || cmsGetColorSpace(profile.get()) != SpaceOf(picture.model)) return;
-  const Profile srgb(cmsCreate_sRGBProfileTHR(context_.get()));
-  if (colours_ == 3) matrix_ = MatrixToSrgb::Of(profile.get(), srgb.get());
+  if (colours_ == 3) matrix_ = MatrixToSrgb::Of(profile.get());
   if (matrix_) return;
+  const Profile srgb(cmsCreate_sRGBProfileTHR(context_.get()));
   transform_.reset(cmsCreateTransformTHR(context_.get(), profile.get(), FormatOf(picture.model), srgb.get(), TYPE_RGB_8,
                                          INTENT_RELATIVE_COLORIMETRIC, flags | cmsFLAGS_BLACKPOINTCOMPENSATION));
 }

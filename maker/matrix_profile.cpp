@@ -4,11 +4,16 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <vector>
 
 namespace tavithumb::maker {
 namespace {
 
 using Matrix = std::array<std::array<double, 3>, 3>;
+
+// The colours of sRGB's red, green and blue, as its profile has them: adapted to D50.
+constexpr Matrix kSrgbColorants = {
+    {{0.4360657, 0.3851471, 0.1430664}, {0.2224884, 0.7168732, 0.0606079}, {0.0139160, 0.0970764, 0.7140961}}};
 
 constexpr cmsTagSignature kColorants[] = {cmsSigRedColorantTag, cmsSigGreenColorantTag, cmsSigBlueColorantTag};
 constexpr cmsTagSignature kCurves[] = {cmsSigRedTRCTag, cmsSigGreenTRCTag, cmsSigBlueTRCTag};
@@ -57,6 +62,7 @@ double LightOfSrgb(double code) {
   return code <= 0.04045 ? code / 12.92 : std::pow((code + 0.055) / 1.055, 2.4);
 }
 
+// The sample of sRGB for each step of light.
 std::vector<std::uint8_t> CodesOfLight() {
   std::vector<std::uint8_t> codes;
   codes.reserve(kLightSteps + 1);
@@ -97,25 +103,24 @@ bool IsReasonable(const Matrix& matrix) {
 
 }  // namespace
 
-std::optional<MatrixToSrgb> MatrixToSrgb::Of(cmsHPROFILE profile, cmsHPROFILE srgb) {
+std::optional<MatrixToSrgb> MatrixToSrgb::Of(cmsHPROFILE profile) {
   if (!IsOfCurvesAndMatrix(profile)) return std::nullopt;
   MatrixToSrgb result;
   for (std::size_t i = 0; i < 3; ++i) {
     if (!ReadCurve(profile, kCurves[i], &result.light_[i])) return std::nullopt;
   }
-  const std::optional<Matrix> from = ColorantsOf(profile);
-  const std::optional<Matrix> to = ColorantsOf(srgb);
-  if (!from || !to) return std::nullopt;
-  const Matrix matrix = Multiplied(Inverted(*to), *from);
+  const std::optional<Matrix> colorants = ColorantsOf(profile);
+  if (!colorants) return std::nullopt;
+  const Matrix matrix = Multiplied(Inverted(kSrgbColorants), *colorants);
   if (!IsReasonable(matrix)) return std::nullopt;
   for (std::size_t i = 0; i < 3; ++i) {
     for (std::size_t j = 0; j < 3; ++j) result.matrix_[i][j] = static_cast<float>(matrix[i][j] * kLightSteps);
   }
-  result.codes_ = CodesOfLight();
   return result;
 }
 
 void MatrixToSrgb::Convert(std::uint8_t* red, std::uint8_t* green, std::uint8_t* blue, std::size_t width) const {
+  static const std::vector<std::uint8_t> codes = CodesOfLight();
   std::uint8_t* rows[] = {red, green, blue};
   // Steps of a fixed length in arrays of their own: compilers turn these into vector instructions.
   std::array<std::array<float, kStep>, 3> light;
@@ -130,7 +135,7 @@ void MatrixToSrgb::Convert(std::uint8_t* red, std::uint8_t* green, std::uint8_t*
         const float sum = factors[0] * light[0][k] + factors[1] * light[1][k] + factors[2] * light[2][k] + 0.5F;
         places[k] = std::clamp(static_cast<std::int32_t>(sum), 0, kLightSteps);
       }
-      for (std::size_t k = 0; k < kStep; ++k) rows[i][x + k] = codes_[static_cast<std::size_t>(places[k])];
+      for (std::size_t k = 0; k < kStep; ++k) rows[i][x + k] = codes[static_cast<std::size_t>(places[k])];
     }
   }
 }

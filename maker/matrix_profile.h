@@ -4,9 +4,9 @@
 #include <lcms2.h>
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
-#include <vector>
 
 namespace tavithumb::maker {
 
@@ -14,8 +14,8 @@ namespace tavithumb::maker {
 // as lcms2 gives, in a fraction of the time.
 class MatrixToSrgb {
  public:
-  // Nothing if the profile is of another kind. `srgb` is lcms2's own.
-  static std::optional<MatrixToSrgb> Of(cmsHPROFILE profile, cmsHPROFILE srgb);
+  // Nothing if the profile is of another kind.
+  static std::optional<MatrixToSrgb> Of(cmsHPROFILE profile);
 
   // Changes rows of samples. All three are read and written up to the next multiple of kStep.
   void Convert(std::uint8_t* red, std::uint8_t* green, std::uint8_t* blue, std::size_t width) const;
@@ -26,8 +26,7 @@ class MatrixToSrgb {
   MatrixToSrgb() = default;
 
   std::array<std::array<float, 256>, 3> light_ = {};  // of each sample
-  std::array<std::array<float, 3>, 3> matrix_ = {};   // from light to sRGB's light, in steps of codes_
-  std::vector<std::uint8_t> codes_;                   // sRGB's samples of light
+  std::array<std::array<float, 3>, 3> matrix_ = {};   // from light to sRGB's light, in steps
 };
 
 }  // namespace tavithumb::maker
