@@ -10,7 +10,7 @@
 namespace tavithumb::maker {
 namespace {
 
-using std::string_view_literals::operator""sv;
+using namespace std::string_view_literals;
 
 struct Magic {
   std::size_t offset;

@@ -309,8 +309,8 @@ void ToLuma(const RgbRow& row, std::uint8_t* luma, int width) {
 
 // Adds up two neighbours; at the end of a row of odd length, the last one twice.
 void AddPairs(const std::uint8_t* row, std::uint16_t* sums, int width) {
-  for (int x = 0; x < width / 2; ++x) sums[x] = static_cast<std::uint16_t>(sums[x] + row[2 * x] + row[2 * x + 1]);
-  if (width % 2 != 0) sums[width / 2] = static_cast<std::uint16_t>(sums[width / 2] + 2 * row[width - 1]);
+  for (int x = 0; x < width / 2; ++x, row += 2) sums[x] = static_cast<std::uint16_t>(sums[x] + row[0] + row[1]);
+  if (width % 2 != 0) sums[width / 2] = static_cast<std::uint16_t>(sums[width / 2] + 2 * row[0]);
 }
 
 // `sums` are those of four pixels each.

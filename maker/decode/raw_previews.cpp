@@ -8,7 +8,7 @@
 namespace tavithumb::maker {
 namespace {
 
-using std::string_view_literals::operator""sv;
+using namespace std::string_view_literals;
 
 // More than the JPEG of any camera.
 constexpr std::uint64_t kMaxJpegBytes = std::uint64_t{64} << 20;

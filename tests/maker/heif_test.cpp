@@ -146,13 +146,13 @@ struct Free {
   void operator()(heif_encoding_options* options) const { heif_encoding_options_free(options); }
 };
 
-// What heif-enc has no options for, or ignores.
+// What heif-enc has no options for, or ignores. As AVIF: older versions of libheif write the numbers of the colours
+// only there, and x265 leaks.
 struct Encoding {
   heif_orientation orientation = heif_orientation_normal;
   heif_color_primaries primaries = heif_color_primaries_unspecified;
   heif_matrix_coefficients matrix = heif_matrix_coefficients_ITU_R_BT_601_6;
   bool isFullRange = true;
-  heif_compression_format compression = heif_compression_HEVC;
 };
 
 std::unique_ptr<heif_image, Free> ImageOf(const std::string& rgb, Size size) {
@@ -171,7 +171,7 @@ std::unique_ptr<heif_image, Free> ImageOf(const std::string& rgb, Size size) {
 void Encode(const std::string& rgb, Size size, const Encoding& encoding, const std::string& path) {
   const std::unique_ptr<heif_context, Free> context(heif_context_alloc());
   heif_encoder* encoder = nullptr;
-  ASSERT_EQ(heif_context_get_encoder_for_format(context.get(), encoding.compression, &encoder).code, heif_error_Ok);
+  ASSERT_EQ(heif_context_get_encoder_for_format(context.get(), heif_compression_AV1, &encoder).code, heif_error_Ok);
   const std::unique_ptr<heif_encoder, Free> owned(encoder);
   const std::unique_ptr<heif_image, Free> image = ImageOf(rgb, size);
   heif_color_profile_nclx* colours = heif_nclx_color_profile_alloc();
@@ -190,6 +190,7 @@ void Encode(const std::string& rgb, Size size, const Encoding& encoding, const s
 }
 
 TEST_F(Heif, IsUprightHoweverItIsStored) {
+  if (heif_have_encoder_for_format(heif_compression_AV1) == 0) GTEST_SKIP() << "no AV1 encoder";
   // How the scene must be stored for each orientation to undo it.
   const std::vector<std::string> stored[] = {{"-flop", "-flop"}, {"-flop"},        {"-rotate", "180"},
                                              {"-flip"},          {"-transpose"},   {"-rotate", "270"},
@@ -245,9 +246,8 @@ TEST_F(Heif, KeepsItsProfile) {
   }
 }
 
-// The scene, 160 x 120, as AVIF: older versions of libheif write the numbers of the colours only there.
-std::string EncodedScene(const test::TempDir& directory, Encoding encoding) {
-  encoding.compression = heif_compression_AV1;
+// The scene, 160 x 120.
+std::string EncodedScene(const test::TempDir& directory, const Encoding& encoding) {
   test::MakePng(directory / "scene.png", 160, 120);
   const std::string rgb = test::RunTool({"/usr/bin/convert", directory / "scene.png", "-depth", "8", "rgb:-"});
   Encode(rgb, {160, 120}, encoding, directory / "coded.heic");
