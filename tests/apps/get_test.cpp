@@ -113,7 +113,7 @@ TEST_F(Get, ServesASourceThatFitsTheBoxUnchanged) {
   EXPECT_EQ(Ask({}, png), Itself(png, "image/png"));
   const std::string bmp = folder / "picture.bmp";
   MakeBmp(bmp, 80, 60);
-  EXPECT_EQ(Ask({}, bmp), Itself(bmp, "image/x-ms-bmp"));
+  EXPECT_EQ(Ask({"--library"}, bmp), Itself(bmp, "image/x-ms-bmp"));
   EXPECT_EQ(Names(folder.Path()), (std::vector<std::string>{"picture.bmp", "picture.png"}));
 }
 
@@ -130,13 +130,13 @@ TEST_F(Get, RotatesByQuarterTurnsClockwise) {
 // A JPEG whose thumbnail would be larger than itself is served unchanged, unless it has to be rotated.
 TEST_F(Get, RotatesAPhotoThatIsOtherwiseServedUnchanged) {
   const std::string jpeg = folder / "light.jpg";
-  MakeJpeg(jpeg, 400, 300);
+  MakeJpeg(jpeg, 320, 240);
   EXPECT_EQ(Ask({}, jpeg), Itself(jpeg, "image/jpeg"));
   EXPECT_EQ(Ask({"--rotate", "1"}, jpeg), Made(jpeg, "TAVIFILE_THUMB_M_r1.jpg"));
   EXPECT_EQ(Ask({"--rotate", "1"}, jpeg), Found(jpeg, "TAVIFILE_THUMB_M_r1.jpg"));
   const PictureFacts facts = Identify(EntryOf(jpeg, "TAVIFILE_THUMB_M_r1.jpg"));
-  EXPECT_EQ(facts.width, 270);
-  EXPECT_EQ(facts.height, 360);
+  EXPECT_EQ(facts.width, 240);
+  EXPECT_EQ(facts.height, 320);
 }
 
 TEST_F(Get, CropsAnAvatarToFillTheBox) {
@@ -155,7 +155,7 @@ TEST_F(Get, PrintsThePathOfAnAvatarMadeFromAPreview) {
   MakeJpeg(other / "preview.jpg", 320, 240);
   SetPreview(jpeg, other / "preview.jpg");
   Store(jpeg, "TAVIFILE_THUMB_300x300.jpg", "not the avatar");
-  EXPECT_EQ(Ask({"--avatar", "--size", "300"}, jpeg), Made(jpeg, "TAVIAVATAR_300x300.jpg"));
+  EXPECT_EQ(Ask({"--library", "--avatar", "--size", "300"}, jpeg), Made(jpeg, "TAVIAVATAR_300x300.jpg"));
   EXPECT_EQ(Entries(jpeg), (std::vector<std::string>{"TAVIAVATAR_300x300.jpg", "TAVIFILE_THUMB_300x300.jpg"}));
 }
 
@@ -267,7 +267,7 @@ TEST_F(Get, LeavesAnAnswerThatTheCallerDeletes) {
   MakeNoise(jpeg);
   json expected = Made(jpeg, "TAVIFILE_THUMB_S.jpg");
   expected["delete"] = true;
-  EXPECT_EQ(Ask({"--size", "small"}, jpeg), expected);
+  EXPECT_EQ(Ask({"--library", "--size", "small"}, jpeg), expected);
   EXPECT_EQ(Identify(EntryOf(jpeg, "TAVIFILE_THUMB_S.jpg")).format, "BMP3");
 }
 

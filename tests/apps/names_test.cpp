@@ -150,7 +150,7 @@ TEST_F(NamesOfAnyBytes, ArePrintableInTheTable) {
 TEST_F(NamesOfAnyBytes, AreRejectedPlainlyIfImageMagickReadsThemAsAPattern) {
   for (const char* name : {"100%d.png", "100%03d.png", "%x.png", "%o.png", "100%%.png", "%[x].png"}) {
     Copy(name);
-    const Outcome outcome = run({"get", name}, In(folder.Path()));
+    const Outcome outcome = run({"get", "--library", name}, In(folder.Path()));
     EXPECT_EQ(outcome.code, 1);
     EXPECT_EQ(outcome.out, "");
     EXPECT_EQ(outcome.err,
@@ -160,10 +160,19 @@ TEST_F(NamesOfAnyBytes, AreRejectedPlainlyIfImageMagickReadsThemAsAPattern) {
   }
   for (const char* name : {"100%.png", "%20.png", "%s.png", "%-d.png"}) {
     Copy(name);
-    const Outcome outcome = run({"get", name}, In(folder.Path()));
+    const Outcome outcome = run({"get", "--library", name}, In(folder.Path()));
     EXPECT_EQ(outcome.code, 0);
     EXPECT_EQ(outcome.out, EntryOf(folder / name, "TAVIFILE_THUMB_M.png") + "\n");
     EXPECT_EQ(outcome.err, "");
+  }
+}
+
+TEST_F(NamesOfAnyBytes, MeanNothingToTheMaker) {
+  for (const char* name : {"100%d.png", "%[x].png", "b[1].png", "?1.png", "{b1,c}.png", "plain.png"}) {
+    Copy(name);
+    const Outcome outcome = run({"get", folder / name});
+    EXPECT_EQ(outcome.code, 0) << outcome;
+    EXPECT_EQ(outcome.out, EntryOf(folder / name, "TAVIFILE_THUMB_M.png") + "\n");
   }
 }
 
@@ -177,14 +186,15 @@ TEST_F(NamesOfAnyBytes, AreRejectedPlainlyIfImageMagickConfusesThemWithOtherFile
   WriteFile(folder / "plain.png[0]", (folder / "b1.png") + " -write " + (folder / "elsewhere.png"));
   for (const char* name : {"b[1].png", "?1.png", "{b1,c}.png", "plain.png"}) {
     if (!Exists(folder / name)) Copy(name);
-    const Outcome outcome = run({"get", folder / name});
+    const Outcome outcome = run({"get", "--library", folder / name});
     EXPECT_EQ(outcome.code, 1);
     EXPECT_EQ(outcome.out, "");
     EXPECT_EQ(outcome.err, "tavithumb: " + (folder / name) + reason);
   }
   EXPECT_FALSE(Exists(folder / "elsewhere.png"));
   Copy("free[1].png");
-  EXPECT_EQ(run({"get", folder / "free[1].png"}).out, EntryOf(folder / "free[1].png", "TAVIFILE_THUMB_M.png") + "\n");
+  EXPECT_EQ(run({"get", "--library", folder / "free[1].png"}).out,
+            EntryOf(folder / "free[1].png", "TAVIFILE_THUMB_M.png") + "\n");
 }
 
 TEST_F(NamesOfAnyBytes, WithAPercentPatternDoNotAffectOtherTools) {

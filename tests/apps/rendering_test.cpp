@@ -140,6 +140,13 @@ TEST_F(Rendering, IsNotNeededWhereTheSourceIsLightAndWithinTheBox) {
   EXPECT_EQ(ObjectsOf(made.out).at(0).at("not_needed"), Strings{"medium"});
 }
 
+TEST_F(Rendering, ReplacesABmpWhichIsHeavyForItsPixels) {
+  MakeBmp(folder / "picture.bmp", 80, 60);
+  const json object = Get({}, folder / "picture.bmp");
+  EXPECT_EQ(object.at("answer"), EntryOf(folder / "picture.bmp", "TAVIFILE_THUMB_M.jpg"));
+  EXPECT_EQ(FactsOf(object.at("answer")), "JPEG 80x60");
+}
+
 TEST_F(Rendering, ReplacesASourceThatIsTooHeavyForItsSize) {
   RunTool({"/usr/bin/convert", "-size", "300x200", "-seed", "1", "plasma:red-blue", "-quality", "100", photo});
   WriteFile(photo, ReadFile(photo) + std::string(300000, 'x'));
