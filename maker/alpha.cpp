@@ -22,7 +22,7 @@ std::uint8_t Multiplied(int colour, int alpha) {
 std::uint8_t Divided(int colour, int alpha) {
   const int product = (colour < alpha ? colour : alpha) * kOpaque;  // std::min() would not become vector instructions
   const float quotient = static_cast<float>(product) / static_cast<float>(alpha | static_cast<int>(alpha == 0));
-  return static_cast<std::uint8_t>(static_cast<int>(quotient + 0.5F));
+  return static_cast<std::uint8_t>(static_cast<int>(quotient + 0.5F));  // NOLINT(bugprone-incorrect-roundings)
 }
 
 std::uint8_t OnWhite(int colour, int alpha) {

@@ -11,6 +11,7 @@ namespace {
 
 constexpr int kLobes = 3;
 constexpr int kStepsPerLobe = 512;
+constexpr std::size_t kSteps = std::size_t{kLobes} * kStepsPerLobe;
 constexpr double kPi = 3.14159265358979323846;
 
 // Lanczos3 from 0 on, and zeros behind its end. Sines would take longer than the scaling of a small plane.
@@ -18,7 +19,7 @@ class Lanczos {
  public:
   Lanczos() {
     values_[0] = 1;
-    for (std::size_t i = 1; i < kLobes * kStepsPerLobe; ++i) {
+    for (std::size_t i = 1; i < kSteps; ++i) {
       const double x = kPi * static_cast<double>(i) / kStepsPerLobe;
       values_[i] = kLobes * std::sin(x) * std::sin(x / kLobes) / (x * x);
     }
@@ -27,17 +28,19 @@ class Lanczos {
   // Linear interpolation is exact to a fraction of a weight's last bit.
   double At(double x) const {
     const double place = std::abs(x) * kStepsPerLobe;
-    if (place >= kLobes * kStepsPerLobe) return 0;
     const auto index = static_cast<std::size_t>(place);
+    if (index >= kSteps) return 0;
     return values_[index] + (values_[index + 1] - values_[index]) * (place - static_cast<double>(index));
   }
 
  private:
-  std::array<double, kLobes* kStepsPerLobe + 1> values_ = {};
+  std::array<double, kSteps + 1> values_ = {};
 };
 
-int RoundNearZero(double value) {
-  return static_cast<int>(value + 2 * Kernel::kOne + 0.5) - 2 * Kernel::kOne;
+// Much faster than std::lround(); it doesn't matter here which way halves go. Values are far above -2 * kOne.
+int Rounded(double value) {
+  constexpr int offset = 2 * Kernel::kOne;
+  return static_cast<int>(value + offset + 0.5) - offset;  // NOLINT(bugprone-incorrect-roundings)
 }
 
 // The weights of one result, among those of all results.
@@ -96,7 +99,7 @@ Taps Weighing::Quantize(int start) {
   int given = 0;
   for (const double exact : exact_) {
     running += exact;
-    const int rounded = RoundNearZero(running * unit);
+    const int rounded = Rounded(running * unit);
     *weight++ = static_cast<std::int16_t>(rounded - given);
     given = rounded;
   }

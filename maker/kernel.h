@@ -32,7 +32,8 @@ struct Kernel {
 // `results` of them, rounded up. Lanczos3, widened where the result is smaller; the source's edges repeat.
 Kernel MakeKernel(double from, double to, double covered, int results, int sourceSamples);
 
-// Scales a plane by plain C++; ResamplePlainly() without the calculation of the kernels.
+// Resample() and ResamplePlainly() without the calculation of the kernels.
+Plane ResampleBy(const Plane& source, const Kernel& across, const Kernel& down);
 void ResamplePlainlyInto(const Plane& source, const Kernel& across, const Kernel& down, Plane* result);
 
 }  // namespace tavithumb::maker

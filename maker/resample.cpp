@@ -364,14 +364,16 @@ HWY_EXPORT(ResampleInto);
 
 }  // namespace
 
+Plane ResampleBy(const Plane& source, const Kernel& across, const Kernel& down) {
+  Plane result({across.Results(), down.Results()});
+  HWY_DYNAMIC_DISPATCH(ResampleInto)(source, across, down, &result);
+  return result;
+}
+
 Plane Resample(const Plane& source, const Scaling& scaling) {
   const Region& from = scaling.from;
-  const Size size = scaling.size;
-  Plane result(size);
-  HWY_DYNAMIC_DISPATCH(ResampleInto)
-  (source, MakeKernel(from.left, from.right, scaling.width, size.width, source.Width()),
-   MakeKernel(from.top, from.bottom, scaling.height, size.height, source.Height()), &result);
-  return result;
+  return ResampleBy(source, MakeKernel(from.left, from.right, scaling.width, scaling.size.width, source.Width()),
+                    MakeKernel(from.top, from.bottom, scaling.height, scaling.size.height, source.Height()));
 }
 
 }  // namespace tavithumb::maker

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include <utility>
 
+#include "maker/kernel.h"
 #include "maker/resample.h"
 
 namespace tavithumb::maker {
@@ -36,9 +37,35 @@ Scaling Halved(const Region& from, Size size) {
   return {from, {(size.width + 1) / 2, (size.height + 1) / 2}, size.width / 2.0, size.height / 2.0};
 }
 
-Channel ScaleChannel(const Plane& source, const Scaling& scaling, bool transposes) {
-  Plane plane = Resample(source, scaling);
-  if (transposes) return {Transpose(plane), scaling.height, scaling.width};
+bool AreEqual(const Scaling& a, const Scaling& b) {
+  return a.from.left == b.from.left && a.from.top == b.from.top && a.from.right == b.from.right &&
+         a.from.bottom == b.from.bottom && a.size == b.size && a.width == b.width && a.height == b.height;
+}
+
+// Resamples planes one after the other; those of the same sizes share their kernels.
+class Resampler {
+ public:
+  Plane Apply(const Plane& source, const Scaling& scaling) {
+    if (source.Dimensions() != source_ || !AreEqual(scaling, scaling_)) {
+      source_ = source.Dimensions();
+      scaling_ = scaling;
+      const Region& from = scaling.from;
+      across_ = MakeKernel(from.left, from.right, scaling.width, scaling.size.width, source_.width);
+      down_ = MakeKernel(from.top, from.bottom, scaling.height, scaling.size.height, source_.height);
+    }
+    return ResampleBy(source, across_, down_);
+  }
+
+ private:
+  Size source_;
+  Scaling scaling_;
+  Kernel across_;
+  Kernel down_;
+};
+
+// Transposed where the orientation swaps the sides.
+Channel Oriented(Plane plane, const Scaling& scaling, const Orientation& orientation) {
+  if (orientation.SwapsSides()) return {Transpose(plane), scaling.height, scaling.width};
   return {std::move(plane), scaling.width, scaling.height};
 }
 
@@ -58,11 +85,12 @@ Picture WithoutChannels(const Picture& source) {
 Picture Scale(const Picture& source, const Region& part, const Orientation& orientation, Size size, bool halvesChroma) {
   Picture result = WithoutChannels(source);
   const Region mirrored = Mirrored(part, orientation);
+  Resampler resampler;
   for (std::size_t i = 0; i < source.channels.size(); ++i) {
     const Channel& channel = source.channels[i];
     const Region from = InSamplesOf(channel, source.channels[0], mirrored);
     const Scaling scaling = halvesChroma && IsChroma(source, i) ? Halved(from, size) : Full(from, size);
-    result.channels.push_back(ScaleChannel(channel.plane, scaling, orientation.SwapsSides()));
+    result.channels.push_back(Oriented(resampler.Apply(channel.plane, scaling), scaling, orientation));
   }
   return result;
 }
