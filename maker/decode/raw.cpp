@@ -10,6 +10,9 @@
 #include "maker/decode/raw_previews.h"
 #include "maker/limits.h"
 
+// LibRaw's OpenMP library has it, if LibRaw was built with one.
+extern "C" __attribute__((weak)) void omp_set_num_threads(int threads);
+
 namespace tavithumb::maker {
 namespace {
 
@@ -210,6 +213,7 @@ class RawDecoder : public Decoder {
     params.use_camera_wb = 1;
     params.user_flip = 0;  // as stored
     params.user_qual = 0;  // bilinear: the picture is going to be reduced
+    if (omp_set_num_threads != nullptr) omp_set_num_threads(1);
     Check(raw_.unpack());
     Check(raw_.dcraw_process());
     int result = LIBRAW_SUCCESS;

@@ -74,6 +74,61 @@ std::string MakeCr3(const Cr3Parts& parts) {
   return type + movie(start.size() + 8) + previews + Box("mdat", parts.full);
 }
 
+std::string LittleEndian(std::uint32_t number, int size) {
+  std::string bytes;
+  for (int i = 0; i < size; ++i) bytes.push_back(static_cast<char>(number >> (8 * i) & 0xFF));
+  return bytes;
+}
+
+std::string Field(std::uint32_t tag, std::uint32_t type, std::uint32_t count, std::uint32_t value) {
+  return LittleEndian(tag, 2) + LittleEndian(type, 2) + LittleEndian(count, 4) + LittleEndian(value, 4);
+}
+
+// A DNG without a preview, 200 x 120: its left half is red, its right half is green.
+std::string MakeDng(std::uint32_t orientation) {
+  constexpr std::uint32_t kFields = 15;
+  constexpr std::uint32_t kMatrix = 8 + 2 + 12 * kFields + 4;
+  constexpr std::uint32_t kSamples = kMatrix + 72;
+  std::string file = std::string("II*\0\x08\0\0\0", 8) + LittleEndian(kFields, 2) + Field(254, 4, 1, 0) +
+                     Field(256, 4, 1, 200) + Field(257, 4, 1, 120) + Field(258, 3, 1, 16) + Field(259, 3, 1, 1) +
+                     Field(262, 3, 1, 32803) + Field(273, 4, 1, kSamples) + Field(274, 3, 1, orientation) +
+                     Field(277, 3, 1, 1) + Field(278, 4, 1, 120) + Field(279, 4, 1, 200 * 120 * 2) +
+                     Field(33421, 3, 2, 0x00020002) + Field(33422, 1, 4, 0x02010100) + Field(50706, 1, 4, 0x00000401) +
+                     Field(50721, 10, 9, kMatrix) + LittleEndian(0, 4);
+  for (int i = 0; i < 9; ++i) file += LittleEndian(i % 4 == 0 ? 1 : 0, 4) + LittleEndian(1, 4);
+  for (int y = 0; y < 120; ++y) {
+    for (int x = 0; x < 200; ++x) {
+      const bool isRed = y % 2 == 0 && x % 2 == 0;
+      const bool isGreen = (y + x) % 2 != 0;
+      const bool isBright = x < 100 ? isRed : isGreen;
+      file += LittleEndian(isBright ? 40000 : 2000, 2);
+    }
+  }
+  return file;
+}
+
+TEST_F(Raw, WithoutAPreviewIsDeveloped) {
+  test::WriteFile(directory_ / "raw.dng", MakeDng(6));
+  const File file(directory_ / "raw.dng");
+  EXPECT_EQ(file.decoder->Head().stored, (Size{200, 120}));
+  EXPECT_FALSE(file.decoder->Head().isUpright);
+  ASSERT_TRUE(file.decoder->Head().orientation);
+  EXPECT_EQ(file.decoder->Head().orientation->quarterTurns, 1);
+  const Picture picture = file.decoder->Decode(kAll);
+  EXPECT_EQ(picture.channels[0].plane.Dimensions(), (Size{200, 120}));
+  const Colour left = ColourAt(picture, {0.25, 0.5});
+  const Colour right = ColourAt(picture, {0.75, 0.5});
+  EXPECT_GT(left.red, left.green + 50);
+  EXPECT_GT(right.green, right.red + 50);
+}
+
+TEST_F(Raw, IsDevelopedAtHalfTheSizeWhereThatSuffices) {
+  test::WriteFile(directory_ / "raw.dng", MakeDng(1));
+  const Picture picture = File(directory_ / "raw.dng").decoder->Decode({100, 60});
+  EXPECT_EQ(picture.channels[0].plane.Dimensions(), (Size{100, 60}));
+  EXPECT_EQ(picture.storedSize, (Size{200, 120}));
+}
+
 TEST_F(Raw, IsItsPreview) {
   test::MakeRaf(directory_ / "raw.raf", Jpeg(480, 360));
   const File file(directory_ / "raw.raf");
