@@ -18,6 +18,7 @@
 
 #include "children.h"
 #include "interruptions.h"
+#include "refused_calls.h"
 
 namespace tavithumb::test {
 namespace {
@@ -246,6 +247,14 @@ TEST(Pclose, LeavesNoProcessBehindInACallerThatIgnoresItsChildren) {
     EXPECT_EQ(Popenv("/missing", "r", {}), nullptr);
     EXPECT_EQ(waitpid(-1, nullptr, WNOHANG | __WALL), -1);
     EXPECT_EQ(errno, ECHILD);
+  });
+}
+
+TEST(Popenv, IsNullWhenACallerThatIgnoresItsChildrenMayHaveNoMoreProcesses) {
+  CheckIgnoringChildren([] {
+    if (!RefuseCalls({SYS_clone, SYS_clone3}, EAGAIN)) return;
+    EXPECT_EQ(Popenv(Child("exit_with"), "r", {"0"}), nullptr);
+    EXPECT_EQ(errno, EAGAIN);
   });
 }
 

@@ -4,14 +4,18 @@
 #include <pthread.h>
 #include <signal.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <tavi/core.h>
 
+#include <atomic>
+#include <cerrno>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "children.h"
 #include "interruptions.h"
+#include "refused_calls.h"
 
 namespace tavithumb::test {
 namespace {
@@ -168,6 +172,39 @@ TEST(Execv, KeepsTheHandlersOfACallerThatIgnoresItsChildrenToTheCaller) {
       EXPECT_EQ(sigismember(&before, number), sigismember(&after, number)) << number;
     }
     Interruptions::Await(2);
+  });
+}
+
+std::atomic<int> handlerRuns{0};
+
+TEST(Execv, RunsNoHandlersOfACallerThatIgnoresItsChildrenInAnotherProcess) {
+  TempDir folder;
+  ASSERT_EQ(mkfifo((folder / "fifo").c_str(), 0600), 0);
+  CheckInProcess([&] {
+    IgnoreChildren(false);
+    if (IsEmulated()) return;
+    ASSERT_EQ(setpgid(0, 0), 0);
+    for (const int number : {SIGHUP, SIGUSR1, SIGRTMAX}) {
+      handlerRuns = 0;
+      ASSERT_NE(signal(number, [](int) { ++handlerRuns; }), SIG_ERR);
+      std::thread sender([&] {
+        const int end = open((folder / "fifo").c_str(), O_WRONLY);  // waits until the program runs
+        kill(0, number);
+        close(end);
+      });
+      EXPECT_EQ(Execv(Child("await_end"), {folder / "fifo", "0"}), -1) << number;  // the program had no handler
+      sender.join();
+      EXPECT_EQ(handlerRuns, 1) << number;
+    }
+  });
+}
+
+TEST(Execv, FailsWhenACallerThatIgnoresItsChildrenMayHaveNoMoreProcesses) {
+  CheckInProcess([] {
+    IgnoreChildren(false);
+    if (IsEmulated() || !RefuseCalls({SYS_clone, SYS_clone3}, EAGAIN)) return;
+    EXPECT_EQ(Execv(Child("exit_with"), {"0"}), -1);
+    EXPECT_EQ(errno, EAGAIN);
   });
 }
 
