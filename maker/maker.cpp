@@ -156,6 +156,15 @@ const char* MimeTypeOf(Type type) {
   return type == Type::kPng ? "image/png" : "image/jpeg";
 }
 
+std::optional<Content> Examine(const std::string& path) {
+  try {
+    const Input input(path);
+    return Content{OpenDecoder(input)->Head().stored, FormatOf(input) == Format::kBmp};
+  } catch (const Declined&) {
+    return std::nullopt;
+  }
+}
+
 std::vector<Thumbnail> Make(const Source& source, const std::vector<Target>& targets, const Options& options) {
   const Input input(source.path);
   const std::unique_ptr<Decoder> decoder = OpenDecoder(input);

@@ -47,6 +47,15 @@ struct Thumbnail {
 
 const char* MimeTypeOf(Type type);
 
+// What a file is by its content, whatever its name.
+struct Content {
+  Size stored;
+  bool isBmp = false;
+};
+
+// Reads only the file's header. Nothing if no decoder knows it, or it is damaged or can't be read.
+std::optional<Content> Examine(const std::string& path);
+
 // One thumbnail for each target, in the order of the targets. Throws Declined, std::bad_alloc.
 std::vector<Thumbnail> Make(const Source& source, const std::vector<Target>& targets, const Options& options);
 

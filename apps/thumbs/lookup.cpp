@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "thumbs/lookup.h"
 
-#include <unistd.h>
-
 #include "thumbs/facts_in_bounds.h"
 
 namespace tavithumb::apps {
@@ -25,10 +23,6 @@ bool FindStored(const Request& request, Thumb* job) {
 
 bool HasStored(const Thumb& job) {
   return job.GetInfo().IsThumbUptoDate(job.GetOnlineOutputDest());
-}
-
-bool HasOutdated(const Thumb& job) {
-  return access(job.GetOnlineOutputDest().c_str(), F_OK) == 0 && !HasStored(job);
 }
 
 }  // namespace tavithumb::apps

@@ -14,10 +14,8 @@ void SetRequest(const Request& request, Thumb* job);
 // answer. Makes and writes nothing. Throws like ReadFactsOnly().
 bool FindStored(const Request& request, Thumb* job);
 
-// Whether the thumbnail that would be made for the job's request is already stored, and is up to date, or older than
-// its source. Unlike FindStored(), which follows the library's rules, these also find thumbnails of a source without
-// facts.
+// Whether the thumbnail that would be made for the job's request is already stored, and not older than its source.
+// Unlike FindStored(), which follows the library's rules, this also finds thumbnails of a source without facts.
 bool HasStored(const Thumb& job);
-bool HasOutdated(const Thumb& job);
 
 }  // namespace tavithumb::apps

@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "thumbs/making.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <tavithumb/util.h>
 #include <unistd.h>
 
+#include <array>
 #include <functional>
 #include <optional>
 
@@ -14,6 +17,7 @@
 #include "thumbs/rendering.h"
 #include "thumbs/source_lock.h"
 #include "thumbs/stored_files.h"
+#include "thumbs/stored_state.h"
 
 namespace tavithumb::apps {
 namespace {
@@ -76,22 +80,38 @@ Resolution ResolveByMaker(const Request& request, Render* render, Thumb* job) {
   ReadFactsOnly(job);
   const ThumbInfo& source = job->GetInfo();
   if (!CanRender(request, source)) return Resolution::kNone;
-  if (job->SetOutStored()) return Resolution::kFound;
+  if (job->SetOutStored() && IsGoodAnswer(request, *job)) return Resolution::kFound;
   const bool showsHeic = request.acceptHeic && source.IsHeic() && request.quarterTurns % 4 == 0;
   if (showsHeic || IsServedUnchanged(request, source)) {
     job->SetOutOriginalImage();
     return Resolution::kFound;
   }
-  if (render(source, {request})) return Resolution::kNone;
+  if (render(source, {request}, Original::kSource)) return Resolution::kNone;
   const bool isAvatar = (request.options & Thumb::OPT_AVATAR) != 0;
   return (isAvatar ? job->SetOutAvatar() : job->SetOutBrovixEA()) ? Resolution::kMade : Resolution::kNone;
+}
+
+// Brings a thumbnail that the library's tools have stored to what StateOfStored() calls good, so that it isn't made
+// again by the next request: they store BMPs and previews larger than the box, and without root the present time.
+void Improve(const Request& request, Render* render, Thumb* job) {
+  const ThumbInfo& source = job->GetInfo();
+  const std::string stored = job->GetOnlineOutputDest();
+  if (!CanRender(request, source) || job->GetOutputFile() != stored) return;
+  struct stat record = {};
+  if (stat(source.GetPath().c_str(), &record) != 0) return;
+  const std::array<timespec, 2> times = {{{0, UTIME_OMIT}, {record.st_mtim.tv_sec, 0}}};
+  utimensat(AT_FDCWD, stored.c_str(), times.data(), 0);
+  if (StateOfStored(request, *job) == StoredState::kBad) render(source, {request}, Original::kStored);
 }
 
 }  // namespace
 
 Resolution Resolve(const Request& request, Render* render, Thumb* job) {
-  const Resolution resolution = ResolveByMaker(request, render, job);
-  return resolution == Resolution::kNone ? MakeByLibrary(request, ReadFacts, job) : resolution;
+  const Resolution byMaker = ResolveByMaker(request, render, job);
+  if (byMaker != Resolution::kNone) return byMaker;
+  const Resolution byLibrary = MakeByLibrary(request, ReadFacts, job);
+  if (byLibrary == Resolution::kMade) Improve(request, render, job);
+  return byLibrary;
 }
 
 // If a preview becomes the thumbnail, it has to be read from the source for the requested size.
@@ -100,7 +120,9 @@ Resolution MakeByLibrary(const Request& request, const SourceFacts& facts, Thumb
     facts.GiveTo(fresh);
     if (facts.HavePreviewFor(*fresh)) ReadFacts(fresh);
   };
-  return MakeByLibrary(request, giveFacts, job);
+  const Resolution resolution = MakeByLibrary(request, giveFacts, job);
+  if (resolution == Resolution::kMade) Improve(request, RenderAndStore, job);
+  return resolution;
 }
 
 }  // namespace tavithumb::apps

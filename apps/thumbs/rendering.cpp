@@ -59,13 +59,22 @@ maker::Orientation OrientationOf(const ThumbInfo& source) {
   return {source.GetFlop() ? QuarterTurns(-turns) : turns, source.GetFlop()};
 }
 
-maker::Size BoxOf(const Size& size) {
-  const ThumbDimension box = size.IsBox() ? size.box : Thumb::strThumbSizeMap_.at(size.name);
-  return {static_cast<int>(box.width), static_cast<int>(box.height)};
+// Where the library stores the thumbnail.
+std::string DestinationOf(const ThumbInfo& source, const Request& request) {
+  Thumb job(source.GetPath(), request.options, false);
+  SetRequest(request, &job);
+  job.SetFacts(source);
+  return job.GetOnlineOutputDest();
 }
 
-maker::Source SourceOf(const ThumbInfo& source, const Request& request) {
+// A stored thumbnail is upright already.
+maker::Source SourceOf(const ThumbInfo& source, const Request& request, Original original) {
   maker::Source described;
+  if (original == Original::kStored) {
+    described.path = DestinationOf(source, request);
+    described.keepsAnimation = true;
+    return described;
+  }
   described.path = source.GetPath();
   described.orientation = OrientationOf(source);
   described.userTurns = QuarterTurns(request.quarterTurns);
@@ -118,10 +127,7 @@ class Unstored {
 
   bool Add(const ThumbInfo& source, const Request& request, const maker::Thumbnail& thumbnail,
            const struct stat& record) {
-    Thumb job(source.GetPath(), request.options, false);
-    SetRequest(request, &job);
-    job.SetFacts(source);
-    const std::string destination = job.GetOnlineOutputDest();
+    const std::string destination = DestinationOf(source, request);
     if (destination.empty()) return false;
     made_.push_back({request.size, file::GetEATmpPath(source.GetPath(), BaseName(destination)), destination});
     return Write(made_.back().temporary, thumbnail.bytes, record);
@@ -133,14 +139,14 @@ class Unstored {
   std::vector<Made> made_;
 };
 
-std::vector<maker::Thumbnail> Render(const ThumbInfo& source, const std::vector<Request>& requests) {
+std::vector<maker::Thumbnail> Render(const ThumbInfo& source, const std::vector<Request>& requests, Original original) {
   std::vector<maker::Target> targets;
   for (const Request& request : requests) {
     targets.push_back({BoxOf(request.size), (request.options & Thumb::OPT_AVATAR) != 0});
   }
   maker::Options options;
   options.quality = requests.front().quality;
-  return maker::Make(SourceOf(source, requests.front()), targets, options);
+  return maker::Make(SourceOf(source, requests.front(), original), targets, options);
 }
 
 void Limit(__rlimit_resource resource, rlim_t maximum) {
@@ -160,6 +166,11 @@ std::string ReadWord(const FileDescriptor& pipe) {
 
 }  // namespace
 
+maker::Size BoxOf(const Size& size) {
+  const ThumbDimension box = size.IsBox() ? size.box : Thumb::strThumbSizeMap_.at(size.name);
+  return {static_cast<int>(box.width), static_cast<int>(box.height)};
+}
+
 bool CanRender(const Request& request, const ThumbInfo& source) {
   return !request.byLibrary && (request.options & Thumb::OPT_NO_CONVERT) == 0 && request.size.name != "original" &&
          source.IsGood() && !IsSupportVideo(source.GetPath()) &&
@@ -175,12 +186,13 @@ bool IsServedUnchanged(const Request& request, const ThumbInfo& source) {
   return source.GetFileSize() <= 2 * maker::EstimateBytes(size, type, request.quality);
 }
 
-std::optional<std::string> RenderAndStore(const ThumbInfo& source, const std::vector<Request>& requests) {
+std::optional<std::string> RenderAndStore(const ThumbInfo& source, const std::vector<Request>& requests,
+                                          Original original) {
   const BoundedData bounded(mostMemory);
   try {
     struct stat record = {};
     if (stat(source.GetPath().c_str(), &record) != 0) return WordFor(maker::Reason::kUnreadable);
-    const std::vector<maker::Thumbnail> thumbnails = Render(source, requests);
+    const std::vector<maker::Thumbnail> thumbnails = Render(source, requests, original);
     if (!file::MakeEADir(source.GetPath())) return "not stored";
     Unstored unstored;
     for (std::size_t i = 0; i < requests.size(); ++i) {
@@ -195,7 +207,8 @@ std::optional<std::string> RenderAndStore(const ThumbInfo& source, const std::ve
   }
 }
 
-std::optional<std::string> RenderInChild(const ThumbInfo& source, const std::vector<Request>& requests) {
+std::optional<std::string> RenderInChild(const ThumbInfo& source, const std::vector<Request>& requests,
+                                         Original original) {
   std::array<int, 2> ends = {};
   if (pipe2(ends.data(), O_CLOEXEC) != 0) throw std::system_error(errno, std::generic_category(), "pipe");
   const FileDescriptor reading(ends[0]);
@@ -209,7 +222,7 @@ std::optional<std::string> RenderInChild(const ThumbInfo& source, const std::vec
     Limit(RLIMIT_CPU, mostProcessorSeconds);
     Limit(RLIMIT_FSIZE, largestFile);
     const SourceLock lock(source.GetPath());
-    const std::optional<std::string> refusal = RenderAndStore(source, requests);
+    const std::optional<std::string> refusal = RenderAndStore(source, requests, original);
     if (refusal) static_cast<void>(write(child.channel, refusal->data(), refusal->size()));
   };
   const pid_t process = supervisor.Start(child);

@@ -8,12 +8,16 @@
 #include <string>
 #include <vector>
 
+#include "maker/picture.h"
 #include "thumbs/request.h"
 
 namespace tavithumb::apps {
 
 // The programs' own thumbnails: the maker makes them, the library stores them under its names, and finds them from then
 // on. What the maker declines is left to the library's tools.
+
+// The box in pixels of a requested size.
+maker::Size BoxOf(const Size& size);
 
 // Whether the maker may be asked: for a thumbnail of a photo with facts that can be stored next to it.
 bool CanRender(const Request& request, const ThumbInfo& source);
@@ -22,14 +26,19 @@ bool CanRender(const Request& request, const ThumbInfo& source);
 // much heavier than its thumbnail would be.
 bool IsServedUnchanged(const Request& request, const ThumbInfo& source);
 
+// What a thumbnail is made from: its source, or the thumbnail that the library's tools have stored.
+enum class Original { kSource, kStored };
+
 // Makes the thumbnails from one decode and stores them with the time of the source. The requests differ only in their
-// sizes. Call it with the source locked, in a process that may crash. Returns nothing if all of them are stored, else
-// why not, in a word.
-std::optional<std::string> RenderAndStore(const ThumbInfo& source, const std::vector<Request>& requests);
+// sizes; kStored is for a single one. Call it with the source locked, in a process that may crash. Returns nothing if
+// all of them are stored, else why not, in a word.
+std::optional<std::string> RenderAndStore(const ThumbInfo& source, const std::vector<Request>& requests,
+                                          Original original);
 
 // The same in a process of its own, which has limits and is stopped after five minutes. Throws std::system_error if
 // there can't be one.
-std::optional<std::string> RenderInChild(const ThumbInfo& source, const std::vector<Request>& requests);
+std::optional<std::string> RenderInChild(const ThumbInfo& source, const std::vector<Request>& requests,
+                                         Original original);
 
 // The beginnings of the names of the files that this process writes for a thumbnail before it stores it.
 std::string TemporaryPrefix(const std::string& entry);

@@ -19,6 +19,7 @@
 #include "thumbs/reasons.h"
 #include "thumbs/rendering.h"
 #include "thumbs/source_lock.h"
+#include "thumbs/stored_state.h"
 #include "web/http_error.h"
 #include "web/listing.h"
 #include "web/target.h"
@@ -65,7 +66,8 @@ Found FindSource(const Target& target, const Roots& roots) {
 void Make(const Found& source, const Target& target, Thumb* job, RequestState* state) {
   const SourceLock lock(source.OpenPath());
   const ScratchFolder scratch(state);
-  if (Resolve(target.request, RenderAndStore, job) == Resolution::kNone) throw ErrorOf(WhyNoAnswer(job->GetInfo(), target.request));
+  if (Resolve(target.request, RenderAndStore, job) == Resolution::kNone)
+    throw ErrorOf(WhyNoAnswer(job->GetInfo(), target.request));
   if (access(job->GetOutputFile().c_str(), R_OK) != 0) throw HttpError(kServiceUnavailable, "its thumbnail is gone");
 }
 
@@ -95,7 +97,8 @@ void AnswerThumb(const Target& target, const Roots& roots, RequestState* state) 
   const Request& request = target.request;
   WithProblems([&] {
     Thumb stored(source.path, request.options, request.acceptHeic);
-    if (FindStored(request, &stored) && !IsBeingMade(source.OpenPath())) return Deliver(&stored, state);
+    if (FindStored(request, &stored) && IsGoodAnswer(request, stored) && !IsBeingMade(source.OpenPath()))
+      return Deliver(&stored, state);
     Thumb made(source.path, request.options, request.acceptHeic);
     Make(source, target, &made, state);
     Deliver(&made, state);

@@ -23,6 +23,7 @@
 #include "thumbs/rendering.h"
 #include "thumbs/source_facts.h"
 #include "thumbs/source_lock.h"
+#include "thumbs/stored_state.h"
 
 namespace tavithumb::apps::command {
 namespace {
@@ -72,6 +73,7 @@ class Sizes {
   void Serve(const std::string& size);
 
  private:
+  StoredState StateOf(const std::string& size);
   bool IsMissing(const std::string& size);
   bool IsServedUnchanged(const std::string& size);
   void MakeUnlessServed(const std::string& size);
@@ -89,9 +91,14 @@ class Sizes {
   std::set<std::string> rendered_;  // entries that the maker has made
 };
 
-bool Sizes::IsMissing(const std::string& size) {
+StoredState Sizes::StateOf(const std::string& size) {
   lookUp_.SetRequest(size);
-  return order_.onlyOlder ? HasOutdated(lookUp_) : !HasStored(lookUp_);
+  return StateOfStored(RequestOf(size, order_), lookUp_);
+}
+
+bool Sizes::IsMissing(const std::string& size) {
+  const StoredState state = StateOf(size);
+  return order_.onlyOlder ? state == StoredState::kStale || state == StoredState::kBad : state != StoredState::kGood;
 }
 
 // By the rule of whoever would make the thumbnail.
@@ -115,7 +122,7 @@ void Sizes::RenderMissing() {
   }
   if (requests.empty()) return;
   announce_(*result_, making);
-  if (const std::optional<std::string> refusal = RenderAndStore(lookUp_.GetInfo(), requests)) {
+  if (const std::optional<std::string> refusal = RenderAndStore(lookUp_.GetInfo(), requests, Original::kSource)) {
     result_->byLibrary = *refusal;
     rendered_.clear();
   }
@@ -127,9 +134,9 @@ void Sizes::Serve(const std::string& size) {
   if (rendered_.erase(lookUp_.GetOnlineOutputDest()) != 0) {
     result_->made.push_back(size);
     result_->bytes += SizeOf(lookUp_.GetOnlineOutputDest());
-  } else if (HasStored(lookUp_) || planned_.count(lookUp_.GetOnlineOutputDest()) != 0) {
+  } else if (StateOf(size) == StoredState::kGood || planned_.count(lookUp_.GetOnlineOutputDest()) != 0) {
     result_->found.push_back(size);
-  } else if (!order_.onlyOlder || HasOutdated(lookUp_)) {
+  } else if (IsMissing(size)) {
     MakeUnlessServed(size);
   }
 }

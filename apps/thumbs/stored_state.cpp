@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "thumbs/stored_state.h"
+
+#include <sys/stat.h>
+
+#include <optional>
+#include <string>
+
+#include "maker/maker.h"
+#include "thumbs/rendering.h"
+
+namespace tavithumb::apps {
+namespace {
+
+// One pixel of a picture that could have many was made by cropping a preview at the place of the photo.
+bool IsSinglePixel(const maker::Size& size, const ThumbInfo& source) {
+  return size == maker::Size{1, 1} && source.GetWidth() > 16 && source.GetHeight() > 16;
+}
+
+// What is no picture of a known type was not made by us: it stays.
+bool IsBad(const std::string& path, const Request& request, const ThumbInfo& source) {
+  const std::optional<maker::Content> content = maker::Examine(path);
+  if (!content) return false;
+  const maker::Size box = BoxOf(request.size);
+  return content->isBmp || content->stored.width > box.width || content->stored.height > box.height ||
+         IsSinglePixel(content->stored, source);
+}
+
+StoredState StateByTheLibrary(const std::string& path, const ThumbInfo& source) {
+  return source.IsThumbUptoDate(path) ? StoredState::kGood : StoredState::kStale;
+}
+
+}  // namespace
+
+StoredState StateOfStored(const Request& request, const Thumb& job) {
+  const ThumbInfo& source = job.GetInfo();
+  const std::string path = job.GetOnlineOutputDest();
+  struct stat stored = {};
+  if (stat(path.c_str(), &stored) != 0) return StoredState::kMissing;
+  if (!CanRender(request, source)) return StateByTheLibrary(path, source);
+  struct stat photo = {};
+  if (stat(source.GetPath().c_str(), &photo) != 0 || photo.st_mtim.tv_sec != stored.st_mtim.tv_sec) {
+    return StoredState::kStale;
+  }
+  return IsBad(path, request, source) ? StoredState::kBad : StoredState::kGood;
+}
+
+bool IsGoodAnswer(const Request& request, const Thumb& job) {
+  return job.GetOutputFile() != job.GetOnlineOutputDest() || StateOfStored(request, job) == StoredState::kGood;
+}
+
+}  // namespace tavithumb::apps
