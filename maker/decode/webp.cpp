@@ -73,9 +73,9 @@ class WebpDecoder : public Decoder {
   bool IsWhole() const { return frame_.size == header_.stored; }
   bool HasAlpha() const { return !IsWhole() || features_.has_alpha != 0; }
   void FindFrame();
-  Pixels DecodeFrame(Size size);
-  void DecodeStart(WebPDecoderConfig* config);
-  void ReadProfile(Picture* picture);
+  Pixels DecodeFrame(Size size) const;
+  void DecodeStart(WebPDecoderConfig* config) const;
+  void ReadProfile(Picture* picture) const;
 
   std::vector<std::uint8_t> file_;
   Demuxer demuxer_;
@@ -101,7 +101,7 @@ void WebpDecoder::FindFrame() {
 }
 
 // Of a cut-off frame, the rows that there are.
-void WebpDecoder::DecodeStart(WebPDecoderConfig* config) {
+void WebpDecoder::DecodeStart(WebPDecoderConfig* config) const {
   const std::unique_ptr<WebPIDecoder, DeleteIncremental> decoder(WebPIDecode(nullptr, 0, config));
   if (!decoder) throw std::bad_alloc();
   const VP8StatusCode status = WebPIUpdate(decoder.get(), frame_.data.bytes, frame_.data.size);
@@ -111,7 +111,7 @@ void WebpDecoder::DecodeStart(WebPDecoderConfig* config) {
   if (rows <= 0) throw Declined(Reason::kDamaged, "there is not even one row of pixels");
 }
 
-Pixels WebpDecoder::DecodeFrame(Size size) {
+Pixels WebpDecoder::DecodeFrame(Size size) const {
   WebPDecoderConfig config;
   if (WebPInitDecoderConfig(&config) == 0) throw Declined(Reason::kUnsupported, "libwebp has another version");
   Pixels pixels;
@@ -130,7 +130,7 @@ Pixels WebpDecoder::DecodeFrame(Size size) {
   return pixels;
 }
 
-void WebpDecoder::ReadProfile(Picture* picture) {
+void WebpDecoder::ReadProfile(Picture* picture) const {
   WebPChunkIterator chunk = {};
   if (WebPDemuxGetChunk(demuxer_.get(), "ICCP", 1, &chunk) == 0) return;
   if (chunk.chunk.size <= kMaxProfileBytes) {
