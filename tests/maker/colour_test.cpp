@@ -263,7 +263,7 @@ TEST(ConvertToSrgb, GivesTheColoursOfLcms) {
   for (const auto& row : rows) {
     Picture picture = PictureOf(Model::kRgb, pixels, row.profile);
     ConvertToSrgb(&picture);
-    EXPECT_LT(MeanDifference(SamplesOf(picture), Converted(pixels, row.profile, TYPE_RGB_8)), 0.2) << row.name;
+    EXPECT_LT(MeanDifference(SamplesOf(picture), Converted(pixels, row.profile, TYPE_RGB_8)), 0.06) << row.name;
   }
 }
 
