@@ -188,7 +188,8 @@ void BmpDecoder::ReadPalette() {
   const std::size_t entryBytes = bmp_.headerSize == kCore ? 3 : 4;
   std::size_t count = std::size_t{1} << bmp_.bits;
   if (bmp_.colours > 0) count = std::min<std::size_t>(count, bmp_.colours);
-  std::array<std::uint8_t, std::size_t{4}* 256> bytes = {};
+  constexpr std::size_t kMostBytes = 1024;  // 256 entries of four
+  std::array<std::uint8_t, kMostBytes> bytes = {};
   input_.ReadAt(bmp_.PaletteStart(), bytes.data(), count * entryBytes);
   for (std::size_t i = 0; i < count; ++i) {
     const std::uint8_t* entry = &bytes[i * entryBytes];
