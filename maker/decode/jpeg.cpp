@@ -106,7 +106,7 @@ struct Decompressor {
 
   // Runs a step that calls libjpeg; see Completes(). Throws what went wrong.
   template <typename Step>
-  void Run(Step step) {
+  void Run(const Step& step) {
     if (!Completes(errors, step)) Throw();
   }
 

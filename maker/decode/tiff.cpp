@@ -354,8 +354,10 @@ void Unpack(const std::uint32_t* pixels, std::size_t count, std::size_t channels
   for (std::size_t x = 0; x < count; ++x) {
     const std::uint32_t pixel = pixels[x];
     *to++ = static_cast<std::uint8_t>(TIFFGetR(pixel));
-    if (channels >= 3) *to++ = static_cast<std::uint8_t>(TIFFGetG(pixel));
-    if (channels >= 3) *to++ = static_cast<std::uint8_t>(TIFFGetB(pixel));
+    if (channels >= 3) {
+      *to++ = static_cast<std::uint8_t>(TIFFGetG(pixel));
+      *to++ = static_cast<std::uint8_t>(TIFFGetB(pixel));
+    }
     if (channels % 2 == 0) *to++ = static_cast<std::uint8_t>(TIFFGetA(pixel));
   }
 }

@@ -167,5 +167,32 @@ TEST_F(Rendering, WorksForUsersWhoAreNotRoot) {
   EXPECT_EQ(ModificationTime(EntryOf(photo, "TAVIFILE_THUMB_S.jpg")), ModificationTime(photo));
 }
 
+// The real files that the maker leaves to the library's tools: nothing in them can be decoded. Kept animations come
+// beside them.
+TEST_F(Rendering, OfTheSamplesIsLeftToTheLibraryOnlyForTheseFiles) {
+  namespace fs = std::filesystem;
+  if (SamplesFolder().empty()) GTEST_SKIP() << "needs the samples";
+  const std::map<std::string, std::string> expected = {
+      {"badwidth.bmp", "damaged"},     {"issue_1791_new.raf", "unsupported"},
+      {"CanonRaw.cr2", "unsupported"}, {"CanonRaw.crw", "damaged"},
+      {"Nikon.nef", "damaged"},        {"cmyk-extraneous-bytes.jpg", "unknown type"},
+  };
+  for (const fs::path& samples : {fs::path(SamplesFolder()), fs::path(SamplesFolder() + "-more")}) {
+    if (fs::exists(samples)) fs::copy(samples, folder / samples.filename(), fs::copy_options::recursive);
+  }
+  for (const auto& entry : fs::recursive_directory_iterator(folder.Path())) {
+    fs::permissions(entry.path(), fs::perms::owner_all);
+  }
+  std::map<std::string, std::string> left;
+  for (const json& object : ObjectsOf(run({"make", "--sizes", "small,big", "--json", folder.Path()}).out)) {
+    if (object.contains("summary") || object.at("by_library").is_null()) continue;
+    left[fs::path(object.at("source").get<std::string>()).filename()] = object.at("by_library");
+  }
+  for (const auto& [name, reason] : expected) {
+    if (!Exists(SamplesFolder() + "-more") && name == "cmyk-extraneous-bytes.jpg") left[name] = reason;
+  }
+  EXPECT_EQ(left, expected);
+}
+
 }  // namespace
 }  // namespace tavithumb::test
