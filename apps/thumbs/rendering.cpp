@@ -141,6 +141,7 @@ class Unstored {
 
 std::vector<maker::Thumbnail> Render(const ThumbInfo& source, const std::vector<Request>& requests, Original original) {
   std::vector<maker::Target> targets;
+  targets.reserve(requests.size());
   for (const Request& request : requests) {
     targets.push_back({BoxOf(request.size), (request.options & Thumb::OPT_AVATAR) != 0});
   }
