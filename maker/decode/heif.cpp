@@ -209,6 +209,8 @@ void Round(const std::uint8_t* from, int bits, std::uint8_t* to, int width) {
   }
 }
 
+constexpr char kTooSmall[] = "the picture is smaller than the file says";
+
 // A channel of a decoded image. Cameras pad pictures to whole blocks, and libheif leaves the padding in some: no more
 // than `most` belongs to the picture.
 class Samples {
@@ -251,6 +253,13 @@ Plane CopyOf(const heif_image* image, heif_channel channel, Size most) {
   return plane;
 }
 
+// A picture smaller than the file says would be distorted.
+Plane CopyOfWhole(const heif_image* image, heif_channel channel, Size size) {
+  Plane plane = CopyOf(image, channel, size);
+  if (plane.Dimensions() != size) throw Declined(Reason::kDamaged, kTooSmall);
+  return plane;
+}
+
 // 16 to 235 become 0 to 255.
 void ExpandRange(Plane* plane) {
   std::uint8_t expanded[256];
@@ -277,19 +286,19 @@ void AppendYcc(const heif_image* image, const heif_color_profile_nclx& coding, P
   const heif_chroma chroma = heif_image_get_chroma_format(image);
   picture->model = Model::kYcc;
   picture->ycc = {weights.red, weights.blue, coding.full_range_flag != 0};
-  AppendWhole(CopyOf(image, heif_channel_Y, picture->storedSize), picture);
+  AppendWhole(CopyOfWhole(image, heif_channel_Y, picture->storedSize), picture);
   const Size size = picture->channels[0].plane.Dimensions();
   const int across = chroma == heif_chroma_444 ? 1 : 2;
   const int down = chroma == heif_chroma_420 ? 2 : 1;
-  const Size most = {(size.width + across - 1) / across, (size.height + down - 1) / down};
+  const Size subsampled = {(size.width + across - 1) / across, (size.height + down - 1) / down};
   for (const heif_channel channel : {heif_channel_Cb, heif_channel_Cr}) {
     const double width = static_cast<double>(size.width) / across;
-    Append(CopyOf(image, channel, most), width, static_cast<double>(size.height) / down, picture);
+    Append(CopyOfWhole(image, channel, subsampled), width, static_cast<double>(size.height) / down, picture);
   }
 }
 
 void AppendGray(const heif_image* image, const heif_color_profile_nclx& coding, Picture* picture) {
-  Plane plane = CopyOf(image, heif_channel_Y, picture->storedSize);
+  Plane plane = CopyOfWhole(image, heif_channel_Y, picture->storedSize);
   if (coding.full_range_flag == 0) ExpandRange(&plane);
   picture->model = Model::kGray;
   AppendWhole(std::move(plane), picture);
@@ -338,6 +347,7 @@ void AppendRgb(const heif_image* image, Picture* picture) {
   const Size most = picture->storedSize;
   Samples channels[] = {{image, heif_channel_R, most}, {image, heif_channel_G, most}, {image, heif_channel_B, most}};
   const Size size = channels[0].Dimensions();
+  if (size != most) throw Declined(Reason::kDamaged, kTooSmall);
   if (channels[1].Dimensions() != size || channels[2].Dimensions() != size) {
     throw Declined(Reason::kUnsupported, "channels of different sizes");
   }
