@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // Photos of all types under names of all types: the tools are started as for a plain name except for the name itself,
-// the answer is the same, and no other file is created, changed or removed. Through the library and the command.
+// the answer is the same, and no other file is created, changed or removed. Through the library and the command, which
+// makes thumbnails itself unless told to leave them to the library.
 // file_names quick|full COMMAND RECORDER
 #include <fcntl.h>
 #include <sys/wait.h>
@@ -231,6 +232,8 @@ struct Outcome {
   std::string flaw;               // what happened elsewhere
 };
 
+enum class Maker { kCommand, kLibrary };
+
 bool operator==(const Outcome& one, const Outcome& other) {
   return one.answer == other.answer && one.content == other.content && one.runs == other.runs;
 }
@@ -252,7 +255,8 @@ class Proof {
  public:
   Proof(std::string command, std::string recorder) : command_(std::move(command)), recorder_(std::move(recorder)) {}
 
-  // The same request to the library, in a process of its own, and to the command. A temporary answer is deleted.
+  // The same request to the library, in a process of its own, and to the command, with its own thumbnails or the
+  // library's. A temporary answer is deleted.
   Outcome AskLibrary(const Way& way, const Place& place) {
     return Observe(place, [&](const std::string& answerFile) {
       const pid_t child = fork();
@@ -261,10 +265,11 @@ class Proof {
     });
   }
 
-  Outcome AskCommand(const Way& way, const Place& place) {
+  Outcome AskCommand(const Way& way, const Place& place, Maker maker) {
     return Observe(place, [&](const std::string& answerFile) {
       std::vector<std::string> argv = {command_, "get", "-0", "--size", "small"};
       argv.insert(argv.end(), way.flags.begin(), way.flags.end());
+      if (maker == Maker::kLibrary) argv.emplace_back("--library");
       argv.insert(argv.end(), {"--", place.Base()});
       const Run run = RunProgram(argv, Environment(), {}, place.Folder());
       const bool failed = run.code == 1 && run.out.empty() && std::count(run.err.begin(), run.err.end(), '\n') == 1;
@@ -381,12 +386,16 @@ void TryWay(const Way& way, bool isFull, Proof* proof, Tally* tally) {
   const std::string extension = std::string(".") + way.extension, photo = photos / ("photo" + extension);
   way.make(photo);
   test::MakePng(photos / "decoy", 40, 30);
-  const Outcome plain = proof->AskLibrary(way, Place(photo, kPlain + extension));
-  if (plain.content.empty()) throw std::runtime_error(std::string("no answer: ") + way.name);
+  const Place plainPlace(photo, kPlain + extension);
+  const Outcome plain = proof->AskLibrary(way, plainPlace);
+  const Outcome own = proof->AskCommand(way, plainPlace, Maker::kCommand);
+  if (plain.content.empty() || own.content.empty()) throw std::runtime_error(std::string("no answer: ") + way.name);
   for (const std::string& name : Names(isFull, std::strlen(way.extension))) {
     const Place place(photo, name + extension);
     Judge(way, place.Base(), plain, proof->AskLibrary(way, place), tally);
-    if (!way.onVolumeWithoutEntries) Judge(way, place.Base(), plain, proof->AskCommand(way, place), tally);
+    if (way.onVolumeWithoutEntries) continue;
+    Judge(way, place.Base(), plain, proof->AskCommand(way, place, Maker::kLibrary), tally);
+    Judge(way, place.Base(), own, proof->AskCommand(way, place, Maker::kCommand), tally);
   }
   const Place trapped(photo, kPlain + extension);
   SetTrap(trapped);
@@ -407,7 +416,8 @@ void TryLongPaths(Proof* proof, Tally* tally) {
   while (below.size() < rest) below += "/" + std::string(std::min<std::size_t>(250, rest - below.size() - 1), 'd');
   const Place place(photo, "photo.jpg", below);
   if (place.Source().size() != longest) throw std::runtime_error("no path of 4095 bytes");
-  for (const Outcome& outcome : {proof->AskLibrary(way, place), proof->AskCommand(way, place)}) {
+  for (const Outcome& outcome : {proof->AskLibrary(way, place), proof->AskCommand(way, place, Maker::kLibrary),
+                                 proof->AskCommand(way, place, Maker::kCommand)}) {
     ++tally->requests;
     if (!outcome.answer.empty()) ++tally->different;
     if (!outcome.flaw.empty()) ++tally->elsewhere;

@@ -64,6 +64,14 @@ void MakePngOfManyPixels(const std::string& path) {
                             PngChunk("IDAT", DeflatedZeros((side / 8 + 1) * std::size_t{side})) + PngChunk("IEND", ""));
 }
 
+// As many pixels as the programs decode at most, in four channels.
+void MakePngAtTheLimit(const std::string& path) {
+  constexpr std::uint32_t side = 11313;
+  const std::string header = Big(side, 4) + Big(side, 4) + std::string("\x08\6\0\0\0", 5);
+  test::WriteFile(path, "\x89PNG\r\n\x1a\n" + PngChunk("IHDR", header) +
+                            PngChunk("IDAT", DeflatedZeros((4 * std::size_t{side} + 1) * side)) + PngChunk("IEND", ""));
+}
+
 // Larger than any policy allows, at no cost.
 void MakePngOfNoPixels(const std::string& path) {
   const std::string header = Big(0x7FFFFFFF, 4) + Big(0x7FFFFFFF, 4) + std::string("\x08\6\0\0\0", 5);
@@ -228,6 +236,26 @@ std::string ContentOf(const std::string& file, const std::string& type) {
   return file.substr(at + 4, size - 8);
 }
 
+// A picture of 64 x 64 pixels whose header promises far more.
+void MakeHeifOfManyPixels(const std::string& path) {
+  const test::TempDir folder;
+  test::MakeHeic(folder / "small.heic", 64, 64, false);
+  std::string heif = test::ReadFile(folder / "small.heic");
+  heif.replace(heif.find("ispe") + 8, 8, Big(60000, 4) + Big(60000, 4));
+  test::WriteFile(path, heif);
+}
+
+// Lossless, of one colour: 16383 x 16383 pixels are WebP's limit. The size is in the 28 bits behind the signature.
+void MakeWebpOfManyPixels(const std::string& path) {
+  const test::TempDir folder;
+  const std::string small = folder / "small.webp";
+  test::RunTool({"/usr/bin/convert", "-size", "64x64", "xc:red", "-define", "webp:lossless=true", small});
+  std::string webp = test::ReadFile(small);
+  const std::size_t signature = webp.find("VP8L") + 8;
+  webp.replace(signature + 1, 4, Little(16382 | 16382 << 14, 4));
+  test::WriteFile(path, webp);
+}
+
 std::string ItemInfo(std::uint32_t id, const std::string& type) {
   return FullBox("infe", 2 << 24, Big(id, 2) + Big(0, 2) + type + std::string(1, '\0'));
 }
@@ -274,7 +302,10 @@ const std::vector<Bomb>& Bombs() {
   static const std::vector<Bomb> bombs = {
       {"PNG of 30000 x 30000 pixels", "png", MakePngOfManyPixels},
       {"PNG that says 2147483647 x 2147483647 pixels", "png", MakePngOfNoPixels},
-      {"TIFF of 30000 x 30000 pixels", "tif", MakeTiffOfManyPixels, false},
+      {"PNG of 11313 x 11313 pixels with transparency", "png", MakePngAtTheLimit},
+      {"WebP that says 16383 x 16383 pixels", "jpg", MakeWebpOfManyPixels},
+      {"HEIF that says 60000 x 60000 pixels", "heic", MakeHeifOfManyPixels},
+      {"TIFF of 30000 x 30000 pixels", "tif", MakeTiffOfManyPixels},
       {"BMP that says 2147483647 x 2147483647 pixels", "bmp", MakeBmpOfNoPixels},
       {"BMP of runs, 15000 x 15000 pixels", "bmp", MakeBmpOfRuns},
       {"JPEG that says 65500 x 65500 pixels", "jpg", MakePlainJpeg, false},
