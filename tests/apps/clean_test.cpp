@@ -488,5 +488,15 @@ TEST_F(Clean, AcceptsNamesWithAnyBytes) {
   EXPECT_EQ(Tree(folder.Path()), std::vector<std::string>{});
 }
 
+TEST_F(Clean, LeavesAFolderWithAFileThatIsNoFoldersEntries) {
+  WriteFile(folder / ".tavi_ea/stray", "of another program");
+  for (const char* option : {"--dry-run", "--json"}) {
+    const Outcome outcome = Run({option, "."});
+    EXPECT_EQ(outcome.code, 0) << outcome;
+    EXPECT_EQ(outcome.out.find("nothing is left in it"), std::string::npos) << outcome;
+  }
+  EXPECT_EQ(Tree(folder.Path()), (std::vector<std::string>{".tavi_ea", ".tavi_ea/stray"}));
+}
+
 }  // namespace
 }  // namespace tavithumb::test

@@ -134,6 +134,7 @@ TEST_F(Get, RotatesAPhotoThatIsOtherwiseServedUnchanged) {
   EXPECT_EQ(Ask({}, jpeg), Itself(jpeg, "image/jpeg"));
   EXPECT_EQ(Ask({"--rotate", "1"}, jpeg), Made(jpeg, "TAVIFILE_THUMB_M_r1.jpg"));
   EXPECT_EQ(Ask({"--rotate", "1"}, jpeg), Found(jpeg, "TAVIFILE_THUMB_M_r1.jpg"));
+  EXPECT_EQ(Ask({"--rotate", "4"}, jpeg), Itself(jpeg, "image/jpeg")) << "a whole turn";
   const PictureFacts facts = Identify(EntryOf(jpeg, "TAVIFILE_THUMB_M_r1.jpg"));
   EXPECT_EQ(facts.width, 240);
   EXPECT_EQ(facts.height, 320);

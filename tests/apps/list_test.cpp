@@ -95,6 +95,15 @@ TEST_F(List, PrintsOneAlignedTableWithTheTypesOfTheContent) {
               "tavithumb: missing.jpg: it does not exist; check its name\n");
 }
 
+TEST_F(List, HasADashForWhatIsUnknown) {
+  WriteFile(folder / "a.jpg", "photo");
+  Store("a.jpg", "notes.txt", "no thumbnail");
+  ExpectTable({"a.jpg"},
+              "CONSUMER  SIZE  ROTATION  PIXELS  BYTES  TYPE  STATE       PATH\n"
+              "other     -     -         -       12     -     up to date  " +
+                  Place("a.jpg", "notes.txt") + "\n");
+}
+
 TEST_F(List, SaysPlainlyThatNothingIsStored) {
   WriteFile(folder / "a.jpg", "photo");
   ExpectTable({"a.jpg"}, "a.jpg: nothing is stored\n");

@@ -463,5 +463,11 @@ TEST_F(Make, MakesNothingTwiceInTwoRunsAtOnce) {
   EXPECT_EQ(first.at("found").get<int>() + second.at("found").get<int>(), 10);
 }
 
+TEST_F(Make, TakesNoTimeForAFolderOfThumbnails) {
+  fs::create_directories(folder / ".tavi_ea");
+  const Outcome outcome = run({"make", "--json", folder / ".tavi_ea"});
+  EXPECT_NE(outcome.out.find("\"milliseconds\":0.0,"), std::string::npos) << outcome;
+}
+
 }  // namespace
 }  // namespace tavithumb::test

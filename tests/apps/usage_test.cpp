@@ -4,8 +4,10 @@
 #include <pictures.h>
 
 #include <algorithm>
+#include <iterator>
 #include <regex>
 #include <sstream>
+#include <utility>
 
 #include "command_runner.h"
 
@@ -128,6 +130,31 @@ TEST(Usage, IsExplainedByHelp) {
     for (const std::string& text : row.told) EXPECT_THAT(outcome.out, HasSubstr(text));
     std::istringstream lines(outcome.out);
     for (std::string line; std::getline(lines, line);) EXPECT_LE(line.size(), 120u) << line;
+  }
+}
+
+// The calls in help.txt, each with what it prints.
+std::vector<std::pair<std::string, std::string>> Helps() {
+  std::vector<std::pair<std::string, std::string>> helps;
+  std::istringstream lines(ReadFile(HELP_FILE));
+  for (std::string line; std::getline(lines, line);) {
+    if (line.rfind("$ tavithumb ", 0) == 0) {
+      helps.emplace_back(line.substr(line.find(' ', 2) + 1), "");
+    } else if (!helps.empty()) {
+      helps.back().second += line + "\n";
+    }
+  }
+  return helps;
+}
+
+TEST(Usage, IsExplainedWordForWordAsInTheFile) {
+  ASSERT_EQ(Helps().size(), 7u);
+  for (const auto& [call, text] : Helps()) {
+    std::istringstream words(call);
+    const Outcome outcome = CommandRunner()({std::istream_iterator<std::string>(words), {}});
+    EXPECT_EQ(outcome.code, 0) << call;
+    EXPECT_EQ(outcome.out, text) << call;
+    EXPECT_EQ(outcome.err, "") << call;
   }
 }
 
