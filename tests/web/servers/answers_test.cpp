@@ -217,6 +217,7 @@ TEST_P(Answers, SendAnOriginalThatBrowsersCanShow) {
     EXPECT_EQ(response.Header("x-content-type-options"), "nosniff");
     EXPECT_TRUE(response.body == ReadFile(site / name));
   }
+  EXPECT_EQ(site.Noted("log: "), std::vector<std::string>{});
   for (const char* name : {"scan.tif", "camera.raf", "phone.heic"}) {
     SCOPED_TRACE(name);
     const Response response = site.Get(std::string("/original/") + name);

@@ -262,6 +262,8 @@ TEST(ListAsHtml, SaysThatThereIsNothing) {
   EXPECT_NE(page.find("<ol class=\"crumbs\"><li><a href=\"/list/\">All</a></li></ol>"), page.npos);
   EXPECT_EQ(page.substr(page.find("<main>")),
             "<main>\n<p class=\"note\">There are no photos here.</p>\n</main>\n</body>\n</html>\n");
+  EXPECT_EQ(ListAsHtml({{}, {}, {{"a.jpg", "url", false, "jpg", 1, 1, false}}, 0}, "").find("There are no photos"),
+            page.npos);
 }
 
 TEST(ListAsHtml, EscapesNames) {
