@@ -165,6 +165,24 @@ TEST(FileCopy, AcceptsRelativeAndOddNames) {
   EXPECT_EQ(ReadFile(folder / "moved"), "content");
 }
 
+TEST(FileCopy, WorksWhereTheCallerHasClosedItsStandardDescriptors) {
+  TempDir folder;
+  WriteFile(folder / "source", "content");
+  CheckInProcess([&] {
+    close(STDIN_FILENO);
+    EXPECT_EQ(Copy(folder / "source", folder / "copy"), 0);
+  });
+  EXPECT_EQ(ReadFile(folder / "copy"), "content");
+}
+
+TEST(FileCopy, KeepsNoAttributesButTheUsers) {
+  TempDir folder;
+  WriteFile(folder / "source", "content");
+  if (!SetAttribute(folder / "source", "trusted.comment", "x")) GTEST_SKIP() << "needs root";
+  EXPECT_EQ(Copy(folder / "source", folder / "copy"), 0);
+  EXPECT_EQ(Attribute(folder / "copy", "trusted.comment"), "none");
+}
+
 TEST(FileCopy, HasRoomForTheLongestNames) {
   TempDir folder;
   const std::string name(255, 'n');
@@ -401,13 +419,16 @@ TEST(FileCopy, ReadsAFileWithoutASizeToItsEnd) {
 }
 
 TEST(FileCopy, WorksOnAVolumeThatDoesNotReportHoles) {
-  TempDir folder;
-  MakeSource(folder / "source", Bytes(100000));
-  CheckInProcess([&] {
-    if (!RefuseSeeksForData()) return;
-    EXPECT_EQ(Copy(folder / "source", folder / "copy"), 0);
-    ExpectLikeSource(folder / "copy", Bytes(100000));
-  });
+  for (const int whence : {SEEK_DATA, SEEK_HOLE}) {
+    SCOPED_TRACE(whence);
+    TempDir folder;
+    MakeSource(folder / "source", Bytes(100000));
+    CheckInProcess([&] {
+      if (!RefuseSeeks(whence)) return;
+      EXPECT_EQ(Copy(folder / "source", folder / "copy"), 0);
+      ExpectLikeSource(folder / "copy", Bytes(100000));
+    });
+  }
 }
 
 TEST(FileCopy, HasRoomForTheLongestPaths) {

@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <http_file_outputer.h>
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
@@ -261,6 +262,19 @@ TEST(HTTPFileOutputer, FailsWhenTheOutputIsFull) {
     EXPECT_EQ(Delivery({form, folder / "a.jpg", "image/jpeg"}, full).End(), "0: failed") << form;
   }
   close(full);
+}
+
+TEST(HTTPFileOutputer, FailsWhenNotEvenItsHeadersCanBeWritten) {
+  TempDir folder;
+  WriteFile(folder / "empty", "");
+  CheckInProcess([&] {
+    ASSERT_EQ(dup2(open("/dev/full", O_WRONLY | O_CLOEXEC), STDOUT_FILENO), STDOUT_FILENO);
+    HTTPFileOutputer outputer;
+    std::FILE* const stream = std::fopen((folder / "empty").c_str(), "rb");
+    EXPECT_NE(outputer.Output(stream, "name.jpg", "image/jpeg"), 0);
+    EXPECT_NE(outputer.Output((folder / "empty").c_str(), "image/jpeg"), 0);
+    std::fclose(stream);
+  });
 }
 
 TEST(HTTPFileOutputer, ContinuesWritingAfterSignals) {

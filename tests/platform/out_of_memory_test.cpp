@@ -24,18 +24,20 @@ namespace {
 void CheckEachAllocation(
     const std::function<bool()>& call, const std::function<void()>& cleanUp = [] {}) {
   bool result = false;
-  int reason = 0, calls = 0, wrong = 0;
+  int reason = 0, calls = 0, good = 0, wrong = 0;
   const int failed = FailEachAllocation([&] {
     errno = 0;
     result = call();
     reason = errno;
     ++calls;
+    if (result) ++good;
     if (!result && reason != ENOMEM) ++wrong;
     if (!result) cleanUp();
   });
   EXPECT_TRUE(result) << std::strerror(reason);
   EXPECT_GT(failed, 0) << "it makes no allocation";
   EXPECT_EQ(calls, failed + 1);
+  EXPECT_EQ(good, 1) << "of the calls in which an allocation failed, some succeeded";
   EXPECT_EQ(wrong, 0);
 }
 

@@ -54,13 +54,13 @@ inline bool DieAtCalls(const std::vector<long>& calls) {
   return FilterCalls(calls, SECCOMP_RET_KILL_PROCESS);
 }
 
-// lseek() doesn't know SEEK_DATA.
-inline bool RefuseSeeksForData() {
+// lseek() doesn't know SEEK_DATA, or SEEK_HOLE.
+inline bool RefuseSeeks(int whence) {
   std::vector<sock_filter> filter{
       BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
       BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_lseek, 0, 3),
       BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, args[2])),
-      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SEEK_DATA, 0, 1),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<std::uint32_t>(whence), 0, 1),
       BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EINVAL),
       BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
   };

@@ -3,13 +3,17 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/inotify.h>
 #include <sys/syscall.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <string>
 #include <vector>
 
 #include "children.h"
+#include "common/temporary_names.h"
 #include "refused_calls.h"
 
 namespace fs = std::filesystem;
@@ -43,6 +47,47 @@ TEST(StagedCopy, ThatHasDisappearedLeavesThePreviousDestinationUnderItsOneName) 
       EXPECT_EQ(ReadFile(folder / "target"), "old");
     });
   }
+}
+
+// The names that were renamed to something else or removed.
+std::vector<std::string> Vanished(int events) {
+  std::vector<std::string> names;
+  alignas(inotify_event) char data[4096];
+  const ssize_t size = read(events, data, sizeof data);
+  for (ssize_t at = 0; at < size;) {
+    const auto* const event = reinterpret_cast<const inotify_event*>(data + at);
+    names.emplace_back(event->name);
+    at += static_cast<ssize_t>(sizeof *event + event->len);
+  }
+  return names;
+}
+
+TEST(StagedCopy, LeavesNoMomentWithoutADestinationWhereThereAreHardLinks) {
+  TempDir folder;
+  WriteFile(folder / "source", "new");
+  WriteFile(folder / "target", "old");
+  CheckInProcess([&] {
+    if (!RefuseCalls({SYS_renameat2}, EINVAL)) return;
+    const int events = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    ASSERT_NE(inotify_add_watch(events, folder.Path().c_str(), IN_MOVED_FROM | IN_DELETE), -1);
+    tavi::StagedCopy copy{tavi::Location(folder / "target")};
+    ASSERT_TRUE(copy.Fill((folder / "source").c_str()));
+    const std::string staged = StagedName(folder.Path());
+    ASSERT_TRUE(copy.PublishRevocably());
+    EXPECT_EQ(Vanished(events), Listing{staged});
+    EXPECT_EQ(ReadFile(folder / "target"), "new");
+  });
+}
+
+TEST(TemporaryNames, AreGivenUpWhenEachExists) {
+  int attempts = 0;
+  const auto exists = [&attempts](const char*) {
+    ++attempts;
+    errno = EEXIST;
+    return false;
+  };
+  EXPECT_EQ(tavi::CreateTemporary("prefix.", exists), "");
+  EXPECT_EQ(attempts, 100);
 }
 
 }  // namespace
