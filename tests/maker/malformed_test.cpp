@@ -2,6 +2,8 @@
 // Files that the fuzzers have found.
 #include <gtest/gtest.h>
 
+#include <optional>
+#include <stdexcept>
 #include <string>
 
 #include "decoding.h"
