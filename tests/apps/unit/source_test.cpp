@@ -48,13 +48,13 @@ TEST(HalfMade, ThumbnailsAreRemovedUnlessAnotherProcessMakesThemNow) {
   const std::string path = folder / "a.jpg", stored = folder / ".tavi_ea/a.jpg/TAVIFILE_THUMB_S.jpg";
   test::WriteFile(path, "photo");
   test::WriteFile(stored, "thumbnail");
-  const command::Making making = {"TAVIFILE_THUMB_S.jpg", "none", 0};
+  const command::Making making = {"TAVIFILE_THUMB_S.jpg", {"none"}, 0};
   {
     const FileDescriptor maker = Locked(path, LOCK_SH);
     command::RemoveHalfMade(path, making);
     EXPECT_TRUE(test::Exists(stored));
   }
-  command::RemoveHalfMade(path, {making.entry, making.temporary, std::time(nullptr) + 1000});
+  command::RemoveHalfMade(path, {making.entry, making.temporaries, std::time(nullptr) + 1000});
   EXPECT_TRUE(test::Exists(stored)) << "it was there before";
   command::RemoveHalfMade(path, making);
   EXPECT_FALSE(test::Exists(stored));

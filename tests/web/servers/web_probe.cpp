@@ -39,8 +39,9 @@ void NoteLog(const char* format, std::va_list arguments) {
 }
 
 void NoteSurroundings() {
-  for (const auto& [name, resource] : {std::pair("cpu", RLIMIT_CPU), std::pair("memory", RLIMIT_AS),
-                                       std::pair("file", RLIMIT_FSIZE), std::pair("files", RLIMIT_NOFILE)}) {
+  for (const auto& [name, resource] :
+       {std::pair("cpu", RLIMIT_CPU), std::pair("memory", RLIMIT_AS), std::pair("file", RLIMIT_FSIZE),
+        std::pair("files", RLIMIT_NOFILE), std::pair("core", RLIMIT_CORE)}) {
     rlimit limit;
     getrlimit(resource, &limit);
     Note(std::string(name) + " " + std::to_string(limit.rlim_max));

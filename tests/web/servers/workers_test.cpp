@@ -310,6 +310,7 @@ TEST(Workers, StopAtTheirDeadlineWithoutARequest) {
   const Site site(Front::kNone, WithTool("", {"--deadline", "1"}));
   const int connection = site.ConnectScgi();
   EXPECT_EQ(ReadAll(connection), Error("504 Gateway Timeout", "the request took too long\n"));
+  EXPECT_EQ(site.Noted("log: "), std::vector<std::string>{"a request: 504 the request took too long"});
   close(connection);
 }
 
@@ -391,6 +392,7 @@ TEST(Workers, GiveToolsTheirOwnLimitsAndEnvironment) {
   EXPECT_EQ(site.Noted("memory "), std::vector<std::string>{std::to_string(900 * 1048576)});
   EXPECT_EQ(site.Noted("file "), std::vector<std::string>{std::to_string(50 * 1048576)});
   EXPECT_EQ(site.Noted("files "), std::vector<std::string>{"64"});
+  EXPECT_EQ(site.Noted("core "), std::vector<std::string>{"0"});
   EXPECT_EQ(site.Noted("PATH="), std::vector<std::string>{"/usr/bin:/bin"});
   EXPECT_EQ(site.Noted("MAGICK_CONFIGURE_PATH="), std::vector<std::string>{policy.Path()});
   EXPECT_EQ(site.Noted("MAGICK_TIME_LIMIT="), std::vector<std::string>{"7"});
