@@ -5,6 +5,7 @@
 #include <pictures.h>
 #include <signal.h>
 #include <sys/file.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -47,12 +48,15 @@ std::size_t DescriptorsOf(const Site& site) {
   return EntriesIn("/proc/" + std::to_string(site.Program().Id()) + "/fd");
 }
 
-// Zombies too.
-std::size_t ChildrenOf(const Site& site) {
+// Their numbers, each followed by a space; zombies too.
+std::string ChildrenNumbersOf(const Site& site) {
   const std::string id = std::to_string(site.Program().Id());
-  std::size_t count = 0;
-  for (const char letter : ReadFile("/proc/" + id + "/task/" + id + "/children")) count += letter == ' ' ? 1 : 0;
-  return count;
+  return ReadFile("/proc/" + id + "/task/" + id + "/children");
+}
+
+std::size_t ChildrenOf(const Site& site) {
+  const std::string numbers = ChildrenNumbersOf(site);
+  return static_cast<std::size_t>(std::count(numbers.begin(), numbers.end(), ' '));
 }
 
 void AwaitNoChildren(const Site& site) {
@@ -264,14 +268,34 @@ TEST(Workers, RejectRequestsOverTheLimitOrAfterTooLongAWait) {
   EXPECT_EQ(AskAtOnce(site, 5), (std::vector<std::string>{late, waited, waited, busy, busy}));
 }
 
+void Send(int connection, const std::string& address) {
+  const std::string request = ScgiRequest(GetOf(address));
+  EXPECT_EQ(send(connection, request.data(), request.size(), MSG_NOSIGNAL), static_cast<ssize_t>(request.size()));
+}
+
+TEST(Workers, ThatDieWhileTheyAnswerGetNoSecondAnswer) {
+  const Site site(Front::kNone);
+  MakePng(site / "drawing.png", 80, 60);
+  fs::resize_file(site / "drawing.png", 8000000);  // does not fit in a socket
+  const int connection = site.ConnectScgi();
+  Send(connection, "/thumb/drawing.png?size=original");
+  for (int waiting = 0; waiting == 0; usleep(1000)) ioctl(connection, FIONREAD, &waiting);
+  kill(std::stoi(ChildrenNumbersOf(site)), SIGKILL);
+  const std::string response = ReadAll(connection);
+  EXPECT_NE(response.find("Content-Length: 8000000\r\n"), std::string::npos);
+  EXPECT_EQ(response.find("503"), std::string::npos);
+  AwaitNoChildren(site);
+  EXPECT_EQ(site.Noted("log: "), std::vector<std::string>{});
+  close(connection);
+}
+
 // A web server that is still sending its request takes a closed connection for a failure, and reads no answer.
 TEST(Workers, ReadTheRequestsThatAreRejected) {
   const Site site(Front::kNone, WithTool("", {"--children", "1", "--waiting", "0"}));
   const int busy = site.ConnectScgi(), refused = site.ConnectScgi();
   EXPECT_EQ(ReadAll(refused),
             Error("503 Service Unavailable", "too many requests are waiting\n", "Retry-After: 1\r\n"));
-  const std::string request = ScgiRequest(GetOf(kSmall));
-  EXPECT_EQ(send(refused, request.data(), request.size(), MSG_NOSIGNAL), static_cast<ssize_t>(request.size()));
+  Send(refused, kSmall);
   close(refused);
   close(busy);
 }
