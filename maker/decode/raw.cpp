@@ -29,6 +29,7 @@ class Stream : public LibRaw_abstract_datastream {
   int eof() override { return position_ >= size() ? 1 : 0; }
 
   int seek(INT64 offset, int whence) override {
+    if (++seeks_ > kMaxSeeks) throw LIBRAW_EXCEPTION_IO_CORRUPT;
     if (whence == SEEK_CUR) offset += position_;
     if (whence == SEEK_END) offset += size();
     position_ = std::clamp<INT64>(offset, 0, size());
@@ -84,8 +85,12 @@ class Stream : public LibRaw_abstract_datastream {
     return done;
   }
 
+  // Far more than any raw file takes. In a damaged CR3, LibRaw looks for boxes of no bytes without end.
+  static constexpr int kMaxSeeks = 1000000;
+
   BufferedInput input_;
   INT64 position_ = 0;
+  int seeks_ = 0;
 };
 
 struct Free {
