@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// Requests on volumes that are full, read-only, cannot store EA entries, or are unmounted during the request.
+// Requests on volumes that are full, read-only, cannot store EA entries, or are unmounted during the request. With the
+// command, it makes thumbnails itself on a full volume as well.
+// full_disk quick|full [COMMAND]
 #include <fcntl.h>
 #include <sys/mount.h>
 #include <sys/statvfs.h>
@@ -11,6 +13,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <random>
 #include <stdexcept>
 #include <string>
@@ -21,6 +24,7 @@
 #include "pictures.h"
 #include "private_tmp.h"
 #include "process.h"
+#include "program.h"
 #include "temp_dir.h"
 
 namespace fs = std::filesystem;
@@ -88,12 +92,22 @@ bool ConvertTellsOfFullDisk() {
   return tells;
 }
 
+// The answer's path, "" if there is none.
+using Answering = std::function<std::string(const Kind& kind, const std::string& source)>;
+
 std::string Answer(const Kind& kind, const std::string& source) {
   try {
     return kind.ask(source);
   } catch (const Error&) {
     return "";
   }
+}
+
+Answering AnswerOfCommand(const std::string& command) {
+  return [command](const Kind&, const std::string& source) {
+    const std::string line = RunProgram({command, "get", "--size", "small", source}).out;
+    return line.substr(0, line.find('\n'));
+  };
 }
 
 // The types that answer with a file, except those that need more than a source.
@@ -105,9 +119,17 @@ std::vector<const Kind*> FileKinds() {
   return kinds;
 }
 
+// Those that the command makes as well.
+std::vector<const Kind*> PlainKinds() {
+  std::vector<const Kind*> kinds;
+  for (const Kind* kind : FileKinds()) {
+    if (IsPlain(*kind)) kinds.push_back(kind);
+  }
+  return kinds;
+}
+
 // One of each type, then the same again under other names; with the older thumbnails.
-std::vector<Source> MakeSources(const std::string& folder, std::size_t count) {
-  const std::vector<const Kind*> kinds = FileKinds();
+std::vector<Source> MakeSources(const std::vector<const Kind*>& kinds, const std::string& folder, std::size_t count) {
   std::vector<Source> sources;
   for (std::size_t i = 0; i < count; ++i) {
     const std::string place = folder + "/" + std::to_string(i);
@@ -128,8 +150,10 @@ class Proof {
  public:
   explicit Proof(bool isFull) : isFull_(isFull) {}
 
-  bool RunAll() {
-    FillVolume();
+  // Without the command if that is "".
+  bool RunAll(const std::string& command) {
+    FillVolume("a volume", FileKinds(), Answer, isFull_ ? kFree : kFree / 4);
+    if (!command.empty()) FillVolume("the command on a volume", PlainKinds(), AnswerOfCommand(command), 4096);
     UseReadOnlyVolume();
     UseVolumeWithoutEntries();
     LoseVolume();
@@ -138,14 +162,13 @@ class Proof {
 
  private:
   // Requests it, and checks what is stored afterwards.
-  std::string Ask(const Source& source, const Kind& kind, Tally* tally) {
-    const std::string answer = Answer(kind, source.Path());
+  void Ask(const Source& source, const Kind& kind, Tally* tally, const Answering& answering = Answer) {
+    const std::string answer = answering(kind, source.Path());
     ++tally->requests;
     if (!answer.empty()) ++tally->answers;
     Look(source, kind, tally);
     if (!answer.empty() && !pictures_.Holds(answer)) Complain(kind, "the answer is broken", tally);
     tally->left += CountTemporaryEntries(source);
-    return answer;
   }
 
   void Look(const Source& source, const Kind& kind, Tally* tally) {
@@ -158,22 +181,21 @@ class Proof {
     std::fprintf(stderr, "%s: %s\n", kind.name, flaw.c_str());
   }
 
-  void FillVolume() {
+  void FillVolume(const char* what, const std::vector<const Kind*>& kinds, const Answering& answering,
+                  std::uintmax_t free) {
     const test::TempDir folder;
     const Volume volume(folder.Path(), kMakeExt4, kImageSize);
-    const std::vector<const Kind*> kinds = FileKinds();
     const unsigned saves = isFull_ ? 200 : 60;
-    const std::vector<Source> sources = MakeSources(volume.Path(), saves);
-    const std::uintmax_t free = isFull_ ? kFree : kFree / 4;
+    const std::vector<Source> sources = MakeSources(kinds, volume.Path(), saves);
     volume.Fill(free);
     Tally full, freed;
-    for (unsigned i = 0; i < saves; ++i) Ask(sources[i], *kinds[i % kinds.size()], &full);
+    for (unsigned i = 0; i < saves; ++i) Ask(sources[i], *kinds[i % kinds.size()], &full, answering);
     fs::remove(volume.Path() + "/filler");
-    for (unsigned i = 0; i < saves; ++i) Ask(sources[i], *kinds[i % kinds.size()], &freed);
+    for (unsigned i = 0; i < saves; ++i) Ask(sources[i], *kinds[i % kinds.size()], &freed, answering);
     std::printf(
-        "a volume with %ju KiB free: broken files under final names\t%u (%u answers, %zu files left under temporary "
+        "%s with %ju KiB free: broken files under final names\t%u (%u answers, %zu files left under temporary "
         "names)\t%u saves\n",
-        free / 1024, full.broken, full.answers, full.left, full.requests);
+        what, free / 1024, full.broken, full.answers, full.left, full.requests);
     std::printf("the same volume with room again: requests without a whole answer\t%u\t%u requests\n",
                 freed.requests - freed.answers + freed.broken, freed.requests);
     holds_ = holds_ && freed.answers == freed.requests && full.answers < full.requests;
@@ -186,7 +208,7 @@ class Proof {
     const test::TempDir folder;
     const Volume volume(folder.Path(), kMakeExt4, kImageSize);
     const std::vector<const Kind*> kinds = FileKinds();
-    const std::vector<Source> sources = MakeSources(volume.Path(), kinds.size());
+    const std::vector<Source> sources = MakeSources(kinds, volume.Path(), kinds.size());
     volume.MakeReadOnly();
     Tally tally;
     for (std::size_t i = 0; i < kinds.size(); ++i) Ask(sources[i], *kinds[i], &tally);
@@ -222,7 +244,7 @@ class Proof {
     const test::TempDir folder;
     const Volume volume(folder.Path(), kMakeExt4, kImageSize);
     const std::vector<const Kind*> kinds = FileKinds();
-    const std::vector<Source> sources = MakeSources(volume.Path(), kinds.size());
+    const std::vector<Source> sources = MakeSources(kinds, volume.Path(), kinds.size());
     Tally tally;
     const unsigned losses = isFull_ ? 200 : 10;
     for (unsigned i = 0; i < losses; ++i) {
@@ -277,7 +299,8 @@ int main(int argc, char** argv) {
     return kCannotRunHere;
   }
   try {
-    return Proof(argc > 1 && std::strcmp(argv[1], "full") == 0).RunAll() ? 0 : 1;
+    const std::string command = argc > 2 ? argv[2] : "";
+    return Proof(argc > 1 && std::strcmp(argv[1], "full") == 0).RunAll(command) ? 0 : 1;
   } catch (const std::exception& exception) {
     std::fprintf(stderr, "full-disk: %s\n", exception.what());
     return 1;

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// Kills requests of each type, the caller together with its tools, at random moments. A file under a final name is
-// complete afterwards; what is left behind has a temporary name and is removed by the command's "clean".
-// kills quick|full COMMAND LATER   LATER is loaded into the command and sets its clock hours ahead, because leftovers
-// are removed only when they are an hour old.
+// Kills requests of each type, to the library and to the command, at random moments, the caller together with its
+// tools. A file under a final name is complete afterwards; what is left behind has a temporary name and is removed by
+// the command's "clean". kills quick|full COMMAND LATER   LATER is loaded into the command and sets its clock hours
+// ahead, because leftovers are removed only when they are an hour old.
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
@@ -16,6 +16,7 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <random>
 #include <stdexcept>
 #include <string>
@@ -37,14 +38,29 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using Micros = std::chrono::microseconds;
 
-// A process, in a group of its own, that makes one request.
-pid_t StartRequest(const Kind& kind, const std::string& source) {
+// Makes one request, in a process of its own. Returns false if there is no answer.
+using Ask = std::function<bool(const Kind& kind, const std::string& source)>;
+
+bool AskLibrary(const Kind& kind, const std::string& source) {
+  return !kind.ask(source).empty();
+}
+
+// The command makes thumbnails itself.
+Ask AskCommand(const std::string& command) {
+  return [command](const Kind&, const std::string& source) {
+    execl(command.c_str(), command.c_str(), "get", "--size", "small", source.c_str(), nullptr);
+    return false;
+  };
+}
+
+// The process, in a group of its own.
+pid_t StartRequest(const Ask& ask, const Kind& kind, const std::string& source) {
   std::fflush(nullptr);
   const pid_t child = fork();
   if (child == 0) {
     setpgid(0, 0);
     BeSilent();
-    _exit(kind.ask(source).empty() ? 1 : 0);
+    _exit(ask(kind, source) ? 0 : 1);
   }
   setpgid(child, child);
   return child;
@@ -61,10 +77,10 @@ int EndOf(pid_t child) {
   }
 }
 
-Micros TimeOf(const Kind& kind, const Source& source) {
+Micros TimeOf(const Ask& ask, const Kind& kind, const Source& source) {
   source.Reset();
   const auto start = Clock::now();
-  const int end = EndOf(StartRequest(kind, source.Path()));
+  const int end = EndOf(StartRequest(ask, kind, source.Path()));
   if (end != 0) throw std::runtime_error(std::string("no answer for ") + kind.name);
   return std::chrono::duration_cast<Micros>(Clock::now() - start);
 }
@@ -108,28 +124,29 @@ class Proof {
   }
 
   // `kills` requests of these types, in turn, are killed before they finish.
-  Tally KillAll(const std::vector<const Kind*>& kinds, const test::TempDir& folder, unsigned kills) {
+  Tally KillAll(const std::vector<const Kind*>& kinds, const test::TempDir& folder, unsigned kills,
+                const Ask& ask = AskLibrary) {
     Tally tally;
     std::vector<Source> sources;
     std::vector<Micros> times;
     for (const Kind* kind : kinds) {
       sources.emplace_back(folder / kind->name, *kind);
-      times.push_back(TimeOf(*kind, sources.back()));
+      times.push_back(TimeOf(ask, *kind, sources.back()));
       for (const std::string& path : test::TemporaryFiles()) fs::remove(path);
     }
     for (std::size_t turn = 0; tally.kills < kills; turn = (turn + 1) % kinds.size()) {
-      Kill(*kinds[turn], sources[turn], times[turn], &tally);
+      Kill(ask, *kinds[turn], sources[turn], times[turn], &tally);
     }
     return tally;
   }
 
  private:
   // At any moment; every other time at one when something changes where the thumbnail will be stored.
-  void Kill(const Kind& kind, const Source& source, Micros time, Tally* tally) {
+  void Kill(const Ask& ask, const Kind& kind, const Source& source, Micros time, Tally* tally) {
     source.Reset();
     const bool atAChange = kind.hasOlder && ++turn_ % 2 == 0;
     const Watch watch(EADirectory(source.Path()));
-    const pid_t child = StartRequest(kind, source.Path());
+    const pid_t child = StartRequest(ask, kind, source.Path());
     if (atAChange) watch.Await(static_cast<int>(Upto(8)), time);
     std::this_thread::sleep_for(Micros(Upto(atAChange ? 500 : time.count())));
     kill(-child, SIGKILL);
@@ -200,16 +217,22 @@ bool Prove(bool isFull, const std::string& command, const std::string& later) {
       proof.KillAll(KindsThat([](const Kind& kind) { return kind.writesFinalName; }), besideTmp, directKills);
   const Tally copied =
       proof.KillAll(KindsThat([](const Kind& kind) { return kind.comesFromTmp; }), elsewhere, directKills);
-  const std::size_t left = saved.left + converted.left + copied.left;
-  const unsigned notCleaned = saved.notCleaned + converted.notCleaned + copied.notCleaned;
+  const test::TempDir ofCommand;
+  const Tally own = proof.KillAll(KindsThat(IsPlain), ofCommand, isFull ? 1000 : 40, AskCommand(command));
+  const std::size_t left = saved.left + converted.left + copied.left + own.left;
+  const unsigned notCleaned = saved.notCleaned + converted.notCleaned + copied.notCleaned + own.notCleaned;
   std::printf("killed while making: broken or lost thumbnails under names that a save renames to\t%u\t%u kills\n",
               saved.wrong, saved.kills);
   std::printf("killed while making: new thumbnails in place already\t%u\t%u kills\n", saved.replaced, saved.kills);
   std::printf("killed while making: files left, all under temporary names\t%zu\t%u kills\n", saved.left, saved.kills);
   std::printf("files left that \"tavithumb clean\" does not remove an hour later\t%u\t%zu files\n", notCleaned, left);
+  std::printf("the command killed while it makes thumbnails itself: broken or lost ones\t%u\t%u kills\n", own.wrong,
+              own.kills);
+  std::printf("the same: new thumbnails in place already\t%u\t%u kills\n", own.replaced, own.kills);
+  std::printf("the same: files left, all under temporary names\t%zu\t%u kills\n", own.left, own.kills);
   PrintDirect("convert writes a turned preview", converted);
   PrintDirect("mv brings a preview from /tmp to another volume", copied);
-  return saved.wrong == 0 && notCleaned == 0;
+  return saved.wrong + own.wrong == 0 && notCleaned == 0;
 }
 
 }  // namespace

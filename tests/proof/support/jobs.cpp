@@ -121,6 +121,11 @@ const std::vector<Kind>& Kinds() {
   return kinds;
 }
 
+bool IsPlain(const Kind& kind) {
+  const std::vector<std::string> plain = {"JPEG", "turned JPEG", "PNG", "raw", "HEIC", "preview", "turned preview"};
+  return std::find(plain.begin(), plain.end(), kind.name) != plain.end();
+}
+
 std::string EADirectory(const std::string& source) {
   const fs::path path(source);
   return path.parent_path() / ".tavi_ea" / path.filename();

@@ -33,6 +33,9 @@ struct Kind {
 
 const std::vector<Kind>& Kinds();
 
+// Whether the command's "get --size small" asks for the same.
+bool IsPlain(const Kind& kind);
+
 // The EA directory of a source, and an entry in it.
 std::string EADirectory(const std::string& source);
 std::string EAEntry(const std::string& source, const std::string& name);
