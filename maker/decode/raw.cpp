@@ -29,7 +29,7 @@ class Stream : public LibRaw_abstract_datastream {
   int eof() override { return position_ >= size() ? 1 : 0; }
 
   int seek(INT64 offset, int whence) override {
-    if (++seeks_ > kMaxSeeks) throw LIBRAW_EXCEPTION_IO_CORRUPT;
+    if (++seeks_ > kMaxSeeks) throw LibRaw_exceptions{LIBRAW_EXCEPTION_IO_CORRUPT};
     if (whence == SEEK_CUR) offset += position_;
     if (whence == SEEK_END) offset += size();
     position_ = std::clamp<INT64>(offset, 0, size());
