@@ -25,7 +25,8 @@
 namespace tavithumb::apps {
 namespace {
 
-// No photo that the maker accepts takes more.
+// Enough for the photos of any camera. A picture near the maker's limit of pixels may take more: the tools make its
+// thumbnails.
 constexpr rlim_t mostMemory = rlim_t{768} * 1048576;
 constexpr rlim_t mostProcessorSeconds = 120;
 constexpr rlim_t largestFile = rlim_t{64} * 1048576;
