@@ -79,7 +79,6 @@ maker::Source SourceOf(const ThumbInfo& source, const Request& request, Original
   described.path = source.GetPath();
   described.orientation = OrientationOf(source);
   described.userTurns = QuarterTurns(request.quarterTurns);
-  described.keepsAnimation = (request.options & Thumb::OPT_ENABLE_GIF) != 0;
   return described;
 }
 
@@ -175,13 +174,14 @@ maker::Size BoxOf(const Size& size) {
 
 bool CanRender(const Request& request, const ThumbInfo& source) {
   return !request.byLibrary && (request.options & Thumb::OPT_NO_CONVERT) == 0 && request.size.name != "original" &&
-         source.IsGood() && !IsSupportVideo(source.GetPath()) &&
+         source.IsGood() && source.GetOutputMimeType() != "image/gif" && !IsSupportVideo(source.GetPath()) &&
          file::IsDestSupportEAWrite(file::Dirname(source.GetPath()));
 }
 
 bool IsServedUnchanged(const Request& request, const ThumbInfo& source) {
   const bool isAsked = (request.options & Thumb::OPT_AVATAR) == 0 && QuarterTurns(request.quarterTurns) == 0;
-  if (!isAsked || source.GetFlop() || source.IsNeedConvert()) return false;
+  const bool isUpright = source.GetRotate() == 0 && !source.GetFlop();
+  if (!isAsked || !isUpright || !source.IsWebAcceptable() || source.GetMimeType() == "image/gif") return false;
   const maker::Size size = {static_cast<int>(source.GetWidth()), static_cast<int>(source.GetHeight())};
   if (maker::FitInto(size, BoxOf(request.size)) != size) return false;
   const maker::Type type = source.GetMimeType() == "image/png" ? maker::Type::kPng : maker::Type::kJpeg;

@@ -19,7 +19,8 @@ namespace tavithumb::apps {
 // The box in pixels of a requested size.
 maker::Size BoxOf(const Size& size);
 
-// Whether the maker may be asked: for a thumbnail of a photo with facts that can be stored next to it.
+// Whether the maker may be asked: for a thumbnail of a photo with facts that can be stored next to it. GIFs that are
+// kept animated are left to the library.
 bool CanRender(const Request& request, const ThumbInfo& source);
 
 // Whether the source is the best answer to the request in `source`: upright, shown by browsers, within the box, and not

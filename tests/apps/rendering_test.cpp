@@ -140,6 +140,17 @@ TEST_F(Rendering, IsNotNeededWhereTheSourceIsLightAndWithinTheBox) {
   EXPECT_EQ(ObjectsOf(made.out).at(0).at("not_needed"), Strings{"medium"});
 }
 
+TEST_F(Rendering, OfAGifThatMayMoveIsAGif) {
+  for (const int frames : {1, 3}) {
+    const std::string gif = folder / (std::to_string(frames) + ".gif");
+    MakeGif(gif, 240, 160, frames);
+    const json object = Get({"--keep-animation", "--size", "small"}, gif);
+    EXPECT_EQ(object.at("answer"), EntryOf(gif, "TAVIFILE_THUMB_S.gif"));
+    EXPECT_EQ(object.at("mime_type"), "image/gif");
+    EXPECT_EQ(FactsOf(object.at("answer")), "GIF 120x80");
+  }
+}
+
 TEST_F(Rendering, ReplacesABmpWhichIsHeavyForItsPixels) {
   MakeBmp(folder / "picture.bmp", 80, 60);
   const json object = Get({}, folder / "picture.bmp");

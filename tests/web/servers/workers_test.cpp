@@ -132,6 +132,7 @@ TEST(Workers, WaitForAPartiallyWrittenThumbnail) {
   std::thread client([&] { response = site.Scgi(GetOf(kSmall)); });
   usleep(200000);
   WriteFile(entry, whole);
+  SetTimes(entry, 0, ModificationTime(site / "scan.tif"));
   close(maker);
   client.join();
   EXPECT_TRUE(response.substr(response.find("\r\n\r\n") + 4) == whole);
