@@ -302,7 +302,7 @@ TEST(Workers, ReadTheRequestsThatAreRejected) {
 }
 
 TEST(Workers, SurviveAThousandClientsThatDisconnect) {
-  const Site site(Front::kNginxScgi);
+  const Site site(Front::kNginxScgi, WithTool(""));
   const Site& small = site;
   MakeTiff(small / "scan.tif", 800, 600);
   RunTool({"/usr/bin/convert", "-size", "2000x1500", "-seed", "7", "plasma:", "+noise", "Gaussian",
