@@ -3,6 +3,7 @@
 
 #include <sys/stat.h>
 #include <tavithumb/libtavithumb.h>
+#include <tavithumb/util.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -21,7 +22,6 @@ namespace {
 
 constexpr int kBrovix = Thumb::OPT_BROVIX_EA;
 constexpr std::time_t kSourceTime = 1600000000;
-constexpr char kTemporaryPrefix[] = "TAVIFILETMP_";
 
 std::string Ask(const std::string& source, int options, int turns = 0, const std::string& size = "small") {
   Thumb job(source, options, false);
@@ -187,7 +187,7 @@ bool WholePictures::Holds(const std::string& path) {
 
 std::string FlawInEADirectory(const Source& source, const Kind& kind, WholePictures& pictures) {
   for (const std::string& name : test::Names(EADirectory(source.Path()))) {
-    if (name.rfind(kTemporaryPrefix, 0) == 0) continue;
+    if (file::ParseTemporaryEntry(name)) continue;
     if (name.rfind("TAVI", 0) != 0) return "there is an entry " + name;
     if (!pictures.Holds(EAEntry(source.Path(), name))) return name + " is no whole picture";
   }
@@ -197,9 +197,9 @@ std::string FlawInEADirectory(const Source& source, const Kind& kind, WholePictu
 }
 
 std::size_t CountTemporaryEntries(const Source& source) {
-  std::size_t count = 0;
-  for (const std::string& name : test::Names(EADirectory(source.Path()))) count += name.rfind(kTemporaryPrefix, 0) == 0;
-  return count;
+  const std::vector<std::string> names = test::Names(EADirectory(source.Path()));
+  return static_cast<std::size_t>(std::count_if(
+      names.begin(), names.end(), [](const std::string& name) { return file::ParseTemporaryEntry(name).has_value(); }));
 }
 
 std::vector<std::string> StrangeTemporaryFiles() {
