@@ -182,8 +182,11 @@ bool IsServedUnchanged(const Request& request, const ThumbInfo& source) {
   const bool isAsked = (request.options & Thumb::OPT_AVATAR) == 0 && QuarterTurns(request.quarterTurns) == 0;
   const bool isUpright = source.GetRotate() == 0 && !source.GetFlop();
   if (!isAsked || !isUpright || !source.IsWebAcceptable() || source.GetMimeType() == "image/gif") return false;
+  // A damaged header may say more than an int holds.
+  const maker::Size box = BoxOf(request.size);
+  if (source.GetWidth() == 0 || source.GetWidth() > static_cast<std::uint32_t>(box.width)) return false;
+  if (source.GetHeight() == 0 || source.GetHeight() > static_cast<std::uint32_t>(box.height)) return false;
   const maker::Size size = {static_cast<int>(source.GetWidth()), static_cast<int>(source.GetHeight())};
-  if (maker::FitInto(size, BoxOf(request.size)) != size) return false;
   const maker::Type type = source.GetMimeType() == "image/png" ? maker::Type::kPng : maker::Type::kJpeg;
   return source.GetFileSize() <= 2 * maker::EstimateBytes(size, type, request.quality);
 }
