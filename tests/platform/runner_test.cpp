@@ -178,6 +178,9 @@ TEST(Execv, KeepsTheHandlersOfACallerThatIgnoresItsChildrenToTheCaller) {
 std::atomic<int> handlerRuns{0};
 
 TEST(Execv, RunsNoHandlersOfACallerThatIgnoresItsChildrenInAnotherProcess) {
+#ifdef __SANITIZE_THREAD__
+  GTEST_SKIP() << "ThreadSanitizer starts no threads in a forked process";
+#endif
   TempDir folder;
   ASSERT_EQ(mkfifo((folder / "fifo").c_str(), 0600), 0);
   CheckInProcess([&] {
