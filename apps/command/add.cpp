@@ -6,6 +6,7 @@
 #include <tavithumb/util.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <exception>
 #include <optional>
@@ -87,6 +88,14 @@ void RemoveHalf(const std::string& place, const std::optional<struct stat>& befo
   unlink(place.c_str());
 }
 
+// The library sets the time only as root. A thumbnail whose time isn't its source's would be made again.
+void SetTime(const std::string& place, long mtime, const std::string& source) {
+  struct stat photo = {};
+  if (mtime == 0 && stat(source.c_str(), &photo) == 0) mtime = photo.st_mtim.tv_sec;
+  const std::array<timespec, 2> times = {{{0, UTIME_OMIT}, {mtime, 0}}};
+  if (mtime != 0) utimensat(AT_FDCWD, place.c_str(), times.data(), 0);
+}
+
 // Moves the thumbnail and sets `place` to its new path; or returns why not, and leaves the thumbnail in place. Throws
 // like the library if the source can't be read.
 std::optional<Refusal> Store(const Pair& names, const Pair& paths, const AddStyle& style, std::string* place) {
@@ -101,7 +110,10 @@ std::optional<Refusal> Store(const Pair& names, const Pair& paths, const AddStyl
   if (const auto problem = CheckPlace(*place)) return Refusal{names.first, *problem};
   const std::optional<struct stat> before = Look(*place);
   const bool isStored = job.SaveExistingThumbsToEA({{style.size, thumbnail}}, style.mtime, style.checkType);
-  if (isStored && Look(*place)) return std::nullopt;
+  if (isStored && Look(*place)) {
+    SetTime(*place, style.mtime, source);
+    return std::nullopt;
+  }
   RemoveHalf(*place, before, thumbnail);
   if (const auto problem = WhyNotStored(source)) return Refusal{names.first, *problem};
   return Refusal{

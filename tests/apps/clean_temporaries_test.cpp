@@ -80,8 +80,8 @@ class CleanTemporaries : public testing::Test {
 
   Outcome Clean() const {
     Start start = In(folder.Path());
-    start.environment = {"LD_PRELOAD=" SURROUNDINGS, "ASAN_OPTIONS=verify_asan_link_order=0",
-                         "TEMPORARY_FOLDERS=" + system.Path(), "SECONDS_LATER=3601"};
+    start.environment = Preloading(SURROUNDINGS);
+    start.environment.insert(start.environment.end(), {"TEMPORARY_FOLDERS=" + system.Path(), "SECONDS_LATER=3601"});
     return run({"clean", "."}, start);
   }
 

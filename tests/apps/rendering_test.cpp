@@ -189,10 +189,14 @@ TEST_F(Rendering, OfTheSamplesIsLeftToTheLibraryOnlyForTheseFiles) {
       {"Nikon.nef", "damaged"},        {"cmyk-extraneous-bytes.jpg", "unknown type"},
   };
   for (const fs::path& samples : {fs::path(SamplesFolder()), fs::path(SamplesFolder() + "-more")}) {
-    if (fs::exists(samples)) fs::copy(samples, folder / samples.filename(), fs::copy_options::recursive);
-  }
-  for (const auto& entry : fs::recursive_directory_iterator(folder.Path())) {
-    fs::permissions(entry.path(), fs::perms::owner_all);
+    if (!fs::exists(samples)) continue;
+    for (const auto& entry : fs::recursive_directory_iterator(samples)) {
+      if (!entry.is_regular_file()) continue;
+      const fs::path copy = folder / samples.filename() / fs::relative(entry.path(), samples);
+      fs::create_directories(copy.parent_path());
+      fs::copy_file(entry.path(), copy);
+      fs::permissions(copy, fs::perms::owner_all);
+    }
   }
   std::map<std::string, std::string> left;
   for (const json& object : ObjectsOf(run({"make", "--sizes", "small,big", "--json", folder.Path()}).out)) {
