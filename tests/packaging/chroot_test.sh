@@ -126,8 +126,9 @@ nightly_service_works() {
   inside install -d -o tavithumb -g tavithumb "$stored"
   inside runuser -u "$(setting User)" -- $(setting ExecStart) || status=$?
   [[ " $(setting SuccessExitStatus) " == *" $status "* ]] || return
-  same "$(printf "tavithumb $stored/%s\n" photo.heic/TAVIFILE_THUMB_{B,M,S,XL}.jpg photo.jpg/TAVIFILE_THUMB_S.jpg \
-    picture.png/TAVIFILE_THUMB_{B,M,S}.png)" "$(inside find "$stored" -type f ! -empty -printf '%u %p\n' | LC_ALL=C sort)"
+  same "$(printf "tavithumb $stored/%s\n" photo.heic/TAVIFILE_THUMB_{B,M,S,XL}.jpg \
+    photo.jpg/TAVIFILE_THUMB_{B,M,S,XL}.jpg picture.png/TAVIFILE_THUMB_{B,M,S}.png)" \
+    "$(inside find "$stored" -type f ! -empty -printf '%u %p\n' | LC_ALL=C sort)"
 }
 
 # The next version: these packages under another number.

@@ -53,6 +53,10 @@ check "lintian finds no errors and no warnings" lintian_is_content
 for package in $(sed 's/ .*//' tests/packaging/files.txt | sort -u); do
   check "$package holds its files and no others" holds_its_files "$package"
 done
+# The maker's codecs, which both programs contain.
+codecs="libdeflate0 (>= 1.0), libgif7 (>= 5.1), libhwy1 (>= 0.16.0), libjpeg62-turbo (>= 1.3.1), libjxl0.7 (>= 0.6.1), \
+liblcms2-2 (>= 2.6), libraw20 (>= 0.16.0), libtavithumb1 (>= 1.0.0), libtiff6 (>= 4.5.0~rc1), libwebp7 (>= 1.2.4), \
+libwebpdemux2 (>= 1.2.4), zlib1g (>= 1:1.1.4)"
 check "the packages depend on tools and on each other as they should" fields_are \
   "libtavithumb1 Depends: imagemagick, libjpeg-turbo-progs, libtavithumb-platform1 | libtavithumb-platform-1
 libtavithumb1 Recommends: dcraw
@@ -61,8 +65,8 @@ libtavithumb-platform1 Depends:
 libtavithumb-platform1 Provides: libtavithumb-platform-1
 libtavithumb-platform1 Conflicts: libtavithumb-platform-1
 libtavithumb-platform1 Replaces: libtavithumb-platform-1
-tavithumb Depends: systemd | systemd-standalone-sysusers | systemd-sysusers, libtavithumb1 (>= 1.0.0)
-tavithumb-web Depends: tavithumb (= $version), libtavithumb1 (>= 1.0.0)
+tavithumb Depends: systemd | systemd-standalone-sysusers | systemd-sysusers, $codecs
+tavithumb-web Depends: tavithumb (= $version), $codecs
 tavithumb-web Recommends: nginx | lighttpd"
 check "a second build gives the same bytes" second_build_is_the_same
 check "the line for sources.list names the repository" line_names_the_repository
