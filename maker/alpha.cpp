@@ -12,7 +12,7 @@ namespace {
 
 constexpr int kOpaque = 255;
 
-// colour * alpha / 255, rounded; there are no ties.
+// colour * alpha / 255, rounded to the nearest integer. The divisor is odd, so there are no exact halves.
 std::uint8_t Multiplied(int colour, int alpha) {
   const int product = colour * alpha + 128;
   return static_cast<std::uint8_t>((product + (product >> 8)) >> 8);

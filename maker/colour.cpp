@@ -53,7 +53,7 @@ std::size_t ColoursOf(Model model) {
   return model == Model::kCmyk ? 4 : 3;
 }
 
-// 255 is no ink in Adobe's CMYK, but 0 in profiles.
+// 255 means no ink in Adobe's CMYK, but 0 in profiles.
 cmsUInt32Number FormatOf(Model model) {
   if (model == Model::kGray) return TYPE_GRAY_8;
   return model == Model::kCmyk ? TYPE_CMYK_8_REV : TYPE_RGB_8;

@@ -64,7 +64,7 @@ enum class Model {
   kGray,  // Y
   kYcc,   // Y, Cb, Cr; see Ycc
   kRgb,   // R, G, B
-  kCmyk,  // C, M, Y, K; 255 is no ink, as Adobe writes it
+  kCmyk,  // C, M, Y, K; 255 means no ink, as in files written by Adobe programs
 };
 
 // How Y, Cb and Cr were made of R, G and B. The default is that of JPEG files.

@@ -22,7 +22,7 @@ std::optional<Format> FormatOfContent(const std::string& content) {
   return FormatOf(Input(Bytes{reinterpret_cast<const std::uint8_t*>(content.data()), content.size()}));
 }
 
-// Long enough for every check, as a real file is.
+// Padded to the length that every check needs, which real files have.
 std::string Padded(std::string start) {
   start.resize(300, '\0');
   return start;

@@ -248,7 +248,7 @@ TEST_F(Making, GoesOnWithoutADamagedPreview) {
 }
 
 TEST_F(Making, DeclinesWhatItCannotShow) {
-  test::WriteFile(folder_ / "text.jpg", "this is no picture, whatever its name says");
+  test::WriteFile(folder_ / "text.jpg", "plain text, despite its name");
   test::WriteFile(folder_ / "empty.jpg", "");
   test::MakeGif(folder_ / "moving.gif", 40, 30, 3);
   test::MakeJpeg(folder_ / "cut.jpg", 900, 600);

@@ -38,7 +38,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using Micros = std::chrono::microseconds;
 
-// Makes one request, in a process of its own. Returns false if there is no answer.
+// Runs one request in a separate process. Returns false if it has no answer.
 using Ask = std::function<bool(const Kind& kind, const std::string& source)>;
 
 bool AskLibrary(const Kind& kind, const std::string& source) {
