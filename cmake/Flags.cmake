@@ -11,6 +11,8 @@ set(TAVITHUMB_SANITIZE "" CACHE STRING "Sanitizers to build everything with, e.g
 if(TAVITHUMB_SANITIZE)
   add_compile_options(-fsanitize=${TAVITHUMB_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${TAVITHUMB_SANITIZE})
+  # Line numbers are what the reports show; without the rest, objects are compiled and linked faster.
+  add_compile_options($<$<CONFIG:Debug>:-g1>)
 endif()
 
 option(TAVITHUMB_COVERAGE "Count which lines and branches the tests reach" OFF)
