@@ -30,14 +30,31 @@ Orientation OrientationOf(const Source& source, const Header& header) {
   return orientation;
 }
 
+// A JPEG without its end would be shown with what is missing in gray. Cameras pad their previews with zeros.
+bool IsWhole(const std::vector<std::uint8_t>& jpeg) {
+  const auto last = std::find_if(jpeg.rbegin(), jpeg.rend(), [](std::uint8_t byte) { return byte != 0; });
+  return jpeg.rend() - last >= 2 && last[0] == 0xD9 && last[1] == 0xFF;
+}
+
+// The sizes of the caller's previews; of those that can't stand in, none. Previews mostly lack the profile that they
+// would need for the picture's colours.
+std::vector<Preview> CallersPreviews(const Source& source, const Decoder& decoder) {
+  std::vector<Preview> previews(source.previews.size());
+  if (source.previews.empty() || source.isAdobeRgb || !decoder.IsSrgb()) return previews;
+  for (std::size_t i = 0; i < previews.size(); ++i) {
+    const std::vector<std::uint8_t>& preview = source.previews[i];
+    if (!IsWhole(preview)) continue;
+    const Input input(Bytes{preview.data(), preview.size()});
+    previews[i].size = OpenJpeg(input)->Head().stored;
+  }
+  return previews;
+}
+
 // A preview that can stand in for the picture: the decoder's come first, then the caller's.
 std::optional<Picture> DecodePreview(const Source& source, Decoder* decoder, Size atLeast) {
   const Header& header = decoder->Head();
   std::vector<Preview> previews = header.previews;
-  for (const std::vector<std::uint8_t>& preview : source.previews) {
-    const Input input(Bytes{preview.data(), preview.size()});
-    previews.push_back({OpenJpeg(input)->Head().stored});
-  }
+  for (const Preview& preview : CallersPreviews(source, *decoder)) previews.push_back(preview);
   const std::optional<std::size_t> chosen = ChoosePreview(header.stored, previews, atLeast, false);
   if (!chosen) return std::nullopt;
   if (*chosen < header.previews.size()) return decoder->DecodePreview(*chosen, atLeast);

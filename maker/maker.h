@@ -28,10 +28,11 @@ struct Source {
   // What makes the stored picture upright; decoders that do it themselves ignore it. If unknown, the decoder's facts
   // are used.
   std::optional<Orientation> orientation;
-  int userTurns = 0;                                // quarter turns clockwise in addition, 0 to 3
-  bool isAdobeRgb = false;                          // its Exif data says so; an embedded profile counts more
-  bool keepsAnimation = false;                      // an animation is declined (kAnimation)
-  std::vector<std::vector<std::uint8_t>> previews;  // embedded JPEG previews, stored the same way up
+  int userTurns = 0;            // quarter turns clockwise in addition, 0 to 3
+  bool isAdobeRgb = false;      // its Exif data says so; an embedded profile counts more
+  bool keepsAnimation = false;  // an animation is declined (kAnimation)
+  // Embedded JPEG previews, stored the same way up. They stand in for a JPEG in sRGB only.
+  std::vector<std::vector<std::uint8_t>> previews;
 };
 
 struct Options {

@@ -44,6 +44,9 @@ class Decoder {
   // Decodes one of the previews in the header.
   virtual Picture DecodePreview(std::size_t index, Size atLeast);
 
+  // Whether it is known that the picture's samples mean what sRGB says, as those of a preview without a profile do.
+  virtual bool IsSrgb() const { return false; }
+
   // Whether there are several frames.
   virtual bool IsAnimated() const { return false; }
 };

@@ -8,6 +8,7 @@
 #include <string>
 #include <utility>
 
+#include "maker/colour.h"
 #include "maker/declined.h"
 #include "maker/decode/decoders.h"
 #include "maker/jpeg_errors.h"
@@ -347,6 +348,7 @@ class JpegDecoder final : public Decoder {
 
   const Header& Head() const override { return head_; }
   Picture Decode(Size atLeast) override;
+  bool IsSrgb() const override;
 
  private:
   void Configure(Size atLeast, J_COLOR_SPACE space);
@@ -441,6 +443,13 @@ Picture JpegDecoder::Decode(Size atLeast) {
   picture.channels = HasUsablePlanes(jpeg_, colours.model) ? DecodePlanes(atLeast) : DecodeRows();
   picture.profile = ReadProfile(input_);
   return picture;
+}
+
+bool JpegDecoder::IsSrgb() const {
+  Picture described;
+  described.model = ColoursOf(jpeg_).model;
+  described.profile = ReadProfile(input_);
+  return maker::IsSrgb(described);
 }
 
 }  // namespace

@@ -16,12 +16,11 @@
 #include <utility>
 #include <vector>
 
+#include "tests/maker/colour_difference.h"
 #include "tests/maker/instructions.h"
 
 namespace tavithumb::maker {
 namespace {
-
-using Samples = std::vector<std::uint8_t>;  // of one pixel after the other
 
 std::size_t ColoursOf(Model model) {
   if (model == Model::kGray) return 1;
@@ -127,46 +126,11 @@ Samples CmykProfile() {
   return Saved(profile);
 }
 
-// What lcms2 itself makes of pixels, without any of its shortcuts.
-Samples Converted(const Samples& pixels, const Samples& profile, cmsUInt32Number format) {
-  cmsHPROFILE from = cmsOpenProfileFromMem(profile.data(), static_cast<cmsUInt32Number>(profile.size()));
-  cmsHPROFILE to = cmsCreate_sRGBProfile();
-  cmsHTRANSFORM transform =
-      cmsCreateTransform(from, format, to, TYPE_RGB_8, INTENT_RELATIVE_COLORIMETRIC,
-                         cmsFLAGS_BLACKPOINTCOMPENSATION | cmsFLAGS_NOOPTIMIZE | cmsFLAGS_NOCACHE);
-  const std::size_t count = pixels.size() / T_CHANNELS(format);
-  Samples converted(3 * count);
-  cmsDoTransform(transform, pixels.data(), converted.data(), static_cast<cmsUInt32Number>(count));
-  cmsDeleteTransform(transform);
-  cmsCloseProfile(from);
-  cmsCloseProfile(to);
-  return converted;
-}
-
 Samples RandomSamples(std::size_t count) {
   std::mt19937 random(7);  // NOLINT(cert-msc32-c,cert-msc51-cpp): repeatable on purpose
   Samples samples(count);
   for (std::uint8_t& sample : samples) sample = static_cast<std::uint8_t>(random() % 256);
   return samples;
-}
-
-// The mean of CIEDE2000 between the pixels of two sRGB pictures.
-double MeanDifference(const Samples& a, const Samples& b) {
-  cmsHPROFILE srgb = cmsCreate_sRGBProfile();
-  cmsHPROFILE lab = cmsCreateLab4Profile(nullptr);
-  cmsHTRANSFORM transform = cmsCreateTransform(srgb, TYPE_RGB_8, lab, TYPE_Lab_DBL, INTENT_RELATIVE_COLORIMETRIC, 0);
-  double sum = 0;
-  for (std::size_t i = 0; i < a.size(); i += 3) {
-    cmsCIELab one;
-    cmsCIELab other;
-    cmsDoTransform(transform, a.data() + i, &one, 1);
-    cmsDoTransform(transform, b.data() + i, &other, 1);
-    sum += cmsCIE2000DeltaE(&one, &other, 1, 1, 1);
-  }
-  cmsDeleteTransform(transform);
-  cmsCloseProfile(srgb);
-  cmsCloseProfile(lab);
-  return sum / (static_cast<double>(a.size()) / 3);
 }
 
 void ExpectNear(const Samples& actual, const Samples& expected, int tolerance, const std::string& name) {

@@ -5,10 +5,13 @@
 
 #include <algorithm>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "maker/colour.h"
 #include "pictures.h"
 #include "temp_dir.h"
+#include "tests/maker/colour_difference.h"
 
 namespace tavithumb::maker {
 namespace {
@@ -65,6 +68,22 @@ class Making : public testing::Test {
     const test::PictureFacts really = test::Identify(made);
     EXPECT_EQ(thumbnail.size, (Size{really.width, really.height})) << source;
     return test::Difference(made, expected);
+  }
+
+  std::vector<std::uint8_t> FileOf(const std::string& name) const {
+    const std::string bytes = test::ReadFile(folder_ / name);
+    return {bytes.begin(), bytes.end()};
+  }
+
+  // A preview of one colour, which the photo does not have.
+  std::vector<std::uint8_t> Plain(const std::string& size) const {
+    Convert({"-size", size, "xc:#404040", folder_ / "preview.jpg"});
+    return FileOf("preview.jpg");
+  }
+
+  bool IsPlain(const Thumbnail& thumbnail) {
+    Convert({"-size", "90x60", "xc:#404040", folder_ / "plain.png"});
+    return test::Difference(Keep("made", thumbnail), folder_ / "plain.png") < 0.02;
   }
 
   const TempDir folder_;
@@ -236,6 +255,79 @@ TEST_F(Making, LetsAnEmbeddedPreviewStandInIfItIsLargeEnoughAndOfTheSameShape) {
                   thumbnail, folder_ / "photo.jpg",
                   {"-thumbnail", std::to_string(thumbnail.size.width) + "x" + std::to_string(thumbnail.size.height)}),
               0.02);
+  }
+}
+
+TEST_F(Making, TurnsAPreviewLikeThePhotoAndUsesNoneThatIsTurnedAlready) {
+  test::MakeJpeg(folder_ / "photo.jpg", 900, 600);
+  Convert({folder_ / "photo.jpg", "-resize", "180x120!", folder_ / "small.jpg"});
+  Source source = SourceAt(folder_ / "photo.jpg");
+  source.orientation = Orientation{1, false};
+  source.previews = {FileOf("small.jpg")};
+  const Thumbnail turned = Make(source, {{{120, 120}}}, {}).front();
+  EXPECT_EQ(turned.size, (Size{80, 120}));
+  Convert({folder_ / "small.jpg", "-rotate", "90", folder_ / "turned.jpg"});
+  EXPECT_LT(DifferenceFrom(turned, folder_ / "turned.jpg", {"-thumbnail", "120x120"}), 0.02);
+  source.previews = {Plain("120x180"), Plain("180x135")};
+  EXPECT_FALSE(IsPlain(Make(source, {{{120, 120}}}, {}).front()));
+  source.previews = {Plain("180x120")};
+  EXPECT_TRUE(IsPlain(Make(source, {{{120, 120}}}, {}).front()));
+}
+
+TEST_F(Making, UsesNoPreviewWhoseColoursMayBeOthersThanThePhotos) {
+  test::MakeJpeg(folder_ / "plain.jpg", 900, 600);
+  const std::vector<std::uint8_t> profile = AdobeRgbProfile();
+  test::WriteFile(folder_ / "adobe.icc", std::string(profile.begin(), profile.end()));
+  Convert({folder_ / "plain.jpg", "-profile", folder_ / "adobe.icc", folder_ / "profile.jpg"});
+  Convert({folder_ / "plain.jpg", "-colorspace", "CMYK", folder_ / "cmyk.jpg"});
+  test::MakePng(folder_ / "picture.png", 900, 600);
+  struct Row {
+    const char* name;
+    bool isAdobeRgb;
+    bool usesPreview;
+  };
+  for (const Row& row : {Row{"plain.jpg", false, true}, Row{"plain.jpg", true, false}, Row{"profile.jpg", false, false},
+                         Row{"cmyk.jpg", false, false}, Row{"picture.png", false, false}}) {
+    Source source = SourceAt(folder_ / row.name);
+    source.isAdobeRgb = row.isAdobeRgb;
+    source.previews = {Plain("180x120")};
+    EXPECT_EQ(IsPlain(Make(source, {{{120, 120}}}, {}).front()), row.usesPreview) << row.name << row.isAdobeRgb;
+  }
+}
+
+TEST_F(Making, ConvertsAdobeRgbThatExifAloneTellsAsItsProfileWould) {
+  Convert({"-size", "900x600", "-seed", "1", "plasma:red-lime", "-quality", "95", folder_ / "photo.jpg"});
+  const std::vector<std::uint8_t> profile = AdobeRgbProfile();
+  test::WriteFile(folder_ / "adobe.icc", std::string(profile.begin(), profile.end()));
+  Options options;
+  options.quality = 100;
+  const auto pixels = [](const std::string& path) {
+    const std::string bytes = test::RunTool({"/usr/bin/convert", path, "-depth", "8", "rgb:-"});
+    return Samples(bytes.begin(), bytes.end());
+  };
+  Source source = SourceAt(folder_ / "photo.jpg");
+  const Samples asSrgb = pixels(Keep("srgb.jpg", Make(source, {{{150, 150}}}, options).front()));
+  source.isAdobeRgb = true;
+  const Samples made = pixels(Keep("adobe.jpg", Make(source, {{{150, 150}}}, options).front()));
+  Convert({folder_ / "photo.jpg", "-filter", "Lanczos", "-resize", "150x150", folder_ / "scaled.png"});
+  const Samples expected = Converted(pixels(folder_ / "scaled.png"), profile, TYPE_RGB_8);
+  ASSERT_EQ(made.size(), expected.size());
+  EXPECT_LT(MeanDifference(made, expected), 1.5);
+  EXPECT_GT(MeanDifference(asSrgb, expected), 3);
+}
+
+TEST_F(Making, UsesAPaddedPreviewButNoneThatIsCutOff) {
+  test::MakeJpeg(folder_ / "photo.jpg", 900, 600);
+  Source source = SourceAt(folder_ / "photo.jpg");
+  const std::vector<std::uint8_t> whole = Plain("180x120");
+  std::vector<std::uint8_t> padded = whole;
+  padded.resize(whole.size() + 100);
+  const std::vector<std::uint8_t> cut(whole.begin(), whole.end() - 10);
+  const std::vector<std::uint8_t> zeros(100);
+  for (const auto& [preview, usesPreview] :
+       {std::make_pair(whole, true), {padded, true}, {cut, false}, {zeros, false}}) {
+    source.previews = {preview};
+    EXPECT_EQ(IsPlain(Make(source, {{{120, 120}}}, {}).front()), usesPreview) << preview.size();
   }
 }
 
