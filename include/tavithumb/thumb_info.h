@@ -32,6 +32,25 @@ struct PreviewCandidate {
   std::uint32_t height;  ///< pixels
 };
 
+/// The colours of a picture, by its Exif data.
+enum class ColourSpace {
+  UNKNOWN,    ///< not said, or "uncalibrated": an embedded profile may say more
+  SRGB,       ///< sRGB
+  ADOBE_RGB,  ///< AdobeRGB, said directly or as "uncalibrated" with the interoperability index "R03"
+};
+
+/// What is known of a picture besides its type, size and orientation. Without Exif data, empty.
+struct PictureDetails {
+  std::vector<PreviewCandidate> previews;  ///< as ThumbInfo::ExtractImgInfoAndPreviews() returns them
+  /// The embedded JPEG previews of a JPEG, up to 16 MiB altogether, in the order of `previews`. They are left out if
+  /// the Exif data does not fit the picture any more, or may mean that they are stored another way up.
+  std::vector<std::vector<std::uint8_t>> jpegPreviews;
+  ColourSpace colourSpace = ColourSpace::UNKNOWN;  ///< by the Exif data alone
+  std::string cameraMake;                          ///< at most 64 bytes, any but NUL
+  std::string cameraModel;                         ///< at most 64 bytes, any but NUL
+  std::string timeTaken;                           ///< the camera's time as "YYYY-MM-DDThh:mm:ss"; "" if not known
+};
+
 /// The facts of one source file, and one requested output size. A value type: copies are independent, and an instance
 /// must be used by one thread at a time. A job (Thumb) owns one; every command gets a copy.
 ///
@@ -70,6 +89,10 @@ class TAVITHUMB_API ThumbInfo {
   /// Reads the same facts and returns the embedded previews in Exiv2's order; none for a video or a HEIF image. Writes
   /// nothing, and keeps the path of a preview extracted earlier. Throws like ExtractImgInfo().
   std::vector<PreviewCandidate> ExtractImgInfoAndPreviews();
+
+  /// Reads the same facts and everything else that is known, all at once; nothing else for a video or a HEIF image.
+  /// Writes nothing, and keeps the path of a preview extracted earlier. Throws like ExtractImgInfo().
+  PictureDetails ExtractImgInfoAndDetails();
 
   /// Measures the file as a HEIF image and marks the record as HEIC if its first metadata block is Exif. Otherwise sets
   /// nothing; failures of libheif are logged. Throws no exceptions of its own.

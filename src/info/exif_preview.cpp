@@ -5,6 +5,7 @@
 
 #include <exiv2/exiv2.hpp>
 
+#include "info/picture_details.h"
 #include "info/preview_choice.h"
 #include "support/log.h"
 #include "support/temporary_names.h"
@@ -23,6 +24,15 @@ bool IsUsable(const PreviewCandidate& preview, const std::string& sourceMimeType
   return preview.width <= 2 * box.width || preview.height <= 2 * box.height;
 }
 
+// Exiv2 counts the bytes that it has passed to its stream. If the stream could not write them because the volume is
+// full, only the size of the file shows it.
+bool IsWhole(const std::string& path, std::size_t size) {
+  struct stat64 record = {};
+  return stat64(path.c_str(), &record) == 0 && static_cast<std::size_t>(record.st_size) == size;
+}
+
+}  // namespace
+
 std::vector<PreviewCandidate> Candidates(const Exiv2::PreviewPropertiesList& list) {
   std::vector<PreviewCandidate> candidates;
   candidates.reserve(list.size());
@@ -32,15 +42,6 @@ std::vector<PreviewCandidate> Candidates(const Exiv2::PreviewPropertiesList& lis
   }
   return candidates;
 }
-
-// Exiv2 counts the bytes that it has passed to its stream. If the stream could not write them because the volume is
-// full, only the size of the file shows it.
-bool IsWhole(const std::string& path, std::size_t size) {
-  struct stat64 record = {};
-  return stat64(path.c_str(), &record) == 0 && static_cast<std::size_t>(record.st_size) == size;
-}
-
-}  // namespace
 
 std::optional<std::size_t> ChoosePreview(const std::vector<PreviewCandidate>& previews,
                                          const std::string& sourceMimeType, ThumbDimension box) {

@@ -3,6 +3,7 @@
 #include <exiv2/exiv2.hpp>
 
 #include "info/exiv2_errors.h"
+#include "info/picture_details.h"
 #include "support/log.h"
 #include "support/path.h"
 #include "tavithumb/error.h"
@@ -64,6 +65,14 @@ std::vector<PreviewCandidate> ThumbInfo::ExtractImgInfoAndPreviews() {
   std::vector<PreviewCandidate> previews;
   Extract([&] { return ReadWithExiv2([&](const auto& image) { previews = PreviewsOf(*image); }); });
   return previews;
+}
+
+PictureDetails ThumbInfo::ExtractImgInfoAndDetails() {
+  PictureDetails details;
+  Extract([&] {
+    return ReadWithExiv2([&](const auto& image) { details = DetailsOf(*image, OrientationIndex(image->exifData())); });
+  });
+  return details;
 }
 
 void ThumbInfo::Extract(const std::function<std::uint32_t()>& read) {
