@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "system/file_descriptor.h"
+#include "system/file_rules.h"
 #include "web/request_state.h"
 #include "web/roots.h"
 #include "web/scgi.h"
@@ -39,7 +39,7 @@ class Confinement {
  private:
   ToolLimits limits_;
   std::string policyFolder_;
-  FileDescriptor rules_;
+  FileRules rules_;
 };
 
 // A folder for the tools' temporary files, which exists during this object's lifetime. The tools find it through their
