@@ -3,7 +3,6 @@
 
 #include <tavithumb/libtavithumb.h>
 #include <tavithumb/util.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <exception>
@@ -17,26 +16,30 @@
 namespace tavithumb::apps {
 namespace {
 
-// Facts with the embedded preview, which is kept in a temporary file during this object's lifetime.
-class FactsWithPreview {
- public:
-  explicit FactsWithPreview(const std::string& path)
-      : info_(path, "original", Thumb::strThumbSizeMap_.at("original")) {}
-  ~FactsWithPreview() { unlink(info_.GetEXIFPreviewTmpPath().c_str()); }
-  FactsWithPreview(const FactsWithPreview&) = delete;
-  FactsWithPreview& operator=(const FactsWithPreview&) = delete;
-
-  ThumbInfo& Info() { return info_; }
-
- private:
-  ThumbInfo info_;
-};
-
 // The Exif value, 1 to 8, of this rotation and mirroring.
 int OrientationOf(const ThumbInfo& info) {
   const auto& mappings = ThumbInfo::rotateFlopMappingList_;
   const auto found = std::find(mappings.begin(), mappings.end(), std::make_pair(info.GetRotate(), info.GetFlop()));
   return static_cast<int>(found - mappings.begin()) + 1;
+}
+
+std::uint64_t PixelsOf(const Picture& picture) {
+  return std::uint64_t{picture.width} * picture.height;
+}
+
+std::optional<Picture> LargestPreview(const ThumbInfo& source, const std::vector<PreviewCandidate>& previews) {
+  std::optional<Picture> largest;
+  for (const PreviewCandidate& preview : previews) {
+    const Picture picture = {preview.mimeType, preview.width, preview.height};
+    if (!source.HasFittingPreview({preview})) continue;
+    if (!largest || PixelsOf(picture) > PixelsOf(*largest)) largest = picture;
+  }
+  return largest;
+}
+
+const char* NameOf(ColourSpace colourSpace) {
+  if (colourSpace == ColourSpace::SRGB) return "sRGB";
+  return colourSpace == ColourSpace::ADOBE_RGB ? "AdobeRGB" : "";
 }
 
 }  // namespace
@@ -58,9 +61,9 @@ nlohmann::ordered_json JsonPicture(const std::optional<Picture>& picture) {
 }
 
 Facts ReadFacts(const std::string& path) {
-  FactsWithPreview source(path);
-  ThumbInfo& info = source.Info();
-  ReadInBounds([&] { info.ExtractImgInfo(true); });
+  ThumbInfo info(path, "original", Thumb::strThumbSizeMap_.at("original"));
+  PictureDetails details;
+  ReadInBounds([&] { details = info.ExtractImgInfoAndDetails(); });
   Facts facts;
   facts.isVideo = IsSupportVideo(BaseName(path));
   facts.mimeType = SourceMimeType(info);
@@ -70,7 +73,11 @@ Facts ReadFacts(const std::string& path) {
   facts.quarterTurns = info.GetRotate();
   facts.isMirrored = info.GetFlop();
   facts.isHeic = info.IsHeic();
-  facts.preview = MeasurePicture(info.GetEXIFPreviewTmpPath());
+  facts.preview = LargestPreview(info, details.previews);
+  facts.colourSpace = NameOf(details.colourSpace);
+  facts.cameraMake = details.cameraMake;
+  facts.cameraModel = details.cameraModel;
+  facts.timeTaken = details.timeTaken;
   return facts;
 }
 

@@ -27,6 +27,10 @@ struct Facts {
   bool isMirrored = false;
   bool isHeic = false;
   std::optional<Picture> preview;  // the largest embedded one that can serve as a thumbnail
+  std::string colourSpace;         // "sRGB", "AdobeRGB", or "" if Exif data does not say it
+  std::string cameraMake;          // "" if not known, as in the following
+  std::string cameraModel;
+  std::string timeTaken;  // "YYYY-MM-DDThh:mm:ss" by the camera's clock
 };
 
 // Nothing for "" and for a file that is not a picture.

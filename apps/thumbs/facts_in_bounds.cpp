@@ -13,6 +13,16 @@ namespace {
 
 constexpr rlim_t mostForFacts = rlim_t{48} * 1048576;
 
+void ReadInto(Thumb* job, const std::function<void(ThumbInfo*)>& read) {
+  ThumbInfo facts = job->GetInfo();
+  try {
+    ReadInBounds([&] { read(&facts); });
+  } catch (const Error& error) {
+    if (error.Code() != kNoFacts) throw;
+  }
+  job->SetFacts(facts);
+}
+
 }  // namespace
 
 void ReadInBounds(const std::function<void()>& read) {
@@ -25,13 +35,13 @@ void ReadInBounds(const std::function<void()>& read) {
 }
 
 void ReadFactsOnly(Thumb* job) {
-  ThumbInfo facts = job->GetInfo();
-  try {
-    ReadInBounds([&] { facts.ExtractImgInfo(false); });
-  } catch (const Error& error) {
-    if (error.Code() != kNoFacts) throw;
-  }
-  job->SetFacts(facts);
+  ReadInto(job, [](ThumbInfo* facts) { facts->ExtractImgInfo(false); });
+}
+
+PictureDetails ReadFactsAndDetails(Thumb* job) {
+  PictureDetails details;
+  ReadInto(job, [&details](ThumbInfo* facts) { details = facts->ExtractImgInfoAndDetails(); });
+  return details;
 }
 
 }  // namespace tavithumb::apps

@@ -23,4 +23,7 @@ void ReadInBounds(const std::function<void()>& read);
 // error.
 void ReadFactsOnly(Thumb* job);
 
+// Reads the facts, and returns what else is known, for the maker. Throws like ReadFactsOnly().
+PictureDetails ReadFactsAndDetails(Thumb* job);
+
 }  // namespace tavithumb::apps

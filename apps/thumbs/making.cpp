@@ -77,7 +77,7 @@ Resolution MakeByLibrary(const Request& request, const GiveFacts& giveFacts, Thu
 // The library's order: what is stored, then the source where that will do, then a new thumbnail.
 Resolution ResolveByMaker(const Request& request, Render* render, Thumb* job) {
   SetRequest(request, job);
-  ReadFactsOnly(job);
+  const PictureDetails details = ReadFactsAndDetails(job);
   const ThumbInfo& source = job->GetInfo();
   if (!CanRender(request, source)) return Resolution::kNone;
   if (job->SetOutStored() && IsGoodAnswer(request, *job)) return Resolution::kFound;
@@ -86,7 +86,7 @@ Resolution ResolveByMaker(const Request& request, Render* render, Thumb* job) {
     job->SetOutOriginalImage();
     return Resolution::kFound;
   }
-  if (render(source, {request}, Original::kSource)) return Resolution::kNone;
+  if (render(source, details, {request}, Original::kSource)) return Resolution::kNone;
   const bool isAvatar = (request.options & Thumb::OPT_AVATAR) != 0;
   return (isAvatar ? job->SetOutAvatar() : job->SetOutBrovixEA()) ? Resolution::kMade : Resolution::kNone;
 }
@@ -101,7 +101,7 @@ void Improve(const Request& request, Render* render, Thumb* job) {
   if (stat(source.GetPath().c_str(), &record) != 0) return;
   const std::array<timespec, 2> times = {{{0, UTIME_OMIT}, {record.st_mtim.tv_sec, 0}}};
   utimensat(AT_FDCWD, stored.c_str(), times.data(), 0);
-  if (StateOfStored(request, *job) == StoredState::kBad) render(source, {request}, Original::kStored);
+  if (StateOfStored(request, *job) == StoredState::kBad) render(source, {}, {request}, Original::kStored);
 }
 
 }  // namespace

@@ -22,8 +22,8 @@ enum class Resolution {
 // Finds or makes the answer to `request` and makes it the answer of `job`, which must be fresh: a job keeps state of
 // earlier requests. What the maker declines, the library makes with its tools. `render` is RenderAndStore(), in a
 // process that may crash, or RenderInChild(). Throws like Thumb::CalcOutputFile(), or FactsTooLarge.
-using Render = std::optional<std::string>(const ThumbInfo& source, const std::vector<Request>& requests,
-                                          Original original);
+using Render = std::optional<std::string>(const ThumbInfo& source, const PictureDetails& details,
+                                          const std::vector<Request>& requests, Original original);
 Resolution Resolve(const Request& request, Render* render, Thumb* job);
 
 // Has the library make it with its tools, from facts that have already been read.

@@ -17,6 +17,7 @@
 #include "maker/maker.h"
 #include "system/bounded_data.h"
 #include "system/file_descriptor.h"
+#include "system/file_rules.h"
 #include "system/paths.h"
 #include "system/supervisor.h"
 #include "thumbs/lookup.h"
@@ -69,7 +70,8 @@ std::string DestinationOf(const ThumbInfo& source, const Request& request) {
 }
 
 // A stored thumbnail is upright already.
-maker::Source SourceOf(const ThumbInfo& source, const Request& request, Original original) {
+maker::Source SourceOf(const ThumbInfo& source, const PictureDetails& details, const Request& request,
+                       Original original) {
   maker::Source described;
   if (original == Original::kStored) {
     described.path = DestinationOf(source, request);
@@ -79,6 +81,8 @@ maker::Source SourceOf(const ThumbInfo& source, const Request& request, Original
   described.path = source.GetPath();
   described.orientation = OrientationOf(source);
   described.userTurns = QuarterTurns(request.quarterTurns);
+  described.isAdobeRgb = details.colourSpace == ColourSpace::ADOBE_RGB;
+  described.previews = details.jpegPreviews;
   return described;
 }
 
@@ -139,7 +143,8 @@ class Unstored {
   std::vector<Made> made_;
 };
 
-std::vector<maker::Thumbnail> Render(const ThumbInfo& source, const std::vector<Request>& requests, Original original) {
+std::vector<maker::Thumbnail> Render(const ThumbInfo& source, const PictureDetails& details,
+                                     const std::vector<Request>& requests, Original original) {
   std::vector<maker::Target> targets;
   targets.reserve(requests.size());
   for (const Request& request : requests) {
@@ -147,7 +152,7 @@ std::vector<maker::Thumbnail> Render(const ThumbInfo& source, const std::vector<
   }
   maker::Options options;
   options.quality = requests.front().quality;
-  return maker::Make(SourceOf(source, requests.front(), original), targets, options);
+  return maker::Make(SourceOf(source, details, requests.front(), original), targets, options);
 }
 
 void Limit(__rlimit_resource resource, rlim_t maximum) {
@@ -155,6 +160,28 @@ void Limit(__rlimit_resource resource, rlim_t maximum) {
   getrlimit(resource, &limit);
   limit.rlim_cur = std::min(limit.rlim_max, maximum);
   setrlimit(resource, &limit);
+}
+
+// A decoder that an attacker has taken over finds no other photos. The thumbnails' folder must exist.
+void KeepToFilesOf(const std::string& source) {
+  FileRules rules;
+  rules.Allow(source, FileRules::Access::kRead);
+  rules.Allow(file::Dirname(file::GetEAPath(source, "thumbnail")), FileRules::Access::kStore);
+  for (const char* folder : file::TEMPORARY_FOLDERS) rules.Allow(folder, FileRules::Access::kStore);
+  rules.AllowSystem();
+  rules.Enter();
+}
+
+// In the child: stores the thumbnails, or returns why not.
+std::optional<std::string> RenderConfined(const ThumbInfo& source, const PictureDetails& details,
+                                          const std::vector<Request>& requests, Original original) {
+  Limit(RLIMIT_CORE, 0);
+  Limit(RLIMIT_CPU, mostProcessorSeconds);
+  Limit(RLIMIT_FSIZE, largestFile);
+  const SourceLock lock(source.GetPath());
+  if (!file::MakeEADir(source.GetPath())) return "not stored";
+  KeepToFilesOf(source.GetPath());
+  return RenderAndStore(source, details, requests, original);
 }
 
 // What the child has written to the pipe.
@@ -191,13 +218,13 @@ bool IsServedUnchanged(const Request& request, const ThumbInfo& source) {
   return source.GetFileSize() <= 2 * maker::EstimateBytes(size, type, request.quality);
 }
 
-std::optional<std::string> RenderAndStore(const ThumbInfo& source, const std::vector<Request>& requests,
-                                          Original original) {
+std::optional<std::string> RenderAndStore(const ThumbInfo& source, const PictureDetails& details,
+                                          const std::vector<Request>& requests, Original original) {
   const BoundedData bounded(mostMemory);
   try {
     struct stat record = {};
     if (stat(source.GetPath().c_str(), &record) != 0) return WordFor(maker::Reason::kUnreadable);
-    const std::vector<maker::Thumbnail> thumbnails = Render(source, requests, original);
+    const std::vector<maker::Thumbnail> thumbnails = Render(source, details, requests, original);
     if (!file::MakeEADir(source.GetPath())) return "not stored";
     Unstored unstored;
     for (std::size_t i = 0; i < requests.size(); ++i) {
@@ -212,8 +239,8 @@ std::optional<std::string> RenderAndStore(const ThumbInfo& source, const std::ve
   }
 }
 
-std::optional<std::string> RenderInChild(const ThumbInfo& source, const std::vector<Request>& requests,
-                                         Original original) {
+std::optional<std::string> RenderInChild(const ThumbInfo& source, const PictureDetails& details,
+                                         const std::vector<Request>& requests, Original original) {
   std::array<int, 2> ends = {};
   if (pipe2(ends.data(), O_CLOEXEC) != 0) throw std::system_error(errno, std::generic_category(), "pipe");
   const FileDescriptor reading(ends[0]);
@@ -223,11 +250,7 @@ std::optional<std::string> RenderInChild(const ThumbInfo& source, const std::vec
   child.channel = writing.Number();
   child.diesWithParent = true;
   child.work = [&] {
-    Limit(RLIMIT_CORE, 0);
-    Limit(RLIMIT_CPU, mostProcessorSeconds);
-    Limit(RLIMIT_FSIZE, largestFile);
-    const SourceLock lock(source.GetPath());
-    const std::optional<std::string> refusal = RenderAndStore(source, requests, original);
+    const std::optional<std::string> refusal = RenderConfined(source, details, requests, original);
     if (refusal) static_cast<void>(write(child.channel, refusal->data(), refusal->size()));
   };
   const pid_t process = supervisor.Start(child);

@@ -31,15 +31,15 @@ bool IsServedUnchanged(const Request& request, const ThumbInfo& source);
 enum class Original { kSource, kStored };
 
 // Makes the thumbnails from one decode and stores them with the time of the source. The requests differ only in their
-// sizes; kStored is for a single one. Call it with the source locked, in a process that may crash. Returns nothing if
-// all of them are stored, else why not, in a word.
-std::optional<std::string> RenderAndStore(const ThumbInfo& source, const std::vector<Request>& requests,
-                                          Original original);
+// sizes; kStored is for a single one, and needs no details. Call it with the source locked, in a process that may
+// crash. Returns nothing if all of them are stored, else why not, in a word.
+std::optional<std::string> RenderAndStore(const ThumbInfo& source, const PictureDetails& details,
+                                          const std::vector<Request>& requests, Original original);
 
 // The same in a process of its own, which has limits and is stopped after five minutes. Throws std::system_error if
 // there can't be one.
-std::optional<std::string> RenderInChild(const ThumbInfo& source, const std::vector<Request>& requests,
-                                         Original original);
+std::optional<std::string> RenderInChild(const ThumbInfo& source, const PictureDetails& details,
+                                         const std::vector<Request>& requests, Original original);
 
 // The beginnings of the names of the files that this process writes for a thumbnail before it stores it.
 std::string TemporaryPrefix(const std::string& entry);

@@ -9,7 +9,7 @@ namespace tavithumb::apps {
 SourceFacts::SourceFacts(const std::string& path) : info_(path, "original", Thumb::strThumbSizeMap_.at("original")) {
   stat(path.c_str(), &record_);
   try {
-    ReadInBounds([this] { previews_ = info_.ExtractImgInfoAndPreviews(); });
+    ReadInBounds([this] { details_ = info_.ExtractImgInfoAndDetails(); });
   } catch (const Error& error) {
     if (error.Code() != kNoFacts) throw;
   }

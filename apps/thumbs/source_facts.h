@@ -5,7 +5,6 @@
 #include <tavithumb/libtavithumb.h>
 
 #include <string>
-#include <vector>
 
 namespace tavithumb::apps {
 
@@ -19,13 +18,15 @@ class SourceFacts {
   bool AreCurrent() const;
 
   // Whether an embedded preview would become the thumbnail for the request of `job`, which has these facts.
-  bool HavePreviewFor(const Thumb& job) const { return job.GetInfo().HasFittingPreview(previews_); }
+  bool HavePreviewFor(const Thumb& job) const { return job.GetInfo().HasFittingPreview(details_.previews); }
 
   void GiveTo(Thumb* job) const { job->SetFacts(info_); }
 
+  const PictureDetails& Details() const { return details_; }
+
  private:
   ThumbInfo info_;
-  std::vector<PreviewCandidate> previews_;
+  PictureDetails details_;
   struct stat record_ = {};
 };
 

@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // The programs' own thumbnails: what `tavithumb make` and `get` make of photos, and that the library finds it.
+#include <linux/landlock.h>
 #include <pictures.h>
+#include <sys/syscall.h>
 #include <tavithumb/libtavithumb.h>
+#include <unistd.h>
 
 #include <filesystem>
 
@@ -164,6 +167,64 @@ TEST_F(Rendering, ReplacesASourceThatIsTooHeavyForItsSize) {
   const json object = Get({}, photo);
   EXPECT_EQ(object.at("answer"), EntryOf(photo, "TAVIFILE_THUMB_M.jpg"));
   EXPECT_EQ(FactsOf(object.at("answer")), "JPEG 300x200");
+}
+
+// The preview shows something else than the photo, so that its use shows.
+TEST_F(Rendering, TakesAnEmbeddedPreviewThatIsLargeEnough) {
+  MakePhoto(photo, "6");
+  RunTool({"/usr/bin/convert", "-size", "180x120", "xc:#404040", folder / "preview.jpg"});
+  SetPreview(photo, folder / "preview.jpg");
+  RunTool({"/usr/bin/convert", "-size", "60x90", "xc:#404040", folder / "plain.png"});
+  const auto shows = [&](const std::string& thumbnail) { return Difference(thumbnail, folder / "plain.png") < 0.02; };
+  const json small = Get({"--size", "small"}, photo);
+  EXPECT_EQ(FactsOf(small.at("answer")), "JPEG 80x120");
+  EXPECT_TRUE(shows(small.at("answer")));
+  EXPECT_FALSE(shows(Get({"--size", "medium"}, photo).at("answer")));
+  std::filesystem::remove_all(folder / ".tavi_ea");
+  EXPECT_EQ(run({"make", "--sizes", "small", photo}).code, 0);
+  EXPECT_TRUE(shows(EntryOf(photo, "TAVIFILE_THUMB_S_r1.jpg")));
+  std::filesystem::remove_all(folder / ".tavi_ea");
+  SetExif(photo, {{"Exif.Thumbnail.Orientation", "1"}});
+  EXPECT_FALSE(shows(Get({"--size", "small"}, photo).at("answer")));
+}
+
+TEST_F(Rendering, ConvertsAdobeRgbThatExifAloneTells) {
+  MakePhoto(photo);
+  const std::string asSrgb = ReadFile(Get({"--size", "small"}, photo).at("answer"));
+  for (const bool makes : {false, true}) {
+    std::filesystem::remove_all(folder / ".tavi_ea");
+    SetExif(photo, {{"Exif.Photo.ColorSpace", "65535"}, {"Exif.Iop.InteroperabilityIndex", "R03"}});
+    const std::string stored = EntryOf(photo, "TAVIFILE_THUMB_S.jpg");
+    if (makes) {
+      EXPECT_EQ(run({"make", "--sizes", "small", photo}).code, 0);
+    } else {
+      EXPECT_EQ(Get({"--size", "small"}, photo).at("answer"), stored);
+    }
+    EXPECT_NE(ReadFile(stored), asSrgb) << makes;
+    EXPECT_GT(Difference(stored, photo), 0.01) << makes;
+  }
+}
+
+TEST_F(Rendering, OfGetCanAccessLittleElse) {
+  const std::string strace = "/usr/bin/strace";
+  if (!Exists(strace)) GTEST_SKIP() << "needs strace";
+  if (syscall(SYS_landlock_create_ruleset, nullptr, 0, LANDLOCK_CREATE_RULESET_VERSION) < 1) {
+    GTEST_SKIP() << "needs a kernel with Landlock";
+  }
+  MakePhoto(photo);
+  const std::string trace = folder / "trace";
+  try {
+    RunTool({strace, "-f", "-o", trace, "-e", "trace=landlock_restrict_self,openat", "-E",
+             "ASAN_OPTIONS=detect_leaks=0", TAVITHUMB_COMMAND, "get", "--size", "small", photo});
+  } catch (const std::runtime_error&) {
+    GTEST_SKIP() << "needs processes that may be traced";
+  }
+  const std::string calls = ReadFile(trace);
+  const std::size_t restricted = calls.find("landlock_restrict_self(");
+  ASSERT_NE(restricted, calls.npos);
+  EXPECT_EQ(calls.substr(calls.find('=', restricted), 3), "= 0");
+  // The decoder opens the photo after that.
+  EXPECT_NE(calls.find('"' + photo + '"', restricted), calls.npos);
 }
 
 TEST_F(Rendering, WorksForUsersWhoAreNotRoot) {

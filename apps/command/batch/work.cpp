@@ -122,7 +122,9 @@ void Sizes::RenderMissing() {
   }
   if (requests.empty()) return;
   announce_(*result_, making);
-  if (const std::optional<std::string> refusal = RenderAndStore(lookUp_.GetInfo(), requests, Original::kSource)) {
+  const std::optional<std::string> refusal =
+      RenderAndStore(lookUp_.GetInfo(), facts_.Details(), requests, Original::kSource);
+  if (refusal) {
     result_->byLibrary = *refusal;
     rendered_.clear();
   }

@@ -9,7 +9,6 @@
 #include <utility>
 #include <vector>
 
-#include "records.h"
 #include "tavithumb/thumb_info.h"
 
 namespace tavithumb {
@@ -49,11 +48,11 @@ class Details : public testing::Test {
 };
 
 TEST_F(Details, AreReadTogetherWithTheFacts) {
-  const PictureDetails expected = With({{"Exif.Image.Make", "Acme"},
-                                        {"Exif.Image.Model", "C1"},
-                                        {"Exif.Image.Orientation", "6"},
-                                        {"Exif.Photo.ColorSpace", "1"},
-                                        {"Exif.Photo.DateTimeOriginal", "2024:05:01 12:30:00"}});
+  With({{"Exif.Image.Make", "Acme"},
+        {"Exif.Image.Model", "C1"},
+        {"Exif.Image.Orientation", "6"},
+        {"Exif.Photo.ColorSpace", "1"},
+        {"Exif.Photo.DateTimeOriginal", "2024:05:01 12:30:00"}});
   ThumbInfo info(source, "small", {120, 120});
   const PictureDetails details = info.ExtractImgInfoAndDetails();
   EXPECT_EQ(info.GetWidth(), 900u);
@@ -69,7 +68,6 @@ TEST_F(Details, AreReadTogetherWithTheFacts) {
   EXPECT_EQ(details.cameraMake, "Acme");
   EXPECT_EQ(details.cameraModel, "C1");
   EXPECT_EQ(details.timeTaken, "2024-05-01T12:30:00");
-  EXPECT_EQ(expected.jpegPreviews, details.jpegPreviews);
 }
 
 TEST_F(Details, AreEmptyWhereNothingIsKnown) {
@@ -98,9 +96,7 @@ TEST_F(Details, NameTheColourSpace) {
       {{{"Exif.Photo.ColorSpace", "1"}, {"Exif.Iop.InteroperabilityIndex", "R03"}}, ColourSpace::SRGB},
       {{{"Exif.Iop.InteroperabilityIndex", "R03"}}, ColourSpace::UNKNOWN},
   };
-  for (const auto& [exif, space] : rows) {
-    EXPECT_EQ(With(exif).colourSpace, space) << "row " << &space - &rows[0].second;
-  }
+  for (const auto& row : rows) EXPECT_EQ(With(row.first).colourSpace, row.second) << "row " << &row - rows;
 }
 
 TEST_F(Details, HaveTheTimeOnlyIfTheCameraKnewIt) {
