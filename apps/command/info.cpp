@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "command/info.h"
 
+#include <strings.h>
+
 #include <nlohmann/json.hpp>
 #include <optional>
 
@@ -16,14 +18,28 @@
 namespace tavithumb::apps::command {
 namespace {
 
-const Row heading = {"KIND", "TYPE", "SIZE", "ORIENTATION", "ROTATION", "MIRROR", "HEIC", "PREVIEW", "FILE"};
+const Row heading = {"KIND", "TYPE",    "SIZE",   "ORIENTATION", "ROTATION", "MIRROR",
+                     "HEIC", "PREVIEW", "COLOUR", "TAKEN",       "CAMERA",   "FILE"};
 
 const char* YesNo(bool value) {
   return value ? "yes" : "no";
 }
 
+std::string OrDash(const std::string& text) {
+  return text.empty() ? "-" : Printable(text);
+}
+
+// Many models begin with the name of their make, which may go on with "CORPORATION" or the like.
+std::string CameraOf(const Facts& facts) {
+  const std::string& make = facts.cameraMake;
+  const std::string& model = facts.cameraModel;
+  if (make.empty() || model.empty()) return make + model;
+  const std::string brand = make.substr(0, make.find(' '));
+  return strncasecmp(model.c_str(), brand.c_str(), brand.size()) == 0 ? model : make + " " + model;
+}
+
 Row RowOf(const std::string& name, const Facts& facts) {
-  if (facts.isVideo) return {"video", "-", "-", "-", "-", "-", "-", "-", Printable(name)};
+  if (facts.isVideo) return {"video", "-", "-", "-", "-", "-", "-", "-", "-", "-", "-", Printable(name)};
   return {"image",
           facts.mimeType,
           PixelSize(facts.width, facts.height),
@@ -32,7 +48,14 @@ Row RowOf(const std::string& name, const Facts& facts) {
           YesNo(facts.isMirrored),
           YesNo(facts.isHeic),
           facts.preview ? PixelSize(facts.preview->width, facts.preview->height) : "-",
+          OrDash(facts.colourSpace),
+          OrDash(facts.timeTaken),
+          OrDash(CameraOf(facts)),
           Printable(name)};
+}
+
+nlohmann::ordered_json OrNull(const std::string& text) {
+  return text.empty() ? nlohmann::ordered_json() : nlohmann::ordered_json(text);
 }
 
 std::string JsonFacts(const std::string& source, const Facts& facts) {
@@ -48,6 +71,10 @@ std::string JsonFacts(const std::string& source, const Facts& facts) {
     object["mirror"] = facts.isMirrored;
     object["heic"] = facts.isHeic;
     object["preview"] = JsonPicture(facts.preview);
+    object["colour_space"] = OrNull(facts.colourSpace);
+    object["taken"] = OrNull(facts.timeTaken);
+    object["camera_make"] = OrNull(facts.cameraMake);
+    object["camera_model"] = OrNull(facts.cameraModel);
   }
   object["error"] = nullptr;
   return JsonLine(object);

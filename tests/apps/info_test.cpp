@@ -20,9 +20,10 @@ class Info : public testing::Test {
   }
 
   static json Facts(const std::string& source, const std::string& mimeType, int width, int height) {
-    return {{"source", source}, {"kind", "image"},    {"mime_type", mimeType}, {"width", width},
-            {"height", height}, {"orientation", 1},   {"rotation", 0},         {"mirror", false},
-            {"heic", false},    {"preview", nullptr}, {"error", nullptr}};
+    return {{"source", source},       {"kind", "image"},         {"mime_type", mimeType},   {"width", width},
+            {"height", height},       {"orientation", 1},        {"rotation", 0},           {"mirror", false},
+            {"heic", false},          {"preview", nullptr},      {"colour_space", nullptr}, {"taken", nullptr},
+            {"camera_make", nullptr}, {"camera_model", nullptr}, {"error", nullptr}};
   }
 
   const TempDir folder;
@@ -83,6 +84,23 @@ TEST_F(Info, MeasuresTheEmbeddedPreviewAndLeavesNothingInTmp) {
   EXPECT_EQ(Names(folder.Path()), (std::vector<std::string>{"a.jpg", "preview.jpg"}));
 }
 
+TEST_F(Info, PrintsWhatExifSaysOfTheCameraAndItsColours) {
+  const std::string jpeg = folder / "a.jpg";
+  MakeJpeg(jpeg, 60, 40);
+  SetExif(jpeg, {{"Exif.Image.Make", "ACME CORPORATION  "},
+                 {"Exif.Image.Model", "ACME \xE9"},
+                 {"Exif.Photo.ColorSpace", "1"},
+                 {"Exif.Photo.DateTimeOriginal", "2024:05:01 12:30:00"}});
+  json expected = Facts(jpeg, "image/jpeg", 60, 40);
+  expected["colour_space"] = "sRGB";
+  expected["taken"] = "2024-05-01T12:30:00";
+  expected["camera_make"] = "ACME CORPORATION";
+  expected["camera_model"] = "ACME \uFFFD";
+  EXPECT_EQ(Ask(jpeg), expected);
+  const std::string table = run({"info", "a.jpg"}, In(folder.Path())).out;
+  EXPECT_EQ(table.substr(table.find("sRGB")), "sRGB    2024-05-01T12:30:00  ACME \\xe9  a.jpg\n");
+}
+
 TEST_F(Info, RecognisesHeic) {
   MakeHeic(folder / "a.heic", 80, 60, true);
   json expected = Facts(folder / "a.heic", "image/heic", 80, 60);
@@ -100,16 +118,24 @@ TEST_F(Info, PrintsOneAlignedTable) {
   MakeJpeg(folder / "turned.jpg", 1000, 700);
   MakeJpeg(folder / "preview.jpg", 60, 40);
   SetPreview(folder / "turned.jpg", folder / "preview.jpg");
-  SetExif(folder / "turned.jpg", {{"Exif.Image.Orientation", "7"}});
+  SetExif(folder / "turned.jpg", {{"Exif.Image.Orientation", "7"},
+                                  {"Exif.Image.Make", "Acme"},
+                                  {"Exif.Image.Model", "C1"},
+                                  {"Exif.Photo.ColorSpace", "2"},
+                                  {"Exif.Photo.DateTimeOriginal", "2024:05:01 12:30:00"}});
   WriteFile(folder / "clip.mp4", "");
   const Outcome outcome = run({"info", "a.png", "missing.png", "turned.jpg", "clip.mp4"}, In(folder.Path()));
   EXPECT_EQ(outcome.code, 1);
   EXPECT_EQ(outcome.err, "tavithumb: missing.png: it does not exist; check its name\n");
   EXPECT_EQ(outcome.out,
-            "KIND   TYPE        SIZE      ORIENTATION  ROTATION  MIRROR  HEIC  PREVIEW  FILE\n"
-            "image  image/png   60x40     1            0         no      no    -        a.png\n"
-            "image  image/jpeg  1000x700  7            270       yes     no    60x40    turned.jpg\n"
-            "video  -           -         -            -         -       -     -        clip.mp4\n");
+            "KIND   TYPE        SIZE      ORIENTATION  ROTATION  MIRROR  HEIC  PREVIEW  COLOUR    TAKEN                "
+            "CAMERA   FILE\n"
+            "image  image/png   60x40     1            0         no      no    -        -         -                    "
+            "-        a.png\n"
+            "image  image/jpeg  1000x700  7            270       yes     no    60x40    AdobeRGB  2024-05-01T12:30:00  "
+            "Acme C1  turned.jpg\n"
+            "video  -           -         -            -         -       -     -        -         -                    "
+            "-        clip.mp4\n");
 }
 
 TEST_F(Info, PrintsNoTableWithoutRows) {

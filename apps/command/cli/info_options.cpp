@@ -11,10 +11,12 @@ constexpr char description[] = "Print what is known about each FILE";
 
 constexpr char footer[] =
     "The table has the kind (image or video), the type, the size in pixels as stored, the orientation (1 to 8, as in\n"
-    "Exif) with its clockwise rotation in degrees and its mirroring, HEIC, and the largest embedded preview.\n"
+    "Exif) with its clockwise rotation in degrees and its mirroring, HEIC, the largest embedded preview, and\n"
+    "from Exif data the colour space (sRGB or AdobeRGB), when the photo was taken, and the camera.\n"
     "\n"
     "JSON objects: source, kind, mime_type, width, height, orientation, rotation (quarter turns clockwise), mirror,\n"
-    "heic, preview (null, or mime_type, width, height), error (null). For a video: source, kind, error.\n"
+    "heic, preview (null, or mime_type, width, height), colour_space, taken (YYYY-MM-DDThh:mm:ss by the camera's\n"
+    "clock), camera_make, camera_model (each null if not known), error (null). For a video: source, kind, error.\n"
     "For a file that cannot be read: source, error. If a name is not UTF-8, source_hex has its bytes.\n"
     "\n"
     "Examples:\n"
