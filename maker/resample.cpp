@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "maker/resample.h"
 
+#include <sys/auxv.h>
+
 #include <algorithm>
 #include <array>
 #include <cstddef>
@@ -45,11 +47,14 @@ static_assert(kBlocks == 1 || kBlocks == 2, "see Windows()");
 // Sums of products of pairs; some processors collect the two halves of a vector apart.
 class Sum {
  public:
-  HWY_INLINE Sum() : one_(hn::Set(kSums, Kernel::kOne / 2)), other_(hn::Zero(kSums)) {}
+  HWY_INLINE Sum() : one_(hn::Zero(kSums)), other_(hn::Zero(kSums)) {}
   HWY_INLINE void Add(Words16 samples, Words16 weights) {
     one_ = hn::ReorderWidenMulAccumulate(kSums, samples, weights, one_, other_);
   }
-  HWY_INLINE Sums32 Rounded() const { return hn::ShiftRight<Kernel::kBits>(hn::RearrangeToOddPlusEven(one_, other_)); }
+  HWY_INLINE Sums32 Rounded() const {
+    const Sums32 sums = hn::RearrangeToOddPlusEven(one_, other_);
+    return hn::ShiftRight<Kernel::kBits>(hn::Add(sums, hn::Set(kSums, Kernel::kOne / 2)));
+  }
 
  private:
   Sums32 one_;
@@ -64,6 +69,12 @@ HWY_INLINE Words16 PairOf(const std::int16_t* weights) {
   std::int32_t pair = 0;
   std::memcpy(&pair, weights, sizeof(pair));
   return hn::BitCast(kWords, hn::Set(kSums, pair));
+}
+
+// In order: where ReorderDemote2To() puts the two halves is up to the processor.
+HWY_INLINE Words16 Joined(Sums32 low, Sums32 high) {
+  constexpr hn::Rebind<std::int16_t, decltype(kSums)> half;
+  return hn::Combine(kWords, hn::DemoteTo(half, high), hn::DemoteTo(half, low));
 }
 
 // Sums of a vector of samples: four at a time of each block.
@@ -84,13 +95,15 @@ class Columns {
 
   // Clamped to bytes, in order.
   HWY_INLINE void Store(std::uint8_t* result) const {
-    const Words16 low = hn::ReorderDemote2To(kWords, a_.Rounded(), b_.Rounded());
-    const Words16 high = hn::ReorderDemote2To(kWords, c_.Rounded(), d_.Rounded());
     constexpr hn::Half<decltype(kBytes)> half;
     if constexpr (kBlocks == 1) {
+      const Words16 low = Joined(a_.Rounded(), b_.Rounded());
+      const Words16 high = Joined(c_.Rounded(), d_.Rounded());
       hn::StoreU(hn::DemoteTo(half, low), half, result);
       hn::StoreU(hn::DemoteTo(half, high), half, result + kBlock / 2);
     } else {
+      const Words16 low = hn::ReorderDemote2To(kWords, a_.Rounded(), b_.Rounded());
+      const Words16 high = hn::ReorderDemote2To(kWords, c_.Rounded(), d_.Rounded());
       hn::StoreU(hn::DemoteTo(half, hn::ConcatLowerLower(kWords, high, low)), half, result);
       hn::StoreU(hn::DemoteTo(half, hn::ConcatUpperUpper(kWords, high, low)), half, result + kBlock);
     }
@@ -361,6 +374,17 @@ namespace tavithumb::maker {
 namespace {
 
 HWY_EXPORT(ResampleInto);
+
+#if HWY_ARCH_ARM_V7
+// libhwy 1.0 of Debian 12 overlooks NEON, which not every 32-bit ARM processor has.
+bool TellOfNeon() {
+  constexpr unsigned long needed = HWCAP_ARM_NEON | HWCAP_ARM_VFPv4;
+  const bool hasNeon = (getauxval(AT_HWCAP) & needed) == needed;
+  if (hasNeon) hwy::SetSupportedTargetsForTest(hwy::SupportedTargets() | HWY_NEON);
+  return hasNeon;
+}
+[[maybe_unused]] const bool hasNeon = TellOfNeon();
+#endif
 
 }  // namespace
 

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <cstdio>
 #include <functional>
 #include <ostream>
 #include <random>
@@ -85,6 +86,13 @@ Case RandomCase(std::mt19937* random) {
   if (isOneOf(3)) scaling.width -= 0.5;
   if (isOneOf(3)) scaling.height -= 0.5;
   return random_case;
+}
+
+TEST(Resample, KnowsTheVectorInstructionsOfTheProcessor) {
+  const std::int64_t best = hwy::SupportedAndGeneratedTargets().front();
+  std::printf("vector instructions: %s\n", hwy::TargetName(best));
+  EXPECT_NE(best, HWY_SCALAR);
+  EXPECT_NE(best, HWY_EMU128);
 }
 
 TEST(Resample, GivesTheSameSamplesByVectorsAsByPlainCode) {
