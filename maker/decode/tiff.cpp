@@ -15,8 +15,10 @@
 namespace tavithumb::maker {
 namespace {
 
+// Of a picture: for as many pixels as are decoded, each with 16 bits of red, green, blue and alpha.
+constexpr std::uint64_t kMostBytes = 8 * std::uint64_t{kMaxDecodedPixels};
 // A tile may be larger than the picture, but not by more than that.
-constexpr std::size_t kMostExcess = std::size_t{64} << 20;
+constexpr std::uint64_t kMostExcess = std::uint64_t{64} << 20;
 
 // What libtiff reads from. Its functions are called from C: they must not throw.
 struct Source {
@@ -234,6 +236,7 @@ class TiffDecoder : public Decoder {
  public:
   explicit TiffDecoder(const Input& input) : source_{input}, tiff_(OpenFirstPage(&source_)), layout_(tiff_.get()) {
     CheckDecodedSize(layout_.size);
+    if (layout_.BytesOf(layout_.size) > kMostBytes) throw Declined(Reason::kTooLarge, "the pixels have too many bits");
     header_.stored = layout_.size;
   }
 
@@ -274,10 +277,10 @@ Size TiffDecoder::BlockSize() {
 
 // Checked before memory is taken.
 std::size_t TiffDecoder::BlockBytes() {
-  const tmsize_t bytes = layout_.isTiled ? TIFFTileSize(tiff_.get()) : TIFFStripSize(tiff_.get());
+  const std::uint64_t bytes = layout_.isTiled ? TIFFTileSize64(tiff_.get()) : TIFFStripSize64(tiff_.get());
   const std::uint64_t most = layout_.BytesOf(layout_.size) + kMostExcess;
-  if (bytes <= 0) throw Declined(Reason::kDamaged, "a strip or tile has no pixels");
-  if (static_cast<std::uint64_t>(bytes) > most) throw Declined(Reason::kTooLarge, "a tile is too large");
+  if (bytes == 0) throw Declined(Reason::kDamaged, "a strip or tile has no pixels");
+  if (bytes > most) throw Declined(Reason::kTooLarge, "a strip or tile is too large");
   return static_cast<std::size_t>(bytes);
 }
 

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <cstdint>
+#include <new>
 
 #include "maker/declined.h"
 #include "maker/limits.h"
@@ -22,6 +24,12 @@ TEST(Planes, HaveAlignedRowsThatCanBeReadBeyondTheirEnd) {
   }
 }
 
+// Of 65536 x 65536 samples with 32 bits, all but 4 MiB would get lost.
+TEST(Planes, ThatNeedMoreThanASizeHoldsAreNotAllocated) {
+  if (sizeof(std::size_t) > 4) GTEST_SKIP() << "takes 4 GiB with 64 bits";
+  EXPECT_THROW(Plane(Size{65536, 65536}), std::bad_alloc);
+}
+
 Reason ReasonFor(Size size) {
   try {
     CheckDecodedSize(size);
@@ -38,6 +46,9 @@ TEST(Limits, DeclinePicturesThatAreEmptyOrTooLarge) {
   CheckDecodedSize({12800, 10000});
   EXPECT_EQ(ReasonFor({12800, 10001}), Reason::kTooLarge);
   EXPECT_EQ(ReasonFor({65536, 1}), Reason::kTooLarge);
+  // As an int, the product is negative.
+  EXPECT_EQ(ReasonFor({46341, 46341}), Reason::kTooLarge);
+  EXPECT_EQ(ReasonFor({65535, 65535}), Reason::kTooLarge);
   EXPECT_EQ(ReasonFor({0, 10}), Reason::kDamaged);
   EXPECT_EQ(ReasonFor({10, -1}), Reason::kDamaged);
 }
