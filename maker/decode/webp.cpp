@@ -17,6 +17,8 @@ namespace {
 constexpr double kMargin = 2.0;
 constexpr double kLeastReduction = 0.75;
 
+constexpr int kLossless = 2;  // what libwebp calls the format
+
 // The size to decode.
 Size ScaledSize(Size stored, Size atLeast) {
   const double scale = kMargin * std::max(static_cast<double>(atLeast.width) / stored.width,
@@ -72,6 +74,7 @@ class WebpDecoder : public Decoder {
   // A frame of an animation may cover only a part of the canvas: the rest is transparent.
   bool IsWhole() const { return frame_.size == header_.stored; }
   bool HasAlpha() const { return !IsWhole() || features_.has_alpha != 0; }
+  bool IsOutOfMemory(VP8StatusCode status) const;
   void FindFrame();
   Pixels DecodeFrame(Size size) const;
   void DecodeStart(WebPDecoderConfig* config) const;
@@ -96,8 +99,13 @@ void WebpDecoder::FindFrame() {
     throw Declined(Reason::kDamaged, "the first frame has another size");
   }
   // A lossless picture is held in memory as a whole.
-  constexpr int kLossless = 2;
   if (features_.format == kLossless) CheckDecodedSize(frame_.size);
+}
+
+// libwebp 1.5 reports damaged alpha beside lossy colours as a lack of memory, though decoding that takes little.
+bool WebpDecoder::IsOutOfMemory(VP8StatusCode status) const {
+  const bool mayBeDamagedAlpha = features_.format != kLossless && features_.has_alpha != 0;
+  return status == VP8_STATUS_OUT_OF_MEMORY && !mayBeDamagedAlpha;
 }
 
 // Of a cut-off frame, the rows that there are.
@@ -105,7 +113,7 @@ void WebpDecoder::DecodeStart(WebPDecoderConfig* config) const {
   const std::unique_ptr<WebPIDecoder, DeleteIncremental> decoder(WebPIDecode(nullptr, 0, config));
   if (!decoder) throw std::bad_alloc();
   const VP8StatusCode status = WebPIUpdate(decoder.get(), frame_.data.bytes, frame_.data.size);
-  if (status == VP8_STATUS_OUT_OF_MEMORY) throw std::bad_alloc();
+  if (IsOutOfMemory(status)) throw std::bad_alloc();
   int rows = 0;
   WebPIDecGetRGB(decoder.get(), &rows, nullptr, nullptr, nullptr);
   if (rows <= 0) throw Declined(Reason::kDamaged, "there is not even one row of pixels");
@@ -125,7 +133,7 @@ Pixels WebpDecoder::DecodeFrame(Size size) const {
   config.output.is_external_memory = 1;
   config.output.u.RGBA = {pixels.bytes.data(), static_cast<int>(pixels.Stride()), pixels.bytes.size()};
   const VP8StatusCode status = WebPDecode(frame_.data.bytes, frame_.data.size, &config);
-  if (status == VP8_STATUS_OUT_OF_MEMORY) throw std::bad_alloc();
+  if (IsOutOfMemory(status)) throw std::bad_alloc();
   if (status != VP8_STATUS_OK) DecodeStart(&config);
   return pixels;
 }
