@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <string>
 #include <string_view>
 
 #include "maker/declined.h"
@@ -31,14 +32,20 @@ using Coding = std::unique_ptr<heif_color_profile_nclx, Free>;
 
 Reason ReasonOf(const heif_error& error) {
   if (error.subcode == heif_suberror_Security_limit_exceeded) return Reason::kTooLarge;
-  if (error.code == heif_error_Unsupported_feature || error.code == heif_error_Unsupported_filetype) {
+  if (error.code == heif_error_Unsupported_feature || error.code == heif_error_Unsupported_filetype ||
+      error.code == heif_error_Plugin_loading_error) {
     return Reason::kUnsupported;
   }
   return Reason::kDamaged;
 }
 
+// Some versions of libheif end their messages with a new line.
+std::string FirstLineOf(std::string_view message) {
+  return std::string(message.substr(0, message.find('\n')));
+}
+
 void Check(const heif_error& error) {
-  if (error.code != heif_error_Ok) throw Declined(ReasonOf(error), error.message);
+  if (error.code != heif_error_Ok) throw Declined(ReasonOf(error), FirstLineOf(error.message));
 }
 
 // What libheif reads from: it wants a file with a position.

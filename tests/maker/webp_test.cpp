@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "decoding.h"
+#include "temp_dir.h"
 
 namespace tavithumb::maker {
 namespace {
@@ -236,6 +237,7 @@ TEST(WebpDecoder, DecodesSampleFilesLikeImageMagick) {
        {"samples/still/1.webp", "samples-more/modern/alpha.webp", "samples-more/modern/animated.webp",
         "samples-more/modern/lossless.webp", "samples-more/modern/photo.webp"}) {
     const std::string path = test::SamplesFolder() + "/../" + name;
+    if (!test::Exists(path)) continue;
     const Picture picture = Decode(OpenWebp, test::ReadSample(path), {10000, 10000});
     EXPECT_EQ(test::LargestDifference(test::RgbaOf(picture), test::ReferenceRgba(path)), 0) << name;
   }
