@@ -59,14 +59,16 @@ clone_project() {
 in_chroot() {
   local samples
   samples=$(readlink -f "${TAVITHUMB_SAMPLES:-../shared/samples}" || true)
-  mkdir -p "$chroot"/checkout/samples "$chroot/old"
+  mkdir -p "$chroot"/checkout/samples "$chroot"/checkout/samples-more "$chroot/old"
   unshare --mount --pid --fork --kill-child bash -ec '
     chroot=$1 samples=$2
     mount --bind "$chroot" "$chroot"
     mount --rbind /dev "$chroot/dev"
     mount --rbind /sys "$chroot/sys"
     mount -t proc proc "$chroot/proc"
-    [ ! -d "$samples" ] || mount --bind -o ro "$samples" "$chroot/checkout/samples"
+    for suffix in "" -more; do
+      [ ! -d "$samples$suffix" ] || mount --bind -o ro "$samples$suffix" "$chroot/checkout/samples$suffix"
+    done
     cd "$chroot"
     pivot_root . old
     umount -l /old

@@ -4,6 +4,7 @@
 #include <tavithumb/libtavithumb.h>
 #include <temp_dir.h>
 
+#include <algorithm>
 #include <optional>
 #include <string>
 #include <thread>
