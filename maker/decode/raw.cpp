@@ -85,8 +85,9 @@ class Stream : public LibRaw_abstract_datastream {
     return done;
   }
 
-  // Far more than any raw file takes. In a damaged CR3, LibRaw looks for boxes of no bytes without end.
-  static constexpr int kMaxSeeks = 1000000;
+  // In a damaged CR3, LibRaw looks for boxes of no bytes without end. Raw files take some hundred seeks, and a few more
+  // for each row or tile of their raw data.
+  static constexpr int kMaxSeeks = 100000;
 
   BufferedInput input_;
   INT64 position_ = 0;
