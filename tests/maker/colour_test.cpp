@@ -11,11 +11,14 @@
 #include <fstream>
 #include <functional>
 #include <iterator>
+#include <memory>
+#include <optional>
 #include <random>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "maker/matrix_profile.h"
 #include "tests/maker/colour_difference.h"
 #include "tests/maker/instructions.h"
 
@@ -322,6 +325,95 @@ TEST(ConvertToSrgb, IgnoresProfilesOverTheLimit) {
   EXPECT_TRUE(IsSrgb(picture));
 }
 
+// Matrix profiles ----------------------------------------------------------------------------------------------------
+
+struct CloseProfile {
+  void operator()(cmsHPROFILE profile) const { cmsCloseProfile(profile); }
+};
+using Profile = std::unique_ptr<void, CloseProfile>;
+
+Profile Opened(const Samples& bytes) {
+  return Profile(cmsOpenProfileFromMem(bytes.data(), static_cast<cmsUInt32Number>(bytes.size())));
+}
+
+bool IsMatrixProfile(const Samples& bytes) {
+  return MatrixToSrgb::Of(Opened(bytes).get()).has_value();
+}
+
+// A Display-P3 profile, changed.
+Samples ChangedP3(const std::function<void(cmsHPROFILE)>& change) {
+  const Profile profile = Opened(P3());
+  change(profile.get());
+  cmsUInt32Number size = 0;
+  cmsSaveProfileToMem(profile.get(), nullptr, &size);
+  Samples bytes(size);
+  EXPECT_TRUE(cmsSaveProfileToMem(profile.get(), bytes.data(), &size));
+  return bytes;
+}
+
+Samples P3WithTag(cmsTagSignature tag, const std::string& content) {
+  return ChangedP3([&](cmsHPROFILE profile) {
+    cmsWriteRawTag(profile, tag, content.data(), static_cast<cmsUInt32Number>(content.size()));
+  });
+}
+
+Samples P3WithRed(const cmsCIEXYZ& red) {
+  return ChangedP3([&](cmsHPROFILE profile) { cmsWriteTag(profile, cmsSigRedColorantTag, &red); });
+}
+
+// (factor * x + offset) ^ gamma from `start` on, slope * x + shift below.
+Samples P3WithCurve(double gamma, double factor, double offset, double slope, double start, double shift) {
+  const cmsFloat64Number parameters[] = {gamma, factor, offset, slope, start, 0, shift};
+  return RgbProfile(kP3Primaries, cmsBuildParametricToneCurve(nullptr, 5, parameters));
+}
+
+TEST(MatrixProfiles, AreThoseWithThreeCurvesFromBlackToWhiteAndAMatrixOnly) {
+  const struct {
+    const char* name;
+    Samples profile;
+    bool isOne;
+  } rows[] = {
+      {"P3", P3(), true},
+      {"P3, tables", RgbProfile(kP3Primaries, SrgbTable(1024), 2.1), true},
+      {"AdobeRGB", AdobeRgbProfile(), true},
+      {"gamma 1", RgbProfile(kSrgbPrimaries, cmsBuildGamma(nullptr, 1)), true},
+      {"a curve of sRGB by its parameters", P3WithCurve(2.4, 1 / 1.055, 0.055 / 1.055, 1 / 12.92, 0.04045, 0), true},
+      {"black nearly black", P3WithCurve(1, 1, 0, 1, 0.1, 0.00008), true},
+      {"another tag", P3WithTag(cmsSigBToA0Tag, "tabletable"), true},
+      {"gray", GrayProfile(SrgbCurve()), false},
+      {"CMYK", CmykProfile(), false},
+      {"perceptual table", P3WithTag(cmsSigAToB0Tag, "tabletable"), false},
+      {"colorimetric table", P3WithTag(cmsSigAToB1Tag, "tabletable"), false},
+      {"perceptual table of floating point", P3WithTag(cmsSigDToB0Tag, "tabletable"), false},
+      {"colorimetric table of floating point", P3WithTag(cmsSigDToB1Tag, "tabletable"), false},
+      {"to Lab", ChangedP3([](cmsHPROFILE profile) { cmsSetPCS(profile, cmsSigLabData); }), false},
+      {"damaged red", P3WithTag(cmsSigRedColorantTag, "redredredred"), false},
+      {"damaged blue", P3WithTag(cmsSigBlueColorantTag, "blueblueblue"), false},
+      {"damaged curve of green", P3WithTag(cmsSigGreenTRCTag, "curvecurve"), false},
+      {"light beyond all reason", P3WithRed({4000, 2000, 10}), false},
+      {"light below all reason", P3WithRed({-4000, 2000, 10}), false},
+      {"black above black", P3WithCurve(1, 1, 0, 1, 0.1, 0.01), false},
+      {"black below black", P3WithCurve(1, 1, 0, 1, 0.1, -0.01), false},
+      {"white above white", P3WithCurve(1, 1.01, 0, 1, 0.1, 0), false},
+  };
+  for (const auto& row : rows) EXPECT_EQ(IsMatrixProfile(row.profile), row.isOne) << row.name;
+}
+
+TEST(MatrixProfiles, GiveEachSampleAsLcmsDoes) {
+  const Samples pixels = RandomSamples(std::size_t{3} * 3 * 1024);
+  for (const Samples& profile : {P3(), AdobeRgbProfile(), RgbProfile(kP3Primaries, SrgbTable(1024), 2.1),
+                                 RgbProfile(kSrgbPrimaries, cmsBuildGamma(nullptr, 1))}) {
+    const std::optional<MatrixToSrgb> matrix = MatrixToSrgb::Of(Opened(profile).get());
+    ASSERT_TRUE(matrix);
+    Picture picture = PictureOf(Model::kRgb, pixels, profile);
+    const auto row = [&](std::size_t i) { return picture.channels[i].plane.Row(0); };
+    matrix->Convert(row(0), row(1), row(2), static_cast<std::size_t>(picture.channels[0].plane.Width()));
+    ExpectNear(SamplesOf(picture), Converted(pixels, profile, TYPE_RGB_8), 1, "a profile");
+  }
+}
+
+// Y, Cb and Cr ----------------------------------------------------------------------------------------------------
+
 TEST(Ycc, BecomesRgbAsJpegDecodersDoIt) {
   const struct {
     Samples ycc;
@@ -381,6 +473,35 @@ TEST(Ycc, IsMadeOfRgbAsJpegEncodersDoIt) {
     EXPECT_EQ(picture.model, Model::kYcc);
     EXPECT_TRUE(picture.ycc.IsJpeg());
     EXPECT_EQ(SamplesOf(picture), row.ycc) << testing::PrintToString(row.rgb);
+  }
+}
+
+double Clipped(double sample) {
+  return std::clamp(sample, 0.0, 255.0);
+}
+
+// From the definition: Y is the weighted sum of red, green and blue, Cb and Cr are what blue and red differ from it.
+std::array<double, 3> RgbByDefinition(const Ycc& ycc, const std::uint8_t* pixel) {
+  const double luma = ycc.isFullRange ? pixel[0] : (pixel[0] - 16) * 255.0 / 219;
+  const double scale = ycc.isFullRange ? 255 : 224;
+  const double blue = luma + 2 * (1 - ycc.blueWeight) * (pixel[1] - 128) * 255 / scale;
+  const double red = luma + 2 * (1 - ycc.redWeight) * (pixel[2] - 128) * 255 / scale;
+  const double green = (luma - ycc.redWeight * red - ycc.blueWeight * blue) / (1 - ycc.redWeight - ycc.blueWeight);
+  return {Clipped(red), Clipped(green), Clipped(blue)};
+}
+
+TEST(Ycc, OfEveryStandardBecomesTheNearestRgb) {
+  const Samples pixels = RandomSamples(std::size_t{3} * 3000);
+  for (const Ycc ycc :
+       {Ycc{0.2126, 0.0722, true}, Ycc{0.2126, 0.0722, false}, Ycc{0.299, 0.114, false}, Ycc{0.2627, 0.0593, false}}) {
+    Picture picture = PictureOf(Model::kYcc, pixels, {});
+    picture.ycc = ycc;
+    YccToRgb(&picture);
+    const Samples rgb = SamplesOf(picture);
+    for (std::size_t i = 0; i < pixels.size(); ++i) {
+      const double exact = RgbByDefinition(ycc, pixels.data() + i / 3 * 3)[i % 3];
+      ASSERT_NEAR(rgb[i], exact, 0.51) << "weights " << ycc.redWeight << " and " << ycc.blueWeight << ", sample " << i;
+    }
   }
 }
 
