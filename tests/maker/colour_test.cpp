@@ -98,6 +98,22 @@ Samples GrayProfile(cmsToneCurve* curve) {
   return bytes;
 }
 
+// A gray profile whose samples mean other grays of sRGB.
+Samples GrayProfileOf(const std::function<int(int)>& gray) {
+  cmsToneCurve* exact = SrgbCurve();
+  std::vector<cmsUInt16Number> table;
+  for (int i = 0; i < 256; ++i) {
+    const float value = cmsEvalToneCurveFloat(exact, static_cast<float>(gray(i)) / 255);
+    table.push_back(static_cast<cmsUInt16Number>(std::lround(65535 * value)));
+  }
+  cmsFreeToneCurve(exact);
+  return GrayProfile(cmsBuildTabulatedToneCurve16(nullptr, 256, table.data()));
+}
+
+Samples GrayProfileOff(int levels) {
+  return GrayProfileOf([=](int gray) { return gray % 255 == 0 ? gray : std::min(255, gray + levels); });
+}
+
 Samples P3() {
   return RgbProfile(kP3Primaries, SrgbCurve());
 }
@@ -160,6 +176,9 @@ TEST(IsSrgb, RecognizesProfilesByTheirContent) {
       {"sRGB, short tables", Model::kRgb, RgbProfile(kSrgbPrimaries, SrgbTable(256)), true},
       {"gray with the curve of sRGB", Model::kGray, gray, true},
       {"gray with the table of sRGB", Model::kGray, GrayProfile(SrgbTable(1024)), true},
+      {"gray, two levels off", Model::kGray, GrayProfileOff(2), true},
+      {"gray, three levels off", Model::kGray, GrayProfileOff(3), false},
+      {"gray, without white", Model::kGray, GrayProfileOf([](int level) { return std::min(level, 240); }), false},
       {"primaries of sRGB, gamma 1.8", Model::kRgb, RgbProfile(kSrgbPrimaries, cmsBuildGamma(nullptr, 1.8)), false},
       {"primaries of sRGB, gamma 2.2", Model::kRgb, RgbProfile(kSrgbPrimaries, cmsBuildGamma(nullptr, 2.2)), false},
       {"gray, gamma 2.2", Model::kGray, GrayProfile(cmsBuildGamma(nullptr, 2.2)), false},
@@ -410,6 +429,39 @@ TEST(MatrixProfiles, GiveEachSampleAsLcmsDoes) {
     matrix->Convert(row(0), row(1), row(2), static_cast<std::size_t>(picture.channels[0].plane.Width()));
     ExpectNear(SamplesOf(picture), Converted(pixels, profile, TYPE_RGB_8), 1, "a profile");
   }
+}
+
+// What lcms2 makes of pixels in floating point.
+std::vector<float> ConvertedExactly(const Samples& pixels, const Samples& profile) {
+  const Profile from = Opened(profile);
+  const Profile to(cmsCreate_sRGBProfile());
+  std::vector<float> values;
+  for (const std::uint8_t sample : pixels) values.push_back(static_cast<float>(sample) / 255);
+  cmsHTRANSFORM transform = cmsCreateTransform(from.get(), TYPE_RGB_FLT, to.get(), TYPE_RGB_FLT,
+                                               INTENT_RELATIVE_COLORIMETRIC, cmsFLAGS_NOOPTIMIZE);
+  cmsDoTransform(transform, values.data(), values.data(), static_cast<cmsUInt32Number>(values.size() / 3));
+  cmsDeleteTransform(transform);
+  return values;
+}
+
+// In the shadows the steps of light are coarsest: rounded up or down, they would make everything brighter or darker.
+TEST(MatrixProfiles, GiveShadowsThatAreNeitherBrighterNorDarkerOnAverage) {
+  Samples pixels = RandomSamples(std::size_t{3} * 32 * 1000);
+  for (std::uint8_t& sample : pixels) sample = static_cast<std::uint8_t>(sample / 8);
+  Picture picture = PictureOf(Model::kRgb, pixels, P3());
+  ConvertToSrgb(&picture);
+  const Samples samples = SamplesOf(picture);
+  const std::vector<float> exact = ConvertedExactly(pixels, P3());
+  double sum = 0;
+  int count = 0;
+  for (std::size_t i = 0; i < samples.size(); ++i) {
+    if (exact[i] <= 2.0F / 255) continue;  // clipped, perhaps
+    ASSERT_NEAR(samples[i], exact[i] * 255, 0.65) << i;
+    sum += samples[i] - exact[i] * 255;
+    ++count;
+  }
+  EXPECT_GT(count, 50000);
+  EXPECT_NEAR(sum / count, 0, 0.02);
 }
 
 // Y, Cb and Cr ----------------------------------------------------------------------------------------------------

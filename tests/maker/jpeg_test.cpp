@@ -800,6 +800,21 @@ TEST(JpegEncoder, MakesLargePicturesLittleLargerThanWithTheBestTables) {
   EXPECT_LT(static_cast<double>(large.size()) / 480, 1.02 * static_cast<double>(EncodeJpeg(small, 80).size()) / 304);
 }
 
+// A block without detail, that looks like the one before, takes two codes. Their tables come from the picture itself:
+// the usual ones have six bits for both, and eight for chroma's.
+TEST(JpegEncoder, StoresFlatBlocksOfLargePicturesInTwoBits) {
+  for (const Model model : {Model::kGray, Model::kYcc}) {
+    Picture flat = MakePicture({1280, 800}, model, false);
+    for (Channel& channel : flat.channels) {
+      for (int y = 0; y < 800; ++y) std::fill_n(channel.plane.Row(y), 1280, static_cast<std::uint8_t>(77));
+    }
+    const Content content = EncodeJpeg(flat, 80);
+    const std::size_t blocks = flat.channels.size() * (1280 / 8) * (800 / 8);
+    EXPECT_NEAR(static_cast<double>(content.size() - PositionOf(content, kScan)), static_cast<double>(blocks) / 4, 40)
+        << flat.channels.size() << " planes";
+  }
+}
+
 TEST(JpegEncoder, DeclinesWhatAJpegCanNotHave) {
   EXPECT_FALSE(EncodeJpeg(MakePicture({65500, 1}, Model::kGray, false), 80).empty());
   try {
