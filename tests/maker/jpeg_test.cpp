@@ -783,6 +783,11 @@ TEST(JpegEncoder, EncodesSymbolsThatItsSampleOfALargePictureLacks) {
   }
 }
 
+// Its tables have all symbols, which takes 609 bytes up to the scan.
+bool HasTablesOfASample(const Content& content) {
+  return PositionOf(content, kScan) == 609;
+}
+
 TEST(JpegEncoder, MakesLargePicturesLittleLargerThanWithTheBestTables) {
   Picture picture = MakePicture({640, 480}, Model::kYcc, true);
   const Content noise = NoiseOf(64000);
@@ -796,8 +801,23 @@ TEST(JpegEncoder, MakesLargePicturesLittleLargerThanWithTheBestTables) {
   // Just below the number of pixels from which a sample is taken; its bytes per pixel are the best.
   Picture small = MakePicture({640, 304}, Model::kYcc, true);
   for (int y = 0; y < 304; ++y) std::copy_n(picture.channels[0].plane.Row(y), 640, small.channels[0].plane.Row(y));
-  EXPECT_EQ(PositionOf(large, kScan), 609U) << "tables of all symbols";
+  EXPECT_TRUE(HasTablesOfASample(large));
   EXPECT_LT(static_cast<double>(large.size()) / 480, 1.02 * static_cast<double>(EncodeJpeg(small, 80).size()) / 304);
+}
+
+TEST(JpegEncoder, TakesASampleOfPicturesWithMoreThanFourStripsOnly) {
+  struct Row {
+    Size size;
+    bool isHalved;
+    bool isSampled;
+  };
+  for (const Row& row : {Row{{6400, 64}, true, false}, Row{{6400, 65}, true, true}, Row{{6400, 32}, false, false},
+                         Row{{6400, 33}, false, true}, Row{{640, 312}, true, false}, Row{{640, 313}, true, true}}) {
+    const Picture picture = MakePicture(row.size, Model::kYcc, row.isHalved);
+    const Content content = EncodeJpeg(picture, 80);
+    EXPECT_EQ(HasTablesOfASample(content), row.isSampled) << row.size.width << " x " << row.size.height;
+    EXPECT_EQ(DecodeAtLeast(content, row.size).storedSize, row.size);
+  }
 }
 
 // A block without detail, that looks like the one before, takes two codes. Their tables come from the picture itself:

@@ -121,6 +121,24 @@ TEST(Resample, GivesTheSameSamplesByVectorsOfPlanesThatAreReducedStrongly) {
   });
 }
 
+// Next to an edge, Lanczos3 goes beyond black and white.
+TEST(Resample, EndsAtBlackAndWhite) {
+  WithAllInstructions([] {
+    const Values edge = [](double x, double y) { return x < 2500 && y < 30 ? 0 : 255; };
+    const Plane source = Sampled({5000, 60}, edge);
+    for (const Size to : {Size{20, 60}, Size{20, 20}, Size{2500, 20}, Size{2500, 60}}) {
+      const std::vector<int> samples = Samples(Resample(source, Whole({5000, 60}, to)));
+      EXPECT_EQ(samples, Samples(ResamplePlainly(source, Whole({5000, 60}, to)))) << to.width << " x " << to.height;
+      for (int x = to.width / 2 + 1; x < to.width; ++x) {
+        ASSERT_GE(samples[static_cast<std::size_t>(x)], 250) << x << " of " << to.width << " x " << to.height;
+      }
+      for (int x = 0; x < to.width / 2 - 1; ++x) {
+        ASSERT_LE(samples[static_cast<std::size_t>(x)], 5) << x << " of " << to.width << " x " << to.height;
+      }
+    }
+  });
+}
+
 TEST(Resample, KeepsFlatAreas) {
   for (const int value : {0, 1, 127, 128, 254, 255}) {
     const Plane source = Sampled({301, 203}, [&](double, double) { return value; });
