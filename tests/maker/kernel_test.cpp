@@ -44,9 +44,9 @@ std::vector<double> ExactWeights(const Row& row, int result) {
   const double centre = row.from + (result + 0.5) * step - 0.5;
   std::vector<double> weights(static_cast<std::size_t>(row.samples));
   double sum = 0;
-  for (double place = std::ceil(centre - 3 * scale); place <= centre + 3 * scale; ++place) {
+  for (int place = static_cast<int>(std::ceil(centre - 3 * scale)); place <= centre + 3 * scale; ++place) {
     const double weight = Lanczos3((place - centre) / scale);
-    weights[static_cast<std::size_t>(std::clamp(place, 0.0, row.samples - 1.0))] += weight;
+    weights[static_cast<std::size_t>(std::clamp(place, 0, row.samples - 1))] += weight;
     sum += weight;
   }
   for (double& weight : weights) weight /= sum;
@@ -57,7 +57,7 @@ std::vector<int> WeightsOf(const Kernel& kernel, int result, int samples) {
   std::vector<int> weights(static_cast<std::size_t>(samples) + 1);  // a tap may lie one behind the source
   const int start = kernel.starts[static_cast<std::size_t>(result)];
   for (int tap = 0; tap < kernel.taps; ++tap) {
-    weights.at(static_cast<std::size_t>(start + tap)) = kernel.Weights(result)[tap];
+    weights.at(static_cast<std::size_t>(start) + static_cast<std::size_t>(tap)) = kernel.Weights(result)[tap];
   }
   return weights;
 }
