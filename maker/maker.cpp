@@ -22,10 +22,15 @@ Type TypeFor(Format source) {
   return source == Format::kPng ? Type::kPng : Type::kJpeg;
 }
 
+// Of a file of which nobody else knows anything.
+Orientation OrientationOf(const Header& header) {
+  return header.isUpright ? Orientation{} : header.orientation.value_or(Orientation{});
+}
+
 // The decoder's own word counts where it turns the picture itself, and where the caller knows nothing.
 Orientation OrientationOf(const Source& source, const Header& header) {
-  Orientation orientation;
-  if (!header.isUpright) orientation = source.orientation.value_or(header.orientation.value_or(Orientation{}));
+  Orientation orientation = OrientationOf(header);
+  if (!header.isUpright && source.orientation) orientation = *source.orientation;
   orientation.quarterTurns = (orientation.quarterTurns + source.userTurns) % 4;
   return orientation;
 }
@@ -173,10 +178,20 @@ const char* MimeTypeOf(Type type) {
   return type == Type::kPng ? "image/png" : "image/jpeg";
 }
 
+std::string RecogniseType(const std::string& path) {
+  try {
+    return MimeTypeOf(Input(path));
+  } catch (const Declined&) {
+    return "";
+  }
+}
+
 std::optional<Content> Examine(const std::string& path) {
   try {
     const Input input(path);
-    return Content{OpenDecoder(input)->Head().stored, FormatOf(input) == Format::kBmp};
+    const std::unique_ptr<Decoder> decoder = OpenDecoder(input);
+    const Header& header = decoder->Head();
+    return Content{header.stored, FormatOf(input) == Format::kBmp, decoder->IsAnimated(), OrientationOf(header)};
   } catch (const Declined&) {
     return std::nullopt;
   }

@@ -48,13 +48,19 @@ struct Thumbnail {
 
 const char* MimeTypeOf(Type type);
 
+// The MIME type of a file by its first bytes, whatever its name; "" if no decoder knows it or it can't be read.
+std::string RecogniseType(const std::string& path);
+
 // What a file is by its content, whatever its name.
 struct Content {
   Size stored;
   bool isBmp = false;
+  bool isAnimated = false;
+  Orientation orientation;  // makes the stored picture upright, as far as the decoder knows
 };
 
-// Reads only the file's header. Nothing if no decoder knows it, or it is damaged or can't be read.
+// Reads only the file's header. Nothing if no decoder knows it, or it is damaged or can't be read. Throws
+// std::bad_alloc.
 std::optional<Content> Examine(const std::string& path);
 
 // One thumbnail for each target, in the order of the targets. Throws Declined, std::bad_alloc.

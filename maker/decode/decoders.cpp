@@ -52,17 +52,48 @@ std::uint32_t BigEndian(std::string_view bytes) {
   return number;
 }
 
-// The brands of an ISO base media file: a video has the same box with others.
+// The brands of an ISO base media file; none of any other.
+std::vector<std::string_view> BrandsOf(std::string_view start) {
+  const std::string_view box = start.substr(0, BigEndian(start));
+  std::vector<std::string_view> brands;
+  if (box.size() < 12 || box.substr(4, 4) != "ftyp"sv) return brands;
+  // A version follows the first.
+  for (std::size_t at = 8; at + 4 <= box.size(); at += at == 8 ? 8 : 4) brands.push_back(box.substr(at, 4));
+  return brands;
+}
+
+bool IsHeif(std::string_view brand) {
+  return std::find(std::begin(kHeifBrands), std::end(kHeifBrands), brand) != std::end(kHeifBrands);
+}
+
+// A video has brands, too: others.
 std::optional<Format> FormatOfBrands(std::string_view start) {
-  const std::string_view brands = start.substr(0, BigEndian(start));
-  if (brands.size() < 12 || brands.substr(4, 4) != "ftyp"sv) return {};
-  if (brands.substr(8, 4) == kCr3Brand) return Format::kRaw;
-  for (std::size_t at = 8; at + 4 <= brands.size(); at += at == 8 ? 8 : 4) {  // a version follows the first
-    const std::string_view brand = brands.substr(at, 4);
-    if (std::find(std::begin(kHeifBrands), std::end(kHeifBrands), brand) != std::end(kHeifBrands)) return Format::kHeif;
-  }
+  const std::vector<std::string_view> brands = BrandsOf(start);
+  if (brands.empty()) return {};
+  if (brands.front() == kCr3Brand) return Format::kRaw;
+  if (std::any_of(brands.begin(), brands.end(), IsHeif)) return Format::kHeif;
   return {};
 }
+
+// By the coding of the pictures in a HEIF container.
+const char* HeifTypeOf(std::string_view start) {
+  const std::vector<std::string_view> brands = BrandsOf(start);
+  const auto have = [&brands](std::string_view prefix) {
+    return std::any_of(brands.begin(), brands.end(),
+                       [prefix](std::string_view brand) { return brand.substr(0, 3) == prefix; });
+  };
+  if (have("avi"sv)) return "image/avif";
+  return have("hei"sv) || have("hev"sv) ? "image/heic" : "image/heif";
+}
+
+// As much as tells the format.
+struct Start {
+  explicit Start(const Input& input) : size(input.ReadAt(0, buffer, sizeof buffer)) {}
+  std::string_view Text() const { return {buffer, size}; }
+
+  char buffer[256] = {};
+  std::size_t size;
+};
 
 // Any text may begin with "BM": the size of the second header, of which there are few, must fit as well.
 bool IsBmp(std::string_view start) {
@@ -164,8 +195,8 @@ std::optional<Format> FormatOfMagic(std::string_view start) {
 }  // namespace
 
 std::optional<Format> FormatOf(const Input& input) {
-  char buffer[256];
-  const std::string_view start(buffer, input.ReadAt(0, buffer, sizeof buffer));
+  const Start read(input);
+  const std::string_view start = read.Text();
   if (start.size() < 12) return {};
   if (IsBmp(start)) return Format::kBmp;
   if (start.substr(0, 4) == "RIFF"sv && start.substr(8, 4) == "WEBP"sv) return Format::kWebp;
@@ -173,6 +204,32 @@ std::optional<Format> FormatOf(const Input& input) {
   const std::optional<Format> format = FormatOfMagic(start);
   if (format != Format::kTiff) return format;
   return TiffProbe(input, start[0] == 'M').IsCameraRaw() ? Format::kRaw : Format::kTiff;
+}
+
+std::string MimeTypeOf(const Input& input) {
+  const std::optional<Format> format = FormatOf(input);
+  if (!format) return "";
+  switch (*format) {
+    case Format::kJpeg:
+      return "image/jpeg";
+    case Format::kPng:
+      return "image/png";
+    case Format::kGif:
+      return "image/gif";
+    case Format::kBmp:
+      return "image/x-ms-bmp";
+    case Format::kTiff:
+      return "image/tiff";
+    case Format::kWebp:
+      return "image/webp";
+    case Format::kHeif:
+      return HeifTypeOf(Start(input).Text());
+    case Format::kJxl:
+      return "image/jxl";
+    case Format::kRaw:
+      break;
+  }
+  return FormatOfBrands(Start(input).Text()) ? "image/x-canon-cr3" : "image/x-raw";
 }
 
 Picture Decoder::DecodePreview(std::size_t /*index*/, Size /*atLeast*/) {

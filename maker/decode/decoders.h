@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "maker/input.h"
@@ -20,6 +21,9 @@ enum class Format { kJpeg, kPng, kGif, kBmp, kTiff, kWebp, kHeif, kJxl, kRaw };
 
 // By the first bytes; nothing if no decoder knows them. kRaw is tried for TIFF containers of camera makers.
 std::optional<Format> FormatOf(const Input& input);
+
+// The MIME type, by the first bytes; "" if no decoder knows them.
+std::string MimeTypeOf(const Input& input);
 
 // What a decoder tells before it decodes.
 struct Header {

@@ -111,6 +111,34 @@ TEST(Formats, AreKnownByTheirFirstBytes) {
   for (const Row& row : rows) EXPECT_EQ(FormatOfContent(Padded(row.content)), row.format) << Printable(row.content);
 }
 
+TEST(Formats, HaveMimeTypes) {
+  const std::pair<std::string, const char*> rows[] = {
+      {"\xFF\xD8\xFF\xE0", "image/jpeg"},
+      {"\x89PNG\r\n\x1A\n", "image/png"},
+      {"GIF89a", "image/gif"},
+      {"BM\x9E\0\0\0\0\0\0\0\x36\0\0\0\x28\0\0\0"s, "image/x-ms-bmp"},
+      {"II+\0\x08\0\0\0"s, "image/tiff"},
+      {"RIFF\x10\0\0\0WEBPVP8L"s, "image/webp"},
+      {"\xFF\x0A\x00\x10"s, "image/jxl"},
+      {Brands("heic", "mif1"), "image/heic"},
+      {Brands("mif1", "heix"), "image/heic"},
+      {Brands("msf1", "hevc"), "image/heic"},
+      {Brands("mif1", "miaf"), "image/heif"},
+      {Brands("avif", "mif1"), "image/avif"},
+      {Brands("mif1", "avif"), "image/avif"},
+      {Brands("avis", "msf1"), "image/avif"},
+      {Brands("crx ", "isom"), "image/x-canon-cr3"},
+      {"FOVb\3\0\2\0"s, "image/x-raw"},
+      {Brands("isom", "mp42"), ""},
+      {"some text", ""},
+  };
+  for (const auto& [content, type] : rows) {
+    const std::string file = Padded(content);
+    const Input input(Bytes{reinterpret_cast<const std::uint8_t*>(file.data()), file.size()});
+    EXPECT_EQ(MimeTypeOf(input), type) << Printable(content);
+  }
+}
+
 TEST(Formats, OfIsoFilesAreKnownByTheirBrands) {
   const Row rows[] = {
       {Brands("heic", "mif1"), Format::kHeif},
