@@ -11,15 +11,17 @@
 
 #include "system/paths.h"
 #include "thumbs/answer.h"
+#include "thumbs/error_codes.h"
 #include "thumbs/facts_in_bounds.h"
+#include "thumbs/known_facts.h"
 
 namespace tavithumb::apps {
 namespace {
 
 // The Exif value, 1 to 8, of this rotation and mirroring.
-int OrientationOf(const ThumbInfo& info) {
+int OrientationOf(std::int32_t quarterTurns, bool isMirrored) {
   const auto& mappings = ThumbInfo::rotateFlopMappingList_;
-  const auto found = std::find(mappings.begin(), mappings.end(), std::make_pair(info.GetRotate(), info.GetFlop()));
+  const auto found = std::find(mappings.begin(), mappings.end(), std::make_pair(quarterTurns, isMirrored));
   return static_cast<int>(found - mappings.begin()) + 1;
 }
 
@@ -40,6 +42,27 @@ std::optional<Picture> LargestPreview(const ThumbInfo& source, const std::vector
 const char* NameOf(ColourSpace colourSpace) {
   if (colourSpace == ColourSpace::SRGB) return "sRGB";
   return colourSpace == ColourSpace::ADOBE_RGB ? "AdobeRGB" : "";
+}
+
+// The Exif value: the maker mirrors first and turns then, the library the other way round.
+int OrientationOf(const maker::Orientation& orientation) {
+  const int turns = orientation.isMirrored ? (4 - orientation.quarterTurns) % 4 : orientation.quarterTurns;
+  return OrientationOf(turns, orientation.isMirrored);
+}
+
+// Those of a source of which the library knows nothing, whose type the maker recognises. Throws SizeNotRead.
+Facts FactsByMaker(const std::string& path, const std::string& type) {
+  Facts facts;
+  facts.mimeType = type;
+  const std::optional<maker::Content> content = ExamineInChild(path);
+  if (!content) throw SizeNotRead();
+  facts.width = static_cast<std::uint32_t>(content->stored.width);
+  facts.height = static_cast<std::uint32_t>(content->stored.height);
+  facts.orientation = OrientationOf(content->orientation);
+  facts.quarterTurns = ThumbInfo::rotateFlopMappingList_.at(static_cast<std::size_t>(facts.orientation) - 1).first;
+  facts.isMirrored = content->orientation.isMirrored;
+  facts.isHeic = type == "image/heic" || type == "image/heif";
+  return facts;
 }
 
 }  // namespace
@@ -63,13 +86,19 @@ nlohmann::ordered_json JsonPicture(const std::optional<Picture>& picture) {
 Facts ReadFacts(const std::string& path) {
   ThumbInfo info(path, "original", Thumb::strThumbSizeMap_.at("original"));
   PictureDetails details;
-  ReadInBounds([&] { details = info.ExtractImgInfoAndDetails(); });
+  try {
+    ReadInBounds([&] { details = info.ExtractImgInfoAndDetails(); });
+  } catch (const Error& error) {
+    const std::string type = maker::RecogniseType(path);
+    if (error.Code() != kNoFacts || type.empty()) throw;
+    return FactsByMaker(path, type);
+  }
   Facts facts;
   facts.isVideo = IsSupportVideo(BaseName(path));
   facts.mimeType = SourceMimeType(info);
   facts.width = info.GetWidth();
   facts.height = info.GetHeight();
-  facts.orientation = OrientationOf(info);
+  facts.orientation = OrientationOf(info.GetRotate(), info.GetFlop());
   facts.quarterTurns = info.GetRotate();
   facts.isMirrored = info.GetFlop();
   facts.isHeic = info.IsHeic();

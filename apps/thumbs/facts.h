@@ -39,7 +39,8 @@ std::optional<Picture> MeasurePicture(const std::string& path);
 // An object of mime_type, width and height, or null for nothing.
 nlohmann::ordered_json JsonPicture(const std::optional<Picture>& picture);
 
-// What the library knows about the file at `path`. Throws like ReadInBounds().
+// What the library knows about the file at `path` or, where it knows nothing, the maker. Throws like ReadInBounds(),
+// and SizeNotRead.
 Facts ReadFacts(const std::string& path);
 
 }  // namespace tavithumb::apps

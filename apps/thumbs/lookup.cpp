@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "thumbs/lookup.h"
 
-#include "thumbs/facts_in_bounds.h"
+#include "thumbs/known_facts.h"
 
 namespace tavithumb::apps {
 
@@ -17,7 +17,7 @@ void SetRequest(const Request& request, Thumb* job) {
 bool FindStored(const Request& request, Thumb* job) {
   if (request.size.name == "original") return false;
   SetRequest(request, job);
-  ReadFactsOnly(job);
+  ReadKnownFacts(request.byLibrary, job);
   return job->SetOutStored();
 }
 

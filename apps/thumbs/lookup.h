@@ -15,7 +15,7 @@ void SetRequest(const Request& request, Thumb* job);
 bool FindStored(const Request& request, Thumb* job);
 
 // Whether the thumbnail that would be made for the job's request is already stored, and not older than its source.
-// Unlike FindStored(), which follows the library's rules, this also finds thumbnails of a source without facts.
+// Unlike FindStored(), this also finds thumbnails of a source of which nobody has facts.
 bool HasStored(const Thumb& job);
 
 }  // namespace tavithumb::apps

@@ -13,6 +13,8 @@
 #include "thumbs/answer.h"
 #include "thumbs/facts_in_bounds.h"
 #include "thumbs/full_disk.h"
+#include "thumbs/kinds.h"
+#include "thumbs/known_facts.h"
 #include "thumbs/lookup.h"
 #include "thumbs/rendering.h"
 #include "thumbs/source_lock.h"
@@ -74,41 +76,111 @@ Resolution MakeByLibrary(const Request& request, const GiveFacts& giveFacts, Thu
   return Resolution::kNone;
 }
 
-// The library's order: what is stored, then the source where that will do, then a new thumbnail.
-Resolution ResolveByMaker(const Request& request, Render* render, Thumb* job) {
-  SetRequest(request, job);
-  const PictureDetails details = ReadFactsAndDetails(job);
-  const ThumbInfo& source = job->GetInfo();
-  if (!CanRender(request, source)) return Resolution::kNone;
-  if (job->SetOutStored() && IsGoodAnswer(request, *job)) return Resolution::kFound;
+// Whether only the programs can look for stored thumbnails of it: the library finds none without facts.
+bool IsFoundByProgramsAlone(const Request& request, const ThumbInfo& source) {
+  return !request.byLibrary && request.size.name != "original" && IsKnownToMakerAlone(source);
+}
+
+// Whether the source is the answer without a look at what is stored. The library serves only types that it calls
+// acceptable to browsers.
+bool IsOriginalServed(const Request& request, const ThumbInfo& source) {
+  return !request.byLibrary && request.size.name == "original" && !source.IsWebAcceptable() &&
+         IsShownByBrowsers(source);
+}
+
+bool IsSourceTheAnswer(const Request& request, const ThumbInfo& source) {
   const bool showsHeic = request.acceptHeic && source.IsHeic() && request.quarterTurns % 4 == 0;
-  if (showsHeic || IsServedUnchanged(request, source)) {
-    job->SetOutOriginalImage();
-    return Resolution::kFound;
-  }
-  if (render(source, details, {request}, Original::kSource)) return Resolution::kNone;
+  return showsHeic || IsServedUnchanged(request, source);
+}
+
+Resolution ServeSource(Thumb* job) {
+  job->SetOutOriginalImage();
+  return Resolution::kFound;
+}
+
+// The answer on a volume that stores no thumbnails; its user deletes it.
+bool MakeTemporary(const Request& request, const PictureDetails& details, Render* render, Job* job) {
+  const ThumbInfo& source = job->GetInfo();
+  const std::string path = file::GetVarTmpPath(source.GetBrovixTmpThumbEAName());
+  if (render(source.GetPath(), [&] { return RenderToFile(source, details, request, path); })) return false;
+  job->AnswerWithTemporary(path);
+  return true;
+}
+
+bool MakeStored(const Request& request, const PictureDetails& details, Render* render, Job* job) {
+  const ThumbInfo& source = job->GetInfo();
+  if (render(source.GetPath(), [&] { return RenderAndStore(source, details, {request}, Original::kSource); }))
+    return false;
   const bool isAvatar = (request.options & Thumb::OPT_AVATAR) != 0;
-  return (isAvatar ? job->SetOutAvatar() : job->SetOutBrovixEA()) ? Resolution::kMade : Resolution::kNone;
+  return isAvatar ? job->SetOutAvatar() : job->SetOutBrovixEA();
+}
+
+// The library's order: what is stored, then the source where that will do, then a new thumbnail. The job has its facts.
+// Returns nothing if the maker declines the source.
+std::optional<Resolution> ResolveSize(const Request& request, const PictureDetails& details, Render* render, Job* job) {
+  SetRequest(request, job);
+  const ThumbInfo& source = job->GetInfo();
+  if (IsOriginalServed(request, source)) return ServeSource(job);
+  const bool canRender = CanRender(request, source);
+  if (!canRender && !IsFoundByProgramsAlone(request, source)) return Resolution::kNone;
+  if (job->SetOutStored() && IsGoodAnswer(request, *job)) return Resolution::kFound;
+  if (!canRender) return Resolution::kNone;
+  if (IsSourceTheAnswer(request, source)) return ServeSource(job);
+  const bool isStored = CanRenderAndStore(request, source);
+  const bool isMade =
+      isStored ? MakeStored(request, details, render, job) : MakeTemporary(request, details, render, job);
+  return isMade ? std::optional<Resolution>(Resolution::kMade) : std::nullopt;
+}
+
+// The request in its size and then, where a smaller one will do, in those.
+std::vector<Request> InEachSize(const Request& request, const Thumb& job) {
+  if (request.size.IsBox()) return {request};
+  std::vector<Request> requests;
+  for (const std::string& name : job.GetSizesToTry(request.size.name)) {
+    requests.push_back(request);
+    requests.back().size.name = name;
+  }
+  return requests;
+}
+
+Resolution ResolveByMaker(const Request& request, Render* render, Job* job) {
+  const PictureDetails details = ReadFactsAndDetails(job);
+  if (!request.byLibrary) job->SetFacts(KnownFacts(job->GetInfo()));
+  for (const Request& sized : InEachSize(request, *job)) {
+    const std::optional<Resolution> resolution = ResolveSize(sized, details, render, job);
+    if (!resolution) break;
+    if (*resolution != Resolution::kNone) return *resolution;
+  }
+  return Resolution::kNone;
+}
+
+// The library goes by its own facts alone.
+void ForgetFacts(Thumb* job) {
+  const ThumbInfo& source = job->GetInfo();
+  job->SetFacts(ThumbInfo(source.GetPath(), source.GetSize(), source.GetDimension()));
 }
 
 // Brings a thumbnail that the library's tools have stored to what StateOfStored() calls good, so that it isn't made
 // again by the next request: they store BMPs and previews larger than the box, and without root the present time.
 void Improve(const Request& request, Render* render, Thumb* job) {
+  if (!request.byLibrary) job->SetFacts(KnownFacts(job->GetInfo()));
   const ThumbInfo& source = job->GetInfo();
   const std::string stored = job->GetOnlineOutputDest();
-  if (!CanRender(request, source) || job->GetOutputFile() != stored) return;
+  if (!CanRenderAndStore(request, source) || job->GetOutputFile() != stored) return;
   struct stat record = {};
   if (stat(source.GetPath().c_str(), &record) != 0) return;
   const std::array<timespec, 2> times = {{{0, UTIME_OMIT}, {record.st_mtim.tv_sec, 0}}};
   utimensat(AT_FDCWD, stored.c_str(), times.data(), 0);
-  if (StateOfStored(request, *job) == StoredState::kBad) render(source, {}, {request}, Original::kStored);
+  if (StateOfStored(request, *job) != StoredState::kBad) return;
+  render(source.GetPath(), [&] { return RenderAndStore(source, {}, {request}, Original::kStored); });
 }
 
 }  // namespace
 
-Resolution Resolve(const Request& request, Render* render, Thumb* job) {
+Resolution Resolve(const Request& request, Render* render, Job* job) {
   const Resolution byMaker = ResolveByMaker(request, render, job);
   if (byMaker != Resolution::kNone) return byMaker;
+  ForgetFacts(job);
   const Resolution byLibrary = MakeByLibrary(request, ReadFacts, job);
   if (byLibrary == Resolution::kMade) Improve(request, render, job);
   return byLibrary;
@@ -117,11 +189,11 @@ Resolution Resolve(const Request& request, Render* render, Thumb* job) {
 // If a preview becomes the thumbnail, it has to be read from the source for the requested size.
 Resolution MakeByLibrary(const Request& request, const SourceFacts& facts, Thumb* job) {
   const auto giveFacts = [&facts](Thumb* fresh) {
-    facts.GiveTo(fresh);
+    fresh->SetFacts(facts.OfLibrary());
     if (facts.HavePreviewFor(*fresh)) ReadFacts(fresh);
   };
   const Resolution resolution = MakeByLibrary(request, giveFacts, job);
-  if (resolution == Resolution::kMade) Improve(request, RenderAndStore, job);
+  if (resolution == Resolution::kMade) Improve(request, RenderHere, job);
   return resolution;
 }
 

@@ -5,8 +5,8 @@
 
 #include <optional>
 #include <string>
-#include <vector>
 
+#include "thumbs/answer.h"
 #include "thumbs/rendering.h"
 #include "thumbs/request.h"
 #include "thumbs/source_facts.h"
@@ -20,11 +20,10 @@ enum class Resolution {
 };
 
 // Finds or makes the answer to `request` and makes it the answer of `job`, which must be fresh: a job keeps state of
-// earlier requests. What the maker declines, the library makes with its tools. `render` is RenderAndStore(), in a
-// process that may crash, or RenderInChild(). Throws like Thumb::CalcOutputFile(), or FactsTooLarge.
-using Render = std::optional<std::string>(const ThumbInfo& source, const PictureDetails& details,
-                                          const std::vector<Request>& requests, Original original);
-Resolution Resolve(const Request& request, Render* render, Thumb* job);
+// earlier requests. What the maker declines, the library makes with its tools. `render` is RenderHere() or
+// RenderInChild(). Throws like Thumb::CalcOutputFile(), or FactsTooLarge.
+using Render = std::optional<std::string>(const std::string& source, const Rendering& rendering);
+Resolution Resolve(const Request& request, Render* render, Job* job);
 
 // Has the library make it with its tools, from facts that have already been read.
 Resolution MakeByLibrary(const Request& request, const SourceFacts& facts, Thumb* job);

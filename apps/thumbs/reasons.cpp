@@ -18,6 +18,8 @@
 #include "thumbs/error_codes.h"
 #include "thumbs/facts_in_bounds.h"
 #include "thumbs/full_disk.h"
+#include "thumbs/kinds.h"
+#include "thumbs/known_facts.h"
 
 namespace tavithumb::apps {
 namespace {
@@ -26,6 +28,9 @@ using Kind = Problem::Kind;
 
 const Problem permissionDenied = {Kind::kForbidden, "permission denied", "ask its owner for read permission"};
 const Problem damaged = {Kind::kDamaged, "it is damaged", "get a fresh copy of it"};
+
+const Problem couldNotBeConverted = {Kind::kDamaged, "it could not be converted",
+                                     "check that it opens in another program and that the disk has space"};
 
 Problem ProblemOfError(int code) {
   if (code == kNoFacts) return UnknownContent();
@@ -50,6 +55,13 @@ std::optional<Problem> WhyNoTool() {
                    std::string("install the package ") + tool.package + ", or check that it opens in another program"};
   }
   return std::nullopt;
+}
+
+// Of a source of which the library has no facts. Of these, its tools take only raw files.
+Problem WhyNotWithoutFacts(const ThumbInfo& known, const Request& request) {
+  if (known.GetMimeType() == "image/x-raw") return WhyNoTool().value_or(couldNotBeConverted);
+  if (!request.byLibrary) return couldNotBeConverted;
+  return {Kind::kUnsupported, "the library's tools cannot convert it", "leave out --library"};
 }
 
 bool IsRefused(const ThumbInfo& source, const std::string& path) {
@@ -94,7 +106,7 @@ std::optional<Problem> CheckSource(const std::string& path) {
     return Problem{Kind::kMissing, "it is not a regular file", "name a photo or video file"};
   const std::string name = BaseName(path);
   if (IsSupportVideo(name)) return std::nullopt;
-  if (!IsSupportImage(name)) {
+  if (!IsPhoto(name)) {
     return Problem{Kind::kUnsupported, "it is not a photo or video by its name",
                    "give it the right extension, such as .jpg or .mp4"};
   }
@@ -109,6 +121,8 @@ Problem ProblemOfException() {
     return ProblemOfError(error.Code());
   } catch (const FactsTooLarge& error) {
     return {Kind::kDamaged, error.what(), "save a copy of it without metadata"};
+  } catch (const SizeNotRead& error) {
+    return {Kind::kDamaged, error.what(), "check that it opens in another program"};
   } catch (const std::bad_alloc&) {
     return {Kind::kNoMemory, "there is not enough memory for it", "try again when more memory is free"};
   } catch (const std::exception&) {  // invalid facts, such as an orientation that is not a number
@@ -144,11 +158,12 @@ Problem WhyNoAnswer(const ThumbInfo& source, const Request& request) {
   if ((request.options & Thumb::OPT_NO_CONVERT) != 0) {
     return {Kind::kMissing, "no thumbnail is stored and --no-convert forbids making one", "leave out --no-convert"};
   }
-  if (!source.IsGood()) return WhyNoTool().value_or(UnknownContent());
+  const ThumbInfo known = KnownFacts(source);
+  if (!known.IsGood()) return WhyNoTool().value_or(UnknownContent());
   if (const std::optional<Problem> problem = WhyNotStored(source.GetPath())) return *problem;
+  if (!source.IsGood()) return WhyNotWithoutFacts(known, request);
   if (const std::optional<Problem> problem = WhyRefused(source)) return *problem;
-  return WhyNoTool().value_or(Problem{Kind::kDamaged, "it could not be converted",
-                                      "check that it opens in another program and that the disk has space"});
+  return WhyNoTool().value_or(couldNotBeConverted);
 }
 
 }  // namespace tavithumb::apps

@@ -9,9 +9,8 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <chrono>
+#include <limits>
 #include <new>
-#include <system_error>
 #include <utility>
 
 #include "maker/maker.h"
@@ -19,7 +18,9 @@
 #include "system/file_descriptor.h"
 #include "system/file_rules.h"
 #include "system/paths.h"
-#include "system/supervisor.h"
+#include "thumbs/decoder_process.h"
+#include "thumbs/kinds.h"
+#include "thumbs/known_facts.h"
 #include "thumbs/lookup.h"
 #include "thumbs/source_lock.h"
 
@@ -29,9 +30,6 @@ namespace {
 // Enough for the photos of any camera. A picture near the maker's limit of pixels may take more: the tools make its
 // thumbnails.
 constexpr rlim_t mostMemory = rlim_t{768} * 1048576;
-constexpr rlim_t mostProcessorSeconds = 120;
-constexpr rlim_t largestFile = rlim_t{64} * 1048576;
-constexpr std::chrono::minutes timeout{5};
 
 const char* WordFor(maker::Reason reason) {
   switch (reason) {
@@ -79,7 +77,7 @@ maker::Source SourceOf(const ThumbInfo& source, const PictureDetails& details, c
     return described;
   }
   described.path = source.GetPath();
-  described.orientation = OrientationOf(source);
+  if (!IsKnownToMakerAlone(source)) described.orientation = OrientationOf(source);
   described.userTurns = QuarterTurns(request.quarterTurns);
   described.isAdobeRgb = details.colourSpace == ColourSpace::ADOBE_RGB;
   described.previews = details.jpegPreviews;
@@ -93,10 +91,12 @@ struct Made {
   std::string destination;
 };
 
-// Makes a new file of these bytes, with the time of the source. False if it can't be written.
+// Makes a new file of these bytes, with the time of the source, for those who may read the source. False if it can't be
+// written.
 bool Write(const std::string& path, const std::vector<std::uint8_t>& bytes, const struct stat& source) {
   unlink(path.c_str());
-  const FileDescriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+  const mode_t mode = (source.st_mode & 0666) | 0600;
+  const FileDescriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
   if (!file.IsOpen()) return false;
   for (std::size_t done = 0; done < bytes.size();) {
     const ssize_t step = write(file.Number(), bytes.data() + done, bytes.size() - done);
@@ -155,14 +155,19 @@ std::vector<maker::Thumbnail> Render(const ThumbInfo& source, const PictureDetai
   return maker::Make(SourceOf(source, details, requests.front(), original), targets, options);
 }
 
-void Limit(__rlimit_resource resource, rlim_t maximum) {
-  rlimit limit = {};
-  getrlimit(resource, &limit);
-  limit.rlim_cur = std::min(limit.rlim_max, maximum);
-  setrlimit(resource, &limit);
+// The size in which browsers show the source; none of an animation of a type that may be one, and of a damaged header.
+maker::Size ShownSize(const ThumbInfo& source) {
+  if (source.IsWebAcceptable()) {
+    constexpr std::uint32_t most = std::numeric_limits<int>::max();
+    if (source.GetWidth() > most || source.GetHeight() > most) return {};
+    return {static_cast<int>(source.GetWidth()), static_cast<int>(source.GetHeight())};
+  }
+  const std::optional<maker::Content> content = ExamineInBounds(source.GetPath());
+  return content && !content->isAnimated ? content->stored : maker::Size{};
 }
 
-// A decoder that an attacker has taken over finds no other photos. The thumbnails' folder must exist.
+// A decoder that an attacker has taken over finds no other photos. The thumbnails' folder must exist, if there can be
+// one.
 void KeepToFilesOf(const std::string& source) {
   FileRules rules;
   rules.Allow(source, FileRules::Access::kRead);
@@ -172,24 +177,24 @@ void KeepToFilesOf(const std::string& source) {
   rules.Enter();
 }
 
-// In the child: stores the thumbnails, or returns why not.
-std::optional<std::string> RenderConfined(const ThumbInfo& source, const PictureDetails& details,
-                                          const std::vector<Request>& requests, Original original) {
-  Limit(RLIMIT_CORE, 0);
-  Limit(RLIMIT_CPU, mostProcessorSeconds);
-  Limit(RLIMIT_FSIZE, largestFile);
-  const SourceLock lock(source.GetPath());
-  if (!file::MakeEADir(source.GetPath())) return "not stored";
-  KeepToFilesOf(source.GetPath());
-  return RenderAndStore(source, details, requests, original);
+bool IsTooHeavy(const ThumbInfo& source, maker::Size size, int quality) {
+  const maker::Type type = source.GetMimeType() == "image/png" ? maker::Type::kPng : maker::Type::kJpeg;
+  return source.GetFileSize() > 2 * maker::EstimateBytes(size, type, quality);
 }
 
-// What the child has written to the pipe.
-std::string ReadWord(const FileDescriptor& pipe) {
-  std::string word(64, '\0');
-  const ssize_t size = read(pipe.Number(), word.data(), word.size());
-  word.resize(size > 0 ? static_cast<std::size_t>(size) : 0);
-  return word;
+// Has thumbnails made and written, from the record of the source. Returns nothing, or why not in a word.
+std::optional<std::string> WithinLimits(const ThumbInfo& source, const std::function<bool(const struct stat&)>& make) {
+  const BoundedData bounded(mostMemory);
+  try {
+    struct stat record = {};
+    if (stat(source.GetPath().c_str(), &record) != 0) return WordFor(maker::Reason::kUnreadable);
+    if (!make(record)) return "not stored";
+    return std::nullopt;
+  } catch (const maker::Declined& declined) {
+    return WordFor(declined.Why());
+  } catch (const std::bad_alloc&) {
+    return "out of memory";
+  }
 }
 
 }  // namespace
@@ -201,69 +206,60 @@ maker::Size BoxOf(const Size& size) {
 
 bool CanRender(const Request& request, const ThumbInfo& source) {
   return !request.byLibrary && (request.options & Thumb::OPT_NO_CONVERT) == 0 && request.size.name != "original" &&
-         source.IsGood() && source.GetOutputMimeType() != "image/gif" && !IsSupportVideo(source.GetPath()) &&
-         file::IsDestSupportEAWrite(file::Dirname(source.GetPath()));
+         source.IsGood() && source.GetOutputMimeType() != "image/gif" && !IsSupportVideo(source.GetPath());
+}
+
+bool CanRenderAndStore(const Request& request, const ThumbInfo& source) {
+  return CanRender(request, source) && file::IsDestSupportEAWrite(file::Dirname(source.GetPath()));
 }
 
 bool IsServedUnchanged(const Request& request, const ThumbInfo& source) {
   const bool isAsked = (request.options & Thumb::OPT_AVATAR) == 0 && QuarterTurns(request.quarterTurns) == 0;
   const bool isUpright = source.GetRotate() == 0 && !source.GetFlop();
-  if (!isAsked || !isUpright || !source.IsWebAcceptable() || source.GetMimeType() == "image/gif") return false;
-  // A damaged header may say more than an int holds.
+  if (!isAsked || !isUpright || !IsShownByBrowsers(source) || source.GetMimeType() == "image/gif") return false;
   const maker::Size box = BoxOf(request.size);
-  if (source.GetWidth() == 0 || source.GetWidth() > static_cast<std::uint32_t>(box.width)) return false;
-  if (source.GetHeight() == 0 || source.GetHeight() > static_cast<std::uint32_t>(box.height)) return false;
-  const maker::Size size = {static_cast<int>(source.GetWidth()), static_cast<int>(source.GetHeight())};
-  const maker::Type type = source.GetMimeType() == "image/png" ? maker::Type::kPng : maker::Type::kJpeg;
-  return source.GetFileSize() <= 2 * maker::EstimateBytes(size, type, request.quality);
+  if (IsTooHeavy(source, box, request.quality)) return false;  // whatever its size is
+  const maker::Size size = ShownSize(source);
+  if (size.width <= 0 || size.height <= 0 || size.width > box.width || size.height > box.height) return false;
+  return !IsTooHeavy(source, size, request.quality);
 }
 
 std::optional<std::string> RenderAndStore(const ThumbInfo& source, const PictureDetails& details,
                                           const std::vector<Request>& requests, Original original) {
-  const BoundedData bounded(mostMemory);
-  try {
-    struct stat record = {};
-    if (stat(source.GetPath().c_str(), &record) != 0) return WordFor(maker::Reason::kUnreadable);
+  return WithinLimits(source, [&](const struct stat& record) {
     const std::vector<maker::Thumbnail> thumbnails = Render(source, details, requests, original);
-    if (!file::MakeEADir(source.GetPath())) return "not stored";
+    if (!file::MakeEADir(source.GetPath())) return false;
     Unstored unstored;
     for (std::size_t i = 0; i < requests.size(); ++i) {
-      if (!unstored.Add(source, requests[i], thumbnails[i], record)) return "not stored";
+      if (!unstored.Add(source, requests[i], thumbnails[i], record)) return false;
     }
-    if (!Store(source, requests.front(), unstored.All())) return "not stored";
-    return std::nullopt;
-  } catch (const maker::Declined& declined) {
-    return WordFor(declined.Why());
-  } catch (const std::bad_alloc&) {
-    return "out of memory";
-  }
+    return Store(source, requests.front(), unstored.All());
+  });
 }
 
-std::optional<std::string> RenderInChild(const ThumbInfo& source, const PictureDetails& details,
-                                         const std::vector<Request>& requests, Original original) {
-  std::array<int, 2> ends = {};
-  if (pipe2(ends.data(), O_CLOEXEC) != 0) throw std::system_error(errno, std::generic_category(), "pipe");
-  const FileDescriptor reading(ends[0]);
-  FileDescriptor writing(ends[1]);
-  Supervisor supervisor;
-  ChildProcess child;
-  child.channel = writing.Number();
-  child.diesWithParent = true;
-  child.work = [&] {
-    const std::optional<std::string> refusal = RenderConfined(source, details, requests, original);
-    if (refusal) static_cast<void>(write(child.channel, refusal->data(), refusal->size()));
-  };
-  const pid_t process = supervisor.Start(child);
-  supervisor.SetDeadline(process, Clock::now() + timeout);
-  writing = FileDescriptor();
-  for (;;) {
-    for (const EndedChild& ended : supervisor.Collect()) {
-      if (ended.status != 0) return "crashed";
-      const std::string word = ReadWord(reading);
-      return word.empty() ? std::nullopt : std::optional<std::string>(word);
-    }
-    supervisor.Wait();
-  }
+std::optional<std::string> RenderToFile(const ThumbInfo& source, const PictureDetails& details, const Request& request,
+                                        const std::string& path) {
+  return WithinLimits(source, [&](const struct stat& record) {
+    const std::vector<maker::Thumbnail> thumbnails = Render(source, details, {request}, Original::kSource);
+    if (Write(path, thumbnails.front().bytes, record)) return true;
+    unlink(path.c_str());
+    return false;
+  });
+}
+
+std::optional<std::string> RenderHere(const std::string& /*source*/, const Rendering& rendering) {
+  return rendering();
+}
+
+std::optional<std::string> RenderInChild(const std::string& source, const Rendering& rendering) {
+  const std::string refusal = RunInDecoderProcess([&] {
+    const SourceLock lock(source);
+    const bool canStore = file::IsDestSupportEAWrite(file::Dirname(source));
+    if (canStore && !file::MakeEADir(source)) return std::string("not stored");
+    KeepToFilesOf(source);
+    return rendering().value_or("");
+  });
+  return refusal.empty() ? std::nullopt : std::optional<std::string>(refusal);
 }
 
 std::string TemporaryPrefix(const std::string& entry) {

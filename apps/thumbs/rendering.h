@@ -4,6 +4,7 @@
 #include <tavithumb/libtavithumb.h>
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -19,9 +20,12 @@ namespace tavithumb::apps {
 // The box in pixels of a requested size.
 maker::Size BoxOf(const Size& size);
 
-// Whether the maker may be asked: for a thumbnail of a photo with facts that can be stored next to it. GIFs that are
-// kept animated are left to the library.
+// Whether the maker may be asked: for a thumbnail of a photo with facts. GIFs that are kept animated are left to the
+// library.
 bool CanRender(const Request& request, const ThumbInfo& source);
+
+// Whether it can also be stored next to the photo.
+bool CanRenderAndStore(const Request& request, const ThumbInfo& source);
 
 // Whether the source is the best answer to the request in `source`: upright, shown by browsers, within the box, and not
 // much heavier than its thumbnail would be.
@@ -36,10 +40,19 @@ enum class Original { kSource, kStored };
 std::optional<std::string> RenderAndStore(const ThumbInfo& source, const PictureDetails& details,
                                           const std::vector<Request>& requests, Original original);
 
-// The same in a process of its own, which has limits and is stopped after five minutes. Throws std::system_error if
-// there can't be one.
-std::optional<std::string> RenderInChild(const ThumbInfo& source, const PictureDetails& details,
-                                         const std::vector<Request>& requests, Original original);
+// Makes one thumbnail as a new file at `path`, with the same results.
+std::optional<std::string> RenderToFile(const ThumbInfo& source, const PictureDetails& details, const Request& request,
+                                        const std::string& path);
+
+// One of these two, with its arguments.
+using Rendering = std::function<std::optional<std::string>()>;
+
+// Renders in this process, which may crash.
+std::optional<std::string> RenderHere(const std::string& source, const Rendering& rendering);
+
+// Renders in a process of its own, which locks the source, has limits, can access little else, and is stopped after
+// five minutes. Throws std::system_error if there can't be one.
+std::optional<std::string> RenderInChild(const std::string& source, const Rendering& rendering);
 
 // The beginnings of the names of the files that this process writes for a thumbnail before it stores it.
 std::string TemporaryPrefix(const std::string& entry);

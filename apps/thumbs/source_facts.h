@@ -6,6 +6,8 @@
 
 #include <string>
 
+#include "thumbs/known_facts.h"
+
 namespace tavithumb::apps {
 
 // The facts of one source, read once for all jobs that make a thumbnail of it.
@@ -20,7 +22,10 @@ class SourceFacts {
   // Whether an embedded preview would become the thumbnail for the request of `job`, which has these facts.
   bool HavePreviewFor(const Thumb& job) const { return job.GetInfo().HasFittingPreview(details_.previews); }
 
-  void GiveTo(Thumb* job) const { job->SetFacts(info_); }
+  const ThumbInfo& OfLibrary() const { return info_; }
+
+  // With those of the maker where the library has none.
+  ThumbInfo Known() const { return KnownFacts(info_); }
 
   const PictureDetails& Details() const { return details_; }
 

@@ -37,7 +37,7 @@ StoredState StateOfStored(const Request& request, const Thumb& job) {
   const std::string path = job.GetOnlineOutputDest();
   struct stat stored = {};
   if (stat(path.c_str(), &stored) != 0) return StoredState::kMissing;
-  if (!CanRender(request, source)) return StateByTheLibrary(path, source);
+  if (!CanRenderAndStore(request, source)) return StateByTheLibrary(path, source);
   struct stat photo = {};
   if (stat(source.GetPath().c_str(), &photo) != 0 || photo.st_mtim.tv_sec != stored.st_mtim.tv_sec) {
     return StoredState::kStale;

@@ -13,7 +13,8 @@
 #include "system/descriptors.h"
 #include "system/text.h"
 #include "thumbs/answer.h"
-#include "thumbs/facts_in_bounds.h"
+#include "thumbs/kinds.h"
+#include "thumbs/known_facts.h"
 #include "thumbs/lookup.h"
 #include "thumbs/making.h"
 #include "thumbs/reasons.h"
@@ -63,10 +64,10 @@ Found FindSource(const Target& target, const Roots& roots) {
 }
 
 // Only one process at a time makes thumbnails of a source; those that waited find it stored.
-void Make(const Found& source, const Target& target, Thumb* job, RequestState* state) {
+void Make(const Found& source, const Target& target, Job* job, RequestState* state) {
   const SourceLock lock(source.OpenPath());
   const ScratchFolder scratch(state);
-  if (Resolve(target.request, RenderAndStore, job) == Resolution::kNone)
+  if (Resolve(target.request, RenderHere, job) == Resolution::kNone)
     throw ErrorOf(WhyNoAnswer(job->GetInfo(), target.request));
   if (access(job->GetOutputFile().c_str(), R_OK) != 0) throw HttpError(kServiceUnavailable, "its thumbnail is gone");
 }
@@ -99,7 +100,7 @@ void AnswerThumb(const Target& target, const Roots& roots, RequestState* state) 
     Thumb stored(source.path, request.options, request.acceptHeic);
     if (FindStored(request, &stored) && IsGoodAnswer(request, stored) && !IsBeingMade(source.OpenPath()))
       return Deliver(&stored, state);
-    Thumb made(source.path, request.options, request.acceptHeic);
+    Job made(source.path, request.options, request.acceptHeic);
     Make(source, target, &made, state);
     Deliver(&made, state);
   });
@@ -109,11 +110,12 @@ void AnswerOriginal(const Target& target, const Roots& roots, RequestState* stat
   const Found source = FindSource(target, roots);
   WithProblems([&] {
     Thumb job(source.path, Thumb::OPT_NO_CONVERT, false);
-    ReadFactsOnly(&job);
-    if (!job.GetInfo().IsWebAcceptable()) throw HttpError(kUnsupportedMediaType, "a browser cannot show the original");
+    ReadKnownFacts(false, &job);
+    if (!IsShownByBrowsers(job.GetInfo())) throw HttpError(kUnsupportedMediaType, "a browser cannot show the original");
     state->hasAnswered = true;
     Print("X-Content-Type-Options: nosniff\r\n");
-    if (!job.OutputOriginalImage()) syslog(LOG_INFO, "%s: aborted", state->request.data());
+    job.SetOutOriginalImage();
+    if (!job.HttpOutputFile(SourceMimeType(job.GetInfo()))) syslog(LOG_INFO, "%s: aborted", state->request.data());
   });
 }
 

@@ -8,12 +8,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <nlohmann/json.hpp>
-#include <set>
 #include <system_error>
 
 #include "system/folder.h"
 #include "system/json_text.h"
 #include "system/text.h"
+#include "thumbs/kinds.h"
 #include "web/http_error.h"
 #include "web/target.h"
 
@@ -68,7 +68,7 @@ void List(const std::vector<std::string>& path, const Roots& roots, Listing* lis
     } else {
       ++listing->unreadable;
     }
-  } else if (S_ISREG(found.record.st_mode) && (IsSupportImage(name) || IsSupportVideo(name))) {
+  } else if (S_ISREG(found.record.st_mode) && (IsPhoto(name) || IsSupportVideo(name))) {
     listing->files.push_back(ListFile(name, url, found));
   }
 }
@@ -105,8 +105,7 @@ nlohmann::ordered_json JsonOf(const ListedFile& file) {
 }  // namespace
 
 bool ListedFile::HasOriginal() const {
-  static const std::set<std::string> shown = {"jpg", "jpeg", "jpe", "png", "gif", "bmp"};
-  return shown.count(type) != 0;
+  return IsExtensionShownByBrowsers(type);
 }
 
 Listing ListFolder(const Roots& roots, const std::vector<std::string>& path) {

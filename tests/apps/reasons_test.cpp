@@ -75,7 +75,7 @@ TEST_F(Reasons, NotAFile) {
 }
 
 TEST_F(Reasons, NotAPhotoOrVideoByItsName) {
-  for (const char* name : {"notes.txt", "picture.webp", "README", "album.jpg.bak", "photo.jpg "}) {
+  for (const char* name : {"notes.txt", "picture.jp2", "README", "album.jpg.bak", "photo.jpg "}) {
     WriteFile(folder / name, "text");
     ExpectNoAnswerFromBoth(folder / name, "it is not a photo or video by its name",
                            "give it the right extension, such as .jpg or .mp4");

@@ -9,6 +9,7 @@
 
 #include "maker/declined.h"
 #include "maker/decode/decoders.h"
+#include "modern_pictures.h"
 #include "pictures.h"
 #include "scene.h"
 #include "temp_dir.h"
@@ -34,45 +35,6 @@ class Raw : public testing::Test {
 
   const test::TempDir directory_;
 };
-
-std::string BigEndian(std::uint64_t number, int size) {
-  std::string bytes;
-  for (int shift = 8 * (size - 1); shift >= 0; shift -= 8) bytes.push_back(static_cast<char>(number >> shift & 0xFF));
-  return bytes;
-}
-
-std::string Box(const std::string& type, const std::string& content) {
-  return BigEndian(8 + content.size(), 4) + type + content;
-}
-
-struct Cr3Parts {
-  std::string small;
-  std::string medium;
-  std::string full;
-  int orientation;
-};
-
-// A CR3 without raw data.
-std::string MakeCr3(const Cr3Parts& parts) {
-  using namespace std::string_literals;
-  const std::string canon = "\x85\xC0\xB6\x87\x82\x0F\x11\xE0\x81\x11\xF4\xCE\x46\x2B\x6A\x48";
-  const std::string preview = "\xEA\xF4\x2B\x5E\x1C\x98\x4B\x88\xB9\xFB\xB7\xDC\x40\x6E\x4D\x16";
-  const std::string tiff = "II*\0\x08\0\0\0\x02\0"s + "\x10\x01\x03\0\x01\0\0\0\0\0\0\0"s +
-                           "\x12\x01\x03\0\x01\0\0\0"s + static_cast<char>(parts.orientation) + "\0\0\0\0\0\0\0"s;
-  const std::string metadata =
-      Box("uuid", canon + Box("CMT1", tiff) + Box("THMB", std::string(16, '\0') + parts.small));
-  const std::string previews =
-      Box("uuid", preview + std::string(8, '\0') + Box("PRVW", std::string(16, '\0') + parts.medium));
-  const std::string type = Box("ftyp", "crx \0\0\0\1crx isom"s);
-  const auto movie = [&](std::uint64_t offset) {
-    const std::string sizes = Box("stsz", BigEndian(0, 4) + BigEndian(parts.full.size(), 4) + BigEndian(1, 4));
-    const std::string offsets = Box("co64", BigEndian(0, 4) + BigEndian(1, 4) + BigEndian(offset, 8));
-    const std::string track = Box("trak", Box("mdia", Box("minf", Box("stbl", sizes + offsets))));
-    return Box("moov", metadata + track);
-  };
-  const std::string start = type + movie(0) + previews;
-  return type + movie(start.size() + 8) + previews + Box("mdat", parts.full);
-}
 
 std::string LittleEndian(std::uint32_t number, int size) {
   std::string bytes;
@@ -163,7 +125,7 @@ TEST_F(Raw, OfCr3IsTheSmallestPreviewThatSuffices) {
   const std::string small = test::ReadFile(Jpeg(160, 120));  // of another aspect, as cameras write it
   const std::string medium = test::ReadFile(Jpeg(300, 200));
   const std::string full = test::ReadFile(Jpeg(600, 400));
-  test::WriteFile(directory_ / "raw.cr3", MakeCr3({small, medium, full, 1}));
+  test::WriteFile(directory_ / "raw.cr3", test::Cr3Of({small, medium, full, 1}));
   const File file(directory_ / "raw.cr3");
   EXPECT_EQ(file.decoder->Head().stored, (Size{600, 400}));
   struct {
@@ -185,20 +147,20 @@ TEST_F(Raw, OfCr3TellsItsOrientation) {
   const std::string jpeg = test::ReadFile(Jpeg(300, 200));
   for (int orientation = 1; orientation <= 8; ++orientation) {
     const auto& row = rows[orientation - 1];
-    test::WriteFile(directory_ / "raw.cr3", MakeCr3({jpeg, jpeg, jpeg, orientation}));
+    test::WriteFile(directory_ / "raw.cr3", test::Cr3Of({jpeg, jpeg, jpeg, orientation}));
     const std::optional<Orientation> found = File(directory_ / "raw.cr3").decoder->Head().orientation;
     ASSERT_TRUE(found) << orientation;
     EXPECT_EQ(found->quarterTurns, row.quarterTurns) << orientation;
     EXPECT_EQ(found->isMirrored, row.isMirrored) << orientation;
   }
-  test::WriteFile(directory_ / "raw.cr3", MakeCr3({jpeg, jpeg, jpeg, 9}));
+  test::WriteFile(directory_ / "raw.cr3", test::Cr3Of({jpeg, jpeg, jpeg, 9}));
   EXPECT_FALSE(File(directory_ / "raw.cr3").decoder->Head().orientation);
 }
 
 TEST_F(Raw, OfCr3CutOffIsWhatIsLeftOfItsPreviews) {
   const std::string medium = test::ReadFile(Jpeg(300, 200));
   const std::string full = test::ReadFile(Jpeg(600, 400));
-  const std::string whole = MakeCr3({medium, medium, full, 1});
+  const std::string whole = test::Cr3Of({medium, medium, full, 1});
   for (std::size_t size = 0; size < whole.size(); size += 1 + size / 20) {
     const Input input(Bytes{reinterpret_cast<const std::uint8_t*>(whole.data()), size});
     if (size > whole.size() - full.size()) {
@@ -214,8 +176,8 @@ TEST_F(Raw, OfCr3CutOffIsWhatIsLeftOfItsPreviews) {
 }
 
 TEST_F(Raw, WithBoxesInBoxesWithoutEndIsDeclined) {
-  std::string nested = MakeCr3({"", "", "", 1}).substr(0, 24);
-  for (int i = 0; i < 100; ++i) nested += BigEndian(1000, 4) + "moov";
+  std::string nested = test::Cr3Of({"", "", "", 1}).substr(0, 24);
+  for (int i = 0; i < 100; ++i) nested += std::string("\0\0\x03\xE8moov", 8);
   const Input input(Bytes{reinterpret_cast<const std::uint8_t*>(nested.data()), nested.size()});
   EXPECT_NE(ReasonFor([&] { OpenRaw(input); }), Reason::kUnknownType);
 }

@@ -9,6 +9,7 @@
 
 #include "system/paths.h"
 #include "thumbs/ea_folder.h"
+#include "thumbs/kinds.h"
 
 namespace tavithumb::apps::command {
 namespace {
@@ -26,7 +27,7 @@ std::size_t BytesOf(const std::string& name) {
 bool IsSkipped(const std::string& name) {
   struct stat record = {};
   if (IsInEAFolder(AbsolutePath(name))) return true;
-  return !IsSupportImage(BaseName(name)) && stat(name.c_str(), &record) == 0 && !S_ISDIR(record.st_mode);
+  return !IsPhoto(BaseName(name)) && stat(name.c_str(), &record) == 0 && !S_ISDIR(record.st_mode);
 }
 
 unsigned char TypeOf(int folder, const dirent& entry) {
@@ -103,7 +104,7 @@ void Walk::VisitNamedFile(const std::string& name) {
   struct stat record = {};
   if (stat(file::Dirname(name).c_str(), &record) == 0) {
     const Identity folder = {record.st_dev, record.st_ino};
-    if (seenFolders_.count(folder) != 0 && IsSupportImage(BaseName(name))) return;
+    if (seenFolders_.count(folder) != 0 && IsPhoto(BaseName(name))) return;
     if (!namedFiles_[folder].insert(BaseName(name)).second) return;
   }
   Enqueue(name);
@@ -141,14 +142,14 @@ void Walk::VisitEntry(const dirent& entry) {
   if (name == "." || name == ".." || name == EAFolderName()) return;
   if (TypeOf(dirfd(folder_.get()), entry) == DT_DIR) {
     folders_.push_back(JoinPath(folderName_, entry.d_name));
-  } else if (IsPhoto(entry)) {
+  } else if (IsNewPhoto(entry)) {
     Enqueue(JoinPath(folderName_, entry.d_name));
   }
 }
 
 // A regular file, a link to one, or a dangling link, that has not already been found by its own name.
-bool Walk::IsPhoto(const dirent& entry) const {
-  if (!IsSupportImage(entry.d_name)) return false;
+bool Walk::IsNewPhoto(const dirent& entry) const {
+  if (!IsPhoto(entry.d_name)) return false;
   const int folder = dirfd(folder_.get());
   const unsigned char type = TypeOf(folder, entry);
   struct stat target = {};

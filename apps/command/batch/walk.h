@@ -57,7 +57,7 @@ class Walk {
   void ReadFolder();
   void ReadList();
   void VisitEntry(const dirent& entry);
-  bool IsPhoto(const dirent& entry) const;
+  bool IsNewPhoto(const dirent& entry) const;
   void Enqueue(const std::string& name);
 
   std::deque<std::string> names_;

@@ -65,7 +65,7 @@ class Sizes {
         facts_(path),
         lookUp_(path, options, false),
         canStore_(file::IsDestSupportEAWrite(file::Dirname(path)) && !file::GetEAPath(path, "thumbnail").empty()) {
-    facts_.GiveTo(&lookUp_);
+    lookUp_.SetFacts(order.byLibrary ? facts_.OfLibrary() : facts_.Known());
   }
 
   // Makes what is missing from one decode, as far as the maker can.

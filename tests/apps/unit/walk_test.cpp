@@ -75,6 +75,11 @@ TEST_F(Walks, FindThePhotosInFoldersAndSkipTheRest) {
   EXPECT_EQ(problems, Strings{});
 }
 
+TEST_F(Walks, FindTheTypesThatOnlyTheProgramsKnow) {
+  Write({"a.webp", "b.AVIF", "c.jxl", "d.HIF", "e.Cr3", "f.jp2", "g.cr4", "webp.txt"});
+  EXPECT_EQ(Found(Start({folder.Path()})), In({"a.webp", "b.AVIF", "c.jxl", "d.HIF", "e.Cr3"}));
+}
+
 TEST_F(Walks, FindEachFileOnceHoweverOftenItIsNamed) {
   Write({"a/x.png", "a/b/y.png"});
   fs::create_directory_symlink(folder / "a", folder / "link");

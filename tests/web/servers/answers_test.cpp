@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // Every type of request, through real web servers.
 #include <gtest/gtest.h>
+#include <modern_pictures.h>
 #include <pictures.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -239,6 +240,36 @@ TEST_P(Answers, SendHeifToClientsThatAcceptIt) {
     EXPECT_TRUE(response.body == ReadFile(site / "phone.heic"));
   }
   EXPECT_EQ(Describe(site.Get(address, {"Accept: image/*, */*"})), "200 image/jpeg JPEG 360x270");
+}
+
+// Those of which the library has no facts, and WebP.
+TEST_P(Answers, ServeThumbnailsOfTheTypesThatOnlyTheProgramsKnow) {
+  const Site site(GetParam());
+  for (const ModernType& type : ModernTypes()) {
+    const std::string name = std::string("photo.") + type.extension;
+    SCOPED_TRACE(name);
+    type.make(site / name, 900, 600);
+    const Response made = site.Get("/thumb/" + name + "?size=small");
+    EXPECT_EQ(Describe(made), "200 image/jpeg JPEG 120x80");
+    EXPECT_EQ(Names(site / (".tavi_ea/" + name)), std::vector<std::string>{"TAVIFILE_THUMB_S.jpg"});
+    const Response stored = site.Get("/thumb/" + name + "?size=small");
+    EXPECT_EQ(stored.headers, made.headers);
+    EXPECT_TRUE(stored.body == made.body);
+    EXPECT_EQ(Describe(site.Get("/thumb/" + name + "?size=90x90&avatar=1&rotate=1")), "200 image/jpeg JPEG 90x90");
+    const bool isShown = std::string(type.extension) == "webp" || std::string(type.extension) == "avif";
+    const Response original = site.Get("/original/" + name);
+    EXPECT_EQ(original.status, isShown ? 200 : 415);
+    EXPECT_EQ(original.Header("content-type"), isShown ? type.mimeType : "text/plain; charset=utf-8");
+    EXPECT_EQ(original.body == ReadFile(site / name), isShown);
+    type.make(site / ("light." + name), 300, 200);
+    EXPECT_EQ(site.Get("/thumb/light." + name + "?size=medium").Header("content-type"),
+              isShown ? type.mimeType : kJpeg);
+  }
+  EXPECT_EQ(site.Noted("run: "), std::vector<std::string>{});
+  fs::resize_file(site / "photo.jxl", 40);
+  const Response damaged = site.Get("/thumb/photo.jxl?size=big");
+  EXPECT_EQ(damaged.status, 422);
+  EXPECT_EQ(damaged.body, "it could not be converted\n");
 }
 
 // A JPEG whose thumbnail would be larger than itself is served unchanged, unless it has to be rotated.

@@ -65,20 +65,33 @@ class Lists : public testing::Test {
 };
 
 TEST_F(Lists, HaveSupportedFilesInOrder) {
-  for (const char* name : {"b.jpg", "B.JPEG", "a.txt", "a", "jpg", ".jpg", "c.jpe", "\xc3\xa4.png", "d.gif", "e.bmp",
-                           "f.heic", "g.nef", "h.MP4", "10.tif", "9.tif", "a b&%.jpg"}) {
+  for (const char* name :
+       {"b.jpg", "B.JPEG", "a.txt",  "a",      "jpg",   ".jpg",  "c.jpe", "\xc3\xa4.png", "d.gif", "e.bmp",    "f.heic",
+        "g.nef", "h.MP4",  "i.webp", "j.AVIF", "k.jxl", "l.hif", "m.CR3", "10.tif",       "9.tif", "a b&%.jpg"}) {
     Add(name);
   }
   for (const char* name : {"z", "Z", "folder.jpg", ".hidden"}) fs::create_directory(Shown(name));
-  EXPECT_EQ(
-      InFolder(),
-      (Lines{"folder Z Z", "folder folder.jpg folder.jpg", "folder z z", "image 10.tif 10.tif tif 3 1700000000",
-             "image 9.tif 9.tif tif 3 1700000000", "image B.JPEG B.JPEG jpeg 3 1700000000 original",
-             "image a b&%.jpg a%20b%26%25.jpg jpg 3 1700000000 original", "image b.jpg b.jpg jpg 3 1700000000 original",
-             "image c.jpe c.jpe jpe 3 1700000000 original", "image d.gif d.gif gif 3 1700000000 original",
-             "image e.bmp e.bmp bmp 3 1700000000 original", "image f.heic f.heic heic 3 1700000000",
-             "image g.nef g.nef nef 3 1700000000", "video h.MP4 h.MP4 mp4 3 1700000000",
-             "image jpg jpg jpg 3 1700000000 original", "image \xc3\xa4.png %C3%A4.png png 3 1700000000 original"}));
+  EXPECT_EQ(InFolder(), (Lines{"folder Z Z",
+                               "folder folder.jpg folder.jpg",
+                               "folder z z",
+                               "image 10.tif 10.tif tif 3 1700000000",
+                               "image 9.tif 9.tif tif 3 1700000000",
+                               "image B.JPEG B.JPEG jpeg 3 1700000000 original",
+                               "image a b&%.jpg a%20b%26%25.jpg jpg 3 1700000000 original",
+                               "image b.jpg b.jpg jpg 3 1700000000 original",
+                               "image c.jpe c.jpe jpe 3 1700000000 original",
+                               "image d.gif d.gif gif 3 1700000000 original",
+                               "image e.bmp e.bmp bmp 3 1700000000 original",
+                               "image f.heic f.heic heic 3 1700000000",
+                               "image g.nef g.nef nef 3 1700000000",
+                               "video h.MP4 h.MP4 mp4 3 1700000000",
+                               "image i.webp i.webp webp 3 1700000000 original",
+                               "image j.AVIF j.AVIF avif 3 1700000000 original",
+                               "image jpg jpg jpg 3 1700000000 original",
+                               "image k.jxl k.jxl jxl 3 1700000000",
+                               "image l.hif l.hif hif 3 1700000000",
+                               "image m.CR3 m.CR3 cr3 3 1700000000",
+                               "image \xc3\xa4.png %C3%A4.png png 3 1700000000 original"}));
 }
 
 TEST_F(Lists, LinkToSubfoldersByTheirFullAddress) {
