@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <tavithumb/libtavithumb.h>
 
+#include <optional>
 #include <string>
 
 #include "thumbs/known_facts.h"
@@ -20,18 +21,21 @@ class SourceFacts {
   bool AreCurrent() const;
 
   // Whether an embedded preview would become the thumbnail for the request of `job`, which has these facts.
-  bool HavePreviewFor(const Thumb& job) const { return job.GetInfo().HasFittingPreview(details_.previews); }
+  // Throws as the constructor does.
+  bool HavePreviewFor(const Thumb& job) const { return job.GetInfo().HasFittingPreview(Details().previews); }
 
   const ThumbInfo& OfLibrary() const { return info_; }
 
   // With those of the maker where the library has none.
   ThumbInfo Known() const { return KnownFacts(info_); }
 
-  const PictureDetails& Details() const { return details_; }
+  // What else is known. Read at the first call: it takes as long as the facts, and lookups don't need it. Throws as the
+  // constructor does.
+  const PictureDetails& Details() const;
 
  private:
   ThumbInfo info_;
-  PictureDetails details_;
+  mutable std::optional<PictureDetails> details_;
   struct stat record_ = {};
 };
 

@@ -21,6 +21,8 @@ namespace {
 
 // A larger one gains nothing; a small one costs time, as Huffman decoding is slower near its end.
 constexpr std::size_t kBufferBytes = std::size_t{64} << 10;
+// Of the file's start, which often is all that is needed: most headers of thumbnails fit.
+constexpr std::size_t kFirstBytes = 4096;
 
 // What libjpeg reads from. Behind the end it finds the marker of the end, and so shows what there is.
 struct JpegSource {
@@ -28,13 +30,14 @@ struct JpegSource {
   const Input* input = nullptr;
   std::uint64_t offset = 0;
   std::exception_ptr failure;
-  std::array<JOCTET, kBufferBytes> buffer = {};
+  std::array<JOCTET, kBufferBytes> buffer;
 };
 
 // Exceptions can't pass through libjpeg. Returns 0 after one.
 std::size_t ReadMore(JpegSource* source) noexcept {
   try {
-    return source->input->ReadAt(source->offset, source->buffer.data(), source->buffer.size());
+    const std::size_t count = source->offset == 0 ? kFirstBytes : source->buffer.size();
+    return source->input->ReadAt(source->offset, source->buffer.data(), count);
   } catch (...) {
     source->failure = std::current_exception();
     return 0;

@@ -87,13 +87,17 @@ class Sizes {
   SourceFacts facts_;
   Thumb lookUp_;
   bool canStore_;
+  std::set<std::string> good_;      // sizes whose thumbnails need no second look
   std::set<std::string> planned_;   // entries that a dry run would have made
   std::set<std::string> rendered_;  // entries that the maker has made
 };
 
 StoredState Sizes::StateOf(const std::string& size) {
   lookUp_.SetRequest(size);
-  return StateOfStored(RequestOf(size, order_), lookUp_);
+  if (good_.count(size) != 0) return StoredState::kGood;
+  const StoredState state = StateOfStored(RequestOf(size, order_), lookUp_);
+  if (state == StoredState::kGood) good_.insert(size);
+  return state;
 }
 
 bool Sizes::IsMissing(const std::string& size) {
