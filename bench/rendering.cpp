@@ -2,32 +2,22 @@
 // The maker in one process and one thread, compared to other programs, by processor time. The photos are in the folder
 // $TAVITHUMB_BENCH_PHOTOS, which bench/maker prepares.
 #include <benchmark/benchmark.h>
-#include <spawn.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <functional>
-#include <iostream>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "maker/maker.h"
+#include "processor_time.h"
 
 namespace tavithumb::bench {
 namespace {
-
-double Seconds(const timeval& time) {
-  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
-}
-
-double ProcessorSeconds(int who) {
-  rusage usage = {};
-  getrusage(who, &usage);
-  return Seconds(usage.ru_utime) + Seconds(usage.ru_stime);
-}
 
 void TimeEach(benchmark::State& state, int who, const std::function<void()>& work) {
   for ([[maybe_unused]] auto round : state) {
@@ -37,27 +27,13 @@ void TimeEach(benchmark::State& state, int who, const std::function<void()>& wor
   }
 }
 
-void Run(std::vector<std::string> words) {
-  std::vector<char*> argv;
-  for (std::string& word : words) argv.push_back(word.data());
-  argv.push_back(nullptr);
-  pid_t child = -1;
-  int status = -1;
-  if (posix_spawn(&child, argv[0], nullptr, nullptr, argv.data(), environ) != 0 ||
-      waitpid(child, &status, 0) != child || status != 0) {
-    std::cerr << words[0] << " failed for " << words.back() << "\n";
-    std::exit(1);
-  }
-}
-
 struct Photo {
   std::string name;
   std::string path;
   int quarterTurns;
 };
 
-// Writes what it makes, so that quality is measured on the files that were timed.
-void Render(benchmark::State& state, const Photo& photo, const std::vector<int>& sides, bool usesPreviews) {
+std::vector<maker::Thumbnail> Make(const Photo& photo, const std::vector<int>& sides, bool usesPreviews) {
   std::vector<maker::Target> targets;
   for (const int side : sides) targets.push_back({{side, side}, false});
   maker::Source source;
@@ -65,16 +41,39 @@ void Render(benchmark::State& state, const Photo& photo, const std::vector<int>&
   source.orientation = maker::Orientation{photo.quarterTurns, false};
   maker::Options options;
   options.usesPreviews = usesPreviews;
-  std::vector<maker::Thumbnail> made;
-  TimeEach(state, RUSAGE_SELF, [&] { made = maker::Make(source, targets, options); });
+  return maker::Make(source, targets, options);
+}
+
+// Quality is measured on the files that were timed.
+void Write(const Photo& photo, const std::vector<int>& sides, const std::vector<maker::Thumbnail>& made) {
   for (std::size_t i = 0; i < sides.size(); ++i) {
     std::ofstream file(photo.path + ".made-" + std::to_string(sides[i]), std::ios::binary);
     file.write(reinterpret_cast<const char*>(made[i].bytes.data()), static_cast<std::streamsize>(made[i].bytes.size()));
   }
 }
 
+void Render(benchmark::State& state, const Photo& photo, const std::vector<int>& sides, bool usesPreviews) {
+  std::vector<maker::Thumbnail> made;
+  TimeEach(state, RUSAGE_SELF, [&] { made = Make(photo, sides, usesPreviews); });
+  Write(photo, sides, made);
+}
+
+void RenderAll(benchmark::State& state, const std::vector<Photo>& photos, const std::vector<int>& sides,
+               bool usesPreviews) {
+  for ([[maybe_unused]] auto round : state) {
+    double seconds = 0;
+    for (const Photo& photo : photos) {
+      const double before = ProcessorSeconds(RUSAGE_SELF);
+      const std::vector<maker::Thumbnail> made = Make(photo, sides, usesPreviews);
+      seconds += ProcessorSeconds(RUSAGE_SELF) - before;
+      Write(photo, sides, made);
+    }
+    state.SetIterationTime(seconds);
+  }
+}
+
 void RunEach(benchmark::State& state, const std::vector<std::string>& words) {
-  TimeEach(state, RUSAGE_CHILDREN, [&] { Run(words); });
+  TimeEach(state, RUSAGE_CHILDREN, [&] { RunProgram(words); });
 }
 
 template <typename... Arguments>
@@ -98,6 +97,18 @@ void RegisterPhoto(const Photo& photo) {
                                     "/dev/null", photo.path});
 }
 
+// Many photos, as they are stored.
+void RegisterAll(const std::string& folder) {
+  std::vector<Photo> photos;
+  std::error_code missing;
+  for (const auto& entry : std::filesystem::directory_iterator(folder, missing)) {
+    if (entry.path().extension() == ".jpg") photos.push_back({"", entry.path(), 0});
+  }
+  if (photos.empty()) return;
+  Register("all/three", RenderAll, photos, std::vector<int>{120, 360, 640}, true);
+  Register("all/four", RenderAll, photos, std::vector<int>{120, 360, 640, 1280}, false);
+}
+
 }  // namespace
 }  // namespace tavithumb::bench
 
@@ -115,5 +126,6 @@ int main(int argc, char** argv) {
     photo.path = std::string(folder) + "/" + photo.path;
     if (access(photo.path.c_str(), R_OK) == 0) RegisterPhoto(photo);
   }
+  tavithumb::bench::RegisterAll(std::string(folder) + "/photos");
   benchmark::RunSpecifiedBenchmarks();
 }
