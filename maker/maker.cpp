@@ -29,8 +29,8 @@ Orientation OrientationOf(const Header& header) {
 
 // The decoder's own word counts where it turns the picture itself, and where the caller knows nothing.
 Orientation OrientationOf(const Source& source, const Header& header) {
-  Orientation orientation = OrientationOf(header);
-  if (!header.isUpright && source.orientation) orientation = *source.orientation;
+  const bool isCallersWord = source.orientation && (source.alwaysTurns || !header.isUpright);
+  Orientation orientation = isCallersWord ? *source.orientation : OrientationOf(header);
   orientation.quarterTurns = (orientation.quarterTurns + source.userTurns) % 4;
   return orientation;
 }
@@ -165,7 +165,7 @@ Thumbnail Cascade::Make(const Step& step, const Target& target, int quality) {
   Picture scaled = Scaled(step, halvesChroma && isReady);
   if (!isReady) ConvertForEncoder(&scaled);
   Thumbnail thumbnail = {step.size, type_, Encode(&scaled, halvesChroma, quality)};
-  if (target.isCropped) return thumbnail;
+  if (target.isCropped || target.part) return thumbnail;
   base_ = std::move(scaled);
   orientation_ = {};
   isSrgb_ = true;
@@ -191,7 +191,7 @@ std::optional<Content> Examine(const std::string& path) {
     const Input input(path);
     const std::unique_ptr<Decoder> decoder = OpenDecoder(input);
     const Header& header = decoder->Head();
-    return Content{header.stored, FormatOf(input) == Format::kBmp, decoder->IsAnimated(), OrientationOf(header)};
+    return Content{header.stored, *FormatOf(input), decoder->IsAnimated(), OrientationOf(header)};
   } catch (const Declined&) {
     return std::nullopt;
   }

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "maker/declined.h"
+#include "maker/format.h"
 #include "maker/plan.h"
 
 namespace tavithumb::maker {
@@ -28,6 +29,7 @@ struct Source {
   // What makes the stored picture upright; decoders that do it themselves ignore it. If unknown, the decoder's facts
   // are used.
   std::optional<Orientation> orientation;
+  bool alwaysTurns = false;     // the orientation is applied to what such decoders give, too
   int userTurns = 0;            // quarter turns clockwise in addition, 0 to 3
   bool isAdobeRgb = false;      // its Exif data says so; an embedded profile counts more
   bool keepsAnimation = false;  // an animation is declined (kAnimation)
@@ -54,7 +56,7 @@ std::string RecogniseType(const std::string& path);
 // What a file is by its content, whatever its name.
 struct Content {
   Size stored;
-  bool isBmp = false;
+  Format format = Format::kJpeg;
   bool isAnimated = false;
   Orientation orientation;  // makes the stored picture upright, as far as the decoder knows
 };

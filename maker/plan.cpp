@@ -5,6 +5,7 @@
 #include <array>
 #include <cmath>
 #include <tuple>
+#include <utility>
 
 namespace tavithumb::maker {
 namespace {
@@ -47,7 +48,23 @@ Step Cropped(std::size_t target, Size upright, Size box) {
   return {target, size, OnWholePixels(part, size)};
 }
 
-Step MakeStep(std::size_t index, Size upright, const Target& target) {
+// One quarter turn clockwise of a picture `height` high.
+Region TurnedOnce(const Region& part, int height) {
+  return {height - part.bottom, part.left, height - part.top, part.right};
+}
+
+Region UprightPart(Region part, Size stored, const Orientation& orientation) {
+  if (orientation.isMirrored) part = {stored.width - part.right, part.top, stored.width - part.left, part.bottom};
+  for (int turn = 0; turn < orientation.quarterTurns; ++turn) {
+    part = TurnedOnce(part, stored.height);
+    std::swap(stored.width, stored.height);
+  }
+  return part;
+}
+
+Step MakeStep(std::size_t index, Size stored, const Orientation& orientation, const Target& target) {
+  const Size upright = Upright(stored, orientation);
+  if (target.part) return {index, Upright(target.box, orientation), UprightPart(*target.part, stored, orientation)};
   if (target.isCropped) return Cropped(index, upright, target.box);
   return {index, FitInto(upright, target.box), Whole(upright)};
 }
@@ -139,7 +156,7 @@ Plan MakePlan(Size stored, const Orientation& orientation, const std::vector<Tar
   plan.upright = Upright(stored, orientation);
   Size needed;
   for (const Target& target : targets) {
-    plan.steps.push_back(MakeStep(plan.steps.size(), plan.upright, target));
+    plan.steps.push_back(MakeStep(plan.steps.size(), stored, orientation, target));
     needed = Larger(needed, WholeSizeFor(plan.steps.back(), plan.upright));
   }
   std::sort(plan.steps.begin(), plan.steps.end(),

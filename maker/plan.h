@@ -37,6 +37,9 @@ struct Target {
   // Fills the box exactly, cropped from the centre. Nothing is enlarged: where the picture is too small, the thumbnail
   // is the largest part that has the box's aspect, in its own pixels.
   bool isCropped = false;
+  // If set, the thumbnail is exactly this part of the stored picture, in the picture's own pixels: whole numbers, and
+  // within the picture. The box is the part's size.
+  std::optional<Region> part = std::nullopt;
 };
 
 // Thumbnails of at most this side keep the full resolution of Cb and Cr; larger ones have half of it.

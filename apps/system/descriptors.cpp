@@ -4,12 +4,23 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
+
 namespace tavithumb::apps {
 
 void OpenStandardDescriptors() {
   for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
     if (fcntl(descriptor, F_GETFD) == -1) open("/dev/null", O_RDONLY);
   }
+}
+
+bool WriteAll(int descriptor, const void* data, std::size_t size) {
+  for (std::size_t done = 0; done < size;) {
+    const ssize_t step = write(descriptor, static_cast<const char*>(data) + done, size - done);
+    if (step == -1 && errno != EINTR) return false;
+    if (step > 0) done += static_cast<std::size_t>(step);
+  }
+  return true;
 }
 
 QuietErrors::QuietErrors() : saved_(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1)) {

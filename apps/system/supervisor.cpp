@@ -90,6 +90,7 @@ bool ReapGroup(pid_t group, int* leaderStatus) {
 
 // As a subreaper, this process becomes the parent of the processes that a dead leader leaves behind, and can reap them.
 Supervisor::Supervisor(GracePeriods graces) : graces_(graces), childSignals_(WatchChildren()) {
+  prctl(PR_GET_CHILD_SUBREAPER, &wasSubreaper_);
   prctl(PR_SET_CHILD_SUBREAPER, 1);
 }
 
@@ -101,6 +102,7 @@ Supervisor::~Supervisor() {
     Wait();
     Collect();
   }
+  prctl(PR_SET_CHILD_SUBREAPER, wasSubreaper_);
 }
 
 pid_t Supervisor::Start(const ChildProcess& child) {

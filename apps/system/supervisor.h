@@ -49,8 +49,8 @@ struct GracePeriods {
 // grace period. When the leader has exited, the rest of its group is killed. A child is reported once the whole group
 // is gone, or if it could not be killed within another grace period.
 //
-// During its lifetime the process is a subreaper, and SIGCHLD is blocked and has its default action. For use by one
-// thread.
+// During its lifetime the process is a subreaper, and SIGCHLD is blocked. SIGCHLD has its default action from then on.
+// For use by one thread.
 class Supervisor {
  public:
   // Throws std::system_error.
@@ -104,6 +104,7 @@ class Supervisor {
   bool HasUnreported() const;
 
   GracePeriods graces_;
+  int wasSubreaper_ = 0;
   Signals childSignals_;
   std::list<Child> children_;
   bool isInterrupted_ = false;

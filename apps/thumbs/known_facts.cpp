@@ -31,16 +31,18 @@ class MakersRecord : public ThumbInfo {
 
 std::string Serialise(const maker::Content& content) {
   std::ostringstream text;
-  text << content.stored.width << ' ' << content.stored.height << ' ' << content.isBmp << ' ' << content.isAnimated
-       << ' ' << content.orientation.quarterTurns << ' ' << content.orientation.isMirrored;
+  text << content.stored.width << ' ' << content.stored.height << ' ' << static_cast<int>(content.format) << ' '
+       << content.isAnimated << ' ' << content.orientation.quarterTurns << ' ' << content.orientation.isMirrored;
   return text.str();
 }
 
 std::optional<maker::Content> ParseContent(const std::string& text) {
   std::istringstream words(text);
   maker::Content content;
-  words >> content.stored.width >> content.stored.height >> content.isBmp >> content.isAnimated >>
+  int format = 0;
+  words >> content.stored.width >> content.stored.height >> format >> content.isAnimated >>
       content.orientation.quarterTurns >> content.orientation.isMirrored;
+  content.format = static_cast<maker::Format>(format);
   return words ? std::optional<maker::Content>(content) : std::nullopt;
 }
 

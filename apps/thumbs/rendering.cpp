@@ -6,7 +6,6 @@
 #include <tavithumb/util.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <limits>
@@ -15,6 +14,7 @@
 
 #include "maker/maker.h"
 #include "system/bounded_data.h"
+#include "system/descriptors.h"
 #include "system/file_descriptor.h"
 #include "system/file_rules.h"
 #include "system/paths.h"
@@ -98,11 +98,7 @@ bool Write(const std::string& path, const std::vector<std::uint8_t>& bytes, cons
   const mode_t mode = (source.st_mode & 0666) | 0600;
   const FileDescriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
   if (!file.IsOpen()) return false;
-  for (std::size_t done = 0; done < bytes.size();) {
-    const ssize_t step = write(file.Number(), bytes.data() + done, bytes.size() - done);
-    if (step == -1 && errno != EINTR) return false;
-    if (step > 0) done += static_cast<std::size_t>(step);
-  }
+  if (!WriteAll(file.Number(), bytes.data(), bytes.size())) return false;
   const std::array<timespec, 2> times = {{{0, UTIME_OMIT}, {source.st_mtim.tv_sec, 0}}};
   return futimens(file.Number(), times.data()) == 0;
 }

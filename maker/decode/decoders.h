@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "maker/format.h"
 #include "maker/input.h"
 #include "maker/picture.h"
 #include "maker/plan.h"
@@ -16,8 +17,6 @@ namespace tavithumb::maker {
 // One decoder per format; a file's first bytes decide which, never its name. Each throws Declined for what it can't
 // decode or what is over the limits (limits.h), std::bad_alloc, and nothing else; a picture cut off at its end is shown
 // as far as it goes if at least a part of it was decoded.
-
-enum class Format { kJpeg, kPng, kGif, kBmp, kTiff, kWebp, kHeif, kJxl, kRaw };
 
 // By the first bytes; nothing if no decoder knows them. kRaw is tried for TIFF containers of camera makers.
 std::optional<Format> FormatOf(const Input& input);

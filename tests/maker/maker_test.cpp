@@ -194,6 +194,47 @@ TEST_F(Making, FillsTheBoxOfAnAvatarFromTheCentre) {
   EXPECT_LT(DifferenceFrom(made[1], folder_ / "photo.jpg", {"-rotate", "90", "-thumbnail", "360x360"}), 0.02);
 }
 
+TEST_F(Making, CutsAPartOutAndStillMakesTheOthersOfTheWhole) {
+  test::MakePng(folder_ / "photo.png", 300, 200);
+  Source source = SourceAt(folder_ / "photo.png");
+  source.orientation = Orientation{3, true};
+  Target part = {{100, 90}};
+  part.part = Region{7, 100, 107, 190};
+  const std::vector<Thumbnail> made = Make(source, {part, {{120, 120}}}, {});
+  const std::vector<std::string> turn = {"-flop", "-rotate", "270", "+repage"};
+  std::vector<std::string> crop = {"-crop", "100x90+7+100", "+repage"};
+  crop.insert(crop.end(), turn.begin(), turn.end());
+  std::vector<std::string> whole = turn;
+  whole.insert(whole.end(), {"-thumbnail", "120x120"});
+  EXPECT_LT(DifferenceFrom(made[0], folder_ / "photo.png", crop), 0.005);
+  EXPECT_LT(DifferenceFrom(made[1], folder_ / "photo.png", whole), 0.02);
+}
+
+TEST_F(Making, TurnsWhatADecoderHasMadeUprightOnlyOnRequest) {
+  test::MakeHeic(folder_ / "photo.heic", 300, 200, true);
+  Source source = SourceAt(folder_ / "photo.heic");
+  source.orientation = Orientation{1, true};
+  EXPECT_LT(DifferenceFrom(Make(source, {{{120, 120}}}, {}).front(), folder_ / "photo.heic", {"-thumbnail", "120x120"}),
+            0.02);
+  source.alwaysTurns = true;
+  EXPECT_LT(DifferenceFrom(Make(source, {{{120, 120}}}, {}).front(), folder_ / "photo.heic",
+                           {"-flop", "-rotate", "90", "-thumbnail", "120x120"}),
+            0.02);
+}
+
+TEST_F(Making, KnowsAFilesFormatAndSizeByItsHeader) {
+  test::MakePng(folder_ / "photo.jpg", 300, 200);
+  test::MakeBmp(folder_ / "photo.png", 40, 30);
+  const std::optional<Content> png = Examine(folder_ / "photo.jpg");
+  const std::optional<Content> bmp = Examine(folder_ / "photo.png");
+  ASSERT_TRUE(png && bmp);
+  EXPECT_TRUE(png->format == Format::kPng && png->stored == (Size{300, 200}));
+  EXPECT_TRUE(bmp->format == Format::kBmp && bmp->stored == (Size{40, 30}));
+  test::WriteFile(folder_ / "garbage", std::string(100, 'x'));
+  EXPECT_FALSE(Examine(folder_ / "garbage"));
+  EXPECT_FALSE(Examine(folder_ / "missing"));
+}
+
 TEST_F(Making, WritesBaselineJpegsWithFullChromaOnlyForSmallBoxesAndWithoutMetadata) {
   test::MakeJpeg(folder_ / "photo.jpg", 900, 600);
   test::SetExif(folder_ / "photo.jpg",

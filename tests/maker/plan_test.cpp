@@ -173,6 +173,28 @@ TEST(Plans, CropFromTheCentreAndDecodeEnoughForThePart) {
   }
 }
 
+TEST(Plans, TakeAGivenPartOfTheStoredPictureInItsOwnPixels) {
+  const struct {
+    Orientation orientation;
+    const char* plan;
+  } rows[] = {
+      {{0, false}, "40x30, decode 40x30; 0: 10x20 of 3,1 to 13,21"},
+      {{1, false}, "30x40, decode 40x30; 0: 20x10 of 9,3 to 29,13"},
+      {{2, false}, "40x30, decode 40x30; 0: 10x20 of 27,9 to 37,29"},
+      {{3, false}, "30x40, decode 40x30; 0: 20x10 of 1,27 to 21,37"},
+      {{0, true}, "40x30, decode 40x30; 0: 10x20 of 27,1 to 37,21"},
+      {{1, true}, "30x40, decode 40x30; 0: 20x10 of 9,27 to 29,37"},
+      {{2, true}, "40x30, decode 40x30; 0: 10x20 of 3,9 to 13,29"},
+      {{3, true}, "30x40, decode 40x30; 0: 20x10 of 1,3 to 21,13"},
+  };
+  Target target = {{10, 20}};
+  target.part = Region{3, 1, 13, 21};
+  for (const auto& row : rows) {
+    EXPECT_EQ(Text(MakePlan({40, 30}, row.orientation, {target})), row.plan)
+        << row.orientation.quarterTurns << row.orientation.isMirrored;
+  }
+}
+
 TEST(Plans, DecodeEnoughForEveryStepAndPutWholePicturesBeforeTheirCrops) {
   EXPECT_EQ(Text(MakePlan({4000, 3000}, {}, {{{120, 120}, true}, {{120, 120}}, {{160, 160}}})),
             "4000x3000, decode 160x120; 2: 160x120 of 0,0 to 4000,3000; 0: 120x120 of 500,0 to 3500,3000; "

@@ -30,7 +30,7 @@ fi
 
 # --- The clean systems ------------------------------------------------------------------------------------------------
 
-names=(libtavithumb-dev libtavithumb-platform1 libtavithumb1 tavithumb tavithumb-web)
+names=(libtavithumb-dev libtavithumb-platform1 libtavithumb1 tavithumb tavithumb-convert tavithumb-web)
 version=$(dpkg-parsechangelog -S Version)
 work=$(mktemp -d)
 mkdir -p build
@@ -204,6 +204,20 @@ build_with_pkg_config() {
   inside sh -c "g++ -std=c++$1 /tmp/consumer/consumer.cpp -o /tmp/built/consumer \$(pkg-config --cflags --libs tavithumb)"
 }
 
+# The library runs it, and not convert, which is made to fail; convert comes back when it is removed.
+converter_works() {
+  local stored=/srv/photos/.tavi_ea/picture.png made=0 without=0
+  same "/usr/libexec/tavithumb-convert" "$(readlink "$root/var/packages/Codexa/target/usr/bin/convert")" || return
+  mv "$root/usr/bin/convert" "$root/usr/bin/convert.aside" && ln -s false "$root/usr/bin/convert" || return
+  rm -rf "$root/$stored"
+  inside tavithumb get --library --size small /srv/photos/picture.png || made=$?
+  apt remove tavithumb-convert
+  rm -rf "$root/$stored"
+  inside tavithumb get --library --size small /srv/photos/picture.png || without=$?
+  mv "$root/usr/bin/convert.aside" "$root/usr/bin/convert" && [ "$made" -eq 0 ] && [ "$without" -ne 0 ] &&
+    [ ! -e "$root/var/packages" ] && apt install /packages/tavithumb-convert.deb
+}
+
 # A package as an appliance would make one, of libraries that are unlike ours in all that they do.
 make_appliance_package() {
   local folder=$work/appliance
@@ -263,6 +277,7 @@ check "the command makes thumbnails of JPEG, PNG and HEIC" command_works
 check "a tool that is not installed is named" missing_tool_is_named
 check "the web program answers as its own user" web_program_works
 check "the web program's socket is set up" socket_is_set_up
+check "the library runs the converter while it is installed" converter_works
 for standard in 17 20; do
   check "a consumer built with find_package as C++$standard makes a thumbnail" consumer_works cmake $standard
   check "a consumer built with pkg-config as C++$standard makes a thumbnail" consumer_works pkg_config $standard

@@ -53,19 +53,23 @@ check "lintian finds no errors and no warnings" lintian_is_content
 for package in $(sed 's/ .*//' tests/packaging/files.txt | sort -u); do
   check "$package holds its files and no others" holds_its_files "$package"
 done
-# The maker's codecs, which both programs contain.
-codecs="libdeflate0 (>= 1.0), libgif7 (>= 5.1), libhwy1 (>= 0.16.0), libjpeg62-turbo (>= 1.3.1), libjxl0.7 (>= 0.6.1), \
-liblcms2-2 (>= 2.6), libraw20 (>= 0.16.0), libtavithumb1 (>= 1.0.0), libtiff6 (>= 4.5.0~rc1), libwebp7 (>= 1.2.4), \
-libwebpdemux2 (>= 1.2.4), zlib1g (>= 1:1.1.4)"
+# The maker's codecs, which the programs contain.
+codecs_to_r="libdeflate0 (>= 1.0), libgif7 (>= 5.1), libhwy1 (>= 0.16.0), libjpeg62-turbo (>= 1.3.1), \
+libjxl0.7 (>= 0.6.1), liblcms2-2 (>= 2.6), libraw20 (>= 0.16.0)"
+codecs_from_t="libtiff6 (>= 4.5.0~rc1), libwebp7 (>= 1.2.4), libwebpdemux2 (>= 1.2.4), zlib1g (>= 1:1.1.4)"
+codecs="$codecs_to_r, libtavithumb1 (>= 1.0.0), $codecs_from_t"
 check "the packages depend on tools and on each other as they should" fields_are \
   "libtavithumb1 Depends: imagemagick, libjpeg-turbo-progs, libtavithumb-platform1 | libtavithumb-platform-1
 libtavithumb1 Recommends: dcraw
+libtavithumb1 Suggests: tavithumb-convert
 libtavithumb-dev Depends: libtavithumb1 (= $version)
 libtavithumb-platform1 Depends:
 libtavithumb-platform1 Provides: libtavithumb-platform-1
 libtavithumb-platform1 Conflicts: libtavithumb-platform-1
 libtavithumb-platform1 Replaces: libtavithumb-platform-1
 tavithumb Depends: systemd | systemd-standalone-sysusers | systemd-sysusers, $codecs
+tavithumb-convert Depends: imagemagick, $codecs_to_r, $codecs_from_t
+tavithumb-convert Enhances: libtavithumb1
 tavithumb-web Depends: tavithumb (= $version), $codecs
 tavithumb-web Recommends: nginx | lighttpd"
 check "a second build gives the same bytes" second_build_is_the_same

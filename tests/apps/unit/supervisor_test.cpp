@@ -543,6 +543,22 @@ TEST_F(SupervisorTest, AChildDiesWithItsParentOnlyWhenItIsToldTo) {
   }
 }
 
+TEST_F(SupervisorTest, LeavesAsItWasWhetherTheProcessIsASubreaper) {
+  for (const int before : {0, 1}) {
+    ASSERT_EQ(prctl(PR_SET_CHILD_SUBREAPER, before), 0);
+    int during = 0;
+    {
+      const Supervisor supervisor;
+      prctl(PR_GET_CHILD_SUBREAPER, &during);
+    }
+    int after = 0;
+    prctl(PR_GET_CHILD_SUBREAPER, &after);
+    EXPECT_EQ(during, 1);
+    EXPECT_EQ(after, before);
+  }
+  prctl(PR_SET_CHILD_SUBREAPER, 0);
+}
+
 TEST_F(SupervisorTest, ThrowsWhenNoProcessCanBeStarted) {
   const pid_t limited = fork();
   if (limited == 0) {

@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+// What the library runs instead of ImageMagick's convert: the thumbnails that the maker makes the same, faster.
+// Anything else is left to the system's convert, with the arguments and the environment as they are.
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <string>
+#include <vector>
+
+#include "convert/conversion.h"
+#include "convert/system_convert.h"
+
+namespace tavithumb::apps::convert {
+namespace {
+
+// False too if memory, descriptors or processes run out: convert may need fewer.
+bool IsDone(const std::vector<std::string>& arguments) {
+  try {
+    const std::optional<Conversion> conversion = ParseArguments(arguments);
+    return conversion && Perform(*conversion);
+  } catch (const std::exception&) {
+    return false;
+  }
+}
+
+}  // namespace
+}  // namespace tavithumb::apps::convert
+
+int main(int argc, char** argv) {
+  using namespace tavithumb::apps::convert;
+  if (IsDone({argv, argv + argc})) return 0;
+  execv(kSystemConvert, argv);
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): there is one thread
+  std::fprintf(stderr, "tavithumb-convert: cannot run %s: %s; install the package imagemagick\n", kSystemConvert,
+               std::strerror(errno));
+  return 127;
+}
