@@ -211,6 +211,7 @@ std::vector<Thumbnail> Make(const Source& source, const std::vector<Target>& tar
     // Of a camera raw file, the picture is its preview, which may be smaller.
     if (picture->storedSize != decoder->Head().stored) plan = MakePlan(picture->storedSize, orientation, targets);
   }
+  if (picture->isCutOff && options.wholeOnly) throw Declined(Reason::kDamaged, "the picture is cut off");
   if (picture->profile.empty() && source.isAdobeRgb) picture->profile = AdobeRgbProfile();
 
   Cascade cascade(std::move(*picture), orientation, plan.upright, TypeFor(*FormatOf(input)));

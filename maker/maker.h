@@ -40,6 +40,7 @@ struct Source {
 struct Options {
   int quality = 80;          // of JPEG, 1 to 100
   bool usesPreviews = true;  // an embedded preview may stand in for the picture
+  bool wholeOnly = false;    // a picture that is cut off, other than a JPEG, is declined (kDamaged)
 };
 
 struct Thumbnail {

@@ -85,6 +85,7 @@ struct Picture {
   bool isPremultiplied = false;  // the colour samples have been multiplied by alpha
   std::vector<Channel> channels;
   std::vector<std::uint8_t> profile;  // the ICC profile of the samples; empty for sRGB
+  bool isCutOff = false;              // parts are missing in the file, though not in a JPEG, where nothing tells them
   // The whole picture's size before the decoder scaled it, as stored.
   Size storedSize;
 };

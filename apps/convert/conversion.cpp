@@ -100,7 +100,9 @@ maker::Thumbnail Make(const Conversion& conversion) {
   const bool makesPng = content->format == maker::Format::kPng;
   Require(makesPng == (conversion.type == maker::Type::kPng), "convert writes another type");
   const maker::Target target = TargetOf(conversion, *content);
-  return maker::Make(SourceOf(conversion), {target}, {}).front();
+  maker::Options options;
+  options.wholeOnly = true;  // convert fails, and the library looks for another way
+  return maker::Make(SourceOf(conversion), {target}, options).front();
 }
 
 // What is at the destination already. convert would write into it.

@@ -235,6 +235,7 @@ void BmpDecoder::DecodeRows(Picture* picture) {
     const std::uint64_t offset = bmp_.dataStart + std::uint64_t{row.size()} * static_cast<unsigned>(y);
     if (input_.ReadAt(offset, row.data(), row.size()) < row.size()) {
       if (y == 0) Damaged("there is not even one row of pixels");
+      picture->isCutOff = true;
       return;
     }
     PutRow(row.data(), FromTop(y), picture);

@@ -438,6 +438,7 @@ Picture PngDecoder::Decode(Size /*atLeast*/) {
   const bool isGray = kind_.colour == kGrayColour || kind_.colour == kGrayAlphaColour;
   Picture picture = BlankPicture(isGray ? Model::kGray : Model::kRgb, HasAlpha(), kind_.size);
   picture.profile = profile_;
+  picture.isCutOff = available < rawSize;
   line_.resize(static_cast<std::size_t>(kind_.size.width) * picture.channels.size());
 
   RawRows rows(raw.bytes.get(), available, kind_);

@@ -312,7 +312,9 @@ Picture TiffDecoder::DecodePlain() {
   std::uint32_t index = 0;
   for (int top = 0; top < whole.height; top += block.height) {
     for (int left = 0; left < whole.width; left += block.width) {
-      isDecoded |= ReadBlock(index++, &bytes);
+      const bool isWhole = ReadBlock(index++, &bytes);
+      isDecoded |= isWhole;
+      picture.isCutOff |= !isWhole;
       const int width = std::min(block.width, whole.width - left);
       for (int y = top; y < std::min(top + block.height, whole.height); ++y) {
         const std::uint8_t* row = bytes.data() + static_cast<std::size_t>(y - top) * rowBytes;
@@ -395,6 +397,7 @@ Picture TiffDecoder::DecodeAny() {
     source_.errors = 0;
     image.Read(top, height, &pixels);
     isDecoded |= source_.errors == 0 || !IsUniform(pixels);
+    picture.isCutOff |= source_.errors != 0;
     for (int y = 0; y < height; ++y) {
       Unpack(pixels.data() + static_cast<std::size_t>(y) * width, width, channels, line.data());
       if (image.HasAlpha()) DivideByAlpha(line.data(), width, channels);

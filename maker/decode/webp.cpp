@@ -49,6 +49,7 @@ struct Pixels {
   Size size;
   std::size_t channels = 3;
   std::vector<std::uint8_t> bytes;
+  bool isCutOff = false;
 
   std::size_t Stride() const { return static_cast<std::size_t>(size.width) * channels; }
 };
@@ -134,7 +135,8 @@ Pixels WebpDecoder::DecodeFrame(Size size) const {
   config.output.u.RGBA = {pixels.bytes.data(), static_cast<int>(pixels.Stride()), pixels.bytes.size()};
   const VP8StatusCode status = WebPDecode(frame_.data.bytes, frame_.data.size, &config);
   if (IsOutOfMemory(status)) throw std::bad_alloc();
-  if (status != VP8_STATUS_OK) DecodeStart(&config);
+  pixels.isCutOff = status != VP8_STATUS_OK;
+  if (pixels.isCutOff) DecodeStart(&config);
   return pixels;
 }
 
@@ -153,6 +155,7 @@ Picture WebpDecoder::Decode(Size atLeast) {
   const Pixels pixels = DecodeFrame(IsWhole() ? canvas : frame_.size);
   Picture picture = BlankPicture(Model::kRgb, HasAlpha(), canvas);
   picture.storedSize = header_.stored;
+  picture.isCutOff = pixels.isCutOff;
   for (int y = 0; y < pixels.size.height; ++y) {
     const std::uint8_t* row = pixels.bytes.data() + static_cast<std::size_t>(y) * pixels.Stride();
     SplitRow(row, pixels.size.width, frame_.left, frame_.top + y, &picture);

@@ -176,6 +176,21 @@ TEST_F(AddOn, LeavesOtherSourcesToConvert) {
   ExpectHandedOver(Vector(Photo("a.jpg"), kScale, Photo("made.png")));
 }
 
+// convert shows no part of a picture, except of a JPEG.
+TEST_F(AddOn, LeavesPicturesThatAreCutOffToConvert) {
+  MakePng(Photo("whole.png"), 300, 200);
+  for (const char* name : {"cut.png", "cut.bmp", "cut.tif", "cut.webp", "cut.heic", "cut.jpg"}) {
+    SCOPED_TRACE(name);
+    RunTool({kConvert, Photo("whole.png"), Photo(name)});
+    std::filesystem::resize_file(Photo(name), std::filesystem::file_size(Photo(name)) * 7 / 10);
+    if (std::string(name) == "cut.jpg") {
+      ExpectMade(Photo(name), kScale, ".jpg");
+    } else {
+      ExpectHandedOver(Vector(Photo(name), kScale, Photo(std::string(name) == "cut.png" ? "made.png" : "made.jpg")));
+    }
+  }
+}
+
 TEST_F(AddOn, LeavesEnlargingAndCropsBeyondThePictureToConvert) {
   MakePng(Photo("a.png"), 60, 40);
   const Arguments geometries[] = {
