@@ -20,7 +20,7 @@ expected=$(
   echo ./sbin/tavithumb-web
   for file in index.html page.css page.js icon.svg; do echo "./share/tavithumb/page/$file"; done
   echo ./share/tavithumb/imagemagick/policy.xml
-  for page in man1/tavithumb.1 man3/libtavithumb.3 man7/tavithumb-names.7 man8/tavithumb-web.8; do
+  for page in man1/tavithumb.1 man3/libtavithumb.3 man7/tavithumb-names.7 man8/tavithumb-convert.8 man8/tavithumb-web.8; do
     echo "./share/man/$page"
   done
   for program in tavithumb tavithumb-web; do
