@@ -17,6 +17,7 @@ cmake --install "$build" --prefix "$prefix" >"$work/log" || fail "cmake --instal
 lib=$(dirname "$(cd "$prefix" && find . -name 'libtavithumb.so')")
 expected=$(
   echo ./bin/tavithumb
+  echo ./libexec/tavithumb-convert
   echo ./sbin/tavithumb-web
   for file in index.html page.css page.js icon.svg; do echo "./share/tavithumb/page/$file"; done
   echo ./share/tavithumb/imagemagick/policy.xml
