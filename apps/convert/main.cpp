@@ -4,10 +4,10 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
-#include <cstring>
 #include <exception>
+#include <iostream>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "convert/conversion.h"
@@ -33,8 +33,8 @@ int main(int argc, char** argv) {
   using namespace tavithumb::apps::convert;
   if (IsDone({argv, argv + argc})) return 0;
   execv(kSystemConvert, argv);
-  // NOLINTNEXTLINE(concurrency-mt-unsafe): there is one thread
-  std::fprintf(stderr, "tavithumb-convert: cannot run %s: %s; install the package imagemagick\n", kSystemConvert,
-               std::strerror(errno));
+  const std::string why = std::error_code(errno, std::generic_category()).message();
+  std::cerr << "tavithumb-convert: cannot run " << kSystemConvert << ": " << why
+            << "; install the package imagemagick\n";
   return 127;
 }

@@ -12,9 +12,14 @@ slot=var/packages/Codexa
 link=$slot/target/usr/bin/convert
 marker=$slot/enabled
 
-# What lies in the root: kind, name, and where a link leads or the bytes of a file.
-listing() { (cd "$work/root" && find . -mindepth 1 -not -type d -printf '%y %P %l\n' -o -type d -empty -printf '%y %P\n' | sort); }
-script() { (umask 077 && DPKG_ROOT=$work/root sh -e "$source/debian/tavithumb-convert.$1" "${@:2}" >"$work/said" 2>&1) || fail "$1 ${*:2}: $(cat "$work/said")"; }
+# What lies in the root: kind, name, and where a link leads.
+listing() {
+  (cd "$work/root" && find . -mindepth 1 -not -type d -printf '%y %P %l\n' -o -type d -empty -printf '%y %P\n' | sort)
+}
+script() {
+  (umask 077 && DPKG_ROOT=$work/root sh -e "$source/debian/tavithumb-convert.$1" "${@:2}" >"$work/said" 2>&1) ||
+    fail "$1 ${*:2}: $(cat "$work/said")"
+}
 install_package() { script postinst configure ""; }
 fail() {
   echo "FAILED: $1"
