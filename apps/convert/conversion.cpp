@@ -18,6 +18,7 @@
 #include "system/bounded_data.h"
 #include "system/descriptors.h"
 #include "system/file_descriptor.h"
+#include "system/file_rules.h"
 #include "system/limited_child.h"
 
 namespace tavithumb::apps::convert {
@@ -142,6 +143,15 @@ std::string TemporaryPath(const std::string& destination) {
   return destination + "_" + std::to_string(getpid());
 }
 
+// A decoder that an attacker has taken over finds no other files.
+void KeepToFilesOf(const Conversion& conversion) {
+  FileRules rules;
+  rules.Allow(conversion.source, FileRules::Access::kRead);
+  rules.Allow(conversion.destination.substr(0, conversion.destination.rfind('/') + 1), FileRules::Access::kStore);
+  rules.AllowSystem();
+  rules.Enter();
+}
+
 }  // namespace
 
 bool Perform(const Conversion& conversion) {
@@ -153,6 +163,7 @@ bool Perform(const Conversion& conversion) {
   if (access(temporary.c_str(), F_OK) == 0) return false;
   const int status = RunLimited(limits, -1, [&](int /*channel*/) {
     const BoundedData bounded(mostMemory);
+    KeepToFilesOf(conversion);
     Write(Make(conversion).bytes, *existing, temporary);
     Require(std::rename(temporary.c_str(), conversion.destination.c_str()) == 0, "the destination can't be replaced");
   });
