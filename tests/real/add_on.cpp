@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// Loaded before the library and its platform: the add-on with another convert seems to be installed, and is the one of
-// this build.
+// Linked into a test program, before the library and its platform: the add-on with another convert seems to be
+// installed, and is the one of this build.
 #include <dlfcn.h>
 #include <tavi/core.h>
 #include <unistd.h>
