@@ -1,35 +1,18 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "thumbs/source_facts.h"
 
-#include <functional>
-
 #include "thumbs/error_codes.h"
 #include "thumbs/facts_in_bounds.h"
 
 namespace tavithumb::apps {
-namespace {
-
-void Read(const std::function<void()>& read) {
-  try {
-    ReadInBounds(read);
-  } catch (const Error& error) {
-    if (error.Code() != kNoFacts) throw;
-  }
-}
-
-}  // namespace
 
 SourceFacts::SourceFacts(const std::string& path) : info_(path, "original", Thumb::strThumbSizeMap_.at("original")) {
   stat(path.c_str(), &record_);
-  Read([this] { info_.ExtractImgInfo(false); });
-}
-
-const PictureDetails& SourceFacts::Details() const {
-  if (!details_) {
-    details_.emplace();
-    Read([this] { details_ = ThumbInfo(info_).ExtractImgInfoAndDetails(); });
+  try {
+    ReadInBounds([this] { details_ = info_.ExtractImgInfoAndDetails(); });
+  } catch (const Error& error) {
+    if (error.Code() != kNoFacts) throw;
   }
-  return *details_;
 }
 
 bool SourceFacts::AreCurrent() const {

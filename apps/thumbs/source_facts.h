@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 #include <tavithumb/libtavithumb.h>
 
-#include <optional>
 #include <string>
 
 #include "thumbs/known_facts.h"
@@ -21,21 +20,18 @@ class SourceFacts {
   bool AreCurrent() const;
 
   // Whether an embedded preview would become the thumbnail for the request of `job`, which has these facts.
-  // Throws as the constructor does.
-  bool HavePreviewFor(const Thumb& job) const { return job.GetInfo().HasFittingPreview(Details().previews); }
+  bool HavePreviewFor(const Thumb& job) const { return job.GetInfo().HasFittingPreview(details_.previews); }
 
   const ThumbInfo& OfLibrary() const { return info_; }
 
   // With those of the maker where the library has none.
   ThumbInfo Known() const { return KnownFacts(info_); }
 
-  // What else is known. Read at the first call: it takes as long as the facts, and lookups don't need it. Throws as the
-  // constructor does.
-  const PictureDetails& Details() const;
+  const PictureDetails& Details() const { return details_; }
 
  private:
   ThumbInfo info_;
-  mutable std::optional<PictureDetails> details_;
+  PictureDetails details_;
   struct stat record_ = {};
 };
 
