@@ -113,6 +113,7 @@ TEST_F(NamesOfAnyBytes, AreValidTextInJson) {
     json facts = {
         {"kind", "image"}, {"mime_type", "image/png"}, {"width", 400},  {"height", 300},      {"orientation", 1},
         {"rotation", 0},   {"mirror", false},          {"heic", false}, {"preview", nullptr}, {"error", nullptr}};
+    for (const char* unknown : {"colour_space", "taken", "camera_make", "camera_model"}) facts[unknown] = nullptr;
     Expect(&facts, "source", source, text, lossy);
     const Outcome info = run({"info", "--json", "--", name.bytes}, In(folder.Path()));
     EXPECT_EQ(info.code, 0);
@@ -143,8 +144,9 @@ TEST_F(NamesOfAnyBytes, ArePrintableInTheTable) {
   const Outcome outcome = run({"info", "new\nline.png"}, In(folder.Path()));
   EXPECT_EQ(outcome.code, 0);
   EXPECT_EQ(outcome.out,
-            "KIND   TYPE       SIZE     ORIENTATION  ROTATION  MIRROR  HEIC  PREVIEW  FILE\n"
-            "image  image/png  400x300  1            0         no      no    -        new\\nline.png\n");
+            "KIND   TYPE       SIZE     ORIENTATION  ROTATION  MIRROR  HEIC  PREVIEW  COLOUR  TAKEN  CAMERA  FILE\n"
+            "image  image/png  400x300  1            0         no      no    -        -       -      -       "
+            "new\\nline.png\n");
 }
 
 TEST_F(NamesOfAnyBytes, AreRejectedPlainlyIfImageMagickReadsThemAsAPattern) {
