@@ -33,7 +33,11 @@ const std::vector<std::string> kExtensions = {
     "nef", "mrw",  "ptx", "pef", "raf", "3fr", "erf",  "mef", "mos", "orf", "rw2", "dng", "x3f", "raw", "heic", "heif"};
 const std::vector<std::string> kQuickExtensions = {"jpg", "png", "nef", "heic"};
 
-enum class Shown { kAlways, kAsHeif, kNever };
+enum class Shown {
+  kAlways,
+  kByMaker,  // by the library's tools, only under a name of HEIF
+  kNever,
+};
 
 struct Content {
   std::string name;
@@ -67,7 +71,7 @@ void MakeWebp(const std::string& path) {
 
 std::vector<Content> Contents(const std::string& secret) {
   const std::string unknown = "its content is not in a known image format", damaged = "it is damaged",
-                    failed = "it could not be converted";
+                    failed = "it could not be converted", byMaker = "the library's tools cannot convert it";
   return {
       {"JPEG", MakeBigJpeg, Shown::kAlways},
       {"PNG", [](const std::string& path) { test::MakePng(path, 300, 200); }, Shown::kAlways},
@@ -76,7 +80,7 @@ std::vector<Content> Contents(const std::string& secret) {
       {"TIFF", [](const std::string& path) { test::MakeTiff(path, 300, 200); }, Shown::kAlways},
       {"WebP", MakeWebp, Shown::kAlways},
       {"RAF", MakeRawPhoto, Shown::kAlways},
-      {"HEIC", [](const std::string& path) { test::MakeHeic(path, 300, 200, true); }, Shown::kAsHeif, unknown},
+      {"HEIC", [](const std::string& path) { test::MakeHeic(path, 300, 200, true); }, Shown::kByMaker, byMaker},
       {"nothing", Bytes(""), Shown::kNever, damaged},
       {"text", Bytes("This is a text of more than thirty bytes, and no picture."), Shown::kNever, unknown},
       {"short text", Bytes("text"), Shown::kNever, damaged},
@@ -149,8 +153,9 @@ class Proof {
   void Try(const Content& content, const std::string& extension, const std::string& source, bool byLibrary) {
     const Run run = RunCommand({"get", "--size", "small"}, source, byLibrary);
     const bool isShown = run.code == 0;
-    const bool isWell = isShown ? IsScene(run) && MayBeShown(content, extension)
-                                : IsRefusal(run, source, content) && MayBeRefused(content, extension);
+    const bool mayBeShown = MayBeShown(content, extension, byLibrary);
+    const bool mayBeRefused = !mayBeShown || IsRawName(extension);
+    const bool isWell = isShown ? IsScene(run) && mayBeShown : IsRefusal(run, source, content) && mayBeRefused;
     ++(isShown ? shown_ : refused_);
     fs::remove_all(EaFolder(source));
     const Run batch = RunCommand({"make", "--sizes", "small"}, source, byLibrary);
@@ -170,12 +175,9 @@ class Proof {
     return RunProgram(words);
   }
 
-  static bool MayBeShown(const Content& content, const std::string& extension) {
-    return content.shown == Shown::kAlways || (content.shown == Shown::kAsHeif && IsHeifName(extension));
-  }
-
-  static bool MayBeRefused(const Content& content, const std::string& extension) {
-    return IsRawName(extension) || !MayBeShown(content, extension);
+  static bool MayBeShown(const Content& content, const std::string& extension, bool byLibrary) {
+    return content.shown == Shown::kAlways ||
+           (content.shown == Shown::kByMaker && (!byLibrary || IsHeifName(extension)));
   }
 
   // The thumbnail has the shape of the scene, which is not that of the secret.
