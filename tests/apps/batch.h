@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
+#include <matching.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -8,7 +9,6 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -24,7 +24,7 @@ class BatchRunner : public CommandRunner {
   }
   Outcome Await(pid_t child) const {
     Outcome outcome = CommandRunner::Await(child);
-    outcome.err = std::regex_replace(outcome.err, std::regex("tavithumb: [0-9]+/[0-9]+\\+?(  [^\n]*)?\n"), "");
+    outcome.err = Replaced(outcome.err, "tavithumb: [0-9]+/[0-9]+\\+?(  [^\n]*)?\n", "");
     return outcome;
   }
 };
@@ -58,7 +58,7 @@ class Batch : public testing::Test {
   std::vector<std::string> Leftovers() const { return Names(temporary.Path()); }
 
   static std::string WithoutTime(const std::string& text) {
-    return std::regex_replace(text, std::regex("in [0-9]+\\.[0-9] seconds"), "in N seconds");
+    return Replaced(text, "in [0-9]+\\.[0-9] seconds", "in N seconds");
   }
 
   // The summary: files, made, bytes, already there, not needed, failed.

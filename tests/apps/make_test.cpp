@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <regex>
 #include <sstream>
 
 #include "batch.h"
@@ -184,8 +183,7 @@ TEST_F(Make, SaysWhyAFileGivenByNameFails) {
     SCOPED_TRACE(row.name);
     const Outcome outcome = run({"make", "--", row.name}, In(folder.Path()));
     EXPECT_EQ(outcome.code, 1);
-    EXPECT_EQ(outcome.err,
-              "tavithumb: " + std::regex_replace(row.name, std::regex("\n"), "\\n") + ": " + row.problem + "\n");
+    EXPECT_EQ(outcome.err, "tavithumb: " + Replaced(row.name, "\n", "\\n") + ": " + row.problem + "\n");
     EXPECT_EQ(WithoutTime(outcome.out), Table({"1", "0", "0", "0", "0", "1"}) + "                       1  " +
                                             row.problem.substr(0, row.problem.find(';')) + "\n");
   }

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // Standard output that can't be written to.
+#include <fcntl.h>
 #include <pictures.h>
+#include <unistd.h>
 
 #include "command_runner.h"
 

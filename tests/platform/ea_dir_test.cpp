@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include <grp.h>
 #include <gtest/gtest.h>
+#include <matching.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <tavi/sdk.h>
@@ -8,7 +9,6 @@
 #include <atomic>
 #include <cerrno>
 #include <filesystem>
-#include <regex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -163,7 +163,7 @@ TEST(EAMKDir, GivesTheOwningGroupOnlyItsOwnRightsWhereThereAreNoAcls) {
 Listing Leftovers(const std::string& folder) {
   Listing found;
   for (const std::string& name : Names(folder)) {
-    if (std::regex_match(name, std::regex("\\.tavi_mkdir\\.[0-9A-Za-z]{6}")) && fs::is_empty(folder + "/" + name)) {
+    if (Matches(name, "\\.tavi_mkdir\\.[0-9A-Za-z]{6}") && fs::is_empty(folder + "/" + name)) {
       found.push_back(name);
     }
   }
