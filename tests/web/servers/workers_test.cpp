@@ -92,11 +92,17 @@ INSTANTIATE_TEST_SUITE_P(Servers, WorkersBehind,
 // A JPEG's tool is djpeg, a TIFF's convert.
 class WorkersOf : public testing::TestWithParam<std::tuple<Front, std::pair<std::string, std::string>>> {};
 
+std::string NameOf(const testing::TestParamInfo<WorkersOf::ParamType>& instance) {
+  const auto& [front, kind] = instance.param;
+  return testing::PrintToString(front) + (kind.first == "photo.jpg" ? "Photo" : "Scan");
+}
+
 INSTANTIATE_TEST_SUITE_P(
     Kinds, WorkersOf,
     testing::Combine(testing::Values(Front::kNginxScgi, Front::kLighttpdScgi, Front::kNginxCgi, Front::kLighttpdCgi),
                      testing::Values(std::pair<std::string, std::string>("photo.jpg", "/usr/bin/djpeg"),
-                                     std::pair<std::string, std::string>("scan.tif", "/usr/bin/convert"))));
+                                     std::pair<std::string, std::string>("scan.tif", "/usr/bin/convert"))),
+    NameOf);
 
 TEST_P(WorkersOf, OneSourceRunTheToolOnceFor64Clients) {
   const auto& [front, kind] = GetParam();
