@@ -22,8 +22,8 @@ bool IsBad(const std::string& path, const Request& request, const ThumbInfo& sou
   const std::optional<maker::Content> content = maker::Examine(path);
   if (!content) return false;
   const maker::Size box = BoxOf(request.size);
-  return content->format == maker::Format::kBmp || content->stored.width > box.width || content->stored.height > box.height ||
-         IsSinglePixel(content->stored, source);
+  return content->format == maker::Format::kBmp || content->stored.width > box.width ||
+         content->stored.height > box.height || IsSinglePixel(content->stored, source);
 }
 
 StoredState StateByTheLibrary(const std::string& path, const ThumbInfo& source) {
