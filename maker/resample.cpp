@@ -379,9 +379,9 @@ HWY_EXPORT(ResampleInto);
 // libhwy 1.0 of Debian 12 overlooks NEON, which not every 32-bit ARM processor has.
 bool TellOfNeon() {
   constexpr unsigned long needed = HWCAP_ARM_NEON | HWCAP_ARM_VFPv4;
-  const bool hasNeon = (getauxval(AT_HWCAP) & needed) == needed;
-  if (hasNeon) hwy::SetSupportedTargetsForTest(hwy::SupportedTargets() | HWY_NEON);
-  return hasNeon;
+  if ((getauxval(AT_HWCAP) & needed) != needed) return false;
+  hwy::SetSupportedTargetsForTest(hwy::SupportedTargets() | HWY_NEON);
+  return true;
 }
 [[maybe_unused]] const bool hasNeon = TellOfNeon();
 #endif
