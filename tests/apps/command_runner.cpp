@@ -97,4 +97,15 @@ std::vector<nlohmann::json> ObjectsOf(const std::string& output) {
   return objects;
 }
 
+nlohmann::json AnswerOfGet(const CommandRunner& run, const std::vector<std::string>& options, const std::string& source,
+                           const Start& start) {
+  std::vector<std::string> arguments = {"get", "--json"};
+  arguments.insert(arguments.end(), options.begin(), options.end());
+  arguments.push_back(source);
+  const Outcome outcome = run(arguments, start);
+  EXPECT_EQ(outcome.code, 0) << outcome;
+  EXPECT_EQ(outcome.err, "");
+  return ObjectsOf(outcome.out).at(0);
+}
+
 }  // namespace tavithumb::test

@@ -77,4 +77,8 @@ inline std::string EntryOf(const std::string& source, const std::string& entry) 
 // The objects of JSON output, one per line, without the milliseconds, which are checked to be a number.
 std::vector<nlohmann::json> ObjectsOf(const std::string& output);
 
+// The answer of `tavithumb get --json OPTIONS... SOURCE`, which must succeed and print no errors.
+nlohmann::json AnswerOfGet(const CommandRunner& run, const std::vector<std::string>& options, const std::string& source,
+                           const Start& start);
+
 }  // namespace tavithumb::test

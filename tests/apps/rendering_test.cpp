@@ -26,12 +26,7 @@ class Rendering : public Batch {
   }
 
   json Get(const Strings& options, const std::string& source, const Start& start = {}) const {
-    Strings arguments = {"get", "--json"};
-    arguments.insert(arguments.end(), options.begin(), options.end());
-    arguments.push_back(source);
-    const Outcome outcome = run(arguments, start);
-    EXPECT_EQ(outcome.code, 0) << outcome;
-    return ObjectsOf(outcome.out).at(0);
+    return AnswerOfGet(run, options, source, start);
   }
 
   static std::string FactsOf(const std::string& path) {
