@@ -15,8 +15,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr uid_t nobody = 65534;
-constexpr char thumb[] = "TAVIFILE_THUMB_M.png";
+constexpr char kMediumPng[] = "TAVIFILE_THUMB_M.png";
 
 class Add : public testing::Test {
  protected:
@@ -49,7 +48,7 @@ class Add : public testing::Test {
   const TempDir other;
   const std::string source = folder / "photo.png";
   const std::string thumbnail = other / "small.png";
-  const std::string place = EntryOf(source, thumb);
+  const std::string place = EntryOf(source, kMediumPng);
   std::string content;
   const CommandRunner run;
 };
@@ -192,18 +191,18 @@ TEST_F(Add, RejectsAVolumeThatCannotStoreThumbnails) {
 }
 
 TEST_F(Add, RejectsAFolderThatTheUserMayNotWriteTo) {
-  if (const std::string why = CommandRunner::WhyNotAs(nobody); !why.empty()) GTEST_SKIP() << why;
+  if (const std::string why = CommandRunner::WhyNotAs(kNobody); !why.empty()) GTEST_SKIP() << why;
   for (const std::string& path : {folder.Path(), other.Path()}) fs::permissions(path, fs::perms(0755));
   fs::permissions(source, fs::perms(0644));
   ExpectRefusal({"--size=medium", source, thumbnail}, source,
-                "no thumbnail can be written next to it; make its folder writable, or work on a copy", As(nobody));
+                "no thumbnail can be written next to it; make its folder writable, or work on a copy", As(kNobody));
   WriteFile(place, "older");
   fs::permissions(fs::path(place).parent_path(), fs::perms(0777));
   ExpectRefusal({"--size=medium", source, thumbnail}, thumbnail,
-                "it could not be moved; make its folder writable, and check that the disk has space", As(nobody));
+                "it could not be moved; make its folder writable, and check that the disk has space", As(kNobody));
   EXPECT_EQ(ReadFile(place), "older");
   fs::permissions(other.Path(), fs::perms(0777));
-  EXPECT_EQ(Run({"--size=medium", source, thumbnail}, As(nobody)).out, place + "\n");
+  EXPECT_EQ(Run({"--size=medium", source, thumbnail}, As(kNobody)).out, place + "\n");
 }
 
 // Across volumes a file is copied, and the copy may stop half way.
@@ -264,9 +263,9 @@ TEST_F(Add, AcceptsNamesWithAnyBytes) {
     WriteFile(other / name, content);
     const Outcome outcome = Run({"--size=medium", "--", name, other / name}, In(folder.Path()));
     EXPECT_EQ(outcome.code, 0);
-    EXPECT_EQ(outcome.out, EntryOf(folder / name, thumb) + "\n");
+    EXPECT_EQ(outcome.out, EntryOf(folder / name, kMediumPng) + "\n");
     EXPECT_EQ(outcome.err, "");
-    EXPECT_EQ(ReadFile(EntryOf(folder / name, thumb)), content);
+    EXPECT_EQ(ReadFile(EntryOf(folder / name, kMediumPng)), content);
   }
 }
 

@@ -15,9 +15,6 @@ namespace {
 namespace fs = std::filesystem;
 using nlohmann::json;
 
-constexpr uid_t nobody = 65534;
-constexpr char thumb[] = "TAVIFILE_THUMB_M.jpg";
-
 // Every path below a folder, without the folder, sorted; links are not followed.
 std::vector<std::string> Tree(const std::string& folder) {
   std::vector<std::string> paths;
@@ -58,16 +55,16 @@ class Clean : public testing::Test {
   }
 
   // A source in the folder, with an up-to-date entry.
-  void Store(const std::string& source, const std::string& entry = thumb) const {
+  void Store(const std::string& source, const std::string& entry = kMediumJpeg) const {
     if (!Exists(folder / source)) WriteFile(folder / source, "photo");
     WriteFile(EntryOf(folder / source, entry), "1234567890");
     SetTimes(EntryOf(folder / source, entry), 1, ModificationTime(folder / source));
   }
-  void StoreStale(const std::string& source, const std::string& entry = thumb) const {
+  void StoreStale(const std::string& source, const std::string& entry = kMediumJpeg) const {
     Store(source, entry);
     SetTimes(EntryOf(folder / source, entry), 1, ModificationTime(folder / source) - 1);
   }
-  void StoreOfGone(const std::string& source, const std::string& entry = thumb) const {
+  void StoreOfGone(const std::string& source, const std::string& entry = kMediumJpeg) const {
     Store(source, entry);
     fs::remove(folder / source);
   }
@@ -79,7 +76,7 @@ class Clean : public testing::Test {
 };
 
 TEST_F(Clean, LeavesUpToDateThumbnails) {
-  for (const char* entry : {thumb, "TAVIPHOTO_THUMB_M.jpg", "TAVIPHOTO:THUMB_M.jpg", "TAVIAVATAR_1x1.jpg",
+  for (const char* entry : {kMediumJpeg, "TAVIPHOTO_THUMB_M.jpg", "TAVIPHOTO:THUMB_M.jpg", "TAVIAVATAR_1x1.jpg",
                             "TAVIVIDEO_VIDEO_SCREENSHOT.jpg", "TAVIFILE_THUMB_9x9_r-1.png"}) {
     Store("a.jpg", entry);
   }
@@ -102,8 +99,8 @@ TEST_F(Clean, RemovesStaleThumbnailsWhoeverStoredThem) {
                     "removed ./.tavi_ea/a.jpg/TAVIPHOTO_THUMB_M.jpg" + end +           //
                     "removed ./.tavi_ea/a.jpg/TAVIVIDEO_VIDEO_SCREENSHOT.jpg" + end +  //
                     "freed 50 bytes in 5 files\n");
-  EXPECT_EQ(Tree(folder.Path()),
-            (std::vector<std::string>{".tavi_ea", ".tavi_ea/a.jpg", ".tavi_ea/a.jpg/" + std::string(thumb), "a.jpg"}));
+  EXPECT_EQ(Tree(folder.Path()), (std::vector<std::string>{".tavi_ea", ".tavi_ea/a.jpg",
+                                                           ".tavi_ea/a.jpg/" + std::string(kMediumJpeg), "a.jpg"}));
   Expect({"."}, "freed 0 bytes in 0 files\n");
 }
 
@@ -118,9 +115,9 @@ TEST_F(Clean, RemovesThumbnailsWithoutASourceAndTheirFolders) {
              "removed " + folder.Path() + "/deep/er/.tavi_ea/gone.jpg: nothing is left in it\n" +  //
              "removed " + folder.Path() + "/deep/er/.tavi_ea: nothing is left in it\n" +           //
              "freed 20 bytes in 2 files\n");
-  EXPECT_EQ(Tree(folder.Path()),
-            (std::vector<std::string>{"deep", "deep/.tavi_ea", "deep/.tavi_ea/kept.jpg",
-                                      "deep/.tavi_ea/kept.jpg/" + std::string(thumb), "deep/er", "deep/kept.jpg"}));
+  EXPECT_EQ(Tree(folder.Path()), (std::vector<std::string>{"deep", "deep/.tavi_ea", "deep/.tavi_ea/kept.jpg",
+                                                           "deep/.tavi_ea/kept.jpg/" + std::string(kMediumJpeg),
+                                                           "deep/er", "deep/kept.jpg"}));
   Expect({folder.Path()}, "freed 0 bytes in 0 files\n");
 }
 
@@ -184,7 +181,7 @@ TEST_F(Clean, AcceptsTheNamesOfExistingAndDeletedFiles) {
              "freed 20 bytes in 2 files\n",
          "tavithumb: missing.jpg: it does not exist; check its name\n"
          "tavithumb: : it does not exist; check its name\n");
-  EXPECT_TRUE(Exists(EntryOf(folder / "other.jpg", thumb)));
+  EXPECT_TRUE(Exists(EntryOf(folder / "other.jpg", kMediumJpeg)));
   fs::remove(folder / "other.jpg");
   Expect({"other.jpg"},
          "removed ./.tavi_ea/other.jpg/TAVIFILE_THUMB_M.jpg: its source is gone\n"
@@ -225,7 +222,7 @@ TEST_F(Clean, RemovesTemporaryEntriesOnlyAfterAnHour) {
                     "removed ./.tavi_ea/gone.jpg/TAVIFILETMP_THUMB.jpg: it was left behind\n"
                     "removed ./.tavi_ea/gone.jpg: nothing is left in it\n"
                     "freed 60 bytes in 6 files\n");
-  EXPECT_EQ(Names(EntryOf(folder / "a.jpg", "")), std::vector<std::string>{thumb});
+  EXPECT_EQ(Names(EntryOf(folder / "a.jpg", "")), std::vector<std::string>{kMediumJpeg});
 }
 
 TEST_F(Clean, RemovesUnfinishedThumbnailDirectoriesOnlyIfEmptyAndAfterAnHour) {
@@ -274,16 +271,16 @@ TEST_F(Clean, RecognisesASourceThatIsNamedLikeAThumbnail) {
 
 TEST_F(Clean, LeavesLinksAndTheirTargets) {
   const TempDir other;
-  WriteFile(EntryOf(other / "gone.jpg", thumb), "elsewhere");
-  WriteFile(other / thumb, "elsewhere");
+  WriteFile(EntryOf(other / "gone.jpg", kMediumJpeg), "elsewhere");
+  WriteFile(other / kMediumJpeg, "elsewhere");
   fs::create_directories(folder / "b/.tavi_ea/gone.jpg");
-  fs::create_symlink(other / thumb, folder / "b/.tavi_ea/gone.jpg/" + thumb);  // for an entry
+  fs::create_symlink(other / kMediumJpeg, folder / "b/.tavi_ea/gone.jpg/" + kMediumJpeg);  // for an entry
   fs::create_directory_symlink(other / ".tavi_ea/gone.jpg",
                                folder / "b/.tavi_ea/x.jpg");  // for the entries of a source
   fs::create_directories(folder / "c");
   fs::create_directory_symlink(other / ".tavi_ea", folder / "c/.tavi_ea");  // for those of a folder
   fs::create_directory_symlink(other.Path(), folder / "d");                 // for a folder
-  fs::create_symlink(other / thumb, TmpPath("thumb.1.2.3.jpg"));
+  fs::create_symlink(other / kMediumJpeg, TmpPath("kMediumJpeg.1.2.3.jpg"));
   fs::create_directory_symlink(other.Path(), TmpPath("tavithumb-web.abcdef"));
   const std::vector<std::string> before = Tree(folder.Path());
   const std::vector<std::string> behind = Tree(other.Path());
@@ -291,20 +288,20 @@ TEST_F(Clean, LeavesLinksAndTheirTargets) {
   Expect({"."}, "freed 0 bytes in 0 files\n");
   EXPECT_EQ(Tree(folder.Path()), before);
   EXPECT_EQ(Tree(other.Path()), behind);
-  EXPECT_EQ(Names(TmpPath("")), (std::vector<std::string>{"tavithumb-web.abcdef", "thumb.1.2.3.jpg"}));
+  EXPECT_EQ(Names(TmpPath("")), (std::vector<std::string>{"tavithumb-web.abcdef", "kMediumJpeg.1.2.3.jpg"}));
 }
 
 TEST_F(Clean, LeavesFoldersAndPipesWithAThumbnailsName) {
   StoreOfGone("gone.jpg");
-  fs::remove(EntryOf(folder / "gone.jpg", thumb));
-  fs::create_directory(EntryOf(folder / "gone.jpg", thumb));
+  fs::remove(EntryOf(folder / "gone.jpg", kMediumJpeg));
+  fs::create_directory(EntryOf(folder / "gone.jpg", kMediumJpeg));
   ASSERT_EQ(mkfifo(EntryOf(folder / "gone.jpg", "TAVIFILE_THUMB_S.jpg").c_str(), 0600), 0);
-  fs::create_directory(TmpPath("thumb.1.2.3.jpg"));
+  fs::create_directory(TmpPath("kMediumJpeg.1.2.3.jpg"));
   const std::vector<std::string> before = Tree(folder.Path());
   isLater = true;
   Expect({"."}, "freed 0 bytes in 0 files\n");
   EXPECT_EQ(Tree(folder.Path()), before);
-  EXPECT_EQ(Names(TmpPath("")), std::vector<std::string>{"thumb.1.2.3.jpg"});
+  EXPECT_EQ(Names(TmpPath("")), std::vector<std::string>{"kMediumJpeg.1.2.3.jpg"});
 }
 
 TEST_F(Clean, FollowsALinkToAFolderOnlyIfItEndsWithASlash) {
@@ -332,12 +329,13 @@ TEST_F(Clean, LeavesThumbnailsWhoseSourceIsNotAFileOrNotAccessible) {
   Store("pipe.jpg");
   fs::remove(folder / "pipe.jpg");
   ASSERT_EQ(mkfifo((folder / "pipe.jpg").c_str(), 0600), 0);
-  for (const char* source : {"dangling.jpg", "album.jpg", "pipe.jpg"}) SetTimes(EntryOf(folder / source, thumb), 1, 1);
+  for (const char* source : {"dangling.jpg", "album.jpg", "pipe.jpg"})
+    SetTimes(EntryOf(folder / source, kMediumJpeg), 1, 1);
   const std::vector<std::string> before = Tree(folder.Path());
   Expect({"."}, "freed 0 bytes in 0 files\n");
   EXPECT_EQ(Tree(folder.Path()), before);
   // The thumbnails of a link are those of its target.
-  SetTimes(EntryOf(folder / "linked.jpg", thumb), 1, ModificationTime(folder / "target.jpg") - 1);
+  SetTimes(EntryOf(folder / "linked.jpg", kMediumJpeg), 1, ModificationTime(folder / "target.jpg") - 1);
   Expect({"."},
          "removed ./.tavi_ea/linked.jpg/TAVIFILE_THUMB_M.jpg: it is older than its source\n"
          "freed 10 bytes in 1 file\n");
@@ -348,7 +346,7 @@ TEST_F(Clean, SkipsASourceWhoseThumbnailIsBeingMade) {
   const int source = open((folder / "a.jpg").c_str(), O_RDONLY | O_CLOEXEC);
   ASSERT_EQ(flock(source, LOCK_EX), 0);
   Expect({"."}, "freed 0 bytes in 0 files\n");
-  EXPECT_TRUE(Exists(EntryOf(folder / "a.jpg", thumb)));
+  EXPECT_TRUE(Exists(EntryOf(folder / "a.jpg", kMediumJpeg)));
   close(source);
   Expect({"."},
          "removed ./.tavi_ea/a.jpg/TAVIFILE_THUMB_M.jpg: it is older than its source\n"
@@ -356,15 +354,15 @@ TEST_F(Clean, SkipsASourceWhoseThumbnailIsBeingMade) {
 }
 
 TEST_F(Clean, RemovesItsOwnOldTemporaryFilesWhateverPathIsGiven) {
-  const std::vector<std::string> left = {TmpPath("tavithumb-web.abcdef/magick-1234"), TmpPath("thumb.1.2.3.jpg"),
+  const std::vector<std::string> left = {TmpPath("tavithumb-web.abcdef/magick-1234"), TmpPath("kMediumJpeg.1.2.3.jpg"),
                                          VarTmpPath("convert_thumbnail__1700000000new\nline.gif"),
                                          VarTmpPath("tavithumb_TAVIFILETMP_THUMB_r1.jpg_1234_1700000000")};
   for (const std::string& path : left) {
     WriteFile(path, "1234567890");
     SetTimes(path, 1, 1);
   }
-  for (const std::string& path :
-       {TmpPath("thumb.jpg"), TmpPath("magick-1234"), VarTmpPath("thumb.1.2.3.jpg"), VarTmpPath("tavithumb_abc_1_2")}) {
+  for (const std::string& path : {TmpPath("kMediumJpeg.jpg"), TmpPath("magick-1234"),
+                                  VarTmpPath("kMediumJpeg.1.2.3.jpg"), VarTmpPath("tavithumb_abc_1_2")}) {
     WriteFile(path, "somebody's");
   }
   const std::vector<std::string> before = Tree(system.Path());
@@ -378,23 +376,24 @@ TEST_F(Clean, RemovesItsOwnOldTemporaryFilesWhateverPathIsGiven) {
     Expect(isDryRun ? std::vector<std::string>{"--dry-run", "."} : std::vector<std::string>{"."},
            begin + told +                                                                               //
                begin + " /tmp/tavithumb-web.abcdef: nothing is left in it\n" +                          //
-               begin + " /tmp/thumb.1.2.3.jpg: it was left behind\n" +                                  //
+               begin + " /tmp/kMediumJpeg.1.2.3.jpg: it was left behind\n" +                            //
                begin + " /var/tmp/convert_thumbnail__1700000000new\\nline.gif: it was left behind\n" +  //
                begin + " /var/tmp/tavithumb_TAVIFILETMP_THUMB_r1.jpg_1234_1700000000: it was left behind\n" +
                (isDryRun ? "would free" : "freed") + " 40 bytes in 4 files\n");
     EXPECT_EQ(Tree(system.Path()) == before, isDryRun);
   }
-  EXPECT_EQ(Tree(system.Path()), (std::vector<std::string>{"tmp", "tmp/magick-1234", "tmp/thumb.jpg", "var", "var/tmp",
-                                                           "var/tmp/tavithumb_abc_1_2", "var/tmp/thumb.1.2.3.jpg"}));
+  EXPECT_EQ(Tree(system.Path()),
+            (std::vector<std::string>{"tmp", "tmp/magick-1234", "tmp/kMediumJpeg.jpg", "var", "var/tmp",
+                                      "var/tmp/tavithumb_abc_1_2", "var/tmp/kMediumJpeg.1.2.3.jpg"}));
 }
 
 TEST_F(Clean, LeavesOtherUsersTemporaryFiles) {
   if (geteuid() != 0) GTEST_SKIP() << "needs root";
-  for (const std::string& path : {TmpPath("thumb.1.2.3.jpg"), TmpPath("tavithumb-web.abcdef/file")}) {
+  for (const std::string& path : {TmpPath("kMediumJpeg.1.2.3.jpg"), TmpPath("tavithumb-web.abcdef/file")}) {
     WriteFile(path, "another's");
-    ASSERT_EQ(chown(path.c_str(), nobody, nobody), 0);
+    ASSERT_EQ(chown(path.c_str(), kNobody, kNobody), 0);
   }
-  ASSERT_EQ(chown(TmpPath("tavithumb-web.abcdef").c_str(), nobody, nobody), 0);
+  ASSERT_EQ(chown(TmpPath("tavithumb-web.abcdef").c_str(), kNobody, kNobody), 0);
   const std::vector<std::string> before = Tree(system.Path());
   isLater = true;
   Expect({"."}, "freed 0 bytes in 0 files\n");
@@ -402,14 +401,14 @@ TEST_F(Clean, LeavesOtherUsersTemporaryFiles) {
 }
 
 TEST_F(Clean, ReportsWhatItMayNotRemoveOrReadAndContinues) {
-  if (const std::string why = CommandRunner::WhyNotAs(nobody); !why.empty()) GTEST_SKIP() << why;
+  if (const std::string why = CommandRunner::WhyNotAs(kNobody); !why.empty()) GTEST_SKIP() << why;
   StoreOfGone("a/gone.jpg");
   StoreOfGone("c/gone.jpg");
   fs::create_directory(folder / "b");
   fs::permissions(folder / "b", fs::perms(0700));
   fs::permissions(EntryOf(folder / "c/gone.jpg", ""), fs::perms(0777));
   const std::string inA = "tavithumb: ./a/.tavi_ea/gone.jpg/TAVIFILE_THUMB_M.jpg: it cannot be removed: ";
-  const Outcome outcome = Run({"."}, As(nobody));
+  const Outcome outcome = Run({"."}, As(kNobody));
   EXPECT_EQ(outcome.code, 1);
   EXPECT_EQ(outcome.out,
             "removed ./c/.tavi_ea/gone.jpg/TAVIFILE_THUMB_M.jpg: its source is gone\n"
@@ -420,8 +419,8 @@ TEST_F(Clean, ReportsWhatItMayNotRemoveOrReadAndContinues) {
                 "tavithumb: ./b: permission denied; ask its owner for read permission\n"
                 "tavithumb: ./c/.tavi_ea/gone.jpg: it cannot be removed: Permission denied; make its folder "
                 "writable, or run as its owner\n");
-  EXPECT_TRUE(Exists(EntryOf(folder / "a/gone.jpg", thumb)));
-  const std::vector<json> objects = ObjectsOf(Run({"--json", "b"}, As(nobody)).out);
+  EXPECT_TRUE(Exists(EntryOf(folder / "a/gone.jpg", kMediumJpeg)));
+  const std::vector<json> objects = ObjectsOf(Run({"--json", "b"}, As(kNobody)).out);
   EXPECT_EQ(objects, (std::vector<json>{{{"path", folder / "b"}, {"error", "permission denied"}},
                                         {{"files", 0}, {"bytes", 0}, {"dry_run", false}}}));
 }
@@ -432,7 +431,7 @@ TEST_F(Clean, RejectsAThumbnailFolder) {
     Expect({path}, "freed 0 bytes in 0 files\n",
            "tavithumb: " + path + ": it is a thumbnail folder; name the folder that holds the photos\n");
   }
-  EXPECT_TRUE(Exists(EntryOf(folder / "gone.jpg", thumb)));
+  EXPECT_TRUE(Exists(EntryOf(folder / "gone.jpg", kMediumJpeg)));
 }
 
 TEST_F(Clean, StopsAtAPathThatIsTooLongForThumbnails) {
@@ -462,7 +461,7 @@ TEST_F(Clean, RemovesNothingIfThumbnailsAreStoredInAnotherLayout) {
   EXPECT_EQ(outcome.code, 1);
   EXPECT_EQ(outcome.out, "");
   EXPECT_EQ(outcome.err, "tavithumb: this system stores thumbnails in an unknown layout; nothing was removed\n");
-  EXPECT_TRUE(Exists(EntryOf(folder / "gone.jpg", thumb)));
+  EXPECT_TRUE(Exists(EntryOf(folder / "gone.jpg", kMediumJpeg)));
 }
 
 TEST_F(Clean, RejectsNamesThatAreTooLong) {

@@ -13,6 +13,9 @@
 
 namespace tavithumb::test {
 
+// A user who owns nothing here.
+constexpr uid_t kNobody = 65534;
+
 // How the command is started, if not as usual.
 struct Start {
   std::string folder = "/";
@@ -73,6 +76,9 @@ inline std::string EntryOf(const std::string& source, const std::string& entry) 
   const std::size_t slash = source.rfind('/');
   return source.substr(0, slash) + "/.tavi_ea" + source.substr(slash) + "/" + entry;
 }
+
+// The name of a stored thumbnail of size medium.
+constexpr char kMediumJpeg[] = "TAVIFILE_THUMB_M.jpg";
 
 // The objects of JSON output, one per line, without the milliseconds, which are checked to be a number.
 std::vector<nlohmann::json> ObjectsOf(const std::string& output);

@@ -13,9 +13,6 @@ namespace {
 namespace fs = std::filesystem;
 using nlohmann::json;
 
-constexpr uid_t nobody = 65534;
-constexpr char thumb[] = "TAVIFILE_THUMB_M.jpg";
-
 class List : public testing::Test {
  protected:
   void ExpectTable(const std::vector<std::string>& sources, const std::string& out, const std::string& err = "") const {
@@ -74,14 +71,14 @@ TEST_F(List, PrintsOneAlignedTableWithTheTypesOfTheContent) {
   WriteFile(folder / "a.jpg", "photo");
   WriteFile(folder / "b.png", "photo");
   WriteFile(folder / "none.jpg", "photo");
-  MakeBmp(folder / "thumb.bmp", 60, 40);
-  MakePng(folder / "thumb.png", 6, 4);
-  Store("a.jpg", "TAVIFILE_THUMB_M.jpg", ReadFile(folder / "thumb.bmp"));
+  MakeBmp(folder / "kMediumJpeg.bmp", 60, 40);
+  MakePng(folder / "kMediumJpeg.png", 6, 4);
+  Store("a.jpg", "TAVIFILE_THUMB_M.jpg", ReadFile(folder / "kMediumJpeg.bmp"));
   Store("a.jpg", "TAVIFILE_THUMB_S.jpg", "no picture");
-  Store("b.png", "TAVIAVATAR_9x9_r-1.png", ReadFile(folder / "thumb.png"));
+  Store("b.png", "TAVIAVATAR_9x9_r-1.png", ReadFile(folder / "kMediumJpeg.png"));
   SetTimes(Place("b.png", "TAVIAVATAR_9x9_r-1.png"), 1, ModificationTime(folder / "b.png") - 1);
-  const std::string bmpBytes = std::to_string(fs::file_size(folder / "thumb.bmp"));
-  const std::string pngBytes = std::to_string(fs::file_size(folder / "thumb.png"));
+  const std::string bmpBytes = std::to_string(fs::file_size(folder / "kMediumJpeg.bmp"));
+  const std::string pngBytes = std::to_string(fs::file_size(folder / "kMediumJpeg.png"));
   ASSERT_EQ(bmpBytes.size(), 4u);
   ASSERT_EQ(pngBytes.size(), 3u);
   ExpectTable({"a.jpg", "missing.jpg", "none.jpg", "b.png"},
@@ -135,37 +132,37 @@ TEST_F(List, PrintsThePictureInJson) {
 
 TEST_F(List, ListsWhatIsStoredForADeletedSource) {
   WriteFile(folder / "a.jpg", "photo");
-  Store("a.jpg", thumb, "no pic\n");
+  Store("a.jpg", kMediumJpeg, "no pic\n");
   fs::remove(folder / "a.jpg");
   const Outcome outcome = run({"list", "--json", "a.jpg"}, In(folder.Path()));
   EXPECT_EQ(outcome.code, 0);
   EXPECT_EQ(outcome.err, "");
   EXPECT_EQ(ObjectsOf(outcome.out),
             (std::vector<json>{{{"source", folder / "a.jpg"},
-                                {"entries", {Entry("a.jpg", thumb, "Brovix", "medium", 0, "source is gone")}},
+                                {"entries", {Entry("a.jpg", kMediumJpeg, "Brovix", "medium", 0, "source is gone")}},
                                 {"error", nullptr}}}));
 }
 
 TEST_F(List, HasNoStateIfTheSourceIsNotAFileThatCanBeExamined) {
   WriteFile(folder / "a.jpg", "photo");
-  Store("a.jpg", thumb, "no pic\n");
+  Store("a.jpg", kMediumJpeg, "no pic\n");
   fs::remove(folder / "a.jpg");
   fs::create_symlink("nowhere", folder / "a.jpg");
   const Outcome outcome = run({"list", "--json", "a.jpg"}, In(folder.Path()));
   EXPECT_EQ(ObjectsOf(outcome.out).at(0).at("entries"),
-            (json{Entry("a.jpg", thumb, "Brovix", "medium", 0, "unknown")}));
+            (json{Entry("a.jpg", kMediumJpeg, "Brovix", "medium", 0, "unknown")}));
 }
 
 TEST_F(List, SkipsAnythingThatIsNotAFile) {
   WriteFile(folder / "a.jpg", "photo");
-  Store("a.jpg", thumb, "no pic\n");
-  fs::create_symlink(thumb, Place("a.jpg", "TAVIFILE_THUMB_S.jpg"));
+  Store("a.jpg", kMediumJpeg, "no pic\n");
+  fs::create_symlink(kMediumJpeg, Place("a.jpg", "TAVIFILE_THUMB_S.jpg"));
   fs::create_directory(Place("a.jpg", "TAVIFILE_THUMB_B.jpg"));
   ASSERT_EQ(mkfifo(Place("a.jpg", "TAVIFILE_THUMB_XL.jpg").c_str(), 0600), 0);
   ExpectTable({"a.jpg"},
               "CONSUMER  SIZE    ROTATION  PIXELS  BYTES  TYPE  STATE       PATH\n"
               "Brovix    medium  0         -       7      -     up to date  " +
-                  Place("a.jpg", thumb) + "\n");
+                  Place("a.jpg", kMediumJpeg) + "\n");
 }
 
 TEST_F(List, RejectsFilesThatCannotHaveThumbnails) {
@@ -188,13 +185,13 @@ TEST_F(List, RejectsFilesThatCannotHaveThumbnails) {
 }
 
 TEST_F(List, ReportsWhatItMayNotRead) {
-  if (const std::string why = CommandRunner::WhyNotAs(nobody); !why.empty()) GTEST_SKIP() << why;
+  if (const std::string why = CommandRunner::WhyNotAs(kNobody); !why.empty()) GTEST_SKIP() << why;
   WriteFile(folder / "a.jpg", "photo");
-  Store("a.jpg", thumb, "no pic\n");
+  Store("a.jpg", kMediumJpeg, "no pic\n");
   fs::permissions(folder.Path(), fs::perms(0755));
   for (const std::string& closed : {Place("a.jpg", ""), folder / ".tavi_ea"}) {
     fs::permissions(closed, fs::perms(0700));
-    const Outcome outcome = run({"list", folder / "a.jpg"}, As(nobody));
+    const Outcome outcome = run({"list", folder / "a.jpg"}, As(kNobody));
     EXPECT_EQ(outcome.code, 1);
     EXPECT_EQ(outcome.out, "");
     EXPECT_EQ(outcome.err,
@@ -205,7 +202,7 @@ TEST_F(List, ReportsWhatItMayNotRead) {
 TEST_F(List, AcceptsNamesWithAnyBytes) {
   WriteFile(folder / "new\nline.jpg", "photo");
   WriteFile(folder / "latin\xfc.jpg", "photo");
-  Store("new\nline.jpg", thumb, "no pic\n");
+  Store("new\nline.jpg", kMediumJpeg, "no pic\n");
   Store("latin\xfc.jpg", "not\xfc", "no pic\n");
   ExpectTable({"new\nline.jpg"},
               "CONSUMER  SIZE    ROTATION  PIXELS  BYTES  TYPE  STATE       PATH\n"

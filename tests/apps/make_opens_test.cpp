@@ -15,14 +15,14 @@ namespace {
 
 using Strings = std::vector<std::string>;
 
-constexpr char strace[] = "/usr/bin/strace";
+constexpr char kStrace[] = "/usr/bin/strace";
 
 class Opens : public testing::Test {
  protected:
   void SetUp() override {
-    if (access(strace, X_OK) != 0) GTEST_SKIP() << "needs strace";
+    if (access(kStrace, X_OK) != 0) GTEST_SKIP() << "needs strace";
     try {
-      RunTool({strace, "-o", trace, "/bin/true"});
+      RunTool({kStrace, "-o", trace, "/bin/true"});
     } catch (const std::runtime_error&) {
       GTEST_SKIP() << "needs processes that may be traced";
     }
@@ -30,7 +30,7 @@ class Opens : public testing::Test {
 
   // LeakSanitizer does not work in a traced process.
   void Make(const Strings& arguments) const {
-    Strings words = {strace,
+    Strings words = {kStrace,
                      "-f",
                      "-o",
                      trace,

@@ -380,8 +380,7 @@ TEST_F(Make, LeavesNothingOnAVolumeThatCannotStoreEntries) {
 
 // A folder that can't be read, one that can't be written to, and a file that can't be read.
 TEST_F(Make, ContinuesAfterPermissionErrors) {
-  constexpr uid_t nobody = 65534;
-  const std::string why = CommandRunner::WhyNotAs(nobody);
+  const std::string why = CommandRunner::WhyNotAs(kNobody);
   if (!why.empty()) GTEST_SKIP() << why;
   fs::permissions(folder.Path(), fs::perms::all);
   for (const char* name : {"closed/a.png", "fixed/b.png", "secret.png", "fine.png"}) {
@@ -392,7 +391,7 @@ TEST_F(Make, ContinuesAfterPermissionErrors) {
   fs::permissions(folder / "fixed", fs::perms(0755));
   fs::permissions(folder / "secret.png", fs::perms::owner_all);
   Start start = In(folder.Path());
-  start.user = nobody;
+  start.user = kNobody;
   const Outcome outcome = run({"make", "--sizes", "small", "--jobs", "1", "."}, start);
   EXPECT_EQ(outcome.code, 1);
   std::istringstream lines(outcome.err);

@@ -12,8 +12,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr uid_t nobody = 65534;
-
 class Reasons : public testing::Test {
  protected:
   // Asserts the whole outcome for one file without an answer, as lines and as JSON.
@@ -161,22 +159,22 @@ TEST_F(Reasons, NoPlaceNextToIt) {
 }
 
 TEST_F(Reasons, PermissionDenied) {
-  if (const std::string why = CommandRunner::WhyNotAs(nobody); !why.empty()) GTEST_SKIP() << why;
+  if (const std::string why = CommandRunner::WhyNotAs(kNobody); !why.empty()) GTEST_SKIP() << why;
   MakePng(folder / "closed.png", 600, 400);
   fs::permissions(folder.Path(), fs::perms(0755));
   fs::permissions(folder / "closed.png", fs::perms(0600));
-  ExpectNoAnswerFromBoth(folder / "closed.png", "permission denied", "ask its owner for read permission", nobody);
+  ExpectNoAnswerFromBoth(folder / "closed.png", "permission denied", "ask its owner for read permission", kNobody);
   fs::permissions(folder.Path(), fs::perms(0700));
-  ExpectNoAnswerFromBoth(folder / "closed.png", "permission denied", "ask its owner for read permission", nobody);
+  ExpectNoAnswerFromBoth(folder / "closed.png", "permission denied", "ask its owner for read permission", kNobody);
 }
 
 TEST_F(Reasons, AFolderThatTheUserMayNotWriteTo) {
-  if (const std::string why = CommandRunner::WhyNotAs(nobody); !why.empty()) GTEST_SKIP() << why;
+  if (const std::string why = CommandRunner::WhyNotAs(kNobody); !why.empty()) GTEST_SKIP() << why;
   MakePng(folder / "a.png", 600, 400);
   fs::permissions(folder.Path(), fs::perms(0755));
   fs::permissions(folder / "a.png", fs::perms(0644));
   ExpectNoAnswer({"get"}, folder / "a.png", "no thumbnail can be written next to it",
-                 "make its folder writable, or work on a copy", nobody);
+                 "make its folder writable, or work on a copy", kNobody);
   EXPECT_EQ(Names(folder.Path()), std::vector<std::string>{"a.png"});
 }
 

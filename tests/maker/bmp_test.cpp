@@ -17,11 +17,11 @@ using test::File;
 using test::PixelAt;
 using test::WhyDeclined;
 
-constexpr int kWidth = 13;
-constexpr int kHeight = 7;
+constexpr int kBmpWidth = 13;
+constexpr int kBmpHeight = 7;
 
 // A BMP to write.
-struct Recipe {
+struct BmpRecipe {
   std::uint32_t headerSize = 40;
   int bits = 24;
   std::uint32_t compression = 0;
@@ -31,17 +31,17 @@ struct Recipe {
   File profile;
 };
 
-std::ostream& operator<<(std::ostream& out, const Recipe& recipe) {
+std::ostream& operator<<(std::ostream& out, const BmpRecipe& recipe) {
   return out << "header " << recipe.headerSize << ", " << recipe.bits << " bits, compression " << recipe.compression
              << ", top-down " << recipe.isTopDown << ", alpha " << recipe.masks[3];
 }
 
-void Put(std::uint64_t number, int bytes, File* file) {
+void PutNumber(std::uint64_t number, int bytes, File* file) {
   for (int i = 0; i < bytes; ++i) file->push_back(static_cast<std::uint8_t>(number >> (8 * i)));
 }
 
 // The bits of a pixel of the scene.
-std::uint32_t RawAt(const Recipe& recipe, int x, int y) {
+std::uint32_t RawAt(const BmpRecipe& recipe, int x, int y) {
   const auto hash = static_cast<std::uint32_t>(x * 2654435 + y * 40503001 + x * y * 7919);
   return recipe.bits == 32 ? hash * 2654435761U : hash & ((1U << recipe.bits) - 1);
 }
@@ -51,13 +51,13 @@ std::array<std::uint8_t, 3> PaletteEntry(std::uint32_t index) {
           static_cast<std::uint8_t>(index ^ 0x2a)};
 }
 
-File PixelsOf(const Recipe& recipe) {
+File PixelsOf(const BmpRecipe& recipe) {
   if (!recipe.pixels.empty()) return recipe.pixels;
   File pixels;
-  for (int i = 0; i < kHeight; ++i) {
-    File row(static_cast<std::size_t>((recipe.bits * kWidth + 31) / 32 * 4));
-    for (int x = 0; x < kWidth; ++x) {
-      const std::uint32_t raw = RawAt(recipe, x, recipe.isTopDown ? i : kHeight - 1 - i);
+  for (int i = 0; i < kBmpHeight; ++i) {
+    File row(static_cast<std::size_t>((recipe.bits * kBmpWidth + 31) / 32 * 4));
+    for (int x = 0; x < kBmpWidth; ++x) {
+      const std::uint32_t raw = RawAt(recipe, x, recipe.isTopDown ? i : kBmpHeight - 1 - i);
       const auto bit = static_cast<std::size_t>(x * recipe.bits);
       if (recipe.bits < 8) {
         row[bit / 8] = static_cast<std::uint8_t>(row[bit / 8] | raw << (8 - recipe.bits - static_cast<int>(bit % 8)));
@@ -71,21 +71,21 @@ File PixelsOf(const Recipe& recipe) {
   return pixels;
 }
 
-File DibHeader(const Recipe& recipe) {
+File DibHeader(const BmpRecipe& recipe) {
   File header;
   const int sideBytes = recipe.headerSize == 12 ? 2 : 4;
-  Put(recipe.headerSize, 4, &header);
-  Put(kWidth, sideBytes, &header);
-  Put(static_cast<std::uint64_t>(recipe.isTopDown ? -kHeight : kHeight), sideBytes, &header);
-  Put(1, 2, &header);
-  Put(static_cast<std::uint64_t>(recipe.bits), 2, &header);
-  if (recipe.headerSize >= 40) Put(recipe.compression, 4, &header);
+  PutNumber(recipe.headerSize, 4, &header);
+  PutNumber(kBmpWidth, sideBytes, &header);
+  PutNumber(static_cast<std::uint64_t>(recipe.isTopDown ? -kBmpHeight : kBmpHeight), sideBytes, &header);
+  PutNumber(1, 2, &header);
+  PutNumber(static_cast<std::uint64_t>(recipe.bits), 2, &header);
+  if (recipe.headerSize >= 40) PutNumber(recipe.compression, 4, &header);
   header.resize(std::max<std::size_t>(recipe.headerSize, 12));
   const bool hasMasks = recipe.compression == 3 || recipe.compression == 6;
   if (!hasMasks) return header;
   File masks;
   for (int i = 0; i < (recipe.headerSize > 52 || recipe.compression == 6 ? 4 : 3); ++i) {
-    Put(recipe.masks[static_cast<std::size_t>(i)], 4, &masks);
+    PutNumber(recipe.masks[static_cast<std::size_t>(i)], 4, &masks);
   }
   if (recipe.headerSize == 40) header.resize(40 + masks.size());
   std::copy(masks.begin(), masks.end(), header.begin() + 40);
@@ -94,11 +94,11 @@ File DibHeader(const Recipe& recipe) {
 
 void Overwrite(File* file, std::size_t offset, std::uint64_t number, int bytes = 4) {
   File value;
-  Put(number, bytes, &value);
+  PutNumber(number, bytes, &value);
   std::copy(value.begin(), value.end(), file->begin() + static_cast<long>(offset));
 }
 
-File WriteBmp(const Recipe& recipe) {
+File WriteBmp(const BmpRecipe& recipe) {
   File file = {'B', 'M'};
   file.resize(14);
   const File header = DibHeader(recipe);
@@ -126,13 +126,13 @@ int Sample(std::uint32_t raw, std::uint32_t mask) {
   return static_cast<int>((raw & mask) / lowest / (mask / lowest) * 255 + 0.5);
 }
 
-std::array<std::uint32_t, 4> MasksOf(const Recipe& recipe) {
+std::array<std::uint32_t, 4> MasksOf(const BmpRecipe& recipe) {
   if (recipe.compression != 0) return recipe.masks;
   if (recipe.bits == 16) return {0x7c00, 0x3e0, 0x1f, 0};
   return {0xff0000, 0xff00, 0xff, recipe.bits == 32 ? 0xff000000 : 0};
 }
 
-std::vector<int> ExpectedPixel(const Recipe& recipe, int x, int y) {
+std::vector<int> ExpectedPixel(const BmpRecipe& recipe, int x, int y) {
   const std::uint32_t raw = RawAt(recipe, x, y);
   if (recipe.bits <= 8) {
     const std::array<std::uint8_t, 3> entry = PaletteEntry(raw);
@@ -144,18 +144,18 @@ std::vector<int> ExpectedPixel(const Recipe& recipe, int x, int y) {
   return pixel;
 }
 
-void ExpectScene(const Picture& picture, const Recipe& recipe) {
+void ExpectScene(const Picture& picture, const BmpRecipe& recipe) {
   EXPECT_EQ(picture.model, Model::kRgb) << recipe;
-  ASSERT_EQ(picture.storedSize, (Size{kWidth, kHeight})) << recipe;
-  for (int y = 0; y < kHeight; ++y) {
-    for (int x = 0; x < kWidth; ++x) {
+  ASSERT_EQ(picture.storedSize, (Size{kBmpWidth, kBmpHeight})) << recipe;
+  for (int y = 0; y < kBmpHeight; ++y) {
+    for (int x = 0; x < kBmpWidth; ++x) {
       ASSERT_EQ(PixelAt(picture, x, y), ExpectedPixel(recipe, x, y)) << recipe << " at " << x << ", " << y;
     }
   }
 }
 
 TEST(BmpDecoder, DecodesEveryKindOfPixels) {
-  std::vector<Recipe> recipes;
+  std::vector<BmpRecipe> recipes;
   for (const std::uint32_t headerSize : {12, 16, 40, 52, 56, 64, 108, 124}) {
     for (const int bits : {1, 2, 4, 8, 16, 24, 32}) {
       for (const bool isTopDown : {false, true}) {
@@ -163,11 +163,11 @@ TEST(BmpDecoder, DecodesEveryKindOfPixels) {
       }
     }
   }
-  for (const Recipe& recipe : recipes) ExpectScene(Decode(OpenBmp, WriteBmp(recipe)), recipe);
+  for (const BmpRecipe& recipe : recipes) ExpectScene(Decode(OpenBmp, WriteBmp(recipe)), recipe);
 }
 
 TEST(BmpDecoder, DecodesBitFields) {
-  for (const Recipe& recipe : std::vector<Recipe>{
+  for (const BmpRecipe& recipe : std::vector<BmpRecipe>{
            {40, 16, 3, false, {0xf800, 0x7e0, 0x1f, 0}, {}, {}},
            {40, 32, 3, false, {0xff, 0xff00, 0xff0000, 0}, {}, {}},
            {40, 32, 3, true, {0x3ff00000, 0xffc00, 0x3ff, 0}, {}, {}},
@@ -183,8 +183,8 @@ TEST(BmpDecoder, DecodesBitFields) {
 }
 
 TEST(BmpDecoder, TakesAlphaThatIsZeroEverywhereForOpaque) {
-  Recipe recipe = {124, 32, 3, false, {0xff0000, 0xff00, 0xff, 0xff000000}, {}, {}};
-  recipe.pixels = File(kWidth * kHeight * 4);
+  BmpRecipe recipe = {124, 32, 3, false, {0xff0000, 0xff00, 0xff, 0xff000000}, {}, {}};
+  recipe.pixels = File(kBmpWidth * kBmpHeight * 4);
   for (std::size_t i = 0; i < recipe.pixels.size(); i += 4) recipe.pixels[i] = 9;
   const Picture picture = Decode(OpenBmp, WriteBmp(recipe));
   EXPECT_FALSE(picture.hasAlpha);
@@ -193,12 +193,12 @@ TEST(BmpDecoder, TakesAlphaThatIsZeroEverywhereForOpaque) {
 
 std::vector<int> Indices(const Picture& picture, int y) {
   std::vector<int> indices;
-  for (int x = 0; x < kWidth; ++x) indices.push_back(250 - PixelAt(picture, x, y)[1]);
+  for (int x = 0; x < kBmpWidth; ++x) indices.push_back(250 - PixelAt(picture, x, y)[1]);
   return indices;
 }
 
 TEST(BmpDecoder, DecodesRunsOf8Bits) {
-  Recipe recipe = {40, 8, 1, false, {}, {}, {}};
+  BmpRecipe recipe = {40, 8, 1, false, {}, {}, {}};
   recipe.pixels = {3, 7, 0, 3, 1,   2, 3, 0, 2, 9, 0, 0,  // a run, three pixels and a padding byte, a run, end of row
                    0, 2, 4, 2, 200, 5,                    // 4 to the right, 2 rows up; a run that reaches over the edge
                    0, 1, 4, 8};                           // end of picture; what follows is ignored
@@ -211,7 +211,7 @@ TEST(BmpDecoder, DecodesRunsOf8Bits) {
 }
 
 TEST(BmpDecoder, DecodesRunsOf4Bits) {
-  Recipe recipe = {40, 4, 2, false, {}, {}, {}};
+  BmpRecipe recipe = {40, 4, 2, false, {}, {}, {}};
   recipe.pixels = {5, 0x1e, 0, 5, 0x23, 0x45, 0x60, 0, 0, 0,  // a run of two colours, five pixels and a padding byte
                    2, 0x77};                                  // the file ends
   const Picture picture = Decode(OpenBmp, WriteBmp(recipe));
@@ -229,7 +229,7 @@ TEST(BmpDecoder, SurvivesRunsThatLeaveThePicture) {
 }
 
 TEST(BmpDecoder, ReadsTheProfile) {
-  Recipe recipe;
+  BmpRecipe recipe;
   recipe.headerSize = 124;
   recipe.profile = File(300, 3);
   const File file = WriteBmp(recipe);
@@ -243,7 +243,7 @@ TEST(BmpDecoder, ReadsTheProfile) {
 }
 
 TEST(BmpDecoder, ShowsIndicesBeyondThePaletteInBlack) {
-  Recipe recipe;
+  BmpRecipe recipe;
   recipe.bits = 8;
   File file = WriteBmp(recipe);
   Overwrite(&file, 14 + 32, 2);
@@ -259,9 +259,10 @@ TEST(BmpDecoder, ShowsWhatThereIsOfACutOffPicture) {
 }
 
 TEST(BmpDecoder, SurvivesFilesThatAreCutOffOrDamaged) {
-  for (const Recipe& recipe : std::vector<Recipe>{{},
-                                                  {40, 8, 1, false, {}, {5, 5, 0, 0, 5, 9, 0, 3, 1, 2, 3, 0}, {}},
-                                                  {124, 16, 3, true, {0xf00, 0xf0, 0xf, 0xf000}, {}, File(50, 7)}}) {
+  for (const BmpRecipe& recipe :
+       std::vector<BmpRecipe>{{},
+                              {40, 8, 1, false, {}, {5, 5, 0, 0, 5, 9, 0, 3, 1, 2, 3, 0}, {}},
+                              {124, 16, 3, true, {0xf00, 0xf0, 0xf, 0xf000}, {}, File(50, 7)}}) {
     const File file = WriteBmp(recipe);
     EXPECT_GT(test::DecodeCutOff(OpenBmp, file, 1), 0) << recipe;
     test::DecodeDamaged(OpenBmp, file, 1);

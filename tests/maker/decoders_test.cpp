@@ -76,13 +76,13 @@ std::string Brands(const std::string& major, const std::string& others) {
   return Number(static_cast<std::uint32_t>(16 + others.size()), 4, true) + "ftyp" + major + "\0\0\0\0"s + others;
 }
 
-struct Row {
+struct FormatRow {
   std::string content;
   std::optional<Format> format;
 };
 
 TEST(Formats, AreKnownByTheirFirstBytes) {
-  const Row rows[] = {
+  const FormatRow rows[] = {
       {"\xFF\xD8\xFF\xE0", Format::kJpeg},
       {"\x89PNG\r\n\x1A\n", Format::kPng},
       {"GIF87a", Format::kGif},
@@ -108,7 +108,8 @@ TEST(Formats, AreKnownByTheirFirstBytes) {
       {"\0MRM\0\0\0\0"s, Format::kRaw},
       {std::string(25, '\0') + "ARECOYK", Format::kRaw},
   };
-  for (const Row& row : rows) EXPECT_EQ(FormatOfContent(Padded(row.content)), row.format) << Printable(row.content);
+  for (const FormatRow& row : rows)
+    EXPECT_EQ(FormatOfContent(Padded(row.content)), row.format) << Printable(row.content);
 }
 
 TEST(Formats, HaveMimeTypes) {
@@ -140,7 +141,7 @@ TEST(Formats, HaveMimeTypes) {
 }
 
 TEST(Formats, OfIsoFilesAreKnownByTheirBrands) {
-  const Row rows[] = {
+  const FormatRow rows[] = {
       {Brands("heic", "mif1"), Format::kHeif},
       {Brands("heix", "mif1"), Format::kHeif},
       {Brands("hevc", "msf1"), Format::kHeif},
@@ -154,7 +155,8 @@ TEST(Formats, OfIsoFilesAreKnownByTheirBrands) {
       {Brands("isom", "") + "heic", {}},  // behind the list
       {"\0\0\0\x08"s + "ftypheic", {}},   // an empty list
   };
-  for (const Row& row : rows) EXPECT_EQ(FormatOfContent(Padded(row.content)), row.format) << Printable(row.content);
+  for (const FormatRow& row : rows)
+    EXPECT_EQ(FormatOfContent(Padded(row.content)), row.format) << Printable(row.content);
 }
 
 TEST(Formats, AreNotGuessed) {

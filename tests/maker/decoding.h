@@ -22,6 +22,8 @@
 namespace tavithumb::test {
 
 using File = std::vector<std::uint8_t>;
+// At which every decoder gives all pixels.
+constexpr maker::Size kWhole = {65535, 65535};
 using OpenFunction = std::unique_ptr<maker::Decoder> (*)(const maker::Input&);
 
 inline maker::Bytes BytesOf(const File& file) {

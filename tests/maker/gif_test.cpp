@@ -19,7 +19,7 @@ using test::PixelAt;
 using test::WhyDeclined;
 
 // A GIF to write with giflib.
-struct Recipe {
+struct GifRecipe {
   Size canvas = {20, 13};
   int left = 0;
   int top = 0;
@@ -30,7 +30,7 @@ struct Recipe {
   int frames = 1;
 };
 
-std::ostream& operator<<(std::ostream& out, const Recipe& recipe) {
+std::ostream& operator<<(std::ostream& out, const GifRecipe& recipe) {
   return out << recipe.frame.width << " x " << recipe.frame.height << " at " << recipe.left << ", " << recipe.top
              << " on " << recipe.canvas.width << " x " << recipe.canvas.height << ", interlaced " << recipe.isInterlaced
              << ", transparent " << recipe.transparent << ", own " << recipe.hasOwnColours;
@@ -60,7 +60,7 @@ ColorMapObject* MakeColours(bool isOwn) {
   return map;
 }
 
-void WriteFrame(GifFileType* gif, const Recipe& recipe) {
+void WriteFrame(GifFileType* gif, const GifRecipe& recipe) {
   GraphicsControlBlock control = {DISPOSAL_UNSPECIFIED, false, 10, recipe.transparent};
   std::array<GifByteType, 4> extension = {};
   EGifGCBToExtension(&control, extension.data());
@@ -79,7 +79,7 @@ void WriteFrame(GifFileType* gif, const Recipe& recipe) {
   }
 }
 
-File WriteGif(const Recipe& recipe) {
+File WriteGif(const GifRecipe& recipe) {
   File file;
   GifFileType* gif = EGifOpen(&file, Append, nullptr);
   EGifSetGifVersion(gif, true);
@@ -91,7 +91,7 @@ File WriteGif(const Recipe& recipe) {
   return file;
 }
 
-std::vector<int> ExpectedPixel(const Recipe& recipe, int x, int y, bool hasAlpha) {
+std::vector<int> ExpectedPixel(const GifRecipe& recipe, int x, int y, bool hasAlpha) {
   x -= recipe.left;
   y -= recipe.top;
   if (x < 0 || y < 0 || x >= recipe.frame.width || y >= recipe.frame.height) return {0, 0, 0, 0};
@@ -101,7 +101,7 @@ std::vector<int> ExpectedPixel(const Recipe& recipe, int x, int y, bool hasAlpha
   return pixel;
 }
 
-void ExpectScene(const Picture& picture, const Recipe& recipe, bool hasAlpha) {
+void ExpectScene(const Picture& picture, const GifRecipe& recipe, bool hasAlpha) {
   EXPECT_EQ(picture.model, Model::kRgb) << recipe;
   EXPECT_EQ(picture.hasAlpha, hasAlpha) << recipe;
   ASSERT_EQ(test::SizeOf(picture), recipe.canvas) << recipe;
@@ -115,7 +115,7 @@ void ExpectScene(const Picture& picture, const Recipe& recipe, bool hasAlpha) {
 TEST(GifDecoder, PutsTheFirstFrameOnItsCanvas) {
   const Size canvas = {20, 13};
   const struct {
-    Recipe recipe;
+    GifRecipe recipe;
     bool hasAlpha;
   } rows[] = {
       {{}, false},
@@ -144,7 +144,7 @@ TEST(GifDecoder, DecodesTheSamePictureAgain) {
 
 TEST(GifDecoder, TellsWhetherThereAreSeveralFrames) {
   for (const int frames : {1, 2, 3}) {
-    Recipe recipe;
+    GifRecipe recipe;
     recipe.frames = frames;
     recipe.hasOwnColours = frames == 2;
     const File file = WriteGif(recipe);
@@ -160,7 +160,7 @@ TEST(GifDecoder, UsesTheFrameIfThereIsNoCanvas) {
 }
 
 TEST(GifDecoder, ShowsWhatThereIsOfACutOffPicture) {
-  Recipe recipe;
+  GifRecipe recipe;
   recipe.canvas = recipe.frame = {100, 100};
   const File whole = WriteGif(recipe);
   const Picture picture = Decode(OpenGif, File(whole.begin(), whole.begin() + static_cast<long>(whole.size() / 2)));
@@ -169,7 +169,7 @@ TEST(GifDecoder, ShowsWhatThereIsOfACutOffPicture) {
 }
 
 TEST(GifDecoder, SurvivesFilesThatAreCutOffOrDamaged) {
-  Recipe recipe;
+  GifRecipe recipe;
   recipe.canvas = recipe.frame = {60, 60};
   recipe.hasOwnColours = true;
   recipe.frames = 2;

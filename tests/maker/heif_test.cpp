@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "decoding.h"
 #include "maker/declined.h"
 #include "maker/decode/decoders.h"
 #include "pictures.h"
@@ -21,11 +22,9 @@
 namespace tavithumb::maker {
 namespace {
 
-constexpr Size kAll = {65535, 65535};
-
 // An open file.
-struct File {
-  explicit File(const std::string& path) : input(path), decoder(OpenHeif(input)) {}
+struct HeifFile {
+  explicit HeifFile(const std::string& path) : input(path), decoder(OpenHeif(input)) {}
   Input input;
   std::unique_ptr<Decoder> decoder;
 };
@@ -67,13 +66,13 @@ void ExpectWhole(const Picture& picture, Size size) {
 }
 
 TEST_F(Heif, IsDecodedToPlanesOfLumaAndChroma) {
-  const File file(Scene(160, 120));
+  const HeifFile file(Scene(160, 120));
   const Header& header = file.decoder->Head();
   EXPECT_EQ(header.stored, (Size{160, 120}));
   EXPECT_TRUE(header.isUpright);
   EXPECT_TRUE(header.previews.empty());
   EXPECT_FALSE(file.decoder->IsAnimated());
-  const Picture picture = file.decoder->Decode(kAll);
+  const Picture picture = file.decoder->Decode(test::kWhole);
   EXPECT_EQ(picture.model, Model::kYcc);
   ASSERT_EQ(picture.channels.size(), 3U);
   EXPECT_EQ(picture.channels[1].plane.Dimensions(), (Size{80, 60}));
@@ -85,13 +84,13 @@ TEST_F(Heif, IsDecodedToPlanesOfLumaAndChroma) {
 
 TEST_F(Heif, IsAvifAsWell) {
   if (heif_have_encoder_for_format(heif_compression_AV1) == 0) GTEST_SKIP() << "no AV1 encoder";
-  const File file(Scene(160, 120, {"-A"}));
-  ExpectWhole(file.decoder->Decode(kAll), {160, 120});
+  const HeifFile file(Scene(160, 120, {"-A"}));
+  ExpectWhole(file.decoder->Decode(test::kWhole), {160, 120});
 }
 
 TEST_F(Heif, OfOddSizesHasChromaThatCoversHalfASampleLess) {
-  const File file(Scene(161, 121));
-  const Picture picture = file.decoder->Decode(kAll);
+  const HeifFile file(Scene(161, 121));
+  const Picture picture = file.decoder->Decode(test::kWhole);
   ExpectWhole(picture, {161, 121});
   EXPECT_EQ(picture.channels[1].plane.Dimensions(), (Size{81, 61}));
   EXPECT_EQ(picture.channels[1].width, 80.5);
@@ -100,8 +99,8 @@ TEST_F(Heif, OfOddSizesHasChromaThatCoversHalfASampleLess) {
 
 TEST_F(Heif, MayHaveAnySubsampling) {
   for (const char* chroma : {"420", "422", "444"}) {
-    const File file(Scene(160, 120, {"-p", std::string("chroma=") + chroma}));
-    EXPECT_EQ(WrongSpots(file.decoder->Decode(kAll), 24), "") << chroma;
+    const HeifFile file(Scene(160, 120, {"-p", std::string("chroma=") + chroma}));
+    EXPECT_EQ(WrongSpots(file.decoder->Decode(test::kWhole), 24), "") << chroma;
   }
 }
 
@@ -110,16 +109,16 @@ TEST_F(Heif, OfMoreThan8BitsIsRoundedTo8) {
   const std::string source = Converted("xc:#4080C0", {"-resize", "64x64!", "-depth", "16", "-define",
                                                       "png:color-type=2", "-define", "png:bit-depth=16"});
   for (const char* bits : {"10", "12"}) {
-    const File file(Encode(source, {"-b", bits}));
-    EXPECT_LE(Distance(ColourAt(file.decoder->Decode(kAll), {0.5, 0.5}), colour), 3) << bits;
+    const HeifFile file(Encode(source, {"-b", bits}));
+    EXPECT_LE(Distance(ColourAt(file.decoder->Decode(test::kWhole), {0.5, 0.5}), colour), 3) << bits;
   }
 }
 
 TEST_F(Heif, OfGrayHasOnePlane) {
   test::MakePng(directory_ / "scene.png", 160, 120);
   const std::string source = Converted(directory_ / "scene.png", {"-colorspace", "Gray", "-type", "Grayscale"});
-  const File file(Encode(source, {}));
-  const Picture picture = file.decoder->Decode(kAll);
+  const HeifFile file(Encode(source, {}));
+  const Picture picture = file.decoder->Decode(test::kWhole);
   EXPECT_EQ(picture.model, Model::kGray);
   ASSERT_EQ(picture.channels.size(), 1U);
   EXPECT_LE(SampleAt(picture.channels[0], {0.13, 0.20}), 8);
@@ -129,8 +128,8 @@ TEST_F(Heif, OfGrayHasOnePlane) {
 TEST_F(Heif, WithTransparencyHasItAsALastPlane) {
   const std::string source = Converted("-size", {"160x120", "gradient:red-blue", "-alpha", "set", "-channel", "A",
                                                  "-fx", "i/w", "+channel", "-depth", "8"});
-  const File file(Encode(source, {}));
-  const Picture picture = file.decoder->Decode(kAll);
+  const HeifFile file(Encode(source, {}));
+  const Picture picture = file.decoder->Decode(test::kWhole);
   EXPECT_TRUE(picture.hasAlpha);
   EXPECT_FALSE(picture.isPremultiplied);
   ASSERT_EQ(picture.channels.size(), 4U);
@@ -207,30 +206,30 @@ TEST_F(Heif, IsUprightHoweverItIsStored) {
     Encoding encoding;
     encoding.orientation = static_cast<heif_orientation>(orientation);
     maker::Encode(test::RunTool(words), size, encoding, path);
-    const File file(path);
+    const HeifFile file(path);
     EXPECT_EQ(file.decoder->Head().stored, (Size{160, 120})) << orientation;
-    const Picture picture = file.decoder->Decode(kAll);
+    const Picture picture = file.decoder->Decode(test::kWhole);
     EXPECT_EQ(picture.channels[0].plane.Dimensions(), (Size{160, 120})) << orientation;
     EXPECT_EQ(WrongSpots(picture, 24), "") << orientation;
   }
 }
 
 TEST_F(Heif, ListsItsThumbnailItem) {
-  const File file(Scene(320, 240, {"--thumb", "160"}));
+  const HeifFile file(Scene(320, 240, {"--thumb", "160"}));
   const std::vector<Preview>& previews = file.decoder->Head().previews;
   ASSERT_EQ(previews.size(), 1U);
   EXPECT_EQ(previews[0].size, (Size{160, 120}));
-  ExpectWhole(file.decoder->DecodePreview(0, kAll), {160, 120});
-  ExpectWhole(file.decoder->Decode(kAll), {320, 240});
+  ExpectWhole(file.decoder->DecodePreview(0, test::kWhole), {160, 120});
+  ExpectWhole(file.decoder->Decode(test::kWhole), {320, 240});
 }
 
 TEST_F(Heif, HasNoPreviewThatLacksItsTransparency) {
   test::MakePng(directory_ / "scene.png", 320, 240);
   const std::string source = Converted(directory_ / "scene.png", {"-depth", "8", "-alpha", "set", "-channel", "A",
                                                                   "-evaluate", "set", "50%", "+channel"});
-  const File with(Encode(source, {"--thumb", "100"}));
+  const HeifFile with(Encode(source, {"--thumb", "100"}));
   EXPECT_EQ(with.decoder->Head().previews.size(), 1U);
-  const File without(Encode(source, {"--thumb", "100", "--no-thumb-alpha"}));
+  const HeifFile without(Encode(source, {"--thumb", "100", "--no-thumb-alpha"}));
   EXPECT_TRUE(without.decoder->Head().previews.empty());
 }
 
@@ -240,9 +239,9 @@ TEST_F(Heif, KeepsItsProfile) {
   cmsCloseProfile(profile);
   test::MakePng(directory_ / "scene.png", 160, 120);
   const std::string source = Converted(directory_ / "scene.png", {"-depth", "8", "-profile", directory_ / "srgb.icc"});
-  const File file(Encode(source, {"--thumb", "100"}));
+  const HeifFile file(Encode(source, {"--thumb", "100"}));
   const std::string expected = test::ReadFile(directory_ / "srgb.icc");
-  for (const Picture& picture : {file.decoder->Decode(kAll), file.decoder->DecodePreview(0, kAll)}) {
+  for (const Picture& picture : {file.decoder->Decode(test::kWhole), file.decoder->DecodePreview(0, test::kWhole)}) {
     EXPECT_EQ(std::string(picture.profile.begin(), picture.profile.end()), expected);
   }
 }
@@ -264,8 +263,8 @@ TEST_F(Heif, ShowsItsColoursHoweverTheyAreCoded) {
       Encoding encoding;
       encoding.matrix = matrix;
       encoding.isFullRange = isFullRange;
-      const File file(EncodedScene(directory_, encoding));
-      EXPECT_EQ(WrongSpots(file.decoder->Decode(kAll), 24), "") << matrix << isFullRange;
+      const HeifFile file(EncodedScene(directory_, encoding));
+      EXPECT_EQ(WrongSpots(file.decoder->Decode(test::kWhole), 24), "") << matrix << isFullRange;
     }
   }
 }
@@ -292,16 +291,16 @@ TEST_F(Heif, WithWideColoursByNumberHasAProfile) {
   for (const auto& row : rows) {
     Encoding encoding;
     encoding.primaries = row.primaries;
-    const File file(EncodedScene(directory_, encoding));
-    EXPECT_EQ(PrimariesOf(file.decoder->Decode(kAll).profile), row.red) << row.primaries;
+    const HeifFile file(EncodedScene(directory_, encoding));
+    EXPECT_EQ(PrimariesOf(file.decoder->Decode(test::kWhole).profile), row.red) << row.primaries;
   }
 }
 
 // What becomes of a file: the reason if it is declined, else nothing.
-std::optional<Reason> Try(const std::string& path) {
+std::optional<Reason> TryHeif(const std::string& path) {
   try {
-    const File file(path);
-    const Picture picture = file.decoder->Decode(kAll);
+    const HeifFile file(path);
+    const Picture picture = file.decoder->Decode(test::kWhole);
     EXPECT_FALSE(picture.channels.empty());
     return {};
   } catch (const Declined& declined) {
@@ -317,10 +316,10 @@ TEST_F(Heif, CutOffIsDeclinedOrShownWhole) {
   for (std::size_t size = 0; size < whole.size(); size += 1 + size / 20) {
     test::WriteFile(path, whole.substr(0, size));
     SCOPED_TRACE(std::to_string(size) + " of " + std::to_string(whole.size()));
-    if (const std::optional<Reason> reason = Try(path)) {
+    if (const std::optional<Reason> reason = TryHeif(path)) {
       EXPECT_TRUE(reason == Reason::kDamaged || reason == Reason::kUnsupported);
     } else {
-      ExpectWhole(File(path).decoder->Decode(kAll), {160, 120});
+      ExpectWhole(HeifFile(path).decoder->Decode(test::kWhole), {160, 120});
     }
   }
 }
@@ -332,7 +331,7 @@ TEST_F(Heif, WithOneByteChangedIsDecodedOrDeclined) {
     std::string changed = whole;
     changed[at] = static_cast<char>(~changed[at]);
     test::WriteFile(path, changed);
-    Try(path);
+    TryHeif(path);
   }
 }
 
@@ -341,7 +340,7 @@ TEST_F(Heif, ThatIsAFilmFirstIsAnimated) {
   std::string content = test::ReadFile(Scene(64, 48));
   for (const char* brand : {"hevc", "msf1", "avis"}) {
     test::WriteFile(path, content.replace(8, 4, brand));
-    EXPECT_TRUE(File(path).decoder->IsAnimated()) << brand;
+    EXPECT_TRUE(HeifFile(path).decoder->IsAnimated()) << brand;
   }
 }
 
@@ -364,12 +363,12 @@ TEST_F(Heif, SamplesAreDecodedOrDeclined) {
   for (const auto& row : rows) {
     const std::string path = samples + "/" + row.name;
     if (!test::Exists(path)) continue;
-    const File file(path);
+    const HeifFile file(path);
     EXPECT_EQ(file.decoder->Head().stored, row.size) << path;
-    EXPECT_EQ(file.decoder->Decode(kAll).channels[0].plane.Dimensions(), row.size) << path;
+    EXPECT_EQ(file.decoder->Decode(test::kWhole).channels[0].plane.Dimensions(), row.size) << path;
     std::vector<Size> previews;
     for (const Preview& preview : file.decoder->Head().previews) {
-      EXPECT_EQ(file.decoder->DecodePreview(previews.size(), kAll).channels[0].plane.Dimensions(), preview.size)
+      EXPECT_EQ(file.decoder->DecodePreview(previews.size(), test::kWhole).channels[0].plane.Dimensions(), preview.size)
           << path;
       previews.push_back(preview.size);
     }
@@ -377,11 +376,11 @@ TEST_F(Heif, SamplesAreDecodedOrDeclined) {
     if (previews.size() > row.previews.size()) previews.resize(row.previews.size());
     EXPECT_EQ(previews, row.previews) << path;
   }
-  EXPECT_EQ(Try(samples + "/broken/text.heic"), Reason::kDamaged);
-  EXPECT_EQ(Try(samples + "/broken/iteminfo.heif"), Reason::kDamaged);
+  EXPECT_EQ(TryHeif(samples + "/broken/text.heic"), Reason::kDamaged);
+  EXPECT_EQ(TryHeif(samples + "/broken/iteminfo.heif"), Reason::kDamaged);
   const std::string large = samples + "/../samples-more/broken/17000x17000.avif";
   if (test::Exists(large)) {
-    EXPECT_EQ(Try(large), Reason::kTooLarge);
+    EXPECT_EQ(TryHeif(large), Reason::kTooLarge);
   }
 }
 

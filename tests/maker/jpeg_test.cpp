@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "decoding.h"
 #include "maker/declined.h"
 #include "maker/decode/decoders.h"
 #include "maker/encode/encode.h"
@@ -23,12 +24,10 @@
 namespace tavithumb::maker {
 namespace {
 
-using Content = std::vector<std::uint8_t>;
-
 // Small files ------------------------------------------------------------------------------------------------------
 
 // What a file is to be like.
-struct Recipe {
+struct JpegRecipe {
   std::string name;
   J_COLOR_SPACE given = JCS_YCbCr;   // of the samples
   J_COLOR_SPACE stored = JCS_YCbCr;  // in the file
@@ -61,7 +60,7 @@ void WriteRows(j_compress_ptr jpeg, Size size) {
   }
 }
 
-void ApplyTo(j_compress_ptr jpeg, const Recipe& recipe, std::vector<jpeg_scan_info>* scans) {
+void ApplyTo(j_compress_ptr jpeg, const JpegRecipe& recipe, std::vector<jpeg_scan_info>* scans) {
   jpeg->in_color_space = recipe.given;
   jpeg->input_components = static_cast<int>(recipe.sampling.size());
   jpeg_set_defaults(jpeg);
@@ -83,7 +82,7 @@ void ApplyTo(j_compress_ptr jpeg, const Recipe& recipe, std::vector<jpeg_scan_in
 }
 
 // An error of libjpeg here is one of the test, and ends it.
-Content MakeFile(const Recipe& recipe, Size size, const Content& profile = {}) {
+test::File MakeFile(const JpegRecipe& recipe, Size size, const test::File& profile = {}) {
   jpeg_compress_struct jpeg = {};
   jpeg_error_mgr errors = {};
   jpeg.err = jpeg_std_error(&errors);
@@ -100,32 +99,32 @@ Content MakeFile(const Recipe& recipe, Size size, const Content& profile = {}) {
   WriteRows(&jpeg, size);
   jpeg_finish_compress(&jpeg);
   jpeg_destroy_compress(&jpeg);
-  Content content(bytes, bytes + count);
+  test::File content(bytes, bytes + count);
   std::free(bytes);
   return content;
 }
 
-const Recipe kPlain = {"4:4:4"};
-const Recipe kHalved = {"4:2:0", JCS_YCbCr, JCS_YCbCr, {{2, 2}, {1, 1}, {1, 1}}};
-const Recipe kGray = {"gray", JCS_GRAYSCALE, JCS_GRAYSCALE, {{1, 1}}};
-const Recipe kRgb = {"RGB", JCS_RGB, JCS_RGB};
-const Recipe kCmyk = {"CMYK", JCS_CMYK, JCS_CMYK, {{1, 1}, {1, 1}, {1, 1}, {1, 1}}};
+const JpegRecipe kPlain = {"4:4:4"};
+const JpegRecipe kHalved = {"4:2:0", JCS_YCbCr, JCS_YCbCr, {{2, 2}, {1, 1}, {1, 1}}};
+const JpegRecipe kGray = {"gray", JCS_GRAYSCALE, JCS_GRAYSCALE, {{1, 1}}};
+const JpegRecipe kRgb = {"RGB", JCS_RGB, JCS_RGB};
+const JpegRecipe kCmyk = {"CMYK", JCS_CMYK, JCS_CMYK, {{1, 1}, {1, 1}, {1, 1}, {1, 1}}};
 
-Recipe With(Recipe recipe, const std::string& name, const std::function<void(Recipe*)>& change) {
+JpegRecipe With(JpegRecipe recipe, const std::string& name, const std::function<void(JpegRecipe*)>& change) {
   change(&recipe);
   recipe.name += ", " + name;
   return recipe;
 }
 
-Recipe Sampled(const std::string& name, const std::array<int, 2>& y, const std::array<int, 2>& others) {
+JpegRecipe Sampled(const std::string& name, const std::array<int, 2>& y, const std::array<int, 2>& others) {
   return {name, JCS_YCbCr, JCS_YCbCr, {y, others, others}};
 }
 
-Recipe Progressive(const Recipe& recipe) {
-  return With(recipe, "progressive", [](Recipe* changed) { changed->isProgressive = true; });
+JpegRecipe Progressive(const JpegRecipe& recipe) {
+  return With(recipe, "progressive", [](JpegRecipe* changed) { changed->isProgressive = true; });
 }
 
-Picture DecodeAtLeast(const Content& content, Size atLeast) {
+Picture DecodeAtLeast(const test::File& content, Size atLeast) {
   const Input input(Bytes{content.data(), content.size()});
   return OpenJpeg(input)->Decode(atLeast);
 }
@@ -164,7 +163,7 @@ void ExpectSlopes(const Picture& picture, std::size_t components, const std::str
   }
 }
 
-std::optional<Declined> DeclinedFor(const Content& content) {
+std::optional<Declined> DeclinedFor(const test::File& content) {
   try {
     DecodeAtLeast(content, {1, 1});
   } catch (const Declined& declined) {
@@ -173,7 +172,7 @@ std::optional<Declined> DeclinedFor(const Content& content) {
   return std::nullopt;
 }
 
-void ExpectDeclined(const Content& content, Reason reason, const std::string& text) {
+void ExpectDeclined(const test::File& content, Reason reason, const std::string& text) {
   const std::optional<Declined> declined = DeclinedFor(content);
   ASSERT_TRUE(declined) << "not declined: " << text;
   EXPECT_EQ(declined->what(), text);
@@ -181,7 +180,7 @@ void ExpectDeclined(const Content& content, Reason reason, const std::string& te
 }
 
 // Where a marker is; the file has it.
-std::size_t PositionOf(const Content& content, std::uint8_t marker) {
+std::size_t PositionOf(const test::File& content, std::uint8_t marker) {
   const std::array<std::uint8_t, 2> wanted = {0xFF, marker};
   const auto found = std::search(content.begin(), content.end(), wanted.begin(), wanted.end());
   EXPECT_NE(found, content.end()) << static_cast<int>(marker);
@@ -193,7 +192,7 @@ constexpr std::uint8_t kProgressiveFrame = 0xC2;
 constexpr std::uint8_t kScan = 0xDA;
 
 // A file whose header tells another size.
-Content Resized(Content content, std::uint8_t frame, int width, int height) {
+test::File Resized(test::File content, std::uint8_t frame, int width, int height) {
   const std::size_t at = PositionOf(content, frame);
   content[at + 5] = static_cast<std::uint8_t>(height >> 8);
   content[at + 6] = static_cast<std::uint8_t>(height & 0xFF);
@@ -227,7 +226,7 @@ Picture MakePicture(Size size, Model model, bool isHalved) {
 // Decoding -----------------------------------------------------------------------------------------------------------
 
 TEST(JpegDecoder, TellsTheStoredSize) {
-  const Content content = MakeFile(kHalved, {83, 61});
+  const test::File content = MakeFile(kHalved, {83, 61});
   const Input input(Bytes{content.data(), content.size()});
   const std::unique_ptr<Decoder> decoder = OpenJpeg(input);
   EXPECT_EQ(decoder->Head().stored, (Size{83, 61}));
@@ -236,8 +235,8 @@ TEST(JpegDecoder, TellsTheStoredSize) {
   EXPECT_FALSE(decoder->IsAnimated());
 }
 
-std::vector<Recipe> YccRecipes() {
-  const Recipe halvedAcross = Sampled("4:2:2", {2, 1}, {1, 1});
+std::vector<JpegRecipe> YccRecipes() {
+  const JpegRecipe halvedAcross = Sampled("4:2:2", {2, 1}, {1, 1});
   return {kPlain,
           kHalved,
           halvedAcross,
@@ -251,17 +250,17 @@ std::vector<Recipe> YccRecipes() {
           Progressive(kPlain),
           Progressive(kHalved),
           Progressive(halvedAcross),
-          With(kHalved, "arithmetic", [](Recipe* recipe) { recipe->isArithmetic = true; }),
-          With(Progressive(kHalved), "arithmetic", [](Recipe* recipe) { recipe->isArithmetic = true; }),
-          With(kHalved, "a scan per component", [](Recipe* recipe) { recipe->hasOneScanPerComponent = true; }),
-          With(kHalved, "restarts", [](Recipe* recipe) { recipe->restartInterval = 3; }),
-          With(Progressive(kHalved), "restarts", [](Recipe* recipe) { recipe->restartInterval = 2; })};
+          With(kHalved, "arithmetic", [](JpegRecipe* recipe) { recipe->isArithmetic = true; }),
+          With(Progressive(kHalved), "arithmetic", [](JpegRecipe* recipe) { recipe->isArithmetic = true; }),
+          With(kHalved, "a scan per component", [](JpegRecipe* recipe) { recipe->hasOneScanPerComponent = true; }),
+          With(kHalved, "restarts", [](JpegRecipe* recipe) { recipe->restartInterval = 3; }),
+          With(Progressive(kHalved), "restarts", [](JpegRecipe* recipe) { recipe->restartInterval = 2; })};
 }
 
 TEST(JpegDecoder, DecodesEverySubsamplingAndCodingAtEveryScale) {
   constexpr Size kSize = {187, 141};
-  for (const Recipe& recipe : YccRecipes()) {
-    const Content content = MakeFile(recipe, kSize);
+  for (const JpegRecipe& recipe : YccRecipes()) {
+    const test::File content = MakeFile(recipe, kSize);
     for (const int denominator : {1, 2, 4, 8}) {
       const std::string what = recipe.name + " by " + std::to_string(denominator);
       const Size size = Divided(kSize, denominator);
@@ -282,7 +281,7 @@ TEST(JpegDecoder, DecodesEverySubsamplingAndCodingAtEveryScale) {
 
 TEST(JpegDecoder, KeepsTheSubsamplingOfUnscaledPlanes) {
   struct Row {
-    Recipe recipe;
+    JpegRecipe recipe;
     Size size;
     double width, height;
   };
@@ -318,7 +317,7 @@ TEST(JpegDecoder, HalvesCbAndCrOfScaledPicturesThatHaveEnoughOfThem) {
       {{1003, 707}, {400, 353}, {502, 354}, {251, 177}, 250.75},
   };
   for (const Row& row : rows) {
-    for (const Recipe& recipe : {kHalved, Progressive(kHalved)}) {
+    for (const JpegRecipe& recipe : {kHalved, Progressive(kHalved)}) {
       const Picture picture = DecodeAtLeast(MakeFile(recipe, row.stored), row.atLeast);
       const std::string what = recipe.name + " at least " + std::to_string(row.atLeast.width);
       EXPECT_EQ(picture.channels[0].plane.Dimensions(), row.y) << what;
@@ -344,19 +343,19 @@ TEST(JpegDecoder, HalvesEachRowWithTheNext) {
 
 TEST(JpegDecoder, DecodesOtherColours) {
   struct Row {
-    Recipe recipe;
+    JpegRecipe recipe;
     Model model;
     std::size_t components;
     bool isInverted;
   };
-  const auto withoutAdobe = [](Recipe* recipe) { recipe->isMarkedAdobe = false; };
-  const auto asYcck = [](Recipe* recipe) { recipe->stored = JCS_YCCK; };
-  const auto subsampled = [](Recipe* recipe) { recipe->sampling[0] = recipe->sampling[3] = {2, 2}; };
+  const auto withoutAdobe = [](JpegRecipe* recipe) { recipe->isMarkedAdobe = false; };
+  const auto asYcck = [](JpegRecipe* recipe) { recipe->stored = JCS_YCCK; };
+  const auto subsampled = [](JpegRecipe* recipe) { recipe->sampling[0] = recipe->sampling[3] = {2, 2}; };
   const std::vector<Row> rows = {
       {kGray, Model::kGray, 1, false},
       {Progressive(kGray), Model::kGray, 1, false},
       {With(kGray, "2 x 2",
-            [](Recipe* recipe) {
+            [](JpegRecipe* recipe) {
               recipe->sampling[0] = {2, 2};
             }),
        Model::kGray, 1, false},
@@ -383,7 +382,7 @@ TEST(JpegDecoder, DecodesOtherColours) {
 
 TEST(JpegDecoder, DecodesTinyAndNarrowPictures) {
   for (const Size size : {Size{1, 1}, Size{1, 700}, Size{700, 1}, Size{2, 2}, Size{8, 8}, Size{9, 17}, Size{16, 16}}) {
-    for (const Recipe& recipe : {kPlain, kHalved, kGray, kCmyk, Progressive(kHalved)}) {
+    for (const JpegRecipe& recipe : {kPlain, kHalved, kGray, kCmyk, Progressive(kHalved)}) {
       for (const int denominator : {1, 2, 4, 8}) {
         const Size wanted = Divided(size, denominator);
         const Picture picture = DecodeAtLeast(MakeFile(recipe, size), wanted);
@@ -399,7 +398,7 @@ TEST(JpegDecoder, DecodesTinyAndNarrowPictures) {
 }
 
 TEST(JpegDecoder, DecodesAsOftenAsItIsAsked) {
-  const Content content = MakeFile(kHalved, {83, 61});
+  const test::File content = MakeFile(kHalved, {83, 61});
   const Input input(Bytes{content.data(), content.size()});
   const std::unique_ptr<Decoder> decoder = OpenJpeg(input);
   for (const int denominator : {8, 1, 2, 2}) {
@@ -411,17 +410,17 @@ TEST(JpegDecoder, DecodesAsOftenAsItIsAsked) {
 
 TEST(JpegDecoder, ReadsFilesLargerThanItsBuffer) {
   const test::TempDir folder;
-  const Content content = MakeFile(kHalved, {2600, 1900}, Content(300000, 7));
+  const test::File content = MakeFile(kHalved, {2600, 1900}, test::File(300000, 7));
   test::WriteFile(folder / "large.jpg", std::string(content.begin(), content.end()));
   const Input input(folder / "large.jpg");
   const Picture picture = OpenJpeg(input)->Decode({650, 475});
-  EXPECT_EQ(picture.profile, Content(300000, 7));
+  EXPECT_EQ(picture.profile, test::File(300000, 7));
   ExpectSlopes(picture, 3, "from a file");
 }
 
 TEST(JpegDecoder, DecodesTheFirstOfSeveralPictures) {
-  Content content = MakeFile(kHalved, {83, 61});
-  const Content second = MakeFile(kGray, {40, 30}, Content(100, 1));
+  test::File content = MakeFile(kHalved, {83, 61});
+  const test::File second = MakeFile(kGray, {40, 30}, test::File(100, 1));
   content.insert(content.end(), second.begin(), second.end());
   const Picture picture = DecodeAtLeast(content, {83, 61});
   EXPECT_EQ(picture.model, Model::kYcc);
@@ -443,8 +442,8 @@ TEST(JpegDecoder, FailsAsTheFileDoes) {
 
 // Profiles -----------------------------------------------------------------------------------------------------------
 
-Content NoiseOf(std::size_t count) {
-  Content noise(count);
+test::File NoiseOf(std::size_t count) {
+  test::File noise(count);
   unsigned state = 1;
   for (std::uint8_t& byte : noise) {
     state = state * 1664525 + 1013904223;
@@ -456,7 +455,7 @@ Content NoiseOf(std::size_t count) {
 TEST(JpegProfiles, ComeBackAsTheyWereStored) {
   for (const std::size_t count : {std::size_t{1}, std::size_t{3144}, std::size_t{65519}, std::size_t{65520},
                                   std::size_t{560000}, kMaxProfileBytes}) {
-    for (const Recipe& recipe : {kHalved, kCmyk}) {
+    for (const JpegRecipe& recipe : {kHalved, kCmyk}) {
       EXPECT_EQ(DecodeAtLeast(MakeFile(recipe, {16, 16}, NoiseOf(count)), {1, 1}).profile, NoiseOf(count)) << count;
     }
   }
@@ -471,23 +470,23 @@ TEST(JpegProfiles, OverTheLimitAreIgnored) {
 TEST(JpegProfiles, ThatAreDamagedAreIgnored) {
   struct Row {
     const char* name;
-    std::function<void(Content*, std::size_t)> damage;  // the position is that of the second part
+    std::function<void(test::File*, std::size_t)> damage;  // the position is that of the second part
   };
   const std::vector<Row> rows = {
-      {"number 0", [](Content* content, std::size_t at) { (*content)[at + 16] = 0; }},
-      {"number too large", [](Content* content, std::size_t at) { (*content)[at + 16] = 3; }},
-      {"number twice", [](Content* content, std::size_t at) { (*content)[at + 16] = 1; }},
-      {"other count before", [](Content* content, std::size_t at) { (*content)[at - 65537 + 17] = 3; }},
-      {"other count", [](Content* content, std::size_t at) { (*content)[at + 17] = 3; }},
-      {"other name", [](Content* content, std::size_t at) { (*content)[at + 5] = 'X'; }},
-      {"name not terminated", [](Content* content, std::size_t at) { (*content)[at + 15] = 'X'; }},
-      {"other segment", [](Content* content, std::size_t at) { (*content)[at + 1] = 0xE3; }},
+      {"number 0", [](test::File* content, std::size_t at) { (*content)[at + 16] = 0; }},
+      {"number too large", [](test::File* content, std::size_t at) { (*content)[at + 16] = 3; }},
+      {"number twice", [](test::File* content, std::size_t at) { (*content)[at + 16] = 1; }},
+      {"other count before", [](test::File* content, std::size_t at) { (*content)[at - 65537 + 17] = 3; }},
+      {"other count", [](test::File* content, std::size_t at) { (*content)[at + 17] = 3; }},
+      {"other name", [](test::File* content, std::size_t at) { (*content)[at + 5] = 'X'; }},
+      {"name not terminated", [](test::File* content, std::size_t at) { (*content)[at + 15] = 'X'; }},
+      {"other segment", [](test::File* content, std::size_t at) { (*content)[at + 1] = 0xE3; }},
   };
-  const Content intact = MakeFile(kPlain, {83, 61}, NoiseOf(65519 + 100));
+  const test::File intact = MakeFile(kPlain, {83, 61}, NoiseOf(65519 + 100));
   const std::size_t second = PositionOf(intact, 0xE2) + 2 + 65535;
   ASSERT_EQ(intact[second + 1], 0xE2);
   for (const Row& row : rows) {
-    Content content = intact;
+    test::File content = intact;
     row.damage(&content, second);
     const Picture picture = DecodeAtLeast(content, {83, 61});
     EXPECT_TRUE(picture.profile.empty()) << row.name;
@@ -496,8 +495,8 @@ TEST(JpegProfiles, ThatAreDamagedAreIgnored) {
 }
 
 // A segment of 2 + 2 + `length` bytes behind the start of the file.
-void InsertSegment(Content* content, std::uint8_t marker, std::size_t length, std::size_t times) {
-  Content segments;
+void InsertSegment(test::File* content, std::uint8_t marker, std::size_t length, std::size_t times) {
+  test::File segments;
   for (std::size_t i = 0; i < times; ++i) {
     const std::size_t stored = length + 2;
     segments.insert(segments.end(),
@@ -509,12 +508,12 @@ void InsertSegment(Content* content, std::uint8_t marker, std::size_t length, st
 
 TEST(JpegProfiles, AreFoundBehindOtherSegmentsButNotBehindThousandsOfThem) {
   for (const bool hasThousands : {false, true}) {
-    Content content = MakeFile(kPlain, {83, 61}, NoiseOf(500));
+    test::File content = MakeFile(kPlain, {83, 61}, NoiseOf(500));
     InsertSegment(&content, 0xE1, 60000, 3);
     InsertSegment(&content, 0xE2, 14, 1);
     InsertSegment(&content, 0xFE, 0, hasThousands ? 5000 : 50);
     const Picture picture = DecodeAtLeast(content, {83, 61});
-    EXPECT_EQ(picture.profile, hasThousands ? Content() : NoiseOf(500));
+    EXPECT_EQ(picture.profile, hasThousands ? test::File() : NoiseOf(500));
     ExpectSlopes(picture, 3, "behind segments");
   }
 }
@@ -554,11 +553,11 @@ TEST(JpegSamples, AreDecodedAlsoIfTheyAreDamaged) {
 // Damage -------------------------------------------------------------------------------------------------------------
 
 TEST(DamagedJpegs, ThatAreCutOffShowWhatThereIs) {
-  for (const Recipe& recipe : {kHalved, kPlain, Progressive(kHalved), kCmyk}) {
-    const Content whole = MakeFile(recipe, {400, 300});
+  for (const JpegRecipe& recipe : {kHalved, kPlain, Progressive(kHalved), kCmyk}) {
+    const test::File whole = MakeFile(recipe, {400, 300});
     const std::size_t end = recipe.isProgressive ? whole.size() - 10 : whole.size() * 3 / 4;
     const Picture cut =
-        DecodeAtLeast(Content(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(end)), {400, 300});
+        DecodeAtLeast(test::File(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(end)), {400, 300});
     const Picture picture = DecodeAtLeast(whole, {400, 300});
     ASSERT_EQ(cut.channels.size(), picture.channels.size()) << recipe.name;
     for (std::size_t i = 0; i < cut.channels.size(); ++i) {
@@ -573,30 +572,30 @@ TEST(DamagedJpegs, ThatAreCutOffShowWhatThereIs) {
 }
 
 TEST(DamagedJpegs, WithoutTheirLastBytesAreComplete) {
-  const Content whole = MakeFile(kHalved, {83, 61});
-  ExpectSlopes(DecodeAtLeast(Content(whole.begin(), whole.end() - 2), {83, 61}), 3, "without the end's marker");
-  const Content small = MakeFile(kHalved, {16, 16});
-  ExpectSlopes(DecodeAtLeast(Content(small.begin(), small.end() - 2), {16, 16}), 3, "a row of blocks");
+  const test::File whole = MakeFile(kHalved, {83, 61});
+  ExpectSlopes(DecodeAtLeast(test::File(whole.begin(), whole.end() - 2), {83, 61}), 3, "without the end's marker");
+  const test::File small = MakeFile(kHalved, {16, 16});
+  ExpectSlopes(DecodeAtLeast(test::File(small.begin(), small.end() - 2), {16, 16}), 3, "a row of blocks");
 }
 
 TEST(DamagedJpegs, WithoutPixelsAreDeclined) {
-  for (const Recipe& recipe : {kHalved, Progressive(kHalved), kCmyk}) {
-    const Content whole = MakeFile(recipe, {400, 300});
+  for (const JpegRecipe& recipe : {kHalved, Progressive(kHalved), kCmyk}) {
+    const test::File whole = MakeFile(recipe, {400, 300});
     const std::size_t data = PositionOf(whole, kScan) + 20;
     for (const std::size_t end : {data, data + 20}) {
-      ExpectDeclined(Content(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(end)), Reason::kDamaged,
+      ExpectDeclined(test::File(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(end)), Reason::kDamaged,
                      "Corrupt JPEG data: premature end of data segment");
     }
   }
 }
 
 TEST(DamagedJpegs, CutOffAnywhereAreShownOrDeclined) {
-  std::vector<Recipe> recipes = YccRecipes();
+  std::vector<JpegRecipe> recipes = YccRecipes();
   recipes.insert(recipes.end(), {kGray, kRgb, kCmyk});
-  for (const Recipe& recipe : recipes) {
-    const Content whole = MakeFile(recipe, {75, 53}, NoiseOf(40));
+  for (const JpegRecipe& recipe : recipes) {
+    const test::File whole = MakeFile(recipe, {75, 53}, NoiseOf(40));
     for (std::size_t end = 0; end < whole.size(); end += 5) {
-      const Content cut(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(end));
+      const test::File cut(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(end));
       const std::optional<Declined> declined = DeclinedFor(cut);
       EXPECT_TRUE(!declined || declined->Why() == Reason::kDamaged) << recipe.name << " at " << end;
       EXPECT_TRUE(declined || end > PositionOf(whole, kScan)) << recipe.name << " at " << end;
@@ -605,11 +604,11 @@ TEST(DamagedJpegs, CutOffAnywhereAreShownOrDeclined) {
 }
 
 TEST(DamagedJpegs, WithAnyByteChangedAreShownOrDeclined) {
-  for (const Recipe& recipe : {kHalved, Progressive(kHalved), kCmyk}) {
-    const Content whole = MakeFile(recipe, {75, 53}, NoiseOf(40));
+  for (const JpegRecipe& recipe : {kHalved, Progressive(kHalved), kCmyk}) {
+    const test::File whole = MakeFile(recipe, {75, 53}, NoiseOf(40));
     for (std::size_t at = 0; at < whole.size(); ++at) {
       for (const unsigned change : {0x01U, 0x80U, 0xFFU}) {
-        Content content = whole;
+        test::File content = whole;
         content[at] = static_cast<std::uint8_t>(content[at] ^ change);
         DeclinedFor(content);
       }
@@ -618,21 +617,21 @@ TEST(DamagedJpegs, WithAnyByteChangedAreShownOrDeclined) {
 }
 
 TEST(DamagedJpegs, PrintNothing) {
-  Content content = MakeFile(kHalved, {200, 200});
+  test::File content = MakeFile(kHalved, {200, 200});
   content.resize(content.size() / 2);
   testing::internal::CaptureStdout();
   testing::internal::CaptureStderr();
   DecodeAtLeast(content, {200, 200});
-  DeclinedFor(Content(content.begin(), content.begin() + 30));
+  DeclinedFor(test::File(content.begin(), content.begin() + 30));
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
 TEST(DamagedJpegs, AreDeclinedForWhatIsWrong) {
-  const Content plain = MakeFile(kHalved, {83, 61});
+  const test::File plain = MakeFile(kHalved, {83, 61});
   const std::size_t frame = PositionOf(plain, kBaselineFrame);
   const auto changed = [&plain](std::size_t at, std::uint8_t byte) {
-    Content content = plain;
+    test::File content = plain;
     content[at] = byte;
     return content;
   };
@@ -643,13 +642,13 @@ TEST(DamagedJpegs, AreDeclinedForWhatIsWrong) {
   ExpectDeclined(changed(frame + 4, 12), Reason::kUnsupported, "Unsupported JPEG data precision 12");
   ExpectDeclined(Resized(plain, kBaselineFrame, 0, 61), Reason::kDamaged, "Empty JPEG image (DNL not supported)");
   ExpectDeclined(Resized(plain, kBaselineFrame, 83, 0), Reason::kDamaged, "Empty JPEG image (DNL not supported)");
-  const Recipe two = {"two", JCS_UNKNOWN, JCS_UNKNOWN, {{1, 1}, {1, 1}}};
+  const JpegRecipe two = {"two", JCS_UNKNOWN, JCS_UNKNOWN, {{1, 1}, {1, 1}}};
   ExpectDeclined(MakeFile(two, {83, 61}), Reason::kUnsupported, "the JPEG has 2 unknown components");
 }
 
 TEST(Bombs, AreDeclinedBeforeTheyTakeMemory) {
-  const Content plain = MakeFile(kHalved, {83, 61});
-  const Content progressive = MakeFile(Progressive(kHalved), {83, 61});
+  const test::File plain = MakeFile(kHalved, {83, 61});
+  const test::File progressive = MakeFile(Progressive(kHalved), {83, 61});
   ExpectDeclined(Resized(plain, kBaselineFrame, 65535, 65535), Reason::kTooLarge,
                  "Maximum supported image dimension is 65500 pixels");
   ExpectDeclined(Resized(plain, kBaselineFrame, 65500, 65500), Reason::kTooLarge,
@@ -659,7 +658,7 @@ TEST(Bombs, AreDeclinedBeforeTheyTakeMemory) {
 }
 
 TEST(Bombs, HaveMorePixelsThanAreDecodedUnscaled) {
-  const Content content = Resized(MakeFile(kHalved, {83, 61}), kBaselineFrame, 13000, 10000);
+  const test::File content = Resized(MakeFile(kHalved, {83, 61}), kBaselineFrame, 13000, 10000);
   try {
     DecodeAtLeast(content, {13000, 1});
     FAIL() << "not declined";
@@ -670,11 +669,11 @@ TEST(Bombs, HaveMorePixelsThanAreDecodedUnscaled) {
 }
 
 // A progressive file whose last scan is repeated, so that it has that many. There are six in a gray one.
-Content WithScans(int count) {
-  const Content whole = MakeFile(Progressive(kGray), {83, 61});
+test::File WithScans(int count) {
+  const test::File whole = MakeFile(Progressive(kGray), {83, 61});
   const std::array<std::uint8_t, 2> marker = {0xFF, kScan};
   const auto last = std::find_end(whole.begin(), whole.end(), marker.begin(), marker.end());
-  Content content(whole.begin(), whole.end() - 2);
+  test::File content(whole.begin(), whole.end() - 2);
   for (int i = 6; i < count; ++i) content.insert(content.end(), last, whole.end() - 2);
   content.insert(content.end(), {0xFF, JPEG_EOI});
   return content;
@@ -693,7 +692,7 @@ TEST(JpegEncoder, StoresWhatThePlanesHave) {
                           Size{120, 90}, Size{360, 270}}) {
     for (const bool isHalved : {false, true}) {
       for (const Model model : {Model::kGray, Model::kYcc}) {
-        const Content content = EncodeJpeg(MakePicture(size, model, isHalved), 100);
+        const test::File content = EncodeJpeg(MakePicture(size, model, isHalved), 100);
         const Picture picture = DecodeAtLeast(content, size);
         const std::string what = std::to_string(size.width) + " x " + std::to_string(size.height);
         EXPECT_EQ(picture.model, model) << what;
@@ -713,7 +712,7 @@ TEST(JpegEncoder, StoresASinglePixel) {
 }
 
 TEST(JpegEncoder, WritesBaselineWithOptimisedTablesAndNoMetadata) {
-  const Content content = EncodeJpeg(MakePicture({83, 61}, Model::kYcc, true), 80);
+  const test::File content = EncodeJpeg(MakePicture({83, 61}, Model::kYcc, true), 80);
   std::vector<int> markers;
   std::size_t at = 2;
   while (content[at + 1] != kScan) {
@@ -732,7 +731,7 @@ TEST(JpegEncoder, IgnoresWhatIsBehindTheRowsAndRepeatsTheEdge) {
       std::fill_n(channel.plane.Row(y), channel.plane.Width(), static_cast<std::uint8_t>(200));
     }
   }
-  const Content content = EncodeJpeg(flat, 80);
+  const test::File content = EncodeJpeg(flat, 80);
   Picture whole = MakePicture({96, 64}, Model::kYcc, true);
   for (Channel& channel : whole.channels) {
     std::fill_n(channel.plane.Row(0), channel.plane.Stride() * static_cast<std::size_t>(channel.plane.Height()),
@@ -743,7 +742,7 @@ TEST(JpegEncoder, IgnoresWhatIsBehindTheRowsAndRepeatsTheEdge) {
 
 TEST(JpegEncoder, TakesMoreBytesForABetterQuality) {
   Picture noise = MakePicture({160, 120}, Model::kYcc, true);
-  const Content samples = NoiseOf(160);
+  const test::File samples = NoiseOf(160);
   for (int y = 0; y < 120; ++y) {
     for (int x = 0; x < 160; ++x) noise.channels[0].plane.Row(y)[x] = samples[static_cast<std::size_t>((x * y) % 160)];
   }
@@ -760,7 +759,7 @@ TEST(JpegEncoder, EncodesSymbolsThatItsSampleOfALargePictureLacks) {
   for (const Model model : {Model::kGray, Model::kYcc}) {
     for (const bool isHalved : {false, true}) {
       Picture picture = MakePicture({640, 480}, model, isHalved);
-      const Content noise = NoiseOf(640);
+      const test::File noise = NoiseOf(640);
       for (Channel& channel : picture.channels) {
         for (int y = 0; y < 8; ++y) {
           for (int x = 0; x < channel.plane.Width(); ++x) {
@@ -784,20 +783,20 @@ TEST(JpegEncoder, EncodesSymbolsThatItsSampleOfALargePictureLacks) {
 }
 
 // Its tables have all symbols, which takes 609 bytes up to the scan.
-bool HasTablesOfASample(const Content& content) {
+bool HasTablesOfASample(const test::File& content) {
   return PositionOf(content, kScan) == 609;
 }
 
 TEST(JpegEncoder, MakesLargePicturesLittleLargerThanWithTheBestTables) {
   Picture picture = MakePicture({640, 480}, Model::kYcc, true);
-  const Content noise = NoiseOf(64000);
+  const test::File noise = NoiseOf(64000);
   for (int y = 0; y < 480; ++y) {
     for (int x = 0; x < 640; ++x) {
       std::uint8_t& sample = picture.channels[0].plane.Row(y)[x];
       sample = static_cast<std::uint8_t>(sample + noise[static_cast<std::size_t>(x * y % 64000)] % 40);
     }
   }
-  const Content large = EncodeJpeg(picture, 80);
+  const test::File large = EncodeJpeg(picture, 80);
   // Just below the number of pixels from which a sample is taken; its bytes per pixel are the best.
   Picture small = MakePicture({640, 304}, Model::kYcc, true);
   for (int y = 0; y < 304; ++y) std::copy_n(picture.channels[0].plane.Row(y), 640, small.channels[0].plane.Row(y));
@@ -814,7 +813,7 @@ TEST(JpegEncoder, TakesASampleOfPicturesWithMoreThanFourStripsOnly) {
   for (const Row& row : {Row{{6400, 64}, true, false}, Row{{6400, 65}, true, true}, Row{{6400, 32}, false, false},
                          Row{{6400, 33}, false, true}, Row{{640, 312}, true, false}, Row{{640, 313}, true, true}}) {
     const Picture picture = MakePicture(row.size, Model::kYcc, row.isHalved);
-    const Content content = EncodeJpeg(picture, 80);
+    const test::File content = EncodeJpeg(picture, 80);
     EXPECT_EQ(HasTablesOfASample(content), row.isSampled) << row.size.width << " x " << row.size.height;
     EXPECT_EQ(DecodeAtLeast(content, row.size).storedSize, row.size);
   }
@@ -828,7 +827,7 @@ TEST(JpegEncoder, StoresFlatBlocksOfLargePicturesInTwoBits) {
     for (Channel& channel : flat.channels) {
       for (int y = 0; y < 800; ++y) std::fill_n(channel.plane.Row(y), 1280, static_cast<std::uint8_t>(77));
     }
-    const Content content = EncodeJpeg(flat, 80);
+    const test::File content = EncodeJpeg(flat, 80);
     const std::size_t blocks = flat.channels.size() * (1280 / 8) * (800 / 8);
     EXPECT_NEAR(static_cast<double>(content.size() - PositionOf(content, kScan)), static_cast<double>(blocks) / 4, 40)
         << flat.channels.size() << " planes";

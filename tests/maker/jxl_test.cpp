@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "decoding.h"
 #include "maker/declined.h"
 #include "maker/decode/decoders.h"
 #include "pictures.h"
@@ -19,13 +20,11 @@
 namespace tavithumb::maker {
 namespace {
 
-constexpr Size kAll = {65535, 65535};
-
-struct Free {
+struct FreeEncoder {
   void operator()(JxlEncoder* encoder) const { JxlEncoderDestroy(encoder); }
 };
 
-struct Encoding {
+struct JxlEncoding {
   Size size = {160, 120};
   std::uint32_t colours = 3;
   bool hasAlpha = false;
@@ -39,7 +38,7 @@ struct Encoding {
   std::string profile;  // instead of primaries and transfer
 };
 
-JxlBasicInfo InfoOf(const Encoding& encoding) {
+JxlBasicInfo InfoOf(const JxlEncoding& encoding) {
   JxlBasicInfo info;
   JxlEncoderInitBasicInfo(&info);
   info.xsize = static_cast<std::uint32_t>(encoding.size.width);
@@ -56,7 +55,7 @@ JxlBasicInfo InfoOf(const Encoding& encoding) {
   return info;
 }
 
-void SetColours(JxlEncoder* encoder, const Encoding& encoding) {
+void SetColours(JxlEncoder* encoder, const JxlEncoding& encoding) {
   if (!encoding.profile.empty()) {
     const auto* bytes = reinterpret_cast<const std::uint8_t*>(encoding.profile.data());
     ASSERT_EQ(JxlEncoderSetICCProfile(encoder, bytes, encoding.profile.size()), JXL_ENC_SUCCESS);
@@ -79,8 +78,8 @@ std::string OutputOf(JxlEncoder* encoder) {
 }
 
 // `samples` are interleaved, in the byte order of the machine.
-std::string Encode(const std::string& samples, const Encoding& encoding) {
-  const std::unique_ptr<JxlEncoder, Free> encoder(JxlEncoderCreate(nullptr));
+std::string Encode(const std::string& samples, const JxlEncoding& encoding) {
+  const std::unique_ptr<JxlEncoder, FreeEncoder> encoder(JxlEncoderCreate(nullptr));
   JxlEncoderUseContainer(encoder.get(), encoding.hasContainer ? JXL_TRUE : JXL_FALSE);
   const JxlBasicInfo info = InfoOf(encoding);
   EXPECT_EQ(JxlEncoderSetBasicInfo(encoder.get(), &info), JXL_ENC_SUCCESS);
@@ -98,8 +97,8 @@ std::string Encode(const std::string& samples, const Encoding& encoding) {
 }
 
 // A file in memory.
-struct File {
-  explicit File(std::string bytes)
+struct JxlFile {
+  explicit JxlFile(std::string bytes)
       : content(std::move(bytes)),
         input(Bytes{reinterpret_cast<const std::uint8_t*>(content.data()), content.size()}),
         decoder(OpenJxl(input)) {}
@@ -126,14 +125,14 @@ class Jxl : public testing::Test {
 TEST_F(Jxl, IsDecodedToRgb) {
   for (const bool isLossless : {true, false}) {
     for (const bool hasContainer : {true, false}) {
-      Encoding encoding;
+      JxlEncoding encoding;
       encoding.isLossless = isLossless;
       encoding.hasContainer = hasContainer;
-      const File file(Encode(Rgb(), encoding));
+      const JxlFile file(Encode(Rgb(), encoding));
       EXPECT_EQ(file.decoder->Head().stored, (Size{160, 120}));
       EXPECT_TRUE(file.decoder->Head().isUpright);
       EXPECT_FALSE(file.decoder->IsAnimated());
-      const Picture picture = file.decoder->Decode(kAll);
+      const Picture picture = file.decoder->Decode(test::kWhole);
       EXPECT_EQ(picture.model, Model::kRgb);
       EXPECT_EQ(picture.channels.size(), 3U);
       EXPECT_EQ(picture.storedSize, (Size{160, 120}));
@@ -145,16 +144,16 @@ TEST_F(Jxl, IsDecodedToRgb) {
 }
 
 TEST_F(Jxl, MayBeDecodedAgain) {
-  const File file(Encode(Rgb(), {}));
-  file.decoder->Decode(kAll);
-  EXPECT_EQ(WrongSpots(file.decoder->Decode(kAll), 0), "");
+  const JxlFile file(Encode(Rgb(), {}));
+  file.decoder->Decode(test::kWhole);
+  EXPECT_EQ(WrongSpots(file.decoder->Decode(test::kWhole), 0), "");
 }
 
 TEST_F(Jxl, OfGrayHasOnePlane) {
-  Encoding encoding;
+  JxlEncoding encoding;
   encoding.colours = 1;
-  const File file(Encode(Scene({160, 120}, {"-colorspace", "Gray", "-depth", "8", "gray:-"}), encoding));
-  const Picture picture = file.decoder->Decode(kAll);
+  const JxlFile file(Encode(Scene({160, 120}, {"-colorspace", "Gray", "-depth", "8", "gray:-"}), encoding));
+  const Picture picture = file.decoder->Decode(test::kWhole);
   EXPECT_EQ(picture.model, Model::kGray);
   ASSERT_EQ(picture.channels.size(), 1U);
   EXPECT_TRUE(picture.profile.empty());
@@ -164,12 +163,12 @@ TEST_F(Jxl, OfGrayHasOnePlane) {
 
 TEST_F(Jxl, WithTransparencyHasItAsALastPlane) {
   for (const std::uint32_t colours : {1U, 3U}) {
-    Encoding encoding;
+    JxlEncoding encoding;
     encoding.colours = colours;
     encoding.hasAlpha = true;
     std::string samples;
     for (int i = 0; i < 160 * 120; ++i) samples += std::string(colours, '\x40') + static_cast<char>(i % 160);
-    const Picture picture = File(Encode(samples, encoding)).decoder->Decode(kAll);
+    const Picture picture = JxlFile(Encode(samples, encoding)).decoder->Decode(test::kWhole);
     EXPECT_TRUE(picture.hasAlpha);
     EXPECT_FALSE(picture.isPremultiplied);
     ASSERT_EQ(picture.channels.size(), colours + 1);
@@ -179,10 +178,10 @@ TEST_F(Jxl, WithTransparencyHasItAsALastPlane) {
 }
 
 TEST_F(Jxl, Of16BitsIsReducedTo8) {
-  Encoding encoding;
+  JxlEncoding encoding;
   encoding.bits = 16;
   const std::string samples = Scene({160, 120}, {"-depth", "16", "-endian", "LSB", "rgb:-"});
-  EXPECT_EQ(WrongSpots(File(Encode(samples, encoding)).decoder->Decode(kAll), 1), "");
+  EXPECT_EQ(WrongSpots(JxlFile(Encode(samples, encoding)).decoder->Decode(test::kWhole), 1), "");
 }
 
 TEST_F(Jxl, IsUprightHoweverItIsStored) {
@@ -198,12 +197,12 @@ TEST_F(Jxl, IsUprightHoweverItIsStored) {
   for (int orientation = 1; orientation <= 8; ++orientation) {
     std::vector<std::string> operators = stored[orientation - 1];
     for (const char* word : {"-depth", "8", "rgb:-"}) operators.emplace_back(word);
-    Encoding encoding;
+    JxlEncoding encoding;
     encoding.orientation = orientation;
     if (orientation >= 5) encoding.size = {120, 160};
-    const File file(Encode(Scene({160, 120}, operators), encoding));
+    const JxlFile file(Encode(Scene({160, 120}, operators), encoding));
     EXPECT_EQ(file.decoder->Head().stored, (Size{160, 120})) << orientation;
-    const Picture picture = file.decoder->Decode(kAll);
+    const Picture picture = file.decoder->Decode(test::kWhole);
     EXPECT_EQ(picture.channels[0].plane.Dimensions(), (Size{160, 120})) << orientation;
     EXPECT_EQ(WrongSpots(picture, 0), "") << orientation;
   }
@@ -222,10 +221,10 @@ std::string RedOf(const std::vector<std::uint8_t>& bytes) {
 
 TEST_F(Jxl, KeepsWideColoursWithAProfile) {
   for (const bool isLossless : {true, false}) {
-    Encoding encoding;
+    JxlEncoding encoding;
     encoding.isLossless = isLossless;
     encoding.primaries = JXL_PRIMARIES_P3;
-    const Picture picture = File(Encode(Rgb(), encoding)).decoder->Decode(kAll);
+    const Picture picture = JxlFile(Encode(Rgb(), encoding)).decoder->Decode(test::kWhole);
     EXPECT_EQ(RedOf(picture.profile), "515 241") << isLossless;
     EXPECT_EQ(WrongSpots(picture, isLossless ? 0 : 24), "") << isLossless;
   }
@@ -242,11 +241,11 @@ std::string SrgbProfile() {
 }
 
 TEST_F(Jxl, WithAProfileIsDecodedToItOrToSrgb) {
-  Encoding encoding;
+  JxlEncoding encoding;
   encoding.profile = SrgbProfile();
-  EXPECT_EQ(WrongSpots(File(Encode(Rgb(), encoding)).decoder->Decode(kAll), 0), "");
+  EXPECT_EQ(WrongSpots(JxlFile(Encode(Rgb(), encoding)).decoder->Decode(test::kWhole), 0), "");
   encoding.isLossless = false;
-  const Picture picture = File(Encode(Rgb(), encoding)).decoder->Decode(kAll);
+  const Picture picture = JxlFile(Encode(Rgb(), encoding)).decoder->Decode(test::kWhole);
   EXPECT_EQ(WrongSpots(picture, 24), "");
   EXPECT_TRUE(picture.profile.empty());
 }
@@ -254,27 +253,27 @@ TEST_F(Jxl, WithAProfileIsDecodedToItOrToSrgb) {
 TEST_F(Jxl, OfLinearLightOrHighDynamicRangeIsDecodedToSrgb) {
   for (const JxlTransferFunction transfer :
        {JXL_TRANSFER_FUNCTION_LINEAR, JXL_TRANSFER_FUNCTION_PQ, JXL_TRANSFER_FUNCTION_HLG}) {
-    Encoding encoding;
+    JxlEncoding encoding;
     encoding.isLossless = false;
     encoding.transfer = transfer;
-    const Picture picture = File(Encode(Rgb(), encoding)).decoder->Decode(kAll);
+    const Picture picture = JxlFile(Encode(Rgb(), encoding)).decoder->Decode(test::kWhole);
     EXPECT_TRUE(picture.profile.empty()) << transfer;
     EXPECT_LE(Distance(ColourAt(picture, {0.13, 0.20}), {0, 0, 0}), 24) << transfer;
   }
 }
 
 TEST_F(Jxl, ThatIsAnimatedShowsItsFirstFrame) {
-  Encoding encoding;
+  JxlEncoding encoding;
   encoding.isAnimated = true;
-  const File file(Encode(Rgb(), encoding));
+  const JxlFile file(Encode(Rgb(), encoding));
   EXPECT_TRUE(file.decoder->IsAnimated());
-  EXPECT_EQ(WrongSpots(file.decoder->Decode(kAll), 0), "");
+  EXPECT_EQ(WrongSpots(file.decoder->Decode(test::kWhole), 0), "");
 }
 
 // What becomes of a file: the reason if it is declined, else nothing.
-std::optional<Reason> Try(const std::string& content) {
+std::optional<Reason> TryJxl(const std::string& content) {
   try {
-    EXPECT_FALSE(File(content).decoder->Decode(kAll).channels.empty());
+    EXPECT_FALSE(JxlFile(content).decoder->Decode(test::kWhole).channels.empty());
     return {};
   } catch (const Declined& declined) {
     EXPECT_STRNE(declined.what(), "");
@@ -283,19 +282,19 @@ std::optional<Reason> Try(const std::string& content) {
 }
 
 TEST_F(Jxl, CutOffIsDeclinedOrShown) {
-  Encoding encoding;
+  JxlEncoding encoding;
   encoding.size = {600, 400};
   encoding.isLossless = false;
   for (const bool hasContainer : {true, false}) {
     encoding.hasContainer = hasContainer;
     const std::string whole = Encode(Scene({600, 400}, {"-depth", "8", "rgb:-"}), encoding);
-    EXPECT_EQ(Try(whole), std::nullopt);
+    EXPECT_EQ(TryJxl(whole), std::nullopt);
     for (std::size_t size = 0; size < whole.size(); size += 1 + size / 20) {
-      const std::optional<Reason> reason = Try(whole.substr(0, size));
+      const std::optional<Reason> reason = TryJxl(whole.substr(0, size));
       EXPECT_TRUE(reason == std::nullopt || reason == Reason::kDamaged) << size;
     }
-    EXPECT_EQ(Try(whole.substr(0, 12)), Reason::kDamaged);
-    EXPECT_EQ(Try(whole.substr(0, whole.size() - 20)), std::nullopt);
+    EXPECT_EQ(TryJxl(whole.substr(0, 12)), Reason::kDamaged);
+    EXPECT_EQ(TryJxl(whole.substr(0, whole.size() - 20)), std::nullopt);
   }
 }
 
@@ -304,15 +303,15 @@ TEST_F(Jxl, WithOneByteChangedIsDecodedOrDeclined) {
   for (std::size_t at = 0; at < whole.size(); at += 1 + at / 40) {
     std::string changed = whole;
     changed[at] = static_cast<char>(~changed[at]);
-    Try(changed);
+    TryJxl(changed);
   }
 }
 
 TEST_F(Jxl, SampleIsDecoded) {
   const std::string path = test::SamplesFolder() + "/../samples-more/modern/grey.jxl";
   if (!test::Exists(path)) GTEST_SKIP() << "no sample files";
-  const File file(test::ReadFile(path));
-  const Picture picture = file.decoder->Decode(kAll);
+  const JxlFile file(test::ReadFile(path));
+  const Picture picture = file.decoder->Decode(test::kWhole);
   EXPECT_EQ(picture.channels[0].plane.Dimensions(), file.decoder->Head().stored);
 }
 

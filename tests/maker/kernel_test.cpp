@@ -4,48 +4,43 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cmath>
 #include <numeric>
 #include <ostream>
 #include <vector>
+
+#include "tests/maker/lanczos3.h"
 
 namespace tavithumb::maker {
 namespace {
 
 // What MakeKernel() is called with.
-struct Row {
+struct KernelRow {
   double from, to, covered;
   int results;
   int samples;
 };
 
-void PrintTo(const Row& row, std::ostream* out) {
+void PrintTo(const KernelRow& row, std::ostream* out) {
   *out << row.from << " to " << row.to << " of " << row.samples << " samples as " << row.covered << " of "
        << row.results;
 }
 
-const std::vector<Row> kRows = {
+const std::vector<KernelRow> kRows = {
     {0, 300, 120, 120, 300}, {0, 300, 119.5, 120, 300},    {300, 0, 120, 120, 300},       {0, 4000, 3, 3, 4000},
     {0, 4001, 3, 3, 4001},   {10.3, 250.1, 100, 100, 300}, {250.1, 10.3, 99.5, 100, 300}, {0, 50, 70, 70, 50},
     {0, 2, 1, 1, 2},         {-3, 12, 11, 11, 9},          {0.25, 40.25, 40, 40, 41},     {0, 1, 5, 5, 1},
     {0, 100, 66.5, 67, 100},
 };
 
-double Lanczos3(double x) {
-  const double pi = std::acos(-1.0);
-  if (x == 0) return 1;
-  return std::abs(x) >= 3 ? 0 : 3 * std::sin(pi * x) * std::sin(pi * x / 3) / (pi * pi * x * x);
-}
-
 // The exact weights of all source samples in a result; samples beyond the source count for its edge.
-std::vector<double> ExactWeights(const Row& row, int result) {
+std::vector<double> ExactWeights(const KernelRow& row, int result) {
   const double step = (row.to - row.from) / row.covered;
   const double scale = std::max(1.0, std::abs(step));
   const double centre = row.from + (result + 0.5) * step - 0.5;
   std::vector<double> weights(static_cast<std::size_t>(row.samples));
   double sum = 0;
   for (int place = static_cast<int>(std::ceil(centre - 3 * scale)); place <= centre + 3 * scale; ++place) {
-    const double weight = Lanczos3((place - centre) / scale);
+    const double weight = test::Lanczos3((place - centre) / scale);
     weights[static_cast<std::size_t>(std::clamp(place, 0, row.samples - 1))] += weight;
     sum += weight;
   }
@@ -63,7 +58,7 @@ std::vector<int> WeightsOf(const Kernel& kernel, int result, int samples) {
 }
 
 TEST(Kernels, HaveTheWeightsOfLanczos3) {
-  for (const Row& row : kRows) {
+  for (const KernelRow& row : kRows) {
     SCOPED_TRACE(testing::PrintToString(row));
     const Kernel kernel = MakeKernel(row.from, row.to, row.covered, row.results, row.samples);
     ASSERT_EQ(kernel.Results(), row.results);
@@ -82,14 +77,14 @@ TEST(Kernels, HaveTheWeightsOfLanczos3) {
 
 TEST(Kernels, HaveAsManyTapsAsTheirLongestResultNeeds) {
   const struct {
-    Row row;
+    KernelRow row;
     int taps;
   } rows[] = {
       {{0, 40, 40, 40, 40}, 2},  {{40, 0, 40, 40, 40}, 2}, {{0.5, 39.5, 39, 39, 40}, 6},
       {{0, 80, 40, 40, 80}, 12}, {{0, 1, 5, 5, 1}, 2},     {{0, 1000, 1, 1, 1000}, 1000},
   };
   for (const auto& row : rows) {
-    const Row& of = row.row;
+    const KernelRow& of = row.row;
     EXPECT_EQ(MakeKernel(of.from, of.to, of.covered, of.results, of.samples).taps, row.taps)
         << testing::PrintToString(of);
   }
@@ -97,7 +92,7 @@ TEST(Kernels, HaveAsManyTapsAsTheirLongestResultNeeds) {
 
 TEST(Kernels, KnowWhatIsACopy) {
   const struct {
-    Row row;
+    KernelRow row;
     bool isCopy;
   } rows[] = {
       {{0, 40, 40, 40, 40}, true},  {{7, 27, 20, 20, 40}, true},      {{0, 1, 1, 1, 1}, true},
@@ -105,7 +100,7 @@ TEST(Kernels, KnowWhatIsACopy) {
       {{0, 40, 41, 41, 40}, false}, {{-2, 38, 40, 40, 40}, false},    {{0, 40, 39.5, 40, 40}, false},
   };
   for (const auto& row : rows) {
-    const Row& of = row.row;
+    const KernelRow& of = row.row;
     EXPECT_EQ(MakeKernel(of.from, of.to, of.covered, of.results, of.samples).isCopy, row.isCopy)
         << testing::PrintToString(of);
   }

@@ -30,7 +30,7 @@ TEST(Planes, ThatNeedMoreThanASizeHoldsAreNotAllocated) {
   EXPECT_THROW(Plane(Size{65536, 65536}), std::bad_alloc);
 }
 
-Reason ReasonFor(Size size) {
+Reason ReasonForSize(Size size) {
   try {
     CheckDecodedSize(size);
   } catch (const Declined& declined) {
@@ -44,13 +44,13 @@ TEST(Limits, DeclinePicturesThatAreEmptyOrTooLarge) {
   CheckStoredSize({1, 1});
   CheckStoredSize({65535, 7800});
   CheckDecodedSize({12800, 10000});
-  EXPECT_EQ(ReasonFor({12800, 10001}), Reason::kTooLarge);
-  EXPECT_EQ(ReasonFor({65536, 1}), Reason::kTooLarge);
+  EXPECT_EQ(ReasonForSize({12800, 10001}), Reason::kTooLarge);
+  EXPECT_EQ(ReasonForSize({65536, 1}), Reason::kTooLarge);
   // As an int, the product is negative.
-  EXPECT_EQ(ReasonFor({46341, 46341}), Reason::kTooLarge);
-  EXPECT_EQ(ReasonFor({65535, 65535}), Reason::kTooLarge);
-  EXPECT_EQ(ReasonFor({0, 10}), Reason::kDamaged);
-  EXPECT_EQ(ReasonFor({10, -1}), Reason::kDamaged);
+  EXPECT_EQ(ReasonForSize({46341, 46341}), Reason::kTooLarge);
+  EXPECT_EQ(ReasonForSize({65535, 65535}), Reason::kTooLarge);
+  EXPECT_EQ(ReasonForSize({0, 10}), Reason::kDamaged);
+  EXPECT_EQ(ReasonForSize({10, -1}), Reason::kDamaged);
 }
 
 }  // namespace

@@ -22,7 +22,7 @@ using test::PixelAt;
 using test::WhyDeclined;
 
 // A PNG to write with libpng. The samples are a scene of edges, slopes and noise.
-struct Recipe {
+struct PngRecipe {
   int colour = PNG_COLOR_TYPE_RGB;
   int depth = 8;
   bool isInterlaced = false;
@@ -33,7 +33,7 @@ struct Recipe {
   int paletteSize = 256;
 };
 
-std::ostream& operator<<(std::ostream& out, const Recipe& recipe) {
+std::ostream& operator<<(std::ostream& out, const PngRecipe& recipe) {
   return out << "colour " << recipe.colour << ", depth " << recipe.depth << ", interlaced " << recipe.isInterlaced
              << ", " << recipe.width << " x " << recipe.height << ", filters " << recipe.filters << ", transparent "
              << recipe.isTransparent;
@@ -46,7 +46,7 @@ int SamplesOf(int colour) {
 }
 
 // A sample of the scene, as stored.
-unsigned SampleAt(const Recipe& recipe, int x, int y, int channel) {
+unsigned SampleAt(const PngRecipe& recipe, int x, int y, int channel) {
   const auto noise = static_cast<unsigned>(x * 7919 + y * 104729 + channel * 1299709);
   const auto slope = static_cast<unsigned>((x + channel) * 1500 + y * 900);
   const unsigned sample = y % 7 < 3 ? slope : (noise ^ noise >> 7);
@@ -54,11 +54,11 @@ unsigned SampleAt(const Recipe& recipe, int x, int y, int channel) {
   return recipe.colour == PNG_COLOR_TYPE_PALETTE ? limited % static_cast<unsigned>(recipe.paletteSize) : limited;
 }
 
-png_color PaletteEntry(unsigned index) {
+png_color PngColour(unsigned index) {
   return {static_cast<png_byte>(index * 3), static_cast<png_byte>(255 - index), static_cast<png_byte>(index ^ 0x55)};
 }
 
-std::vector<png_byte> RowOf(const Recipe& recipe, int y) {
+std::vector<png_byte> RowOf(const PngRecipe& recipe, int y) {
   const int samples = SamplesOf(recipe.colour);
   std::vector<png_byte> row(static_cast<std::size_t>(recipe.width * samples * recipe.depth + 7) / 8);
   for (int i = 0; i < recipe.width * samples; ++i) {
@@ -74,7 +74,7 @@ std::vector<png_byte> RowOf(const Recipe& recipe, int y) {
   return row;
 }
 
-void WriteTransparency(png_structp png, png_infop info, const Recipe& recipe) {
+void WriteTransparency(png_structp png, png_infop info, const PngRecipe& recipe) {
   std::vector<png_byte> alpha(16);
   std::iota(alpha.begin(), alpha.end(), 100);
   const auto at = [&](int channel) { return static_cast<png_uint_16>(SampleAt(recipe, 1, 1, channel)); };
@@ -87,7 +87,7 @@ void Append(png_structp png, png_bytep bytes, png_size_t count) {
   file->insert(file->end(), bytes, bytes + count);
 }
 
-File WritePng(const Recipe& recipe) {
+File WritePng(const PngRecipe& recipe) {
   png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
   png_infop info = png_create_info_struct(png);
   File file;
@@ -96,7 +96,7 @@ File WritePng(const Recipe& recipe) {
                recipe.colour, recipe.isInterlaced ? PNG_INTERLACE_ADAM7 : PNG_INTERLACE_NONE,
                PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
   std::vector<png_color> palette;
-  for (int i = 0; i < recipe.paletteSize; ++i) palette.push_back(PaletteEntry(static_cast<unsigned>(i)));
+  for (int i = 0; i < recipe.paletteSize; ++i) palette.push_back(PngColour(static_cast<unsigned>(i)));
   if (recipe.colour == PNG_COLOR_TYPE_PALETTE) png_set_PLTE(png, info, palette.data(), recipe.paletteSize);
   if (recipe.isTransparent) WriteTransparency(png, info, recipe);
   png_set_filter(png, PNG_FILTER_TYPE_DEFAULT, recipe.filters);
@@ -117,18 +117,18 @@ int Rounded(unsigned sample, int depth) {
   return static_cast<int>(sample / largest * 255 + 0.5);
 }
 
-bool IsKey(const Recipe& recipe, int x, int y) {
+bool IsKey(const PngRecipe& recipe, int x, int y) {
   for (int c = 0; c < SamplesOf(recipe.colour); ++c) {
     if (SampleAt(recipe, x, y, c) != SampleAt(recipe, 1, 1, c)) return false;
   }
   return true;
 }
 
-std::vector<int> ExpectedPixel(const Recipe& recipe, int x, int y) {
+std::vector<int> ExpectedPixel(const PngRecipe& recipe, int x, int y) {
   std::vector<int> pixel;
   if (recipe.colour == PNG_COLOR_TYPE_PALETTE) {
     const unsigned index = SampleAt(recipe, x, y, 0);
-    const png_color entry = PaletteEntry(index);
+    const png_color entry = PngColour(index);
     pixel = {entry.red, entry.green, entry.blue};
     if (recipe.isTransparent) pixel.push_back(index < 16 ? static_cast<int>(100 + index) : 255);
     return pixel;
@@ -140,7 +140,7 @@ std::vector<int> ExpectedPixel(const Recipe& recipe, int x, int y) {
   return pixel;
 }
 
-void ExpectScene(const Picture& picture, const Recipe& recipe) {
+void ExpectScene(const Picture& picture, const PngRecipe& recipe) {
   const bool isGray = recipe.colour == PNG_COLOR_TYPE_GRAY || recipe.colour == PNG_COLOR_TYPE_GRAY_ALPHA;
   EXPECT_EQ(picture.model, isGray ? Model::kGray : Model::kRgb) << recipe;
   EXPECT_EQ(picture.hasAlpha, recipe.isTransparent || (recipe.colour & PNG_COLOR_MASK_ALPHA) != 0) << recipe;
@@ -166,11 +166,11 @@ constexpr ColourAndDepth kKinds[] = {
     {PNG_COLOR_TYPE_GRAY_ALPHA, 16}, {PNG_COLOR_TYPE_RGB_ALPHA, 8}, {PNG_COLOR_TYPE_RGB_ALPHA, 16}};
 
 // Every kind of pixels, interlaced or not.
-std::vector<Recipe> AllKinds() {
-  std::vector<Recipe> recipes;
+std::vector<PngRecipe> AllPngKinds() {
+  std::vector<PngRecipe> recipes;
   for (const auto [colour, depth] : kKinds) {
     for (const bool isInterlaced : {false, true}) {
-      Recipe recipe;
+      PngRecipe recipe;
       recipe.colour = colour;
       recipe.depth = depth;
       recipe.isInterlaced = isInterlaced;
@@ -182,11 +182,11 @@ std::vector<Recipe> AllKinds() {
 }
 
 TEST(PngDecoder, DecodesEveryKindOfPixels) {
-  for (const Recipe& recipe : AllKinds()) ExpectScene(Decode(OpenPng, WritePng(recipe)), recipe);
+  for (const PngRecipe& recipe : AllPngKinds()) ExpectScene(Decode(OpenPng, WritePng(recipe)), recipe);
 }
 
 TEST(PngDecoder, MakesTransparentColoursTransparent) {
-  for (Recipe recipe : AllKinds()) {
+  for (PngRecipe recipe : AllPngKinds()) {
     if ((recipe.colour & PNG_COLOR_MASK_ALPHA) != 0) continue;
     recipe.isTransparent = true;
     ExpectScene(Decode(OpenPng, WritePng(recipe)), recipe);
@@ -197,7 +197,7 @@ TEST(PngDecoder, UndoesEveryFilterAtEveryWidth) {
   for (const int filter : {PNG_FILTER_NONE, PNG_FILTER_SUB, PNG_FILTER_UP, PNG_FILTER_AVG, PNG_FILTER_PAETH}) {
     for (const auto [colour, depth] : kKinds) {
       for (const int width : {1, 2, 3, 17, 64, 131}) {
-        Recipe recipe;
+        PngRecipe recipe;
         recipe.colour = colour;
         recipe.depth = depth;
         recipe.filters = filter;
@@ -213,7 +213,7 @@ TEST(PngDecoder, UndoesEveryFilterAtEveryWidth) {
 TEST(PngDecoder, DecodesInterlacedPicturesOfEverySmallSize) {
   for (int width = 1; width <= 9; ++width) {
     for (int height = 1; height <= 9; ++height) {
-      Recipe recipe;
+      PngRecipe recipe;
       recipe.isInterlaced = true;
       recipe.width = width;
       recipe.height = height;
@@ -223,7 +223,7 @@ TEST(PngDecoder, DecodesInterlacedPicturesOfEverySmallSize) {
 }
 
 TEST(PngDecoder, ShowsWhatThereIsOfACutOffPicture) {
-  Recipe recipe;
+  PngRecipe recipe;
   recipe.width = 50;
   recipe.height = 50;
   const File whole = WritePng(recipe);
@@ -235,7 +235,7 @@ TEST(PngDecoder, ShowsWhatThereIsOfACutOffPicture) {
 }
 
 TEST(PngDecoder, FillsTheGapsOfACutOffInterlacedPicture) {
-  Recipe recipe;
+  PngRecipe recipe;
   recipe.isInterlaced = true;
   recipe.width = 64;
   recipe.height = 64;
@@ -247,7 +247,7 @@ TEST(PngDecoder, FillsTheGapsOfACutOffInterlacedPicture) {
 }
 
 TEST(PngDecoder, SurvivesFilesThatAreCutOffOrDamaged) {
-  for (const Recipe& recipe : AllKinds()) {
+  for (const PngRecipe& recipe : AllPngKinds()) {
     const File file = WritePng(recipe);
     EXPECT_GT(test::DecodeCutOff(OpenPng, file, 7), 0) << recipe;
     test::DecodeDamaged(OpenPng, file, 5);
@@ -303,7 +303,7 @@ TEST(PngDecoder, IgnoresAProfileThatIsDamagedOrTooLarge) {
         MakeChunk("iCCP", {'n', 0, 0, 0x78, 0x9c, 1, 2}), ProfileChunk(File(std::size_t{5} << 20))}) {
     const Picture picture = Decode(OpenPng, Insert(file, chunk));
     EXPECT_EQ(picture.profile, File());
-    ExpectScene(picture, {});
+    ExpectScene(picture, PngRecipe());
   }
 }
 
@@ -361,7 +361,7 @@ TEST(PngDecoder, DeclinesWhatHasTooManyChunksBeforeItsData) {
 }
 
 TEST(PngDecoder, ShowsIndicesBeyondThePaletteInBlack) {
-  Recipe recipe;
+  PngRecipe recipe;
   recipe.colour = PNG_COLOR_TYPE_PALETTE;
   File file = WritePng(recipe);
   // Only the first two entries are left: the palette becomes an unknown chunk behind a short one.
@@ -382,10 +382,10 @@ TEST(PngDecoder, DecodesDataBeyondThePictureAndWrongChecksums) {
   File file = WritePng({});
   file.back() ^= 1;
   file[kAfterHeader - 1] ^= 1;
-  ExpectScene(Decode(OpenPng, file), {});
+  ExpectScene(Decode(OpenPng, file), PngRecipe());
 
   // A picture one row less high than its data.
-  Recipe lower;
+  PngRecipe lower;
   lower.height = 20;
   ExpectScene(Decode(OpenPng, WithHeader(WritePng({}), 7, {20})), lower);
 }
@@ -411,7 +411,7 @@ File DecodeWithLibpng(const File& file) {
 }
 
 TEST(PngEncoder, KeepsEveryPixel) {
-  for (const Recipe& recipe : AllKinds()) {
+  for (const PngRecipe& recipe : AllPngKinds()) {
     const Picture picture = Decode(OpenPng, WritePng(recipe));
     const File file = EncodePng(picture);
     EXPECT_EQ(DecodeWithLibpng(file), test::RgbaOf(picture)) << recipe;
@@ -421,7 +421,7 @@ TEST(PngEncoder, KeepsEveryPixel) {
 
 TEST(PngEncoder, LeavesOutAlphaThatIsOpaqueEverywhere) {
   for (const int colour : {PNG_COLOR_TYPE_RGB, PNG_COLOR_TYPE_GRAY}) {
-    Recipe recipe;
+    PngRecipe recipe;
     recipe.colour = colour;
     Picture picture = Decode(OpenPng, WritePng(recipe));
     Plane alpha({recipe.width, recipe.height});

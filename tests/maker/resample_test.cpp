@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "tests/maker/instructions.h"
+#include "tests/maker/lanczos3.h"
 
 namespace tavithumb::maker {
 
@@ -222,12 +223,6 @@ TEST(Resample, PutsEachSampleAtItsPlace) {
   }
 }
 
-double Lanczos3(double x) {
-  const double pi = std::acos(-1.0);
-  if (x == 0) return 1;
-  return std::abs(x) >= 3 ? 0 : 3 * std::sin(pi * x) * std::sin(pi * x / 3) / (pi * pi * x * x);
-}
-
 // One axis of the reference: in floating point, rounded and clamped only by the caller.
 std::vector<double> ReduceExactly(const std::vector<double>& source, std::size_t results) {
   const double scale = static_cast<double>(source.size()) / static_cast<double>(results);
@@ -238,7 +233,7 @@ std::vector<double> ReduceExactly(const std::vector<double>& source, std::size_t
     double sum = 0;
     double weights = 0;
     for (double k = std::ceil(centre - 3 * scale); k <= centre + 3 * scale; ++k) {
-      const double weight = Lanczos3((k - centre) / scale);
+      const double weight = test::Lanczos3((k - centre) / scale);
       sum += weight *
              source[static_cast<std::size_t>(std::clamp<std::ptrdiff_t>(static_cast<std::ptrdiff_t>(k), 0, last))];
       weights += weight;

@@ -20,11 +20,11 @@ using test::File;
 using test::PixelAt;
 using test::WhyDeclined;
 
-constexpr int kWidth = 37;
-constexpr int kHeight = 21;
+constexpr int kTiffWidth = 37;
+constexpr int kTiffHeight = 21;
 
 // A TIFF to write with libtiff.
-struct Recipe {
+struct TiffRecipe {
   std::uint16_t photometric = PHOTOMETRIC_RGB;
   std::uint16_t bits = 8;
   std::uint16_t samples = 3;
@@ -37,7 +37,7 @@ struct Recipe {
   File profile;
 };
 
-std::ostream& operator<<(std::ostream& out, const Recipe& recipe) {
+std::ostream& operator<<(std::ostream& out, const TiffRecipe& recipe) {
   return out << "photometric " << recipe.photometric << ", " << recipe.bits << " bits, " << recipe.samples
              << " samples, compression " << recipe.compression << ", strips " << recipe.rowsPerStrip << ", tiles "
              << recipe.tileSide << ", planar " << recipe.isPlanar << ", extra " << recipe.extra << ", orientation "
@@ -45,7 +45,7 @@ std::ostream& operator<<(std::ostream& out, const Recipe& recipe) {
 }
 
 // A sample of the scene, as stored.
-unsigned SampleAt(const Recipe& recipe, int x, int y, int channel) {
+unsigned SampleAt(const TiffRecipe& recipe, int x, int y, int channel) {
   const auto noise = static_cast<unsigned>(x * 7919 + y * 104729 + channel * 1299709);
   const unsigned sample = (noise ^ noise >> 7) & ((1U << recipe.bits) - 1);
   // Colours that have been multiplied by alpha are at most as large.
@@ -66,7 +66,7 @@ void PutSample(unsigned sample, std::size_t index, int bits, File* row) {
 }
 
 // A rectangle of the scene: all samples of a pixel, or those of one channel.
-File Block(const Recipe& recipe, int left, int top, int width, int height, int channel = -1) {
+File Block(const TiffRecipe& recipe, int left, int top, int width, int height, int channel = -1) {
   File block;
   const int samples = channel < 0 ? recipe.samples : 1;
   for (int y = top; y < top + height; ++y) {
@@ -92,9 +92,9 @@ void SetPalette(TIFF* tiff, int bits) {
   TIFFSetField(tiff, TIFFTAG_COLORMAP, red.data(), green.data(), blue.data());
 }
 
-void SetFields(TIFF* tiff, const Recipe& recipe) {
-  TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, kWidth);
-  TIFFSetField(tiff, TIFFTAG_IMAGELENGTH, kHeight);
+void SetFields(TIFF* tiff, const TiffRecipe& recipe) {
+  TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, kTiffWidth);
+  TIFFSetField(tiff, TIFFTAG_IMAGELENGTH, kTiffHeight);
   TIFFSetField(tiff, TIFFTAG_BITSPERSAMPLE, recipe.bits);
   TIFFSetField(tiff, TIFFTAG_SAMPLESPERPIXEL, recipe.samples);
   TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, recipe.photometric);
@@ -117,23 +117,23 @@ void SetFields(TIFF* tiff, const Recipe& recipe) {
   }
 }
 
-void WritePlane(TIFF* tiff, const Recipe& recipe, int channel, std::uint32_t* index) {
+void WritePlane(TIFF* tiff, const TiffRecipe& recipe, int channel, std::uint32_t* index) {
   const auto tile = static_cast<int>(recipe.tileSide);
   const int blockHeight = tile > 0 ? tile : static_cast<int>(recipe.rowsPerStrip);
-  for (int top = 0; top < kHeight; top += blockHeight) {
+  for (int top = 0; top < kTiffHeight; top += blockHeight) {
     if (tile > 0) {
-      for (int left = 0; left < kWidth; left += tile) {
+      for (int left = 0; left < kTiffWidth; left += tile) {
         File block = Block(recipe, left, top, tile, tile, channel);
         TIFFWriteEncodedTile(tiff, (*index)++, block.data(), static_cast<tmsize_t>(block.size()));
       }
     } else {
-      File block = Block(recipe, 0, top, kWidth, std::min(blockHeight, kHeight - top), channel);
+      File block = Block(recipe, 0, top, kTiffWidth, std::min(blockHeight, kTiffHeight - top), channel);
       TIFFWriteEncodedStrip(tiff, (*index)++, block.data(), static_cast<tmsize_t>(block.size()));
     }
   }
 }
 
-File WriteTiff(const Recipe& recipe, const char* mode = "w") {
+File WriteTiff(const TiffRecipe& recipe, const char* mode = "w") {
   const test::TempDir folder;
   const std::string path = folder / "a.tif";
   TIFF* tiff = TIFFOpen(path.c_str(), mode);
@@ -146,17 +146,17 @@ File WriteTiff(const Recipe& recipe, const char* mode = "w") {
   return test::ReadSample(path);
 }
 
-int Rounded(unsigned sample, int bits) {
+int RoundedSample(unsigned sample, int bits) {
   return static_cast<int>(std::lround(sample * 255.0 / ((1 << bits) - 1)));
 }
 
-std::vector<int> ExpectedPixel(const Recipe& recipe, int x, int y) {
+std::vector<int> ExpectedPixel(const TiffRecipe& recipe, int x, int y) {
   if (recipe.photometric == PHOTOMETRIC_PALETTE) {
     const int index = static_cast<int>(SampleAt(recipe, x, y, 0));
     return {index * 3 & 255, 255 - index, index ^ 0x55};
   }
   std::vector<int> pixel;
-  for (int c = 0; c < recipe.samples; ++c) pixel.push_back(Rounded(SampleAt(recipe, x, y, c), recipe.bits));
+  for (int c = 0; c < recipe.samples; ++c) pixel.push_back(RoundedSample(SampleAt(recipe, x, y, c), recipe.bits));
   if (recipe.extra == EXTRASAMPLE_UNSPECIFIED || (recipe.extra >= 0 && recipe.photometric == PHOTOMETRIC_SEPARATED)) {
     pixel.pop_back();
   }
@@ -170,7 +170,7 @@ std::vector<int> ExpectedPixel(const Recipe& recipe, int x, int y) {
   return pixel;
 }
 
-Model ExpectedModel(const Recipe& recipe) {
+Model ExpectedModel(const TiffRecipe& recipe) {
   if (recipe.photometric == PHOTOMETRIC_SEPARATED) return Model::kCmyk;
   const bool isGray = recipe.photometric == PHOTOMETRIC_MINISBLACK || recipe.photometric == PHOTOMETRIC_MINISWHITE;
   return isGray ? Model::kGray : Model::kRgb;
@@ -183,12 +183,12 @@ int LargestDifference(const std::vector<int>& a, const std::vector<int>& b) {
   return largest;
 }
 
-void ExpectScene(const Picture& picture, const Recipe& recipe, int tolerance = 0) {
+void ExpectScene(const Picture& picture, const TiffRecipe& recipe, int tolerance = 0) {
   EXPECT_EQ(picture.model, ExpectedModel(recipe)) << recipe;
   EXPECT_FALSE(picture.isPremultiplied) << recipe;
-  ASSERT_EQ(picture.storedSize, (Size{kWidth, kHeight})) << recipe;
-  for (int y = 0; y < kHeight; ++y) {
-    for (int x = 0; x < kWidth; ++x) {
+  ASSERT_EQ(picture.storedSize, (Size{kTiffWidth, kTiffHeight})) << recipe;
+  for (int y = 0; y < kTiffHeight; ++y) {
+    for (int x = 0; x < kTiffWidth; ++x) {
       const std::vector<int> pixel = PixelAt(picture, x, y);
       if (LargestDifference(pixel, ExpectedPixel(recipe, x, y)) <= tolerance) continue;
       ASSERT_EQ(pixel, ExpectedPixel(recipe, x, y)) << recipe << " at " << x << ", " << y;
@@ -196,8 +196,8 @@ void ExpectScene(const Picture& picture, const Recipe& recipe, int tolerance = 0
   }
 }
 
-Recipe Kind(int photometric, int bits, int samples, int extra = -1) {
-  Recipe recipe;
+TiffRecipe Kind(int photometric, int bits, int samples, int extra = -1) {
+  TiffRecipe recipe;
   recipe.photometric = static_cast<std::uint16_t>(photometric);
   recipe.bits = static_cast<std::uint16_t>(bits);
   recipe.samples = static_cast<std::uint16_t>(samples);
@@ -206,8 +206,8 @@ Recipe Kind(int photometric, int bits, int samples, int extra = -1) {
 }
 
 // Every kind of pixels that is exact.
-std::vector<Recipe> AllKinds() {
-  std::vector<Recipe> recipes;
+std::vector<TiffRecipe> AllTiffKinds() {
+  std::vector<TiffRecipe> recipes;
   for (const int bits : {1, 2, 4, 8, 16}) {
     recipes.push_back(Kind(PHOTOMETRIC_MINISBLACK, bits, 1));
     recipes.push_back(Kind(PHOTOMETRIC_MINISWHITE, bits, 1));
@@ -227,11 +227,11 @@ std::vector<Recipe> AllKinds() {
 }
 
 TEST(TiffDecoder, DecodesEveryKindOfPixels) {
-  for (const Recipe& recipe : AllKinds()) ExpectScene(Decode(OpenTiff, WriteTiff(recipe)), recipe);
+  for (const TiffRecipe& recipe : AllTiffKinds()) ExpectScene(Decode(OpenTiff, WriteTiff(recipe)), recipe);
 }
 
 TEST(TiffDecoder, DecodesTiles) {
-  for (Recipe recipe : AllKinds()) {
+  for (TiffRecipe recipe : AllTiffKinds()) {
     recipe.tileSide = 16;
     ExpectScene(Decode(OpenTiff, WriteTiff(recipe)), recipe);
   }
@@ -239,27 +239,27 @@ TEST(TiffDecoder, DecodesTiles) {
 
 TEST(TiffDecoder, DecodesEveryLosslessCompression) {
   for (const int compression : {COMPRESSION_LZW, COMPRESSION_ADOBE_DEFLATE, COMPRESSION_PACKBITS, COMPRESSION_ZSTD}) {
-    for (Recipe recipe : AllKinds()) {
+    for (TiffRecipe recipe : AllTiffKinds()) {
       recipe.compression = static_cast<std::uint16_t>(compression);
       recipe.rowsPerStrip = 1000;
       ExpectScene(Decode(OpenTiff, WriteTiff(recipe)), recipe);
     }
   }
-  Recipe fax = Kind(PHOTOMETRIC_MINISWHITE, 1, 1);
+  TiffRecipe fax = Kind(PHOTOMETRIC_MINISWHITE, 1, 1);
   fax.compression = COMPRESSION_CCITTFAX4;
   ExpectScene(Decode(OpenTiff, WriteTiff(fax)), fax);
 }
 
 TEST(TiffDecoder, DecodesEitherByteOrderAndBigTiff) {
   for (const char* mode : {"wl", "wb", "w8"}) {
-    const Recipe recipe = Kind(PHOTOMETRIC_RGB, 16, 3);
+    const TiffRecipe recipe = Kind(PHOTOMETRIC_RGB, 16, 3);
     ExpectScene(Decode(OpenTiff, WriteTiff(recipe, mode)), recipe);
   }
 }
 
 TEST(TiffDecoder, DecodesOnePlaneAfterTheOther) {
   for (const int bits : {8, 16}) {
-    Recipe recipe = Kind(PHOTOMETRIC_RGB, bits, 3);
+    TiffRecipe recipe = Kind(PHOTOMETRIC_RGB, bits, 3);
     recipe.isPlanar = true;
     ExpectScene(Decode(OpenTiff, WriteTiff(recipe)), recipe, bits == 16 ? 1 : 0);
   }
@@ -267,7 +267,7 @@ TEST(TiffDecoder, DecodesOnePlaneAfterTheOther) {
 
 TEST(TiffDecoder, ReturnsPixelsAsStored) {
   for (std::uint16_t orientation = ORIENTATION_TOPLEFT; orientation <= ORIENTATION_LEFTBOT; ++orientation) {
-    for (Recipe recipe : {Kind(PHOTOMETRIC_RGB, 8, 3), Kind(PHOTOMETRIC_PALETTE, 8, 1)}) {
+    for (TiffRecipe recipe : {Kind(PHOTOMETRIC_RGB, 8, 3), Kind(PHOTOMETRIC_PALETTE, 8, 1)}) {
       recipe.orientation = orientation;
       ExpectScene(Decode(OpenTiff, WriteTiff(recipe)), recipe);
       recipe.tileSide = 16;
@@ -281,14 +281,14 @@ TEST(TiffDecoder, ReadsTheProfileOfPixelsThatItDescribes) {
        {std::array<int, 3>{PHOTOMETRIC_RGB, 3, 1}, std::array<int, 3>{PHOTOMETRIC_SEPARATED, 4, 1},
         std::array<int, 3>{PHOTOMETRIC_MINISBLACK, 1, 1}, std::array<int, 3>{PHOTOMETRIC_PALETTE, 1, 1},
         std::array<int, 3>{PHOTOMETRIC_CIELAB, 3, 0}}) {
-    Recipe recipe = Kind(photometric, 8, samples);
+    TiffRecipe recipe = Kind(photometric, 8, samples);
     recipe.profile = File(400, 9);
     EXPECT_EQ(Decode(OpenTiff, WriteTiff(recipe)).profile, hasProfile != 0 ? recipe.profile : File()) << recipe;
   }
 }
 
 TEST(TiffDecoder, IgnoresAProfileThatIsTooLarge) {
-  Recipe recipe;
+  TiffRecipe recipe;
   recipe.profile = File((std::size_t{4} << 20) + 1);
   EXPECT_EQ(Decode(OpenTiff, WriteTiff(recipe)).profile, File());
 }
@@ -319,7 +319,7 @@ TEST(TiffDecoder, ShowsTheFirstPage) {
 }
 
 TEST(TiffDecoder, ShowsWhatThereIsOfADamagedPicture) {
-  Recipe recipe;
+  TiffRecipe recipe;
   recipe.compression = COMPRESSION_LZW;
   File file = WriteTiff(recipe);
   // The strips come first: those after the first are damaged.
@@ -330,15 +330,15 @@ TEST(TiffDecoder, ShowsWhatThereIsOfADamagedPicture) {
 }
 
 TEST(TiffDecoder, SurvivesFilesThatAreCutOffOrDamaged) {
-  std::vector<Recipe> recipes = {Kind(PHOTOMETRIC_RGB, 8, 3), Kind(PHOTOMETRIC_PALETTE, 4, 1),
-                                 Kind(PHOTOMETRIC_RGB, 16, 4, EXTRASAMPLE_ASSOCALPHA)};
+  std::vector<TiffRecipe> recipes = {Kind(PHOTOMETRIC_RGB, 8, 3), Kind(PHOTOMETRIC_PALETTE, 4, 1),
+                                     Kind(PHOTOMETRIC_RGB, 16, 4, EXTRASAMPLE_ASSOCALPHA)};
   recipes.push_back(recipes[0]);
   recipes.back().tileSide = 16;
   recipes.push_back(recipes[0]);
   recipes.back().compression = COMPRESSION_LZW;
   recipes.push_back(recipes[0]);
   recipes.back().compression = COMPRESSION_ADOBE_DEFLATE;
-  for (const Recipe& recipe : recipes) {
+  for (const TiffRecipe& recipe : recipes) {
     const File file = WriteTiff(recipe);
     test::DecodeCutOff(OpenTiff, file, 17);
     // The directory is at the end.
@@ -352,30 +352,30 @@ TEST(TiffDecoder, SurvivesFilesThatAreCutOffOrDamaged) {
   }
 }
 
-void Put(std::uint32_t number, int bytes, File* file) {
+void PutBytes(std::uint32_t number, int bytes, File* file) {
   for (int i = 0; i < bytes; ++i) file->push_back(static_cast<std::uint8_t>(number >> (8 * i)));
 }
 
-struct Field {
+struct SingleField {
   std::uint32_t tag;
   std::uint32_t value;
 };
 
 // A little-endian file with nothing but a directory of single numbers, which says that it comes again.
-File DirectoryOf(const std::vector<Field>& fields) {
+File DirectoryOf(const std::vector<SingleField>& fields) {
   File file = {'I', 'I', 42, 0, 8, 0, 0, 0};
-  Put(static_cast<std::uint32_t>(fields.size()), 2, &file);
-  for (const Field& field : fields) {
-    Put(field.tag, 2, &file);
-    Put(4, 2, &file);
-    Put(1, 4, &file);
-    Put(field.value, 4, &file);
+  PutBytes(static_cast<std::uint32_t>(fields.size()), 2, &file);
+  for (const SingleField& field : fields) {
+    PutBytes(field.tag, 2, &file);
+    PutBytes(4, 2, &file);
+    PutBytes(1, 4, &file);
+    PutBytes(field.value, 4, &file);
   }
-  Put(8, 4, &file);
+  PutBytes(8, 4, &file);
   return file;
 }
 
-std::vector<Field> Fields(std::uint32_t width, std::uint32_t height, std::uint32_t rowsPerStrip) {
+std::vector<SingleField> Fields(std::uint32_t width, std::uint32_t height, std::uint32_t rowsPerStrip) {
   return {{TIFFTAG_IMAGEWIDTH, width},
           {TIFFTAG_IMAGELENGTH, height},
           {TIFFTAG_BITSPERSAMPLE, 8},
@@ -386,14 +386,14 @@ std::vector<Field> Fields(std::uint32_t width, std::uint32_t height, std::uint32
           {TIFFTAG_STRIPBYTECOUNTS, 100}};
 }
 
-std::vector<Field> TileFields(std::uint32_t tileSide) {
+std::vector<SingleField> TileFields(std::uint32_t tileSide) {
   return {{TIFFTAG_IMAGEWIDTH, 10},       {TIFFTAG_IMAGELENGTH, 10}, {TIFFTAG_BITSPERSAMPLE, 8},
           {TIFFTAG_COMPRESSION, 1},       {TIFFTAG_PHOTOMETRIC, 1},  {TIFFTAG_TILEWIDTH, tileSide},
           {TIFFTAG_TILELENGTH, tileSide}, {TIFFTAG_TILEOFFSETS, 8},  {TIFFTAG_TILEBYTECOUNTS, 100}};
 }
 
 // In the order of the tags.
-std::vector<Field> WithSamples(std::vector<Field> fields, std::uint32_t samples) {
+std::vector<SingleField> WithSamples(std::vector<SingleField> fields, std::uint32_t samples) {
   fields.insert(fields.begin() + 6, {TIFFTAG_SAMPLESPERPIXEL, samples});
   return fields;
 }

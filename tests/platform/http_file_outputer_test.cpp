@@ -27,7 +27,7 @@ namespace {
 
 const std::string kCaching = "Cache-Control: max-age=300, must-revalidate\r\n";
 
-std::string Bytes(std::size_t size) {
+std::string Content(std::size_t size) {
   std::string bytes(size, '\0');
   for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<char>(i * 7 % 253);
   return bytes;
@@ -115,17 +115,17 @@ class HTTPFileOutputerOf : public testing::TestWithParam<std::size_t> {};
 
 TEST_P(HTTPFileOutputerOf, AFileWritesTypeLengthAndContentAfterWhatWasPrinted) {
   TempDir folder;
-  WriteFile(folder / "a.jpg", Bytes(GetParam()));
+  WriteFile(folder / "a.jpg", Content(GetParam()));
   Delivery delivery({"file", folder / "a.jpg", "image/jpeg"});
-  EXPECT_TRUE(delivery.Read() == FileResponse("image/jpeg", Bytes(GetParam())));
+  EXPECT_TRUE(delivery.Read() == FileResponse("image/jpeg", Content(GetParam())));
   EXPECT_EQ(delivery.End(), "0: delivered");
 }
 
 TEST_P(HTTPFileOutputerOf, AStreamWritesTypeAndContentAfterWhatWasPrinted) {
   TempDir folder;
-  WriteFile(folder / "a.gif", Bytes(GetParam()));
+  WriteFile(folder / "a.gif", Content(GetParam()));
   Delivery delivery({"stream", folder / "a.gif", "image/gif"});
-  EXPECT_TRUE(delivery.Read() == StreamResponse("image/gif", Bytes(GetParam())));
+  EXPECT_TRUE(delivery.Read() == StreamResponse("image/gif", Content(GetParam())));
   EXPECT_EQ(delivery.End(), "0: delivered");
 }
 
@@ -134,11 +134,11 @@ INSTANTIATE_TEST_SUITE_P(Sizes, HTTPFileOutputerOf, testing::Values(0, 1, 16383,
 
 TEST(HTTPFileOutputer, WritesToAFile) {
   TempDir folder;
-  WriteFile(folder / "a.jpg", Bytes(50000));
+  WriteFile(folder / "a.jpg", Content(50000));
   const int output = open((folder / "output").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
   EXPECT_EQ(Delivery({"file", folder / "a.jpg", "image/jpeg"}, output).End(), "0: delivered");
   close(output);
-  EXPECT_TRUE(ReadFile(folder / "output") == FileResponse("image/jpeg", Bytes(50000)));
+  EXPECT_TRUE(ReadFile(folder / "output") == FileResponse("image/jpeg", Content(50000)));
 }
 
 TEST(HTTPFileOutputer, KeepsTheOrderWithWhatIsPrintedAfterwards) {
@@ -195,11 +195,11 @@ TEST(HTTPFileOutputer, FailsWhenAStreamCannotBeReadToItsEnd) {
 
 TEST(HTTPFileOutputer, FailsWhenAFileShrinksMeanwhile) {
   TempDir folder;
-  WriteFile(folder / "a.jpg", Bytes(1000000));
+  WriteFile(folder / "a.jpg", Content(1000000));
   Delivery delivery({"file", folder / "a.jpg", "image/jpeg"});
   delivery.AwaitFullPipe();
   fs::resize_file(folder / "a.jpg", 0);
-  const std::string whole = FileResponse("image/jpeg", Bytes(1000000)), got = delivery.Read();
+  const std::string whole = FileResponse("image/jpeg", Content(1000000)), got = delivery.Read();
   EXPECT_LT(got.size(), whole.size());
   EXPECT_TRUE(got == whole.substr(0, got.size()));
   EXPECT_EQ(delivery.End(), "0: failed");
@@ -207,17 +207,17 @@ TEST(HTTPFileOutputer, FailsWhenAFileShrinksMeanwhile) {
 
 TEST(HTTPFileOutputer, SendsNoMoreOfAGrowingFileThanItAnnounced) {
   TempDir folder;
-  WriteFile(folder / "a.jpg", Bytes(1000000));
+  WriteFile(folder / "a.jpg", Content(1000000));
   Delivery delivery({"file", folder / "a.jpg", "image/jpeg"});
   delivery.AwaitFullPipe();
   fs::resize_file(folder / "a.jpg", 2000000);
-  EXPECT_TRUE(delivery.Read() == FileResponse("image/jpeg", Bytes(1000000)));
+  EXPECT_TRUE(delivery.Read() == FileResponse("image/jpeg", Content(1000000)));
   EXPECT_EQ(delivery.End(), "0: delivered");
 }
 
 TEST(HTTPFileOutputer, SurvivesAReaderThatWasNeverThere) {
   TempDir folder;
-  WriteFile(folder / "a.jpg", Bytes(1000));
+  WriteFile(folder / "a.jpg", Content(1000));
   for (const char* form : {"file", "stream"}) {
     SCOPED_TRACE(form);
     int ends[2];
@@ -231,7 +231,7 @@ TEST(HTTPFileOutputer, SurvivesAReaderThatWasNeverThere) {
 
 TEST(HTTPFileOutputer, SurvivesAReaderThatDisappearsMeanwhile) {
   TempDir folder;
-  WriteFile(folder / "a.jpg", Bytes(5000000));
+  WriteFile(folder / "a.jpg", Content(5000000));
   for (const char* form : {"file", "stream"}) {
     SCOPED_TRACE(form);
     Delivery delivery({form, folder / "a.jpg", "image/jpeg"});
@@ -243,14 +243,14 @@ TEST(HTTPFileOutputer, SurvivesAReaderThatDisappearsMeanwhile) {
 
 TEST(HTTPFileOutputer, LeavesASigPipeThatWasPendingBeforeToTheCaller) {
   TempDir folder;
-  WriteFile(folder / "a.jpg", Bytes(5000000));
+  WriteFile(folder / "a.jpg", Content(5000000));
   Delivery broken({"file", folder / "a.jpg", "image/jpeg", "pending"});
   broken.AwaitOutput();
   broken.StopReading();
   EXPECT_EQ(broken.End(), "0: failed, SIGPIPE blocked, SIGPIPE pending");
 
   Delivery whole({"file", folder / "a.jpg", "image/jpeg", "pending"});
-  EXPECT_TRUE(whole.Read() == FileResponse("image/jpeg", Bytes(5000000)));
+  EXPECT_TRUE(whole.Read() == FileResponse("image/jpeg", Content(5000000)));
   EXPECT_EQ(whole.End(), "0: delivered, SIGPIPE blocked, SIGPIPE pending");
 }
 
@@ -279,14 +279,14 @@ TEST(HTTPFileOutputer, FailsWhenNotEvenItsHeadersCanBeWritten) {
 
 TEST(HTTPFileOutputer, ContinuesWritingAfterSignals) {
   TempDir folder;
-  WriteFile(folder / "a.jpg", Bytes(1000000));
+  WriteFile(folder / "a.jpg", Content(1000000));
   for (const std::string form : {"file", "stream"}) {
     SCOPED_TRACE(form);
     Delivery delivery({form, folder / "a.jpg", "image/jpeg", "interrupted"});
     delivery.AwaitOutput();
     usleep(20000);  // it blocks while the pipe is full, and is interrupted there
-    EXPECT_TRUE(delivery.Read() == (form == "file" ? FileResponse("image/jpeg", Bytes(1000000))
-                                                   : StreamResponse("image/jpeg", Bytes(1000000))));
+    EXPECT_TRUE(delivery.Read() == (form == "file" ? FileResponse("image/jpeg", Content(1000000))
+                                                   : StreamResponse("image/jpeg", Content(1000000))));
     EXPECT_EQ(delivery.End(), "0: delivered");
   }
 }
@@ -308,12 +308,12 @@ TEST(HTTPFileOutputer, ContinuesReadingAfterSignals) {
 
 TEST(HTTPFileOutputer, WritesEverythingToANonBlockingOutput) {
   TempDir folder;
-  WriteFile(folder / "a.jpg", Bytes(1000000));
+  WriteFile(folder / "a.jpg", Content(1000000));
   for (const std::string form : {"file", "stream"}) {
     SCOPED_TRACE(form);
     Delivery delivery({form, folder / "a.jpg", "image/jpeg"}, -1, O_WRONLY | O_NONBLOCK);
-    EXPECT_TRUE(delivery.Read() == (form == "file" ? FileResponse("image/jpeg", Bytes(1000000))
-                                                   : StreamResponse("image/jpeg", Bytes(1000000))));
+    EXPECT_TRUE(delivery.Read() == (form == "file" ? FileResponse("image/jpeg", Content(1000000))
+                                                   : StreamResponse("image/jpeg", Content(1000000))));
     EXPECT_EQ(delivery.End(), "0: delivered");
   }
 }
@@ -374,11 +374,11 @@ std::string Part(long long first, long long last, long long size) {
          std::to_string(last) + "/" + std::to_string(size) + "\r\n";
 }
 
-constexpr char kModified[] = "Tue, 14 Nov 2023 22:13:20 GMT";
+constexpr char kLastModified[] = "Tue, 14 Nov 2023 22:13:20 GMT";
 
 // Of a file modified then.
 std::string ValidatorsOf(const std::string& path) {
-  return std::string("Last-Modified: ") + kModified + "\r\nETag: " + EtagOf(path) + "\r\n";
+  return std::string("Last-Modified: ") + kLastModified + "\r\nETag: " + EtagOf(path) + "\r\n";
 }
 
 // A file of ten bytes and the headers of every answer with it.
@@ -425,7 +425,7 @@ TEST(HTTPFileOutputerForCgi, SendsNothingThatTheClientHasAlready) {
   const std::string expected = kCaching + "Status: 304 Not Modified\r\n" + file.Validators() + "\r\n";
   for (const char* method : {"GET", "HEAD"}) {
     EXPECT_EQ(Answer(file.path, {{"REQUEST_METHOD", method}, {"HTTP_IF_NONE_MATCH", EtagOf(file.path)}}), expected);
-    EXPECT_EQ(Answer(file.path, {{"REQUEST_METHOD", method}, {"HTTP_IF_MODIFIED_SINCE", kModified}}), expected);
+    EXPECT_EQ(Answer(file.path, {{"REQUEST_METHOD", method}, {"HTTP_IF_MODIFIED_SINCE", kLastModified}}), expected);
   }
 }
 
@@ -442,7 +442,7 @@ TEST(HTTPFileOutputerForCgi, SendsAPartOnlyOfTheVersionThatTheClientHas) {
   const std::string etag = EtagOf(file.path);
   const std::pair<std::string, std::string> rows[] = {
       {etag, part},
-      {kModified, part},
+      {kLastModified, part},
       {"W/" + etag, whole},
       {"\"other\"", whole},
       {"Tue, 14 Nov 2023 22:13:21 GMT", whole},
@@ -586,11 +586,11 @@ TEST(HTTPFileOutputerForCgi, CopiesAPartWhereTheKernelCannotSendIt) {
 
 TEST(HTTPFileOutputer, CopiesWhereTheKernelCannotSend) {
   TempDir folder;
-  WriteFile(folder / "a.jpg", Bytes(50000));
+  WriteFile(folder / "a.jpg", Content(50000));
   const int output = open((folder / "output").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
   EXPECT_EQ(Delivery({"file", folder / "a.jpg", "image/jpeg"}, output).End(), "0: delivered");
   close(output);
-  EXPECT_TRUE(ReadFile(folder / "output") == FileResponse("image/jpeg", Bytes(50000)));
+  EXPECT_TRUE(ReadFile(folder / "output") == FileResponse("image/jpeg", Content(50000)));
 }
 
 }  // namespace

@@ -201,7 +201,7 @@ TEST(Pclose, IsZeroOnlyForANormalExitWithStatusZero) {
 }
 
 // User-mode emulation can't start the intermediate process.
-bool IsEmulated() {
+bool PipesAreEmulated() {
   FILE* const stream = Popenv(Child("exit_with"), "r", {"0"});
   if (stream == nullptr) return errno == EINVAL;
   TLIBCPclose(stream);
@@ -214,7 +214,7 @@ void CheckIgnoringChildren(const std::function<void()>& body) {
     SCOPED_TRACE(byFlag);
     CheckInProcess([&] {
       IgnoreChildren(byFlag);
-      if (IsEmulated()) return;
+      if (PipesAreEmulated()) return;
       const std::vector<std::string> before = Names("/proc/self/fd");
       body();
       EXPECT_EQ(Names("/proc/self/fd"), before);
@@ -242,7 +242,7 @@ TEST(Pclose, ReportsTheExitToACallerThatIgnoresItsChildren) {
 TEST(Pclose, LeavesNoProcessBehindInACallerThatIgnoresItsChildren) {
   CheckInProcess([] {
     IgnoreChildren(false);
-    if (IsEmulated()) return;
+    if (PipesAreEmulated()) return;
     TLIBCPclose(Popenv(Child("exit_with"), "r", {"0"}));
     EXPECT_EQ(Popenv("/missing", "r", {}), nullptr);
     EXPECT_EQ(waitpid(-1, nullptr, WNOHANG | __WALL), -1);
@@ -288,24 +288,24 @@ TEST(Popenv, KeepsTheHandlersOfACallerThatIgnoresItsChildrenToTheCaller) {
   });
 }
 
-std::atomic<int>* handlerRuns = nullptr;
+std::atomic<int>* runsOfHandler = nullptr;
 
 TEST(Popenv, RunsNoHandlersOfACallerThatIgnoresItsChildrenInAnotherProcess) {
-  void* const shared = mmap(nullptr, sizeof *handlerRuns, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  void* const shared = mmap(nullptr, sizeof *runsOfHandler, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
   ASSERT_NE(shared, MAP_FAILED);
-  handlerRuns = new (shared) std::atomic<int>(0);
+  runsOfHandler = new (shared) std::atomic<int>(0);
   CheckIgnoringChildren([] {
-    *handlerRuns = 0;
+    *runsOfHandler = 0;
     ASSERT_EQ(setpgid(0, 0), 0);
-    ASSERT_NE(signal(SIGUSR1, [](int) { ++*handlerRuns; }), SIG_ERR);
+    ASSERT_NE(signal(SIGUSR1, [](int) { ++*runsOfHandler; }), SIG_ERR);
     FILE* const stream = Popenv(Child("flood"), "r", {"1000000"});
     ASSERT_NE(stream, nullptr);
     EXPECT_EQ(std::fgetc(stream), 0);
     ASSERT_EQ(kill(0, SIGUSR1), 0);
     EXPECT_EQ(TLIBCPclose(stream), -1);  // the program had no handler
-    EXPECT_EQ(*handlerRuns, 1);
+    EXPECT_EQ(*runsOfHandler, 1);
   });
-  munmap(shared, sizeof *handlerRuns);
+  munmap(shared, sizeof *runsOfHandler);
 }
 
 TEST(Popenv, StartsTheChildOfACallerThatIgnoresItsChildrenLikeAnyOther) {

@@ -127,7 +127,7 @@ TEST(Execv, StartsTheChildWithNoSignalBlockedAndNoneOfTheCallersIgnoredPipeOrChi
 }
 
 // User-mode emulation can't start the intermediate process.
-bool IsEmulated() {
+bool ProgramsAreEmulated() {
   return Execv(Child("exit_with"), {"0"}) == -1 && errno == EINVAL;
 }
 
@@ -137,7 +137,7 @@ TEST(Execv, ReportsTheExitToACallerThatIgnoresItsChildren) {
     SCOPED_TRACE(byFlag);
     CheckInProcess([&] {
       IgnoreChildren(byFlag);
-      if (IsEmulated()) return;
+      if (ProgramsAreEmulated()) return;
       const std::vector<std::string> before = Names("/proc/self/fd");
       EXPECT_EQ(Execv(Child("exit_with"), {"0"}), 0);
       EXPECT_EQ(Execv(Child("exit_with"), {"3"}), 3);
@@ -162,7 +162,7 @@ TEST(Execv, ReportsTheExitToACallerThatIgnoresItsChildren) {
 TEST(Execv, KeepsTheHandlersOfACallerThatIgnoresItsChildrenToTheCaller) {
   CheckInProcess([] {
     IgnoreChildren(false);
-    if (IsEmulated()) return;
+    if (ProgramsAreEmulated()) return;
     const Interruptions interruptions;
     sigset_t before, after;
     pthread_sigmask(SIG_SETMASK, nullptr, &before);
@@ -185,7 +185,7 @@ TEST(Execv, RunsNoHandlersOfACallerThatIgnoresItsChildrenInAnotherProcess) {
   ASSERT_EQ(mkfifo((folder / "fifo").c_str(), 0600), 0);
   CheckInProcess([&] {
     IgnoreChildren(false);
-    if (IsEmulated()) return;
+    if (ProgramsAreEmulated()) return;
     ASSERT_EQ(setpgid(0, 0), 0);
     for (const int number : {SIGHUP, SIGUSR1, SIGRTMAX}) {
       handlerRuns = 0;
@@ -205,7 +205,7 @@ TEST(Execv, RunsNoHandlersOfACallerThatIgnoresItsChildrenInAnotherProcess) {
 TEST(Execv, FailsWhenACallerThatIgnoresItsChildrenMayHaveNoMoreProcesses) {
   CheckInProcess([] {
     IgnoreChildren(false);
-    if (IsEmulated() || !RefuseCalls({SYS_clone, SYS_clone3}, EAGAIN)) return;
+    if (ProgramsAreEmulated() || !RefuseCalls({SYS_clone, SYS_clone3}, EAGAIN)) return;
     EXPECT_EQ(Execv(Child("exit_with"), {"0"}), -1);
     EXPECT_EQ(errno, EAGAIN);
   });
@@ -216,7 +216,7 @@ TEST(Execv, RunsInParallelForThreadsOfACallerThatIgnoresItsChildren) {
   ASSERT_EQ(mkfifo((folder / "fifo").c_str(), 0600), 0);
   CheckInProcess([&] {
     IgnoreChildren(false);
-    if (IsEmulated()) return;
+    if (ProgramsAreEmulated()) return;
     int status = 0;
     std::thread other([&] { status = Execv(Child("await_end"), {folder / "fifo", "7"}); });
     for (int run = 0; run < 20; ++run) EXPECT_EQ(Execv(Child("exit_with"), {"5"}), 5);

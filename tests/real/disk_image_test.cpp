@@ -10,8 +10,6 @@
 namespace tavithumb::test {
 namespace {
 
-constexpr int kBrovix = Thumb::OPT_BROVIX_EA;
-
 class OnADiskImage : public RealTest {
  protected:
   void SetUp() override {

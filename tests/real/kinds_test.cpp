@@ -5,7 +5,7 @@
 namespace tavithumb::test {
 namespace {
 
-struct Row {
+struct KindRow {
   const char* size;
   std::string entry;  // in the EA directory; "" if the source itself is the answer
   std::string format;
@@ -16,9 +16,9 @@ struct Row {
 class Kinds : public RealTest {
  protected:
   // Requests each row's size with an empty EA directory.
-  void ExpectRows(const std::string& source, int options, const std::string& mimeType, const std::vector<Row>& rows,
+  void ExpectRows(const std::string& source, int options, const std::string& mimeType, const std::vector<KindRow>& rows,
                   int frames = 1) {
-    for (const Row& row : rows) {
+    for (const KindRow& row : rows) {
       SCOPED_TRACE(row.size);
       std::filesystem::remove_all(EAEntry(source, ""));
       const Answer answer = Ask(source, row.size, options);
@@ -39,8 +39,6 @@ class Kinds : public RealTest {
     EXPECT_EQ(EAEntries(source), std::vector<std::string>{});
   }
 };
-
-constexpr int kBrovix = Thumb::OPT_BROVIX_EA;
 
 TEST_F(Kinds, APngBecomesAPngThatFitsTheBox) {
   MakePng(Source("a.png"), 1800, 1200);
@@ -157,9 +155,9 @@ TEST_F(Kinds, ARawFilesThumbnailIsMadeFromItsPreview) {
              {{"small", "TAVIFILE_THUMB_S.jpg", "BMP3", 225, 150},
               {"large", "TAVIFILE_THUMB_XL.jpg", "BMP3", 900, 600},
               {"xlarge", "TAVIFILE_THUMB_XL.jpg", "BMP3", 900, 600}});
-  const std::vector<Row> fitting = {{"medium", "TAVIFILE_THUMB_M.jpg", "JPEG", 360, 240},
-                                    {"big", "TAVIFILE_THUMB_B.jpg", "JPEG", 640, 427}};
-  for (const Row& row : fitting) {
+  const std::vector<KindRow> fitting = {{"medium", "TAVIFILE_THUMB_M.jpg", "JPEG", 360, 240},
+                                        {"big", "TAVIFILE_THUMB_B.jpg", "JPEG", 640, 427}};
+  for (const KindRow& row : fitting) {
     SCOPED_TRACE(row.size);
     std::filesystem::remove_all(EAEntry(source, ""));
     ExpectAnswer(Ask(source, row.size), EAEntry(source, row.entry), "Brovix", "image/jpeg");

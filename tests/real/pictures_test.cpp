@@ -10,7 +10,7 @@
 namespace tavithumb::test {
 namespace {
 
-void ExpectPicture(const std::string& path, const std::string& format, int width, int height, int frames) {
+void ExpectMade(const std::string& path, const std::string& format, int width, int height, int frames) {
   SCOPED_TRACE(path);
   const PictureFacts facts = Identify(path);
   EXPECT_EQ(facts.format, format);
@@ -28,13 +28,13 @@ TEST(Pictures, HaveTheirTypeAndSizeAndShowTheSameScene) {
   MakeGif(directory / "a.gif", 100, 80, 3);
   MakeHeic(directory / "a.heic", 320, 200, true);
   MakeHeic(directory / "b.heic", 320, 200, false);
-  ExpectPicture(directory / "a.jpg", "JPEG", 300, 200, 1);
-  ExpectPicture(directory / "a.png", "PNG", 150, 100, 1);
-  ExpectPicture(directory / "a.bmp", "BMP3", 90, 60, 1);
-  ExpectPicture(directory / "a.tif", "TIFF", 60, 90, 1);
-  ExpectPicture(directory / "a.gif", "GIF", 100, 80, 3);
-  ExpectPicture(directory / "a.heic", "HEIC", 320, 200, 1);
-  ExpectPicture(directory / "b.heic", "HEIC", 320, 200, 1);
+  ExpectMade(directory / "a.jpg", "JPEG", 300, 200, 1);
+  ExpectMade(directory / "a.png", "PNG", 150, 100, 1);
+  ExpectMade(directory / "a.bmp", "BMP3", 90, 60, 1);
+  ExpectMade(directory / "a.tif", "TIFF", 60, 90, 1);
+  ExpectMade(directory / "a.gif", "GIF", 100, 80, 3);
+  ExpectMade(directory / "a.heic", "HEIC", 320, 200, 1);
+  ExpectMade(directory / "b.heic", "HEIC", 320, 200, 1);
   for (const char* name : {"a.png", "a.bmp", "a.tif", "a.gif", "a.heic", "b.heic"}) {
     SCOPED_TRACE(name);
     EXPECT_LT(Difference(directory / "a.jpg", directory / name), 0.03);
@@ -84,7 +84,7 @@ TEST(Pictures, ARawContainerHasAPreviewForExiv2AndDcraw) {
   EXPECT_EQ(previews[0].width_, 320u);
   EXPECT_EQ(previews[0].height_, 200u);
   WriteFile(directory / "dcraw.jpg", RunTool({"/usr/bin/dcraw", "-e", "-c", directory / "a.raf"}));
-  ExpectPicture(directory / "dcraw.jpg", "JPEG", 320, 200, 1);
+  ExpectMade(directory / "dcraw.jpg", "JPEG", 320, 200, 1);
   EXPECT_LT(Difference(directory / "preview.jpg", directory / "dcraw.jpg"), 0.01);
 }
 

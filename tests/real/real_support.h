@@ -21,6 +21,7 @@
 
 namespace tavithumb::test {
 
+constexpr int kBrovix = Thumb::OPT_BROVIX_EA;
 constexpr std::time_t kSourceTime = 1600000000;
 constexpr double kSameScene = 0.06;  // scaled, recompressed, cut by a few pixels
 constexpr double kOtherScene = 0.1;  // rotated or mirrored

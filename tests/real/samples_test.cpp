@@ -10,8 +10,6 @@
 namespace tavithumb::test {
 namespace {
 
-constexpr int kBrovix = Thumb::OPT_BROVIX_EA;
-
 struct Request {
   const char* size;
   int options;
@@ -31,14 +29,14 @@ std::vector<std::string> All(const char* outcome) {
   return std::vector<std::string>(kRequests.size(), outcome);
 }
 
-struct Row {
+struct SampleRow {
   std::string file;
   std::vector<std::string> outcomes;
 };
 
 // A rotated avatar is 1x1 if the picture that it is cropped from is smaller than the source: the crop lies outside of
 // it.
-const std::vector<Row> kRows = {
+const std::vector<SampleRow> kRows = {
     {"broken/badwidth.bmp", {"-", "-", "-", "-", "-", "=", "-", "-", "-"}},
     {"broken/empty.jpg", All("!601")},
     {"broken/invalid_multiframe.gif",
@@ -222,13 +220,13 @@ class Samples : public RealTest {
   }
 
   void ExpectRowsOf(const std::string& folder) const {
-    for (const Row& row : kRows) {
+    for (const SampleRow& row : kRows) {
       if (row.file.rfind(folder + "/", 0) == 0) ExpectRow(row);
     }
   }
 
   // After each request, only the thumbnail is next to the source.
-  void ExpectRow(const Row& row) const {
+  void ExpectRow(const SampleRow& row) const {
     const std::string source = Copy(row.file);
     const std::string content = ReadFile(source);
     for (std::size_t i = 0; i < kRequests.size(); ++i) {
@@ -254,7 +252,7 @@ TEST_F(Samples, HaveEveryFileOfTheTable) {
     if (!entry.is_regular_file() || entry.path().filename() == "README.md") continue;
     more.insert(std::filesystem::relative(entry.path(), samples_));
   }
-  for (const Row& row : kRows) EXPECT_EQ(more.erase(row.file), 1U) << row.file;
+  for (const SampleRow& row : kRows) EXPECT_EQ(more.erase(row.file), 1U) << row.file;
   for (const std::string& file : more) std::cout << "Not in the table: " << file << "\n";
 }
 

@@ -8,7 +8,6 @@
 namespace tavithumb::test {
 namespace {
 
-constexpr int kBrovix = Thumb::OPT_BROVIX_EA;
 constexpr uid_t kSomeUser = 12345;
 constexpr gid_t kSomeGroup = 23456;
 

@@ -5,8 +5,6 @@
 namespace tavithumb::test {
 namespace {
 
-constexpr int kBrovix = Thumb::OPT_BROVIX_EA;
-
 std::string Suffix(int sum) {
   return sum % 4 == 0 ? "" : "_r" + std::to_string(sum % 4);
 }

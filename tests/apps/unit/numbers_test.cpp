@@ -11,13 +11,13 @@ namespace tavithumb::apps {
 namespace {
 
 template <typename Number>
-struct Row {
+struct NumberRow {
   std::string text;
   std::optional<Number> number;
 };
 
 TEST(Numbers, AreWholeDecimalIntegers) {
-  const Row<int> rows[] = {
+  const NumberRow<int> rows[] = {
       {"0", 0},
       {"-1", -1},
       {"007", 7},
@@ -37,12 +37,13 @@ TEST(Numbers, AreWholeDecimalIntegers) {
       {"1x", {}},
       {std::string("1\0", 2), {}},
   };
-  for (const Row<int>& row : rows) EXPECT_EQ(ParseNumber<int>(row.text), row.number) << row.text;
+  for (const NumberRow<int>& row : rows) EXPECT_EQ(ParseNumber<int>(row.text), row.number) << row.text;
 }
 
 TEST(Numbers, HaveTheRangeOfTheirType) {
-  const Row<std::uint16_t> rows[] = {{"65535", std::uint16_t{65535}}, {"65536", {}}, {"-1", {}}, {"-0", {}}};
-  for (const Row<std::uint16_t>& row : rows) EXPECT_EQ(ParseNumber<std::uint16_t>(row.text), row.number) << row.text;
+  const NumberRow<std::uint16_t> rows[] = {{"65535", std::uint16_t{65535}}, {"65536", {}}, {"-1", {}}, {"-0", {}}};
+  for (const NumberRow<std::uint16_t>& row : rows)
+    EXPECT_EQ(ParseNumber<std::uint16_t>(row.text), row.number) << row.text;
 }
 
 }  // namespace

@@ -6,13 +6,13 @@
 namespace tavithumb::apps {
 namespace {
 
-struct Row {
+struct TextRow {
   std::string text;
   bool isUtf8;
   std::string printable;
 };
 
-const Row rows[] = {
+const TextRow rows[] = {
     {"", true, ""},
     {"plain", true, "plain"},
     {"\xc3\xbc", true, "\xc3\xbc"},
@@ -48,11 +48,11 @@ const Row rows[] = {
 };
 
 TEST(Text, IsUtf8) {
-  for (const Row& row : rows) EXPECT_EQ(IsUtf8(row.text), row.isUtf8) << row.printable;
+  for (const TextRow& row : rows) EXPECT_EQ(IsUtf8(row.text), row.isUtf8) << row.printable;
 }
 
 TEST(Text, IsPrintableAsOneLineThatShowsEachByte) {
-  for (const Row& row : rows) EXPECT_EQ(Printable(row.text), row.printable);
+  for (const TextRow& row : rows) EXPECT_EQ(Printable(row.text), row.printable);
 }
 
 TEST(Text, HasTwoHexDigitsForEachByte) {

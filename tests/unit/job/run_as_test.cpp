@@ -14,7 +14,7 @@ namespace tavithumb::test {
 namespace {
 
 using Log = std::vector<LogLine>;
-using Steps = std::vector<std::string>;
+using StepNames = std::vector<std::string>;
 
 constexpr int authError = LOG_AUTH | LOG_ERR;
 constexpr int authCritical = LOG_AUTH | LOG_CRIT;
@@ -59,7 +59,7 @@ class RunAs : public testing::Test {
   uid_t userInside = 99;
   gid_t groupInside = 99;
   std::string failing;
-  Steps steps;
+  StepNames steps;
   FakeLibc libc;
   CapturedLog log;
 };
@@ -68,7 +68,7 @@ TEST_F(RunAs, SwitchesToRootAndBackInTheFewestSteps) {
   struct Row {
     uid_t user;
     gid_t group;
-    Steps steps;
+    StepNames steps;
   };
   const Row rows[] = {
       {0, 0, {}},
@@ -96,7 +96,7 @@ TEST_F(RunAs, SkipsTheBlockAndLogsWhenAStepFails) {
     uid_t user;
     gid_t group;
     const char* failing;
-    Steps steps;
+    StepNames steps;
   };
   const Row rows[] = {
       {1000, 100, "uid -1 0 -1", {"uid -1 0 -1"}},
@@ -164,8 +164,8 @@ TEST_F(RunAs, UsesTheIdsOfTheUser) {
   EXPECT_TRUE(RunBlock());
   EXPECT_EQ(userInside, 5u);
   EXPECT_EQ(groupInside, 6u);
-  EXPECT_EQ(steps, (Steps{"uid -1 0 -1", "gid -1 6 -1", "uid -1 5 -1",  //
-                          "uid -1 0 -1", "gid -1 100 -1", "uid -1 1000 -1"}));
+  EXPECT_EQ(steps, (StepNames{"uid -1 0 -1", "gid -1 6 -1", "uid -1 5 -1",  //
+                              "uid -1 0 -1", "gid -1 100 -1", "uid -1 1000 -1"}));
 }
 
 TEST_F(RunAs, DoesNotChangeAnIdOfMinusOne) {
@@ -176,7 +176,7 @@ TEST_F(RunAs, DoesNotChangeAnIdOfMinusOne) {
     return 0;
   };
   EXPECT_TRUE(RunBlock());
-  EXPECT_EQ(steps, Steps{});
+  EXPECT_EQ(steps, StepNames{});
 }
 
 TEST_F(RunAs, LogsAnUnknownUser) {

@@ -148,11 +148,11 @@ class MadeNames : public testing::Test {
 };
 
 TEST_F(MadeNames, InEADirectoriesAreRecognised) {
-  struct OpenDJpeg : OpenCommand<DJpegCmd> {
+  struct NamingDJpeg : OpenCommand<DJpegCmd> {
     using DJpegCmd::tmpPath_;
     using OpenCommand<DJpegCmd>::OpenCommand;
   };
-  struct OpenDcraw : OpenCommand<DcrawCmd> {
+  struct NamingDcraw : OpenCommand<DcrawCmd> {
     using DcrawCmd::rawThumbPath_;
     using OpenCommand<DcrawCmd>::OpenCommand;
   };
@@ -169,9 +169,9 @@ TEST_F(MadeNames, InEADirectoriesAreRecognised) {
           {work, ""},
           {InEA(file::GetEATmpPath(source, work)), ""},
           {InEA(file::GetEATmpPath(source, final)), final},
-          {InEA(OpenDcraw(info, source, file::GetEAPath(source, work)).rawThumbPath_), ""},
-          {InEA(OpenDcraw(info, source, inVarTmp).rawThumbPath_), ""}};
-      if (turns != 0) names[InEA(OpenDJpeg(info, source, file::GetEAPath(source, work)).tmpPath_)] = "";
+          {InEA(NamingDcraw(info, source, file::GetEAPath(source, work)).rawThumbPath_), ""},
+          {InEA(NamingDcraw(info, source, inVarTmp).rawThumbPath_), ""}};
+      if (turns != 0) names[InEA(NamingDJpeg(info, source, file::GetEAPath(source, work)).tmpPath_)] = "";
       EXPECT_EQ(names.size(), turns == 0 ? 4u : 5u);
       for (const auto& [name, entry] : names) {
         const std::optional<file::TemporaryEntry> parsed = file::ParseTemporaryEntry(name);
@@ -181,18 +181,18 @@ TEST_F(MadeNames, InEADirectoriesAreRecognised) {
       }
       EXPECT_TRUE(file::IsTemporaryFile(inVarTmp)) << inVarTmp;
       // Where nothing is to be rotated, djpeg writes the work file itself.
-      EXPECT_TRUE(file::IsTemporaryFile(OpenDJpeg(info, source, inVarTmp).tmpPath_));
+      EXPECT_TRUE(file::IsTemporaryFile(NamingDJpeg(info, source, inVarTmp).tmpPath_));
     }
   }
 }
 
 TEST_F(MadeNames, OfFramesAreRecognised) {
-  struct OpenGif : OpenCommand<GIFConvertCmd> {
+  struct NamingGif : OpenCommand<GIFConvertCmd> {
     using GIFConvertCmd::coalesceTmpPath_;
     using OpenCommand<GIFConvertCmd>::OpenCommand;
   };
   for (const char* name : {"cat.gif", "2024", "new\nline\xfc.gif", "_1_2.gif"}) {
-    const OpenGif command(Record("image/gif", 0), std::string("/vol/") + name, "/v/d.gif");
+    const NamingGif command(Record("image/gif", 0), std::string("/vol/") + name, "/v/d.gif");
     EXPECT_EQ(command.coalesceTmpPath_, std::string("/var/tmp/convert_thumbnail__1700000000") + name);
     EXPECT_TRUE(file::IsTemporaryFile(command.coalesceTmpPath_)) << name;
   }

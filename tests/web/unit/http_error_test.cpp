@@ -6,13 +6,13 @@
 namespace tavithumb::apps::web {
 namespace {
 
-struct Row {
+struct ErrorRow {
   HttpStatus status;
   std::string line;
   std::string more;
 };
 
-const Row rows[] = {
+const ErrorRow kErrorRows[] = {
     {kBadRequest, "400 Bad Request", ""},
     {kForbidden, "403 Forbidden", ""},
     {kNotFound, "404 Not Found", ""},
@@ -25,7 +25,7 @@ const Row rows[] = {
 };
 
 TEST(Errors, AreCompleteResponses) {
-  for (const Row& row : rows) {
+  for (const ErrorRow& row : kErrorRows) {
     EXPECT_EQ(ErrorResponse({row.status, "reason"}, true),
               "Status: " + row.line +
                   "\r\nContent-Type: text/plain; charset=utf-8\r\nContent-Length: 7\r\nCache-Control: no-store\r\n"
@@ -35,7 +35,7 @@ TEST(Errors, AreCompleteResponses) {
 }
 
 TEST(Errors, OmitOnlyTheBodyForHead) {
-  for (const Row& row : rows) {
+  for (const ErrorRow& row : kErrorRows) {
     const std::string whole = ErrorResponse({row.status, "reason"}, true);
     EXPECT_EQ(ErrorResponse({row.status, "reason"}, false) + "reason\n", whole);
   }
