@@ -213,6 +213,10 @@ class TAVITHUMB_API Thumb {
   /// unchanged, and stores the result as SetOutOnline() does. False with an empty output file if it could not be
   /// converted or stored; false with the output file unchanged if the EA directory can't be created.
   bool SetOutConverted();
+  /// Not tried by CalcOutputFile(): a temporary file that the caller has made, unchecked. The output type is
+  /// "BrovixVarTmp", as for a thumbnail that the job makes on a volume without EA writes. The file stays on disk: the
+  /// caller deletes it after use, whatever IsNeedDelete() returns.
+  bool SetOutTemporary(const std::string& path);
 
  protected:
   std::int32_t type_ = 0;            ///< what GetOutputType() returns, an OutputType

@@ -104,6 +104,14 @@ class TAVITHUMB_API ThumbInfo {
   /// `image`, has read its metadata, and has locked exiv2_mutex_. Exiv2's exceptions propagate.
   void ExtractEXIFPreviewInfo(const std::unique_ptr<Exiv2::Image>& image);
 
+  /// For a caller that recognises a type which the library does not: sets the MIME type and marks the facts as read
+  /// (IsGood), but not as HEIC. Size and orientation stay as they are: not known, if the library could not read them.
+  /// Accesses no file; whether the type is that of the source is not checked.
+  void SetMimeType(const std::string& mimeType);
+
+  /// The same for a HEIF image that CheckAndGetHeif() does not mark: marks it as HEIC and clears the MIME type.
+  void SetHeic();
+
   // --- Facts and the request ---------------------------------------------------------------------------------------
 
   const std::string& GetPath() const { return path_; }          ///< the source, as given
@@ -119,7 +127,7 @@ class TAVITHUMB_API ThumbInfo {
   std::uint32_t GetHeight() const { return height_; }           ///< stored, pixels; 0 if not known
   std::uint32_t GetFileSize() const { return static_cast<std::uint32_t>(stat_.st_size); }  ///< bytes, low 32 bits
   std::string GetEXIFPreviewTmpPath() const { return exifPreviewTmpPath_; }                ///< "" if there is none
-  bool IsHeic() const { return heic_; }           ///< a HEIF image, measured by libheif
+  bool IsHeic() const { return heic_; }           ///< a HEIF image, measured by libheif or set by the caller
   bool IsGood() const { return good_ || heic_; }  ///< the facts have been read
 
   // --- Derived from them -------------------------------------------------------------------------------------------
@@ -176,8 +184,8 @@ class TAVITHUMB_API ThumbInfo {
   std::uint32_t height_ = 0;        ///< stored, pixels
   std::int32_t rotate_ = 0;         ///< quarter turns clockwise, from the orientation
   std::int32_t userRotate_ = 0;     ///< quarter turns clockwise, requested by the caller
-  bool good_ = false;               ///< Exiv2 has read the facts
-  bool heic_ = false;               ///< libheif has read them
+  bool good_ = false;               ///< Exiv2 has read the facts, or the caller knows the type
+  bool heic_ = false;               ///< libheif has read them, or the caller knows that it is HEIC
   bool flop_ = false;               ///< mirror left-right
   bool enableGIF_ = false;          ///< an animated GIF may stay animated
   bool cropMode_ = false;           ///< crop to fill

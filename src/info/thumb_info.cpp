@@ -24,6 +24,18 @@ ThumbInfo::ThumbInfo(const std::string& path, const std::string& size, const Thu
   if (stat64(path_.c_str(), &stat_) != 0) throw Error(601, "Can't stat " + path_);
 }
 
+void ThumbInfo::SetMimeType(const std::string& mimeType) {
+  mimeType_ = mimeType;
+  good_ = true;
+  heic_ = false;
+}
+
+void ThumbInfo::SetHeic() {
+  mimeType_.clear();
+  good_ = false;
+  heic_ = true;
+}
+
 std::string ThumbInfo::GetOutputMimeType() const {
   if (mimeType_ == "image/gif" && enableGIF_ && !cropMode_) return "image/gif";
   if (mimeType_ == "image/png") return "image/png";

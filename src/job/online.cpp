@@ -82,11 +82,7 @@ bool Thumb::WouldServeSource() const {
 }
 
 bool Thumb::KeepMade(const std::string& work, bool eaWritable) {
-  if (!eaWritable) {
-    outputFile_ = work;
-    type_ = OUTPUT_BROVIX_VAR_TMP;
-    return true;
-  }
+  if (!eaWritable) return SetOutTemporary(work);
   const bool saved = SaveTmpThumbToEA(work);
   type_ = OUTPUT_BROVIX;
   return saved;

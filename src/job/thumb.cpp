@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// The job's lifetime, its options, and the answers that need no tool: stored thumbnails and the source itself.
+// The job's lifetime, its options, and the answers that need no tool: stored thumbnails, the source itself and the
+// caller's temporary file.
 #include <unistd.h>
 
 #include <limits>
@@ -98,6 +99,12 @@ bool Thumb::SetOutFreshEntry(const std::string& entry) {
 
 bool Thumb::SetOutOriginalImage() {
   outputFile_ = srcPath_;
+  return true;
+}
+
+bool Thumb::SetOutTemporary(const std::string& path) {
+  outputFile_ = path;
+  type_ = OUTPUT_BROVIX_VAR_TMP;
   return true;
 }
 

@@ -104,6 +104,88 @@ TEST(ThumbInfo, IsGoodWithFactsOfEitherLibrary) {
   EXPECT_FALSE(info.IsHeic());
 }
 
+// A record with a value of its own in each field, for a source of 5 bytes from the second 1000.
+OpenInfo FilledRecord(const TempDir& folder) {
+  WriteFile(folder / "a.jpg", "12345");
+  SetTimes(folder / "a.jpg", 900, 1000);
+  OpenInfo info(folder / "a.jpg", "small", {120, 130});
+  info.exifPreviewTmpPath_ = "/tmp/preview";
+  info.width_ = 800;
+  info.height_ = 600;
+  info.rotate_ = 1;
+  info.userRotate_ = 2;
+  info.flop_ = info.enableGIF_ = info.cropMode_ = true;
+  return info;
+}
+
+void ExpectFilledBesidesType(const OpenInfo& info, const TempDir& folder) {
+  EXPECT_EQ(info.GetPath(), folder / "a.jpg");
+  EXPECT_EQ(info.GetSize(), "small");
+  EXPECT_EQ(info.GetDimension(), (ThumbDimension{120, 130}));
+  EXPECT_EQ(info.GetEXIFPreviewTmpPath(), "/tmp/preview");
+  EXPECT_EQ(info.GetWidth(), 800u);
+  EXPECT_EQ(info.GetHeight(), 600u);
+  EXPECT_EQ(info.GetRotate(), 1);
+  EXPECT_EQ(info.GetUserRotate(), 2);
+  EXPECT_TRUE(info.GetFlop());
+  EXPECT_TRUE(info.GetEnableGIF());
+  EXPECT_TRUE(info.GetCropMode());
+  EXPECT_EQ(info.GetFileSize(), 5u);
+  EXPECT_EQ(info.stat_.st_mtime, 1000);
+}
+
+TEST(ThumbInfo, TakesATypeOfTheCallersAndChangesNothingElse) {
+  const TempDir folder;
+  struct Row {
+    const char* what;
+    const char* before;
+    bool good, heic;
+  };
+  const Row rows[] = {
+      {"nothing was known", "", false, false},
+      {"Exiv2 had read it", "image/tiff", true, false},
+      {"libheif had read it", "", false, true},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.what);
+    OpenInfo typed = FilledRecord(folder);
+    typed.mimeType_ = row.before;
+    typed.good_ = row.good;
+    typed.heic_ = row.heic;
+    OpenInfo heic = typed;
+    typed.SetMimeType("image/png");
+    EXPECT_EQ(typed.GetMimeType(), "image/png");
+    EXPECT_TRUE(typed.IsGood());
+    EXPECT_FALSE(typed.IsHeic());
+    EXPECT_EQ(typed.GetOutputExtension(), ".png");
+    EXPECT_TRUE(typed.IsWebAcceptable());
+    ExpectFilledBesidesType(typed, folder);
+    heic.SetHeic();
+    EXPECT_EQ(heic.GetMimeType(), "");
+    EXPECT_TRUE(heic.IsGood());
+    EXPECT_TRUE(heic.IsHeic());
+    EXPECT_FALSE(heic.good_) << "read by Exiv2";
+    EXPECT_EQ(heic.GetOutputExtension(), ".jpg");
+    EXPECT_FALSE(heic.IsWebAcceptable());
+    ExpectFilledBesidesType(heic, folder);
+  }
+}
+
+TEST(ThumbInfo, TakesAnyTypeOfTheCallersWithoutALookAtTheSource) {
+  for (const char* type : {"image/heic", "image/avif", "image/jxl", ""}) {
+    SCOPED_TRACE(type);
+    ThumbInfo info("/", "small", {120, 120});
+    info.SetMimeType(type);
+    EXPECT_EQ(info.GetMimeType(), type);
+    EXPECT_TRUE(info.IsGood());
+    EXPECT_FALSE(info.IsHeic());
+    EXPECT_EQ(info.GetWidth(), 0u);
+    EXPECT_EQ(info.GetHeight(), 0u);
+    EXPECT_EQ(info.GetRotate(), 0);
+    EXPECT_FALSE(info.GetFlop());
+  }
+}
+
 TEST(ThumbInfo, MakesGifsFromGifsThatMayStayAnimatedPngsFromPngsAndJpegsFromTheRest) {
   struct Row {
     const char* mimeType;

@@ -332,6 +332,31 @@ TEST_F(Steps, KnowWhetherTheSourceItselfServes) {
   EXPECT_FALSE(Thumb(Source("clip.mp4"), 0, false).WouldServeSource());
 }
 
+TEST_F(Steps, AnswerWithATemporaryFileOfTheCallersAndLeaveItToTheCaller) {
+  const std::string temporary = Source("made.png", "made");
+  for (const auto& [size, needDelete] : {std::pair{"original", false}, {"medium", true}}) {
+    SCOPED_TRACE(size);
+    {
+      OpenThumb job(Source("a.jpg"), Thumb::OPT_BROVIX_EA, false);
+      SetRequest(&job, size);
+      job.needDelete_ = needDelete;
+      EXPECT_TRUE(job.SetOutOriginalImage());
+      EXPECT_TRUE(job.SetOutTemporary(temporary));
+      EXPECT_EQ(job.GetOutputFile(), temporary);
+      EXPECT_EQ(job.GetOutputTypeCode(), Thumb::OUTPUT_BROVIX_VAR_TMP);
+      EXPECT_EQ(job.GetOutputType(), "BrovixVarTmp");
+      EXPECT_EQ(job.IsNeedDelete(), needDelete);
+      EXPECT_EQ(job.GetInfo().GetSize(), size);
+      EXPECT_FALSE(job.GetInfo().IsGood());
+    }
+    EXPECT_EQ(ReadFile(temporary), "made");
+    EXPECT_EQ(Names(folder.Path()), (Listing{"a.jpg", "made.png"}));
+  }
+  EXPECT_TRUE(Thumb(Source("a.jpg"), 0, false).SetOutTemporary("/nowhere/made.png"));
+  EXPECT_EQ(platform.calls, Calls{});
+  EXPECT_EQ(log.lines, Log{});
+}
+
 class Converted : public Steps {
  protected:
   // A request that the source itself would serve.
