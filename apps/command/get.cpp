@@ -41,7 +41,7 @@ std::optional<Problem> Ask(const std::string& path, const Request& request, Answ
   if (std::optional<Problem> problem = CheckSource(path)) return problem;
   const QuietErrors quiet;
   try {
-    Job job(path, request.options, request.acceptHeic);
+    Thumb job(path, request.options, request.acceptHeic);
     const Resolution resolution = Resolve(request, RenderInChild, &job);
     if (resolution == Resolution::kNone) return WhyNoAnswer(job.GetInfo(), request);
     answer->path = IsTemporary(job) ? KeepApart(job.GetOutputFile()) : job.GetOutputFile();

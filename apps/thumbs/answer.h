@@ -7,18 +7,6 @@
 
 namespace tavithumb::apps {
 
-// A job whose answer may be a thumbnail that the programs have made.
-class Job : public Thumb {
- public:
-  using Thumb::Thumb;
-
-  // Gives the file as the library gives one that it has made on a volume without EA writes.
-  void AnswerWithTemporary(const std::string& path) {
-    outputFile_ = path;
-    type_ = OUTPUT_BROVIX_VAR_TMP;
-  }
-};
-
 // The MIME type of the source itself; for a HEIF picture, whose facts have none, by its name.
 std::string SourceMimeType(const ThumbInfo& source);
 

@@ -20,14 +20,15 @@ namespace {
 constexpr rlim_t mostForHeaders = rlim_t{768} * 1048576;
 
 // HEIC by name and content is marked as the library marks it when it has an Exif block.
-class MakersRecord : public ThumbInfo {
- public:
-  MakersRecord(const ThumbInfo& source, const std::string& type) : ThumbInfo(source) {
-    heic_ = (type == "image/heic" || type == "image/heif") && IsSupportExt({"heic", "heif"}, GetPath());
-    good_ = !heic_;
-    if (good_) mimeType_ = type;
+ThumbInfo WithType(ThumbInfo source, const std::string& type) {
+  const bool isHeif = type == "image/heic" || type == "image/heif";
+  if (isHeif && IsSupportExt({"heic", "heif"}, source.GetPath())) {
+    source.SetHeic();
+  } else {
+    source.SetMimeType(type);
   }
-};
+  return source;
+}
 
 std::string Serialise(const maker::Content& content) {
   std::ostringstream text;
@@ -51,7 +52,7 @@ std::optional<maker::Content> ParseContent(const std::string& text) {
 ThumbInfo KnownFacts(const ThumbInfo& source) {
   if (source.IsGood() || IsSupportVideo(BaseName(source.GetPath()))) return source;
   const std::string type = maker::RecogniseType(source.GetPath());
-  return type.empty() ? source : MakersRecord(source, type);
+  return type.empty() ? source : WithType(source, type);
 }
 
 // Of most sources the library knows the size. Of the few raw files without one it may know the orientation.

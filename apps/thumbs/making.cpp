@@ -99,15 +99,14 @@ Resolution ServeSource(Thumb* job) {
 }
 
 // The answer on a volume that stores no thumbnails; its user deletes it.
-bool MakeTemporary(const Request& request, const PictureDetails& details, Render* render, Job* job) {
+bool MakeTemporary(const Request& request, const PictureDetails& details, Render* render, Thumb* job) {
   const ThumbInfo& source = job->GetInfo();
   const std::string path = file::GetVarTmpPath(source.GetBrovixTmpThumbEAName());
   if (render(source.GetPath(), [&] { return RenderToFile(source, details, request, path); })) return false;
-  job->AnswerWithTemporary(path);
-  return true;
+  return job->SetOutTemporary(path);
 }
 
-bool MakeStored(const Request& request, const PictureDetails& details, Render* render, Job* job) {
+bool MakeStored(const Request& request, const PictureDetails& details, Render* render, Thumb* job) {
   const ThumbInfo& source = job->GetInfo();
   if (render(source.GetPath(), [&] { return RenderAndStore(source, details, {request}, Original::kSource); }))
     return false;
@@ -117,7 +116,8 @@ bool MakeStored(const Request& request, const PictureDetails& details, Render* r
 
 // The library's order: what is stored, then the source where that will do, then a new thumbnail. The job has its facts.
 // Returns nothing if the maker declines the source.
-std::optional<Resolution> ResolveSize(const Request& request, const PictureDetails& details, Render* render, Job* job) {
+std::optional<Resolution> ResolveSize(const Request& request, const PictureDetails& details, Render* render,
+                                      Thumb* job) {
   SetRequest(request, job);
   const ThumbInfo& source = job->GetInfo();
   if (IsOriginalServed(request, source)) return ServeSource(job);
@@ -143,7 +143,7 @@ std::vector<Request> InEachSize(const Request& request, const Thumb& job) {
   return requests;
 }
 
-Resolution ResolveByMaker(const Request& request, Render* render, Job* job) {
+Resolution ResolveByMaker(const Request& request, Render* render, Thumb* job) {
   const PictureDetails details = ReadFactsAndDetails(job);
   if (!request.byLibrary) job->SetFacts(KnownFacts(job->GetInfo()));
   for (const Request& sized : InEachSize(request, *job)) {
@@ -177,7 +177,7 @@ void Improve(const Request& request, Render* render, Thumb* job) {
 
 }  // namespace
 
-Resolution Resolve(const Request& request, Render* render, Job* job) {
+Resolution Resolve(const Request& request, Render* render, Thumb* job) {
   const Resolution byMaker = ResolveByMaker(request, render, job);
   if (byMaker != Resolution::kNone) return byMaker;
   ForgetFacts(job);

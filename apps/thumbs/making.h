@@ -6,7 +6,6 @@
 #include <optional>
 #include <string>
 
-#include "thumbs/answer.h"
 #include "thumbs/rendering.h"
 #include "thumbs/request.h"
 #include "thumbs/source_facts.h"
@@ -23,7 +22,7 @@ enum class Resolution {
 // earlier requests. What the maker declines, the library makes with its tools. `render` is RenderHere() or
 // RenderInChild(). Throws like Thumb::CalcOutputFile(), or FactsTooLarge.
 using Render = std::optional<std::string>(const std::string& source, const Rendering& rendering);
-Resolution Resolve(const Request& request, Render* render, Job* job);
+Resolution Resolve(const Request& request, Render* render, Thumb* job);
 
 // Has the library make it with its tools, from facts that have already been read.
 Resolution MakeByLibrary(const Request& request, const SourceFacts& facts, Thumb* job);

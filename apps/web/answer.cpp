@@ -64,7 +64,7 @@ Found FindSource(const Target& target, const Roots& roots) {
 }
 
 // Only one process at a time makes thumbnails of a source; those that waited find it stored.
-void Make(const Found& source, const Target& target, Job* job, RequestState* state) {
+void Make(const Found& source, const Target& target, Thumb* job, RequestState* state) {
   const SourceLock lock(source.OpenPath());
   const ScratchFolder scratch(state);
   if (Resolve(target.request, RenderHere, job) == Resolution::kNone)
@@ -100,7 +100,7 @@ void AnswerThumb(const Target& target, const Roots& roots, RequestState* state) 
     Thumb stored(source.path, request.options, request.acceptHeic);
     if (FindStored(request, &stored) && IsGoodAnswer(request, stored) && !IsBeingMade(source.OpenPath()))
       return Deliver(&stored, state);
-    Job made(source.path, request.options, request.acceptHeic);
+    Thumb made(source.path, request.options, request.acceptHeic);
     Make(source, target, &made, state);
     Deliver(&made, state);
   });

@@ -22,6 +22,7 @@ never "src/info knows neither commands nor jobs" "$include(commands|job)/" src/i
 never "src/info knows neither commands nor jobs" "$include""tavithumb/(thumb_convert_cmd|libtavithumb)\.h" src/info src/support
 never "src/commands knows no jobs" "$include(job/|tavithumb/libtavithumb)" src/commands
 never "the programs know the library by its public headers alone" "$include(support|info|commands|job)/" apps
+never "the programs do not derive from the job or its facts" '\b(class|struct) .*[:,] *((public|protected|private|virtual) +)*(tavithumb::)?Thumb(Info)?\b' apps maker
 never "apps/system knows nothing about thumbnails" "$include(thumbs|command|web|convert|tavithumb)/" apps/system
 never "apps/thumbs knows no program" "$include(command|web|convert)/" apps/thumbs
 never "the programs know nothing of each other" "$include(web|convert)/" apps/command
