@@ -280,7 +280,7 @@ TEST_F(Clean, LeavesLinksAndTheirTargets) {
   fs::create_directories(folder / "c");
   fs::create_directory_symlink(other / ".tavi_ea", folder / "c/.tavi_ea");  // for those of a folder
   fs::create_directory_symlink(other.Path(), folder / "d");                 // for a folder
-  fs::create_symlink(other / kMediumJpeg, TmpPath("kMediumJpeg.1.2.3.jpg"));
+  fs::create_symlink(other / kMediumJpeg, TmpPath("thumb.1.2.3.jpg"));
   fs::create_directory_symlink(other.Path(), TmpPath("tavithumb-web.abcdef"));
   const std::vector<std::string> before = Tree(folder.Path());
   const std::vector<std::string> behind = Tree(other.Path());
@@ -288,7 +288,7 @@ TEST_F(Clean, LeavesLinksAndTheirTargets) {
   Expect({"."}, "freed 0 bytes in 0 files\n");
   EXPECT_EQ(Tree(folder.Path()), before);
   EXPECT_EQ(Tree(other.Path()), behind);
-  EXPECT_EQ(Names(TmpPath("")), (std::vector<std::string>{"tavithumb-web.abcdef", "kMediumJpeg.1.2.3.jpg"}));
+  EXPECT_EQ(Names(TmpPath("")), (std::vector<std::string>{"tavithumb-web.abcdef", "thumb.1.2.3.jpg"}));
 }
 
 TEST_F(Clean, LeavesFoldersAndPipesWithAThumbnailsName) {
@@ -296,12 +296,12 @@ TEST_F(Clean, LeavesFoldersAndPipesWithAThumbnailsName) {
   fs::remove(EntryOf(folder / "gone.jpg", kMediumJpeg));
   fs::create_directory(EntryOf(folder / "gone.jpg", kMediumJpeg));
   ASSERT_EQ(mkfifo(EntryOf(folder / "gone.jpg", "TAVIFILE_THUMB_S.jpg").c_str(), 0600), 0);
-  fs::create_directory(TmpPath("kMediumJpeg.1.2.3.jpg"));
+  fs::create_directory(TmpPath("thumb.1.2.3.jpg"));
   const std::vector<std::string> before = Tree(folder.Path());
   isLater = true;
   Expect({"."}, "freed 0 bytes in 0 files\n");
   EXPECT_EQ(Tree(folder.Path()), before);
-  EXPECT_EQ(Names(TmpPath("")), std::vector<std::string>{"kMediumJpeg.1.2.3.jpg"});
+  EXPECT_EQ(Names(TmpPath("")), std::vector<std::string>{"thumb.1.2.3.jpg"});
 }
 
 TEST_F(Clean, FollowsALinkToAFolderOnlyIfItEndsWithASlash) {
@@ -354,15 +354,15 @@ TEST_F(Clean, SkipsASourceWhoseThumbnailIsBeingMade) {
 }
 
 TEST_F(Clean, RemovesItsOwnOldTemporaryFilesWhateverPathIsGiven) {
-  const std::vector<std::string> left = {TmpPath("tavithumb-web.abcdef/magick-1234"), TmpPath("kMediumJpeg.1.2.3.jpg"),
+  const std::vector<std::string> left = {TmpPath("tavithumb-web.abcdef/magick-1234"), TmpPath("thumb.1.2.3.jpg"),
                                          VarTmpPath("convert_thumbnail__1700000000new\nline.gif"),
                                          VarTmpPath("tavithumb_TAVIFILETMP_THUMB_r1.jpg_1234_1700000000")};
   for (const std::string& path : left) {
     WriteFile(path, "1234567890");
     SetTimes(path, 1, 1);
   }
-  for (const std::string& path : {TmpPath("kMediumJpeg.jpg"), TmpPath("magick-1234"),
-                                  VarTmpPath("kMediumJpeg.1.2.3.jpg"), VarTmpPath("tavithumb_abc_1_2")}) {
+  for (const std::string& path :
+       {TmpPath("thumb.jpg"), TmpPath("magick-1234"), VarTmpPath("thumb.1.2.3.jpg"), VarTmpPath("tavithumb_abc_1_2")}) {
     WriteFile(path, "somebody's");
   }
   const std::vector<std::string> before = Tree(system.Path());
@@ -376,20 +376,19 @@ TEST_F(Clean, RemovesItsOwnOldTemporaryFilesWhateverPathIsGiven) {
     Expect(isDryRun ? std::vector<std::string>{"--dry-run", "."} : std::vector<std::string>{"."},
            begin + told +                                                                               //
                begin + " /tmp/tavithumb-web.abcdef: nothing is left in it\n" +                          //
-               begin + " /tmp/kMediumJpeg.1.2.3.jpg: it was left behind\n" +                            //
+               begin + " /tmp/thumb.1.2.3.jpg: it was left behind\n" +                                  //
                begin + " /var/tmp/convert_thumbnail__1700000000new\\nline.gif: it was left behind\n" +  //
                begin + " /var/tmp/tavithumb_TAVIFILETMP_THUMB_r1.jpg_1234_1700000000: it was left behind\n" +
                (isDryRun ? "would free" : "freed") + " 40 bytes in 4 files\n");
     EXPECT_EQ(Tree(system.Path()) == before, isDryRun);
   }
-  EXPECT_EQ(Tree(system.Path()),
-            (std::vector<std::string>{"tmp", "tmp/magick-1234", "tmp/kMediumJpeg.jpg", "var", "var/tmp",
-                                      "var/tmp/tavithumb_abc_1_2", "var/tmp/kMediumJpeg.1.2.3.jpg"}));
+  EXPECT_EQ(Tree(system.Path()), (std::vector<std::string>{"tmp", "tmp/magick-1234", "tmp/thumb.jpg", "var", "var/tmp",
+                                                           "var/tmp/tavithumb_abc_1_2", "var/tmp/thumb.1.2.3.jpg"}));
 }
 
 TEST_F(Clean, LeavesOtherUsersTemporaryFiles) {
   if (geteuid() != 0) GTEST_SKIP() << "needs root";
-  for (const std::string& path : {TmpPath("kMediumJpeg.1.2.3.jpg"), TmpPath("tavithumb-web.abcdef/file")}) {
+  for (const std::string& path : {TmpPath("thumb.1.2.3.jpg"), TmpPath("tavithumb-web.abcdef/file")}) {
     WriteFile(path, "another's");
     ASSERT_EQ(chown(path.c_str(), kNobody, kNobody), 0);
   }

@@ -71,14 +71,14 @@ TEST_F(List, PrintsOneAlignedTableWithTheTypesOfTheContent) {
   WriteFile(folder / "a.jpg", "photo");
   WriteFile(folder / "b.png", "photo");
   WriteFile(folder / "none.jpg", "photo");
-  MakeBmp(folder / "kMediumJpeg.bmp", 60, 40);
-  MakePng(folder / "kMediumJpeg.png", 6, 4);
-  Store("a.jpg", "TAVIFILE_THUMB_M.jpg", ReadFile(folder / "kMediumJpeg.bmp"));
+  MakeBmp(folder / "thumb.bmp", 60, 40);
+  MakePng(folder / "thumb.png", 6, 4);
+  Store("a.jpg", "TAVIFILE_THUMB_M.jpg", ReadFile(folder / "thumb.bmp"));
   Store("a.jpg", "TAVIFILE_THUMB_S.jpg", "no picture");
-  Store("b.png", "TAVIAVATAR_9x9_r-1.png", ReadFile(folder / "kMediumJpeg.png"));
+  Store("b.png", "TAVIAVATAR_9x9_r-1.png", ReadFile(folder / "thumb.png"));
   SetTimes(Place("b.png", "TAVIAVATAR_9x9_r-1.png"), 1, ModificationTime(folder / "b.png") - 1);
-  const std::string bmpBytes = std::to_string(fs::file_size(folder / "kMediumJpeg.bmp"));
-  const std::string pngBytes = std::to_string(fs::file_size(folder / "kMediumJpeg.png"));
+  const std::string bmpBytes = std::to_string(fs::file_size(folder / "thumb.bmp"));
+  const std::string pngBytes = std::to_string(fs::file_size(folder / "thumb.png"));
   ASSERT_EQ(bmpBytes.size(), 4u);
   ASSERT_EQ(pngBytes.size(), 3u);
   ExpectTable({"a.jpg", "missing.jpg", "none.jpg", "b.png"},

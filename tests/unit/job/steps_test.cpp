@@ -333,7 +333,7 @@ TEST_F(Steps, KnowWhetherTheSourceItselfServes) {
 }
 
 TEST_F(Steps, AnswerWithATemporaryFileOfTheCallersAndLeaveItToTheCaller) {
-  const std::string temporary = Source("made.png", "made");
+  const std::string made = Source("made.png", "made");
   for (const auto& [size, needDelete] : {std::pair{"original", false}, {"medium", true}}) {
     SCOPED_TRACE(size);
     {
@@ -341,15 +341,15 @@ TEST_F(Steps, AnswerWithATemporaryFileOfTheCallersAndLeaveItToTheCaller) {
       SetRequest(&job, size);
       job.needDelete_ = needDelete;
       EXPECT_TRUE(job.SetOutOriginalImage());
-      EXPECT_TRUE(job.SetOutTemporary(temporary));
-      EXPECT_EQ(job.GetOutputFile(), temporary);
+      EXPECT_TRUE(job.SetOutTemporary(made));
+      EXPECT_EQ(job.GetOutputFile(), made);
       EXPECT_EQ(job.GetOutputTypeCode(), Thumb::OUTPUT_BROVIX_VAR_TMP);
       EXPECT_EQ(job.GetOutputType(), "BrovixVarTmp");
       EXPECT_EQ(job.IsNeedDelete(), needDelete);
       EXPECT_EQ(job.GetInfo().GetSize(), size);
       EXPECT_FALSE(job.GetInfo().IsGood());
     }
-    EXPECT_EQ(ReadFile(temporary), "made");
+    EXPECT_EQ(ReadFile(made), "made");
     EXPECT_EQ(Names(folder.Path()), (Listing{"a.jpg", "made.png"}));
   }
   EXPECT_TRUE(Thumb(Source("a.jpg"), 0, false).SetOutTemporary("/nowhere/made.png"));
