@@ -44,6 +44,10 @@ std::string OutputOf(JxlEncoder* encoder) {
   return file;
 }
 
+std::string SizeText(int width, int height) {
+  return std::to_string(width) + "x" + std::to_string(height);
+}
+
 std::string BigEndian(std::uint64_t number, int size) {
   std::string bytes;
   for (int shift = 8 * (size - 1); shift >= 0; shift -= 8) bytes.push_back(static_cast<char>(number >> shift & 0xFF));
@@ -54,21 +58,7 @@ std::string Box(const std::string& type, const std::string& content) {
   return BigEndian(8 + content.size(), 4) + type + content;
 }
 
-}  // namespace
-
-void MakeWebp(const std::string& path, int width, int height) {
-  const TempDir directory;
-  MakePng(directory / "scene.png", width, height);
-  RunTool({"/usr/bin/convert", directory / "scene.png", "-quality", "90", "webp:" + path});
-}
-
-void MakeAvif(const std::string& path, int width, int height) {
-  const TempDir directory;
-  MakeJpeg(directory / "scene.jpg", width, height);
-  RunTool({"/usr/bin/heif-enc", "-A", "-q", "80", directory / "scene.jpg", "-o", path});
-}
-
-void MakeJxl(const std::string& path, int width, int height, int orientation) {
+void DrawJxl(const std::string& path, int width, int height, int orientation) {
   const TempDir directory;
   MakePng(directory / "scene.png", width, height);
   const std::string samples = RunTool({"/usr/bin/convert", directory / "scene.png", "-depth", "8", "rgb:-"});
@@ -84,6 +74,29 @@ void MakeJxl(const std::string& path, int width, int height, int orientation) {
   Check(JxlEncoderAddImageFrame(settings, &format, samples.data(), samples.size()));
   JxlEncoderCloseInput(encoder.get());
   WriteFile(path, OutputOf(encoder.get()));
+}
+
+}  // namespace
+
+void MakeWebp(const std::string& path, int width, int height) {
+  DrawOnce("webp " + SizeText(width, height), path, [&](const std::string& target) {
+    const TempDir directory;
+    MakePng(directory / "scene.png", width, height);
+    RunTool({"/usr/bin/convert", directory / "scene.png", "-quality", "90", "webp:" + target});
+  });
+}
+
+void MakeAvif(const std::string& path, int width, int height) {
+  DrawOnce("avif " + SizeText(width, height), path, [&](const std::string& target) {
+    const TempDir directory;
+    MakeJpeg(directory / "scene.jpg", width, height);
+    RunTool({"/usr/bin/heif-enc", "-A", "-q", "80", directory / "scene.jpg", "-o", target});
+  });
+}
+
+void MakeJxl(const std::string& path, int width, int height, int orientation) {
+  DrawOnce("jxl " + SizeText(width, height) + " " + std::to_string(orientation), path,
+           [&](const std::string& target) { DrawJxl(target, width, height, orientation); });
 }
 
 void MakeHif(const std::string& path, int width, int height) {

@@ -58,12 +58,15 @@ void Append(std::vector<std::string>& argv, const std::vector<std::string>& more
   argv.insert(argv.end(), more.begin(), more.end());
 }
 
-void MakeStill(const std::string& target, int width, int height, const std::vector<std::string>& options) {
-  std::vector<std::string> argv = {kConvert};
-  Append(argv, Scene(width, height));
-  Append(argv, options);
-  argv.push_back(target);
-  RunTool(argv);
+void MakeStill(const std::string& format, const std::string& path, int width, int height,
+               const std::vector<std::string>& options) {
+  DrawOnce(format + " " + Box(width, height), path, [&](const std::string& target) {
+    std::vector<std::string> argv = {kConvert};
+    Append(argv, Scene(width, height));
+    Append(argv, options);
+    argv.push_back(format + ":" + target);
+    RunTool(argv);
+  });
 }
 
 std::string BigEndian(std::size_t number) {
@@ -134,42 +137,58 @@ void ChangeExif(const std::string& path, Change change) {
 
 }  // namespace
 
+void DrawOnce(const std::string& name, const std::string& path, const std::function<void(const std::string&)>& draw) {
+  const std::string folder = DRAWN_PICTURES;
+  if (access(folder.c_str(), W_OK) != 0) return draw(path);
+  const std::string drawn = folder + "/" + name;
+  if (!Exists(drawn)) {
+    const std::string unfinished = drawn + " " + std::to_string(getpid());
+    draw(unfinished);
+    fs::rename(unfinished, drawn);
+  }
+  fs::copy_file(drawn, path, fs::copy_options::overwrite_existing);
+}
+
 void MakeJpeg(const std::string& path, int width, int height) {
-  MakeStill("jpg:" + path, width, height, {"-quality", "90"});
+  MakeStill("jpg", path, width, height, {"-quality", "90"});
 }
 
 void MakePng(const std::string& path, int width, int height) {
-  MakeStill("png:" + path, width, height, {});
+  MakeStill("png", path, width, height, {});
 }
 
 void MakeBmp(const std::string& path, int width, int height) {
-  MakeStill("bmp3:" + path, width, height, {});
+  MakeStill("bmp3", path, width, height, {});
 }
 
 void MakeTiff(const std::string& path, int width, int height) {
-  MakeStill("tiff:" + path, width, height, {});
+  MakeStill("tiff", path, width, height, {});
 }
 
 void MakeGif(const std::string& path, int width, int height, int frames) {
-  std::vector<std::string> argv = {kConvert, "-delay", "10", "-loop", "0"};
-  for (int frame = 0; frame < frames; ++frame) {
-    const std::string left = std::to_string(160 + 10 * frame);
-    const std::string right = std::to_string(168 + 10 * frame);
-    argv.push_back("(");
-    Append(argv, Scene(300, 200));
-    Append(argv, {"-fill", "white", "-draw", "rectangle " + left + ",160 " + right + ",180", "-resize",
-                  Box(width, height) + "!", ")"});
-  }
-  Append(argv, {"-layers", "optimize", "gif:" + path});
-  RunTool(argv);
+  DrawOnce("gif " + Box(width, height) + " " + std::to_string(frames), path, [&](const std::string& target) {
+    std::vector<std::string> argv = {kConvert, "-delay", "10", "-loop", "0"};
+    for (int frame = 0; frame < frames; ++frame) {
+      const std::string left = std::to_string(160 + 10 * frame);
+      const std::string right = std::to_string(168 + 10 * frame);
+      argv.push_back("(");
+      Append(argv, Scene(300, 200));
+      Append(argv, {"-fill", "white", "-draw", "rectangle " + left + ",160 " + right + ",180", "-resize",
+                    Box(width, height) + "!", ")"});
+    }
+    Append(argv, {"-layers", "optimize", "gif:" + target});
+    RunTool(argv);
+  });
 }
 
 void MakeHeic(const std::string& path, int width, int height, bool withExif) {
-  const TempDir directory;
-  const std::string jpeg = directory / "scene.jpg";
-  MakeJpeg(jpeg, width, height);
-  if (withExif) SetExif(jpeg, {{"Exif.Image.Make", "Test"}});
-  RunTool({kHeifEnc, "-q", "80", jpeg, "-o", path});
+  DrawOnce((withExif ? "heic with Exif " : "heic ") + Box(width, height), path, [&](const std::string& target) {
+    const TempDir directory;
+    const std::string jpeg = directory / "scene.jpg";
+    MakeJpeg(jpeg, width, height);
+    if (withExif) SetExif(jpeg, {{"Exif.Image.Make", "Test"}});
+    RunTool({kHeifEnc, "-q", "80", jpeg, "-o", target});
+  });
 }
 
 void MakeRaf(const std::string& path, const std::string& jpegPath) {

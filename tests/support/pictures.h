@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -25,6 +26,10 @@ void MakeRaf(const std::string& path, const std::string& jpegPath);
 void SetExif(const std::string& path, const std::vector<std::pair<std::string, std::string>>& values);
 // Stores a JPEG in the Exif block of another as its embedded preview.
 void SetPreview(const std::string& path, const std::string& previewPath);
+
+// Tests need the same pictures hundreds of times: `draw` draws the one of this name into the file that it gets, once
+// per build, and `path` becomes a copy. Users who can't write to the build draw it each time.
+void DrawOnce(const std::string& name, const std::string& path, const std::function<void(const std::string&)>& draw);
 
 // What a picture file really is, by its content.
 struct PictureFacts {
