@@ -2,11 +2,13 @@
 #include "command/make.h"
 
 #include <poll.h>
+#include <tavithumb/util.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <csignal>
 #include <exception>
+#include <filesystem>
 #include <set>
 #include <utility>
 
@@ -22,6 +24,18 @@
 
 namespace tavithumb::apps::command {
 namespace {
+
+// Where the thumbnails of these names are stored. Those in a list may lie anywhere.
+std::vector<std::string> FoldersOf(const MakeRequest& request) {
+  std::vector<std::string> folders;
+  if (request.list) folders.emplace_back("/");
+  for (const std::string& name : request.names) {
+    const std::string path = AbsolutePath(name);
+    std::error_code ignored;
+    folders.push_back(std::filesystem::is_directory(path, ignored) ? path : file::Dirname(path));
+  }
+  return folders;
+}
 
 // One run: names go from the walk to the pool, results from there to the summary and to the output.
 class Run {
@@ -154,6 +168,7 @@ void Run::ReportWhereItStopped() {
 }  // namespace
 
 MakeOutcome Make(MakeRequest request) {
+  request.order.folders = FoldersOf(request);
   return Run(std::move(request)).Execute();
 }
 

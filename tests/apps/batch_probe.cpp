@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // Loaded into the command before the platform's libraries: writes a line for each started tool to the file
-// $PROBE_FILE, makes the tools misbehave as the name of their file says, and makes clocks run $PROBE_SPEED times as
-// fast.
+// $PROBE_FILE, makes the tools or their worker misbehave as the name of their file says, and makes clocks run
+// $PROBE_SPEED times as fast.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <poll.h>
@@ -65,6 +65,13 @@ int Hang() {
   return Run(hang[0], hang, 1);
 }
 
+// What a decoder might do for whoever has written the picture.
+void Stray() {
+  const int opened = open(Variable("PROBE_STRAY").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+  Note(opened == -1 ? "cannot write elsewhere" : "writes elsewhere");
+  if (opened != -1) close(opened);
+}
+
 // Continues when the file $PROBE_GATE exists.
 void AwaitGate() {
   Note("waits");
@@ -87,6 +94,7 @@ __attribute__((visibility("default"))) int TLIBCExecv(const char* path, const ch
   if (all.find("/hang") != std::string::npos) return Hang();
   if (all.find("/cut") != std::string::npos) return LoseTheEnd(path, argv, wait);
   if (all.find("/wait") != std::string::npos) AwaitGate();
+  if (all.find("/stray") != std::string::npos) Stray();
   return Run(path, argv, wait);
 }
 

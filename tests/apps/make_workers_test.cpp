@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // How `tavithumb make` handles files that kill or block its workers, and interruptions.
+#include <linux/landlock.h>
 #include <pictures.h>
 #include <signal.h>
 #include <sys/mount.h>
+#include <sys/syscall.h>
 
 #include <fstream>
 
@@ -209,6 +211,32 @@ TEST_F(MakeWorkers, WorkersAndToolsAreInGroupsOfTheirOwn) {
   Interrupt(process, SIGINT);
   kill(process, SIGINT);
   run.Await(process);
+}
+
+TEST_F(MakeWorkers, WriteOnlyWhereThumbnailsAreStored) {
+  if (syscall(SYS_landlock_create_ruleset, nullptr, 0, LANDLOCK_CREATE_RULESET_VERSION) < 1) {
+    GTEST_SKIP() << "needs a kernel with Landlock";
+  }
+  const std::string photo = Picture("stray.png");
+  const fs::path elsewhere = "/dev/shm/tavithumb-stray-" + std::to_string(getpid());
+  WriteFile(notes / "list", photo + "\n");
+  struct {
+    Strings arguments;
+    bool isEverywhere;
+  } const rows[] = {{{photo}, false}, {{folder.Path()}, false}, {{"--files-from", notes / "list"}, true}};
+  for (const auto& row : rows) {
+    Start start = ProbedStart();
+    start.environment.push_back("PROBE_STRAY=" + elsewhere.string());
+    Strings words = {"make", "--library", "--sizes", "small"};
+    words.insert(words.end(), row.arguments.begin(), row.arguments.end());
+    const Outcome outcome = run(words, start);
+    EXPECT_EQ(outcome.code, 0) << outcome;
+    EXPECT_TRUE(IsMade(photo)) << outcome;
+    EXPECT_EQ(Count("cannot write elsewhere"), row.isEverywhere ? 0u : 1u) << outcome;
+    EXPECT_EQ(fs::remove(elsewhere), row.isEverywhere) << outcome;
+    fs::remove_all(folder / ".tavi_ea");
+    fs::remove(noted);
+  }
 }
 
 }  // namespace

@@ -17,6 +17,7 @@ struct Order {
   bool isDryRun = false;           // make nothing; thumbnails that would be made count as made
   bool byLibrary = false;          // as Request says
   int quality = 80;
+  std::vector<std::string> folders = {};  // where thumbnails may be stored, with everything below
 };
 
 // An unfinished thumbnail: names in the EA directory of its source.

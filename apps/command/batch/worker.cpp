@@ -4,12 +4,14 @@
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <tavithumb/util.h>
 
 #include <cstdlib>
 #include <filesystem>
 #include <system_error>
 
 #include "command/batch/report.h"
+#include "system/file_rules.h"
 #include "thumbs/temporary_files.h"
 
 namespace tavithumb::apps::command {
@@ -20,9 +22,22 @@ void Send(int channel, const Report& report) {
   send(channel, message.data(), message.size(), MSG_NOSIGNAL);
 }
 
+// A file that takes a decoder over can read what its user can, but store only where thumbnails are, and run only the
+// system's programs.
+void EnterRules(const Order& order) {
+  FileRules rules;
+  rules.Allow("/", FileRules::Access::kRead);
+  rules.AllowSystem();
+  for (const std::string& folder : order.folders) rules.Allow(folder, FileRules::Access::kStore);
+  for (const char* folder : file::TEMPORARY_FOLDERS) rules.Allow(folder, FileRules::Access::kStore);
+  rules.Allow(std::filesystem::temp_directory_path(), FileRules::Access::kStore);
+  rules.Enter();
+}
+
 }  // namespace
 
 void RunWorkerLoop(int channel, const std::string& scratch, const Order& order) {
+  EnterRules(order);
   UseScratchFolder(scratch);
   // The workers already run in parallel: their tools need no threads.
   setenv("MAGICK_THREAD_LIMIT", "1", 0);  // NOLINT(concurrency-mt-unsafe): there is one thread
