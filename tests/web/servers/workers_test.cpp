@@ -252,6 +252,9 @@ TEST(Workers, KillTheToolsOfOneThatWasKilled) {
 std::vector<std::string> AskAtOnce(const Site& site, std::size_t count) {
   std::vector<int> connections;
   const std::string request = ScgiRequest(GetOf(kSmall));
+  // The connection that showed that it listens comes before this one, and has a worker too.
+  site.Scgi(GetOf("/list/"));
+  AwaitNoChildren(site);
   site.Program().Signal(SIGSTOP);
   while (connections.size() < count) {
     connections.push_back(site.ConnectScgi());
