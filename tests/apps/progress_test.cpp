@@ -6,6 +6,7 @@
 #include <signal.h>
 #include <sys/ioctl.h>
 
+#include <algorithm>
 #include <functional>
 #include <mutex>
 #include <thread>

@@ -12,6 +12,7 @@
 #include <tavithumb/error.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <climits>

@@ -3,6 +3,7 @@
 #include <sched.h>
 #include <sys/mount.h>
 
+#include <algorithm>
 #include <ctime>
 
 #include "real_support.h"

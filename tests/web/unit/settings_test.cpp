@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <temp_dir.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <stdexcept>
