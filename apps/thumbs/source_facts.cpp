@@ -9,10 +9,16 @@ namespace tavithumb::apps {
 SourceFacts::SourceFacts(const std::string& path) : info_(path, "original", Thumb::strThumbSizeMap_.at("original")) {
   stat(path.c_str(), &record_);
   try {
-    ReadInBounds([this] { details_ = info_.ExtractImgInfoAndDetails(); });
+    ReadInBounds([this] { readDetails_ = info_.ExtractImgInfoForDetails(); });
   } catch (const Error& error) {
     if (error.Code() != kNoFacts) throw;
+    details_.emplace();
   }
+}
+
+const PictureDetails& SourceFacts::Details() const {
+  if (!details_) ReadInBounds([this] { details_ = readDetails_(); });
+  return *details_;
 }
 
 bool SourceFacts::AreCurrent() const {

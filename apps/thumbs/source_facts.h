@@ -4,13 +4,15 @@
 #include <sys/stat.h>
 #include <tavithumb/libtavithumb.h>
 
+#include <functional>
+#include <optional>
 #include <string>
 
 #include "thumbs/known_facts.h"
 
 namespace tavithumb::apps {
 
-// The facts of one source, read once for all jobs that make a thumbnail of it.
+// The facts of one source, read once for all jobs that make a thumbnail of it; the details only if one needs them.
 class SourceFacts {
  public:
   // Throws like ReadInBounds(), except that missing facts are not an error.
@@ -20,18 +22,20 @@ class SourceFacts {
   bool AreCurrent() const;
 
   // Whether an embedded preview would become the thumbnail for the request of `job`, which has these facts.
-  bool HavePreviewFor(const Thumb& job) const { return job.GetInfo().HasFittingPreview(details_.previews); }
+  bool HavePreviewFor(const Thumb& job) const { return job.GetInfo().HasFittingPreview(Details().previews); }
 
   const ThumbInfo& OfLibrary() const { return info_; }
 
   // With those of the maker where the library has none.
   ThumbInfo Known() const { return KnownFacts(info_); }
 
-  const PictureDetails& Details() const { return details_; }
+  // Throws like the constructor.
+  const PictureDetails& Details() const;
 
  private:
   ThumbInfo info_;
-  PictureDetails details_;
+  std::function<PictureDetails()> readDetails_;
+  mutable std::optional<PictureDetails> details_;
   struct stat record_ = {};
 };
 

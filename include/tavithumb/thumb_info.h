@@ -94,6 +94,11 @@ class TAVITHUMB_API ThumbInfo {
   /// Writes nothing, and keeps the path of a preview extracted earlier. Throws like ExtractImgInfo().
   PictureDetails ExtractImgInfoAndDetails();
 
+  /// Reads the same facts, and returns a function that reads everything else when it is called, for a caller that
+  /// mostly needs the facts alone: the rest takes as long again. The function keeps what was read in memory, opens the
+  /// file again only for the previews, and does not depend on this record. Both throw like ExtractImgInfo().
+  std::function<PictureDetails()> ExtractImgInfoForDetails();
+
   /// Measures the file as a HEIF image and marks the record as HEIC if its first metadata block is Exif. Otherwise sets
   /// nothing; failures of libheif are logged. Throws no exceptions of its own.
   void CheckAndGetHeif();
@@ -196,11 +201,9 @@ class TAVITHUMB_API ThumbInfo {
   std::uint32_t ReadWithExiv2(bool withPreview);
   void SetOrientation(std::uint32_t index);
 
-  /// Handles the previews while the image is open.
-  using PreviewStep = std::function<void(const std::unique_ptr<Exiv2::Image>&)>;
-  TAVITHUMB_LOCAL std::uint32_t ReadWithExiv2(const PreviewStep& previewStep);
+  /// Reads type and size; call it under the lock.
+  TAVITHUMB_LOCAL std::unique_ptr<Exiv2::Image> ReadWithExiv2();
   TAVITHUMB_LOCAL void Extract(const std::function<std::uint32_t()>& read);
-  TAVITHUMB_LOCAL static std::vector<PreviewCandidate> PreviewsOf(const Exiv2::Image& image);
 };
 
 }  // namespace tavithumb

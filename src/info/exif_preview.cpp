@@ -55,10 +55,6 @@ std::optional<std::size_t> ChoosePreview(const std::vector<PreviewCandidate>& pr
   return best;
 }
 
-std::vector<PreviewCandidate> ThumbInfo::PreviewsOf(const Exiv2::Image& image) {
-  return Candidates(Exiv2::PreviewManager(image).getPreviewProperties());
-}
-
 bool ThumbInfo::HasFittingPreview(const std::vector<PreviewCandidate>& previews) const {
   return ChoosePreview(previews, mimeType_, dimension_).has_value();
 }

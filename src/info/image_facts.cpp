@@ -42,6 +42,14 @@ bool IsHeifName(const std::string& path) {
   return extension == "heif" || extension == "heic";
 }
 
+[[noreturn]] void FailWith(const Exiv2::Error& error) {
+  const int code = Exiv2Code(error);
+  if (code == kExiv2CannotOpen) throw Error(603, error.what());
+  if (code == kExiv2UnknownType) throw Error(602, error.what());
+  syslog(LOG_ERR, TAVITHUMB_LOG("Exiv2 exception: E%d %s"), "thumb_info", 129, "ExtractImgInfo", code, error.what());
+  throw Error(601, error.what());
+}
+
 }  // namespace
 
 const std::string ThumbInfo::stdOrientationKey = "Exif.Image.Orientation";
@@ -63,16 +71,36 @@ void ThumbInfo::ExtractImgInfo(bool withPreview) {
 
 std::vector<PreviewCandidate> ThumbInfo::ExtractImgInfoAndPreviews() {
   std::vector<PreviewCandidate> previews;
-  Extract([&] { return ReadWithExiv2([&](const auto& image) { previews = PreviewsOf(*image); }); });
+  Extract([&] {
+    const std::lock_guard<std::mutex> lock(exiv2_mutex_);
+    const std::unique_ptr<Exiv2::Image> image = ReadWithExiv2();
+    previews = Candidates(Exiv2::PreviewManager(*image).getPreviewProperties());
+    return OrientationIndex(image->exifData());
+  });
   return previews;
 }
 
-PictureDetails ThumbInfo::ExtractImgInfoAndDetails() {
-  PictureDetails details;
+std::function<PictureDetails()> ThumbInfo::ExtractImgInfoForDetails() {
+  std::shared_ptr<const Exiv2::Image> image;
+  std::uint32_t orientation = 0;
   Extract([&] {
-    return ReadWithExiv2([&](const auto& image) { details = DetailsOf(*image, OrientationIndex(image->exifData())); });
+    const std::lock_guard<std::mutex> lock(exiv2_mutex_);
+    image.reset(ReadWithExiv2().release());
+    return orientation = OrientationIndex(image->exifData());
   });
-  return details;
+  if (!image) return [] { return PictureDetails(); };
+  return [image, orientation] {
+    const std::lock_guard<std::mutex> lock(exiv2_mutex_);
+    try {
+      return DetailsOf(*image, orientation);
+    } catch (const Exiv2::Error& error) {
+      FailWith(error);
+    }
+  };
+}
+
+PictureDetails ThumbInfo::ExtractImgInfoAndDetails() {
+  return ExtractImgInfoForDetails()();
 }
 
 void ThumbInfo::Extract(const std::function<std::uint32_t()>& read) {
@@ -81,34 +109,27 @@ void ThumbInfo::Extract(const std::function<std::uint32_t()>& read) {
     SetOrientation(read());
     good_ = true;
   } catch (const Exiv2::Error& error) {
-    const int code = Exiv2Code(error);
-    if (code == kExiv2CannotOpen) throw Error(603, error.what());
-    if (code == kExiv2UnknownType) {
-      if (IsHeifName(path_)) CheckAndGetHeif();
-      if (IsHeic()) return;
-      throw Error(602, error.what());
-    }
-    syslog(LOG_ERR, TAVITHUMB_LOG("Exiv2 exception: E%d %s"), "thumb_info", 129, "ExtractImgInfo", code, error.what());
-    throw Error(601, error.what());
+    const bool isUnknown = Exiv2Code(error) == kExiv2UnknownType;
+    if (isUnknown && IsHeifName(path_)) CheckAndGetHeif();
+    if (!isUnknown || !IsHeic()) FailWith(error);
   }
 }
 
 std::uint32_t ThumbInfo::ReadWithExiv2(bool withPreview) {
-  return ReadWithExiv2([&](const auto& image) {
-    if (withPreview) ExtractEXIFPreviewInfo(image);
-  });
+  const std::lock_guard<std::mutex> lock(exiv2_mutex_);
+  const std::unique_ptr<Exiv2::Image> image = ReadWithExiv2();
+  if (withPreview) ExtractEXIFPreviewInfo(image);
+  return OrientationIndex(image->exifData());
 }
 
-std::uint32_t ThumbInfo::ReadWithExiv2(const PreviewStep& previewStep) {
-  const std::lock_guard<std::mutex> lock(exiv2_mutex_);
-  const std::unique_ptr<Exiv2::Image> image(Exiv2::ImageFactory::open(path_, true).release());
+std::unique_ptr<Exiv2::Image> ThumbInfo::ReadWithExiv2() {
+  std::unique_ptr<Exiv2::Image> image(Exiv2::ImageFactory::open(path_, true).release());
   RefuseContainers(*image, path_);
   image->readMetadata();
   mimeType_ = image->mimeType();
   width_ = static_cast<std::uint32_t>(image->pixelWidth());
   height_ = static_cast<std::uint32_t>(image->pixelHeight());
-  previewStep(image);
-  return OrientationIndex(image->exifData());
+  return image;
 }
 
 void ThumbInfo::SetOrientation(std::uint32_t index) {

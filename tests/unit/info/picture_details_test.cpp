@@ -4,11 +4,14 @@
 #include <temp_dir.h>
 
 #include <filesystem>
+#include <functional>
+#include <memory>
 #include <ostream>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "tavithumb/error.h"
 #include "tavithumb/thumb_info.h"
 
 namespace tavithumb {
@@ -68,6 +71,36 @@ TEST_F(Details, AreReadTogetherWithTheFacts) {
   EXPECT_EQ(details.cameraMake, "Acme");
   EXPECT_EQ(details.cameraModel, "C1");
   EXPECT_EQ(details.timeTaken, "2024-05-01T12:30:00");
+}
+
+TEST_F(Details, CanBeReadLaterThanTheFacts) {
+  With({{"Exif.Image.Make", "Acme"}, {"Exif.Image.Orientation", "6"}});
+  auto info = std::make_unique<ThumbInfo>(source, "small", ThumbDimension{120, 120});
+  const std::function<PictureDetails()> read = info->ExtractImgInfoForDetails();
+  EXPECT_TRUE(info->IsGood());
+  EXPECT_EQ(info->GetWidth(), 900u);
+  EXPECT_EQ(info->GetRotate(), 1);
+  info.reset();
+  for (int i = 0; i < 2; ++i) {
+    const PictureDetails details = read();
+    EXPECT_EQ(details.cameraMake, "Acme");
+    EXPECT_EQ(details.jpegPreviews, std::vector<Bytes>{Preview()});
+  }
+}
+
+// Unlike a JPEG's, the previews of camera raw are not part of the Exif data, which is in memory.
+TEST_F(Details, ReadLaterFailLikeTheFactsIfTheSourceIsGone) {
+  With({});
+  test::MakeRaf(folder / "a.raf", source);
+  ThumbInfo info(folder / "a.raf", "small", {120, 120});
+  const std::function<PictureDetails()> read = info.ExtractImgInfoForDetails();
+  std::filesystem::remove(folder / "a.raf");
+  try {
+    read();
+    ADD_FAILURE() << "no error";
+  } catch (const Error& error) {
+    EXPECT_EQ(error.Code(), 603);
+  }
 }
 
 TEST_F(Details, AreEmptyWhereNothingIsKnown) {
