@@ -15,11 +15,11 @@
 #include <vector>
 
 #include "maker/maker.h"
-#include "system/bounded_data.h"
 #include "system/descriptors.h"
 #include "system/file_descriptor.h"
 #include "system/file_rules.h"
 #include "system/limited_child.h"
+#include "system/soft_limit.h"
 
 namespace tavithumb::apps::convert {
 namespace {

@@ -16,7 +16,7 @@
 namespace tavithumb::apps {
 namespace {
 
-constexpr ChildLimits limits = {120, rlim_t{64} * 1048576, std::chrono::minutes(5)};
+constexpr ChildLimits limits = {mostDecodingSeconds, mostDecodedBytes, std::chrono::minutes(5)};
 
 // What the child has written to the pipe.
 std::string ReadText(const FileDescriptor& pipe) {

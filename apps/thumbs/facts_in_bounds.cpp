@@ -5,7 +5,7 @@
 
 #include <new>
 
-#include "system/bounded_data.h"
+#include "system/soft_limit.h"
 #include "thumbs/error_codes.h"
 
 namespace tavithumb::apps {

@@ -7,9 +7,9 @@
 #include <new>
 #include <sstream>
 
-#include "system/bounded_data.h"
 #include "system/file_rules.h"
 #include "system/paths.h"
+#include "system/soft_limit.h"
 #include "thumbs/decoder_process.h"
 #include "thumbs/facts_in_bounds.h"
 

@@ -13,11 +13,11 @@
 #include <utility>
 
 #include "maker/maker.h"
-#include "system/bounded_data.h"
 #include "system/descriptors.h"
 #include "system/file_descriptor.h"
 #include "system/file_rules.h"
 #include "system/paths.h"
+#include "system/soft_limit.h"
 #include "thumbs/decoder_process.h"
 #include "thumbs/kinds.h"
 #include "thumbs/known_facts.h"
@@ -178,9 +178,12 @@ bool IsTooHeavy(const ThumbInfo& source, maker::Size size, int quality) {
   return source.GetFileSize() > 2 * maker::EstimateBytes(size, type, quality);
 }
 
-// Has thumbnails made and written, from the record of the source. Returns nothing, or why not in a word.
+// Has thumbnails made and written, from the record of the source. Returns nothing, or why not in a word. Beyond the
+// limits of processor time and of files, a signal ends the process.
 std::optional<std::string> WithinLimits(const ThumbInfo& source, const std::function<bool(const struct stat&)>& make) {
-  const BoundedData bounded(mostMemory);
+  const BoundedData memory(mostMemory);
+  const BoundedProcessorTime processorTime(mostDecodingSeconds);
+  const SoftLimit files(RLIMIT_FSIZE, mostDecodedBytes);
   try {
     struct stat record = {};
     if (stat(source.GetPath().c_str(), &record) != 0) return WordFor(maker::Reason::kUnreadable);

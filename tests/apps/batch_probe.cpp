@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <tavi/core.h>
@@ -78,6 +79,17 @@ void AwaitGate() {
   while (access(Variable("PROBE_GATE").c_str(), F_OK) != 0) usleep(1000);
 }
 
+// Whole seconds of processor time, and bytes of a file.
+std::string Limits() {
+  timespec used = {};
+  rlimit time = {};
+  rlimit file = {};
+  syscall(SYS_clock_gettime, CLOCK_PROCESS_CPUTIME_ID, &used);
+  getrlimit(RLIMIT_CPU, &time);
+  getrlimit(RLIMIT_FSIZE, &file);
+  return std::to_string(time.rlim_cur - static_cast<rlim_t>(used.tv_sec)) + " " + std::to_string(file.rlim_cur);
+}
+
 long Speed() {
   static const long speed = std::max(std::atol(Variable("PROBE_SPEED").c_str()), 1L);
   return speed;
@@ -96,6 +108,14 @@ __attribute__((visibility("default"))) int TLIBCExecv(const char* path, const ch
   if (all.find("/wait") != std::string::npos) AwaitGate();
   if (all.find("/stray") != std::string::npos) Stray();
   return Run(path, argv, wait);
+}
+
+// Called for each thumbnail that the maker has made.
+extern "C" __attribute__((visibility("default"))) int futimens(int file, const timespec* times) {
+  if (!Variable("PROBE_LIMITS").empty()) Note("limits " + Limits());
+  using Futimens = int (*)(int, const timespec*);
+  static const auto real = reinterpret_cast<Futimens>(dlsym(RTLD_NEXT, "futimens"));
+  return real(file, times);
 }
 
 extern "C" __attribute__((visibility("default"))) int clock_gettime(clockid_t clock, timespec* time) {

@@ -6,6 +6,7 @@
 #include <sys/mount.h>
 #include <sys/syscall.h>
 
+#include <algorithm>
 #include <fstream>
 
 #include "batch.h"
@@ -211,6 +212,17 @@ TEST_F(MakeWorkers, WorkersAndToolsAreInGroupsOfTheirOwn) {
   Interrupt(process, SIGINT);
   kill(process, SIGINT);
   run.Await(process);
+}
+
+// A second source has as much as the first.
+TEST_F(MakeWorkers, DecodeWithLimitsOfProcessorTimeAndFiles) {
+  Picture("a.png");
+  Picture("b.png");
+  Start start = ProbedStart();
+  start.environment.emplace_back("PROBE_LIMITS=1");
+  const Outcome outcome = run({"make", "--sizes", "small", "--jobs", "1", folder.Path()}, start);
+  EXPECT_EQ(outcome.code, 0) << outcome;
+  EXPECT_EQ(ReadFile(noted), "limits 120 67108864\nlimits 120 67108864\n") << outcome;
 }
 
 TEST_F(MakeWorkers, WriteOnlyWhereThumbnailsAreStored) {
