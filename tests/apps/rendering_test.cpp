@@ -275,6 +275,10 @@ TEST_F(Rendering, OfTheSamplesIsLeftToTheLibraryOnlyForTheseFiles) {
     left[fs::path(object.at("source").get<std::string>()).filename()] = object.at("by_library");
   }
   if (Exists(SamplesFolder() + "-more")) expected.insert(more.begin(), more.end());
+  // Later versions of LibRaw and Exiv2 can read these.
+  for (const char* name : {"Nikon.nef", "cmyk-extraneous-bytes.jpg"}) {
+    if (left.count(name) == 0) expected.erase(name);
+  }
   EXPECT_EQ(left, expected);
 }
 

@@ -69,9 +69,10 @@ void Options::AddFlag(const std::string& name, bool* value, const std::string& h
   parser_->add_flag(name, *value, help);
 }
 
+// Versions of CLI11 would print the default differently.
 void Options::AddDefaulted(const std::string& name, const std::string& type, std::string* value,
                            const std::string& help) const {
-  parser_->add_option(name, *value, help)->type_name(type)->capture_default_str();
+  parser_->add_option(name, *value, help)->type_name(type)->option_text(type + "=" + *value);
 }
 
 void Options::AddOptional(const std::string& name, const std::string& type, std::optional<std::string>* value,
