@@ -13,6 +13,7 @@
 #include <system_error>
 #include <vector>
 
+#include "maker/declined.h"
 #include "maker/maker.h"
 #include "processor_time.h"
 
@@ -97,6 +98,20 @@ void RegisterPhoto(const Photo& photo) {
                                     "/dev/null", photo.path});
 }
 
+// Of each camera raw file in the folder, from the preview that the camera has embedded. Some samples are only headers.
+void RegisterRaw(const std::string& folder) {
+  std::error_code missing;
+  for (const auto& entry : std::filesystem::directory_iterator(folder, missing)) {
+    const Photo photo = {"", entry.path(), 0};
+    const std::vector<int> small = {120};
+    try {
+      Make(photo, small, true);
+      Register("raw/" + entry.path().filename().string(), Render, photo, small, true);
+    } catch (const maker::Declined&) {
+    }
+  }
+}
+
 // Many photos, as they are stored.
 void RegisterAll(const std::string& folder) {
   std::vector<Photo> photos;
@@ -121,11 +136,13 @@ int main(int argc, char** argv) {
       {"large", "large.jpg", 0},     {"progressive", "progressive.jpg", 0},
       {"p3", "p3.jpg", 0},           {"rgb", "rgb.png", 0},
       {"rgba", "rgba.png", 0},       {"heic", "phone.heic", 0},
-      {"item", "item.heic", 0}};
+      {"item", "item.heic", 0},      {"tiff", "scan.tif", 0},
+      {"webp", "photo.webp", 0}};
   for (tavithumb::bench::Photo photo : photos) {
     photo.path = std::string(folder) + "/" + photo.path;
     if (access(photo.path.c_str(), R_OK) == 0) RegisterPhoto(photo);
   }
+  tavithumb::bench::RegisterRaw(std::string(folder) + "/raw");
   tavithumb::bench::RegisterAll(std::string(folder) + "/photos");
   benchmark::RunSpecifiedBenchmarks();
 }
