@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // Which stored thumbnails the programs keep, and which they make again.
 #include <pictures.h>
+#include <stored_thumbnails.h>
 
 #include <filesystem>
 #include <functional>
@@ -14,21 +15,7 @@ using Strings = std::vector<std::string>;
 
 class StoredThumbnails : public testing::Test {
  protected:
-  StoredThumbnails() {
-    RunTool({"/usr/bin/convert", "-size", "900x600", "-seed", "1", "plasma:red-blue", "-quality", "100", photo});
-    SetTimes(photo, 1700000000, 1700000000);
-    std::filesystem::permissions(folder.Path(), std::filesystem::perms::all);
-    std::filesystem::permissions(photo, std::filesystem::perms::all);
-  }
-
-  // A picture in the place of the small thumbnail.
-  void Plant(const std::string& type, const std::string& size, std::time_t time) const {
-    std::filesystem::create_directories(std::filesystem::path(entry).parent_path());
-    std::filesystem::permissions(folder / ".tavi_ea", std::filesystem::perms::all);
-    std::filesystem::permissions(std::filesystem::path(entry).parent_path(), std::filesystem::perms::all);
-    RunTool({"/usr/bin/convert", "-size", size, "xc:green", type + entry});
-    SetTimes(entry, time, time);
-  }
+  StoredThumbnails() { MakePhotoForEverybody(photo); }
 
   bool WasMade(const Outcome& outcome, bool byGet) const {
     EXPECT_EQ(outcome.code, 0) << outcome;
@@ -48,35 +35,17 @@ class StoredThumbnails : public testing::Test {
 };
 
 TEST_F(StoredThumbnails, AreMadeAgainOnceIfTheyAreStaleOrBad) {
-  struct Row {
-    const char* what;
-    const char* type;
-    const char* size;
-    std::time_t time;
-    bool isMadeAgain;
-  };
-  const Row rows[] = {
-      {"good", "jpg:", "120x80", 1700000000, false},
-      {"smaller than its box", "jpg:", "60x40", 1700000000, false},
-      {"of another type that browsers show", "png:", "120x80", 1700000000, false},
-      {"older than the photo", "jpg:", "120x80", 1699999999, true},
-      {"of a newer photo that was replaced by an older one", "jpg:", "120x80", 1700000001, true},
-      {"a BMP", "bmp:", "120x80", 1700000000, true},
-      {"wider than its box", "jpg:", "121x80", 1700000000, true},
-      {"higher than its box", "jpg:", "80x121", 1700000000, true},
-      {"a single pixel", "jpg:", "1x1", 1700000000, true},
-  };
   for (const uid_t user : {uid_t{0}, uid_t{65534}}) {
     if (user != 0 && !CommandRunner::WhyNotAs(user).empty()) continue;
-    for (const Row& row : rows) {
+    for (const StoredThumbnail& row : GoodStaleAndBadThumbnails()) {
       for (const bool byGet : {false, true}) {
         const auto makes = [&] { return byGet ? GetMakes(user) : MakeMakes(user); };
         std::filesystem::remove_all(folder / ".tavi_ea");
-        Plant(row.type, row.size, row.time);
+        Plant(row, entry);
         EXPECT_EQ(makes(), row.isMadeAgain) << row.what << (byGet ? ", get" : ", make") << ", user " << user;
         EXPECT_FALSE(makes()) << row.what << (byGet ? ", get" : ", make") << ", user " << user;
-        EXPECT_EQ(Identify(entry).width == 120, row.isMadeAgain || std::string(row.size) == "120x80") << row.what;
-        EXPECT_EQ(ModificationTime(entry), 1700000000) << row.what;
+        EXPECT_EQ(Identify(entry).width == 120, row.isMadeAgain || row.size == "120x80") << row.what;
+        EXPECT_EQ(ModificationTime(entry), kPhotoTime) << row.what;
       }
     }
   }
@@ -85,14 +54,14 @@ TEST_F(StoredThumbnails, AreMadeAgainOnceIfTheyAreStaleOrBad) {
 TEST_F(StoredThumbnails, ThatAreNoPicturesStay) {
   std::filesystem::create_directories(std::filesystem::path(entry).parent_path());
   WriteFile(entry, "from elsewhere");
-  SetTimes(entry, 1700000000, 1700000000);
+  SetTimes(entry, kPhotoTime, kPhotoTime);
   EXPECT_FALSE(MakeMakes(0));
   EXPECT_EQ(ReadFile(entry), "from elsewhere");
 }
 
 TEST_F(StoredThumbnails, OfOtherConsumersAreNeverTouched) {
   const std::string albumex = EntryOf(photo, "TAVIPHOTO_THUMB_S.jpg");
-  Plant("bmp:", "300x300", 1);
+  Plant({"", "bmp:", "300x300", 1, false}, entry);
   std::filesystem::rename(entry, albumex);
   const std::string before = ReadFile(albumex);
   EXPECT_TRUE(MakeMakes(0));
@@ -101,7 +70,7 @@ TEST_F(StoredThumbnails, OfOtherConsumersAreNeverTouched) {
 }
 
 TEST_F(StoredThumbnails, ThatTheLibraryMadeAreGoodForTheLibrary) {
-  Plant("bmp:", "300x200", 1700000001);
+  Plant({"", "bmp:", "300x200", kPhotoTime + 1, false}, entry);
   const nlohmann::json object = ObjectsOf(run({"get", "--library", "--size", "small", "--json", photo}).out).at(0);
   EXPECT_EQ(object.at("made"), false);
   EXPECT_EQ(ObjectsOf(run({"make", "--library", "--sizes", "small", "--json", photo}).out).at(0).at("found"),

@@ -20,10 +20,7 @@ constexpr uid_t kNobody = 65534;
 class Rights : public testing::Test {
  protected:
   void SetUp() override {
-    if (geteuid() != 0) GTEST_SKIP() << "needs root";
-    Process probe({"/bin/sh", "-c", "test -x '" TAVITHUMB_WEB "' && test -r '" POLICY_FOLDER "/policy.xml'"}, {},
-                  kNobody);
-    if (probe.Wait() != 0) GTEST_SKIP() << "needs a build folder that other users can reach";
+    if (const std::string why = Site::WhyNotAs(kNobody); !why.empty()) GTEST_SKIP() << why;
   }
 
   static SiteOptions AsNobody() {

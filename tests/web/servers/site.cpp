@@ -188,6 +188,13 @@ TempDir Site::FolderInTmp() {
   return TempDir();
 }
 
+std::string Site::WhyNotAs(uid_t user) {
+  if (user == 0) return "";
+  if (geteuid() != 0) return "needs root";
+  Process probe({"/bin/sh", "-c", "test -x '" TAVITHUMB_WEB "' && test -r '" POLICY_FOLDER "/policy.xml'"}, {}, user);
+  return probe.Wait() == 0 ? "" : "needs a build folder that other users can reach";
+}
+
 Site::Site(Front front, const SiteOptions& options) : folder_(FolderInTmp()), prefix_(options.prefix) {
   chmod(folder_.Path().c_str(), 0755);
   std::filesystem::create_directory(Photos());

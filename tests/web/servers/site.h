@@ -65,6 +65,9 @@ class Site {
  public:
   explicit Site(Front front, const SiteOptions& options = {});
 
+  // Why the program can't run as this user; "" if it can.
+  static std::string WhyNotAs(uid_t user);
+
   std::string Photos() const { return folder_ / "photos"; }
   std::string operator/(const std::string& name) const { return Photos() + "/" + name; }
   int Port() const { return port_; }
