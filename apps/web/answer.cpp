@@ -23,6 +23,7 @@
 #include "thumbs/stored_state.h"
 #include "web/http_error.h"
 #include "web/listing.h"
+#include "web/sendfile.h"
 #include "web/target.h"
 
 namespace tavithumb::apps::web {
@@ -72,11 +73,36 @@ void Make(const Found& source, const Target& target, Thumb* job, RequestState* s
   if (access(job->GetOutputFile().c_str(), R_OK) != 0) throw HttpError(kServiceUnavailable, "its thumbnail is gone");
 }
 
-void Deliver(Thumb* job, RequestState* state) {
-  state->hasAnswered = true;
+// How the answer to one request reaches its client.
+struct Delivery {
+  const Roots& roots;
+  Sendfile sendfile;
+  RequestState* state;
+};
+
+// The library rotates an Albumex thumbnail while it sends it.
+bool IsSentAsItIs(const Thumb& job) {
+  const bool isRotated = job.GetOutputTypeCode() == Thumb::OUTPUT_ALBUMEX && (job.GetInfo().GetUserRotate() & 3) != 0;
+  return !IsTemporary(job) && !isRotated;
+}
+
+// With the same caching as the library's, and `headers` before it.
+void Deliver(const std::string& headers, const std::string& mimeType, const Delivery& delivery, Thumb* job) {
+  delivery.state->hasAnswered = true;
+  Print(headers);
+  const bool isRedirected = !delivery.sendfile.header.empty() && IsSentAsItIs(*job);
+  const std::string line =
+      isRedirected ? SendfileLine(delivery.sendfile, delivery.roots, job->GetOutputFile()) : std::string();
+  if (!line.empty()) {
+    Print("Cache-Control: max-age=300, must-revalidate\r\nContent-Type: " + mimeType + "\r\n" + line + "\r\n");
+  } else if (!job->HttpOutputFile(mimeType)) {
+    syslog(LOG_INFO, "%s: aborted", delivery.state->request.data());
+  }
+}
+
+void DeliverThumb(const Delivery& delivery, Thumb* job) {
   // For the same URL, clients that can show HEIF may get the source itself.
-  Print("X-Content-Type-Options: nosniff\r\nVary: Accept\r\n");
-  if (!job->HttpOutputFile(AnswerMimeType(*job))) syslog(LOG_INFO, "%s: aborted", state->request.data());
+  Deliver("X-Content-Type-Options: nosniff\r\nVary: Accept\r\n", AnswerMimeType(*job), delivery, job);
   if (IsTemporary(*job)) unlink(job->GetOutputFile().c_str());
 }
 
@@ -93,36 +119,34 @@ void WithProblems(const Step& step) {
   }
 }
 
-void AnswerThumb(const Target& target, const Roots& roots, RequestState* state) {
-  const Found source = FindSource(target, roots);
+void AnswerThumb(const Target& target, const Delivery& delivery) {
+  const Found source = FindSource(target, delivery.roots);
   const Request& request = target.request;
   WithProblems([&] {
     Thumb stored(source.path, request.options, request.acceptHeic);
     if (FindStored(request, &stored) && IsGoodAnswer(request, stored) && !IsBeingMade(source.OpenPath()))
-      return Deliver(&stored, state);
+      return DeliverThumb(delivery, &stored);
     Thumb made(source.path, request.options, request.acceptHeic);
-    Make(source, target, &made, state);
-    Deliver(&made, state);
+    Make(source, target, &made, delivery.state);
+    DeliverThumb(delivery, &made);
   });
 }
 
-void AnswerOriginal(const Target& target, const Roots& roots, RequestState* state) {
-  const Found source = FindSource(target, roots);
+void AnswerOriginal(const Target& target, const Delivery& delivery) {
+  const Found source = FindSource(target, delivery.roots);
   WithProblems([&] {
     Thumb job(source.path, Thumb::OPT_NO_CONVERT, false);
     ReadKnownFacts(false, &job);
     if (!IsShownByBrowsers(job.GetInfo())) throw HttpError(kUnsupportedMediaType, "a browser cannot show the original");
-    state->hasAnswered = true;
-    Print("X-Content-Type-Options: nosniff\r\n");
     job.SetOutOriginalImage();
-    if (!job.HttpOutputFile(SourceMimeType(job.GetInfo()))) syslog(LOG_INFO, "%s: aborted", state->request.data());
+    Deliver("X-Content-Type-Options: nosniff\r\n", SourceMimeType(job.GetInfo()), delivery, &job);
   });
 }
 
-void AnswerList(const Target& target, const Roots& roots, RequestState* state) {
-  const Listing listing = ListFolder(roots, target.path);
+void AnswerList(const Target& target, const Delivery& delivery) {
+  const Listing listing = ListFolder(delivery.roots, target.path);
   const std::string body = target.wantsHtml ? ListAsHtml(listing, target.prefix) : ListAsJson(listing);
-  state->hasAnswered = true;
+  delivery.state->hasAnswered = true;
   Print(target.wantsHtml ? "Content-Type: text/html; charset=utf-8\r\n"
                            "Content-Security-Policy: default-src 'none'; img-src 'self'; style-src 'self'; base-uri "
                            "'none'; form-action 'none'; frame-ancestors 'none'\r\n"
@@ -132,14 +156,14 @@ void AnswerList(const Target& target, const Roots& roots, RequestState* state) {
   if (!target.isHead) Print(body);
 }
 
-void AnswerTarget(const Target& target, const Roots& roots, RequestState* state) {
+void AnswerTarget(const Target& target, const Delivery& delivery) {
   switch (target.route) {
     case Route::kThumb:
-      return AnswerThumb(target, roots, state);
+      return AnswerThumb(target, delivery);
     case Route::kOriginal:
-      return AnswerOriginal(target, roots, state);
+      return AnswerOriginal(target, delivery);
     case Route::kList:
-      return AnswerList(target, roots, state);
+      return AnswerList(target, delivery);
   }
 }
 
@@ -158,7 +182,7 @@ void Answer(const Variables& variables, const Service& service, RequestState* st
     Target target = ParseTarget(variables);
     target.request.byLibrary = service.byLibrary;
     target.request.quality = service.quality;
-    AnswerTarget(target, service.roots, state);
+    AnswerTarget(target, {service.roots, ReadSendfile(service.sendfile, variables), state});
   } catch (const HttpError& error) {
     Refuse(variables, error, state);
   } catch (const std::exception& error) {

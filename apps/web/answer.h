@@ -13,7 +13,8 @@ namespace tavithumb::apps::web {
 struct Service {
   const Roots& roots;
   const Confinement& confinement;
-  bool byLibrary;  // as Request says, like the next
+  std::string sendfile;  // as Settings says
+  bool byLibrary;        // as Request says, like the next
   int quality;
 };
 

@@ -82,7 +82,7 @@ int Run(int argc, char** argv) {
     throw std::invalid_argument("there is no request to answer: start it from a web server, or use --scgi to listen");
   }
   const Confinement confinement(roots, settings->limits, settings->policyFolder);
-  const Service service = {roots, confinement, settings->byLibrary, settings->quality};
+  const Service service = {roots, confinement, settings->sendfile, settings->byLibrary, settings->quality};
   if (isCgi) {
     AnswerOne(*settings, service);
   } else {

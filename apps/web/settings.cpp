@@ -13,6 +13,7 @@
 #include "system/numbers.h"
 #include "thumbs/imagemagick_policy.h"
 #include "thumbs/sizes.h"
+#include "web/sendfile.h"
 
 namespace tavithumb::apps::web {
 namespace {
@@ -54,6 +55,11 @@ std::string CheckDeadline(const std::string& text) {
   return "Value " + text + " not in range 1 to 86400";
 }
 
+std::string CheckSendfile(const std::string& text) {
+  if (text == kAccelRedirect || text == kSendfile) return "";
+  return "'" + text + "' is neither " + kAccelRedirect + " nor " + kSendfile;
+}
+
 void AddOptions(CLI::App* app, Settings* settings, std::vector<std::string>* roots) {
   app->set_help_flag("-h,--help", "Print this help and exit");
   app->set_version_flag("--version", "tavithumb-web " TAVITHUMB_VERSION, "Print the version and exit");
@@ -64,6 +70,9 @@ void AddOptions(CLI::App* app, Settings* settings, std::vector<std::string>* roo
       ->required();
   app->option_defaults()->take_last();
   app->add_option("--scgi", settings->scgiAddress, "Listen on the path of a Unix socket or a loopback HOST:PORT");
+  app->add_option("--sendfile", settings->sendfile,
+                  "The header by which the web server, which must announce it, is asked to send files")
+      ->check(CheckSendfile, "X-Accel-Redirect or X-Sendfile");
   app->add_flag("--hidden", settings->showsHidden, "Show names that begin with a dot");
   app->add_option("--quality", settings->quality, "Quality of the JPEG thumbnails")
       ->check(CLI::Range(1, 100), "INT in [1 - 100]")

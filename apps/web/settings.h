@@ -14,6 +14,7 @@ namespace tavithumb::apps::web {
 struct Settings {
   std::vector<Root> roots;
   std::string scgiAddress;  // "" if a web server starts the program or passes a socket
+  std::string sendfile;     // the header by which the web server is asked to send files; "": it is not
   bool showsHidden = false;
   bool byLibrary = false;
   int quality = 80;

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: GPL-3.0-or-later
 # sample_configs_test.sh SOURCE PROGRAM   The web servers accept the sample configurations, and what they describe works:
-# a password over TLS, the page, a list, a thumbnail, and nothing for those without a password.
+# a password over TLS, the page, a list, a thumbnail, and nothing for those without a password; whether the program sends
+# the files or the web server.
 set -uo pipefail
 source=$1 program=$2
 work=$(mktemp -d)
@@ -20,7 +21,7 @@ adapt() { # adapt FILE PORT VARIANT
       -e "s#/run/tavithumb-web/socket#$work/socket#; s#/usr/share/tavithumb/page#$work/page#" \
       -e "s#/etc/ssl/certs/tavithumb.pem#$work/tls.pem#; s#/etc/ssl/private/tavithumb.key#$work/tls.key#" \
       -e "s#/etc/ssl/private/tavithumb.pem#$work/both.pem#; s#/etc/\(nginx\|lighttpd\)/tavithumb.htpasswd#$work/htpasswd#" \
-      -e "s#/etc/tavithumb/web.conf#$work/web.conf#; s#/usr/sbin/tavithumb-web#$work/bin/tavithumb-web#; s#/run/fcgiwrap.socket#$work/fcgi#" \
+      -e "s#/srv/photos#$work/photos#; s#/etc/tavithumb/web.conf#$work/web.conf#; s#/usr/sbin/tavithumb-web#$work/bin/tavithumb-web#; s#/run/fcgiwrap.socket#$work/fcgi#" \
       -e "s#listen 443#listen 127.0.0.1:$2#; /listen \[::\]/d; s#\"socket\"\] == \":443\"#\"socket\"] == \"127.0.0.1:$2\"#"
 }
 
@@ -52,6 +53,13 @@ check_site() { # check_site NAME PORT
   expect "$1, list" '{"path":"","folders":[{"name":"photos","url":"photos"}],"files":[],"unreadable":0}' \
     "${user[@]}" "$site/list/"
   expect "$1, thumbnail" '200 image/png' "${user[@]}" "${status[@]}" "$site/thumb/photos/a%20b.png?size=small"
+  ask "${user[@]}" -o "$work/body" -D "$work/headers" "$site/original/photos/a%20b.png"
+  cmp -s "$work/body" "$work/photos/a b.png" || fail "$1: another original"
+  for header in 'cache-control: max-age=300, must-revalidate' 'x-content-type-options: nosniff'; do
+    [ "$(grep -ci "^$header" "$work/headers")" -eq 1 ] || fail "$1: not one '$header'"
+  done
+  expect "$1, addresses for the web server itself" 404 "${user[@]}" -o "$work/body" -w '%{http_code}' \
+    "$site/files/photos/a%20b.png"
   expect "$1, encoded way out" 404 "${user[@]}" -o "$work/body" -w '%{http_code}' --path-as-is \
     "$site/original/photos/..%2f..%2fetc%2fpasswd"
 }
@@ -64,10 +72,18 @@ ln -s "$source/apps/web/page" "$work/page"
 openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=localhost -keyout "$work/tls.key" -out "$work/tls.pem" 2>/dev/null
 cat "$work/tls.key" "$work/tls.pem" >"$work/both.pem"
 echo "eva:$(openssl passwd -apr1 'open sesame')" >"$work/htpasswd"
-sed -e "s#/srv/photos#$work/photos#; s#^.tool-memory = .*#tool-memory = 0#" \
-    -e "s#^.policy = .*#policy = \"$source/packaging/imagemagick\"#" "$source/packaging/web/web.conf" >"$work/web.conf"
-"$program" --config "$work/web.conf" --scgi "$work/socket" &
-until [ -S "$work/socket" ]; do sleep 0.05; kill -0 $! || exit 1; done
+start_program() { # start_program SENDFILE   "": without that line
+  sed -e "s#/srv/photos#$work/photos#; s#^.tool-memory = .*#tool-memory = 0#" \
+      -e "s#^.policy = .*#policy = \"$source/packaging/imagemagick\"#" \
+      -e "${1:+s#^.sendfile = .*#sendfile = \"$1\"#}" "$source/packaging/web/web.conf" >"$work/web.conf"
+  "$program" --config "$work/web.conf" --scgi "$work/socket" &
+  until [ -S "$work/socket" ]; do sleep 0.05; kill -0 $! || exit 1; done
+  service=$!
+}
+stop() { # stop PROCESS
+  kill "$1"
+  wait "$1" 2>/dev/null
+}
 
 # The samples as they stand, and what their comments say about CGI put in place of SCGI.
 by_scgi() { cat; }
@@ -106,13 +122,17 @@ serve_lighttpd() { # serve_lighttpd PORT VARIANT
 }
 
 /usr/sbin/fcgiwrap -s "unix:$work/fcgi" &
-for variant in by_scgi by_cgi; do
-  for server in nginx lighttpd; do
-    port=$(free_port)
-    "serve_$server" "$port" "$variant"
-    check_site "$server $variant" "$port"
-    kill $!
-    wait $! 2>/dev/null
+declare -A headers=([nginx]=X-Accel-Redirect [lighttpd]=X-Sendfile)
+for server in nginx lighttpd; do
+  for sendfile in "" "${headers[$server]}"; do
+    start_program "$sendfile"
+    for variant in by_scgi by_cgi; do
+      port=$(free_port)
+      "serve_$server" "$port" "$variant"
+      check_site "$server $variant $sendfile" "$port"
+      stop $!
+    done
+    stop "$service"
   done
 done
 [ "$failures" -eq 0 ]

@@ -94,8 +94,8 @@ std::vector<std::string> Attempts() {
 class Roots : public testing::TestWithParam<Front> {};
 
 INSTANTIATE_TEST_SUITE_P(Through, Roots,
-                         testing::Values(Front::kNginxScgi, Front::kLighttpdScgi, Front::kNginxCgi,
-                                         Front::kLighttpdCgi),
+                         testing::Values(Front::kNginxScgi, Front::kLighttpdScgi, Front::kNginxCgi, Front::kLighttpdCgi,
+                                         Front::kNginxSendfile, Front::kLighttpdSendfile),
                          testing::PrintToStringParamName());
 
 TEST_P(Roots, AreNotEscapedByAnyAddress) {
@@ -179,7 +179,7 @@ TEST(RootsWithLinks, ShowNothingFromOutsideWhileALinkIsSwappedBackAndForth) {
 }
 
 // The looked-up name itself is swapped: then only the system can keep the library inside.
-class RootsWithFolders : public testing::Test {
+class RootsWithFolders : public testing::TestWithParam<Front> {
  protected:
   void SetUp() override {
     if (!KnowsLandlock()) GTEST_SKIP() << "this system knows no Landlock";
@@ -191,18 +191,21 @@ class RootsWithFolders : public testing::Test {
     renameat2(AT_FDCWD, (site_ / "folder").c_str(), AT_FDCWD, (site_ / "link").c_str(), RENAME_EXCHANGE);
   }
 
-  const Site site_{Front::kNginxScgi};
+  const Site site_{GetParam()};
   const Outside outside_;
 };
 
-TEST_F(RootsWithFolders, ShowNothingFromOutsideWhileOneIsSwappedForALink) {
+INSTANTIATE_TEST_SUITE_P(Through, RootsWithFolders, testing::Values(Front::kNginxScgi, Front::kNginxSendfile),
+                         testing::PrintToStringParamName());
+
+TEST_P(RootsWithFolders, ShowNothingFromOutsideWhileOneIsSwappedForALink) {
   MakeSecret(outside_ / "photo.jpg");
   MakeJpeg(site_ / "folder/photo.jpg", 20, 10);
   EXPECT_GT(AskWhile(site_, "/original/folder/photo.jpg", [this] { Swap(); }), 0U);
 }
 
 // The tools look up the name once more.
-TEST_F(RootsWithFolders, MakeNoThumbnailOfAFileOutsideWhileOneIsSwappedForALink) {
+TEST_P(RootsWithFolders, MakeNoThumbnailOfAFileOutsideWhileOneIsSwappedForALink) {
   RunTool({"/usr/bin/convert", "-size", "400x300", "xc:red", outside_ / "photo.tif"});
   RunTool({"/usr/bin/convert", "-size", "400x300", "xc:blue", site_ / "folder/photo.tif"});
   const auto expectFromInside = [](const Response& response) {

@@ -178,7 +178,8 @@ std::string ScgiRequest(const std::vector<std::pair<std::string, std::string>>& 
 }
 
 void PrintTo(Front front, std::ostream* stream) {
-  const char* const names[] = {"None", "NginxByScgi", "LighttpdByScgi", "NginxByCgi", "LighttpdByCgi"};
+  const char* const names[] = {"None",          "NginxByScgi",     "LighttpdByScgi",    "NginxByCgi",
+                               "LighttpdByCgi", "NginxBySendfile", "LighttpdBySendfile"};
   *stream << names[static_cast<int>(front)];
 }
 
@@ -202,21 +203,41 @@ Site::Site(Front front, const SiteOptions& options) : folder_(FolderInTmp()), pr
   Start(front, options);
 }
 
+SiteOptions With(SiteOptions options, const std::string& sendfile) {
+  options.program.insert(options.program.end(), {"--sendfile", sendfile});
+  return options;
+}
+
+// The requests that the program answers; `moreOfServer`: how lighttpd treats its answers.
+std::string Site::LighttpdRule(const std::string& moreOfServer) const {
+  return "$HTTP[\"url\"] =~ \"^" + prefix_ + "/(thumb|original|list)(/|$)\" { scgi.server = ( \"" +
+         (prefix_.empty() ? "/" : prefix_) + "\" => (( \"socket\" => \"" + Socket() +
+         "\", \"check-local\" => \"disable\", \"fix-root-scriptname\" => \"enable\"" + moreOfServer + " )) ) }\n";
+}
+
 void Site::Start(Front front, const SiteOptions& options) {
-  const std::string routes = prefix_ + "/(thumb|original|list)(/|$)";
+  const std::string nginxScgi =
+      "include /etc/nginx/scgi_params; scgi_param SCRIPT_NAME '" + prefix_ + "'; scgi_pass unix:" + Socket() + ";";
   switch (front) {
     case Front::kNone:
       return StartProgram(options);
     case Front::kNginxScgi:
       StartProgram(options);
-      return StartNginx("include /etc/nginx/scgi_params; scgi_param SCRIPT_NAME '" + prefix_ +
-                        "'; scgi_pass unix:" + Socket() + ";");
+      return StartNginx(nginxScgi);
+    case Front::kNginxSendfile:
+      StartProgram(With(options, "X-Accel-Redirect"));
+      return StartNginx(nginxScgi + " scgi_param TAVITHUMB_SENDFILE 'X-Accel-Redirect /files';",
+                        "location /files/ { internal; alias " + Photos() + "/; disable_symlinks on from=" + Photos() +
+                            "; add_header X-Content-Type-Options nosniff; add_header Vary Accept; }");
     case Front::kLighttpdScgi:
       StartProgram(options);
-      return StartLighttpd("mod_scgi", "$HTTP[\"url\"] =~ \"^" + routes + "\" { scgi.server = ( \"" +
-                                           (prefix_.empty() ? "/" : prefix_) + "\" => (( \"socket\" => \"" + Socket() +
-                                           "\", \"check-local\" => \"disable\", \"fix-root-scriptname\" => \"enable\" "
-                                           ")) ) }\n");
+      return StartLighttpd("\"mod_scgi\"", LighttpdRule(""));
+    case Front::kLighttpdSendfile:
+      StartProgram(With(options, "X-Sendfile"));
+      return StartLighttpd(
+          "\"mod_setenv\", \"mod_scgi\"",
+          "setenv.set-environment = ( \"TAVITHUMB_SENDFILE\" => \"X-Sendfile\" )\n" +
+              LighttpdRule(", \"x-sendfile\" => \"enable\", \"x-sendfile-docroot\" => ( \"" + Photos() + "/\" )"));
     case Front::kNginxCgi: {
       const std::string script = WriteCgi(options);
       helper_ = std::make_unique<Process>(
@@ -230,7 +251,7 @@ void Site::Start(Front front, const SiteOptions& options) {
     case Front::kLighttpdCgi:
       prefix_ = "/photos.cgi";
       std::filesystem::copy_file(WriteCgi(options), folder_ / "documents/photos.cgi");
-      return StartLighttpd("mod_cgi", "cgi.assign = ( \".cgi\" => \"\" )\n");
+      return StartLighttpd("\"mod_cgi\"", "cgi.assign = ( \".cgi\" => \"\" )\n");
   }
 }
 
@@ -264,7 +285,7 @@ std::string Site::WriteCgi(const SiteOptions& options) {
   return folder_ / "start";
 }
 
-void Site::StartNginx(const std::string& location) {
+void Site::StartNginx(const std::string& location, const std::string& others) {
   port_ = FreePort();
   std::string config = geteuid() == 0 ? "user root;\n" : "";
   config += "daemon off; worker_processes 2; error_log " + (folder_ / "nginx.log") + "; pid " + (folder_ / "pid") +
@@ -272,7 +293,8 @@ void Site::StartNginx(const std::string& location) {
   for (const char* kind : {"client_body", "proxy", "fastcgi", "uwsgi", "scgi"}) {
     config += std::string(" ") + kind + "_temp_path " + (folder_ / kind) + ";";
   }
-  config += "\nserver { listen 127.0.0.1:" + std::to_string(port_) + ";\nlocation / { " + location + " } } }\n";
+  config += "\nserver { listen 127.0.0.1:" + std::to_string(port_) + ";\nlocation / { " + location + " }\n" + others +
+            " } }\n";
   WriteFile(folder_ / "nginx.conf", config);
   server_ = std::make_unique<Process>(
       std::vector<std::string>{"/usr/sbin/nginx", "-e", folder_ / "nginx.log", "-c", folder_ / "nginx.conf"},
@@ -280,9 +302,9 @@ void Site::StartNginx(const std::string& location) {
   AwaitListening(*server_, [this] { return ConnectTo(port_); });
 }
 
-void Site::StartLighttpd(const std::string& module, const std::string& rule) {
+void Site::StartLighttpd(const std::string& modules, const std::string& rule) {
   port_ = FreePort();
-  WriteFile(folder_ / "lighttpd.conf", "server.modules = ( \"" + module + "\" )\nserver.document-root = \"" +
+  WriteFile(folder_ / "lighttpd.conf", "server.modules = ( " + modules + " )\nserver.document-root = \"" +
                                            (folder_ / "documents") +
                                            "\"\nserver.bind = \"127.0.0.1\"\nserver.port = " + std::to_string(port_) +
                                            "\nserver.errorlog = \"" + (folder_ / "lighttpd.log") + "\"\n" + rule);

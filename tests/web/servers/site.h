@@ -49,7 +49,8 @@ class Process {
 };
 
 // Which web server is in front of the program, and how it reaches it.
-enum class Front { kNone, kNginxScgi, kLighttpdScgi, kNginxCgi, kLighttpdCgi };
+// With SCGI, it may send the files itself.
+enum class Front { kNone, kNginxScgi, kLighttpdScgi, kNginxCgi, kLighttpdCgi, kNginxSendfile, kLighttpdSendfile };
 void PrintTo(Front front, std::ostream* stream);
 
 struct SiteOptions {
@@ -91,8 +92,9 @@ class Site {
   void Start(Front front, const SiteOptions& options);
   std::vector<std::string> EnvironmentOf(const SiteOptions& options) const;
   void StartProgram(const SiteOptions& options);
-  void StartNginx(const std::string& location);
-  void StartLighttpd(const std::string& module, const std::string& rule);
+  void StartNginx(const std::string& location, const std::string& others = "");
+  void StartLighttpd(const std::string& modules, const std::string& rule);
+  std::string LighttpdRule(const std::string& moreOfServer) const;
   std::string WriteCgi(const SiteOptions& options);
 
   TempDir folder_;

@@ -18,7 +18,7 @@ std::string Describe(const Settings& settings) {
   std::string text;
   for (const Root& root : settings.roots) text += root.name + "=" + root.folder + " ";
   text += "\n" + settings.scgiAddress + (settings.showsHidden ? " hidden" : "") +
-          (settings.byLibrary ? " library" : "") +
+          (settings.sendfile.empty() ? "" : " " + settings.sendfile) + (settings.byLibrary ? " library" : "") +
           (settings.quality == 80 ? "\n" : " " + std::to_string(settings.quality) + "\n");
   text += std::to_string(settings.children) + " " + std::to_string(settings.waiting) + " " +
           std::to_string(settings.deadlineSeconds) + "\n";
@@ -76,6 +76,9 @@ TEST_F(SettingsRead, AreTheDefaultsUnlessSetOtherwise) {
   const std::string limits = "20 1536 1024 256";
   EXPECT_EQ(Read(With({})), Expected("", numbers, limits));
   EXPECT_EQ(Read(With({"--scgi", "/run/s", "--hidden"})), Expected("/run/s hidden", numbers, limits));
+  for (const char* header : {"X-Accel-Redirect", "X-Sendfile"}) {
+    EXPECT_EQ(Read(With({"--sendfile", header})), Expected(std::string(" ") + header, numbers, limits));
+  }
   EXPECT_EQ(Read(With({"--library", "--quality", "100"})), Expected(" library 100", numbers, limits));
   EXPECT_EQ(Read(With({"--children", "0"})), Expected("", numbers, limits));
   EXPECT_EQ(Read(With({"--children", "3", "--waiting", "0", "--deadline", "86400"})),
@@ -126,6 +129,7 @@ TEST_F(SettingsRead, ReportWhatIsWrong) {
       {With({"--deadline", "0"}), "--deadline: Value 0 not in range 1 to 86400"},
       {With({"--deadline", "86401"}), "--deadline: Value 86401 not in range 1 to 86400"},
       {With({"--deadline", "9s"}), "--deadline: Value 9s not in range 1 to 86400"},
+      {With({"--sendfile", "sendfile"}), "--sendfile: 'sendfile' is neither X-Accel-Redirect nor X-Sendfile"},
       {With({"--children", "-1"}), "Could not convert: --children = -1"},
       {With({"--waiting", "-1"}), "Could not convert: --waiting = -1"},
       {With({"--tool-files", "-1"}), "Could not convert: --tool-files = -1"},
