@@ -195,8 +195,30 @@ test('a damaged picture and a video without a screenshot have placeholders; the 
     ['Cannot be shown\ndamaged.jpg', 'good.jpg', 'Video\nunseen.mp4']);
   await tile(page, 'unseen.mp4').click();
   await page.locator('#stage').getByText('Video').waitFor();
-  assert.deepEqual(page.troubles, ['422 thumb/odd%20ones/damaged.jpg?size=medium']);
+  const damaged = '422 thumb/odd%20ones/damaged.jpg?size=medium';
+  assert.deepEqual(page.troubles, [damaged, damaged]);  // the second tells why
   assert.deepEqual(page.asked.filter((url) => url.includes('unseen')), []);
+});
+
+test('pictures come as soon as a busy service or a lost connection allows', async (t) => {
+  const page = await newPage(t);
+  const times = {};
+  const refuse = (name, ways) => page.route(`**/thumb/odd%20ones/${name}?size=*`, (route) => {
+    (times[name] ??= []).push(Date.now());
+    const way = ways.shift();
+    return way === undefined ? route.continue() : way === 0 ? route.abort() : route.fulfill({status: way});
+  });
+  // The answers to the requests of the image, and of the question why it failed, in turn.
+  await refuse('good.jpg', [503, 503, 0, 0, 504, 503]);
+  await refuse('damaged.jpg', [503, 200]);
+  await page.goto(`${site}#/odd%20ones`);
+  await tile(page, 'damaged.jpg').getByText('Cannot be shown').waitFor();
+  const image = tile(page, 'good.jpg').locator('img');
+  await page.waitForFunction((element) => element.naturalWidth > 0, await image.elementHandle(), {timeout: 20000});
+  const pauses = [1, 3, 5].map((index) => times['good.jpg'][index + 1] - times['good.jpg'][index]);
+  assert.ok(pauses.every((pause, index) => pause >= 1000 * 2 ** index - 50), String(pauses));  // a timer may be early
+  assert.equal(times['good.jpg'].length, 7);
+  assert.equal(times['damaged.jpg'].length, 4);  // busy, there again, damaged, and why
 });
 
 test('a folder that does not exist shows an error line', async (t) => {

@@ -29,11 +29,40 @@ const hasPicture = (file) => file.screenshot !== false;
 const thumb = (file, size, more = '') => `thumb/${file.url}?size=${size}${more}`;
 const placeholder = (text) => make('span', {class: 'placeholder'}, text);
 
-// An image in the sizes that a browser may choose from; one that can't be shown becomes a placeholder.
+// 0 without a connection.
+async function statusOf(url) {
+  try {
+    return (await fetch(url, {method: 'HEAD'})).status;
+  } catch {
+    return 0;
+  }
+}
+
+// Loads an image again while the service is busy or gone, after longer and longer pauses. One that can't be shown becomes
+// a placeholder.
+function reloadWhileBusy(image) {
+  const reload = () => { if (image.isConnected) image.srcset = image.srcset; };
+  let pause = 1000;  // milliseconds
+  let wasAnswered = false;
+  image.addEventListener('error', async () => {
+    const status = await statusOf(image.currentSrc);
+    if ([0, 503, 504].includes(status)) {
+      setTimeout(reload, pause);
+      pause = Math.min(2 * pause, 60000);
+    } else if (status === 200 && !wasAnswered) {
+      wasAnswered = true;  // by now, the service is there
+      reload();
+    } else {
+      image.replaceWith(placeholder('Cannot be shown'));
+    }
+  });
+}
+
+// An image in the sizes that a browser may choose from.
 function picture(file, sizes, more, attributes) {
   if (!hasPicture(file)) return placeholder('Video');
   const image = make('img', {alt: file.name, ...attributes});
-  image.addEventListener('error', () => image.replaceWith(placeholder('Cannot be shown')));
+  reloadWhileBusy(image);
   image.srcset = sizes.map((size) => `${thumb(file, size, more)} ${widths[size]}w`).join(', ');
   image.src = thumb(file, sizes.at(-1), more);
   return image;
