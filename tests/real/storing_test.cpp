@@ -126,8 +126,6 @@ TEST_F(Storing, AnotherUserAndGroupGetTheirIdsBackAndAThumbnailOfRoot) {
   if (geteuid() != 0) GTEST_SKIP() << "needs root";
   const std::string source = PngOfSomeUser();
   InChild([&] {
-    // LeakSanitizer can inspect no tool whose effective user is not the real one.
-    setenv("ASAN_OPTIONS", "detect_leaks=0", 1);
     ASSERT_EQ(setgroups(0, nullptr), 0);
     ASSERT_EQ(setegid(kSomeGroup), 0);
     ASSERT_EQ(seteuid(kSomeUser), 0);
