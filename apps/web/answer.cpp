@@ -90,9 +90,8 @@ bool IsSentAsItIs(const Thumb& job) {
 void Deliver(const std::string& headers, const std::string& mimeType, const Delivery& delivery, Thumb* job) {
   delivery.state->hasAnswered = true;
   Print(headers);
-  const bool isRedirected = !delivery.sendfile.header.empty() && IsSentAsItIs(*job);
   const std::string line =
-      isRedirected ? SendfileLine(delivery.sendfile, delivery.roots, job->GetOutputFile()) : std::string();
+      IsSentAsItIs(*job) ? SendfileLine(delivery.sendfile, delivery.roots, job->GetOutputFile()) : "";
   if (!line.empty()) {
     Print("Cache-Control: max-age=300, must-revalidate\r\nContent-Type: " + mimeType + "\r\n" + line + "\r\n");
   } else if (!job->HttpOutputFile(mimeType)) {

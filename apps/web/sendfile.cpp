@@ -38,6 +38,7 @@ Sendfile ReadSendfile(const std::string& header, const Variables& variables) {
 }
 
 std::string SendfileLine(const Sendfile& sendfile, const Roots& roots, const std::string& path) {
+  if (sendfile.header.empty()) return "";
   for (const Root& root : roots.All()) {
     if (!IsBelow(path, root.folder)) continue;
     const bool isAddress = sendfile.header == kAccelRedirect;

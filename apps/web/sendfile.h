@@ -24,7 +24,8 @@ struct Sendfile {
 // all.
 Sendfile ReadSendfile(const std::string& header, const Variables& variables);
 
-// The header's line for the file at `path`, which is absolute and without links; "" if it lies below none of the roots.
+// The header's line for the file at `path`, which is absolute and without links; "" if the program
+// sends the files, or this one lies below none of the roots.
 std::string SendfileLine(const Sendfile& sendfile, const Roots& roots, const std::string& path);
 
 }  // namespace tavithumb::apps::web

@@ -47,6 +47,7 @@ TEST(SendfileLine, NamesAFileBelowARoot) {
       {kAccelRedirect, single, "/srv/photos/two\r\nlines", "X-Accel-Redirect: /files/two%0D%0Alines\r\n"},
       {kAccelRedirect, single, "/srv/photos2/c.jpg", ""},
       {kSendfile, single, "/tmp/thumb.1", ""},
+      {"", single, "/srv/photos/c.jpg", ""},
       {kAccelRedirect, single, "/srv/photos/\xE4.jpg", "X-Accel-Redirect: /files/%E4.jpg\r\n"},
   };
   for (const auto& row : rows) EXPECT_EQ(SendfileLine({row.header, "/files"}, row.roots, row.path), row.line);
