@@ -136,6 +136,7 @@ void Sizes::RenderMissing() {
 
 // Two sizes may share their thumbnail.
 void Sizes::Serve(const std::string& size) {
+  if (good_.count(size) != 0) return result_->found.push_back(size);
   lookUp_.SetRequest(size);
   if (rendered_.erase(lookUp_.GetOnlineOutputDest()) != 0) {
     result_->made.push_back(size);
