@@ -18,18 +18,18 @@ rlim_t DataInUse() {
   return pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE));
 }
 
-rlim_t ProcessorSecondsUsed() {
-  timespec used = {};
-  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &used);
-  return static_cast<rlim_t>(used.tv_sec);
-}
-
 }  // namespace
 
 SoftLimit::SoftLimit(__rlimit_resource resource, rlim_t maximum) : resource_(resource) {
   getrlimit(resource_, &before_);
   const rlimit lowered = {std::min(before_.rlim_cur, maximum), before_.rlim_max};
   setrlimit(resource_, &lowered);
+}
+
+rlim_t ProcessorSecondsUsed() {
+  timespec used = {};
+  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &used);
+  return static_cast<rlim_t>(used.tv_sec);
 }
 
 BoundedData::BoundedData(rlim_t growth) : SoftLimit(RLIMIT_DATA, DataInUse() + growth) {}

@@ -25,6 +25,9 @@ class BoundedData : public SoftLimit {
   explicit BoundedData(rlim_t growth);
 };
 
+// By this process so far.
+rlim_t ProcessorSecondsUsed();
+
 // So that `seconds` more of processor time end the process, by SIGXCPU.
 class BoundedProcessorTime : public SoftLimit {
  public:

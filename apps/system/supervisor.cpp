@@ -128,10 +128,11 @@ bool Supervisor::SetDeadline(pid_t process, Clock::time_point deadline) {
 }
 
 std::vector<EndedChild> Supervisor::Collect() {
-  while (childSignals_.Receive()) {
-  }
+  bool isSignalled = false;
+  while (childSignals_.Receive()) isSignalled = true;
   const Clock::time_point now = Clock::now();
   std::vector<EndedChild> ended;
+  if (!isSignalled && now < NextEvent()) return ended;
   for (auto child = children_.begin(); child != children_.end();) {
     Advance(&*child, now);
     const bool isGone = child->stage >= Stage::kKilled && ReapGroup(child->process, &child->status);

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "thumbs/lookup.h"
 
-#include "thumbs/known_facts.h"
-
 namespace tavithumb::apps {
 
 void SetRequest(const Request& request, Thumb* job) {
@@ -14,10 +12,10 @@ void SetRequest(const Request& request, Thumb* job) {
   job->Rotate(request.quarterTurns);
 }
 
-bool FindStored(const Request& request, Thumb* job) {
+bool FindStored(const Request& request, FileMemory* memory, Thumb* job) {
   if (request.size.name == "original") return false;
   SetRequest(request, job);
-  ReadKnownFacts(request.byLibrary, job);
+  memory->ReadFacts(request.byLibrary, job);
   return job->SetOutStored();
 }
 

@@ -6,7 +6,6 @@
 #include <optional>
 #include <string>
 
-#include "maker/maker.h"
 #include "thumbs/rendering.h"
 
 namespace tavithumb::apps {
@@ -18,8 +17,8 @@ bool IsSinglePixel(const maker::Size& size, const ThumbInfo& source) {
 }
 
 // What is no picture of a known type was not made by us: it stays.
-bool IsBad(const std::string& path, const Request& request, const ThumbInfo& source) {
-  const std::optional<maker::Content> content = maker::Examine(path);
+bool IsBad(const std::string& path, const Request& request, const ThumbInfo& source, const Examine& examine) {
+  const std::optional<maker::Content> content = examine(path);
   if (!content) return false;
   const maker::Size box = BoxOf(request.size);
   return content->format == maker::Format::kBmp || content->stored.width > box.width ||
@@ -32,7 +31,7 @@ StoredState StateByTheLibrary(const std::string& path, const ThumbInfo& source) 
 
 }  // namespace
 
-StoredState StateOfStored(const Request& request, const Thumb& job) {
+StoredState StateOfStored(const Request& request, const Thumb& job, const Examine& examine) {
   const ThumbInfo& source = job.GetInfo();
   const std::string path = job.GetOnlineOutputDest();
   struct stat stored = {};
@@ -42,11 +41,11 @@ StoredState StateOfStored(const Request& request, const Thumb& job) {
   if (stat(source.GetPath().c_str(), &photo) != 0 || photo.st_mtim.tv_sec != stored.st_mtim.tv_sec) {
     return StoredState::kStale;
   }
-  return IsBad(path, request, source) ? StoredState::kBad : StoredState::kGood;
+  return IsBad(path, request, source, examine) ? StoredState::kBad : StoredState::kGood;
 }
 
-bool IsGoodAnswer(const Request& request, const Thumb& job) {
-  return job.GetOutputFile() != job.GetOnlineOutputDest() || StateOfStored(request, job) == StoredState::kGood;
+bool IsGoodAnswer(const Request& request, const Thumb& job, const Examine& examine) {
+  return job.GetOutputFile() != job.GetOnlineOutputDest() || StateOfStored(request, job, examine) == StoredState::kGood;
 }
 
 }  // namespace tavithumb::apps

@@ -3,6 +3,11 @@
 
 #include <tavithumb/libtavithumb.h>
 
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "maker/maker.h"
 #include "thumbs/request.h"
 
 namespace tavithumb::apps {
@@ -17,9 +22,11 @@ enum class StoredState {
 // Whether the thumbnail that would be made for the request of `job`, whose facts have been read, is stored already and
 // may stay. All programs go by this. Where the library's tools make the thumbnails, the library's rule counts: any
 // thumbnail that is not older than its source is good.
-StoredState StateOfStored(const Request& request, const Thumb& job);
+// `examine` reads the header of a thumbnail: maker::Examine(), or FileMemory::Examine().
+using Examine = std::function<std::optional<maker::Content>(const std::string&)>;
+StoredState StateOfStored(const Request& request, const Thumb& job, const Examine& examine = maker::Examine);
 
 // Whether the answer that a lookup step has given `job` may be served: anything but a thumbnail that is stale or bad.
-bool IsGoodAnswer(const Request& request, const Thumb& job);
+bool IsGoodAnswer(const Request& request, const Thumb& job, const Examine& examine = maker::Examine);
 
 }  // namespace tavithumb::apps

@@ -7,14 +7,15 @@
 
 #include <cstdio>
 #include <exception>
+#include <filesystem>
 #include <optional>
 #include <string>
+#include <system_error>
 
 #include "system/descriptors.h"
 #include "system/text.h"
 #include "thumbs/answer.h"
 #include "thumbs/kinds.h"
-#include "thumbs/known_facts.h"
 #include "thumbs/lookup.h"
 #include "thumbs/making.h"
 #include "thumbs/reasons.h"
@@ -64,21 +65,24 @@ Found FindSource(const Target& target, const Roots& roots) {
   return found;
 }
 
-// Only one process at a time makes thumbnails of a source; those that waited find it stored.
-void Make(const Found& source, const Target& target, Thumb* job, RequestState* state) {
+// How an answer is found, and reaches its client.
+struct Delivery {
+  const Service& service;
+  Sendfile sendfile;
+  const Turn& turn;
+};
+
+// Only one process at a time makes thumbnails of a source; those that waited find it stored. Decoders may leave this
+// process in any state.
+void Make(const Found& source, const Target& target, const Delivery& delivery, Thumb* job) {
+  delivery.turn.state->isWorkersLast = true;
+  delivery.service.confinement.LimitProcessorTime();
   const SourceLock lock(source.OpenPath());
-  const ScratchFolder scratch(state);
+  const ScratchFolder scratch(delivery.turn.state);
   if (Resolve(target.request, RenderHere, job) == Resolution::kNone)
     throw ErrorOf(WhyNoAnswer(job->GetInfo(), target.request));
   if (access(job->GetOutputFile().c_str(), R_OK) != 0) throw HttpError(kServiceUnavailable, "its thumbnail is gone");
 }
-
-// How the answer to one request reaches its client.
-struct Delivery {
-  const Roots& roots;
-  Sendfile sendfile;
-  RequestState* state;
-};
 
 // The library rotates an Albumex thumbnail while it sends it.
 bool IsSentAsItIs(const Thumb& job) {
@@ -86,17 +90,29 @@ bool IsSentAsItIs(const Thumb& job) {
   return !IsTemporary(job) && !isRotated;
 }
 
+// What fits into the buffers of any connection is sent at once; the rest as fast as the client reads.
+void AnnounceUnlessShort(std::uintmax_t bytes, const Delivery& delivery) {
+  constexpr std::uintmax_t shortest = 32768;
+  if (bytes > shortest) delivery.turn.startSending();
+}
+
+std::uintmax_t SizeOf(const std::string& path) {
+  std::error_code ignored;
+  return std::filesystem::file_size(path, ignored);
+}
+
 // With the same caching as the library's, and `headers` before it.
 void Deliver(const std::string& headers, const std::string& mimeType, const Delivery& delivery, Thumb* job) {
-  delivery.state->hasAnswered = true;
+  delivery.turn.state->hasAnswered = true;
   Print(headers);
   const std::string line =
-      IsSentAsItIs(*job) ? SendfileLine(delivery.sendfile, delivery.roots, job->GetOutputFile()) : "";
+      IsSentAsItIs(*job) ? SendfileLine(delivery.sendfile, delivery.service.roots, job->GetOutputFile()) : "";
   if (!line.empty()) {
     Print("Cache-Control: max-age=300, must-revalidate\r\nContent-Type: " + mimeType + "\r\n" + line + "\r\n");
-  } else if (!job->HttpOutputFile(mimeType)) {
-    syslog(LOG_INFO, "%s: aborted", delivery.state->request.data());
+    return;
   }
+  AnnounceUnlessShort(SizeOf(job->GetOutputFile()), delivery);
+  if (!job->HttpOutputFile(mimeType)) syslog(LOG_INFO, "%s: aborted", delivery.turn.state->request.data());
 }
 
 void DeliverThumb(const Delivery& delivery, Thumb* job) {
@@ -105,37 +121,44 @@ void DeliverThumb(const Delivery& delivery, Thumb* job) {
   if (IsTemporary(*job)) unlink(job->GetOutputFile().c_str());
 }
 
-// Turns the library's exceptions into errors for the client.
+// Turns the library's exceptions into errors for the client. A file that causes one may have done worse.
 template <typename Step>
-void WithProblems(const Step& step) {
+void WithProblems(const Delivery& delivery, const Step& step) {
   const QuietErrors quiet;
   try {
     step();
   } catch (const HttpError&) {
     throw;
   } catch (const std::exception&) {
+    delivery.turn.state->isWorkersLast = true;
     throw ErrorOf(ProblemOfException());
   }
 }
 
+// Makes a stored thumbnail that may be served the job's answer.
+bool FindGood(const Found& source, const Request& request, FileMemory* memory, Thumb* job) {
+  const auto examine = [memory](const std::string& path) { return memory->Examine(path); };
+  return FindStored(request, memory, job) && IsGoodAnswer(request, *job, examine) &&
+         memory->IsComplete(job->GetOutputFile(), source.OpenPath());
+}
+
 void AnswerThumb(const Target& target, const Delivery& delivery) {
-  const Found source = FindSource(target, delivery.roots);
+  const Found source = FindSource(target, delivery.service.roots);
   const Request& request = target.request;
-  WithProblems([&] {
+  WithProblems(delivery, [&] {
     Thumb stored(source.path, request.options, request.acceptHeic);
-    if (FindStored(request, &stored) && IsGoodAnswer(request, stored) && !IsBeingMade(source.OpenPath()))
-      return DeliverThumb(delivery, &stored);
+    if (FindGood(source, request, delivery.service.memory, &stored)) return DeliverThumb(delivery, &stored);
     Thumb made(source.path, request.options, request.acceptHeic);
-    Make(source, target, &made, delivery.state);
+    Make(source, target, delivery, &made);
     DeliverThumb(delivery, &made);
   });
 }
 
 void AnswerOriginal(const Target& target, const Delivery& delivery) {
-  const Found source = FindSource(target, delivery.roots);
-  WithProblems([&] {
+  const Found source = FindSource(target, delivery.service.roots);
+  WithProblems(delivery, [&] {
     Thumb job(source.path, Thumb::OPT_NO_CONVERT, false);
-    ReadKnownFacts(false, &job);
+    delivery.service.memory->ReadFacts(false, &job);
     if (!IsShownByBrowsers(job.GetInfo())) throw HttpError(kUnsupportedMediaType, "a browser cannot show the original");
     job.SetOutOriginalImage();
     Deliver("X-Content-Type-Options: nosniff\r\n", SourceMimeType(job.GetInfo()), delivery, &job);
@@ -143,16 +166,18 @@ void AnswerOriginal(const Target& target, const Delivery& delivery) {
 }
 
 void AnswerList(const Target& target, const Delivery& delivery) {
-  const Listing listing = ListFolder(delivery.roots, target.path);
+  const Listing listing = ListFolder(delivery.service.roots, target.path);
   const std::string body = target.wantsHtml ? ListAsHtml(listing, target.prefix) : ListAsJson(listing);
-  delivery.state->hasAnswered = true;
+  delivery.turn.state->hasAnswered = true;
   Print(target.wantsHtml ? "Content-Type: text/html; charset=utf-8\r\n"
                            "Content-Security-Policy: default-src 'none'; img-src 'self'; style-src 'self'; base-uri "
                            "'none'; form-action 'none'; frame-ancestors 'none'\r\n"
                          : "Content-Type: application/json\r\n");
   Print("Content-Length: " + std::to_string(body.size()) +
         "\r\nCache-Control: no-cache\r\nVary: Accept\r\nX-Content-Type-Options: nosniff\r\n\r\n");
-  if (!target.isHead) Print(body);
+  if (target.isHead) return;
+  AnnounceUnlessShort(body.size(), delivery);
+  Print(body);
 }
 
 void AnswerTarget(const Target& target, const Delivery& delivery) {
@@ -174,14 +199,15 @@ void Refuse(const Variables& variables, const HttpError& error, RequestState* st
   syslog(LOG_NOTICE, "%s: %d %s", state->request.data(), error.Code(), error.what());
 }
 
-void Answer(const Variables& variables, const Service& service, RequestState* state) {
+void Answer(const Variables& variables, const Service& service, const Turn& turn) {
+  RequestState* const state = turn.state;
   state->SetRequest(Printable(ValueOf(variables, "REQUEST_METHOD") + " " + ValueOf(variables, "REQUEST_URI")));
   service.confinement.SetEnvironment(variables);
   try {
     Target target = ParseTarget(variables);
     target.request.byLibrary = service.byLibrary;
     target.request.quality = service.quality;
-    AnswerTarget(target, {service.roots, ReadSendfile(service.sendfile, variables), state});
+    AnswerTarget(target, {service, ReadSendfile(service.sendfile, variables), turn});
   } catch (const HttpError& error) {
     Refuse(variables, error, state);
   } catch (const std::exception& error) {

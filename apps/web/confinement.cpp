@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "system/soft_limit.h"
 #include "thumbs/imagemagick_policy.h"
 #include "thumbs/temporary_files.h"
 
@@ -40,12 +41,15 @@ void Confinement::Enter() const {
   constexpr rlim_t mebibyte = 1048576;
   const rlimit none = {0, 0};
   setrlimit(RLIMIT_CORE, &none);
-  Limit(RLIMIT_CPU, limits_.cpuSeconds);
   Limit(RLIMIT_AS, limits_.memoryMiB * mebibyte);
   Limit(RLIMIT_FSIZE, limits_.fileSizeMiB * mebibyte);
   Limit(RLIMIT_NOFILE, limits_.openFiles);
   static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));  // writing beyond the limit fails instead
   rules_.Enter();
+}
+
+void Confinement::LimitProcessorTime() const {
+  if (limits_.cpuSeconds != 0) Limit(RLIMIT_CPU, ProcessorSecondsUsed() + limits_.cpuSeconds);
 }
 
 void Confinement::SetEnvironment(const Variables& variables) const {

@@ -27,14 +27,18 @@ class Confinement {
   // `policyFolder` has ImageMagick's policy.xml.
   Confinement(const Roots& roots, const ToolLimits& limits, const std::string& policyFolder);
 
-  // Applies the limits to this process and everything that it starts. From now on it can't access any file outside the
-  // roots, the system's programs and the temporary folders, not even through links. On a kernel without Landlock only
-  // the limits apply. Throws std::system_error if a kernel with Landlock fails to enforce the rules.
+  // Applies the limits to this process and everything that it starts, except that of processor time. From now on it
+  // can't access any file outside the roots, the system's programs and the temporary folders, not even through links.
+  // On a kernel without Landlock only the limits apply. Throws std::system_error if a kernel with Landlock fails to
+  // enforce the rules.
   void Enter() const;
 
   // Reduces the environment to what the tools need and to those of the request's variables on which the response
   // depends.
   void SetEnvironment(const Variables& variables) const;
+
+  // Limits the processor time of this process from now on, and of everything that it starts. That can't be undone.
+  void LimitProcessorTime() const;
 
  private:
   ToolLimits limits_;

@@ -18,6 +18,7 @@
 
 #include "system/descriptors.h"
 #include "system/text.h"
+#include "thumbs/file_memory.h"
 #include "web/answer.h"
 #include "web/confinement.h"
 #include "web/connection.h"
@@ -31,29 +32,30 @@ namespace {
 
 enum ExitCode { kDone = 0, kFailed = 1, kBadUsage = 2 };
 
-Workers MakeWorkers(std::size_t maximum, const Settings& settings, const Confinement& confinement,
-                    std::function<void(RequestState*)> answer) {
-  return {maximum, std::chrono::seconds(settings.deadlineSeconds),
-          WorkerCallbacks{[&] { confinement.Enter(); }, std::move(answer), RemoveLeftovers}};
+Workers MakeWorkers(const WorkerLimits& limits, const Confinement& confinement,
+                    std::function<void(const Turn&)> answer) {
+  return {limits, WorkerCallbacks{[&] { confinement.Enter(); }, std::move(answer), RemoveLeftovers}};
 }
 
 // Answers the one request in the environment, in a worker like any other.
 void AnswerOne(const Settings& settings, const Service& service) {
-  Workers workers = MakeWorkers(1, settings, service.confinement,
-                                [&](RequestState* state) { Answer(ReadEnvironment(), service, state); });
+  Workers workers = MakeWorkers({1, 0, std::chrono::seconds(settings.deadlineSeconds)}, service.confinement,
+                                [&](const Turn& turn) { Answer(ReadEnvironment(), service, turn); });
   AnswerConnection(FileDescriptor(dup(STDOUT_FILENO)), &workers);
 }
 
 void AnswerMany(const Settings& settings, const Service& service, const Listener& listener) {
-  Workers workers = MakeWorkers(settings.children, settings, service.confinement, [&](RequestState* state) {
+  const std::chrono::seconds timeout(settings.deadlineSeconds);
+  const WorkerLimits limits = {settings.children, settings.senders, timeout};
+  Workers workers = MakeWorkers(limits, service.confinement, [&](const Turn& turn) {
     try {
-      if (const auto variables = ReadScgi(STDIN_FILENO)) Answer(*variables, service, state);
+      if (const auto variables = ReadScgi(STDIN_FILENO)) Answer(*variables, service, turn);
     } catch (const HttpError& error) {
-      Refuse({}, error, state);
+      Refuse({}, error, turn.state);
     }
   });
   sd_notify(0, "READY=1");
-  Serve(listener, &workers, {settings.waiting, std::chrono::seconds(settings.deadlineSeconds)});
+  Serve(listener, &workers, {settings.waiting, timeout});
 }
 
 std::unique_ptr<Listener> OpenListener(const Settings& settings) {
@@ -82,7 +84,8 @@ int Run(int argc, char** argv) {
     throw std::invalid_argument("there is no request to answer: start it from a web server, or use --scgi to listen");
   }
   const Confinement confinement(roots, settings->limits, settings->policyFolder);
-  const Service service = {roots, confinement, settings->sendfile, settings->byLibrary, settings->quality};
+  FileMemory memory;
+  const Service service = {roots, confinement, &memory, settings->sendfile, settings->byLibrary, settings->quality};
   if (isCgi) {
     AnswerOne(*settings, service);
   } else {

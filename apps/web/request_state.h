@@ -9,11 +9,19 @@ namespace tavithumb::apps::web {
 
 // The state of one request, in memory that the worker shares with its parent, which reads it after the worker's death.
 struct RequestState {
-  std::atomic<bool> hasAnswered;  // bytes of the response may have been written
-  std::array<char, 512> request;  // for the log; NUL-terminated, like the next one
-  std::array<char, 64> scratch;   // the folder of its tools' temporary files, while it exists
+  std::atomic<bool> hasAnswered;    // bytes of the response may have been written
+  std::atomic<bool> isWorkersLast;  // a file was decoded, or is damaged: the worker answers no other request
+  std::array<char, 512> request;    // for the log; NUL-terminated, like the next one
+  std::array<char, 64> scratch;     // the folder of its tools' temporary files, while it exists
 
   void SetRequest(const std::string& text) { request[text.copy(request.data(), request.size() - 1)] = '\0'; }
+
+  void Reset() {
+    hasAnswered = false;
+    isWorkersLast = false;
+    SetRequest("a request");
+    scratch.front() = '\0';
+  }
 };
 
 }  // namespace tavithumb::apps::web

@@ -12,7 +12,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -22,6 +21,7 @@
 #include <stdexcept>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 #include "system/clock.h"
 #include "system/signals.h"
@@ -132,9 +132,9 @@ class Server {
 
   void AwaitEvent() {
     const bool isListening = !workers_->IsInterrupted() && !isPaused_;
-    std::array<pollfd, 3> entries = {{{signals_.Descriptor(), POLLIN, 0},
-                                      {workers_->Descriptor(), POLLIN, 0},
-                                      {isListening ? listener_.Number() : -1, POLLIN, 0}}};
+    std::vector<pollfd> entries = {{signals_.Descriptor(), POLLIN, 0},
+                                   {isListening ? listener_.Number() : -1, POLLIN, 0}};
+    workers_->AddTo(&entries);
     poll(entries.data(), entries.size(), isPaused_ ? pauseMilliseconds : MillisecondsUntil(NextEvent()));
     isPaused_ = false;
   }
@@ -223,7 +223,8 @@ void AnswerConnection(FileDescriptor connection, Workers* workers) {
   const Signals signals{SIGTERM, SIGINT};
   workers->Start(std::move(connection));
   while (!workers->AreDone()) {
-    std::array<pollfd, 2> entries = {{{signals.Descriptor(), POLLIN, 0}, {workers->Descriptor(), POLLIN, 0}}};
+    std::vector<pollfd> entries = {{signals.Descriptor(), POLLIN, 0}};
+    workers->AddTo(&entries);
     poll(entries.data(), entries.size(), MillisecondsUntil(workers->NextEvent()));
     while (signals.Receive()) workers->StopAll();
     workers->Collect();

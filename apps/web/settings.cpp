@@ -78,13 +78,14 @@ void AddOptions(CLI::App* app, Settings* settings, std::vector<std::string>* roo
       ->check(CLI::Range(1, 100), "INT in [1 - 100]")
       ->capture_default_str();
   app->add_flag("--library", settings->byLibrary, "Make thumbnails with the library's tools only");
-  app->add_option("--children", settings->children,
-                  "Requests answered in parallel; 0: twice the number of processor cores")
+  app->add_option("--children", settings->children, "Answers made in parallel; 0: twice the number of processor cores")
+      ->capture_default_str();
+  app->add_option("--senders", settings->senders, "Answers that may be on their way to slow clients besides")
       ->capture_default_str();
   app->add_option("--waiting", settings->waiting, "Requests that may wait; further ones get status 503")
       ->capture_default_str();
   app->add_option("--deadline", settings->deadlineSeconds,
-                  "Timeout in seconds for answering a request (504) and for its wait before that (503)")
+                  "Timeout in seconds for making an answer (504) and for its wait before that (503)")
       ->check(CheckDeadline, "INT in [1 - 86400]")
       ->capture_default_str();
   app->add_option("--policy", settings->policyFolder, "Folder with the policy.xml for ImageMagick")

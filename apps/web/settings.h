@@ -19,6 +19,7 @@ struct Settings {
   bool byLibrary = false;
   int quality = 80;
   unsigned children = 0;
+  unsigned senders = 256;
   unsigned waiting = 64;
   unsigned deadlineSeconds = 30;
   std::string policyFolder;

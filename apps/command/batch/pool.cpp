@@ -16,6 +16,7 @@
 
 #include "command/batch/worker.h"
 #include "command/output.h"
+#include "system/channel.h"
 #include "system/paths.h"
 #include "thumbs/temporary_files.h"
 
@@ -34,15 +35,6 @@ Problem ProblemOf(const EndedChild& worker) {
   const char* const signal = WIFSIGNALED(worker.status) ? sigdescr_np(WTERMSIG(worker.status)) : nullptr;
   const std::string how = signal == nullptr ? "" : std::string(" (") + signal + ")";
   return {Kind::kDamaged, "the decoder crashed on this file" + how, "get a fresh copy of it"};
-}
-
-// Both ends of a new socket pair.
-std::pair<FileDescriptor, FileDescriptor> OpenChannel() {
-  std::array<int, 2> ends = {-1, -1};
-  if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()) != 0) {
-    throw std::system_error(errno, std::generic_category(), "no process could be started");
-  }
-  return {FileDescriptor(ends[0]), FileDescriptor(ends[1])};
 }
 
 }  // namespace

@@ -108,11 +108,12 @@ std::string Response::Header(const std::string& name) const {
   return "";
 }
 
-int ConnectTo(int port) {
+int ConnectTo(int port, int receiveBuffer) {
   const sockaddr_in address = Loopback(port);
   const int connection = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   const timeval patience = {120, 0};
   setsockopt(connection, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+  if (receiveBuffer != 0) setsockopt(connection, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);
   if (connect(connection, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) return connection;
   close(connection);
   return -1;
@@ -216,8 +217,8 @@ std::string Site::LighttpdRule(const std::string& moreOfServer) const {
 }
 
 void Site::Start(Front front, const SiteOptions& options) {
-  const std::string nginxScgi =
-      "include /etc/nginx/scgi_params; scgi_param SCRIPT_NAME '" + prefix_ + "'; scgi_pass unix:" + Socket() + ";";
+  const std::string nginxScgi = "include /etc/nginx/scgi_params; scgi_param SCRIPT_NAME '" + prefix_ +
+                                "'; scgi_pass unix:" + Socket() + "; scgi_max_temp_file_size 0;";
   switch (front) {
     case Front::kNone:
       return StartProgram(options);

@@ -27,8 +27,8 @@ Response Exchange(int port, const std::string& request);
 // An unused port, outside the range that the system assigns to connections.
 int FreePort();
 
-// Connects without sending anything.
-int ConnectTo(int port);
+// Connects without sending anything. A `receiveBuffer` limits how many bytes may arrive before they are read.
+int ConnectTo(int port, int receiveBuffer = 0);
 
 // A child process in a group of its own, stopped with TERM together with its group.
 class Process {
@@ -72,6 +72,7 @@ class Site {
   std::string Photos() const { return folder_ / "photos"; }
   std::string operator/(const std::string& name) const { return Photos() + "/" + name; }
   int Port() const { return port_; }
+  const std::string& Prefix() const { return prefix_; }
   Process& Program() const { return *program_; }
   std::string Socket() const { return folder_ / "socket"; }
 

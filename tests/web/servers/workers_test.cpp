@@ -18,6 +18,7 @@
 #include <thread>
 #include <tuple>
 
+#include "children.h"
 #include "site.h"
 
 namespace fs = std::filesystem;
@@ -44,23 +45,9 @@ std::size_t EntriesIn(const std::string& folder) {
   return static_cast<std::size_t>(std::distance(fs::directory_iterator(folder, gone), fs::directory_iterator()));
 }
 
+// Besides those to its workers.
 std::size_t DescriptorsOf(const Site& site) {
-  return EntriesIn("/proc/" + std::to_string(site.Program().Id()) + "/fd");
-}
-
-// Their numbers, each followed by a space; zombies too.
-std::string ChildrenNumbersOf(const Site& site) {
-  const std::string id = std::to_string(site.Program().Id());
-  return ReadFile("/proc/" + id + "/task/" + id + "/children");
-}
-
-std::size_t ChildrenOf(const Site& site) {
-  const std::string numbers = ChildrenNumbersOf(site);
-  return static_cast<std::size_t>(std::count(numbers.begin(), numbers.end(), ' '));
-}
-
-void AwaitNoChildren(const Site& site) {
-  for (int i = 0; i < 6000 && ChildrenOf(site) != 0; ++i) usleep(10000);
+  return EntriesIn("/proc/" + std::to_string(site.Program().Id()) + "/fd") - ChildrenOf(site).size();
 }
 
 bool IsAlive(const std::string& process) {
@@ -167,7 +154,7 @@ TEST(Workers, KillAToolThatHangsAndIgnoresTerm) {
   MakeTiff(site / "scan.tif", 800, 600);
   const Clock::time_point start = Clock::now();
   EXPECT_EQ(site.Scgi(GetOf(kSmall)), Error("504 Gateway Timeout", "the request took too long\n"));
-  AwaitNoChildren(site);
+  AwaitIdleWorkers(site);
   EXPECT_LT(Clock::now() - start, std::chrono::seconds(3)) << "later than the deadline and two seconds";
 
   const std::vector<std::string> noted = site.Noted("run: ");
@@ -243,7 +230,7 @@ TEST(Workers, KillTheToolsOfOneThatWasKilled) {
   client.join();
   EXPECT_EQ(response,
             Error("503 Service Unavailable", "the process answering the request died\n", "Retry-After: 1\r\n"));
-  AwaitNoChildren(site);
+  AwaitIdleWorkers(site);
   for (int i = 0; i < 500 && IsAlive(tool); ++i) usleep(10000);
   EXPECT_FALSE(IsAlive(tool));
 }
@@ -254,7 +241,7 @@ std::vector<std::string> AskAtOnce(const Site& site, std::size_t count) {
   const std::string request = ScgiRequest(GetOf(kSmall));
   // The connection that showed that it listens comes before this one, and has a worker too.
   site.Scgi(GetOf("/list/"));
-  AwaitNoChildren(site);
+  AwaitIdleWorkers(site);
   site.Program().Signal(SIGSTOP);
   while (connections.size() < count) {
     connections.push_back(site.ConnectScgi());
@@ -290,11 +277,11 @@ TEST(Workers, ThatDieWhileTheyAnswerGetNoSecondAnswer) {
   const int connection = site.ConnectScgi();
   Send(connection, "/thumb/drawing.png?size=original");
   for (int waiting = 0; waiting == 0; usleep(1000)) ioctl(connection, FIONREAD, &waiting);
-  kill(std::stoi(ChildrenNumbersOf(site)), SIGKILL);
+  kill(BusyChildrenOf(site).front(), SIGKILL);
   const std::string response = ReadAll(connection);
   EXPECT_NE(response.find("Content-Length: 8000000\r\n"), std::string::npos);
   EXPECT_EQ(response.find("503"), std::string::npos);
-  AwaitNoChildren(site);
+  AwaitIdleWorkers(site);
   EXPECT_EQ(site.Noted("log: "), std::vector<std::string>{});
   close(connection);
 }
@@ -317,7 +304,7 @@ TEST(Workers, SurviveAThousandClientsThatDisconnect) {
   RunTool({"/usr/bin/convert", "-size", "2000x1500", "-seed", "7", "plasma:", "+noise", "Gaussian",
            "png:" + (site / "large.png")});
   EXPECT_EQ(site.Get(kSmall).status, 200);
-  AwaitNoChildren(site);
+  AwaitIdleWorkers(site);
   const std::size_t descriptors = DescriptorsOf(site);
   for (int i = 0; i < 1000; ++i) {
     const int connection = ConnectTo(site.Port());
@@ -330,12 +317,12 @@ TEST(Workers, SurviveAThousandClientsThatDisconnect) {
     setsockopt(connection, SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
     close(connection);
   }
-  AwaitNoChildren(site);  // those that have gone may still wait for their turn
+  AwaitIdleWorkers(site);  // those that have gone may still wait for their turn
   EXPECT_EQ(site.Get(kSmall).status, 200);
-  AwaitNoChildren(site);
+  AwaitIdleWorkers(site);
   // Rejected connections are kept open for a while.
   for (int i = 0; i < 6000 && DescriptorsOf(site) != descriptors; ++i) usleep(10000);
-  EXPECT_EQ(ChildrenOf(site), 0U);
+  EXPECT_EQ(BusyChildrenOf(site), std::vector<pid_t>{});
   EXPECT_EQ(DescriptorsOf(site), descriptors);
   EXPECT_EQ(ScratchFoldersOf(site), 0U);
 }
@@ -436,7 +423,7 @@ TEST(Workers, GiveToolsTheirOwnLimitsAndEnvironment) {
   EXPECT_EQ(site.Noted("HTTP_PROXY="), std::vector<std::string>{});
   const std::string scratch = site.Noted("MAGICK_TEMPORARY_PATH=").at(0);
   EXPECT_EQ(site.Noted("TMPDIR="), std::vector<std::string>{scratch});
-  AwaitNoChildren(site);
+  AwaitIdleWorkers(site);
   EXPECT_FALSE(Exists(scratch)) << "removed afterwards";
 }
 

@@ -1,0 +1,62 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "system/channel.h"
+
+#include <sys/socket.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <system_error>
+
+namespace tavithumb::apps {
+namespace {
+
+// A message of one byte that carries a descriptor.
+struct Parcel {
+  char byte = 0;
+  iovec content = {&byte, 1};
+  alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(int))> control = {};
+  msghdr header = {};
+
+  Parcel() {
+    header.msg_iov = &content;
+    header.msg_iovlen = 1;
+    header.msg_control = control.data();
+    header.msg_controllen = control.size();
+  }
+};
+
+}  // namespace
+
+std::pair<FileDescriptor, FileDescriptor> OpenChannel() {
+  std::array<int, 2> ends = {-1, -1};
+  if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()) != 0) {
+    throw std::system_error(errno, std::generic_category(), "no process could be started");
+  }
+  return {FileDescriptor(ends[0]), FileDescriptor(ends[1])};
+}
+
+bool SendDescriptor(int channel, int descriptor) {
+  Parcel parcel;
+  cmsghdr* const control = CMSG_FIRSTHDR(&parcel.header);
+  control->cmsg_level = SOL_SOCKET;
+  control->cmsg_type = SCM_RIGHTS;
+  control->cmsg_len = CMSG_LEN(sizeof descriptor);
+  std::memcpy(CMSG_DATA(control), &descriptor, sizeof descriptor);
+  return sendmsg(channel, &parcel.header, MSG_NOSIGNAL) == 1;
+}
+
+FileDescriptor ReceiveDescriptor(int channel) {
+  Parcel parcel;
+  ssize_t got;
+  do {
+    got = recvmsg(channel, &parcel.header, MSG_CMSG_CLOEXEC);
+  } while (got == -1 && errno == EINTR);
+  const cmsghdr* const control = got == 1 ? CMSG_FIRSTHDR(&parcel.header) : nullptr;
+  if (control == nullptr || control->cmsg_type != SCM_RIGHTS) return FileDescriptor();
+  int descriptor = -1;
+  std::memcpy(&descriptor, CMSG_DATA(control), sizeof descriptor);
+  return FileDescriptor(descriptor);
+}
+
+}  // namespace tavithumb::apps

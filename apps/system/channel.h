@@ -1,0 +1,19 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#pragma once
+
+#include <utility>
+
+#include "system/file_descriptor.h"
+
+namespace tavithumb::apps {
+
+// Both ends of a new connection between two processes. It keeps the boundaries of messages. Throws std::system_error.
+std::pair<FileDescriptor, FileDescriptor> OpenChannel();
+
+// Sends an open file to the process at the other end. False if that has exited.
+bool SendDescriptor(int channel, int descriptor);
+
+// Waits for such a file; not open if the other end has been closed.
+FileDescriptor ReceiveDescriptor(int channel);
+
+}  // namespace tavithumb::apps
