@@ -5,7 +5,9 @@
 #include <uniwidth.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
+#include <cstdio>
 
 namespace tavithumb::apps {
 namespace {
@@ -95,6 +97,15 @@ std::string TailWithin(const std::string& text, std::size_t columns) {
     dropped += character->bytes.size();
   }
   return std::string(ellipsis) + text.substr(dropped);
+}
+
+// FNV-1a
+std::string Fingerprint(std::string_view text) {
+  std::uint64_t hash = 0xcbf29ce484222325;
+  for (const char byte : text) hash = (hash ^ static_cast<unsigned char>(byte)) * 0x100000001b3;
+  std::array<char, 17> digits = {};
+  std::snprintf(digits.data(), digits.size(), "%016llx", static_cast<unsigned long long>(hash));
+  return digits.data();
 }
 
 std::string Join(const std::vector<std::string>& words, std::string_view separator) {

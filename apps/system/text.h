@@ -23,6 +23,9 @@ std::string Printable(const std::string& name);
 // counts; "" if there is no room for that and one more column.
 std::string TailWithin(const std::string& text, std::size_t columns);
 
+// 16 digits, the same for the same text. Not for secrets.
+std::string Fingerprint(std::string_view text);
+
 std::string Join(const std::vector<std::string>& words, std::string_view separator);
 
 }  // namespace tavithumb::apps

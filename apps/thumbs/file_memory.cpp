@@ -61,19 +61,16 @@ struct Content {
   maker::Content content;
 };
 
-// The record of a source whose facts are remembered.
-class RecalledInfo : public ThumbInfo {
- public:
-  RecalledInfo(const ThumbInfo& source, const Facts& facts) : ThumbInfo(source) {
-    width_ = facts.width;
-    height_ = facts.height;
-    rotate_ = facts.quarterTurns;
-    flop_ = facts.isMirrored != 0;
-    heic_ = facts.isHeic != 0;
-    good_ = !heic_;
-    mimeType_.assign(facts.mimeType.data(), strnlen(facts.mimeType.data(), facts.mimeType.size()));
+void SetFacts(const Facts& facts, Thumb* job) {
+  ThumbInfo info = job->GetInfo();
+  if (facts.isHeic != 0) {
+    info.SetHeic();
+  } else {
+    info.SetMimeType({facts.mimeType.data(), strnlen(facts.mimeType.data(), facts.mimeType.size())});
   }
-};
+  info.SetPicture(facts.width, facts.height, facts.quarterTurns, facts.isMirrored != 0);
+  job->SetFacts(info);
+}
 
 Facts FactsOf(const ThumbInfo& info) {
   Facts facts = {info.GetWidth(), info.GetHeight(), info.GetRotate(), info.GetFlop(), info.IsHeic(), {}};
@@ -95,7 +92,7 @@ void FileMemory::ReadFacts(bool byLibrary, Thumb* job) {
   const std::optional<SharedTable::Key> key = KeyOf(subject, path);
   if (key) {
     if (const auto value = table_.Find(*key)) {
-      return job->SetFacts(RecalledInfo(job->GetInfo(), Unpacked<Facts>(*value)));
+      return SetFacts(Unpacked<Facts>(*value), job);
     }
   }
   ReadKnownFacts(byLibrary, job);

@@ -88,11 +88,6 @@ bool IsOriginalServed(const Request& request, const ThumbInfo& source) {
          IsShownByBrowsers(source);
 }
 
-bool IsSourceTheAnswer(const Request& request, const ThumbInfo& source) {
-  const bool showsHeic = request.acceptHeic && source.IsHeic() && request.quarterTurns % 4 == 0;
-  return showsHeic || IsServedUnchanged(request, source);
-}
-
 Resolution ServeSource(Thumb* job) {
   job->SetOutOriginalImage();
   return Resolution::kFound;
@@ -176,6 +171,11 @@ void Improve(const Request& request, Render* render, Thumb* job) {
 }
 
 }  // namespace
+
+bool IsSourceTheAnswer(const Request& request, const ThumbInfo& source) {
+  const bool showsHeic = request.acceptHeic && source.IsHeic() && request.quarterTurns % 4 == 0;
+  return showsHeic || IsServedUnchanged(request, source);
+}
 
 Resolution Resolve(const Request& request, Render* render, Thumb* job) {
   const Resolution byMaker = ResolveByMaker(request, render, job);

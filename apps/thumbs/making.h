@@ -24,6 +24,9 @@ enum class Resolution {
 using Render = std::optional<std::string>(const std::string& source, const Rendering& rendering);
 Resolution Resolve(const Request& request, Render* render, Thumb* job);
 
+// Whether the source itself is the answer, unless a thumbnail is stored. Its facts must have been read.
+bool IsSourceTheAnswer(const Request& request, const ThumbInfo& source);
+
 // Has the library make it with its tools, from facts that have already been read.
 Resolution MakeByLibrary(const Request& request, const SourceFacts& facts, Thumb* job);
 

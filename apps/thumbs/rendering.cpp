@@ -139,8 +139,7 @@ class Unstored {
   std::vector<Made> made_;
 };
 
-std::vector<maker::Thumbnail> Render(const ThumbInfo& source, const PictureDetails& details,
-                                     const std::vector<Request>& requests, Original original) {
+std::vector<maker::Thumbnail> Render(const maker::Source& source, const std::vector<Request>& requests) {
   std::vector<maker::Target> targets;
   targets.reserve(requests.size());
   for (const Request& request : requests) {
@@ -148,7 +147,7 @@ std::vector<maker::Thumbnail> Render(const ThumbInfo& source, const PictureDetai
   }
   maker::Options options;
   options.quality = requests.front().quality;
-  return maker::Make(SourceOf(source, details, requests.front(), original), targets, options);
+  return maker::Make(source, targets, options);
 }
 
 // The size in which browsers show the source; none of an animation of a type that may be one, and of a damaged header.
@@ -180,13 +179,14 @@ bool IsTooHeavy(const ThumbInfo& source, maker::Size size, int quality) {
 
 // Has thumbnails made and written, from the record of the source. Returns nothing, or why not in a word. Beyond the
 // limits of processor time and of files, a signal ends the process.
-std::optional<std::string> WithinLimits(const ThumbInfo& source, const std::function<bool(const struct stat&)>& make) {
+std::optional<std::string> WithinLimits(const std::string& source,
+                                        const std::function<bool(const struct stat&)>& make) {
   const BoundedData memory(mostMemory);
   const BoundedProcessorTime processorTime(mostDecodingSeconds);
   const SoftLimit files(RLIMIT_FSIZE, mostDecodedBytes);
   try {
     struct stat record = {};
-    if (stat(source.GetPath().c_str(), &record) != 0) return WordFor(maker::Reason::kUnreadable);
+    if (stat(source.c_str(), &record) != 0) return WordFor(maker::Reason::kUnreadable);
     if (!make(record)) return "not stored";
     return std::nullopt;
   } catch (const maker::Declined& declined) {
@@ -194,6 +194,15 @@ std::optional<std::string> WithinLimits(const ThumbInfo& source, const std::func
   } catch (const std::bad_alloc&) {
     return "out of memory";
   }
+}
+
+std::optional<maker::Thumbnail> InMemory(const maker::Source& source, const Request& request) {
+  std::optional<maker::Thumbnail> made;
+  WithinLimits(source.path, [&](const struct stat&) {
+    made = Render(source, {request}).front();
+    return true;
+  });
+  return made;
 }
 
 }  // namespace
@@ -225,8 +234,9 @@ bool IsServedUnchanged(const Request& request, const ThumbInfo& source) {
 
 std::optional<std::string> RenderAndStore(const ThumbInfo& source, const PictureDetails& details,
                                           const std::vector<Request>& requests, Original original) {
-  return WithinLimits(source, [&](const struct stat& record) {
-    const std::vector<maker::Thumbnail> thumbnails = Render(source, details, requests, original);
+  return WithinLimits(source.GetPath(), [&](const struct stat& record) {
+    const std::vector<maker::Thumbnail> thumbnails =
+        Render(SourceOf(source, details, requests.front(), original), requests);
     if (!file::MakeEADir(source.GetPath())) return false;
     Unstored unstored;
     for (std::size_t i = 0; i < requests.size(); ++i) {
@@ -238,12 +248,26 @@ std::optional<std::string> RenderAndStore(const ThumbInfo& source, const Picture
 
 std::optional<std::string> RenderToFile(const ThumbInfo& source, const PictureDetails& details, const Request& request,
                                         const std::string& path) {
-  return WithinLimits(source, [&](const struct stat& record) {
-    const std::vector<maker::Thumbnail> thumbnails = Render(source, details, {request}, Original::kSource);
+  return WithinLimits(source.GetPath(), [&](const struct stat& record) {
+    const std::vector<maker::Thumbnail> thumbnails =
+        Render(SourceOf(source, details, request, Original::kSource), {request});
     if (Write(path, thumbnails.front().bytes, record)) return true;
     unlink(path.c_str());
     return false;
   });
+}
+
+std::optional<maker::Thumbnail> RenderInMemory(const ThumbInfo& source, const PictureDetails& details,
+                                               const Request& request) {
+  return InMemory(SourceOf(source, details, request, Original::kSource), request);
+}
+
+std::optional<maker::Thumbnail> RenderInMemory(const std::string& upright, const Request& request) {
+  maker::Source source;
+  source.path = upright;
+  source.orientation = maker::Orientation{};
+  source.keepsAnimation = true;
+  return InMemory(source, request);
 }
 
 std::optional<std::string> RenderHere(const std::string& /*source*/, const Rendering& rendering) {

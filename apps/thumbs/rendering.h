@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "maker/maker.h"
 #include "maker/picture.h"
 #include "thumbs/request.h"
 
@@ -44,7 +45,14 @@ std::optional<std::string> RenderAndStore(const ThumbInfo& source, const Picture
 std::optional<std::string> RenderToFile(const ThumbInfo& source, const PictureDetails& details, const Request& request,
                                         const std::string& path);
 
-// One of these two, with its arguments.
+// Makes one thumbnail in memory. Nothing if the maker declines it.
+std::optional<maker::Thumbnail> RenderInMemory(const ThumbInfo& source, const PictureDetails& details,
+                                               const Request& request);
+
+// The same from a picture that is upright, whatever its metadata says, and rotated as requested.
+std::optional<maker::Thumbnail> RenderInMemory(const std::string& upright, const Request& request);
+
+// One of the first two, with its arguments.
 using Rendering = std::function<std::optional<std::string>()>;
 
 // Renders in this process, which may crash.

@@ -7,14 +7,14 @@
 
 #include <cstdio>
 #include <exception>
-#include <filesystem>
 #include <optional>
 #include <string>
-#include <system_error>
+#include <utility>
 
 #include "system/descriptors.h"
 #include "system/text.h"
 #include "thumbs/answer.h"
+#include "thumbs/boxes.h"
 #include "thumbs/kinds.h"
 #include "thumbs/lookup.h"
 #include "thumbs/making.h"
@@ -22,6 +22,7 @@
 #include "thumbs/rendering.h"
 #include "thumbs/source_lock.h"
 #include "thumbs/stored_state.h"
+#include "web/delivery.h"
 #include "web/http_error.h"
 #include "web/listing.h"
 #include "web/sendfile.h"
@@ -29,10 +30,6 @@
 
 namespace tavithumb::apps::web {
 namespace {
-
-void Print(const std::string& text) {
-  static_cast<void>(std::fwrite(text.data(), 1, text.size(), stdout));
-}
 
 HttpStatus StatusOf(Problem::Kind kind) {
   switch (kind) {
@@ -65,60 +62,33 @@ Found FindSource(const Target& target, const Roots& roots) {
   return found;
 }
 
-// How an answer is found, and reaches its client.
-struct Delivery {
-  const Service& service;
-  Sendfile sendfile;
-  const Turn& turn;
+// A new answer: in memory, or that of the job.
+struct Made {
+  std::optional<maker::Thumbnail> inMemory;
+  Lifetime lifetime = Lifetime::kLong;
 };
+
+// What nobody else will ask for is not stored: a thumbnail that the library's tools have made for a box is removed once
+// it has been sent.
+Made FindOrMake(const Request& request, Thumb* job) {
+  if (request.size.IsBox() && !request.byLibrary) {
+    if (auto thumbnail = MakeBox(request, job->GetInfo().GetPath())) return {std::move(thumbnail)};
+  }
+  const Resolution resolution = Resolve(request, RenderHere, job);
+  if (resolution == Resolution::kNone) throw ErrorOf(WhyNoAnswer(job->GetInfo(), request));
+  if (access(job->GetOutputFile().c_str(), R_OK) != 0) throw HttpError(kServiceUnavailable, "its thumbnail is gone");
+  const bool isForThisRequest = IsTemporary(*job) || (resolution == Resolution::kMade && request.size.IsBox());
+  return {std::nullopt, isForThisRequest ? Lifetime::kThisRequest : Lifetime::kLong};
+}
 
 // Only one process at a time makes thumbnails of a source; those that waited find it stored. Decoders may leave this
 // process in any state.
-void Make(const Found& source, const Target& target, const Delivery& delivery, Thumb* job) {
+Made Make(const Found& source, const Request& request, const Delivery& delivery, Thumb* job) {
   delivery.turn.state->isWorkersLast = true;
   delivery.service.confinement.LimitProcessorTime();
   const SourceLock lock(source.OpenPath());
   const ScratchFolder scratch(delivery.turn.state);
-  if (Resolve(target.request, RenderHere, job) == Resolution::kNone)
-    throw ErrorOf(WhyNoAnswer(job->GetInfo(), target.request));
-  if (access(job->GetOutputFile().c_str(), R_OK) != 0) throw HttpError(kServiceUnavailable, "its thumbnail is gone");
-}
-
-// The library rotates an Albumex thumbnail while it sends it.
-bool IsSentAsItIs(const Thumb& job) {
-  const bool isRotated = job.GetOutputTypeCode() == Thumb::OUTPUT_ALBUMEX && (job.GetInfo().GetUserRotate() & 3) != 0;
-  return !IsTemporary(job) && !isRotated;
-}
-
-// What fits into the buffers of any connection is sent at once; the rest as fast as the client reads.
-void AnnounceUnlessShort(std::uintmax_t bytes, const Delivery& delivery) {
-  constexpr std::uintmax_t shortest = 32768;
-  if (bytes > shortest) delivery.turn.startSending();
-}
-
-std::uintmax_t SizeOf(const std::string& path) {
-  std::error_code ignored;
-  return std::filesystem::file_size(path, ignored);
-}
-
-// With the same caching as the library's, and `headers` before it.
-void Deliver(const std::string& headers, const std::string& mimeType, const Delivery& delivery, Thumb* job) {
-  delivery.turn.state->hasAnswered = true;
-  Print(headers);
-  const std::string line =
-      IsSentAsItIs(*job) ? SendfileLine(delivery.sendfile, delivery.service.roots, job->GetOutputFile()) : "";
-  if (!line.empty()) {
-    Print("Cache-Control: max-age=300, must-revalidate\r\nContent-Type: " + mimeType + "\r\n" + line + "\r\n");
-    return;
-  }
-  AnnounceUnlessShort(SizeOf(job->GetOutputFile()), delivery);
-  if (!job->HttpOutputFile(mimeType)) syslog(LOG_INFO, "%s: aborted", delivery.turn.state->request.data());
-}
-
-void DeliverThumb(const Delivery& delivery, Thumb* job) {
-  // For the same URL, clients that can show HEIF may get the source itself.
-  Deliver("X-Content-Type-Options: nosniff\r\nVary: Accept\r\n", AnswerMimeType(*job), delivery, job);
-  if (IsTemporary(*job)) unlink(job->GetOutputFile().c_str());
+  return FindOrMake(request, job);
 }
 
 // Turns the library's exceptions into errors for the client. A file that causes one may have done worse.
@@ -147,10 +117,13 @@ void AnswerThumb(const Target& target, const Delivery& delivery) {
   const Request& request = target.request;
   WithProblems(delivery, [&] {
     Thumb stored(source.path, request.options, request.acceptHeic);
-    if (FindGood(source, request, delivery.service.memory, &stored)) return DeliverThumb(delivery, &stored);
-    Thumb made(source.path, request.options, request.acceptHeic);
-    Make(source, target, delivery, &made);
-    DeliverThumb(delivery, &made);
+    if (FindGood(source, request, delivery.service.memory, &stored)) {
+      return DeliverThumb(delivery, Lifetime::kLong, &stored);
+    }
+    Thumb job(source.path, request.options, request.acceptHeic);
+    const Made made = Make(source, request, delivery, &job);
+    if (made.inMemory) return DeliverFromMemory(*made.inMemory, delivery);
+    DeliverThumb(delivery, made.lifetime, &job);
   });
 }
 
@@ -161,23 +134,13 @@ void AnswerOriginal(const Target& target, const Delivery& delivery) {
     delivery.service.memory->ReadFacts(false, &job);
     if (!IsShownByBrowsers(job.GetInfo())) throw HttpError(kUnsupportedMediaType, "a browser cannot show the original");
     job.SetOutOriginalImage();
-    Deliver("X-Content-Type-Options: nosniff\r\n", SourceMimeType(job.GetInfo()), delivery, &job);
+    DeliverOriginal(delivery, &job);
   });
 }
 
 void AnswerList(const Target& target, const Delivery& delivery) {
   const Listing listing = ListFolder(delivery.service.roots, target.path);
-  const std::string body = target.wantsHtml ? ListAsHtml(listing, target.prefix) : ListAsJson(listing);
-  delivery.turn.state->hasAnswered = true;
-  Print(target.wantsHtml ? "Content-Type: text/html; charset=utf-8\r\n"
-                           "Content-Security-Policy: default-src 'none'; img-src 'self'; style-src 'self'; base-uri "
-                           "'none'; form-action 'none'; frame-ancestors 'none'\r\n"
-                         : "Content-Type: application/json\r\n");
-  Print("Content-Length: " + std::to_string(body.size()) +
-        "\r\nCache-Control: no-cache\r\nVary: Accept\r\nX-Content-Type-Options: nosniff\r\n\r\n");
-  if (target.isHead) return;
-  AnnounceUnlessShort(body.size(), delivery);
-  Print(body);
+  DeliverList(target, listing, delivery);
 }
 
 void AnswerTarget(const Target& target, const Delivery& delivery) {
@@ -195,7 +158,7 @@ void AnswerTarget(const Target& target, const Delivery& delivery) {
 
 void Refuse(const Variables& variables, const HttpError& error, RequestState* state) {
   state->hasAnswered = true;
-  Print(ErrorResponse(error, ValueOf(variables, "REQUEST_METHOD") != "HEAD"));
+  std::fputs(ErrorResponse(error, ValueOf(variables, "REQUEST_METHOD") != "HEAD").c_str(), stdout);
   syslog(LOG_NOTICE, "%s: %d %s", state->request.data(), error.Code(), error.what());
 }
 

@@ -117,6 +117,15 @@ class TAVITHUMB_API ThumbInfo {
   /// The same for a HEIF image that CheckAndGetHeif() does not mark: marks it as HEIC and clears the MIME type.
   void SetHeic();
 
+  /// For a caller that has read the source before, together with one of these two: what the getters below returned
+  /// then. Accesses no file.
+  void SetPicture(std::uint32_t width, std::uint32_t height, std::int32_t rotate, bool flop) {
+    width_ = width;
+    height_ = height;
+    rotate_ = rotate;
+    flop_ = flop;
+  }
+
   // --- Facts and the request ---------------------------------------------------------------------------------------
 
   const std::string& GetPath() const { return path_; }          ///< the source, as given

@@ -13,11 +13,11 @@ _tavithumb_web() {
       ;;
     --policy) _filedir -d; return ;;
     --sendfile) COMPREPLY=($(compgen -W "X-Accel-Redirect X-Sendfile" -- "$cur")); return ;;
-    --quality | --children | --waiting | --deadline | --tool-*) return ;;
+    --quality | --children | --senders | --waiting | --deadline | --tool-*) return ;;
   esac
   $split && return
   COMPREPLY=($(compgen -W "-h --help --version --config --root --scgi --sendfile --hidden --quality --library --children
-    --waiting --deadline --policy --tool-cpu --tool-memory --tool-file-size --tool-files" -- "$cur"))
+    --senders --waiting --deadline --policy --tool-cpu --tool-memory --tool-file-size --tool-files" -- "$cur"))
 }
 
 complete -F _tavithumb_web tavithumb-web

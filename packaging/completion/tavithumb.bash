@@ -6,7 +6,7 @@ _tavithumb_options() { # _tavithumb_options SUBCOMMAND
     get) echo --size --rotate --avatar --keep-animation --no-convert --fallback-smaller --albumex --no-brovix \
       --accept-heic --quality --library --json -0 ;;
     info | list) echo --json ;;
-    make) echo --sizes --jobs --older --limit --dry-run --quality --library --json --files-from -0 ;;
+    make) echo --sizes --jobs --older --limit --dry-run --eager --quality --library --json --files-from -0 ;;
     add) echo --size --check-type --mtime ;;
     clean) echo --dry-run --json ;;
   esac

@@ -36,5 +36,6 @@ complete -c tavithumb -n "$one add" -l mtime -x -d 'Their modification time'
 
 complete -c tavithumb -n "$one get make" -l quality -x -d 'Quality of the JPEG thumbnails, 1 to 100'
 complete -c tavithumb -n "$one get make" -l library -d 'Use the tools of the library only'
+complete -c tavithumb -n "$one make" -l eager -d 'Compete with other programs'
 complete -c tavithumb -n "$one make clean" -l dry-run -d 'Only print what would be done'
 complete -c tavithumb -n "$one get info make list clean" -l json -d 'Print one JSON object per line'

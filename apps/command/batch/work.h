@@ -16,6 +16,7 @@ struct Order {
   bool onlyOlder = false;          // regenerate outdated thumbnails, don't make missing ones
   bool isDryRun = false;           // make nothing; thumbnails that would be made count as made
   bool byLibrary = false;          // as Request says
+  bool isEager = false;            // competes with other programs for the processor and the disk
   int quality = 80;
   std::vector<std::string> folders = {};  // where thumbnails may be stored, with everything below
 };

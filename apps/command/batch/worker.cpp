@@ -12,6 +12,7 @@
 
 #include "command/batch/report.h"
 #include "system/file_rules.h"
+#include "system/priority.h"
 #include "thumbs/temporary_files.h"
 
 namespace tavithumb::apps::command {
@@ -37,6 +38,7 @@ void EnterRules(const Order& order) {
 }  // namespace
 
 void RunWorkerLoop(int channel, const std::string& scratch, const Order& order) {
+  if (!order.isEager) RunWhenIdle();
   EnterRules(order);
   UseScratchFolder(scratch);
   // The workers already run in parallel: their tools need no threads.

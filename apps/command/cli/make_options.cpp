@@ -51,6 +51,7 @@ struct Arguments {
   bool byLibrary = false;
   bool onlyOlder = false;
   bool isDryRun = false;
+  bool isEager = false;
   bool json = false;
   bool nulEnded = false;
 };
@@ -66,6 +67,8 @@ void Declare(const Options& options, Arguments* arguments) {
   options.AddFlag("--dry-run", &arguments->isDryRun, "Print what would be made, but make nothing");
   options.AddDefaulted("--quality", "N", &arguments->quality, qualityHelp);
   options.AddFlag("--library", &arguments->byLibrary, libraryHelp);
+  options.AddFlag("--eager", &arguments->isEager,
+                  "Compete with other programs for processor and disk; by default it uses what they leave");
   options.AddFlag("--json", &arguments->json, "Print one JSON object per line");
   options.AddOptional("--files-from", "FILE", &arguments->list,
                       "Read more PATHs, one per line, from FILE; '-' is standard input");
@@ -103,8 +106,8 @@ MakeRequest RequestOf(const Arguments& arguments) {
   if (arguments.paths.empty() && !arguments.list) throw std::invalid_argument("PATH or --files-from is required");
   if (arguments.nulEnded && !arguments.list) throw std::invalid_argument("-0 needs --files-from");
   MakeRequest request;
-  request.order = {ParseSizes(arguments.sizes), arguments.onlyOlder, arguments.isDryRun, arguments.byLibrary,
-                   ParseQuality(arguments.quality)};
+  request.order = {ParseSizes(arguments.sizes), arguments.onlyOlder, arguments.isDryRun,
+                   arguments.byLibrary,         arguments.isEager,   ParseQuality(arguments.quality)};
   request.jobs = arguments.jobs ? ParseCount("--jobs", *arguments.jobs, maxJobs) : Cores();
   if (arguments.limit) request.limit = ParseCount("--limit", *arguments.limit, 1000000000);
   request.names = arguments.paths;

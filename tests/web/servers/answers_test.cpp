@@ -114,7 +114,7 @@ TEST_P(Answers, HaveTheHeadersThatACacheNeeds) {
   const std::string stored = StoredEntry(site, "drawing.png", "TAVIFILE_THUMB_M.png");
   const std::string etag = response.Header("etag"), modified = response.Header("last-modified");
   EXPECT_EQ(response.headers, (Headers{{"accept-ranges", "bytes"},
-                                       {"cache-control", "max-age=300, must-revalidate"},
+                                       {"cache-control", "private, max-age=300, must-revalidate"},
                                        {"content-length", std::to_string(fs::file_size(stored))},
                                        {"content-type", "image/png"},
                                        {"etag", etag},
@@ -305,6 +305,30 @@ TEST_P(Answers, StoreEachThumbnailForTheNextRequest) {
   }
 }
 
+// From the smallest stored size that covers it, or from the photo. Anybody can ask for any number of them.
+TEST_P(Answers, StoreNoThumbnailOfABox) {
+  const Site site(GetParam());
+  MakeOneOfEachKind(site);
+  MakePhoto(site / "big.jpg");
+  const std::vector<std::tuple<std::string, std::string, std::vector<std::string>>> rows = {
+      {"photo.jpg?size=200x50", "200 image/jpeg JPEG 67x50", {"TAVIFILE_THUMB_M.jpg"}},
+      {"photo.jpg?size=50x200&rotate=1",
+       "200 image/jpeg JPEG 50x67",
+       {"TAVIFILE_THUMB_M.jpg", "TAVIFILE_THUMB_M_r1.jpg"}},
+      {"big.jpg?size=1300", "200 image/jpeg JPEG 1300x975", {}},
+      {"big.jpg?size=100x50&avatar=1", "200 image/jpeg JPEG 100x50", {}},
+      {"drawing.png?size=120", "200 image/png PNG 120x90", {"TAVIFILE_THUMB_S.png"}},
+      {"phone.heic?size=100", "200 image/jpeg JPEG 100x75", {"TAVIFILE_THUMB_S.jpg"}},
+      {"moving.gif?size=100&animate=1", "200 image/gif GIF 100x67", {}},
+      {"light.jpg?size=5000", "200 image/jpeg JPEG 400x300", {}},
+  };
+  for (const auto& [address, described, stored] : rows) {
+    for (int i = 0; i < 2; ++i) EXPECT_EQ(Describe(site.Get("/thumb/" + address)), described) << address;
+    const std::string folder = site / (".tavi_ea/" + address.substr(0, address.find('?')));
+    EXPECT_EQ(fs::exists(folder) ? Names(folder) : std::vector<std::string>(), stored) << address;
+  }
+}
+
 TEST_P(Answers, FallBackToASmallerSizeOnRequest) {
   const Site site(GetParam());
   MakeTiff(site / "scan.tif", 800, 600);
@@ -341,9 +365,11 @@ TEST_P(Answers, ListAFolder) {
 
   const Response response = site.Get("/list/");
   EXPECT_EQ(response.status, 200);
-  EXPECT_EQ(response.headers, (Headers{{"cache-control", "no-cache"},
+  const std::string etag = response.Header("etag");
+  EXPECT_EQ(response.headers, (Headers{{"cache-control", "private, no-cache"},
                                        {"content-length", std::to_string(response.body.size())},
                                        {"content-type", "application/json"},
+                                       {"etag", etag},
                                        {"vary", "Accept"},
                                        {"x-content-type-options", "nosniff"}}));
   const nlohmann::json expected = {{"path", ""},
@@ -376,6 +402,23 @@ TEST_P(Answers, ListAFolder) {
   EXPECT_EQ(nlohmann::json::parse(response.body), expected);
   EXPECT_EQ(Describe(site.Get("/thumb/shown.mp4?size=medium")), "200 image/jpeg JPEG 64x48");
   EXPECT_EQ(site.Get("/thumb/film.mp4?size=medium").body, "no screenshot is stored for this video\n");
+}
+
+TEST_P(Answers, SendNoListThatTheClientHas) {
+  const Site site(GetParam());
+  MakePng(site / "drawing.png", 8, 6);
+  const Response whole = site.Get("/list/");
+  const std::string etag = whole.Header("etag");
+  EXPECT_EQ(etag.size(), 18U);
+  const Response unchanged = site.Get("/list/", {"If-None-Match: \"another\", " + etag});
+  EXPECT_EQ(unchanged.status, 304);
+  EXPECT_EQ(unchanged.body, "");
+  EXPECT_EQ(unchanged.Header("etag"), etag);
+  EXPECT_NE(site.Get("/list/", {"Accept: text/html"}).Header("etag"), etag);
+  MakePng(site / "new.png", 8, 6);
+  const Response changed = site.Get("/list/", {"If-None-Match: " + etag});
+  EXPECT_EQ(changed.status, 200);
+  EXPECT_NE(changed.Header("etag"), etag);
 }
 
 TEST(List, IsSortedByName) {

@@ -23,7 +23,7 @@ void ExpectSent(const Response& response, const std::string& path, const std::st
   EXPECT_TRUE(response.body == ReadFile(path)) << path;
   EXPECT_EQ(response.Header("content-type"), type);
   EXPECT_EQ(response.Header("content-length"), std::to_string(response.body.size()));
-  EXPECT_EQ(response.Header("cache-control"), "max-age=300, must-revalidate");
+  EXPECT_EQ(response.Header("cache-control"), "private, max-age=300, must-revalidate");
   EXPECT_EQ(response.Header("x-content-type-options"), "nosniff");
   EXPECT_NE(response.Header("etag"), "");
   EXPECT_NE(response.Header("last-modified"), "");
@@ -41,7 +41,7 @@ TEST_P(SentByTheServer, AreThumbnailsAndOriginals) {
   const Response stored = site.Get("/thumb/photo.jpg?size=small");
   EXPECT_EQ(stored.headers, thumbnail.headers);
   EXPECT_TRUE(stored.body == thumbnail.body);
-  ExpectSent(site.Get("/thumb/sub/drawing.png?size=256"), site / "sub/.tavi_ea/drawing.png/TAVIFILE_THUMB_256x256.png",
+  ExpectSent(site.Get("/thumb/sub/drawing.png?size=big"), site / "sub/.tavi_ea/drawing.png/TAVIFILE_THUMB_B.png",
              "image/png");
   ExpectSent(site.Get("/original/photo.jpg"), site / "photo.jpg", "image/jpeg");
   ExpectSent(site.Get("/original/sub/drawing.png"), site / "sub/drawing.png", "image/png");

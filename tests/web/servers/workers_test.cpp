@@ -136,7 +136,7 @@ TEST(Workers, MakeAllSizesOfASourceOneAfterTheOther) {
   const Site site(Front::kNone, WithTool("slow", {"--children", "8"}));
   MakeTiff(site / "scan.tif", 800, 600);
   std::vector<std::thread> clients;
-  for (const char* size : {"small", "medium", "100", "50x60"}) {
+  for (const char* size : {"small", "medium", "big", "large"}) {
     clients.emplace_back([&site, size] {
       const std::string response = site.Scgi(GetOf(std::string("/thumb/scan.tif?size=") + size));
       EXPECT_EQ(response.rfind("X-Content-Type-Options: nosniff\r\n", 0), 0U) << response;
@@ -280,7 +280,7 @@ TEST(Workers, ThatDieWhileTheyAnswerGetNoSecondAnswer) {
   kill(BusyChildrenOf(site).front(), SIGKILL);
   const std::string response = ReadAll(connection);
   EXPECT_NE(response.find("Content-Length: 8000000\r\n"), std::string::npos);
-  EXPECT_EQ(response.find("503"), std::string::npos);
+  EXPECT_EQ(response.find("Status:"), std::string::npos);
   AwaitIdleWorkers(site);
   EXPECT_EQ(site.Noted("log: "), std::vector<std::string>{});
   close(connection);

@@ -20,8 +20,8 @@ std::string Describe(const Settings& settings) {
   text += "\n" + settings.scgiAddress + (settings.showsHidden ? " hidden" : "") +
           (settings.sendfile.empty() ? "" : " " + settings.sendfile) + (settings.byLibrary ? " library" : "") +
           (settings.quality == 80 ? "\n" : " " + std::to_string(settings.quality) + "\n");
-  text += std::to_string(settings.children) + " " + std::to_string(settings.waiting) + " " +
-          std::to_string(settings.deadlineSeconds) + "\n";
+  text += std::to_string(settings.children) + " " + std::to_string(settings.senders) + " " +
+          std::to_string(settings.waiting) + " " + std::to_string(settings.deadlineSeconds) + "\n";
   const ToolLimits& limits = settings.limits;
   text += std::to_string(limits.cpuSeconds) + " " + std::to_string(limits.memoryMiB) + " " +
           std::to_string(limits.fileSizeMiB) + " " + std::to_string(limits.openFiles) + "\n";
@@ -72,7 +72,7 @@ class SettingsRead : public testing::Test {
 };
 
 TEST_F(SettingsRead, AreTheDefaultsUnlessSetOtherwise) {
-  const std::string numbers = Children() + " 64 30";
+  const std::string numbers = Children() + " 256 64 30";
   const std::string limits = "20 1536 1024 256";
   EXPECT_EQ(Read(With({})), Expected("", numbers, limits));
   EXPECT_EQ(Read(With({"--scgi", "/run/s", "--hidden"})), Expected("/run/s hidden", numbers, limits));
@@ -81,12 +81,12 @@ TEST_F(SettingsRead, AreTheDefaultsUnlessSetOtherwise) {
   }
   EXPECT_EQ(Read(With({"--library", "--quality", "100"})), Expected(" library 100", numbers, limits));
   EXPECT_EQ(Read(With({"--children", "0"})), Expected("", numbers, limits));
-  EXPECT_EQ(Read(With({"--children", "3", "--waiting", "0", "--deadline", "86400"})),
-            Expected("", "3 0 86400", limits));
+  EXPECT_EQ(Read(With({"--children", "3", "--senders", "0", "--waiting", "0", "--deadline", "86400"})),
+            Expected("", "3 0 0 86400", limits));
   EXPECT_EQ(Read(With({"--tool-cpu", "1", "--tool-memory", "2", "--tool-file-size", "3", "--tool-files", "4"})),
             Expected("", numbers, "1 2 3 4"));
   EXPECT_EQ(Read(With({"--tool-cpu", "0", "--tool-memory=0"})), Expected("", numbers, "0 0 1024 256"));
-  EXPECT_EQ(Read(With({"--waiting", "1", "--waiting", "2"})), Expected("", Children() + " 2 30", limits));
+  EXPECT_EQ(Read(With({"--waiting", "1", "--waiting", "2"})), Expected("", Children() + " 256 2 30", limits));
 }
 
 TEST_F(SettingsRead, AllowSeveralRootsWithNames) {
@@ -96,23 +96,24 @@ TEST_F(SettingsRead, AllowSeveralRootsWithNames) {
 }
 
 TEST_F(SettingsRead, ComeFromAFileThatTheCommandLineOverrides) {
-  test::WriteFile(folder_ / "web.conf", "root = [\"" + (folder_ / "photos") + "\"]\npolicy = \"" +
-                                            (folder_ / "policy") +
-                                            "\"\nscgi = \"/run/s\"\nhidden = true\nchildren = 3\nwaiting = 4\n"
-                                            "deadline = 5\ntool-cpu = 6\ntool-memory = 7\ntool-file-size = 8\n"
-                                            "tool-files = 9\n");
-  const std::string expected = Expected("/run/s hidden", "3 4 5", "6 7 8 9");
+  test::WriteFile(folder_ / "web.conf",
+                  "root = [\"" + (folder_ / "photos") + "\"]\npolicy = \"" + (folder_ / "policy") +
+                      "\"\nscgi = \"/run/s\"\nhidden = true\nchildren = 3\nsenders = 2\nwaiting = 4\n"
+                      "deadline = 5\ntool-cpu = 6\ntool-memory = 7\ntool-file-size = 8\n"
+                      "tool-files = 9\n");
+  const std::string expected = Expected("/run/s hidden", "3 2 4 5", "6 7 8 9");
   EXPECT_EQ(Read({"--config", folder_ / "web.conf"}), expected);
   setenv("TAVITHUMB_WEB_CONFIG", (folder_ / "web.conf").c_str(), 1);
   EXPECT_EQ(Read({}), expected);
-  EXPECT_EQ(Read({"--waiting", "44", "--tool-files", "99"}), Expected("/run/s hidden", "3 44 5", "6 7 8 99"));
+  EXPECT_EQ(Read({"--waiting", "44", "--tool-files", "99"}), Expected("/run/s hidden", "3 2 44 5", "6 7 8 99"));
 }
 
 TEST_F(SettingsRead, PreferTheFileOnTheCommandLineToTheOneInTheEnvironment) {
   setenv("TAVITHUMB_WEB_CONFIG", (folder_ / "environment.conf").c_str(), 1);
   test::WriteFile(folder_ / "environment.conf", "waiting = 1\n");
   test::WriteFile(folder_ / "line.conf", "waiting = 2\n");
-  EXPECT_EQ(Read(With({"--config", folder_ / "line.conf"})), Expected("", Children() + " 2 30", "20 1536 1024 256"));
+  EXPECT_EQ(Read(With({"--config", folder_ / "line.conf"})),
+            Expected("", Children() + " 256 2 30", "20 1536 1024 256"));
 }
 
 TEST_F(SettingsRead, ReportWhatIsWrong) {
@@ -149,7 +150,7 @@ TEST_F(SettingsRead, ReportWhatIsWrong) {
 
 TEST_F(SettingsRead, UseThePolicyOfTheEnvironmentUnlessTheyNameOne) {
   const std::string missing = folder_ / "missing";
-  const std::string expected = Expected("", Children() + " 64 30", "20 1536 1024 256");
+  const std::string expected = Expected("", Children() + " 256 64 30", "20 1536 1024 256");
   setenv("MAGICK_CONFIGURE_PATH", missing.c_str(), 1);
   EXPECT_EQ(Read(With({})), expected);
   EXPECT_EQ(Read({"--root", folder_ / "photos"}),

@@ -1,0 +1,25 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "system/file_descriptor.h"
+
+namespace tavithumb::apps {
+
+// A file in memory, gone with this object.
+class MemoryFile {
+ public:
+  // Throws std::system_error.
+  explicit MemoryFile(const std::vector<std::uint8_t>& content);
+
+  // Opens it in this process.
+  std::string Path() const { return "/proc/self/fd/" + std::to_string(file_.Number()); }
+
+ private:
+  FileDescriptor file_;
+};
+
+}  // namespace tavithumb::apps

@@ -1,0 +1,123 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "web/delivery.h"
+
+#include <fcntl.h>
+#include <http_file_outputer.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <system_error>
+
+#include "system/file_descriptor.h"
+#include "system/memory_file.h"
+#include "system/text.h"
+#include "thumbs/answer.h"
+
+namespace tavithumb::apps::web {
+namespace {
+
+constexpr char thumbHeaders[] = "X-Content-Type-Options: nosniff\r\nVary: Accept\r\n";
+constexpr char originalHeaders[] = "X-Content-Type-Options: nosniff\r\n";
+constexpr char caching[] = "Cache-Control: private, max-age=300, must-revalidate\r\n";
+constexpr char policy[] =
+    "Content-Security-Policy: default-src 'none'; img-src 'self'; style-src 'self'; base-uri 'none'; form-action "
+    "'none'; frame-ancestors 'none'\r\n";
+
+void Print(const std::string& text) {
+  static_cast<void>(std::fwrite(text.data(), 1, text.size(), stdout));
+}
+
+// What fits into the buffers of any connection is sent at once; the rest as fast as the client reads.
+void AnnounceUnlessShort(std::uintmax_t bytes, const Delivery& delivery) {
+  constexpr std::uintmax_t shortest = 32768;
+  if (bytes > shortest) delivery.turn.startSending();
+}
+
+std::uintmax_t SizeOf(const std::string& path) {
+  std::error_code ignored;
+  return std::filesystem::file_size(path, ignored);
+}
+
+void Begin(const std::string& headers, const Delivery& delivery) {
+  delivery.turn.state->hasAnswered = true;
+  Print(headers);
+}
+
+void LogUnless(bool isSent, const Delivery& delivery) {
+  if (!isSent) syslog(LOG_INFO, "%s: aborted", delivery.turn.state->request.data());
+}
+
+void Send(const std::string& path, const std::string& mimeType, const Delivery& delivery) {
+  Print(caching);
+  AnnounceUnlessShort(SizeOf(path), delivery);
+  LogUnless(HTTPFileOutputer().Output(path.c_str(), mimeType.c_str()) == 0, delivery);
+}
+
+// The library rotates an Albumex thumbnail while it sends it.
+bool IsRotatedMeanwhile(const Thumb& job) {
+  return job.GetOutputTypeCode() == Thumb::OUTPUT_ALBUMEX && (job.GetInfo().GetUserRotate() & 3) != 0;
+}
+
+void SendLasting(const std::string& path, const std::string& mimeType, const Delivery& delivery) {
+  const std::string line = SendfileLine(delivery.sendfile, delivery.service.roots, path);
+  if (line.empty()) return Send(path, mimeType, delivery);
+  Print(caching + ("Content-Type: " + mimeType + "\r\n") + line + "\r\n");
+}
+
+// Removed first: nothing is left if this process is stopped while it sends.
+void SendAndRemove(const std::string& path, const std::string& mimeType, const Delivery& delivery) {
+  const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  unlink(path.c_str());
+  Send("/proc/self/fd/" + std::to_string(file.Number()), mimeType, delivery);
+}
+
+bool HasSame(const std::string& etag) {
+  const char* const condition = std::getenv("HTTP_IF_NONE_MATCH");
+  return condition != nullptr && std::string(condition).find(etag) != std::string::npos;
+}
+
+std::string EtagOf(const std::string& body) {
+  return '"' + Fingerprint(body) + '"';
+}
+
+}  // namespace
+
+void DeliverThumb(const Delivery& delivery, Lifetime lifetime, Thumb* job) {
+  const std::string mimeType = AnswerMimeType(*job);
+  Begin(thumbHeaders, delivery);
+  if (IsRotatedMeanwhile(*job)) return LogUnless(job->HttpOutputFile(mimeType), delivery);
+  if (lifetime == Lifetime::kLong) return SendLasting(job->GetOutputFile(), mimeType, delivery);
+  SendAndRemove(job->GetOutputFile(), mimeType, delivery);
+}
+
+void DeliverFromMemory(const maker::Thumbnail& thumbnail, const Delivery& delivery) {
+  const MemoryFile file(thumbnail.bytes);
+  Begin(thumbHeaders, delivery);
+  Send(file.Path(), maker::MimeTypeOf(thumbnail.type), delivery);
+}
+
+void DeliverOriginal(const Delivery& delivery, Thumb* job) {
+  Begin(originalHeaders, delivery);
+  SendLasting(job->GetOutputFile(), SourceMimeType(job->GetInfo()), delivery);
+}
+
+void DeliverList(const Target& target, const Listing& listing, const Delivery& delivery) {
+  const std::string body = target.wantsHtml ? ListAsHtml(listing, target.prefix) : ListAsJson(listing);
+  const std::string validators = "ETag: " + EtagOf(body) +
+                                 "\r\nCache-Control: private, no-cache\r\nVary: Accept\r\n"
+                                 "X-Content-Type-Options: nosniff\r\n";
+  if (HasSame(EtagOf(body))) return Begin("Status: 304 Not Modified\r\n" + validators + "\r\n", delivery);
+  Begin(target.wantsHtml ? "Content-Type: text/html; charset=utf-8\r\n" + std::string(policy)
+                         : "Content-Type: application/json\r\n",
+        delivery);
+  Print("Content-Length: " + std::to_string(body.size()) + "\r\n" + validators + "\r\n");
+  if (target.isHead) return;
+  AnnounceUnlessShort(body.size(), delivery);
+  Print(body);
+}
+
+}  // namespace tavithumb::apps::web
