@@ -6,9 +6,13 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
 #include <string>
 #include <system_error>
 
@@ -62,6 +66,28 @@ bool IsRotatedMeanwhile(const Thumb& job) {
   return job.GetOutputTypeCode() == Thumb::OUTPUT_ALBUMEX && (job.GetInfo().GetUserRotate() & 3) != 0;
 }
 
+// What `write` prints to standard output, the buffer of stdout included.
+std::string Captured(const std::function<void()>& write) {
+  const MemoryFile file({});
+  const FileDescriptor before(dup(STDOUT_FILENO));
+  const FileDescriptor captured(open(file.Path().c_str(), O_RDWR | O_CLOEXEC));
+  std::fflush(stdout);
+  dup2(captured.Number(), STDOUT_FILENO);
+  write();
+  std::fflush(stdout);
+  dup2(before.Number(), STDOUT_FILENO);
+  std::ifstream content(file.Path(), std::ios::binary);
+  return {std::istreambuf_iterator<char>(content), std::istreambuf_iterator<char>()};
+}
+
+// The library's own delivery, whose first line lets everybody cache the answer.
+void SendRotated(const std::string& mimeType, const Delivery& delivery, Thumb* job) {
+  bool isSent = false;
+  const std::string answer = Captured([&] { isSent = job->HttpOutputFile(mimeType); });
+  Print(caching + answer.substr(std::min(answer.size(), answer.find('\n') + 1)));
+  LogUnless(isSent, delivery);
+}
+
 void SendLasting(const std::string& path, const std::string& mimeType, const Delivery& delivery) {
   const std::string line = SendfileLine(delivery.sendfile, delivery.service.roots, path);
   if (line.empty()) return Send(path, mimeType, delivery);
@@ -75,13 +101,10 @@ void SendAndRemove(const std::string& path, const std::string& mimeType, const D
   Send("/proc/self/fd/" + std::to_string(file.Number()), mimeType, delivery);
 }
 
-bool HasSame(const std::string& etag) {
+// Web servers that compress a list add something to its tag.
+bool HasSame(const std::string& fingerprint) {
   const char* const condition = std::getenv("HTTP_IF_NONE_MATCH");
-  return condition != nullptr && std::string(condition).find(etag) != std::string::npos;
-}
-
-std::string EtagOf(const std::string& body) {
-  return '"' + Fingerprint(body) + '"';
+  return condition != nullptr && std::string(condition).find(fingerprint) != std::string::npos;
 }
 
 }  // namespace
@@ -89,7 +112,7 @@ std::string EtagOf(const std::string& body) {
 void DeliverThumb(const Delivery& delivery, Lifetime lifetime, Thumb* job) {
   const std::string mimeType = AnswerMimeType(*job);
   Begin(thumbHeaders, delivery);
-  if (IsRotatedMeanwhile(*job)) return LogUnless(job->HttpOutputFile(mimeType), delivery);
+  if (IsRotatedMeanwhile(*job)) return SendRotated(mimeType, delivery, job);
   if (lifetime == Lifetime::kLong) return SendLasting(job->GetOutputFile(), mimeType, delivery);
   SendAndRemove(job->GetOutputFile(), mimeType, delivery);
 }
@@ -107,10 +130,11 @@ void DeliverOriginal(const Delivery& delivery, Thumb* job) {
 
 void DeliverList(const Target& target, const Listing& listing, const Delivery& delivery) {
   const std::string body = target.wantsHtml ? ListAsHtml(listing, target.prefix) : ListAsJson(listing);
-  const std::string validators = "ETag: " + EtagOf(body) +
-                                 "\r\nCache-Control: private, no-cache\r\nVary: Accept\r\n"
+  const std::string fingerprint = Fingerprint(body);
+  const std::string validators = "ETag: \"" + fingerprint +
+                                 "\"\r\nCache-Control: private, no-cache\r\nVary: Accept\r\n"
                                  "X-Content-Type-Options: nosniff\r\n";
-  if (HasSame(EtagOf(body))) return Begin("Status: 304 Not Modified\r\n" + validators + "\r\n", delivery);
+  if (HasSame(fingerprint)) return Begin("Status: 304 Not Modified\r\n" + validators + "\r\n", delivery);
   Begin(target.wantsHtml ? "Content-Type: text/html; charset=utf-8\r\n" + std::string(policy)
                          : "Content-Type: application/json\r\n",
         delivery);

@@ -346,6 +346,7 @@ TEST_P(Answers, RotateAnAlbumexThumbnailDuringDelivery) {
   const Response turned = site.Get("/thumb/photo.jpg?size=medium&rotate=1");
   EXPECT_EQ(Describe(turned), "200 image/jpeg JPEG 240x320");
   EXPECT_EQ(turned.Header("accept-ranges"), "none");
+  EXPECT_EQ(turned.Header("cache-control"), "private, max-age=300, must-revalidate");
   EXPECT_EQ(turned.Header("etag"), "");
 }
 
