@@ -11,7 +11,6 @@
 #include <string>
 #include <utility>
 
-#include "system/descriptors.h"
 #include "system/text.h"
 #include "thumbs/answer.h"
 #include "thumbs/boxes.h"
@@ -94,7 +93,6 @@ Made Make(const Found& source, const Request& request, const Delivery& delivery,
 // Turns the library's exceptions into errors for the client. A file that causes one may have done worse.
 template <typename Step>
 void WithProblems(const Delivery& delivery, const Step& step) {
-  const QuietErrors quiet;
   try {
     step();
   } catch (const HttpError&) {

@@ -107,9 +107,9 @@ class Server {
   void Run() {
     while (!workers_->IsInterrupted() || !workers_->AreDone()) {
       AwaitEvent();
-      while (signals_.Receive()) Interrupt();
-      workers_->Collect();
-      if (!workers_->IsInterrupted()) Accept();
+      if (entries_[kSignal].revents != 0) Interrupt();
+      if (HaveWorkersNews()) workers_->Collect();
+      if (entries_[kListener].revents != 0 && !workers_->IsInterrupted()) Accept();
       StartWaiting();
       CloseExpired();
     }
@@ -132,15 +132,20 @@ class Server {
 
   void AwaitEvent() {
     const bool isListening = !workers_->IsInterrupted() && !isPaused_;
-    std::vector<pollfd> entries = {{signals_.Descriptor(), POLLIN, 0},
-                                   {isListening ? listener_.Number() : -1, POLLIN, 0}};
-    workers_->AddTo(&entries);
-    poll(entries.data(), entries.size(), isPaused_ ? pauseMilliseconds : MillisecondsUntil(NextEvent()));
+    entries_ = {{signals_.Descriptor(), POLLIN, 0}, {isListening ? listener_.Number() : -1, POLLIN, 0}};
+    workers_->AddTo(&entries_);
+    poll(entries_.data(), entries_.size(), isPaused_ ? pauseMilliseconds : MillisecondsUntil(NextEvent()));
     isPaused_ = false;
   }
 
+  bool HaveWorkersNews() const {
+    return std::any_of(entries_.begin() + kFirstOfWorkers, entries_.end(),
+                       [](const pollfd& entry) { return entry.revents != 0; }) ||
+           Clock::now() >= workers_->NextEvent();
+  }
+
   void Interrupt() {
-    workers_->Interrupt();
+    while (signals_.Receive()) workers_->Interrupt();
     for (; !waiting_.empty(); waiting_.pop_front()) Refuse(&waiting_.front(), "the service is stopping");
   }
 
@@ -192,6 +197,8 @@ class Server {
   Workers* workers_;
   Queue queue_;
   const Signals signals_{SIGTERM, SIGINT};
+  enum Entry { kSignal, kListener, kFirstOfWorkers };
+  std::vector<pollfd> entries_;
   Connections waiting_;
   Connections refused_;
   bool isPaused_ = false;

@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <malloc.h>
+#include <poll.h>
 #include <stdio_ext.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -10,7 +11,7 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <tuple>
+#include <utility>
 
 #include "system/channel.h"
 #include "system/file_descriptor.h"
@@ -25,15 +26,15 @@ constexpr std::size_t mostMemory = 16 * 1048576;  // bytes that may be lost
 // What must be the same after each request.
 class Surroundings {
  public:
-  Surroundings() : ids_(Ids()), nextDescriptor_(NextDescriptor()), memory_(Memory()) {}
+  Surroundings() : ids_(EffectiveIds()), nextDescriptor_(NextDescriptor()), memory_(Memory()) {}
 
   bool AreUnchanged() const {
-    return ids_ == Ids() && nextDescriptor_ == NextDescriptor() && !HasChildren() && Memory() < memory_ + mostMemory &&
-           std::ferror(stdout) == 0 && __fpending(stdout) == 0;
+    return ids_ == EffectiveIds() && nextDescriptor_ == NextDescriptor() && !HasChildren() &&
+           Memory() < memory_ + mostMemory && std::ferror(stdout) == 0 && __fpending(stdout) == 0;
   }
 
  private:
-  static std::tuple<uid_t, uid_t, gid_t, gid_t> Ids() { return {getuid(), geteuid(), getgid(), getegid()}; }
+  static std::pair<uid_t, gid_t> EffectiveIds() { return {geteuid(), getegid()}; }
 
   // A file that is left open takes this number.
   static int NextDescriptor() { return FileDescriptor(dup(STDERR_FILENO)).Number(); }
@@ -48,7 +49,7 @@ class Surroundings {
     return use.uordblks + use.hblkhd;
   }
 
-  std::tuple<uid_t, uid_t, gid_t, gid_t> ids_;
+  std::pair<uid_t, gid_t> ids_;
   int nextDescriptor_;
   std::size_t memory_;
 };
@@ -58,8 +59,16 @@ void UseAsStandard(int descriptor) {
   dup2(descriptor, STDOUT_FILENO);
 }
 
-void Tell(int channel, Progress progress) {
-  send(channel, &progress, sizeof progress, MSG_NOSIGNAL);
+void Nudge(int channel) {
+  send(channel, "", 1, MSG_NOSIGNAL);
+}
+
+// Not open if the parent has closed the channel.
+FileDescriptor AwaitConnection(int channel) {
+  constexpr int patience = 100;  // milliseconds
+  pollfd entry = {channel, POLLIN, 0};
+  if (poll(&entry, 1, patience) == 0) Nudge(channel);
+  return ReceiveDescriptor(channel);
 }
 
 void AnswerOne(FileDescriptor connection, const Turn& turn, const std::function<void(const Turn&)>& answer) {
@@ -76,15 +85,19 @@ void AnswerOne(FileDescriptor connection, const Turn& turn, const std::function<
 void RunWorkerLoop(int channel, RequestState* state, const std::function<void(const Turn&)>& answer) {
   const FileDescriptor nowhere(open("/dev/null", O_RDWR | O_CLOEXEC));
   const Surroundings before;
-  const Turn turn = {state, [channel] { Tell(channel, Progress::kSending); }};
+  const Turn turn = {state, [channel, state] {
+                       state->progress = Progress::kSending;
+                       Nudge(channel);
+                     }};
   for (unsigned answered = 1;; ++answered) {
-    FileDescriptor connection = ReceiveDescriptor(channel);
+    FileDescriptor connection = AwaitConnection(channel);
     if (!connection.IsOpen()) return;
     AnswerOne(std::move(connection), turn, answer);
     UseAsStandard(nowhere.Number());
     const bool isLast = answered == mostRequests || state->isWorkersLast || !before.AreUnchanged();
-    Tell(channel, isLast ? Progress::kLast : Progress::kDone);
+    state->progress = isLast ? Progress::kLast : Progress::kDone;
     if (isLast) return;
+    if (state->isAwaited) Nudge(channel);
   }
 }
 

@@ -7,13 +7,6 @@
 
 namespace tavithumb::apps::web {
 
-// What a worker tells its parent about the request that it is answering.
-enum class Progress : char {
-  kSending = 's',  // the answer is being sent, which may take long
-  kDone = 'd',     // it is complete, and the worker is ready for another request
-  kLast = 'l',     // it is complete, and the worker exits
-};
-
 // What a worker is given for one request.
 struct Turn {
   RequestState* state;
@@ -24,7 +17,8 @@ struct Turn {
 // Answers the requests that arrive on `channel`, as connections, one after the other: standard input and output are the
 // connection meanwhile. Returns after a thousand requests, after one that has decoded a file, that found one damaged,
 // or after which something is left behind (an open file, a child, memory, unsent output), and when the parent closes
-// the channel.
+// the channel. The parent follows `state`, and gets a byte when there is news: that a request is done only if others
+// wait for that, or if no other arrives for a while.
 void RunWorkerLoop(int channel, RequestState* state, const std::function<void(const Turn&)>& answer);
 
 }  // namespace tavithumb::apps::web

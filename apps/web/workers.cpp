@@ -60,16 +60,27 @@ std::size_t Workers::CountIdle() const {
       std::count_if(workers_.begin(), workers_.end(), [](const Worker& worker) { return worker.IsIdle(); }));
 }
 
-bool Workers::HasRoom() const {
-  const auto making = static_cast<std::size_t>(
+std::size_t Workers::CountMaking() const {
+  return static_cast<std::size_t>(
       std::count_if(workers_.begin(), workers_.end(), [](const Worker& worker) { return worker.IsMaking(); }));
-  const std::size_t undead = supervisor_.CountProcesses() - workers_.size();  // they could not be killed
-  return making + undead < limits_.making && (!free_.empty() || CountIdle() > 0);
 }
 
-bool Workers::AreDone() const {
-  return std::none_of(workers_.begin(), workers_.end(),
-                      [](const Worker& worker) { return worker.connection.IsOpen(); });
+bool Workers::CanStart() const {
+  const std::size_t undead = supervisor_.CountProcesses() - workers_.size();  // they could not be killed
+  return CountMaking() + undead < limits_.making && (!free_.empty() || CountIdle() > 0);
+}
+
+bool Workers::HasRoom() {
+  Follow();
+  if (CanStart()) return true;
+  for (const Worker& worker : workers_) worker.state->isAwaited = true;
+  Follow();  // those that were done before they could see that
+  return CanStart();
+}
+
+bool Workers::AreDone() {
+  Follow();
+  return std::none_of(workers_.begin(), workers_.end(), [](const Worker& worker) { return worker.IsAnswering(); });
 }
 
 void Workers::Start(FileDescriptor connection) {
@@ -95,7 +106,6 @@ Workers::Worker* Workers::StartWorker() {
   auto [ours, theirs] = OpenChannel();
   RequestState* const state = new (free_.back()) RequestState();
   ChildProcess child;
-  child.standard = {-1, -1, STDERR_FILENO};
   child.channel = theirs.Number();
   child.diesWithParent = true;
   child.prepare = [this] { Prepare(); };
@@ -118,6 +128,7 @@ void Workers::Prepare() const {
 // False if the worker has died while it was idle.
 bool Workers::Give(const FileDescriptor& connection, Worker* worker) {
   worker->state->Reset();
+  worker->state->isAwaited = CountMaking() + 1 >= limits_.making;
   worker->isSending = false;
   if (supervisor_.SetDeadline(worker->process, Clock::now() + limits_.timeout) &&
       SendDescriptor(worker->channel.Number(), connection.Number())) {
@@ -130,47 +141,51 @@ bool Workers::Give(const FileDescriptor& connection, Worker* worker) {
 void Workers::AddTo(std::vector<pollfd>* descriptors) const {
   descriptors->push_back({supervisor_.Descriptor(), POLLIN, 0});
   for (const Worker& worker : workers_) {
-    if (worker.connection.IsOpen() && worker.channel.IsOpen()) {
-      descriptors->push_back({worker.channel.Number(), POLLIN, 0});
-    }
+    if (worker.channel.IsOpen()) descriptors->push_back({worker.channel.Number(), POLLIN, 0});
   }
 }
 
 void Workers::Collect() {
-  for (Worker& worker : workers_) Receive(&worker);
+  for (Worker& worker : workers_) Drain(&worker);
+  Follow();
   for (const EndedChild& ended : supervisor_.Collect()) CleanUp(ended);
 }
 
-void Workers::Receive(Worker* worker) {
-  while (worker->connection.IsOpen() && worker->channel.IsOpen()) {
-    Progress progress = {};
-    const ssize_t size = recv(worker->channel.Number(), &progress, sizeof progress, MSG_DONTWAIT);
+// Nudges; that the channel has been closed shows that the worker has died.
+void Workers::Drain(Worker* worker) const {
+  char nudge = 0;
+  while (worker->channel.IsOpen()) {
+    const ssize_t size = recv(worker->channel.Number(), &nudge, sizeof nudge, MSG_DONTWAIT);
     if (size == -1 && (errno == EAGAIN || errno == EINTR)) return;
-    if (size == sizeof progress) {
-      Follow(progress, worker);
-    } else {
-      worker->channel = FileDescriptor();  // it has died
-    }
+    if (size != sizeof nudge) worker->channel = FileDescriptor();
   }
 }
 
-void Workers::Follow(Progress progress, Worker* worker) {
+void Workers::Follow() {
+  for (Worker& worker : workers_) {
+    if (worker.IsAnswering()) Follow(&worker);
+  }
+}
+
+void Workers::Follow(Worker* worker) {
+  const Progress progress = worker->state->progress;
+  if (progress == Progress::kMaking) return;
   if (progress == Progress::kSending) {
+    if (!worker->isSending) supervisor_.SetDeadline(worker->process, Clock::now() + sendingTimeout);
     worker->isSending = true;
-    supervisor_.SetDeadline(worker->process, Clock::now() + sendingTimeout);
     return;
   }
   worker->connection = FileDescriptor();
-  supervisor_.SetDeadline(worker->process, noDeadline);
-  if (progress == Progress::kLast || CountIdle() > limits_.making) worker->channel = FileDescriptor();
+  const bool isRunning = supervisor_.SetDeadline(worker->process, noDeadline);
+  if (progress == Progress::kLast || !isRunning || CountIdle() > limits_.making) worker->channel = FileDescriptor();
 }
 
 void Workers::CleanUp(const EndedChild& ended) {
   const auto worker = std::find_if(workers_.begin(), workers_.end(),
                                    [&ended](const Worker& other) { return other.process == ended.process; });
-  Receive(&*worker);  // what it told before it exited
+  Follow(&*worker);  // as far as it came
   if (ended.status != 0) callbacks_.cleanUp(worker->process, *worker->state);
-  if (worker->connection.IsOpen()) AnswerFor(ended, worker->connection.Number(), *worker->state);
+  if (worker->IsAnswering()) AnswerFor(ended, worker->connection.Number(), *worker->state);
   free_.push_back(worker->state);
   workers_.erase(worker);
 }

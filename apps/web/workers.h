@@ -22,7 +22,8 @@ struct WorkerCallbacks {
   // In a new worker, before it reads anything, while all descriptors of its parent are still open. If it throws, the
   // worker exits.
   std::function<void()> prepare;
-  // In the worker: answers one request. Standard input and output are the connection.
+  // In the worker: answers one request. Standard input and output are the connection, standard error is discarded:
+  // messages of tools and image libraries are not for the log.
   std::function<void(const Turn&)> answer;
   // In the parent, after a worker has died without finishing.
   std::function<void(pid_t, const RequestState&)> cleanUp;
@@ -47,9 +48,9 @@ class Workers {
   Workers(const Workers&) = delete;
   Workers& operator=(const Workers&) = delete;
 
-  // Also false while killed workers have not yet gone.
-  bool HasRoom() const;
-  bool AreDone() const;
+  // Also false while killed workers have not yet gone. Then the next worker that is done makes a descriptor readable.
+  bool HasRoom();
+  bool AreDone();
   // Call it only if there is room.
   void Start(FileDescriptor connection);
 
@@ -70,19 +71,24 @@ class Workers {
     FileDescriptor channel;  // closed when it gets no more requests
     RequestState* state = nullptr;
     FileDescriptor connection;  // of the request that it is answering
-    bool isSending = false;
+    bool isSending = false;     // the parent has taken note of that
 
-    bool IsIdle() const { return channel.IsOpen() && !connection.IsOpen(); }
-    bool IsMaking() const { return connection.IsOpen() && !isSending; }
+    bool IsAnswering() const { return connection.IsOpen(); }
+    bool IsIdle() const { return channel.IsOpen() && !IsAnswering(); }
+    bool IsMaking() const { return IsAnswering() && state->progress == Progress::kMaking; }
   };
 
   std::size_t CountIdle() const;
+  std::size_t CountMaking() const;
   Worker* FindIdle();
   Worker* StartWorker();
   void Prepare() const;
   bool Give(const FileDescriptor& connection, Worker* worker);
-  void Receive(Worker* worker);
-  void Follow(Progress progress, Worker* worker);
+  bool CanStart() const;
+  // Takes note of the workers' progress.
+  void Follow();
+  void Follow(Worker* worker);
+  void Drain(Worker* worker) const;
   void CleanUp(const EndedChild& ended);
 
   WorkerLimits limits_;
