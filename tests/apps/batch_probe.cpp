@@ -5,6 +5,7 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <poll.h>
+#include <sched.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -106,6 +107,9 @@ __attribute__((visibility("default"))) int TLIBCExecv(const char* path, const ch
   if (all.find("/hang") != std::string::npos) return Hang();
   if (all.find("/cut") != std::string::npos) return LoseTheEnd(path, argv, wait);
   if (all.find("/wait") != std::string::npos) AwaitGate();
+  if (all.find("/priority") != std::string::npos) {
+    Note(sched_getscheduler(0) == SCHED_IDLE ? "runs when idle" : "competes");
+  }
   if (all.find("/stray") != std::string::npos) Stray();
   return Run(path, argv, wait);
 }

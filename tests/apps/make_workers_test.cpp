@@ -225,6 +225,16 @@ TEST_F(MakeWorkers, DecodeWithLimitsOfProcessorTimeAndFiles) {
   EXPECT_EQ(ReadFile(noted), "limits 120 67108864\nlimits 120 67108864\n") << outcome;
 }
 
+TEST_F(MakeWorkers, UseWhatOtherProgramsLeaveUnlessTheyAreEager) {
+  Picture("priority.png");
+  EXPECT_EQ(Probed({"make", "--library", "--sizes", "small", folder.Path()}).code, 0);
+  EXPECT_EQ(Count("runs when idle"), 1U);
+  Picture("priority-2.png");
+  EXPECT_EQ(Probed({"make", "--library", "--sizes", "small", "--eager", folder.Path()}).code, 0);
+  EXPECT_EQ(Count("runs when idle"), 1U);
+  EXPECT_EQ(Count("competes"), 1U);
+}
+
 TEST_F(MakeWorkers, WriteOnlyWhereThumbnailsAreStored) {
   if (syscall(SYS_landlock_create_ruleset, nullptr, 0, LANDLOCK_CREATE_RULESET_VERSION) < 1) {
     GTEST_SKIP() << "needs a kernel with Landlock";

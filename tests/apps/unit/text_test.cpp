@@ -97,6 +97,13 @@ TEST(Text, IsCutInFrontToFitIntoColumns) {
   }
 }
 
+TEST(Text, HasTheSameFingerprintOnlyIfItIsTheSame) {
+  EXPECT_EQ(Fingerprint(""), "cbf29ce484222325");
+  EXPECT_EQ(Fingerprint("a"), "af63dc4c8601ec8c");
+  EXPECT_EQ(Fingerprint("foobar"), "85944171f73967e8");
+  EXPECT_NE(Fingerprint("ab"), Fingerprint("ba"));
+}
+
 TEST(Text, JoinsWords) {
   EXPECT_EQ(Join({}, ", "), "");
   EXPECT_EQ(Join({"a"}, ", "), "a");
