@@ -5,6 +5,8 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <functional>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -14,19 +16,27 @@
 #include "common/temporary_names.h"
 #include "exported.h"
 #include "sdk/ea_layout.h"
+#include "sdk/entry_rights.h"
 
 namespace tavi {
 namespace {
 
-// The folder of a source, from which new EA directories get owner, group, ACL and mode.
+// The folder of a source, from which new EA roots get owner, group, ACL and mode.
 struct Folder {
   Descriptor place;
-  struct stat facts;
+  AccessRights rights;
 };
 
 // Opened with O_PATH, which also works for a folder that can't be listed.
 Descriptor OpenPlace(int parent, const char* path, int flags) {
   return Descriptor(openat(parent, path, O_PATH | O_DIRECTORY | O_CLOEXEC | flags));
+}
+
+std::optional<AccessRights> RightsOf(const Descriptor& place) {
+  AccessRights rights;
+  if (!place.IsOpen() || fstat(place.Get(), &rights.facts) != 0) return std::nullopt;
+  rights.acl = Acl::Of(place.Get());
+  return rights;
 }
 
 bool IsTrustedIn(const Descriptor& parent, const Descriptor& place) {
@@ -36,6 +46,12 @@ bool IsTrustedIn(const Descriptor& parent, const Descriptor& place) {
   errno = EPERM;
   return false;
 }
+
+// The rights that a directory gets while it has a temporary name, which is made with `mode`.
+struct NewRights {
+  mode_t mode;
+  std::function<bool(int place)> give;
+};
 
 // An empty directory under a temporary name, removed by the destructor unless it was renamed.
 class StagedDirectory {
@@ -52,10 +68,10 @@ class StagedDirectory {
   StagedDirectory(const StagedDirectory&) = delete;
   StagedDirectory& operator=(const StagedDirectory&) = delete;
 
-  bool MakeLike(const Folder& folder) const {
+  bool Give(const NewRights& rights) const {
     if (name_.empty()) return false;
     const Descriptor place = OpenPlace(parent_.Get(), name_.c_str(), O_NOFOLLOW);
-    return place.IsOpen() && CopyAccessRights(folder.place.Get(), folder.facts, place.Get());
+    return place.IsOpen() && rights.give(place.Get());
   }
 
   // Fails if the name exists; a volume that doesn't support this condition may replace an empty directory.
@@ -74,28 +90,46 @@ class StagedDirectory {
 
 // A directory gets its name once it is complete, so that no process sees one without its owner and mode. One that
 // another process has made meanwhile is equally good.
-bool Make(const Descriptor& parent, const char* name, const Folder& folder) {
-  StagedDirectory directory(parent, folder.facts.st_mode & 0777);
-  return directory.MakeLike(folder) && (directory.RenameTo(name) || errno == EEXIST || errno == ENOTEMPTY);
+bool Make(const Descriptor& parent, const char* name, const NewRights& rights) {
+  StagedDirectory directory(parent, rights.mode);
+  return directory.Give(rights) && (directory.RenameTo(name) || errno == EEXIST || errno == ENOTEMPTY);
 }
 
 // Links are not followed: everything is created in the source's folder.
-Descriptor OpenOrMake(const Descriptor& parent, const char* name, const Folder& folder) {
+Descriptor OpenOrMake(const Descriptor& parent, const char* name, const NewRights& rights) {
   Descriptor place = OpenPlace(parent.Get(), name, O_NOFOLLOW);
-  if (!place.IsOpen() && errno == ENOENT && Make(parent, name, folder)) {
+  if (!place.IsOpen() && errno == ENOENT && Make(parent, name, rights)) {
     place = OpenPlace(parent.Get(), name, O_NOFOLLOW);
   }
   return IsTrustedIn(parent, place) ? std::move(place) : Descriptor();
 }
 
+NewRights RightsLike(const Folder& folder) {
+  return {folder.rights.facts.st_mode & 0777, [&](int place) { return GiveAccessRights(folder.rights, place); }};
+}
+
+NewRights RightsFor(const AccessRights& source, const Folder& folder) {
+  return {ModeBeforeEntryRights(folder.rights, source),
+          [&](int place) { return GiveEntryRights(folder.rights, source, place); }};
+}
+
+bool MakeForSource(const Descriptor& root, const std::string& name, const Folder& folder) {
+  const Descriptor file(openat(folder.place.Get(), name.c_str(), O_PATH | O_CLOEXEC));
+  const std::optional<AccessRights> source = RightsOf(file);
+  if (!source) return OpenOrMake(root, name.c_str(), RightsLike(folder)).IsOpen();
+  const Descriptor directory = OpenOrMake(root, name.c_str(), RightsFor(*source, folder));
+  return directory.IsOpen() && UpdateEntryRights(folder.rights, *source, directory.Get());
+}
+
 bool MakeEADirectory(const std::string& folderPath, const std::string& name) {
-  Folder folder;
-  folder.place = OpenPlace(AT_FDCWD, folderPath.empty() ? "." : folderPath.c_str(), 0);
-  if (!folder.place.IsOpen() || fstat(folder.place.Get(), &folder.facts) != 0) return false;
+  Folder folder{OpenPlace(AT_FDCWD, folderPath.empty() ? "." : folderPath.c_str(), 0), {}};
+  const std::optional<AccessRights> rights = RightsOf(folder.place);
+  if (!rights) return false;
+  folder.rights = *rights;
   // An empty EA root may be removed, or replaced, just before a directory is made in it.
   for (int attempt = 0; attempt < 100; ++attempt) {
-    const Descriptor root = OpenOrMake(folder.place, kEARoot, folder);
-    if (root.IsOpen() && OpenOrMake(root, name.c_str(), folder).IsOpen()) return true;
+    const Descriptor root = OpenOrMake(folder.place, kEARoot, RightsLike(folder));
+    if (root.IsOpen() && MakeForSource(root, name, folder)) return true;
     if (errno != ENOENT) return false;
   }
   return false;
