@@ -16,9 +16,11 @@
 #include "system/become.h"
 #include "system/descriptors.h"
 #include "system/paths.h"
+#include "system/quiet_log.h"
 #include "system/text.h"
 #include "thumbs/facts.h"
 #include "thumbs/facts_in_bounds.h"
+#include "thumbs/privacy.h"
 #include "thumbs/reasons.h"
 
 namespace tavithumb::apps::command {
@@ -119,9 +121,11 @@ std::optional<Refusal> Store(const Addition& addition, const AddStyle& style, st
   *place = job.GetOnlineOutputDest();
   if (const auto problem = CheckPlace(*place, PathFromOutside(*place, path))) return Refusal{names.first, *problem};
   const std::optional<struct stat> before = Look(*place);
+  const QuietLog quiet;
   const bool isStored = job.SaveExistingThumbsToEA({{style.size, thumbnail}}, style.mtime, style.checkType);
   if (isStored && Look(*place)) {
     SetTime(*place, style.mtime, source);
+    RestrictToReadersOf(source, *place);
     return std::nullopt;
   }
   RemoveHalf(*place, before, thumbnail);

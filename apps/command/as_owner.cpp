@@ -18,42 +18,48 @@ namespace {
 const Problem died = {Problem::Kind::kDamaged, "the process working on it died",
                       "check that it opens in another program"};
 
-constexpr char allWell[] = "+";
-constexpr char notAllWell[] = "-";
+// Begin what the process sends.
+constexpr char aText = '=';
+constexpr char anException = '!';
 
-// In the owner's process: one of the above, or the message of an exception.
-std::string WorkInFolder(const std::string& path, uid_t owner, const Work& work) {
-  std::string inside = path;
-  std::optional<Problem> problem = WhyNotBecome(owner);
-  if (!problem) problem = WhyNotEnter(path, &inside);
+std::string Outcome(const std::function<std::string()>& work) {
   try {
-    return work(problem ? path : inside, problem) ? allWell : notAllWell;
+    return aText + work();
   } catch (const std::exception& error) {
-    return error.what();
+    return anException + std::string(error.what());
   }
 }
 
-// What the process has sent; "" if it died.
-std::string RunInProcess(const std::function<std::string()>& work) {
+bool WorkInFolder(const std::string& path, uid_t owner, const Work& work) {
+  std::string inside = path;
+  std::optional<Problem> problem = WhyNotBecome(owner);
+  if (!problem) problem = WhyNotEnter(path, &inside);
+  return work(problem ? path : inside, problem);
+}
+
+}  // namespace
+
+std::optional<std::string> RunInProcess(const std::function<void()>& prepare,
+                                        const std::function<std::string()>& work) {
   const TextPipe pipe;
   ChildProcess child;
   child.standard = {-1, STDOUT_FILENO, STDERR_FILENO};
   child.channel = pipe.SendingEnd();
   child.diesWithParent = true;
-  child.work = [&] { TextPipe::Send(child.channel, work()); };
+  child.prepare = prepare;
+  child.work = [&] { TextPipe::Send(child.channel, Outcome(work)); };
   Supervisor::Run(child, noDeadline);
-  return pipe.Receive();
+  const std::string outcome = pipe.Receive();
+  if (outcome.empty()) return std::nullopt;
+  if (outcome.front() == anException) throw std::runtime_error(outcome.substr(1));
+  return outcome.substr(1);
 }
-
-}  // namespace
 
 bool RunAsOwner(const std::string& path, const Work& work) {
   if (!IsRoot()) return work(path, std::nullopt);
   const uid_t owner = OwnerFor(path);
-  const std::string result = RunInProcess([&] { return WorkInFolder(path, owner, work); });
-  if (result.empty()) return work(path, died);
-  if (result == allWell || result == notAllWell) return result == allWell;
-  throw std::runtime_error(result);
+  const auto isWell = RunInProcess(nullptr, [&] { return WorkInFolder(path, owner, work) ? "+" : "-"; });
+  return isWell ? *isWell == "+" : work(path, died);
 }
 
 }  // namespace tavithumb::apps::command

@@ -17,4 +17,9 @@ using Work = std::function<bool(const std::string& path, const std::optional<Pro
 // folder. Throws std::runtime_error with the message of what `work` has thrown.
 bool RunAsOwner(const std::string& path, const Work& work);
 
+// Runs `work` in a process with the same standard output and error, after `prepare`, if that is not null, for which the
+// descriptors of this process are still open. Returns the text that `work` returns, or nothing if the process died.
+// Throws std::runtime_error with the message of what `work` has thrown.
+std::optional<std::string> RunInProcess(const std::function<void()>& prepare, const std::function<std::string()>& work);
+
 }  // namespace tavithumb::apps::command

@@ -2,6 +2,7 @@
 #include "command/clean.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <tavithumb/util.h>
 #include <unistd.h>
 
@@ -13,8 +14,12 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "command/as_owner.h"
+#include "system/become.h"
 #include "system/paths.h"
+#include "thumbs/as_owner.h"
 #include "thumbs/ea_folder.h"
+#include "thumbs/privacy.h"
 #include "thumbs/source.h"
 #include "thumbs/stored_entries.h"
 
@@ -43,7 +48,7 @@ std::string RemovalReason(const EntryName& entry, Freshness freshness, const str
 
 class Cleaner {
  public:
-  explicit Cleaner(const RemovalStyle& style) : remover_(style) {}
+  explicit Cleaner(const RemovalStyle& style) : isRoots_(IsRoot()), isDryRun_(style.isDryRun), remover_(style) {}
 
   void CleanPath(const std::string& path);
   void CleanTemporaryFolder(const std::string& path);
@@ -53,7 +58,9 @@ class Cleaner {
   void CleanFolder(const std::string& path);
   void CleanFolder(const Folder& folder);
   void CleanFile(const std::string& path);
-  void CleanEAFolder(const Folder& folder, const Folder& eaFolder, const std::string* onlySource);
+  void CleanEAFolder(const Folder& folder, const std::string* onlySource);
+  void CleanAsOwner(const Folder& folder, const std::string* onlySource);
+  void CleanEAFolderHere(const Folder& folder, const std::string* onlySource);
   bool CleanEADirectory(const Folder& folder, const Folder& eaFolder, const std::string& source);
   bool CleanEntry(const Source& source, const Folder& entries, const std::string& name);
   bool CleanTemporaryFile(const Folder& folder, const std::string& name);
@@ -63,6 +70,8 @@ class Cleaner {
   std::optional<std::vector<std::string>> NamesOf(const Folder& folder);
   void ReportUnlessNotFolder(const std::string& path, int error);
 
+  const bool isRoots_;  // its processes are in the folder that they clean
+  const bool isDryRun_;
   Remover remover_;
 };
 
@@ -90,7 +99,7 @@ void Cleaner::CleanFolder(const Folder& folder) {
     if (!inner.IsOpen()) {
       ReportUnlessNotFolder(folder.PathOf(name), errno);
     } else if (name == EAFolderName()) {
-      CleanEAFolder(folder, inner, nullptr);
+      CleanEAFolder(folder, nullptr);
     } else if (IsUnfinishedEADirectory(name)) {
       CleanUnfinishedDirectory(folder, name);
     } else if (inner.Path().size() < PATH_MAX) {  // a longer path has no thumbnails
@@ -106,13 +115,34 @@ void Cleaner::CleanFile(const std::string& path) {
   const Folder folder(before.empty() ? "." : before);
   const Folder eaFolder(folder, EAFolderName());
   if (eaFolder.Stat(name)) {
-    CleanEAFolder(folder, eaFolder, &name);
+    CleanEAFolder(folder, &name);
   } else if (!folder.Stat(name)) {
     remover_.Report(path, ProblemOfErrno(ENOENT));
   }
 }
 
-void Cleaner::CleanEAFolder(const Folder& folder, const Folder& eaFolder, const std::string* onlySource) {
+// In a dry run, root changes nothing.
+void Cleaner::CleanEAFolder(const Folder& folder, const std::string* onlySource) {
+  return isRoots_ && !isDryRun_ ? CleanAsOwner(folder, onlySource) : CleanEAFolderHere(folder, onlySource);
+}
+
+// In a process of the folder's owner, with that folder as its working directory.
+void Cleaner::CleanAsOwner(const Folder& folder, const std::string* onlySource) {
+  const auto work = [&] {
+    struct stat record = {};
+    std::optional<Problem> problem;
+    if (stat(".", &record) == 0) problem = WhyNotBecome(record.st_uid);
+    if (problem) remover_.Report(folder.Path(), *problem);
+    if (!problem) CleanEAFolderHere(Folder::Here(folder), onlySource);
+    return remover_.Totals();
+  };
+  const std::optional<std::string> totals = RunInProcess([&] { folder.Enter(); }, work);
+  if (totals) return remover_.SetTotals(*totals);
+  remover_.Report(folder.Path(), {Problem::Kind::kNoMemory, "the process cleaning it died", "run this again"});
+}
+
+void Cleaner::CleanEAFolderHere(const Folder& folder, const std::string* onlySource) {
+  const Folder eaFolder(folder, EAFolderName());
   const auto sources = NamesOf(eaFolder);
   if (!sources) return;
   const auto isKept = [&](const std::string& source) {
@@ -132,6 +162,7 @@ bool Cleaner::CleanEADirectory(const Folder& folder, const Folder& eaFolder, con
   }
   Source found(folder.Number(), source);
   if (!found.TryLock()) return false;
+  if (!isDryRun_ && !found.IsGone()) RestrictFolderToReadersOf(isRoots_ ? "./" + source : folder.PathOf(source));
   const auto names = NamesOf(entries);
   if (!names) return false;
   const auto isKept = [&](const std::string& name) { return !CleanEntry(found, entries, name); };

@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <nlohmann/json.hpp>
+#include <sstream>
 #include <system_error>
 
 #include "command/output.h"
@@ -45,6 +46,14 @@ void Remover::Report(const std::string& path, const Problem& problem) {
   hasProblems_ = true;
   ReportProblem(path, problem);
   if (style_.json) WriteOut(JsonProblem("path", AbsolutePath(path), problem));
+}
+
+std::string Remover::Totals() const {
+  return std::to_string(files_) + " " + std::to_string(bytes_) + " " + std::to_string(static_cast<int>(hasProblems_));
+}
+
+void Remover::SetTotals(const std::string& totals) {
+  std::istringstream(totals) >> files_ >> bytes_ >> hasProblems_;
 }
 
 bool Remover::Finish() const {

@@ -29,6 +29,10 @@ class Remover {
 
   void Report(const std::string& path, const Problem& problem);
 
+  // The totals as text, for a process that has removed something on behalf of this one, whose totals they replace.
+  std::string Totals() const;
+  void SetTotals(const std::string& totals);
+
   // Reports the totals. True if there was no problem.
   bool Finish() const;
 

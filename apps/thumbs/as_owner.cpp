@@ -70,6 +70,7 @@ std::optional<Problem> WhyNotBecome(uid_t user) {
 }
 
 std::optional<Problem> WhyNotEnter(const std::string& path, std::string* inside) {
+  if (path.empty()) return ProblemOfErrno(ENOENT);
   try {
     *inside = EnterFolderOf(path);
   } catch (const std::system_error& error) {

@@ -10,12 +10,14 @@
 #include <functional>
 #include <optional>
 
+#include "system/quiet_log.h"
 #include "thumbs/answer.h"
 #include "thumbs/facts_in_bounds.h"
 #include "thumbs/full_disk.h"
 #include "thumbs/kinds.h"
 #include "thumbs/known_facts.h"
 #include "thumbs/lookup.h"
+#include "thumbs/privacy.h"
 #include "thumbs/rendering.h"
 #include "thumbs/source_lock.h"
 #include "thumbs/stored_files.h"
@@ -68,12 +70,16 @@ Resolution MakeByLibrary(const Request& request, const GiveFacts& giveFacts, Thu
   if ((request.options & Thumb::OPT_ENABLE_GIF) != 0 && file::GetFileExt(source) == "gif") lock.emplace();
   SetRequest(request, job);
   const StoredFiles before(source);
+  const QuietLog quiet;
   if (!FindOrMake(request, giveFacts, job)) return Resolution::kNone;
   const std::string& answer = job->GetOutputFile();
   if (IsSource(*job) || before.Hold(answer)) return Resolution::kFound;
-  if (!IsDiskFull(answer) || !IsCutOff(answer)) return Resolution::kMade;
-  unlink(answer.c_str());
-  return Resolution::kNone;
+  if (IsDiskFull(answer) && IsCutOff(answer)) {
+    unlink(answer.c_str());
+    return Resolution::kNone;
+  }
+  RestrictToReadersOf(source, answer);
+  return Resolution::kMade;
 }
 
 // Whether only the programs can look for stored thumbnails of it: the library finds none without facts.

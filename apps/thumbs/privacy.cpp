@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "thumbs/privacy.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+#include <tavi/sdk.h>
+#include <tavithumb/util.h>
+
+#include <climits>
+
+#include "system/file_descriptor.h"
+
+namespace tavithumb::apps {
+namespace {
+
+constexpr mode_t readable = S_IRUSR | S_IRGRP | S_IROTH;
+
+bool HasAcl(const std::string& path) {
+  return getxattr(path.c_str(), "system.posix_acl_access", nullptr, 0) > 0;
+}
+
+bool IsClosedToOthers(const std::string& folder) {
+  struct stat record = {};
+  return stat(folder.c_str(), &record) == 0 && (record.st_mode & S_IRWXO) == 0;
+}
+
+mode_t ModeFor(const struct stat& source, bool hasAcl, const struct stat& thumbnail, bool isInClosedFolder) {
+  const bool isSameGroup = source.st_gid == thumbnail.st_gid;
+  if (isInClosedFolder && (hasAcl || !isSameGroup || source.st_uid != thumbnail.st_uid)) return readable | S_IWUSR;
+  const mode_t mode = (source.st_mode & readable) | S_IRUSR | S_IWUSR;
+  return isSameGroup || (mode & S_IROTH) != 0 ? mode : mode & ~static_cast<mode_t>(S_IRGRP);
+}
+
+}  // namespace
+
+void RestrictToReadersOf(const std::string& source, const std::string& thumbnail) {
+  const FileDescriptor file(open(thumbnail.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+  struct stat photo = {}, record = {};
+  if (stat(source.c_str(), &photo) != 0 || fstat(file.Number(), &record) != 0 || !S_ISREG(record.st_mode)) return;
+  const mode_t mode = ModeFor(photo, HasAcl(source), record, IsClosedToOthers(file::Dirname(thumbnail)));
+  chmod(("/proc/self/fd/" + std::to_string(file.Number())).c_str(), mode);
+}
+
+void RestrictFolderToReadersOf(const std::string& source) {
+  std::string folder(PATH_MAX, '\0');
+  struct stat record = {};
+  if (TAVIEADirPath(0, source.c_str(), folder.data(), folder.size()) != 0) return;
+  if (lstat(folder.c_str(), &record) == 0 && S_ISDIR(record.st_mode)) TAVIEAMKDir(1, folder.c_str());
+}
+
+}  // namespace tavithumb::apps
