@@ -59,12 +59,8 @@ void TakeGroups(const std::optional<Account>& account) {
   Check(setresgid(group, group, group), "setresgid");
 }
 
-// The system forgets with the user that this process is to die with its parent.
 void TakeUser(uid_t user) {
-  int signal = 0;
-  prctl(PR_GET_PDEATHSIG, &signal);
   Check(setresuid(user, user, user), "setresuid");
-  prctl(PR_SET_PDEATHSIG, signal);
   // Some settings let a process keep its capabilities.
   if (setresuid(0, 0, 0) != 0) return;
   errno = EPERM;
@@ -122,10 +118,14 @@ std::string UserName(uid_t user) {
 
 void Become(uid_t user) {
   if (user == 0) return;
+  // The system forgets with the ids that this process is to die with its parent.
+  int signal = 0;
+  prctl(PR_GET_PDEATHSIG, &signal);
   LeaveTerminal();
   ForgetEnvironment();
   TakeGroups(AccountOf(user));
   TakeUser(user);
+  prctl(PR_SET_PDEATHSIG, signal);
 }
 
 void BecomeOwnerOf(const std::string& path) {

@@ -64,6 +64,14 @@ bool FindOrMake(const Request& request, const GiveFacts& giveFacts, Thumb* job) 
   return true;
 }
 
+// The library sets the time only as root.
+void GiveTimeOf(const std::string& source, const std::string& thumbnail) {
+  struct stat record = {};
+  if (stat(source.c_str(), &record) != 0) return;
+  const std::array<timespec, 2> times = {{{0, UTIME_OMIT}, {record.st_mtim.tv_sec, 0}}};
+  utimensat(AT_FDCWD, thumbnail.c_str(), times.data(), AT_SYMLINK_NOFOLLOW);
+}
+
 Resolution MakeByLibrary(const Request& request, const GiveFacts& giveFacts, Thumb* job) {
   const std::string& source = job->GetInfo().GetPath();
   std::optional<AnimationLock> lock;
@@ -78,6 +86,7 @@ Resolution MakeByLibrary(const Request& request, const GiveFacts& giveFacts, Thu
     unlink(answer.c_str());
     return Resolution::kNone;
   }
+  GiveTimeOf(source, answer);
   RestrictToReadersOf(source, answer);
   return Resolution::kMade;
 }
@@ -162,16 +171,12 @@ void ForgetFacts(Thumb* job) {
 }
 
 // Brings a thumbnail that the library's tools have stored to what StateOfStored() calls good, so that it isn't made
-// again by the next request: they store BMPs and previews larger than the box, and without root the present time.
+// again by the next request: they store BMPs and previews larger than the box.
 void Improve(const Request& request, Render* render, Thumb* job) {
   if (!request.byLibrary) job->SetFacts(KnownFacts(job->GetInfo()));
   const ThumbInfo& source = job->GetInfo();
   const std::string stored = job->GetOnlineOutputDest();
   if (!CanRenderAndStore(request, source) || job->GetOutputFile() != stored) return;
-  struct stat record = {};
-  if (stat(source.GetPath().c_str(), &record) != 0) return;
-  const std::array<timespec, 2> times = {{{0, UTIME_OMIT}, {record.st_mtim.tv_sec, 0}}};
-  utimensat(AT_FDCWD, stored.c_str(), times.data(), 0);
   if (StateOfStored(request, *job) != StoredState::kBad) return;
   render(source.GetPath(), [&] { return RenderAndStore(source, {}, {request}, Original::kStored); });
 }

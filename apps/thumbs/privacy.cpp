@@ -25,10 +25,15 @@ bool IsClosedToOthers(const std::string& folder) {
   return stat(folder.c_str(), &record) == 0 && (record.st_mode & S_IRWXO) == 0;
 }
 
-mode_t ModeFor(const struct stat& source, bool hasAcl, const struct stat& thumbnail, bool isInClosedFolder) {
-  const bool isSameGroup = source.st_gid == thumbnail.st_gid;
-  if (isInClosedFolder && (hasAcl || !isSameGroup || source.st_uid != thumbnail.st_uid)) return readable | S_IWUSR;
+// Whether the mode of the thumbnail can't let in those who may read the source.
+bool NeedsFolder(const struct stat& source, bool hasAcl, const struct stat& thumbnail) {
+  const bool isForGroup = (source.st_mode & S_IRGRP) != 0;
+  return hasAcl || source.st_uid != thumbnail.st_uid || (isForGroup && source.st_gid != thumbnail.st_gid);
+}
+
+mode_t ModeFor(const struct stat& source, const struct stat& thumbnail) {
   const mode_t mode = (source.st_mode & readable) | S_IRUSR | S_IWUSR;
+  const bool isSameGroup = source.st_gid == thumbnail.st_gid;
   return isSameGroup || (mode & S_IROTH) != 0 ? mode : mode & ~static_cast<mode_t>(S_IRGRP);
 }
 
@@ -38,8 +43,9 @@ void RestrictToReadersOf(const std::string& source, const std::string& thumbnail
   const FileDescriptor file(open(thumbnail.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
   struct stat photo = {}, record = {};
   if (stat(source.c_str(), &photo) != 0 || fstat(file.Number(), &record) != 0 || !S_ISREG(record.st_mode)) return;
-  const mode_t mode = ModeFor(photo, HasAcl(source), record, IsClosedToOthers(file::Dirname(thumbnail)));
-  chmod(("/proc/self/fd/" + std::to_string(file.Number())).c_str(), mode);
+  const bool isOpen = NeedsFolder(photo, HasAcl(source), record) && IsClosedToOthers(file::Dirname(thumbnail));
+  chmod(("/proc/self/fd/" + std::to_string(file.Number())).c_str(),
+        isOpen ? readable | S_IWUSR : ModeFor(photo, record));
 }
 
 void RestrictFolderToReadersOf(const std::string& source) {

@@ -87,7 +87,12 @@ class EntryAcl {
 
   // The rights as mode, and as ACL where the mode can't express them. A directory's group that the source does not
   // know has no more rights than others.
-  AccessRights Finish(struct stat directory, std::uint16_t ownerRights) const {
+  AccessRights Finish(struct stat directory, std::uint16_t ownerRights) {
+    // A group without rights needs an entry only if it is to have less than others.
+    const auto isIdle = [this](const Entry& entry) {
+      return entry.tag == ACL_GROUP && entry.rights == 0 && others_ == 0;
+    };
+    named_.erase(std::remove_if(named_.begin(), named_.end(), isIdle), named_.end());
     const std::uint16_t group = groupRights_.value_or(others_);
     std::uint16_t mask = named_.empty() ? group : group | kUse;  // an empty one would put the ACL out of force
     for (const Entry& entry : named_) mask |= entry.rights;
