@@ -156,7 +156,7 @@ TEST_F(Becoming, TheOwnerOfAFileGoesByItsFolder) {
 
 TEST_F(Becoming, TheOwnerIsInTheFolderWhateverItsPathIsMeanwhile) {
   const test::TempDir outside;
-  ASSERT_EQ(chmod(outside.Path().c_str(), 0755), 0);
+  ASSERT_EQ(chmod(outside.Path().c_str(), 0777), 0);
   for (const char* name : {"mine", "other"}) {
     test::WriteFile((outside / name) + "/photo", name);
     ASSERT_EQ(chown((outside / name).c_str(), std::string(name) == "mine" ? unknown : 2, 0), 0);
@@ -170,6 +170,9 @@ TEST_F(Becoming, TheOwnerIsInTheFolderWhateverItsPathIsMeanwhile) {
       EXPECT_EQ(error.code().value(), EPERM);
     }
     EXPECT_EQ(EnterFolderOf(outside / "mine/photo"), "./photo");
+    EXPECT_EQ(test::ReadFile("./photo"), "mine");
+    ASSERT_EQ(rename((outside / "mine").c_str(), (outside / "moved").c_str()), 0);
+    ASSERT_EQ(symlink("other", (outside / "mine").c_str()), 0);
     EXPECT_EQ(test::ReadFile("./photo"), "mine");
   });
 }
