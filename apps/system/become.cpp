@@ -12,7 +12,6 @@
 #include <array>
 #include <cerrno>
 #include <cstdlib>
-#include <optional>
 #include <string_view>
 #include <system_error>
 #include <vector>
@@ -33,30 +32,32 @@ void Check(int result, const char* call) {
   if (result != 0) Fail(call);
 }
 
-struct Account {
-  std::string name;
-  gid_t group;
-};
-
-std::optional<Account> AccountOf(uid_t user) {
-  std::vector<char> buffer(65536);
-  passwd entry = {};
-  passwd* found = nullptr;
-  if (getpwuid_r(user, &entry, buffer.data(), buffer.size(), &found) != 0 || found == nullptr) return std::nullopt;
-  return Account{entry.pw_name, entry.pw_gid};
-}
-
 // The group of a user without an account. Not that of the folder: its owner need not be a member of it.
 constexpr gid_t noGroup = 65534;
 
-void TakeGroups(const std::optional<Account>& account) {
-  if (account) {
-    Check(initgroups(account->name.c_str(), account->group), "initgroups");
+struct Account {
+  std::string name;
+  gid_t group;
+  bool exists;
+};
+
+Account AccountOf(uid_t user) {
+  std::vector<char> buffer(65536);
+  passwd entry = {};
+  passwd* found = nullptr;
+  if (getpwuid_r(user, &entry, buffer.data(), buffer.size(), &found) != 0 || found == nullptr) {
+    return {std::to_string(user), noGroup, false};
+  }
+  return {entry.pw_name, entry.pw_gid, true};
+}
+
+void TakeGroups(const Account& account) {
+  if (account.exists) {
+    Check(initgroups(account.name.c_str(), account.group), "initgroups");
   } else {
     Check(setgroups(0, nullptr), "setgroups");
   }
-  const gid_t group = account ? account->group : noGroup;
-  Check(setresgid(group, group, group), "setresgid");
+  Check(setresgid(account.group, account.group, account.group), "setresgid");
 }
 
 void TakeUser(uid_t user) {
@@ -81,7 +82,7 @@ void ForgetEnvironment() {
   for (char** variable = environ; *variable != nullptr; ++variable) {
     if (IsKept(*variable)) kept.emplace_back(*variable);
   }
-  clearenv();
+  clearenv();  // NOLINT(concurrency-mt-unsafe): there is one thread
   for (const std::string& variable : kept) {
     const std::size_t end = variable.find('=');
     setenv(variable.substr(0, end).c_str(), variable.c_str() + end + 1, 1);  // NOLINT(concurrency-mt-unsafe)
@@ -112,8 +113,7 @@ uid_t FolderOwnerOf(const std::string& path) {
 }
 
 std::string UserName(uid_t user) {
-  const std::optional<Account> account = AccountOf(user);
-  return account ? account->name : std::to_string(user);
+  return AccountOf(user).name;
 }
 
 void Become(uid_t user) {

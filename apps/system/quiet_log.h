@@ -11,8 +11,10 @@ namespace tavithumb::apps {
 // programs with one thread.
 class QuietLog {
  public:
+  // NOLINTBEGIN(concurrency-mt-unsafe): there is one thread
   QuietLog() : before_(setlogmask(geteuid() == 0 ? 0 : LOG_MASK(LOG_EMERG))) {}  // 0 changes nothing
   ~QuietLog() { setlogmask(before_); }
+  // NOLINTEND(concurrency-mt-unsafe)
   QuietLog(const QuietLog&) = delete;
   QuietLog& operator=(const QuietLog&) = delete;
 
