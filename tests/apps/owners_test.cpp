@@ -235,6 +235,15 @@ TEST_F(Owners, CleanTheirFoldersThemselves) {
   EXPECT_TRUE(Exists(medium));
 }
 
+TEST_F(Owners, CleanTheirFoldersByRelativePathsToo) {
+  ASSERT_EQ(run({"make", "--sizes", "small", "photos"}, In(outside.Path())).code, 0);
+  SetTimes(stored, 1, 1);
+  const Outcome outcome = run({"clean", "--json", "photos"}, In(outside.Path()));
+  EXPECT_EQ(outcome.code, 0) << outcome;
+  EXPECT_EQ(ObjectsOf(outcome.out).at(0).at("path"), stored);
+  EXPECT_FALSE(Exists(stored));
+}
+
 TEST_F(Owners, ReportWhatCannotBeWritten) {
   Start start;
   start.output = "/dev/full";
