@@ -10,10 +10,12 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <exception>
 #include <new>
 #include <system_error>
 
+#include "maker/limits.h"
 #include "system/paths.h"
 #include "thumbs/error_codes.h"
 #include "thumbs/facts_in_bounds.h"
@@ -40,6 +42,17 @@ Problem ProblemOfError(int code) {
 
 bool MayDo(const std::string& path, int mode) {
   return faccessat(AT_FDCWD, path.c_str(), mode, AT_EACCESS) == 0;
+}
+
+// Of the types that are decoded at a smaller size, larger pictures fit into memory.
+bool IsTooLarge(const ThumbInfo& source) {
+  const std::int64_t pixels = std::int64_t{source.GetWidth()} * source.GetHeight();
+  return pixels > (source.GetMimeType() == "image/jpeg" ? maker::kMaxStoredPixels : maker::kMaxDecodedPixels);
+}
+
+Problem TooLarge(const ThumbInfo& source) {
+  const std::string size = std::to_string(source.GetWidth()) + "x" + std::to_string(source.GetHeight());
+  return {Kind::kDamaged, "it is too large to be converted (" + size + " pixels)", "save a smaller copy of it"};
 }
 
 // A tool that could have made it but is not installed.
@@ -162,6 +175,7 @@ Problem WhyNoAnswer(const ThumbInfo& source, const Request& request) {
   if (!known.IsGood()) return WhyNoTool().value_or(UnknownContent());
   if (const std::optional<Problem> problem = WhyNotStored(source.GetPath())) return *problem;
   if (!source.IsGood()) return WhyNotWithoutFacts(known, request);
+  if (IsTooLarge(source)) return TooLarge(source);
   if (const std::optional<Problem> problem = WhyRefused(source)) return *problem;
   return WhyNoTool().value_or(couldNotBeConverted);
 }

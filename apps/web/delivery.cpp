@@ -123,9 +123,19 @@ void DeliverFromMemory(const maker::Thumbnail& thumbnail, const Delivery& delive
   Send(file.Path(), maker::MimeTypeOf(thumbnail.type), delivery);
 }
 
-void DeliverOriginal(const Delivery& delivery, Thumb* job) {
-  Begin(originalHeaders, delivery);
-  SendLasting(job->GetOutputFile(), SourceMimeType(job->GetInfo()), delivery);
+void DeliverFile(const std::string& path, const std::string& mimeType, const std::string& headers,
+                 const Delivery& delivery) {
+  Begin(originalHeaders + headers, delivery);
+  SendLasting(path, mimeType, delivery);
+}
+
+void DeliverJson(const Target& target, const std::string& body, const Delivery& delivery) {
+  Begin("Content-Type: application/json\r\nContent-Length: " + std::to_string(body.size()) +
+            "\r\nCache-Control: private, no-cache\r\nX-Content-Type-Options: nosniff\r\n\r\n",
+        delivery);
+  if (target.isHead) return;
+  AnnounceUnlessShort(body.size(), delivery);
+  Print(body);
 }
 
 void DeliverList(const Target& target, const Listing& listing, const Delivery& delivery) {
