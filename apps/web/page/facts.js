@@ -7,8 +7,7 @@ const panel = byId('facts'), button = byId('info');
 let current = null;
 
 const size = (bytes) => (bytes < 1e6 ? `${Math.ceil(bytes / 1e3)} KB` : `${(bytes / 1e6).toFixed(1)} MB`);
-const time = (date, timeZone) => new Intl.DateTimeFormat(undefined,
-  {dateStyle: 'long', timeStyle: 'short', timeZone}).format(date);
+const time = (date, timeZone) => date.toLocaleString(undefined, {dateStyle: 'long', timeStyle: 'short', timeZone});
 
 // The camera's clock has no time zone: its time is shown as it is.
 const rows = (file, facts) => [

@@ -88,7 +88,6 @@ async function fetchOrExplain(url) {
 
 function showProblem(problem) {
   byId('error').textContent = problem;
-  byId('error').hidden = !problem;
   byId('note').hidden = Boolean(problem);
 }
 

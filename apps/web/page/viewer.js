@@ -11,7 +11,7 @@ const viewer = byId('viewer'), sheet = byId('sheet');
 let files = [];
 let current = 0;
 let react = {};           // to the user: step to a file, close; and what the grid has loaded: tilePicture
-const ahead = new Map();  // pictures of the files before and after the current one, by their addresses
+let ahead = new Map();    // pictures of the files before and after the current one, by their addresses
 
 // ---- Pictures
 // Quarter turns clockwise, for this session.
@@ -36,9 +36,7 @@ function pictureOf(file) {
 
 function loadNeighbours() {
   const near = [files[current + 1], files[current - 1], files[current]].filter((file) => file && hasPicture(file));
-  const pictures = near.map((file) => [thumb(file, 'large', parameters(file)), pictureOf(file)]);
-  ahead.clear();
-  for (const [address, image] of pictures) ahead.set(address, image);
+  ahead = new Map(near.map((file) => [thumb(file, 'large', parameters(file)), pictureOf(file)]));
 }
 
 // The tile's picture below the large one until that has come, turned like it.
@@ -113,7 +111,7 @@ export function open(shown, index) {
 export function close() {
   viewer.close();
   sheet.replaceChildren();
-  ahead.clear();
+  ahead = new Map();
   pause(false);
 }
 
