@@ -9,9 +9,11 @@
 #include <tavithumb/util.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <exception>
+#include <limits>
 #include <new>
 #include <system_error>
 
@@ -44,8 +46,11 @@ bool MayDo(const std::string& path, int mode) {
   return faccessat(AT_FDCWD, path.c_str(), mode, AT_EACCESS) == 0;
 }
 
-// Of the types that are decoded at a smaller size, larger pictures fit into memory.
+// Of the types that are decoded at a smaller size, larger pictures fit into memory. A header that was misread may say
+// that a side is negative.
 bool IsTooLarge(const ThumbInfo& source) {
+  constexpr auto mostPlausible = static_cast<std::uint32_t>(std::numeric_limits<std::int32_t>::max());
+  if (std::max(source.GetWidth(), source.GetHeight()) > mostPlausible) return false;
   const std::int64_t pixels = std::int64_t{source.GetWidth()} * source.GetHeight();
   return pixels > (source.GetMimeType() == "image/jpeg" ? maker::kMaxStoredPixels : maker::kMaxDecodedPixels);
 }
