@@ -79,10 +79,14 @@ async function visitViewer(t, name, options) {
 // The image, after it has loaded or failed.
 async function loaded(image) {
   await image.scrollIntoViewIfNeeded();
-  await image.evaluate((element) => element.complete || new Promise((resolve) => {
-    element.addEventListener('load', resolve);
-    element.addEventListener('error', resolve);
-  }));
+  await image.evaluate(async (element) => {
+    while (!element.currentSrc) await new Promise(requestAnimationFrame);  // until it is its turn
+    if (element.complete) return;
+    await new Promise((resolve) => {
+      element.addEventListener('load', resolve);
+      element.addEventListener('error', resolve);
+    });
+  });
   return image;
 }
 
