@@ -55,7 +55,7 @@ check_site() { # check_site NAME PORT
   expect "$1, thumbnail" '200 image/png' "${user[@]}" "${status[@]}" "$site/thumb/photos/a%20b.png?size=small"
   ask "${user[@]}" -o "$work/body" -D "$work/headers" "$site/original/photos/a%20b.png"
   cmp -s "$work/body" "$work/photos/a b.png" || fail "$1: another original"
-  for header in 'cache-control: max-age=300, must-revalidate' 'x-content-type-options: nosniff'; do
+  for header in 'cache-control: private, max-age=300, must-revalidate' 'x-content-type-options: nosniff'; do
     [ "$(grep -ci "^$header" "$work/headers")" -eq 1 ] || fail "$1: not one '$header'"
   done
   for module in "$source"/apps/web/page/*.js; do

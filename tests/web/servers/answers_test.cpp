@@ -282,7 +282,7 @@ TEST_P(Answers, TellTheFactsOfAPhoto) {
            "-Mset Exif.Image.Orientation 6", site / "photo.jpg"});
   WriteFile(site / "film.mp4", "film");
   const Response response = site.Get("/original/photo.jpg?facts=1");
-  EXPECT_EQ(response.headers, (Headers{{"cache-control", "no-cache"},
+  EXPECT_EQ(response.headers, (Headers{{"cache-control", "private, no-cache"},
                                        {"content-length", std::to_string(response.body.size())},
                                        {"content-type", "application/json"},
                                        {"x-content-type-options", "nosniff"}}));
