@@ -71,10 +71,10 @@ std::string Captured(const std::function<void()>& write) {
   const MemoryFile file({});
   const FileDescriptor before(dup(STDOUT_FILENO));
   const FileDescriptor captured(open(file.Path().c_str(), O_RDWR | O_CLOEXEC));
-  std::fflush(stdout);
+  static_cast<void>(std::fflush(stdout));
   dup2(captured.Number(), STDOUT_FILENO);
   write();
-  std::fflush(stdout);
+  static_cast<void>(std::fflush(stdout));
   dup2(before.Number(), STDOUT_FILENO);
   std::ifstream content(file.Path(), std::ios::binary);
   return {std::istreambuf_iterator<char>(content), std::istreambuf_iterator<char>()};
