@@ -47,6 +47,11 @@ std::optional<Problem> WhyNotThroughLink(const std::string& source, const std::s
   return std::nullopt;
 }
 
+// From inside its folder, a thumbnail could be stored whose path is longer than any program can open.
+bool HasPlaceForThumbnails(const std::string& path) {
+  return !file::GetEAPath(path, std::string(80, 'x')).empty();
+}
+
 }  // namespace
 
 uid_t OwnerFor(const std::string& path) {
@@ -79,6 +84,7 @@ std::optional<Problem> WhyNotEnter(const std::string& path, std::string* inside)
   if (faccessat(AT_FDCWD, inside->c_str(), R_OK, AT_EACCESS) != 0 && errno == EACCES) {
     return Problem{Kind::kForbidden, OwnerMayNot("read it"), "give that user read permission"};
   }
+  if (!HasPlaceForThumbnails(path)) *inside = path;
   return WhyNotThroughLink(*inside, path);
 }
 

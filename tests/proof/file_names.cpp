@@ -200,7 +200,9 @@ class Place {
   const std::string& Directory() const { return directory_; }
 
   // An argument or a path in a form independent of the name: placeholders for the name and for numbers that differ.
-  std::string General(const std::string& text) const {
+  // Root's command works in the folder of the photo.
+  std::string General(const std::string& given) const {
+    const std::string text = given.rfind("./", 0) == 0 ? folder_ + given.substr(1) : given;
     static const std::regex numbers("_[0-9]+");
     static const std::string frames = "/var/tmp/convert_thumbnail__";
     if (text.rfind(directory_ + "/", 0) == 0) {
