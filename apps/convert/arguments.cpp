@@ -40,7 +40,8 @@ bool EndsWith(std::string_view text, std::string_view end) {
 
 // In other names, convert looks for formats, numbers of frames and wildcards.
 bool IsLiteral(std::string_view path) {
-  return !path.empty() && path.front() == '/' && path.find_first_of("%*?[]{}") == std::string_view::npos;
+  return (path.substr(0, 1) == "/" || path.substr(0, 2) == "./") &&
+         path.find_first_of("%*?[]{}") == std::string_view::npos;
 }
 
 // A path that is followed by the number of the frame.

@@ -90,7 +90,7 @@ TEST(Arguments, GiveTheRotationsAndTheMirroringAsOne) {
 
 TEST(Arguments, WithNamesThatAreTakenLiterallyAreTaken) {
   for (const std::string name : {"/a", "/v/with spaces.heic", "/v/png:a.jpg", "/v/\xC3\xBC.bmp", "/v/-strip", "/v/a@b",
-                                 "/v/TAVIFILETMP_THUMB_r1.jpg_1700000000", "/v/~", "/v/new\nline"}) {
+                                 "/v/TAVIFILETMP_THUMB_r1.jpg_1700000000", "/v/~", "/v/new\nline", "./a", "./png:a"}) {
     Arguments arguments = Library(kScale, kNoTurns, name + ".jpg");
     arguments[4] = name + "[0]";
     EXPECT_EQ(Text(ParseArguments(arguments)), name + " -> " + name + ".jpg, JPEG, 640x480, 0 turns");
@@ -101,7 +101,8 @@ TEST(Arguments, WithOtherNamesAreLeftToConvert) {
   for (const std::string name : {"",
                                  "[0]",
                                  "a.tif[0]",
-                                 "./a.tif[0]",
+                                 "../a.tif[0]",
+                                 ".a.tif[0]",
                                  "/v/a.tif",
                                  "/v/a.tif[1]",
                                  "/v/a.tif[0-3]",

@@ -47,7 +47,7 @@ done
 codecs_to_r="libdeflate0 (>= 1.0), libgif7 (>= 5.1), libhwy1 (>= 0.16.0), libjpeg62-turbo (>= 1.3.1), \
 libjxl0.7 (>= 0.6.1), liblcms2-2 (>= 2.6), libraw20 (>= 0.16.0)"
 codecs_from_t="libtiff6 (>= 4.5.0~rc1), libwebp7 (>= 1.2.4), libwebpdemux2 (>= 1.2.4), zlib1g (>= 1:1.1.4)"
-codecs="$codecs_to_r, libtavithumb1 (>= 1.0.0), $codecs_from_t"
+codecs="$codecs_to_r, libtavithumb-platform1 | libtavithumb-platform-1, libtavithumb1 (>= 1.0.0), $codecs_from_t"
 check "the packages depend on tools and on each other as they should" fields_are \
   "libtavithumb1 Depends: imagemagick, libjpeg-turbo-progs, libtavithumb-platform1 | libtavithumb-platform-1
 libtavithumb1 Recommends: dcraw
