@@ -23,12 +23,15 @@ Problem NotRemoved(int error) {
           "make its folder writable, or run as its owner"};
 }
 
+// "" if it is not known.
+std::string WorkingDirectory() {
+  std::error_code unknown;
+  return std::filesystem::current_path(unknown);
+}
+
 }  // namespace
 
-Remover::Remover(const RemovalStyle& style) : style_(style) {
-  std::error_code unknown;
-  start_ = std::filesystem::current_path(unknown);
-}
+Remover::Remover(const RemovalStyle& style) : style_(style), start_(WorkingDirectory()) {}
 
 std::string Remover::Absolute(const std::string& path) const {
   return path.front() == '/' || start_.empty() ? path : JoinPath(start_, path);
