@@ -12,13 +12,13 @@ namespace tavithumb::apps {
 namespace {
 
 // A message of one byte that carries a descriptor.
-struct Parcel {
+struct DescriptorMessage {
   char byte = 0;
   iovec content = {&byte, 1};
   alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(int))> control = {};
   msghdr header = {};
 
-  Parcel() {
+  DescriptorMessage() {
     header.msg_iov = &content;
     header.msg_iovlen = 1;
     header.msg_control = control.data();
@@ -37,22 +37,22 @@ std::pair<FileDescriptor, FileDescriptor> OpenChannel() {
 }
 
 bool SendDescriptor(int channel, int descriptor) {
-  Parcel parcel;
-  cmsghdr* const control = CMSG_FIRSTHDR(&parcel.header);
+  DescriptorMessage message;
+  cmsghdr* const control = CMSG_FIRSTHDR(&message.header);
   control->cmsg_level = SOL_SOCKET;
   control->cmsg_type = SCM_RIGHTS;
   control->cmsg_len = CMSG_LEN(sizeof descriptor);
   std::memcpy(CMSG_DATA(control), &descriptor, sizeof descriptor);
-  return sendmsg(channel, &parcel.header, MSG_NOSIGNAL) == 1;
+  return sendmsg(channel, &message.header, MSG_NOSIGNAL) == 1;
 }
 
 FileDescriptor ReceiveDescriptor(int channel) {
-  Parcel parcel;
+  DescriptorMessage message;
   ssize_t got;
   do {
-    got = recvmsg(channel, &parcel.header, MSG_CMSG_CLOEXEC);
+    got = recvmsg(channel, &message.header, MSG_CMSG_CLOEXEC);
   } while (got == -1 && errno == EINTR);
-  const cmsghdr* const control = got == 1 ? CMSG_FIRSTHDR(&parcel.header) : nullptr;
+  const cmsghdr* const control = got == 1 ? CMSG_FIRSTHDR(&message.header) : nullptr;
   if (control == nullptr || control->cmsg_type != SCM_RIGHTS) return FileDescriptor();
   int descriptor = -1;
   std::memcpy(&descriptor, CMSG_DATA(control), sizeof descriptor);

@@ -15,7 +15,7 @@
 namespace tavithumb::apps::web {
 namespace {
 
-// "" for everything that has no date.
+// "" if the file has no date.
 std::string TimeTaken(const Roots& roots, const std::vector<std::string>& path) {
   try {
     const Found found = roots.Find(path);

@@ -59,7 +59,7 @@ void UseAsStandard(int descriptor) {
   dup2(descriptor, STDOUT_FILENO);
 }
 
-void Nudge(int channel) {
+void Notify(int channel) {
   send(channel, "", 1, MSG_NOSIGNAL);
 }
 
@@ -67,7 +67,7 @@ void Nudge(int channel) {
 bool TakeConnection(int channel) {
   constexpr int patience = 100;  // milliseconds
   pollfd entry = {channel, POLLIN, 0};
-  if (poll(&entry, 1, patience) == 0) Nudge(channel);
+  if (poll(&entry, 1, patience) == 0) Notify(channel);
   const FileDescriptor connection = ReceiveDescriptor(channel);
   if (connection.IsOpen()) UseAsStandard(connection.Number());
   return connection.IsOpen();
@@ -87,7 +87,7 @@ void RunWorkerLoop(int channel, RequestState* state, const std::function<void(co
   const Surroundings before;
   const Turn turn = {state, [channel, state] {
                        state->progress = Progress::kSending;
-                       Nudge(channel);
+                       Notify(channel);
                      }};
   for (unsigned answered = 1;; ++answered) {
     if (!TakeConnection(channel)) return;
@@ -96,7 +96,7 @@ void RunWorkerLoop(int channel, RequestState* state, const std::function<void(co
     const bool isLast = answered == mostRequests || state->isWorkersLast || !before.AreUnchanged();
     state->progress = isLast ? Progress::kLast : Progress::kDone;
     if (isLast) return;
-    if (state->isAwaited) Nudge(channel);
+    if (state->isAwaited) Notify(channel);
   }
 }
 

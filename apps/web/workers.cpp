@@ -66,8 +66,8 @@ std::size_t Workers::CountMaking() const {
 }
 
 bool Workers::CanStart() const {
-  const std::size_t undead = supervisor_.CountProcesses() - workers_.size();  // they could not be killed
-  return CountMaking() + undead < limits_.making && (!free_.empty() || CountIdle() > 0);
+  const std::size_t unkillable = supervisor_.CountProcesses() - workers_.size();  // they could not be killed
+  return CountMaking() + unkillable < limits_.making && (!free_.empty() || CountIdle() > 0);
 }
 
 bool Workers::HasRoom() {
@@ -151,13 +151,13 @@ void Workers::Collect() {
   for (const EndedChild& ended : supervisor_.Collect()) CleanUp(ended);
 }
 
-// Nudges; that the channel has been closed shows that the worker has died.
+// Reads the notifications. The channel is closed once the worker has died.
 void Workers::Drain(Worker* worker) const {
-  char nudge = 0;
+  char notification = 0;
   while (worker->channel.IsOpen()) {
-    const ssize_t size = recv(worker->channel.Number(), &nudge, sizeof nudge, MSG_DONTWAIT);
+    const ssize_t size = recv(worker->channel.Number(), &notification, sizeof notification, MSG_DONTWAIT);
     if (size == -1 && (errno == EAGAIN || errno == EINTR)) return;
-    if (size != sizeof nudge) worker->channel = FileDescriptor();
+    if (size != sizeof notification) worker->channel = FileDescriptor();
   }
 }
 

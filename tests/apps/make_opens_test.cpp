@@ -61,7 +61,7 @@ class Opens : public testing::Test {
       // From its folder, where root's workers are, it is "./NAME".
       const std::string name = source.substr(source.rfind('/') + 1) + '"';
       const bool names = line.find("/" + name) != line.npos || line.find('"' + name) != line.npos;
-      // The EA directory of a source has the same name; an O_PATH descriptor is no reading.
+      // The EA directory of a source has the same name; opening with O_PATH reads nothing.
       const bool reads = line.find("O_DIRECTORY") == line.npos && line.find("O_PATH") == line.npos;
       if (line.find(" open") == line.npos || !reads || !names) continue;
       ++(tools.count(process) != 0 ? count.openedByThem : count.openedByOthers);

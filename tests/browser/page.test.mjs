@@ -631,7 +631,7 @@ test('on a phone, swipes show the next and the previous photo, and a pinch zooms
   await touch(page, [[[100, 400]], [[200, 400]], [[260, 400]]]);
   assert.equal(await title(), 'photo.jpg');
   await touch(page, [[[300, 300]], [[290, 400]], [[280, 550]]]);
-  assert.equal(await title(), 'photo.jpg', 'a vertical drag is no swipe');
+  assert.equal(await title(), 'photo.jpg', 'a vertical drag does not count as a swipe');
   assert.equal(await page.locator('#sheet').evaluate((sheet) => sheet.style.transform), '');
   await touch(page, [[[180, 400], [220, 400]], [[160, 400], [240, 400]], [[120, 400], [280, 400]]]);
   assert.ok(Math.abs(await scaleOf(page) - 4) < 0.01, String(await scaleOf(page)));

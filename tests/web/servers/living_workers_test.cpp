@@ -97,7 +97,7 @@ TEST(LivingWorkers, AreReplacedOnceTheyHaveLeftSomethingBehind) {
   EXPECT_NE(WorkersOfIdle(site), before);
 }
 
-// A folder with something for every kind of answer that makes nothing.
+// Fills the folder so that every kind of answer can be requested.
 void FillForAnswers(const Site& site) {
   MakeJpeg(site / "photo.jpg", 800, 600);
   MakeJpeg(site / "small.jpg", 40, 30);
