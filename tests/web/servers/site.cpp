@@ -17,6 +17,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <random>
 #include <set>
 #include <sstream>
@@ -43,18 +44,29 @@ int ConnectUnix(const std::string& path) {
   return -1;
 }
 
-template <typename Connect>
-void AwaitListening(const Process& process, const Connect& connect) {
+template <typename Condition>
+void AwaitListening(const Process& process, const Condition& isListening) {
   for (int attempt = 0; attempt < 1000; ++attempt) {
-    const int connection = connect();
-    if (connection != -1) {
-      close(connection);
-      return;
-    }
+    if (isListening()) return;
     if (kill(process.Id(), 0) != 0) break;
     usleep(10000);
   }
   throw std::runtime_error("a server does not listen");
+}
+
+bool CanConnect(int connection) {
+  if (connection != -1) close(connection);
+  return connection != -1;
+}
+
+// Without a connection, which would be the program's first request.
+bool IsListeningOn(const std::string& path) {
+  constexpr char acceptsConnections[] = " 00010000 ";
+  std::ifstream sockets("/proc/net/unix");
+  for (std::string line; std::getline(sockets, line);) {
+    if (line.find(acceptsConnections) != line.npos && line.substr(line.rfind(' ') + 1) == path) return true;
+  }
+  return false;
 }
 
 void SendAll(int connection, const std::string& text) {
@@ -244,7 +256,7 @@ void Site::Start(Front front, const SiteOptions& options) {
       helper_ = std::make_unique<Process>(
           std::vector<std::string>{"/usr/sbin/fcgiwrap", "-c", "4", "-s", "unix:" + (folder_ / "fcgi")},
           std::vector<std::string>{});
-      AwaitListening(*helper_, [this] { return ConnectUnix(folder_ / "fcgi"); });
+      AwaitListening(*helper_, [this] { return CanConnect(ConnectUnix(folder_ / "fcgi")); });
       return StartNginx("include /etc/nginx/fastcgi_params; fastcgi_param SCRIPT_NAME '" + prefix_ +
                         "'; fastcgi_param SCRIPT_FILENAME " + script + "; fastcgi_pass unix:" + (folder_ / "fcgi") +
                         ";");
@@ -272,7 +284,7 @@ void Site::StartProgram(const SiteOptions& options) {
   argv.insert(argv.end(), options.program.begin(), options.program.end());
   if (options.user != 0) chmod(folder_.Path().c_str(), 0777);
   program_ = std::make_unique<Process>(argv, EnvironmentOf(options), options.user);
-  AwaitListening(*program_, [this] { return ConnectScgi(); });
+  AwaitListening(*program_, [this] { return IsListeningOn(Socket()); });
 }
 
 // A program for the web server to start, with its settings.
@@ -300,7 +312,7 @@ void Site::StartNginx(const std::string& location, const std::string& others) {
   server_ = std::make_unique<Process>(
       std::vector<std::string>{"/usr/sbin/nginx", "-e", folder_ / "nginx.log", "-c", folder_ / "nginx.conf"},
       std::vector<std::string>{});
-  AwaitListening(*server_, [this] { return ConnectTo(port_); });
+  AwaitListening(*server_, [this] { return CanConnect(ConnectTo(port_)); });
 }
 
 void Site::StartLighttpd(const std::string& modules, const std::string& rule) {
@@ -312,7 +324,7 @@ void Site::StartLighttpd(const std::string& modules, const std::string& rule) {
   server_ =
       std::make_unique<Process>(std::vector<std::string>{"/usr/sbin/lighttpd", "-D", "-f", folder_ / "lighttpd.conf"},
                                 std::vector<std::string>{});
-  AwaitListening(*server_, [this] { return ConnectTo(port_); });
+  AwaitListening(*server_, [this] { return CanConnect(ConnectTo(port_)); });
 }
 
 Response Site::Get(const std::string& address, const std::vector<std::string>& headers) const {

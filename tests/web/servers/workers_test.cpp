@@ -239,9 +239,6 @@ TEST(Workers, KillTheToolsOfOneThatWasKilled) {
 std::vector<std::string> AskAtOnce(const Site& site, std::size_t count) {
   std::vector<int> connections;
   const std::string request = ScgiRequest(GetOf(kSmall));
-  // The connection that showed that it listens comes before this one, and has a worker too.
-  site.Scgi(GetOf("/list/"));
-  AwaitIdleWorkers(site);
   site.Program().Signal(SIGSTOP);
   while (connections.size() < count) {
     connections.push_back(site.ConnectScgi());
