@@ -5,6 +5,8 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <optional>
+#include <sstream>
 #include <string>
 #include <utility>
 
@@ -14,6 +16,7 @@
 #include "common/temporary_names.h"
 #include "exported.h"
 #include "sdk/ea_layout.h"
+#include "sdk/ea_store.h"
 
 namespace tavi {
 namespace {
@@ -88,17 +91,69 @@ Descriptor OpenOrMake(const Descriptor& parent, const char* name, const Folder& 
   return IsTrustedIn(parent, place) ? std::move(place) : Descriptor();
 }
 
-bool MakeEADirectory(const std::string& folderPath, const std::string& name) {
+std::optional<Folder> OpenFolder(const std::string& path) {
   Folder folder;
-  folder.place = OpenPlace(AT_FDCWD, folderPath.empty() ? "." : folderPath.c_str(), 0);
-  if (!folder.place.IsOpen() || fstat(folder.place.Get(), &folder.facts) != 0) return false;
-  // An empty EA root may be removed, or replaced, just before a directory is made in it.
-  for (int attempt = 0; attempt < 100; ++attempt) {
-    const Descriptor root = OpenOrMake(folder.place, kEARoot, folder);
-    if (root.IsOpen() && OpenOrMake(root, name.c_str(), folder).IsOpen()) return true;
+  folder.place = OpenPlace(AT_FDCWD, path.empty() ? "." : path.c_str(), 0);
+  if (!folder.place.IsOpen() || fstat(folder.place.Get(), &folder.facts) != 0) return std::nullopt;
+  return folder;
+}
+
+bool MakeEADirectoryIn(const Descriptor& parent, const std::string& name, const Folder& like) {
+  const Descriptor root = OpenOrMake(parent, kEARoot, like);
+  return root.IsOpen() && OpenOrMake(root, name.c_str(), like).IsOpen();
+}
+
+// An empty directory may be removed, or replaced, just before another is made in it.
+template <typename Attempt>
+bool Repeated(const Attempt& attempt) {
+  for (int count = 0; count < 100; ++count) {
+    if (attempt()) return true;
     if (errno != ENOENT) return false;
   }
   return false;
+}
+
+bool MakeBeside(const std::string& folderPath, const std::string& name) {
+  const std::optional<Folder> folder = OpenFolder(folderPath);
+  return folder && Repeated([&] { return MakeEADirectoryIn(folder->place, name, *folder); });
+}
+
+// Opens the folder at `path` in the store, and makes it and those above it where they are missing.
+Descriptor OpenMirror(const Folder& store, const std::string& path) {
+  Descriptor place = OpenPlace(store.place.Get(), ".", 0);
+  std::istringstream names(path);
+  for (std::string name; place.IsOpen() && std::getline(names, name, '/');) {
+    if (!name.empty()) place = OpenOrMake(place, name.c_str(), store);
+  }
+  return place;
+}
+
+bool HasParent(const std::string& path) {
+  return ("/" + path + "/").find("/../") != std::string::npos;
+}
+
+// In the store, everything belongs to its owner: no owner of photos could put links where other users store. Who may
+// search and read their folder may do so there. Nobody else can list what is above.
+bool MakeInStore(const Store& store, const std::string& folderPath, const std::string& name) {
+  std::optional<Folder> own = OpenFolder(store.folder), folder = OpenFolder(folderPath);
+  if (!own || !folder) return false;
+  if (!IsTrustedStore(own->facts) || HasParent(folderPath)) {
+    errno = EPERM;
+    return false;
+  }
+  own->facts.st_mode = S_IFDIR | 0711;
+  folder->facts.st_uid = own->facts.st_uid;
+  folder->facts.st_mode = S_IFDIR | 0700 | (folder->facts.st_mode & 0055);
+  return Repeated([&] {
+    const Descriptor mirror = OpenMirror(*own, folderPath);
+    return mirror.IsOpen() && MakeEADirectoryIn(mirror, name, *folder);
+  });
+}
+
+bool MakeEADirectory(const std::string& folderPath, const std::string& name) {
+  const Store* const store = ConfiguredStore();
+  if (store == nullptr || !store->Holds(folderPath)) return MakeBeside(folderPath, name);
+  return MakeInStore(*store, folderPath.substr(store->folder.size()), name);
 }
 
 int MakeEADirectory(const std::string& path) {
