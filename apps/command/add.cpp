@@ -18,6 +18,8 @@
 #include "thumbs/facts.h"
 #include "thumbs/facts_in_bounds.h"
 #include "thumbs/reasons.h"
+#include "thumbs/store.h"
+#include "thumbs/store_size.h"
 
 namespace tavithumb::apps::command {
 namespace {
@@ -47,7 +49,7 @@ bool AreUnchanged(const struct stat& before, const struct stat& now) {
 
 std::optional<Problem> CheckSourceAndVolume(const std::string& source) {
   if (std::optional<Problem> problem = CheckSource(source)) return problem;
-  if (file::IsDestSupportEAWrite(file::Dirname(source))) return std::nullopt;
+  if (HasPlaceFor(source)) return std::nullopt;
   return NoEntriesOnVolume();
 }
 
@@ -106,12 +108,13 @@ std::optional<Refusal> Store(const Pair& names, const Pair& paths, const AddStyl
   if (style.checkType) {
     if (const auto problem = CheckType(thumbnail, job.GetOutputMimeType())) return Refusal{names.second, *problem};
   }
-  *place = job.GetOnlineOutputDest();
+  *place = NewEntryPath(source, BaseName(job.GetOnlineOutputDest()));
   if (const auto problem = CheckPlace(*place)) return Refusal{names.first, *problem};
   const std::optional<struct stat> before = Look(*place);
-  const bool isStored = job.SaveExistingThumbsToEA({{style.size, thumbnail}}, style.mtime, style.checkType);
+  const bool isStored = file::MakeEADir(source) && job.SaveThumbToEA(thumbnail, *place, style.mtime);
   if (isStored && Look(*place)) {
     SetTime(*place, style.mtime, source);
+    CountStored(*place);
     return std::nullopt;
   }
   RemoveHalf(*place, before, thumbnail);

@@ -20,6 +20,7 @@
 #include "thumbs/full_disk.h"
 #include "thumbs/kinds.h"
 #include "thumbs/known_facts.h"
+#include "thumbs/store.h"
 
 namespace tavithumb::apps {
 namespace {
@@ -28,6 +29,8 @@ using Kind = Problem::Kind;
 
 const Problem permissionDenied = {Kind::kForbidden, "permission denied", "ask its owner for read permission"};
 const Problem damaged = {Kind::kDamaged, "it is damaged", "get a fresh copy of it"};
+
+const Problem diskFull = {Kind::kNoPlace, "the disk is full", "free some space on it"};
 
 const Problem couldNotBeConverted = {Kind::kDamaged, "it could not be converted",
                                      "check that it opens in another program and that the disk has space"};
@@ -79,6 +82,14 @@ std::optional<Problem> WhyRefused(const ThumbInfo& source) {
   }
   return Problem{Kind::kDamaged, "it could not be converted because ImageMagick may read other files in its place",
                  "rename it, or work on a copy in another folder"};
+}
+
+// The folder of `path`, or the first one above it that exists.
+std::string NearestFolder(const std::string& path) {
+  struct stat record = {};
+  std::string folder = file::Dirname(path);
+  while (folder != "/" && stat(folder.c_str(), &record) != 0 && errno == ENOENT) folder = file::Dirname(folder);
+  return folder;
 }
 
 }  // namespace
@@ -135,16 +146,26 @@ Problem UnknownContent() {
 }
 
 std::optional<Problem> WhyNotStored(const std::string& path) {
-  if (!file::IsDestSupportEAWrite(file::Dirname(path))) return std::nullopt;
-  if (IsDiskFull(path)) return Problem{Kind::kNoPlace, "the disk is full", "free some space on it"};
-  const std::string entry = file::GetEAPath(path, "thumbnail");
+  if (!HasPlaceFor(path)) return std::nullopt;
+  const std::string entry = NewEntryPath(path, "thumbnail");
   if (entry.empty()) {
+    if (IsDiskFull(path)) return diskFull;
     return Problem{Kind::kNoPlace, "there is no place for a thumbnail next to it",
                    "copy it to an ordinary folder with a shorter path"};
   }
-  if (MayDo(file::Dirname(entry), W_OK | X_OK)) return std::nullopt;
+  const std::string folder = NearestFolder(entry);
+  if (IsDiskFull(JoinPath(folder, "thumbnail"))) return diskFull;
+  if (MayDo(folder, W_OK | X_OK)) return std::nullopt;
+  if (IsInStore(entry)) {
+    return Problem{Kind::kNoPlace, "no thumbnail can be written to the store",
+                   "make " + StoreFolder() + " writable for this user"};
+  }
   return Problem{Kind::kNoPlace, "no thumbnail can be written next to it",
                  "make its folder writable, or work on a copy"};
+}
+
+std::optional<Problem> WhyNothingIsStored(const std::string& path) {
+  return HasPlaceFor(path) ? WhyNotStored(path) : NoEntriesOnVolume();
 }
 
 Problem WhyNoAnswer(const ThumbInfo& source, const Request& request) {

@@ -2,7 +2,9 @@
 #include "web/sendfile.h"
 
 #include <filesystem>
+#include <vector>
 
+#include "thumbs/store.h"
 #include "web/http_error.h"
 #include "web/target.h"
 
@@ -39,7 +41,9 @@ Sendfile ReadSendfile(const std::string& header, const Variables& variables) {
 
 std::string SendfileLine(const Sendfile& sendfile, const Roots& roots, const std::string& path) {
   if (sendfile.header.empty()) return "";
-  for (const Root& root : roots.All()) {
+  std::vector<Root> places = roots.All();
+  if (!StoreFolder().empty()) places.insert(places.begin(), {storeName, StoreFolder()});
+  for (const Root& root : places) {
     if (!IsBelow(path, root.folder)) continue;
     const bool isAddress = sendfile.header == kAccelRedirect;
     return sendfile.header + ": " + (isAddress ? sendfile.prefix + AddressBelow(root, path) : Encoded(path)) + "\r\n";

@@ -13,6 +13,7 @@
 #include "command/batch/report.h"
 #include "system/file_rules.h"
 #include "system/priority.h"
+#include "thumbs/store.h"
 #include "thumbs/temporary_files.h"
 
 namespace tavithumb::apps::command {
@@ -30,6 +31,7 @@ void EnterRules(const Order& order) {
   rules.Allow("/", FileRules::Access::kRead);
   rules.AllowSystem();
   for (const std::string& folder : order.folders) rules.Allow(folder, FileRules::Access::kStore);
+  if (!StoreFolder().empty()) rules.Allow(StoreFolder(), FileRules::Access::kStore);
   for (const char* folder : file::TEMPORARY_FOLDERS) rules.Allow(folder, FileRules::Access::kStore);
   rules.Allow(std::filesystem::temp_directory_path(), FileRules::Access::kStore);
   rules.Enter();
