@@ -56,6 +56,7 @@ class Count {
     struct stat owner = {};
     while (flock(file_.Number(), LOCK_EX) == -1 && errno == EINTR) {
     }
+    if (!Read()) Replace("unknown");  // which already takes the space of a number
     if (geteuid() != 0 || stat(store.c_str(), &owner) != 0) return;
     if (fchown(file_.Number(), owner.st_uid, owner.st_gid) != 0) return;  // on a volume without owners
   }
@@ -67,13 +68,14 @@ class Count {
     return size <= 0 ? std::nullopt : ParseNumber<std::uint64_t>({text.data(), static_cast<std::size_t>(size)});
   }
 
-  void Write(std::uint64_t bytes) const {
-    const std::string text = std::to_string(bytes);
+  void Write(std::uint64_t bytes) const { Replace(std::to_string(bytes)); }
+
+ private:
+  void Replace(const std::string& text) const {
     const ssize_t written = pwrite(file_.Number(), text.data(), text.size(), 0);
     if (ftruncate(file_.Number(), std::max<ssize_t>(written, 0)) != 0) return;  // then the count is too high
   }
 
- private:
   FileDescriptor file_;
 };
 
@@ -238,6 +240,7 @@ void CountStored(const std::string& path) {
 }
 
 void TrimStore(std::uint64_t goal, const StoreRemoval& removal) {
+  if (!IsStore(Folder(StoreFolder()))) return;  // an empty folder
   const Count count(StoreFolder());
   Content content;
   content.Trim(goal, removal);
