@@ -82,8 +82,8 @@ TEST_F(Rights, ReportThatAThumbnailCannotBeStoredAndSendIt) {
             "Tavithumb-Not-Stored: no thumbnail can be written next to it\r\n"
             "Cache-Control: max-age=300, must-revalidate\r\nContent-Type: image/png\r\n");
   EXPECT_NE(answer.find("\x89PNG"), std::string::npos);
-  EXPECT_EQ(site.Noted("log: "), std::vector<std::string>{
-                                     "GET /thumb/drawing.png?size=small: not stored: no thumbnail can be written next "
+  EXPECT_EQ(site.Noted("log: "),
+            std::vector<std::string>{"GET /thumb/drawing.png?size=small: not stored: no thumbnail can be written next "
                                      "to it; make its folder writable, or work on a copy"});
   EXPECT_EQ(TemporaryFiles(), temporaries);
   EXPECT_NE(Get(site, "/original/drawing.png").find("Content-Type: image/png\r\n"), std::string::npos);
