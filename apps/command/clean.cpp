@@ -137,9 +137,13 @@ bool Cleaner::CleanInner(const Folder& parent, const std::string& name, const st
   if (name == EAFolderName()) return CleanEAFolder(parent, folder, sources ? Below(*sources) : In(parent), nullptr);
   if (IsUnfinishedEADirectory(name)) return CleanUnfinishedDirectory(parent, name);
   if (folder.Path().size() >= PATH_MAX) return false;  // a longer path has no thumbnails
-  if (!sources && IsStore(folder)) return CleanFolder(folder, "") && false;
-  const auto inner = sources ? std::optional<std::string>(*sources + "/" + name) : std::nullopt;
-  return CleanFolder(folder, inner) && remover_.RemoveFolder(parent, name);
+  std::optional<std::string> inner;
+  if (sources) {
+    inner = JoinPath(*sources + "/", name);
+  } else if (IsStore(folder)) {
+    inner = "";
+  }
+  return CleanFolder(folder, inner) && sources && remover_.RemoveFolder(parent, name);
 }
 
 // A file, which may have been deleted.

@@ -90,7 +90,8 @@ void TellPlatform(const Store& store) {
 void UseStore(const StoreChoice& choice) {
   const std::string name = choice.folder.empty() ? Environment("TAVITHUMB_STORE") : choice.folder;
   if (name.empty() && choice.isForAll) throw std::invalid_argument("--store-all needs --store");
-  if (name.empty()) return;
+  const bool isOptional = !choice.isMade && choice.folder.empty();
+  if (name.empty() || (isOptional && access(name.c_str(), F_OK) != 0)) return;
   Store& store = TheStore();
   store.folder = FindFolder(name, choice.isMade);
   store.isForAll = choice.isForAll || Environment("TAVITHUMB_STORE_ALL") == "1";

@@ -14,7 +14,7 @@ namespace tavithumb::apps {
 struct StoreChoice {
   std::string folder;     // "": that of $TAVITHUMB_STORE, if any
   bool isForAll = false;  // new thumbnails of all sources are stored there
-  bool isMade = true;     // the folder is made if it does not exist
+  bool isMade = true;     // the folder is made if it does not exist; otherwise, that of $TAVITHUMB_STORE may be missing
 };
 
 // Has the library use the store in this process and those that it forks. To be called once, before any path of a

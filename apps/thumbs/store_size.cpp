@@ -95,7 +95,7 @@ class Content {
     std::pair<std::time_t, long> lastUse;
   };
 
-  Content() { Read(Folder(StoreFolder()), "", false); }
+  Content() { Read(Folder(StoreFolder()), "/", false); }
 
   std::uint64_t Bytes() const { return bytes_; }
   void Trim(std::uint64_t goal, const StoreRemoval& removal);
@@ -127,9 +127,10 @@ void Content::Read(const Folder& folder, const std::string& source, bool isEntri
     bytes_ += SpaceOf(*record);
     if (S_ISREG(record->st_mode) && isEntries) Add(name, *record);
     if (!S_ISDIR(record->st_mode)) continue;
+    const std::string inner = name == EAFolderName() ? source : JoinPath(source, name);
     const bool areEntries = BaseName(folder.Path()) == EAFolderName();
-    if (areEntries) entries_.push_back({source + "/" + name, 0, SpaceOf(*record)});
-    Read(Folder(folder, name), name == EAFolderName() ? source : source + "/" + name, areEntries);
+    if (areEntries) entries_.push_back({inner, 0, SpaceOf(*record)});
+    Read(Folder(folder, name), inner, areEntries);
   }
 }
 

@@ -75,22 +75,25 @@ bool CanStoreBeside(const std::string& source, const std::string& eaDirectory) {
 // The EA directories that a source may have.
 struct Places {
   std::string beside;
-  std::string inStore;         // "" without a store
-  bool isStoredBeside = true;  // where new entries go
+  std::string inStore;  // "" without a store
 };
 
 // Nothing if the source can't have any.
 std::optional<Places> PlacesOf(const std::string& source) {
   const SplitPath parts = Split(source);
   if (!IsEntryName(parts.name) || IsInEADirectory(source)) return std::nullopt;
-  Places places = {parts.folder + kEARoot + "/" + parts.name, "", true};
+  Places places = {parts.folder + kEARoot + "/" + parts.name, ""};
   const Store* const store = ConfiguredStore();
   const std::optional<std::string> mirror = store == nullptr ? std::nullopt : store->MirrorOf(parts.folder);
   if (!mirror) return places;
   if (store->Holds(mirror->substr(store->folder.size()))) return std::nullopt;  // there is no store of the store
   places.inStore = *mirror + "/" + kEARoot + "/" + parts.name;
-  places.isStoredBeside = !store->isForAll && CanStoreBeside(source, places.beside);
   return places;
+}
+
+// Whether new entries go there.
+bool IsStoredBeside(const Places& places, const std::string& source) {
+  return places.inStore.empty() || (!ConfiguredStore()->isForAll && CanStoreBeside(source, places.beside));
 }
 
 // When an entry that is not older than its source was last changed; nothing if there is none.
@@ -107,7 +110,8 @@ bool IsBeside(const Places& places, const std::string& source, const std::string
   if (places.inStore.empty()) return true;
   const auto beside = ChangeOfUsable(places.beside + "/" + eaName, source);
   const auto inStore = ChangeOfUsable(places.inStore + "/" + eaName, source);
-  if (!beside || !inStore) return beside || (!inStore && places.isStoredBeside);
+  if (!beside && !inStore) return IsStoredBeside(places, source);
+  if (!beside || !inStore) return beside.has_value();
   return std::pair(beside->tv_sec, beside->tv_nsec) > std::pair(inStore->tv_sec, inStore->tv_nsec);
 }
 
@@ -132,9 +136,8 @@ int EAPath(const char* source, const char* eaName, char* buffer, size_t size) {
   return Return(directory + "/" + eaName, buffer, size);
 }
 
-bool IsTrustedPlace(const Places& places, const std::string& source) {
+bool IsStoreTrusted() {
   struct stat store;
-  if (places.isStoredBeside) return !IsAnotherUsers(source, places.beside);
   return stat(ConfiguredStore()->folder.c_str(), &store) == 0 && IsTrustedStore(store);
 }
 
@@ -142,9 +145,10 @@ int EADirPath(const char* source, char* buffer, size_t size) {
   const int before = errno;
   const std::optional<Places> places = PlacesOf(source);
   if (!places) return Fail(EINVAL);
-  if (!IsTrustedPlace(*places, source)) return Fail(EPERM);
+  const bool isBeside = IsStoredBeside(*places, source);
+  if (isBeside ? IsAnotherUsers(source, places->beside) : !IsStoreTrusted()) return Fail(EPERM);
   errno = before;
-  return Return(places->isStoredBeside ? places->beside : places->inStore, buffer, size);
+  return Return(isBeside ? places->beside : places->inStore, buffer, size);
 }
 
 }  // namespace

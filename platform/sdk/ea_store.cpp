@@ -30,7 +30,8 @@ std::optional<std::string> Store::MirrorOf(const std::string& sources) const {
   std::error_code error;
   const std::filesystem::path absolute = std::filesystem::absolute(sources.empty() ? "." : sources, error);
   if (error) return std::nullopt;
-  const std::string resolved = std::filesystem::weakly_canonical(absolute, error);
+  std::string resolved = std::filesystem::canonical(absolute, error);
+  if (error) resolved = std::filesystem::weakly_canonical(absolute, error);
   if (error) return std::nullopt;
   return folder + resolved.substr(0, resolved.find_last_not_of('/') + 1);
 }

@@ -112,6 +112,9 @@ TEST_F(InAStore, TheEnvironmentNamesItToo) {
   start.environment = {"TAVITHUMB_STORE=" + store};
   EXPECT_EQ(AnswerOfGet(run, {}, photo, start)["answer"], Stored(photo, kMediumJpeg));
   EXPECT_EQ(run({"list", photo}, start).out.find("nothing is stored"), std::string::npos);
+  start.environment = {"TAVITHUMB_STORE=" + (folder / "missing")};
+  EXPECT_EQ(run({"list", photo}, start).out, photo + ": nothing is stored\n");
+  start.environment = {"TAVITHUMB_STORE=" + store};
   start.user = 0;
   EXPECT_EQ(AnswerOfGet(run, {"--size", "small"}, photo, start)["answer"], EntryOf(photo, kSmallJpeg));
   start.environment.emplace_back("TAVITHUMB_STORE_ALL=1");
