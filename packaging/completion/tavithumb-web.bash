@@ -17,7 +17,8 @@ _tavithumb_web() {
   esac
   $split && return
   COMPREPLY=($(compgen -W "-h --help --version --config --root --scgi --sendfile --store --store-all --store-size
-    --hidden --quality --library --children --senders --waiting --deadline --policy --tool-cpu --tool-memory --tool-file-size --tool-files" -- "$cur"))
+    --hidden --quality --library --children --senders --waiting --deadline --policy --tool-cpu --tool-memory
+    --tool-file-size --tool-files" -- "$cur"))
 }
 
 complete -F _tavithumb_web tavithumb-web

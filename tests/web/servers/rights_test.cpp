@@ -80,7 +80,7 @@ TEST_F(Rights, ReportThatAThumbnailCannotBeStoredAndSendIt) {
   EXPECT_EQ(answer.substr(0, answer.find("Content-Length")),
             "X-Content-Type-Options: nosniff\r\nVary: Accept\r\n"
             "Tavithumb-Not-Stored: no thumbnail can be written next to it\r\n"
-            "Cache-Control: max-age=300, must-revalidate\r\nContent-Type: image/png\r\n");
+            "Cache-Control: private, max-age=300, must-revalidate\r\nContent-Type: image/png\r\n");
   EXPECT_NE(answer.find("\x89PNG"), std::string::npos);
   EXPECT_EQ(site.Noted("log: "),
             std::vector<std::string>{"GET /thumb/drawing.png?size=small: not stored: no thumbnail can be written next "
