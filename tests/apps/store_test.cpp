@@ -206,6 +206,7 @@ TEST_F(InAStore, ThumbnailsOfVolumesThatTakeNoneAreStored) {
   MakeGif(photos + "/moving.gif", 600, 400, 3);
   MakeTiff(photos + "/scan.tif", 800, 600);
   for (const char* name : {"/moving.gif", "/scan.tif"}) fs::permissions(photos + name, fs::perms(0644));
+  ASSERT_EQ(chown(photos.c_str(), kNobody, kNobody), 0);
   Start start = As(kNobody);
   start.environment = Preloading(NO_EA_VOLUME);
   const Paths temporaries = TemporaryFiles();
