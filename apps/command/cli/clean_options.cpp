@@ -50,9 +50,8 @@ void Declare(const Options& options, Arguments* arguments) {
   options.AddFlag("--dry-run", &arguments->style.isDryRun, "Print what would be removed, but remove nothing");
   options.AddFlag("--json", &arguments->style.json, "Print one JSON object per line");
   options.AddOptional("--store", "DIR", &arguments->store.folder, "Clean this store too; default: $TAVITHUMB_STORE");
-  options.AddOptional(
-      "--keep", "SIZE", &arguments->keep,
-      "Then remove the least recently used from the store until it takes SIZE: 500M, 2G or 10%");
+  options.AddOptional("--keep", "SIZE", &arguments->keep,
+                      "Then remove the least recently used from the store until it takes SIZE: 500M, 2G or 10%");
 }
 
 // Throws std::invalid_argument with a message for people.
