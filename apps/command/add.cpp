@@ -11,12 +11,16 @@
 #include <exception>
 #include <optional>
 
+#include "command/as_owner.h"
 #include "command/output.h"
+#include "system/become.h"
 #include "system/descriptors.h"
 #include "system/paths.h"
+#include "system/quiet_log.h"
 #include "system/text.h"
 #include "thumbs/facts.h"
 #include "thumbs/facts_in_bounds.h"
+#include "thumbs/privacy.h"
 #include "thumbs/reasons.h"
 #include "thumbs/store.h"
 #include "thumbs/store_size.h"
@@ -76,11 +80,11 @@ std::optional<Problem> CheckType(const std::string& thumbnail, const std::string
 }
 
 // A move across volumes would put the file into a folder, or follow a link.
-std::optional<Problem> CheckPlace(const std::string& place) {
+std::optional<Problem> CheckPlace(const std::string& place, const std::string& shown) {
   const std::optional<struct stat> record = Look(place);
   if (!record || S_ISREG(record->st_mode)) return std::nullopt;
   return Problem{Kind::kNoPlace, "the path of its thumbnail is taken by something other than a file",
-                 "remove " + Printable(place)};
+                 "remove " + Printable(shown)};
 }
 
 // A failed move across volumes may have replaced the stored thumbnail with a truncated one.
@@ -98,10 +102,18 @@ void SetTime(const std::string& place, long mtime, const std::string& source) {
   if (mtime != 0) utimensat(AT_FDCWD, place.c_str(), times.data(), 0);
 }
 
+// A source, as its processor reaches it, and a thumbnail of it, by absolute path.
+struct Addition {
+  Pair names;        // as typed
+  std::string path;  // the source's, absolute
+  std::string source;
+  std::string thumbnail;
+};
+
 // Moves the thumbnail and sets `place` to its new path; or returns why not, and leaves the thumbnail in place. Throws
 // like the library if the source can't be read.
-std::optional<Refusal> Store(const Pair& names, const Pair& paths, const AddStyle& style, std::string* place) {
-  const auto& [source, thumbnail] = paths;
+std::optional<Refusal> Store(const Addition& addition, const AddStyle& style, std::string* place) {
+  const auto& [names, path, source, thumbnail] = addition;
   Thumb job(source, 0, false);
   job.SetRequest(style.size);
   ReadFactsOnly(&job);
@@ -109,11 +121,13 @@ std::optional<Refusal> Store(const Pair& names, const Pair& paths, const AddStyl
     if (const auto problem = CheckType(thumbnail, job.GetOutputMimeType())) return Refusal{names.second, *problem};
   }
   *place = NewEntryPath(source, BaseName(job.GetOnlineOutputDest()));
-  if (const auto problem = CheckPlace(*place)) return Refusal{names.first, *problem};
+  if (const auto problem = CheckPlace(*place, PathFromOutside(*place, path))) return Refusal{names.first, *problem};
   const std::optional<struct stat> before = Look(*place);
+  const QuietLog quiet;
   const bool isStored = file::MakeEADir(source) && job.SaveThumbToEA(thumbnail, *place, style.mtime);
   if (isStored && Look(*place)) {
     SetTime(*place, style.mtime, source);
+    RestrictToReadersOf(source, *place);
     CountStored(*place);
     return std::nullopt;
   }
@@ -124,16 +138,31 @@ std::optional<Refusal> Store(const Pair& names, const Pair& paths, const AddStyl
       {Kind::kForbidden, "it could not be moved", "make its folder writable, and check that the disk has space"}};
 }
 
-std::optional<Refusal> AddOne(const Pair& names, const AddStyle& style, std::string* place) {
-  const Pair paths = {AbsolutePath(names.first), AbsolutePath(names.second)};
-  if (const auto problem = CheckSourceAndVolume(paths.first)) return Refusal{names.first, *problem};
-  if (const auto problem = CheckThumbnail(paths.second, paths.first)) return Refusal{names.second, *problem};
+std::optional<Refusal> Move(const Addition& addition, const AddStyle& style, std::string* place) {
+  const auto& [names, path, source, thumbnail] = addition;
+  if (const auto problem = CheckSourceAndVolume(source)) return Refusal{names.first, *problem};
+  if (const auto problem = CheckThumbnail(thumbnail, source)) return Refusal{names.second, *problem};
   const QuietErrors quiet;
   try {
-    return Store(names, paths, style, place);
+    return Store(addition, style, place);
   } catch (const std::exception&) {
     return Refusal{names.first, ProblemOfException()};
   }
+}
+
+bool AddOne(const Pair& names, const AddStyle& style) {
+  const std::string path = AbsolutePath(names.first), thumbnail = AbsolutePath(names.second);
+  return RunAsOwner(path, [&](const std::string& inside, const std::optional<Problem>& problem) {
+    std::string place;
+    const std::optional<Refusal> refusal =
+        problem ? Refusal{names.first, *problem} : Move({names, path, inside, thumbnail}, style, &place);
+    if (refusal) {
+      ReportProblem(refusal->name, refusal->problem);
+    } else {
+      WriteOut(PathFromOutside(place, path) + "\n");
+    }
+    return !refusal;
+  });
 }
 
 }  // namespace
@@ -141,14 +170,7 @@ std::optional<Refusal> AddOne(const Pair& names, const AddStyle& style, std::str
 bool Add(const std::vector<Pair>& pairs, const AddStyle& style) {
   bool allAdded = true;
   for (const Pair& names : pairs) {
-    std::string place;
-    const std::optional<Refusal> refusal = AddOne(names, style, &place);
-    if (refusal) {
-      ReportProblem(refusal->name, refusal->problem);
-      allAdded = false;
-    } else {
-      WriteOut(place + "\n");
-    }
+    if (!AddOne(names, style)) allAdded = false;
   }
   return allAdded;
 }

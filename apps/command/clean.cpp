@@ -2,6 +2,7 @@
 #include "command/clean.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <tavithumb/util.h>
 #include <unistd.h>
 
@@ -9,13 +10,16 @@
 #include <cerrno>
 #include <climits>
 #include <ctime>
-#include <functional>
 #include <optional>
 #include <stdexcept>
 #include <system_error>
 
+#include "command/as_owner.h"
+#include "system/become.h"
 #include "system/paths.h"
+#include "thumbs/as_owner.h"
 #include "thumbs/ea_folder.h"
+#include "thumbs/privacy.h"
 #include "thumbs/source.h"
 #include "thumbs/store.h"
 #include "thumbs/stored_entries.h"
@@ -43,20 +47,16 @@ std::string RemovalReason(const EntryName& entry, Freshness freshness, const str
   return freshness == Freshness::kStale ? "it is older than its source" : "";
 }
 
-// Finds the source of the entries in a directory of this name.
-using FindSource = std::function<Source(const std::string& name)>;
+// The folder of the sources that a folder of a store mirrors; nothing for a folder that has its sources itself.
+using Sources = std::optional<std::string>;
 
-FindSource In(const Folder& folder) {
-  return [&folder](const std::string& name) { return Source(folder.Number(), name); };
-}
-
-FindSource Below(const std::string& folder) {
-  return [folder](const std::string& name) { return Source(AT_FDCWD, folder + "/" + name); };
+Source FindSource(const Folder& parent, const Sources& sources, const std::string& name) {
+  return sources ? Source(AT_FDCWD, *sources + "/" + name) : Source(parent.Number(), name);
 }
 
 class Cleaner {
  public:
-  explicit Cleaner(const RemovalStyle& style) : remover_(style), isDryRun_(style.isDryRun) {}
+  explicit Cleaner(const RemovalStyle& style) : isRoots_(IsRoot()), isDryRun_(style.isDryRun), remover_(style) {}
 
   void CleanPath(const std::string& path);
   void CleanStore();
@@ -67,12 +67,14 @@ class Cleaner {
  private:
   bool CleanMirror(const std::string& path);
   void CleanFolder(const std::string& path);
-  bool CleanFolder(const Folder& folder, const std::optional<std::string>& sources);
-  bool CleanInner(const Folder& parent, const std::string& name, const std::optional<std::string>& sources);
+  bool CleanFolder(const Folder& folder, const Sources& sources);
+  bool CleanInner(const Folder& parent, const std::string& name, const Sources& sources);
   void CleanFile(const std::string& path, bool isMirrored);
-  bool CleanEAFolder(const Folder& parent, const Folder& eaFolder, const FindSource& find,
-                     const std::string* onlySource);
-  bool CleanEADirectory(const Folder& eaFolder, const std::string& name, const FindSource& find);
+  bool CleanEAFolder(const Folder& parent, const Sources& sources, const std::string* onlySource);
+  bool CleanAsOwner(const Folder& parent, const Sources& sources, const std::string* onlySource);
+  bool CleanEAFolderHere(const Folder& parent, const Sources& sources, const std::string* onlySource);
+  bool CleanEADirectory(const Folder& eaFolder, const std::string& name, Source source);
+  std::string PathHere(const Folder& entries, const std::string& name) const;
   bool CleanEntry(const Source& source, const Folder& entries, const std::string& name);
   bool CleanTemporaryFile(const Folder& folder, const std::string& name);
   void CleanScratchFolder(const Folder& parent, const std::string& name);
@@ -81,8 +83,9 @@ class Cleaner {
   std::optional<std::vector<std::string>> NamesOf(const Folder& folder);
   void ReportUnlessNotFolder(const std::string& path, int error);
 
+  const bool isRoots_;  // its processes are in the folder that they clean
+  const bool isDryRun_;
   Remover remover_;
-  bool isDryRun_;
 };
 
 void Cleaner::CleanPath(const std::string& path) {
@@ -97,7 +100,7 @@ bool Cleaner::CleanMirror(const std::string& path) {
   const std::string folder = MirrorOf(file::Dirname(path)).substr(StoreFolder().size()), name = BaseName(path);
   const Folder parent = OpenInStore(folder), eaFolder(parent, EAFolderName());
   const bool hasFile = eaFolder.Stat(name).has_value();
-  if (hasFile) CleanEAFolder(parent, eaFolder, Below(folder), &name);
+  if (hasFile) CleanEAFolder(parent, folder, &name);
   const std::string sources = MirrorOf(path).substr(StoreFolder().size());
   const Folder mirror = OpenInStore(sources);
   if (!mirror.IsOpen()) return hasFile;
@@ -116,11 +119,11 @@ void Cleaner::CleanFolder(const std::string& path) {
     return remover_.Report(path, errno == ENOTDIR ? isLink : ProblemOfErrno(errno));
   }
   if (IsInEAFolder(AbsolutePath(path))) return remover_.Report(path, FolderAmongThumbs());
-  CleanFolder(folder, IsStore(folder) ? std::optional<std::string>("") : std::nullopt);
+  CleanFolder(folder, IsStore(folder) ? Sources("") : std::nullopt);
 }
 
-// In a store, `sources` is the folder that this one mirrors. True if nothing is left of such a folder.
-bool Cleaner::CleanFolder(const Folder& folder, const std::optional<std::string>& sources) {
+// True if nothing is left of a folder of a store.
+bool Cleaner::CleanFolder(const Folder& folder, const Sources& sources) {
   const auto names = NamesOf(folder);
   if (!names) return false;
   const auto isKept = [&](const std::string& name) { return !CleanInner(folder, name, sources); };
@@ -128,16 +131,16 @@ bool Cleaner::CleanFolder(const Folder& folder, const std::optional<std::string>
 }
 
 // True if the folder was removed.
-bool Cleaner::CleanInner(const Folder& parent, const std::string& name, const std::optional<std::string>& sources) {
+bool Cleaner::CleanInner(const Folder& parent, const std::string& name, const Sources& sources) {
   const Folder folder(parent, name);
   if (!folder.IsOpen()) {
     ReportUnlessNotFolder(parent.PathOf(name), errno);
     return false;
   }
-  if (name == EAFolderName()) return CleanEAFolder(parent, folder, sources ? Below(*sources) : In(parent), nullptr);
+  if (name == EAFolderName()) return CleanEAFolder(parent, sources, nullptr);
   if (IsUnfinishedEADirectory(name)) return CleanUnfinishedDirectory(parent, name);
   if (folder.Path().size() >= PATH_MAX) return false;  // a longer path has no thumbnails
-  std::optional<std::string> inner;
+  Sources inner;
   if (sources) {
     inner = JoinPath(*sources + "/", name);
   } else if (IsStore(folder)) {
@@ -153,39 +156,70 @@ void Cleaner::CleanFile(const std::string& path, bool isMirrored) {
   const Folder folder(before.empty() ? "." : before);
   const Folder eaFolder(folder, EAFolderName());
   if (eaFolder.Stat(name)) {
-    CleanEAFolder(folder, eaFolder, In(folder), &name);
+    CleanEAFolder(folder, std::nullopt, &name);
   } else if (!isMirrored && !folder.Stat(name)) {
     remover_.Report(path, ProblemOfErrno(ENOENT));
   }
 }
 
-// True if the folder was removed.
-bool Cleaner::CleanEAFolder(const Folder& parent, const Folder& eaFolder, const FindSource& find,
-                            const std::string* onlySource) {
-  const auto sources = NamesOf(eaFolder);
-  if (!sources) return false;
-  const auto isKept = [&](const std::string& source) {
-    return (onlySource != nullptr && source != *onlySource) || !CleanEADirectory(eaFolder, source, find);
+// True if the folder was removed. In a dry run, root changes nothing.
+bool Cleaner::CleanEAFolder(const Folder& parent, const Sources& sources, const std::string* onlySource) {
+  const bool isOwners = isRoots_ && !isDryRun_;
+  return isOwners ? CleanAsOwner(parent, sources, onlySource) : CleanEAFolderHere(parent, sources, onlySource);
+}
+
+// In a process of the folder's owner, with that folder as its working directory.
+bool Cleaner::CleanAsOwner(const Folder& parent, const Sources& sources, const std::string* onlySource) {
+  const auto work = [&] {
+    struct stat record = {};
+    std::optional<Problem> problem;
+    if (stat(".", &record) == 0) problem = WhyNotBecome(record.st_uid);
+    if (problem) remover_.Report(parent.Path(), *problem);
+    const bool isRemoved = !problem && CleanEAFolderHere(Folder::Here(parent), sources, onlySource);
+    return (isRemoved ? "+" : "-") + remover_.Totals();
   };
-  return std::count_if(sources->begin(), sources->end(), isKept) == 0 && remover_.RemoveFolder(parent, EAFolderName());
+  const std::optional<std::string> outcome = RunInProcess([&] { parent.Enter(); }, work);
+  if (outcome) {
+    remover_.SetTotals(outcome->substr(1));
+    return outcome->front() == '+';
+  }
+  remover_.Report(parent.Path(), {Problem::Kind::kNoMemory, "the process cleaning it died", "run this again"});
+  return false;
+}
+
+bool Cleaner::CleanEAFolderHere(const Folder& parent, const Sources& sources, const std::string* onlySource) {
+  const Folder eaFolder(parent, EAFolderName());
+  const auto names = NamesOf(eaFolder);
+  if (!names) return false;
+  const auto isKept = [&](const std::string& name) {
+    if (onlySource != nullptr && name != *onlySource) return true;
+    return !CleanEADirectory(eaFolder, name, FindSource(parent, sources, name));
+  };
+  return std::count_if(names->begin(), names->end(), isKept) == 0 && remover_.RemoveFolder(parent, EAFolderName());
 }
 
 // True if the directory was removed. While its source exists, it is removed only after it has been empty for an hour: a
 // tool may create its file there long after the folder was made.
-bool Cleaner::CleanEADirectory(const Folder& eaFolder, const std::string& name, const FindSource& find) {
+bool Cleaner::CleanEADirectory(const Folder& eaFolder, const std::string& name, Source source) {
   const std::optional<struct stat> before = eaFolder.Stat(name);
   const Folder entries(eaFolder, name);
   if (!entries.IsOpen() || !before) {
     ReportUnlessNotFolder(eaFolder.PathOf(name), errno);
     return false;
   }
-  Source found = find(name);
-  if (!found.TryLock()) return false;
+  if (!source.TryLock()) return false;
+  if (!isDryRun_ && !source.IsGone()) UpdateRightsOf(PathHere(entries, name));
   const auto names = NamesOf(entries);
   if (!names) return false;
-  const auto isKept = [&](const std::string& entry) { return !CleanEntry(found, entries, entry); };
+  const auto isKept = [&](const std::string& entry) { return !CleanEntry(source, entries, entry); };
   if (std::count_if(names->begin(), names->end(), isKept) != 0) return false;
-  return (found.IsGone() || (names->empty() && IsOld(*before))) && remover_.RemoveFolder(eaFolder, name);
+  return (source.IsGone() || (names->empty() && IsOld(*before))) && remover_.RemoveFolder(eaFolder, name);
+}
+
+// Root's processes that clean next to the sources are in their folder.
+std::string Cleaner::PathHere(const Folder& entries, const std::string& name) const {
+  const bool isRelative = isRoots_ && !IsInStore(entries.Path());
+  return isRelative ? JoinPath(JoinPath(".", EAFolderName()), name) : entries.Path();
 }
 
 bool Cleaner::CleanEntry(const Source& source, const Folder& entries, const std::string& name) {

@@ -8,7 +8,9 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 
+#include "command/as_owner.h"
 #include "command/output.h"
+#include "system/become.h"
 #include "system/descriptors.h"
 #include "system/json_text.h"
 #include "system/paths.h"
@@ -68,19 +70,24 @@ std::string JsonAnswer(const std::string& source, const Answer& answer) {
   return JsonLine(object);
 }
 
+void Write(const std::string& path, const Answer& answer, GetFormat format) {
+  if (format == GetFormat::kJson) return WriteOut(JsonAnswer(path, answer));
+  WriteOut(answer.path + (format == GetFormat::kNulEnded ? '\0' : '\n'));
+}
+
 bool GetOne(const std::string& name, const Request& request, GetFormat format) {
   const std::string path = AbsolutePath(name);
-  Answer answer;
   const auto start = std::chrono::steady_clock::now();
-  const std::optional<Problem> problem = Ask(path, request, &answer);
-  answer.milliseconds = MillisecondsSince(start);
-  if (problem) ReportProblem(name, *problem);
-  if (format == GetFormat::kJson) {
-    WriteOut(problem ? JsonProblem("source", path, *problem) : JsonAnswer(path, answer));
-  } else if (!problem) {
-    WriteOut(answer.path + (format == GetFormat::kNulEnded ? '\0' : '\n'));
-  }
-  return !problem;
+  return RunAsOwner(path, [&](const std::string& inside, std::optional<Problem> problem) {
+    Answer answer;
+    if (!problem) problem = Ask(inside, request, &answer);
+    answer.path = PathFromOutside(answer.path, path);
+    answer.milliseconds = MillisecondsSince(start);
+    if (!problem) Write(path, answer, format);
+    if (problem) ReportProblem(name, *problem);
+    if (problem && format == GetFormat::kJson) WriteOut(JsonProblem("source", path, *problem));
+    return !problem;
+  });
 }
 
 }  // namespace

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "command/info.h"
 
-#include <strings.h>
-
 #include <nlohmann/json.hpp>
 #include <optional>
 
@@ -29,15 +27,6 @@ std::string OrDash(const std::string& text) {
   return text.empty() ? "-" : Printable(text);
 }
 
-// Many models begin with the name of their make, which may go on with "CORPORATION" or the like.
-std::string CameraOf(const Facts& facts) {
-  const std::string& make = facts.cameraMake;
-  const std::string& model = facts.cameraModel;
-  if (make.empty() || model.empty()) return make + model;
-  const std::string brand = make.substr(0, make.find(' '));
-  return strncasecmp(model.c_str(), brand.c_str(), brand.size()) == 0 ? model : make + " " + model;
-}
-
 Row RowOf(const std::string& name, const Facts& facts) {
   if (facts.isVideo) return {"video", "-", "-", "-", "-", "-", "-", "-", "-", "-", "-", Printable(name)};
   return {"image",
@@ -54,28 +43,11 @@ Row RowOf(const std::string& name, const Facts& facts) {
           Printable(name)};
 }
 
-nlohmann::ordered_json OrNull(const std::string& text) {
-  return text.empty() ? nlohmann::ordered_json() : nlohmann::ordered_json(text);
-}
-
-std::string JsonFacts(const std::string& source, const Facts& facts) {
+std::string JsonLineOf(const std::string& source, const Facts& facts) {
   nlohmann::ordered_json object;
   SetName(&object, "source", source);
   object["kind"] = facts.isVideo ? "video" : "image";
-  if (!facts.isVideo) {
-    object["mime_type"] = facts.mimeType;
-    object["width"] = facts.width;
-    object["height"] = facts.height;
-    object["orientation"] = facts.orientation;
-    object["rotation"] = facts.quarterTurns;
-    object["mirror"] = facts.isMirrored;
-    object["heic"] = facts.isHeic;
-    object["preview"] = JsonPicture(facts.preview);
-    object["colour_space"] = OrNull(facts.colourSpace);
-    object["taken"] = OrNull(facts.timeTaken);
-    object["camera_make"] = OrNull(facts.cameraMake);
-    object["camera_model"] = OrNull(facts.cameraModel);
-  }
+  object.update(JsonFacts(facts));
   object["error"] = nullptr;
   return JsonLine(object);
 }
@@ -105,7 +77,7 @@ bool Info(const std::vector<std::string>& files, bool json) {
       ReportProblem(name, *problem);
       allExamined = false;
     }
-    if (json) WriteOut(problem ? JsonProblem("source", path, *problem) : JsonFacts(path, facts));
+    if (json) WriteOut(problem ? JsonProblem("source", path, *problem) : JsonLineOf(path, facts));
     if (!json && !problem) rows.push_back(RowOf(name, facts));
   }
   if (rows.size() > 1) WriteOut(Aligned(rows));

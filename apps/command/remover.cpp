@@ -5,7 +5,9 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <filesystem>
 #include <nlohmann/json.hpp>
+#include <sstream>
 #include <system_error>
 
 #include "command/output.h"
@@ -22,6 +24,15 @@ Problem NotRemoved(int error) {
 }
 
 }  // namespace
+
+Remover::Remover(const RemovalStyle& style) : style_(style) {
+  std::error_code unknown;
+  start_ = std::filesystem::current_path(unknown);
+}
+
+std::string Remover::Absolute(const std::string& path) const {
+  return path.front() == '/' || start_.empty() ? path : JoinPath(start_, path);
+}
 
 bool Remover::RemoveFile(const Folder& folder, const std::string& name, const struct stat& record,
                          const std::string& reason) {
@@ -44,7 +55,15 @@ bool Remover::RemoveFolder(const Folder& parent, const std::string& name) {
 void Remover::Report(const std::string& path, const Problem& problem) {
   hasProblems_ = true;
   ReportProblem(path, problem);
-  if (style_.json) WriteOut(JsonProblem("path", AbsolutePath(path), problem));
+  if (style_.json) WriteOut(JsonProblem("path", Absolute(path), problem));
+}
+
+std::string Remover::Totals() const {
+  return std::to_string(files_) + " " + std::to_string(bytes_) + " " + std::to_string(static_cast<int>(hasProblems_));
+}
+
+void Remover::SetTotals(const std::string& totals) {
+  std::istringstream(totals) >> files_ >> bytes_ >> hasProblems_;
 }
 
 bool Remover::Finish() const {
@@ -74,7 +93,7 @@ void Remover::ReportRemoval(const std::string& path, const std::string& reason, 
     return;
   }
   nlohmann::ordered_json object;
-  SetName(&object, "path", AbsolutePath(path));
+  SetName(&object, "path", Absolute(path));
   object["reason"] = reason;
   object["bytes"] = bytes;
   object["removed"] = !style_.isDryRun;

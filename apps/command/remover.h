@@ -22,7 +22,7 @@ struct RemovalStyle {
 // Removes files and folders, and reports each as a line or a JSON object.
 class Remover {
  public:
-  explicit Remover(const RemovalStyle& style) : style_(style) {}
+  explicit Remover(const RemovalStyle& style);
 
   // Removes the file with the status `record`. True if it was removed, or would be.
   bool RemoveFile(const Folder& folder, const std::string& name, const struct stat& record, const std::string& reason);
@@ -32,6 +32,10 @@ class Remover {
 
   void Report(const std::string& path, const Problem& problem);
 
+  // The totals as text, for a process that has removed something on behalf of this one, whose totals they replace.
+  std::string Totals() const;
+  void SetTotals(const std::string& totals);
+
   // Reports the totals. True if there was no problem.
   bool Finish() const;
 
@@ -40,7 +44,10 @@ class Remover {
   bool WasReported(const struct stat& record);
   void ReportRemoval(const std::string& path, const std::string& reason, std::uint64_t bytes) const;
 
+  std::string Absolute(const std::string& path) const;
+
   RemovalStyle style_;
+  std::string start_;                           // the working directory, which a process of root's leaves
   std::set<std::pair<dev_t, ino_t>> reported_;  // in a dry run, which may find a file again
   std::uint64_t files_ = 0;
   std::uint64_t bytes_ = 0;

@@ -3,11 +3,13 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <memory>
 #include <system_error>
+#include <utility>
 
 namespace tavithumb::apps {
 namespace {
@@ -49,6 +51,13 @@ Folder::Folder(const std::string& path) : path_(path), descriptor_(OpenFolder(AT
 
 Folder::Folder(const Folder& parent, const std::string& name)
     : path_(parent.PathOf(name)), descriptor_(OpenFolder(parent.Number(), name)) {}
+
+Folder::Folder(const std::string& name, std::string path)
+    : path_(std::move(path)), descriptor_(OpenFolder(AT_FDCWD, name)) {}
+
+void Folder::Enter() const {
+  if (fchdir(descriptor_.Number()) != 0) throw std::system_error(errno, std::generic_category(), path_);
+}
 
 std::optional<struct stat> Folder::Stat(const std::string& name) const {
   struct stat record = {};

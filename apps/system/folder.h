@@ -22,6 +22,12 @@ class Folder {
   explicit Folder(const std::string& path);
   Folder(const Folder& parent, const std::string& name);
 
+  // Another process's working directory, which is the open folder `other` there: see Enter().
+  static Folder Here(const Folder& other) { return {".", other.path_}; }
+
+  // Makes it the working directory. Throws std::system_error.
+  void Enter() const;
+
   bool IsOpen() const { return descriptor_.IsOpen(); }
   int Number() const { return descriptor_.Number(); }
   const std::string& Path() const { return path_; }
@@ -32,6 +38,8 @@ class Folder {
   std::optional<struct stat> Stat(const std::string& name) const;
 
  private:
+  Folder(const std::string& name, std::string path);
+
   std::string path_;
   FileDescriptor descriptor_;
 };

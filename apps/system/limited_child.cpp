@@ -5,8 +5,8 @@
 #include "system/supervisor.h"
 
 namespace tavithumb::apps {
+
 int RunLimited(const ChildLimits& limits, int channel, const std::function<void(int channel)>& work) {
-  Supervisor supervisor;
   ChildProcess child;
   child.channel = channel;
   child.diesWithParent = true;
@@ -16,12 +16,7 @@ int RunLimited(const ChildLimits& limits, int channel, const std::function<void(
     const SoftLimit files(RLIMIT_FSIZE, limits.fileBytes);
     work(channel);
   };
-  const pid_t process = supervisor.Start(child);
-  supervisor.SetDeadline(process, Clock::now() + limits.time);
-  for (;;) {
-    for (const EndedChild& ended : supervisor.Collect()) return ended.status;
-    supervisor.Wait();
-  }
+  return Supervisor::Run(child, Clock::now() + limits.time).status;
 }
 
 }  // namespace tavithumb::apps

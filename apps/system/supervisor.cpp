@@ -193,6 +193,15 @@ void Supervisor::StopAll() {
   }
 }
 
+EndedChild Supervisor::Run(const ChildProcess& child, Clock::time_point deadline) {
+  Supervisor supervisor;
+  supervisor.SetDeadline(supervisor.Start(child), deadline);
+  for (;;) {
+    for (const EndedChild& ended : supervisor.Collect()) return ended;
+    supervisor.Wait();
+  }
+}
+
 bool Supervisor::HasUnreported() const {
   return std::any_of(children_.begin(), children_.end(),
                      [](const Child& child) { return child.stage != Stage::kReported; });

@@ -83,6 +83,9 @@ class Supervisor {
   void Interrupt();
   bool IsInterrupted() const { return isInterrupted_; }
 
+  // Runs a child of its own until it has exited, or its deadline has passed. Throws like Start().
+  static EndedChild Run(const ChildProcess& child, Clock::time_point deadline);
+
   // Stops all children as if their deadlines had passed.
   void StopAll();
 

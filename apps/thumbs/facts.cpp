@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "thumbs/facts.h"
 
+#include <strings.h>
 #include <tavithumb/libtavithumb.h>
 #include <tavithumb/util.h>
 
@@ -65,6 +66,10 @@ Facts FactsByMaker(const std::string& path, const std::string& type) {
   return facts;
 }
 
+nlohmann::ordered_json OrNull(const std::string& text) {
+  return text.empty() ? nlohmann::ordered_json() : nlohmann::ordered_json(text);
+}
+
 }  // namespace
 
 std::optional<Picture> MeasurePicture(const std::string& path) {
@@ -81,6 +86,32 @@ std::optional<Picture> MeasurePicture(const std::string& path) {
 nlohmann::ordered_json JsonPicture(const std::optional<Picture>& picture) {
   if (!picture) return nullptr;
   return {{"mime_type", picture->mimeType}, {"width", picture->width}, {"height", picture->height}};
+}
+
+std::string CameraOf(const Facts& facts) {
+  const std::string& make = facts.cameraMake;
+  const std::string& model = facts.cameraModel;
+  if (make.empty() || model.empty()) return make + model;
+  const std::string brand = make.substr(0, make.find(' '));  // without "CORPORATION" or the like
+  return strncasecmp(model.c_str(), brand.c_str(), brand.size()) == 0 ? model : make + " " + model;
+}
+
+nlohmann::ordered_json JsonFacts(const Facts& facts) {
+  nlohmann::ordered_json object = nlohmann::ordered_json::object();
+  if (facts.isVideo) return object;
+  object["mime_type"] = facts.mimeType;
+  object["width"] = facts.width;
+  object["height"] = facts.height;
+  object["orientation"] = facts.orientation;
+  object["rotation"] = facts.quarterTurns;
+  object["mirror"] = facts.isMirrored;
+  object["heic"] = facts.isHeic;
+  object["preview"] = JsonPicture(facts.preview);
+  object["colour_space"] = OrNull(facts.colourSpace);
+  object["taken"] = OrNull(facts.timeTaken);
+  object["camera_make"] = OrNull(facts.cameraMake);
+  object["camera_model"] = OrNull(facts.cameraModel);
+  return object;
 }
 
 Facts ReadFacts(const std::string& path) {

@@ -39,6 +39,12 @@ std::optional<Picture> MeasurePicture(const std::string& path);
 // An object of mime_type, width and height, or null for nothing.
 nlohmann::ordered_json JsonPicture(const std::optional<Picture>& picture);
 
+// What is known of the camera, in one line: many models begin with the name of their make.
+std::string CameraOf(const Facts& facts);
+
+// All facts of a photo as an object, null for what is not known; an empty one for a video.
+nlohmann::ordered_json JsonFacts(const Facts& facts);
+
 // What the library knows about the file at `path` or, where it knows nothing, the maker. Throws like ReadInBounds(),
 // and SizeNotRead.
 Facts ReadFacts(const std::string& path);

@@ -3,6 +3,7 @@
 
 #include <tavithumb/util.h>
 
+#include <map>
 #include <set>
 
 namespace tavithumb::apps {
@@ -18,6 +19,15 @@ bool IsShownByBrowsers(const ThumbInfo& source) {
 bool IsExtensionShownByBrowsers(const std::string& extension) {
   static const std::set<std::string> shown = {"jpg", "jpeg", "jpe", "png", "gif", "bmp", "webp", "avif"};
   return shown.count(extension) != 0;
+}
+
+std::string PlayableVideoType(const std::string& extension) {
+  static const std::map<std::string, std::string> types = {
+      {"mp4", "video/mp4"},        {"m4v", "video/mp4"},   {"mov", "video/quicktime"},
+      {"qt", "video/quicktime"},   {"webm", "video/webm"}, {"ogv", "video/ogg"},
+      {"mkv", "video/x-matroska"}, {"3gp", "video/3gpp"},  {"3g2", "video/3gpp2"}};
+  const auto type = types.find(extension);
+  return type == types.end() ? "" : type->second;
 }
 
 }  // namespace tavithumb::apps

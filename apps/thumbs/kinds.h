@@ -19,4 +19,7 @@ bool IsShownByBrowsers(const ThumbInfo& source);
 // The same by the extension alone, in lower case.
 bool IsExtensionShownByBrowsers(const std::string& extension);
 
+// The type of a video that some browsers play, by its extension in lower case; "" for any other.
+std::string PlayableVideoType(const std::string& extension);
+
 }  // namespace tavithumb::apps

@@ -11,12 +11,14 @@
 #include <optional>
 
 #include "system/paths.h"
+#include "system/quiet_log.h"
 #include "thumbs/answer.h"
 #include "thumbs/facts_in_bounds.h"
 #include "thumbs/full_disk.h"
 #include "thumbs/kinds.h"
 #include "thumbs/known_facts.h"
 #include "thumbs/lookup.h"
+#include "thumbs/privacy.h"
 #include "thumbs/reasons.h"
 #include "thumbs/rendering.h"
 #include "thumbs/source_lock.h"
@@ -79,19 +81,32 @@ void StoreTemporary(const Request& request, Thumb* job) {
   if (job->SaveThumbToEA(job->GetOutputFile(), NewEntryPath(source, entry), 0)) SetOutStored(request, job);
 }
 
+// The library sets the time only as root.
+void GiveTimeOf(const std::string& source, const std::string& thumbnail) {
+  struct stat record = {};
+  if (stat(source.c_str(), &record) != 0) return;
+  const std::array<timespec, 2> times = {{{0, UTIME_OMIT}, {record.st_mtim.tv_sec, 0}}};
+  utimensat(AT_FDCWD, thumbnail.c_str(), times.data(), AT_SYMLINK_NOFOLLOW);
+}
+
 Resolution MakeByLibrary(const Request& request, const GiveFacts& giveFacts, Thumb* job) {
   const std::string& source = job->GetInfo().GetPath();
   std::optional<AnimationLock> lock;
   if ((request.options & Thumb::OPT_ENABLE_GIF) != 0 && file::GetFileExt(source) == "gif") lock.emplace();
   SetRequest(request, job);
   const StoredFiles before(source);
+  const QuietLog quiet;
   if (!FindOrMake(request, giveFacts, job)) return Resolution::kNone;
   StoreTemporary(request, job);
   const std::string& answer = job->GetOutputFile();
   if (IsSource(*job) || before.Hold(answer)) return Resolution::kFound;
-  if (!IsDiskFull(answer) || !IsCutOff(answer)) return Resolution::kMade;
-  unlink(answer.c_str());
-  return Resolution::kNone;
+  if (IsDiskFull(answer) && IsCutOff(answer)) {
+    unlink(answer.c_str());
+    return Resolution::kNone;
+  }
+  GiveTimeOf(source, answer);
+  RestrictToReadersOf(source, answer);
+  return Resolution::kMade;
 }
 
 // Whether only the programs can look for stored thumbnails of it: the library finds none without facts.
@@ -176,16 +191,12 @@ void ForgetFacts(Thumb* job) {
 }
 
 // Brings a thumbnail that the library's tools have stored to what StateOfStored() calls good, so that it isn't made
-// again by the next request: they store BMPs and previews larger than the box, and without root the present time.
+// again by the next request: they store BMPs and previews larger than the box.
 void Improve(const Request& request, Render* render, Thumb* job) {
   if (!request.byLibrary) job->SetFacts(KnownFacts(job->GetInfo()));
   const ThumbInfo& source = job->GetInfo();
   const std::string stored = job->GetOnlineOutputDest();
   if (!CanRenderAndStore(request, source) || job->GetOutputFile() != stored) return;
-  struct stat record = {};
-  if (stat(source.GetPath().c_str(), &record) != 0) return;
-  const std::array<timespec, 2> times = {{{0, UTIME_OMIT}, {record.st_mtim.tv_sec, 0}}};
-  utimensat(AT_FDCWD, stored.c_str(), times.data(), 0);
   if (StateOfStored(request, *job) != StoredState::kBad) return;
   render(source.GetPath(), [&] { return RenderAndStore(source, {}, {request}, Original::kStored); });
 }

@@ -9,11 +9,15 @@
 #include <tavithumb/util.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <exception>
+#include <limits>
 #include <new>
 #include <system_error>
 
+#include "maker/limits.h"
 #include "system/paths.h"
 #include "thumbs/error_codes.h"
 #include "thumbs/facts_in_bounds.h"
@@ -43,6 +47,20 @@ Problem ProblemOfError(int code) {
 
 bool MayDo(const std::string& path, int mode) {
   return faccessat(AT_FDCWD, path.c_str(), mode, AT_EACCESS) == 0;
+}
+
+// Of the types that are decoded at a smaller size, larger pictures fit into memory. A header that was misread may say
+// that a side is negative.
+bool IsTooLarge(const ThumbInfo& source) {
+  constexpr auto mostPlausible = static_cast<std::uint32_t>(std::numeric_limits<std::int32_t>::max());
+  if (std::max(source.GetWidth(), source.GetHeight()) > mostPlausible) return false;
+  const std::int64_t pixels = std::int64_t{source.GetWidth()} * source.GetHeight();
+  return pixels > (source.GetMimeType() == "image/jpeg" ? maker::kMaxStoredPixels : maker::kMaxDecodedPixels);
+}
+
+Problem TooLarge(const ThumbInfo& source) {
+  const std::string size = std::to_string(source.GetWidth()) + "x" + std::to_string(source.GetHeight());
+  return {Kind::kDamaged, "it is too large to be converted (" + size + " pixels)", "save a smaller copy of it"};
 }
 
 // A tool that could have made it but is not installed.
@@ -90,6 +108,15 @@ std::string NearestFolder(const std::string& path) {
   std::string folder = file::Dirname(path);
   while (folder != "/" && stat(folder.c_str(), &record) != 0 && errno == ENOENT) folder = file::Dirname(folder);
   return folder;
+}
+
+// Root works as the owner of the source's folder, who may not write to a store of root's.
+Problem NotWrittenToStore() {
+  struct stat store = {};
+  const bool isRoots = geteuid() != 0 && stat(StoreFolder().c_str(), &store) == 0 && store.st_uid == 0;
+  return {Kind::kNoPlace, "no thumbnail can be written to the store",
+          isRoots ? "give " + StoreFolder() + " to a user who may read the source, and run this as that user"
+                  : "make " + StoreFolder() + " writable for this user"};
 }
 
 }  // namespace
@@ -156,10 +183,7 @@ std::optional<Problem> WhyNotStored(const std::string& path) {
   const std::string folder = NearestFolder(entry);
   if (IsDiskFull(JoinPath(folder, "thumbnail"))) return diskFull;
   if (MayDo(folder, W_OK | X_OK)) return std::nullopt;
-  if (IsInStore(entry)) {
-    return Problem{Kind::kNoPlace, "no thumbnail can be written to the store",
-                   "make " + StoreFolder() + " writable for this user"};
-  }
+  if (IsInStore(entry)) return NotWrittenToStore();
   return Problem{Kind::kNoPlace, "no thumbnail can be written next to it",
                  "make its folder writable, or work on a copy"};
 }
@@ -183,6 +207,7 @@ Problem WhyNoAnswer(const ThumbInfo& source, const Request& request) {
   if (!known.IsGood()) return WhyNoTool().value_or(UnknownContent());
   if (const std::optional<Problem> problem = WhyNotStored(source.GetPath())) return *problem;
   if (!source.IsGood()) return WhyNotWithoutFacts(known, request);
+  if (IsTooLarge(source)) return TooLarge(source);
   if (const std::optional<Problem> problem = WhyRefused(source)) return *problem;
   return WhyNoTool().value_or(couldNotBeConverted);
 }

@@ -18,11 +18,13 @@
 #include "system/file_descriptor.h"
 #include "system/file_rules.h"
 #include "system/paths.h"
+#include "system/quiet_log.h"
 #include "system/soft_limit.h"
 #include "thumbs/decoder_process.h"
 #include "thumbs/kinds.h"
 #include "thumbs/known_facts.h"
 #include "thumbs/lookup.h"
+#include "thumbs/privacy.h"
 #include "thumbs/source_lock.h"
 #include "thumbs/store.h"
 
@@ -96,7 +98,7 @@ struct Made {
 // written.
 bool Write(const std::string& path, const std::vector<std::uint8_t>& bytes, const struct stat& source) {
   unlink(path.c_str());
-  const mode_t mode = (source.st_mode & 0666) | 0600;
+  const mode_t mode = (source.st_mode & 0444) | 0600;
   const FileDescriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
   if (!file.IsOpen()) return false;
   if (!WriteAll(file.Number(), bytes.data(), bytes.size())) return false;
@@ -105,6 +107,7 @@ bool Write(const std::string& path, const std::vector<std::uint8_t>& bytes, cons
 }
 
 bool Store(const ThumbInfo& source, const std::vector<Made>& made) {
+  const QuietLog quiet;
   Thumb job(source.GetPath(), 0, false);
   return std::all_of(made.begin(), made.end(), [&](const Made& thumbnail) {
     return job.SaveThumbToEA(thumbnail.temporary, thumbnail.destination, 0);
@@ -232,11 +235,14 @@ std::optional<std::string> RenderAndStore(const ThumbInfo& source, const Picture
     const std::vector<maker::Thumbnail> thumbnails =
         Render(SourceOf(source, details, requests.front(), original), requests);
     if (!file::MakeEADir(source.GetPath())) return false;
+    RestrictFoldersToReadersOf(source.GetPath());
     Unstored unstored;
     for (std::size_t i = 0; i < requests.size(); ++i) {
       if (!unstored.Add(source, requests[i], thumbnails[i], record)) return false;
     }
-    return Store(source, unstored.All());
+    if (!Store(source, unstored.All())) return false;
+    for (const Made& thumbnail : unstored.All()) RestrictToReadersOf(source.GetPath(), thumbnail.destination);
+    return true;
   });
 }
 

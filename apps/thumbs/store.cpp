@@ -12,9 +12,11 @@
 #include <string_view>
 #include <system_error>
 
+#include "system/become.h"
 #include "system/descriptors.h"
 #include "system/file_descriptor.h"
 #include "system/paths.h"
+#include "thumbs/as_owner.h"
 #include "thumbs/ea_folder.h"
 
 namespace tavithumb::apps {
@@ -47,9 +49,28 @@ std::invalid_argument NoStore(const std::string& folder, const std::string& reas
   return std::invalid_argument("'" + folder + "' cannot be the store: " + reason);
 }
 
-std::string FindFolder(const std::string& name, bool isMade) {
+uid_t OwnerOf(const std::string& store) {
+  struct stat record = {};
+  return stat(store.c_str(), &record) == 0 ? record.st_uid : OwnerFor(store);
+}
+
+// Links that this user has put anywhere then lead root no further than the user could go.
+void BecomeOwner(const std::string& store, const std::string& name) {
+  const uid_t owner = OwnerOf(store);
+  if (!IsRoot() || owner == 0) return;
+  try {
+    Become(owner);
+  } catch (const std::system_error& error) {
+    throw NoStore(name, "this process cannot become its owner, " + UserName(owner) + " (" + error.code().message() +
+                            "); run this as that user");
+  }
+  unsetenv("TMPDIR");  // NOLINT(concurrency-mt-unsafe): root's may be closed to others
+}
+
+std::string FindFolder(const std::string& name, const StoreChoice& choice) {
   const std::string path = AbsolutePath(name);
-  if (isMade) mkdir(path.c_str(), 0711);
+  if (choice.isOwners) BecomeOwner(path, name);
+  if (choice.isMade) mkdir(path.c_str(), 0711);
   std::error_code error;
   std::string real = std::filesystem::canonical(path, error);
   if (error) throw NoStore(name, "it cannot be accessed (" + error.message() + "); name a folder");
@@ -93,8 +114,8 @@ void UseStore(const StoreChoice& choice) {
   const bool isOptional = !choice.isMade && choice.folder.empty();
   if (name.empty() || (isOptional && access(name.c_str(), F_OK) != 0)) return;
   Store& store = TheStore();
-  store.folder = FindFolder(name, choice.isMade);
   store.isForAll = choice.isForAll || Environment("TAVITHUMB_STORE_ALL") == "1";
+  store.folder = FindFolder(name, choice);
   CheckContent(store.folder, name);
   if (choice.isMade) WriteTag(store.folder);
   TellPlatform(store);

@@ -15,11 +15,12 @@ struct StoreChoice {
   std::string folder;     // "": that of $TAVITHUMB_STORE, if any
   bool isForAll = false;  // new thumbnails of all sources are stored there
   bool isMade = true;     // the folder is made if it does not exist; otherwise, that of $TAVITHUMB_STORE may be missing
+  bool isOwners = false;  // root becomes the owner of the store (of the folder of a new one), without its environment
 };
 
 // Has the library use the store in this process and those that it forks. To be called once, before any path of a
-// thumbnail is asked for. Throws std::invalid_argument with a message for people if the folder can't be a store,
-// std::runtime_error if the platform knows no stores.
+// thumbnail is asked for, by a process with one thread. Throws std::invalid_argument with a message for people if the
+// folder can't be a store, std::runtime_error if the platform knows no stores.
 void UseStore(const StoreChoice& choice);
 
 // The store's folder, absolute and without links; "" if none is used.

@@ -3,17 +3,23 @@
 
 #include <sys/stat.h>
 #include <syslog.h>
+#include <tavithumb/util.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdio>
 #include <exception>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <utility>
 
+#include "system/clock.h"
+#include "system/json_text.h"
 #include "system/text.h"
 #include "thumbs/answer.h"
 #include "thumbs/boxes.h"
+#include "thumbs/facts.h"
 #include "thumbs/kinds.h"
 #include "thumbs/lookup.h"
 #include "thumbs/making.h"
@@ -21,7 +27,9 @@
 #include "thumbs/rendering.h"
 #include "thumbs/source_lock.h"
 #include "thumbs/stored_state.h"
+#include "web/dates.h"
 #include "web/delivery.h"
+#include "web/disposition.h"
 #include "web/http_error.h"
 #include "web/listing.h"
 #include "web/sendfile.h"
@@ -125,15 +133,48 @@ void AnswerThumb(const Target& target, const Delivery& delivery) {
   });
 }
 
+void RequireReadable(const Found& source) {
+  if (access(source.OpenPath().c_str(), R_OK) != 0) throw HttpError(kForbidden, "permission denied");
+}
+
 void AnswerOriginal(const Target& target, const Delivery& delivery) {
   const Found source = FindSource(target, delivery.service.roots);
+  const std::string videoType = PlayableVideoType(file::GetFileExt(source.path));
   WithProblems(delivery, [&] {
+    RequireReadable(source);
+    if (!videoType.empty()) return DeliverFile(source.path, videoType, "", delivery);
     Thumb job(source.path, Thumb::OPT_NO_CONVERT, false);
     delivery.service.memory->ReadFacts(false, &job);
     if (!IsShownByBrowsers(job.GetInfo())) throw HttpError(kUnsupportedMediaType, "a browser cannot show the original");
-    job.SetOutOriginalImage();
-    DeliverOriginal(delivery, &job);
+    DeliverFile(source.path, SourceMimeType(job.GetInfo()), "", delivery);
   });
+}
+
+// What it is makes no difference: nothing of it is read, and no browser shows it.
+void AnswerDownload(const Target& target, const Delivery& delivery) {
+  const Found source = FindSource(target, delivery.service.roots);
+  RequireReadable(source);
+  DeliverFile(source.path, "application/octet-stream", AttachmentLine(target.path.back()), delivery);
+}
+
+void AnswerFacts(const Target& target, const Delivery& delivery) {
+  const Found source = FindSource(target, delivery.service.roots);
+  WithProblems(delivery, [&] {
+    const Facts facts = ReadFacts(source.path);
+    nlohmann::ordered_json object = JsonFacts(facts);
+    if (!facts.isVideo) object["camera"] = CameraOf(facts);
+    DeliverJson(target, JsonLine(object), delivery);
+  });
+}
+
+// One answer takes not much longer than this: the client asks for the rest.
+constexpr std::chrono::seconds mostForDates(1);
+
+// Any of the photos may be damaged.
+void AnswerDates(const Target& target, const Delivery& delivery) {
+  delivery.turn.state->isWorkersLast = true;
+  const Clock::time_point deadline = Clock::now() + mostForDates;
+  DeliverJson(target, DatesAsJson(delivery.service.roots, target.path, target.after, deadline), delivery);
 }
 
 void AnswerList(const Target& target, const Delivery& delivery) {
@@ -147,8 +188,14 @@ void AnswerTarget(const Target& target, const Delivery& delivery) {
       return AnswerThumb(target, delivery);
     case Route::kOriginal:
       return AnswerOriginal(target, delivery);
+    case Route::kDownload:
+      return AnswerDownload(target, delivery);
+    case Route::kFacts:
+      return AnswerFacts(target, delivery);
     case Route::kList:
       return AnswerList(target, delivery);
+    case Route::kDates:
+      return AnswerDates(target, delivery);
   }
 }
 

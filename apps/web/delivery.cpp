@@ -73,10 +73,10 @@ std::string Captured(const std::function<void()>& write) {
   const MemoryFile file({});
   const FileDescriptor before(dup(STDOUT_FILENO));
   const FileDescriptor captured(open(file.Path().c_str(), O_RDWR | O_CLOEXEC));
-  std::fflush(stdout);
+  static_cast<void>(std::fflush(stdout));
   dup2(captured.Number(), STDOUT_FILENO);
   write();
-  std::fflush(stdout);
+  static_cast<void>(std::fflush(stdout));
   dup2(before.Number(), STDOUT_FILENO);
   std::ifstream content(file.Path(), std::ios::binary);
   return {std::istreambuf_iterator<char>(content), std::istreambuf_iterator<char>()};
@@ -133,9 +133,19 @@ void DeliverFromMemory(const maker::Thumbnail& thumbnail, const Delivery& delive
   Send(file.Path(), maker::MimeTypeOf(thumbnail.type), delivery);
 }
 
-void DeliverOriginal(const Delivery& delivery, Thumb* job) {
-  Begin(originalHeaders, delivery);
-  SendLasting(job->GetOutputFile(), SourceMimeType(job->GetInfo()), delivery);
+void DeliverFile(const std::string& path, const std::string& mimeType, const std::string& headers,
+                 const Delivery& delivery) {
+  Begin(originalHeaders + headers, delivery);
+  SendLasting(path, mimeType, delivery);
+}
+
+void DeliverJson(const Target& target, const std::string& body, const Delivery& delivery) {
+  Begin("Content-Type: application/json\r\nContent-Length: " + std::to_string(body.size()) +
+            "\r\nCache-Control: private, no-cache\r\nX-Content-Type-Options: nosniff\r\n\r\n",
+        delivery);
+  if (target.isHead) return;
+  AnnounceUnlessShort(body.size(), delivery);
+  Print(body);
 }
 
 void DeliverList(const Target& target, const Listing& listing, const Delivery& delivery) {

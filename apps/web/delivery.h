@@ -3,6 +3,8 @@
 
 #include <tavithumb/libtavithumb.h>
 
+#include <string>
+
 #include "maker/maker.h"
 #include "web/answer.h"
 #include "web/listing.h"
@@ -25,7 +27,12 @@ enum class Lifetime { kLong, kThisRequest };
 
 void DeliverThumb(const Delivery& delivery, Lifetime lifetime, Thumb* job);
 void DeliverFromMemory(const maker::Thumbnail& thumbnail, const Delivery& delivery);
-void DeliverOriginal(const Delivery& delivery, Thumb* job);
+
+// A source as it is. `headers` are more lines.
+void DeliverFile(const std::string& path, const std::string& mimeType, const std::string& headers,
+                 const Delivery& delivery);
+
+void DeliverJson(const Target& target, const std::string& body, const Delivery& delivery);
 
 // As JSON or HTML. A client that has the same list already gets status 304.
 void DeliverList(const Target& target, const Listing& listing, const Delivery& delivery);

@@ -53,12 +53,36 @@ std::string Picture(const ListedFile& file, const std::string& thumb) {
          "\" alt=\"\" loading=\"lazy\">";
 }
 
+// What a browser shows itself, else a large thumbnail; a video that it does not play can only be downloaded.
 std::string Tile(const ListedFile& file, const std::string& prefix) {
   const std::string thumb = prefix + "/thumb/" + file.url;
-  const std::string content = Picture(file, thumb) + "<span class=\"name\">" + Escaped(file.name) + "</span>";
-  if (file.isVideo && !file.hasScreenshot) return "<li><span class=\"tile\">" + content + "</span></li>\n";
-  const std::string address = file.HasOriginal() ? prefix + "/original/" + file.url : thumb + "?size=large";
-  return "<li><a class=\"tile\" href=\"" + address + "\">" + content + "</a></li>\n";
+  const std::string original = prefix + "/original/" + file.url;
+  const std::string content =
+      Picture(file, thumb) + "<span class=\"name\" dir=\"auto\">" + Escaped(file.name) + "</span>";
+  const bool hasThumb = !file.isVideo || file.hasScreenshot;
+  const std::string address = file.HasOriginal() ? original : thumb + "?size=large";
+  const std::string tile = file.HasOriginal() || hasThumb
+                               ? "<a class=\"tile\" href=\"" + address + "\">" + content + "</a>"
+                               : "<span class=\"tile\">" + content + "</span>";
+  return "<li>" + tile + "<a class=\"download\" href=\"" + original + "?download=1\" aria-label=\"Download " +
+         Escaped(file.name) + "\">Download</a></li>\n";
+}
+
+std::string FileCount(std::size_t count) {
+  return std::to_string(count) + (count == 1 ? " file" : " files");
+}
+
+std::string Folder(const ListedFolder& folder, const std::string& prefix) {
+  const std::string cover = folder.cover.empty()
+                                ? ""
+                                : "<img src=\"" + prefix + "/thumb/" + folder.cover +
+                                      "?size=small\" width=\"48\" height=\"48\" alt=\"\" loading=\"lazy\">";
+  const std::string count =
+      folder.photos.value_or(0) == 0 ? "" : "<span class=\"count\">" + FileCount(*folder.photos) + "</span>";
+  return "<li>" +
+         Link(prefix + "/list/" + folder.url,
+              cover + "<span class=\"name\" dir=\"auto\">" + Escaped(folder.name) + "</span>" + count) +
+         "</li>\n";
 }
 
 }  // namespace
@@ -75,9 +99,7 @@ std::string ListAsHtml(const Listing& listing, const std::string& prefix) {
       "</header>\n<main>\n";
   if (!listing.folders.empty()) {
     page += "<ul class=\"folders\">\n";
-    for (const ListedFolder& folder : listing.folders) {
-      page += "<li>" + Link(list + folder.url, Escaped(folder.name)) + "</li>\n";
-    }
+    for (const ListedFolder& folder : listing.folders) page += Folder(folder, base);
     page += "</ul>\n";
   }
   if (!listing.files.empty()) {

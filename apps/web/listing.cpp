@@ -31,11 +31,8 @@ std::vector<std::string> ReadNames(const Found& found) {
   }
 }
 
-std::vector<std::string> ShownNamesIn(const Found& found, const Roots& roots) {
-  std::vector<std::string> names = ReadNames(found);
-  const auto isHidden = [&](const std::string& name) { return !roots.IsShown(name); };
-  names.erase(std::remove_if(names.begin(), names.end(), isHidden), names.end());
-  return names;
+bool IsShownFile(const std::string& name) {
+  return IsPhoto(name) || IsSupportVideo(name);
 }
 
 bool IsReadable(const Found& found) {
@@ -60,27 +57,46 @@ ListedFile ListFile(const std::string& name, const std::string& url, const Found
           isVideo && Thumb(found.path, Thumb::OPT_NO_CONVERT, false).SetOutCinevoEA()};
 }
 
-void List(const std::vector<std::string>& path, const Roots& roots, Listing* listing) {
+// A folder that is listed, and the names that may still be counted in it and those after it.
+struct Progress {
+  const Roots& roots;
+  std::size_t namesLeft;
+  Listing* listing;
+};
+
+ListedFolder ListSubfolder(const std::string& name, const std::string& url, const Found& found, Progress* progress) {
+  ListedFolder folder = {name, url, std::nullopt, ""};
+  if (progress->namesLeft == 0) return folder;
+  const std::vector<std::string> names = ShownNamesIn(found, progress->roots);
+  progress->namesLeft -= std::min(progress->namesLeft, names.size());
+  const auto cover = std::find_if(names.begin(), names.end(), IsPhoto);
+  if (cover != names.end()) folder.cover = url + "/" + UrlEncoded(*cover);
+  folder.photos = static_cast<std::size_t>(std::count_if(names.begin(), names.end(), IsShownFile));
+  return folder;
+}
+
+void List(const std::vector<std::string>& path, Progress* progress) {
+  Listing* const listing = progress->listing;
   const std::string url = UrlOf(path);
   const std::string& name = path.back();
-  const Found found = roots.Find(path);
+  const Found found = progress->roots.Find(path);
   if (S_ISDIR(found.record.st_mode)) {
     if (IsReadable(found)) {
-      listing->folders.push_back({name, url});
+      listing->folders.push_back(ListSubfolder(name, url, found, progress));
     } else {
       ++listing->unreadable;
     }
-  } else if (S_ISREG(found.record.st_mode) && (IsPhoto(name) || IsSupportVideo(name))) {
+  } else if (S_ISREG(found.record.st_mode) && IsShownFile(name)) {
     listing->files.push_back(ListFile(name, url, found));
   }
 }
 
 // Skips files removed meanwhile and links out of the roots, and counts those that can't be accessed.
-void ListIfFound(const std::vector<std::string>& path, const Roots& roots, Listing* listing) {
+void ListIfFound(const std::vector<std::string>& path, Progress* progress) {
   try {
-    List(path, roots, listing);
+    List(path, progress);
   } catch (const HttpError& error) {
-    if (error.Code() == kForbidden) ++listing->unreadable;
+    if (error.Code() == kForbidden) ++progress->listing->unreadable;
   } catch (const std::exception&) {  // removed after it was found
   }
 }
@@ -90,9 +106,10 @@ std::optional<std::string> WhyNotStoredIn(const std::string& folder) {
   return problem ? std::optional<std::string>(problem->reason) : std::nullopt;
 }
 
-void ListRoots(const Roots& roots, Listing* listing) {
-  for (const Root& root : roots.All()) ListIfFound({root.name}, roots, listing);
-  std::sort(listing->folders.begin(), listing->folders.end(),
+void ListRoots(Progress* progress) {
+  for (const Root& root : progress->roots.All()) ListIfFound({root.name}, progress);
+  std::vector<ListedFolder>& folders = progress->listing->folders;
+  std::sort(folders.begin(), folders.end(),
             [](const ListedFolder& one, const ListedFolder& other) { return one.name < other.name; });
 }
 
@@ -112,13 +129,21 @@ nlohmann::ordered_json JsonOf(const ListedFile& file) {
 }  // namespace
 
 bool ListedFile::HasOriginal() const {
-  return IsExtensionShownByBrowsers(type);
+  return IsExtensionShownByBrowsers(type) || !PlayableVideoType(type).empty();
 }
 
-Listing ListFolder(const Roots& roots, const std::vector<std::string>& path) {
+std::vector<std::string> ShownNamesIn(const Found& found, const Roots& roots) {
+  std::vector<std::string> names = ReadNames(found);
+  const auto isHidden = [&](const std::string& name) { return !roots.IsShown(name); };
+  names.erase(std::remove_if(names.begin(), names.end(), isHidden), names.end());
+  return names;
+}
+
+Listing ListFolder(const Roots& roots, const std::vector<std::string>& path, std::size_t mostCounted) {
   Listing listing = {path, {}, {}, 0};
+  Progress progress = {roots, mostCounted, &listing};
   if (roots.AreNamed() && path.empty()) {
-    ListRoots(roots, &listing);
+    ListRoots(&progress);
     return listing;
   }
   const Found folder = roots.Find(path);
@@ -126,7 +151,7 @@ Listing ListFolder(const Roots& roots, const std::vector<std::string>& path) {
   std::vector<std::string> entry = path;
   for (const std::string& name : ShownNamesIn(folder, roots)) {
     entry.push_back(name);
-    ListIfFound(entry, roots, &listing);
+    ListIfFound(entry, &progress);
     entry.pop_back();
   }
   return listing;
@@ -140,6 +165,8 @@ std::string ListAsJson(const Listing& listing) {
     nlohmann::ordered_json entry;
     SetName(&entry, "name", folder.name);
     entry["url"] = folder.url;
+    if (folder.photos) entry["photos"] = *folder.photos;
+    if (!folder.cover.empty()) entry["cover"] = folder.cover;
     object["folders"].push_back(entry);
   }
   object["files"] = nlohmann::ordered_json::array();

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -12,7 +13,9 @@ namespace tavithumb::apps::web {
 
 struct ListedFolder {
   std::string name;
-  std::string url;  // after "list/"
+  std::string url;                    // after "list/"
+  std::optional<std::size_t> photos;  // photos and videos in it by their names, if they have been counted
+  std::string cover;                  // the first photo by its name, after "thumb/"; "" if there is none
 };
 
 struct ListedFile {
@@ -24,7 +27,7 @@ struct ListedFile {
   std::int64_t modified;  // seconds since the epoch
   bool hasScreenshot;     // a video for which one is stored
 
-  // Whether a browser can show the file itself, going by its name.
+  // Whether a browser may show or play the file itself, going by its name.
   bool HasOriginal() const;
 };
 
@@ -37,8 +40,12 @@ struct Listing {
 };
 
 // The folders, photos and videos in a folder, or the roots if they have names and `path` is empty. Throws HttpError 404
-// if there is no such folder, 403 if it can't be read.
-Listing ListFolder(const Roots& roots, const std::vector<std::string>& path);
+// if there is no such folder, 403 if it can't be read. Once the folders in it have had `mostCounted` names, the rest of
+// them are not counted.
+Listing ListFolder(const Roots& roots, const std::vector<std::string>& path, std::size_t mostCounted = 50000);
+
+// The names in an open folder that are shown, sorted. Throws like ListFolder().
+std::vector<std::string> ShownNamesIn(const Found& folder, const Roots& roots);
 
 std::string ListAsJson(const Listing& listing);
 

@@ -153,6 +153,14 @@ Request ConsumeRequest(Parameters* parameters) {
   return request;
 }
 
+// A parameter may ask for something else of a file or folder than its content.
+Route ConsumeVariant(Route route, Parameters* parameters) {
+  if (route == Route::kOriginal && parameters->ConsumeFlag("download")) return Route::kDownload;
+  if (route == Route::kOriginal && parameters->ConsumeFlag("facts")) return Route::kFacts;
+  if (route == Route::kList && parameters->ConsumeFlag("dates")) return Route::kDates;
+  return route;
+}
+
 std::string_view Trimmed(std::string_view text) {
   const std::size_t first = text.find_first_not_of(" \t");
   if (first == text.npos) return {};
@@ -197,7 +205,9 @@ Target ParseTarget(const Variables& variables) {
   ReadPath(SegmentsOf(uri.substr(0, mark), target.prefix), &target);
   const std::string accept = ValueOf(variables, "HTTP_ACCEPT");
   target.wantsHtml = Accepts(accept, "text/html");
+  target.route = ConsumeVariant(target.route, &parameters);
   if (target.route == Route::kThumb) target.request = ConsumeRequest(&parameters);
+  if (target.route == Route::kDates && parameters.Has("after")) target.after = parameters.Consume("after");
   target.request.acceptHeic = Accepts(accept, "image/heic") || Accepts(accept, "image/heif");
   parameters.RequireAllConsumed();
   return target;

@@ -10,7 +10,14 @@
 
 namespace tavithumb::apps::web {
 
-enum class Route { kThumb, kOriginal, kList };
+enum class Route {
+  kThumb,
+  kOriginal,
+  kDownload,  // the original, for any program but a browser
+  kFacts,     // what is known of the original
+  kList,
+  kDates,  // when the photos of a folder were taken
+};
 
 // A parsed request. No file has been looked up.
 struct Target {
@@ -19,7 +26,8 @@ struct Target {
   std::vector<std::string> path;  // decoded names, none of them "", ".", "..", or with a slash or a NUL byte
   Request request;                // of a thumbnail
   bool isHead;
-  bool wantsHtml;  // a list as an HTML page
+  bool wantsHtml;     // a list as an HTML page
+  std::string after;  // the name after which dates continue, "" for the first
 };
 
 // Throws HttpError 400, 404 or 405 with the reason for an invalid request.

@@ -5,9 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <optional>
 
-#include "common/acl.h"
 #include "common/xattr.h"
 
 namespace tavi {
@@ -25,21 +23,6 @@ bool GiveOwner(int to, uid_t user, gid_t group) {
   return fchownat(to, "", user, group, AT_EMPTY_PATH) == 0;
 }
 
-// Only the group where the owner is refused: the owner may be one of its members.
-bool GiveOwnerOrGroup(int to, const struct stat& wanted) {
-  struct stat now;
-  if (fstat(to, &now) != 0) return false;
-  if (now.st_uid == wanted.st_uid && now.st_gid == wanted.st_gid) return true;
-  if (GiveOwner(to, wanted.st_uid, wanted.st_gid)) return true;
-  return IsRefusal(errno) && (GiveOwner(to, kUnchanged, wanted.st_gid) || IsRefusal(errno));
-}
-
-bool GiveMode(int to, mode_t mode) {
-  if (fchmod(to, mode) == 0) return true;
-  if (errno == EBADF && chmod(PathOfDescriptor(to).c_str(), mode) == 0) return true;
-  return IsRefusal(errno);
-}
-
 // A program of another owner or group must not run with the rights of the original's. On directories these bits mean
 // something else.
 mode_t ModeFor(const struct stat& given, const struct stat& wanted) {
@@ -54,20 +37,42 @@ mode_t WithGroupLimitedToOthers(mode_t mode) {
 
 }  // namespace
 
+// The owner may be a member of the group.
+bool GiveOwnerOrGroup(int to, uid_t user, gid_t group) {
+  struct stat now;
+  if (fstat(to, &now) != 0) return false;
+  if (now.st_uid == user && now.st_gid == group) return true;
+  if (GiveOwner(to, user, group)) return true;
+  return IsRefusal(errno) && (GiveOwner(to, kUnchanged, group) || IsRefusal(errno));
+}
+
+bool GiveMode(int to, mode_t mode) {
+  if (fchmod(to, mode) == 0) return true;
+  if (errno == EBADF && chmod(PathOfDescriptor(to).c_str(), mode) == 0) return true;
+  return IsRefusal(errno);
+}
+
 bool CopyAccessRights(int from, const struct stat& wanted, int to) {
+  return GiveAccessRights({wanted, Acl::Of(from)}, to);
+}
+
+AccessRights LimitedTo(const struct stat& given, AccessRights wanted) {
+  const bool isOtherGroup = given.st_gid != wanted.facts.st_gid;
+  wanted.facts.st_mode = ModeFor(given, wanted.facts);
+  wanted.facts.st_uid = given.st_uid;
+  wanted.facts.st_gid = given.st_gid;
+  if (isOtherGroup && wanted.acl) wanted.acl->LimitGroupToOthers();
+  if (isOtherGroup && !wanted.acl) wanted.facts.st_mode = WithGroupLimitedToOthers(wanted.facts.st_mode);
+  return wanted;
+}
+
+bool GiveAccessRights(const AccessRights& wanted, int to) {
   struct stat given;
-  if (!GiveOwnerOrGroup(to, wanted) || fstat(to, &given) != 0) return false;
-  const bool isOtherGroup = given.st_gid != wanted.st_gid;
-  mode_t mode = ModeFor(given, wanted);
-  std::optional<Acl> acl = Acl::Of(from);
+  if (!GiveOwnerOrGroup(to, wanted.facts.st_uid, wanted.facts.st_gid) || fstat(to, &given) != 0) return false;
+  const AccessRights rights = LimitedTo(given, wanted);
   Acl::RemoveFrom(to);  // which may come from the folder's default ACL
-  if (acl) {
-    if (isOtherGroup) acl->LimitGroupToOthers();
-    if (!acl->GiveTo(to)) mode = acl->ModeWithout(mode);
-  } else if (isOtherGroup) {
-    mode = WithGroupLimitedToOthers(mode);
-  }
-  return GiveMode(to, mode);
+  const bool isWithoutAcl = rights.acl && !rights.acl->GiveTo(to);
+  return GiveMode(to, isWithoutAcl ? rights.acl->ModeWithout(rights.facts.st_mode) : rights.facts.st_mode);
 }
 
 }  // namespace tavi

@@ -23,7 +23,7 @@ constexpr std::uint16_t kNamed = ACL_USER | ACL_GROUP;
 std::optional<Acl> Acl::Of(int fd) {
   const std::optional<std::string> value = GetXattr(fd, kAttribute);
   if (!value) return std::nullopt;
-  Acl acl;
+  Acl acl({});
   posix_acl_xattr_entry raw;
   for (std::size_t at = sizeof(posix_acl_xattr_header); at + sizeof raw <= value->size(); at += sizeof raw) {
     std::memcpy(&raw, value->data() + at, sizeof raw);

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace tavi {
@@ -14,11 +15,22 @@ namespace tavi {
 // its mask, an upper limit for everybody but the owner and others, and the owning group has an entry of its own.
 class Acl {
  public:
+  // Rights of a tag as in <linux/posix_acl.h>; `id` is that of ACL_USER and ACL_GROUP.
+  struct Entry {
+    std::uint16_t tag;
+    std::uint16_t rights;
+    std::uint32_t id;
+  };
+
+  explicit Acl(std::vector<Entry> entries) : entries_(std::move(entries)) {}
+
   // The ACL of an open file or directory; nothing if it has none.
   static std::optional<Acl> Of(int fd);
 
   // Removes the ACL, and keeps the mode.
   static void RemoveFrom(int fd);
+
+  const std::vector<Entry>& Entries() const { return entries_; }
 
   // False with errno set if the volume stores no ACLs or this process may not set one.
   bool GiveTo(int fd) const;
@@ -30,16 +42,10 @@ class Acl {
   // owning group or as others, which therefore get no right that the ACL denies to any of them.
   mode_t ModeWithout(mode_t mode) const;
 
- private:
-  struct Entry {
-    std::uint16_t tag;
-    std::uint16_t rights;
-    std::uint32_t id;
-  };
-
   // The rights that all entries with these tags have; all rights if there is no such entry.
   std::uint16_t Allowed(std::uint16_t tags) const;
 
+ private:
   std::vector<Entry> entries_;
 };
 

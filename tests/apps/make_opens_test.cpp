@@ -58,10 +58,12 @@ class Opens : public testing::Test {
     for (std::string line; std::getline(lines, line);) {
       const std::string process = line.substr(0, line.find(' '));
       if (line.find(" execve(\"/usr/bin/") != line.npos) tools.insert(process);
-      const bool names = line.find('"' + source + '"') != line.npos ||
-                         line.find('"' + source.substr(source.rfind('/') + 1) + '"') != line.npos;
-      // The EA directory of a source has the same name.
-      if (line.find(" open") == line.npos || line.find("O_DIRECTORY") != line.npos || !names) continue;
+      // From its folder, where root's workers are, it is "./NAME".
+      const std::string name = source.substr(source.rfind('/') + 1) + '"';
+      const bool names = line.find("/" + name) != line.npos || line.find('"' + name) != line.npos;
+      // The EA directory of a source has the same name; an O_PATH descriptor is no reading.
+      const bool reads = line.find("O_DIRECTORY") == line.npos && line.find("O_PATH") == line.npos;
+      if (line.find(" open") == line.npos || !reads || !names) continue;
       ++(tools.count(process) != 0 ? count.openedByThem : count.openedByOthers);
     }
     count.tools = tools.size();

@@ -128,6 +128,15 @@ TEST_F(Reasons, CouldNotBeConverted) {
   }
 }
 
+TEST_F(Reasons, TooLarge) {
+  MakePng(folder / "vast.png", 8, 8);
+  std::string vast = ReadFile(folder / "vast.png");
+  vast.replace(16, 8, std::string("\x00\x00\x75\x30\x00\x00\x4e\x20", 8));  // its width and height
+  WriteFile(folder / "vast.png", vast);
+  ExpectNoAnswer({"get"}, folder / "vast.png", "it is too large to be converted (30000x20000 pixels)",
+                 "save a smaller copy of it");
+}
+
 TEST_F(Reasons, NothingCanBeWrittenNextToIt) {
   MakePng(folder / "a.png", 600, 400);
   WriteFile(folder / ".tavi_ea", "in the way");

@@ -37,6 +37,8 @@ class InAStore : public testing::Test {
     fs::permissions(path, fs::perms(0644));
   }
 
+  void GivePhotosToNobody() const { ASSERT_EQ(chown(photos.c_str(), kNobody, kNobody), 0); }
+
   // A path in the store that mirrors one of a photo.
   std::string Stored(const std::string& source, const std::string& entry) const {
     return EntryOf(store + source, entry);
@@ -115,17 +117,18 @@ TEST_F(InAStore, TheEnvironmentNamesItToo) {
   start.environment = {"TAVITHUMB_STORE=" + (folder / "missing")};
   EXPECT_EQ(run({"list", photo}, start).out, photo + ": nothing is stored\n");
   start.environment = {"TAVITHUMB_STORE=" + store};
-  start.user = 0;
+  GivePhotosToNobody();
   EXPECT_EQ(AnswerOfGet(run, {"--size", "small"}, photo, start)["answer"], EntryOf(photo, kSmallJpeg));
   start.environment.emplace_back("TAVITHUMB_STORE_ALL=1");
   EXPECT_EQ(AnswerOfGet(run, {"--size", "big"}, photo, start)["answer"], Stored(photo, "TAVIFILE_THUMB_B.jpg"));
 }
 
 TEST_F(InAStore, ThumbnailsOfAWritableFolderAreStoredOnlyIfAskedFor) {
-  EXPECT_EQ(Get({}, {}), EntryOf(photo, kMediumJpeg) + " made");
-  EXPECT_EQ(Get({"--store-all", "--size", "small"}, {}), Stored(photo, kSmallJpeg) + " made");
-  EXPECT_EQ(Get({"--store-all"}, {}), EntryOf(photo, kMediumJpeg)) << "the one next to the photo is up to date";
-  EXPECT_EQ(Get({"--size", "small"}, {}), Stored(photo, kSmallJpeg));
+  GivePhotosToNobody();
+  EXPECT_EQ(Get(), EntryOf(photo, kMediumJpeg) + " made");
+  EXPECT_EQ(Get({"--store-all", "--size", "small"}), Stored(photo, kSmallJpeg) + " made");
+  EXPECT_EQ(Get({"--store-all"}), EntryOf(photo, kMediumJpeg)) << "the one next to the photo is up to date";
+  EXPECT_EQ(Get({"--size", "small"}), Stored(photo, kSmallJpeg));
 }
 
 TEST_F(InAStore, AStaleOrBadThumbnailThatCannotBeReplacedIsMadeAgainOnce) {
@@ -206,7 +209,7 @@ TEST_F(InAStore, ThumbnailsOfVolumesThatTakeNoneAreStored) {
   MakeGif(photos + "/moving.gif", 600, 400, 3);
   MakeTiff(photos + "/scan.tif", 800, 600);
   for (const char* name : {"/moving.gif", "/scan.tif"}) fs::permissions(photos + name, fs::perms(0644));
-  ASSERT_EQ(chown(photos.c_str(), kNobody, kNobody), 0);
+  GivePhotosToNobody();
   Start start = As(kNobody);
   start.environment = Preloading(NO_EA_VOLUME);
   const Paths temporaries = TemporaryFiles();

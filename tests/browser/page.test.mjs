@@ -2,7 +2,7 @@
 // The page as people see it: a real browser visits a running site, TAVITHUMB_URL, that serves the folder
 // TAVITHUMB_PICTURES. Screenshots are stored in TAVITHUMB_ARTIFACTS.
 import assert from 'node:assert/strict';
-import {readdirSync, statSync} from 'node:fs';
+import {mkdirSync, readFileSync, readdirSync, rmSync, statSync, writeFileSync} from 'node:fs';
 import {join} from 'node:path';
 import {after, before, test} from 'node:test';
 import axe from 'axe-core';
@@ -60,7 +60,8 @@ async function visitListed(t, listing) {
 
 const tiles = (page) => page.locator('.tile');
 const tile = (page, name) => page.locator('.tile', {has: page.getByText(name, {exact: true})});
-const picture = (page) => page.locator('#stage img');
+const picture = (page) => page.locator('#stage img.large');
+const folderNames = (page) => page.locator('.folders .name').allTextContents();
 
 async function visitGrid(t, address = '', options = {}) {
   const page = await visit(t, address, options);
@@ -78,10 +79,14 @@ async function visitViewer(t, name, options) {
 // The image, after it has loaded or failed.
 async function loaded(image) {
   await image.scrollIntoViewIfNeeded();
-  await image.evaluate((element) => element.complete || new Promise((resolve) => {
-    element.addEventListener('load', resolve);
-    element.addEventListener('error', resolve);
-  }));
+  await image.evaluate(async (element) => {
+    while (!element.currentSrc) await new Promise(requestAnimationFrame);  // until it is its turn
+    if (element.complete) return;
+    await new Promise((resolve) => {
+      element.addEventListener('load', resolve);
+      element.addEventListener('error', resolve);
+    });
+  });
   return image;
 }
 
@@ -114,8 +119,9 @@ const focusedName = (page) => page.evaluate(() => document.activeElement.querySe
 // On a connection of its own: the server may close an idle one at the moment in which it would be used again.
 const fetchAlone = (request, address, headers = {}) => request.get(address, {headers: {...headers, Connection: 'close'}});
 
-const namesOfFiles = readdirSync(pictures).filter((name) => statSync(join(pictures, name)).isFile())
+const namesAsListed = readdirSync(pictures).filter((name) => statSync(join(pictures, name)).isFile())
   .sort((one, other) => Buffer.compare(Buffer.from(one), Buffer.from(other)));
+const namesOfFiles = [...namesAsListed].sort(new Intl.Collator('en', {numeric: true}).compare);
 const good = ['photo.jpg', 'turned.jpg', 'phone.heic', 'camera.raf', 'picture.png', 'picture.bmp', 'picture.tif',
   'moving.gif', 'film.mp4'];
 
@@ -126,7 +132,10 @@ test('a folder is a grid with a tile for each file, with their names unchanged',
   assert.deepEqual(await page.locator('.tile .name').allTextContents(), namesOfFiles);
   assert.deepEqual(await page.locator('.tile img').evaluateAll((images) => images.map((image) => image.alt)),
     namesOfFiles);
-  assert.deepEqual(await page.locator('.folders a').allTextContents(), ['2024 été', 'odd ones']);
+  assert.deepEqual(await folderNames(page), ['2024 été', 'odd ones']);
+  assert.deepEqual(await page.locator('.folders .count').allTextContents(), ['1 file', '3 files']);
+  assert.deepEqual(await page.locator('.folders img').evaluateAll((images) => images.map((image) => image.src)),
+    [`${site}thumb/2024%20%C3%A9t%C3%A9/morning.jpg?size=small`, `${site}thumb/odd%20ones/another.jpg?size=small`]);
   assert.equal(await page.locator('#note').textContent(), `${namesOfFiles.length} files.`);
 });
 
@@ -161,7 +170,8 @@ for (const [density, size] of [[1, 'medium'], [2, 'big']]) {
     const page = await visitGrid(t, '', {deviceScaleFactor: density});
     await loadAll(page);
     const thumbs = page.asked.filter((url) => url.includes('/thumb/'));
-    assert.deepEqual(thumbs.map((url) => new URL(url).search), namesOfFiles.map(() => `?size=${size}`));
+    const ofTiles = thumbs.filter((url) => !url.endsWith('?size=small'));  // covers of folders
+    assert.deepEqual(ofTiles.map((url) => new URL(url).search), namesOfFiles.map(() => `?size=${size}`));
   });
 }
 
@@ -189,15 +199,15 @@ for (const width of [1280, 390]) {
 
 test('a damaged picture and a video without a screenshot have placeholders; the latter is not requested', async (t) => {
   const page = await visitGrid(t, '#/odd%20ones');
+  assert.deepEqual(page.asked.filter((url) => url.includes('unseen')), []);
   await tile(page, 'damaged.jpg').getByText('Cannot be shown').waitFor();
-  await loaded(tile(page, 'good.jpg').locator('img'));
+  await loaded(tile(page, 'another.jpg').locator('img'));
   assert.deepEqual(await page.locator('.tile').allInnerTexts(),
-    ['Cannot be shown\ndamaged.jpg', 'good.jpg', 'Video\nunseen.mp4']);
+    ['another.jpg', 'Cannot be shown\ndamaged.jpg', 'Video\nunseen.mp4']);
   await tile(page, 'unseen.mp4').click();
   await page.locator('#stage').getByText('Video').waitFor();
   const damaged = '422 thumb/odd%20ones/damaged.jpg?size=medium';
   assert.deepEqual(page.troubles, [damaged, damaged]);  // the second tells why
-  assert.deepEqual(page.asked.filter((url) => url.includes('unseen')), []);
 });
 
 test('pictures come as soon as a busy service or a lost connection allows', async (t) => {
@@ -209,15 +219,15 @@ test('pictures come as soon as a busy service or a lost connection allows', asyn
     return way === undefined ? route.continue() : way === 0 ? route.abort() : route.fulfill({status: way});
   });
   // The answers to the requests of the image, and of the question why it failed, in turn.
-  await refuse('good.jpg', [503, 503, 0, 0, 504, 503]);
+  await refuse('another.jpg', [503, 503, 0, 0, 504, 503]);
   await refuse('damaged.jpg', [503, 200]);
   await page.goto(`${site}#/odd%20ones`);
   await tile(page, 'damaged.jpg').getByText('Cannot be shown').waitFor();
-  const image = tile(page, 'good.jpg').locator('img');
+  const image = tile(page, 'another.jpg').locator('img');
   await page.waitForFunction((element) => element.naturalWidth > 0, await image.elementHandle(), {timeout: 20000});
-  const pauses = [1, 3, 5].map((index) => times['good.jpg'][index + 1] - times['good.jpg'][index]);
+  const pauses = [1, 3, 5].map((index) => times['another.jpg'][index + 1] - times['another.jpg'][index]);
   assert.ok(pauses.every((pause, index) => pause >= 1000 * 2 ** index - 50), String(pauses));  // a timer may be early
-  assert.equal(times['good.jpg'].length, 7);
+  assert.equal(times['another.jpg'].length, 7);
   assert.equal(times['damaged.jpg'].length, 4);  // busy, there again, damaged, and why
 });
 
@@ -319,7 +329,7 @@ test('everything can be done with the keyboard, and the focus returns to the til
   const last = namesOfFiles.length - 1;
 
   await press('ArrowRight');
-  assert.equal(await page.evaluate(() => document.activeElement.textContent), '2024 été');
+  assert.equal(await focusedName(page), '2024 été');
   await press('ArrowDown');
   for (const [key, index] of [['ArrowRight', 1], ['ArrowRight', 2], ['ArrowLeft', 1], ['ArrowDown', 1 + columns],
     ['ArrowUp', 1], ['End', last], ['ArrowRight', last]]) {
@@ -362,7 +372,10 @@ for (const [name, expected] of [
 }
 
 test('an animation plays in the viewer and is still in the grid', async (t) => {
-  const page = await visitViewer(t, 'moving.gif');
+  const page = await visitGrid(t);
+  await loaded(tile(page, 'moving.gif').locator('img'));
+  await tile(page, 'moving.gif').click();
+  await loaded(picture(page));
   const typeOf = async (image) =>
     (await fetchAlone(page.request, await image.evaluate((element) => element.currentSrc))).headers()['content-type'];
   assert.equal(await typeOf(picture(page)), 'image/gif');
@@ -428,7 +441,7 @@ test('without JavaScript, a list with links and pictures replaces the page', asy
   const page = await visit(t, '', {javaScriptEnabled: false});
   await page.waitForURL(`${site}list/`);
   await page.locator('body.list').waitFor();
-  assert.deepEqual(await page.locator('.tile .name').allTextContents(), namesOfFiles);
+  assert.deepEqual(await page.locator('.tile .name').allTextContents(), namesAsListed);
   const images = await page.locator('.tile img').all();
   assert.equal(images.length, namesOfFiles.length);
   for (const image of images) {
@@ -440,7 +453,7 @@ test('without JavaScript, a list with links and pictures replaces the page', asy
     const address = new URL(await link.getAttribute('href'), page.url());
     const response = await fetchAlone(page.request, address.href);
     assert.equal(response.status(), 200, address.href);
-    assert.match(response.headers()['content-type'], /^image\//, address.href);
+    assert.match(response.headers()['content-type'], /^(image|video)\//, address.href);
   }
   await page.getByRole('link', {name: '2024 été'}).click();
   await page.getByRole('link', {name: 'day #1'}).click();
@@ -451,24 +464,467 @@ test('without JavaScript, a list with links and pictures replaces the page', asy
   assert.deepEqual(page.troubles, []);
 });
 
-test('a folder of 5,000 pictures loads only the visible ones, and its end is one key away', async (t) => {
-  const files = Array.from({length: 5000}, (_, index) => ({name: `${index}.jpg`, url: 'photo.jpg', kind: 'image',
-    type: 'jpg', bytes: 1, modified: 1, original: true}));
-  files.at(-1).url = 'picture.png';
-  const page = await visitListed(t, {files, unreadable: 0});
-  await tiles(page).last().waitFor({state: 'attached'});
-  assert.equal(await tiles(page).count(), 5000);
-  await loaded(tiles(page).first().locator('img'));
-  const waiting = await page.locator('.tile img').evaluateAll(
-    (images) => images.filter((image) => !image.complete).length);
-  assert.ok(waiting > 4500, `${waiting} wait`);
-  await page.keyboard.press('ArrowRight');
-  await page.keyboard.press('End');
-  assert.equal(await focusedName(page), '4999.jpg');
-  assert.equal(await cornerOf(tiles(page).last().locator('img')), 'bottom right');
+// ---- Addresses
+
+test('a photo has an address: Back closes the viewer, a link opens it, a reload stays', async (t) => {
+  const page = await visitGrid(t);
+  const state = async () => [page.url().slice(site.length), await page.locator('dialog').isVisible(), await page.title()];
+  await page.getByRole('link', {name: '2024 été'}).click();
+  await tile(page, 'morning.jpg').click();
+  await loaded(picture(page));
+  const folder = ['#/2024%20%C3%A9t%C3%A9', false, '2024 été – Photos'];
+  const opened = ['#/2024%20%C3%A9t%C3%A9?show=morning.jpg', true, 'morning.jpg – Photos'];
+  assert.deepEqual(await state(), opened);
+  await page.reload();
+  await loaded(picture(page));
+  assert.deepEqual(await state(), opened);
+  await page.goBack();
+  await page.waitForFunction(() => !document.querySelector('dialog').open);
+  assert.deepEqual(await state(), folder);
+  await page.goForward();
+  await loaded(picture(page));
+  assert.deepEqual(await state(), opened);
+
+  const linked = await visit(t, opened[0]);
+  await loaded(picture(linked));
+  await linked.keyboard.press('Escape');
+  await linked.waitForFunction(() => !location.hash.includes('show'));
+  assert.equal(linked.url().slice(site.length), folder[0]);
+  assert.equal(await focusedName(linked), 'morning.jpg');
+  assert.deepEqual([page.troubles, linked.troubles], [[], []]);
+});
+
+test('Back leaves the viewer, however many photos it has shown, and a closed one stays closed', async (t) => {
+  const page = await visitGrid(t);
+  await tiles(page).first().click();
+  for (let step = 0; step < 3; ++step) await page.keyboard.press('ArrowRight');
+  await page.waitForFunction((name) => document.title.startsWith(name), namesOfFiles[3]);
+  assert.equal(page.url(), `${site}#/?show=${encodeURIComponent(namesOfFiles[3])}`);
+  await page.goBack();
+  await page.waitForFunction(() => !document.querySelector('dialog').open);
+  assert.equal(page.url(), site);
+  assert.equal(await focusedName(page), namesOfFiles[3]);
   await page.keyboard.press('Enter');
-  assert.equal(await page.locator('#place').textContent(), '5000 of 5000');
+  await page.keyboard.press('Escape');
+  await page.waitForFunction(() => !location.hash.includes('show'));
+  assert.equal(await page.locator('dialog').isVisible(), false);
+});
+
+test('an address of a photo that is gone says so', async (t) => {
+  const page = await visit(t, '#/?show=gone%20%C3%A9.jpg');
+  await page.getByRole('alert').waitFor();
+  assert.equal(await page.getByRole('alert').textContent(), 'There is no gone é.jpg here.');
+  assert.equal(await tiles(page).count(), namesOfFiles.length);
+});
+
+// ---- What the viewer does
+
+const large = (name) => `${site}thumb/${encodeURIComponent(name)}?size=large`;
+const untilAsked = (page, address) => page.waitForFunction((wanted) =>
+  performance.getEntriesByType('resource').some(({name}) => name === wanted), address);
+
+test('the viewer loads the next and the previous photo ahead, and asks for none twice', async (t) => {
+  const page = await visitGrid(t);
+  const middle = namesOfFiles.indexOf('phone.heic');
+  await tiles(page).nth(middle).click();
+  await loaded(picture(page));
+  for (const by of [1, -1]) await untilAsked(page, large(namesOfFiles[middle + by]).replace('moving.gif?size=large', 'moving.gif?size=large&animate=1'));
+  await page.waitForLoadState('networkidle');
+  for (const key of ['ArrowRight', 'ArrowLeft', 'ArrowRight']) {
+    await page.keyboard.press(key);
+    assert.equal(await picture(page).evaluate((image) => image.complete && image.naturalWidth > 0), true, key);
+  }
+  await page.waitForLoadState('networkidle');
+  const asked = page.asked.filter((url) => url.includes('size=large'));
+  assert.deepEqual(asked, [...new Set(asked)]);
+});
+
+test('until the large picture comes, the viewer shows that of the tile', async (t) => {
+  const page = await newPage(t);
+  let release;
+  const held = new Promise((resolve) => { release = resolve; });
+  await page.route('**/thumb/photo.jpg?size=large', async (route) => { await held; await route.continue(); });
+  await page.goto(site);
+  await loaded(tile(page, 'photo.jpg').locator('img'));
+  const ofTile = await tile(page, 'photo.jpg').locator('img').evaluate((image) => image.currentSrc);
+  await tile(page, 'photo.jpg').click();
+  const standIn = page.locator('#stage .stand-in');
+  assert.equal(await cornerOf(standIn), 'bottom right');
+  assert.equal(await standIn.evaluate((image) => image.currentSrc), ofTile);
+  release();
+  await standIn.waitFor({state: 'detached'});
+  assert.equal(await cornerOf(picture(page)), 'bottom right');
+  assert.deepEqual(page.asked.filter((url) => url === ofTile).length, 1);
+});
+
+test('rotation is remembered for the session, also by the picture that stands in', async (t) => {
+  const page = await visitViewer(t, 'photo.jpg');
+  await page.keyboard.press('r');
+  assert.equal(await cornerOf(picture(page)), 'bottom left');
+  await page.keyboard.press('ArrowRight');
+  await page.keyboard.press('ArrowLeft');
+  assert.equal(await cornerOf(picture(page)), 'bottom left');
+  await page.route('**/thumb/photo.jpg?size=large&rotate=1', () => {});
+  await page.reload();
+  const standIn = page.locator('#stage .stand-in');
+  await loaded(standIn);
+  assert.equal(await standIn.evaluate((image) => getComputedStyle(image).rotate), '90deg');
+  assert.deepEqual(...await standIn.evaluate((image) => {
+    const {clientWidth, clientHeight} = image.parentNode;
+    return [[image.offsetWidth, image.offsetHeight], [clientHeight, clientWidth]];
+  }));
+  const another = await visitViewer(t, 'photo.jpg');
+  assert.equal(await cornerOf(picture(another)), 'bottom right');
+});
+
+const scaleOf = (page) => page.locator('#sheet').evaluate((sheet) =>
+  new DOMMatrix(getComputedStyle(sheet).transform).a);
+
+test('wheel, keys and a double click zoom, a drag moves, and what is zoomed becomes sharp', async (t) => {
+  const page = await visitViewer(t, 'photo.jpg');
+  const box = await page.locator('#stage').boundingBox();
+  const middle = [box.x + box.width / 2, box.y + box.height / 2];
+  await page.mouse.move(...middle);
+  await page.mouse.wheel(0, -500);
+  await page.waitForFunction(() => document.querySelector('#stage').classList.contains('zoomed'));
+  assert.ok(Math.abs(await scaleOf(page) - Math.E) < 0.01);
+  await page.waitForFunction((wanted) => document.querySelector('#stage img.large').src === wanted, `${site}original/photo.jpg`);
+  const before = await picture(page).boundingBox();
+  await page.mouse.down();
+  await page.mouse.move(middle[0] - 100, middle[1] - 50, {steps: 5});
+  await page.mouse.up();
+  const after = await picture(page).boundingBox();
+  assert.deepEqual([after.x - before.x, after.y - before.y].map(Math.round), [-100, -50]);
+  await page.keyboard.press('0');
+  assert.equal(await scaleOf(page), 1);
+  await page.keyboard.press('+');
+  assert.equal(await scaleOf(page), 1.5);
+  await page.keyboard.press('-');
+  assert.equal(await scaleOf(page), 1);
+  await page.mouse.dblclick(...middle);
+  assert.equal(await scaleOf(page), 3);
+  assert.equal(await page.locator('#title').textContent(), 'photo.jpg');
+  await page.keyboard.press('ArrowRight');
+  assert.equal(await scaleOf(page), 1);
   assert.deepEqual(page.troubles, []);
+});
+
+// Fingers on a touch screen: each step is the list of their places.
+async function touch(page, steps) {
+  const client = await page.context().newCDPSession(page);
+  const points = (places) => places.map(([x, y], id) => ({x, y, id}));
+  await client.send('Input.dispatchTouchEvent', {type: 'touchStart', touchPoints: points(steps[0])});
+  for (const places of steps.slice(1)) {
+    await client.send('Input.dispatchTouchEvent', {type: 'touchMove', touchPoints: points(places)});
+  }
+  await client.send('Input.dispatchTouchEvent', {type: 'touchEnd', touchPoints: []});
+}
+
+const phone = {viewport: {width: 390, height: 844}, deviceScaleFactor: 3, hasTouch: true, isMobile: true};
+
+test('on a phone, swipes show the next and the previous photo, and a pinch zooms', async (t) => {
+  const page = await visitViewer(t, 'photo.jpg', phone);
+  const index = namesOfFiles.indexOf('photo.jpg');
+  const title = () => page.locator('#title').textContent();
+  await touch(page, [[[300, 400]], [[250, 402]], [[150, 405]]]);
+  assert.equal(await title(), namesOfFiles[index + 1]);
+  await touch(page, [[[100, 400]], [[200, 400]], [[260, 400]]]);
+  assert.equal(await title(), 'photo.jpg');
+  await touch(page, [[[300, 300]], [[290, 400]], [[280, 550]]]);
+  assert.equal(await title(), 'photo.jpg', 'a vertical drag is no swipe');
+  assert.equal(await page.locator('#sheet').evaluate((sheet) => sheet.style.transform), '');
+  await touch(page, [[[180, 400], [220, 400]], [[160, 400], [240, 400]], [[120, 400], [280, 400]]]);
+  assert.ok(Math.abs(await scaleOf(page) - 4) < 0.01, String(await scaleOf(page)));
+  await touch(page, [[[300, 400]], [[200, 400]], [[100, 400]]]);
+  assert.equal(await title(), 'photo.jpg', 'what is zoomed moves');
+});
+
+for (const [name, expected] of [
+  ['photo.jpg', `filename="photo.jpg"; filename*=UTF-8''photo.jpg`],
+  ['phone.heic', `filename="phone.heic"; filename*=UTF-8''phone.heic`],
+  ['camera.raf', `filename="camera.raf"; filename*=UTF-8''camera.raf`],
+  ['film.mp4', `filename="film.mp4"; filename*=UTF-8''film.mp4`],
+  ['Zürich – 東京.jpg', `filename="Z_rich _ __.jpg"; filename*=UTF-8''Z%C3%BCrich%20%E2%80%93%20%E6%9D%B1%E4%BA%AC.jpg`],
+]) {
+  test(`the viewer downloads the original of ${name}`, async (t) => {
+    const page = await visitGrid(t);
+    await tile(page, name).click();
+    const link = page.getByRole('link', {name: 'Download'});
+    const response = await fetchAlone(page.request, site + await link.getAttribute('href'));
+    assert.equal(response.headers()['content-disposition'], `attachment; ${expected}`);
+    const [download] = await Promise.all([page.waitForEvent('download'), link.click()]);
+    assert.equal(download.suggestedFilename(), name);
+    assert.ok(readFileSync(await download.path()).equals(readFileSync(join(pictures, name))));
+  });
+}
+
+// A film of a second, recorded by the browser.
+async function recordFilm(page) {
+  const bytes = await page.evaluate(async () => {
+    const canvas = Object.assign(document.createElement('canvas'), {width: 64, height: 48});
+    const context = canvas.getContext('2d');
+    const recorder = new MediaRecorder(canvas.captureStream(25), {mimeType: 'video/webm'});
+    const parts = [];
+    recorder.addEventListener('dataavailable', ({data}) => parts.push(data));
+    recorder.start();
+    for (let frame = 0; frame < 25; ++frame) {
+      context.fillStyle = `hsl(${frame * 10} 80% 50%)`;
+      context.fillRect(0, 0, 64, 48);
+      await new Promise((resolve) => setTimeout(resolve, 40));
+    }
+    await new Promise((resolve) => { recorder.addEventListener('stop', resolve); recorder.stop(); });
+    return [...new Uint8Array(await new Blob(parts).arrayBuffer())];
+  });
+  return Buffer.from(bytes);
+}
+
+test('a video that the browser can play plays in the viewer', async (t) => {
+  const folder = join(pictures, 'films');
+  const page = await newPage(t);
+  await page.goto('about:blank');
+  mkdirSync(folder);
+  t.after(() => rmSync(folder, {recursive: true}));
+  writeFileSync(join(folder, 'film.webm'), await recordFilm(page));
+  await page.goto(`${site}#/films?show=film.webm`);
+  const video = page.locator('#stage video');
+  await video.evaluate((element) => { element.muted = true; return element.play(); });
+  await page.waitForFunction(() => document.querySelector('video').currentTime > 0.2);
+  assert.deepEqual(await video.evaluate(({videoWidth, videoHeight}) => [videoWidth, videoHeight]), [64, 48]);
+  assert.deepEqual(page.troubles, []);
+});
+
+test('the viewer tells what is known of a photo, and nothing else', async (t) => {
+  const page = await visitViewer(t, 'turned.jpg');
+  const rows = () => page.locator('#facts dt').evaluateAll((all) => Object.fromEntries(
+    all.map((name) => [name.textContent, name.nextElementSibling.textContent])));
+  const button = page.getByRole('button', {name: 'Information'});
+  assert.deepEqual([await page.locator('#facts').isVisible(), await button.getAttribute('aria-expanded')], [false, 'false']);
+  assert.deepEqual(page.asked.filter((url) => url.includes('facts=1')), []);
+  await button.click();
+  await page.getByText('pixels').waitFor();
+  const {Changed, File, ...others} = await rows();
+  assert.ok(Changed);
+  assert.match(File, /^JPG, [\d.]+ [KM]B$/);
+  assert.deepEqual(others, {Taken: 'May 1, 2024 at 12:30 PM', Camera: 'NIKON D3100', Size: '1000 × 1500 pixels'});
+  await page.keyboard.press('Home');
+  await page.getByText('900 × 600 pixels').waitFor();
+  assert.deepEqual(Object.keys(await rows()), ['Size', 'File', 'Changed']);
+  await page.keyboard.press('i');
+  assert.equal(await page.locator('#facts').isVisible(), false);
+  assert.deepEqual(page.troubles, []);
+});
+
+// ---- Order and search
+
+const mixed = [['photo10.jpg', 3], ['photo2.jpg', 1], ['Photo1.jpg', 2], ['éclair.jpg', 4]].map(([name, modified]) => ({
+  name, url: encodeURIComponent(name), kind: 'image', type: 'jpg', bytes: 1, modified, original: true}));
+const shownNames = (page) => page.locator('.tile .name').allTextContents();
+
+test('files are shown in the order that is chosen, which is remembered', async (t) => {
+  const page = await visitListed(t, {files: mixed, unreadable: 0});
+  await page.route(`${site}list/?dates=1&after=`, (route) => route.fulfill(
+    {json: {taken: {'photo10.jpg': '1969-01-01T10:00:00', 'photo2.jpg': '1969-01-01T10:00:01'}, next: 'photo2.jpg'}}));
+  await page.route(`${site}list/?dates=1&after=photo2.jpg`, (route) => route.fulfill(
+    {json: {taken: {'Photo1.jpg': '1969-01-01T09:00:00'}, next: null}}));
+  await tiles(page).first().waitFor();
+  assert.deepEqual(await shownNames(page), ['éclair.jpg', 'Photo1.jpg', 'photo2.jpg', 'photo10.jpg']);
+  for (const [order, expected] of [
+    ['name', ['photo10.jpg', 'photo2.jpg', 'Photo1.jpg', 'éclair.jpg']],
+    ['newest', ['éclair.jpg', 'photo10.jpg', 'Photo1.jpg', 'photo2.jpg']],
+    ['taken', ['Photo1.jpg', 'photo10.jpg', 'photo2.jpg', 'éclair.jpg']],
+  ]) {
+    await page.getByLabel('Order').selectOption(order);
+    await page.waitForFunction((first) => document.querySelector('.tile .name').textContent === first, expected[0]);
+    assert.deepEqual(await shownNames(page), expected, order);
+  }
+  await page.reload();
+  await page.waitForFunction(() => document.querySelector('.tile .name')?.textContent === 'Photo1.jpg');
+  assert.deepEqual(await shownNames(page), ['Photo1.jpg', 'photo10.jpg', 'photo2.jpg', 'éclair.jpg']);
+  assert.equal(await page.getByLabel('Order').inputValue(), 'taken');
+});
+
+test('the dates of a real folder give its order', async (t) => {
+  const page = await visitGrid(t);
+  await page.getByLabel('Order').selectOption('taken');
+  await page.waitForFunction(() => document.querySelector('.tile .name').textContent === 'turned.jpg');
+  assert.deepEqual(page.asked.filter((url) => url.includes('dates')), [`${site}list/?dates=1&after=`]);
+  assert.deepEqual(page.troubles, []);
+});
+
+test('the search finds files and folders by parts of their names', async (t) => {
+  const page = await visitGrid(t);
+  const search = page.getByRole('searchbox', {name: 'Search by name'});
+  for (const [words, files, foundFolders, note] of [
+    ['PICT', ['picture.bmp', 'picture.png', 'picture.tif'], [], `3 of ${namesOfFiles.length} files.`],
+    ['zurich', ['Zürich – 東京.jpg'], [], `1 of ${namesOfFiles.length} files.`],
+    ['ete', [], ['2024 été'], `0 of ${namesOfFiles.length} files.`],
+    ['jpg off', ['#1 50% off? & more.jpg'], [], `1 of ${namesOfFiles.length} files.`],
+    ['', namesOfFiles, ['2024 été', 'odd ones'], `${namesOfFiles.length} files.`],
+  ]) {
+    await search.fill(words);
+    assert.deepEqual([await shownNames(page), await folderNames(page), await page.locator('#note').textContent()],
+      [files, foundFolders, note], words);
+  }
+  await search.fill('picture');
+  await tiles(page).first().click();
+  assert.equal(await page.locator('#place').textContent(), '1 of 3');
+});
+
+// ---- Ten thousand photos
+
+const many = Array.from({length: 10000}, (_, index) => ({name: `${index}.jpg`, url: `${index}.jpg`, kind: 'image',
+  type: 'jpg', bytes: 1, modified: 1, original: true}));
+const tileNumber = (url) => Number(/thumb\/(\d+)\.jpg/.exec(url)[1]);
+
+// A folder of ten thousand photos. `answer` answers the requests for their pictures.
+async function visitMany(t, answer) {
+  const page = await newPage(t);
+  page.started = [];
+  await page.route(`${site}list/`, (route) => route.fulfill({json: {path: '', folders: [], files: many, unreadable: 0}}));
+  await page.route('**/thumb/**', (route) => {
+    page.started.push(tileNumber(route.request().url()));
+    return answer(route);
+  });
+  await page.goto(site);
+  await tiles(page).first().waitFor();
+  return page;
+}
+
+const withPhoto = (route) => route.fulfill({path: join(pictures, '2024 été', 'morning.jpg'), contentType: 'image/jpeg'});
+const numbersInView = (page) => page.evaluate(() => [...document.querySelectorAll('.tile')].filter((tile) => {
+  const {top, bottom} = tile.getBoundingClientRect();
+  return bottom > 0 && top < innerHeight;
+}).map((tile) => Number(tile.dataset.index)));
+
+test('of ten thousand photos, at most 400 tiles are in the document, wherever one scrolls', async (t) => {
+  const page = await visitMany(t, withPhoto);
+  const height = await page.evaluate(() => document.documentElement.scrollHeight);
+  for (const part of [0, 0.1, 0.5, 0.99, 1, 0.3]) {
+    await page.evaluate((top) => scrollTo(0, top), Math.round(part * height));
+    await page.evaluate(() => new Promise((resolve) => requestAnimationFrame(() => requestAnimationFrame(resolve))));
+    const inView = await numbersInView(page);
+    const inDocument = await tiles(page).evaluateAll((all) => all.map((tile) => Number(tile.dataset.index)));
+    assert.ok(inDocument.length <= 400, `${inDocument.length} tiles`);
+    assert.deepEqual(inDocument, [...inDocument].sort((one, other) => one - other));
+    assert.equal(inView.length, inView.at(-1) - inView[0] + 1);
+    const columns = await page.locator('#grid').evaluate((grid) => getComputedStyle(grid).gridTemplateColumns.split(' ').length);
+    const left = await tiles(page).evaluateAll((all) => new Set(all.map((tile) => tile.getBoundingClientRect().left)).size);
+    assert.equal(left, columns);
+    const setSizes = await page.locator('#grid li').evaluateAll((all) =>
+      all.map((item) => [item.getAttribute('aria-setsize'), item.getAttribute('aria-posinset')]));
+    assert.deepEqual(setSizes, inDocument.map((index) => ['10000', String(index + 1)]));
+  }
+  await page.evaluate(() => scrollTo(0, 0));
+  await page.setViewportSize({width: 1800, height: 6000});
+  await page.waitForFunction(() => document.querySelectorAll('.tile').length > 200);
+  assert.ok(await tiles(page).count() <= 400);
+});
+
+test('of ten thousand photos, the end and the focus are one key away', async (t) => {
+  const page = await visitMany(t, withPhoto);
+  for (const [key, name] of [['ArrowRight', '0.jpg'], ['End', '9999.jpg'], ['ArrowLeft', '9998.jpg'], ['Home', '0.jpg']]) {
+    await page.keyboard.press(key);
+    assert.equal(await focusedName(page), name);
+  }
+  await page.evaluate(() => scrollTo(0, 100000));
+  await page.waitForFunction(() => Number(document.querySelectorAll('.tile')[1].dataset.index) > 100);
+  assert.equal(await focusedName(page), '0.jpg', 'a tile out of view keeps the focus');
+  await page.keyboard.press('End');
+  await page.keyboard.press('Enter');
+  assert.equal(await page.locator('#place').textContent(), '10000 of 10000');
+  await page.keyboard.press('Home');
+  await page.keyboard.press('Escape');
+  assert.equal(await focusedName(page), '0.jpg');
+});
+
+async function until(condition, what) {
+  for (let tries = 0; !condition(); ++tries) {
+    assert.ok(tries < 200, what);
+    await new Promise((resolve) => setTimeout(resolve, 25));
+  }
+}
+
+// Requests of tiles that wait until they are answered one by one.
+async function visitManyHeld(t) {
+  const pending = [];
+  const page = await visitMany(t, (route) => { pending.push(route); });
+  page.aborted = [];
+  page.on('requestfailed', (request) => {
+    if (request.failure().errorText === 'net::ERR_ABORTED') page.aborted.push(tileNumber(request.url()));
+  });
+  page.answerNext = async (count) => {
+    for (let answered = 0; answered < count; ++answered) {
+      await until(() => pending.length > 0, 'one request after the other');
+      await withPhoto(pending.shift());
+    }
+  };
+  page.dropPending = () => pending.splice(0);
+  await until(() => page.started.length >= 6, 'the first requests');
+  return page;
+}
+
+const ascending = (numbers) => [...numbers].sort((one, other) => one - other);
+
+test('tiles in view are asked for first, six at a time', async (t) => {
+  const page = await visitManyHeld(t);
+  assert.deepEqual(page.started, [0, 1, 2, 3, 4, 5]);
+  const inView = await numbersInView(page);
+  await page.answerNext(inView.length);
+  await until(() => page.started.length >= inView.length + 6, 'those next to the view');
+  assert.deepEqual(page.started.slice(0, inView.length), inView);
+  assert.deepEqual(page.aborted, []);
+});
+
+test('requests of what was scrolled away are aborted', async (t) => {
+  const page = await visitManyHeld(t);
+  await page.evaluate(() => scrollTo(0, 200000));
+  await until(() => page.aborted.length >= 6 && page.started.length >= 12, 'aborted');
+  assert.deepEqual(ascending(page.aborted), [0, 1, 2, 3, 4, 5]);
+  const inView = await numbersInView(page);
+  assert.deepEqual(page.started.slice(6), inView.slice(0, 6));
+});
+
+test('a tile next to the view gives way to those in view, and comes later', async (t) => {
+  const page = await visitManyHeld(t);
+  const first = await numbersInView(page);
+  await page.answerNext(first.length);
+  await until(() => page.started.length >= first.length + 6, 'those next to the view');
+  const next = page.started.slice(first.length);
+  page.dropPending();
+  const row = await tiles(page).first().evaluate((tile) => tile.getBoundingClientRect().height);
+  await page.evaluate((by) => scrollBy(0, by), (first.length / 6 + 2) * row);
+  await until(() => page.aborted.length >= 6, 'aborted');
+  assert.deepEqual(ascending(page.aborted), next);
+  const inDocument = await tiles(page).evaluateAll((all) => all.map((tile) => Number(tile.dataset.index)));
+  assert.deepEqual(next.filter((index) => inDocument.includes(index)), next);
+  const inView = await numbersInView(page);
+  await page.answerNext(inView.length + 6);
+  await until(() => next.every((index) => page.started.lastIndexOf(index) > first.length + 6), 'they come later');
+});
+
+// ---- Names, screens
+
+test('names that are written from right to left keep their direction', async (t) => {
+  const name = 'صورة 1.jpg';
+  const page = await visitListed(t, {files: [{...mixed[0], name}], folders: [{name: 'תמונות', url: 'x', photos: 2}], unreadable: 0});
+  const direction = (selector) => page.locator(selector).evaluate((element) => getComputedStyle(element).direction);
+  assert.deepEqual([await direction('.tile .name'), await direction('.folders .name')], ['rtl', 'rtl']);
+  await tiles(page).first().click();
+  assert.deepEqual([await page.locator('#title').textContent(), await direction('#title')], [name, 'rtl']);
+});
+
+test('a phone shows three tiles in a row, of no more than medium size', async (t) => {
+  const page = await visitGrid(t, '', phone);
+  await loadAll(page);
+  assert.equal(await page.locator('#grid').evaluate((grid) => getComputedStyle(grid).gridTemplateColumns.split(' ').length), 3);
+  const sizes = new Set(page.asked.filter((url) => /thumb\/[^/]*$/.test(url)).map((url) => new URL(url).search));
+  assert.deepEqual([...sizes], ['?size=medium']);
+});
+
+test('nothing moves by itself for those who want less motion', async (t) => {
+  const page = await visitViewer(t, 'photo.jpg', {reducedMotion: 'reduce'});
+  await page.keyboard.press('+');
+  assert.deepEqual(await page.evaluate(() => document.getAnimations().length), 0);
 });
 
 test('inline scripts and styles, and those from other origins, are blocked', async (t) => {

@@ -27,9 +27,12 @@ std::string SizeOf(const tavithumb::apps::Size& size) {
 
 // An address with the same meaning.
 std::string AddressOf(const web::Target& target) {
-  const char* const routes[] = {"/thumb", "/original", "/list"};
+  const char* const routes[] = {"/thumb", "/original", "/original", "/original", "/list", "/list"};
   std::string address = target.prefix + routes[static_cast<int>(target.route)];
   for (const std::string& name : target.path) address += "/" + web::UrlEncoded(name);
+  if (target.route == web::Route::kDownload) return address + "?download=1";
+  if (target.route == web::Route::kFacts) return address + "?facts=1";
+  if (target.route == web::Route::kDates) return address + "?dates=1&after=" + web::UrlEncoded(target.after);
   if (target.route != web::Route::kThumb) return address;
   address += "?size=" + SizeOf(target.request.size) + "&rotate=" + std::to_string(target.request.quarterTurns);
   if ((target.request.options & Thumb::OPT_AVATAR) != 0) address += "&avatar=1";
@@ -61,6 +64,7 @@ void RequireGoodRequest(const web::Target& target) {
 void RequireSame(const web::Target& one, const web::Target& other) {
   Require(one.route == other.route && one.prefix == other.prefix && one.path == other.path);
   Require(one.isHead == other.isHead && one.wantsHtml == other.wantsHtml);
+  Require(one.after == other.after);
   Require(SizeOf(one.request.size) == SizeOf(other.request.size));
   Require(one.request.quarterTurns == other.request.quarterTurns && one.request.options == other.request.options);
   Require(one.request.acceptHeic == other.request.acceptHeic);

@@ -50,13 +50,18 @@ check_site() { # check_site NAME PORT
   ask "${user[@]}" -o "$work/body" -D "$work/headers" "$site/"
   grep -qi "^content-security-policy: default-src 'none'" "$work/headers" || fail "$1: no content security policy"
   expect "$1, page without its slash" '301' "${user[@]}" -o "$work/body" -w '%{http_code}' "${site}"
-  expect "$1, list" '{"path":"","folders":[{"name":"photos","url":"photos"}],"files":[],"unreadable":0}' \
+  expect "$1, list" '{"path":"","folders":[{"name":"photos","url":"photos","photos":1,"cover":"photos/a%20b.png"}],"files":[],"unreadable":0}' \
     "${user[@]}" "$site/list/"
   expect "$1, thumbnail" '200 image/png' "${user[@]}" "${status[@]}" "$site/thumb/photos/a%20b.png?size=small"
   ask "${user[@]}" -o "$work/body" -D "$work/headers" "$site/original/photos/a%20b.png"
   cmp -s "$work/body" "$work/photos/a b.png" || fail "$1: another original"
-  for header in 'cache-control: max-age=300, must-revalidate' 'x-content-type-options: nosniff'; do
+  for header in 'cache-control: private, max-age=300, must-revalidate' 'x-content-type-options: nosniff'; do
     [ "$(grep -ci "^$header" "$work/headers")" -eq 1 ] || fail "$1: not one '$header'"
+  done
+  for module in "$source"/apps/web/page/*.js; do
+    ask "${user[@]}" -o "$work/body" -D "$work/headers" "$site/${module##*/}"
+    grep -qiE '^content-type: (text|application)/javascript' "$work/headers" || fail "$1: ${module##*/} is not a script"
+    cmp -s "$work/body" "$module" || fail "$1: another ${module##*/}"
   done
   expect "$1, addresses for the web server itself" 404 "${user[@]}" -o "$work/body" -w '%{http_code}' \
     "$site/files/photos/a%20b.png"

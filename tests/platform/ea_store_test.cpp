@@ -194,22 +194,42 @@ TEST_F(EAStore, IsReadWhereTheFolderHasBecomeWritable) {
   EXPECT_EQ(Ask({photos + "/a.jpg"}), In(beside));
 }
 
-TEST_F(EAStore, GivesTheRightsToReadTheFolderOfTheSourceAndNoMore) {
-  const std::pair<mode_t, mode_t> rows[] = {{0755, 0755}, {0777, 0755}, {0775, 0755},  {0555, 0755},
-                                            {0700, 0700}, {0750, 0750}, {01777, 0755}, {02770, 0750}};
-  for (const auto& [mode, expected] : rows) {
+TEST_F(EAStore, IsAsClosedAsTheFoldersOfTheSource) {
+  struct {
+    mode_t folder, root, mirror;
+  } const rows[] = {{0755, 0755, 0711},  {0777, 0755, 0711}, {0775, 0755, 0711}, {0555, 0755, 0711},
+                    {0700, 0700, 0700},  {0750, 0750, 0710}, {0744, 0744, 0700}, {01777, 0755, 0711},
+                    {02770, 0750, 0710}, {0711, 0711, 0711}};
+  for (const auto& [mode, root, mirror] : rows) {
     SCOPED_TRACE(testing::Message() << std::oct << mode);
     ASSERT_EQ(chmod(photos.c_str(), mode), 0);
     const mode_t before = umask(0077);
     EXPECT_EQ(Ask({photos + "/a.jpg", inStore}), In(beside));
     umask(before);
-    EXPECT_EQ(ModeOf(inStore), expected);
-    EXPECT_EQ(ModeOf(store + photos + "/.tavi_ea"), expected);
-    for (fs::path parent = store + photos; parent != store; parent = parent.parent_path()) {
+    EXPECT_EQ(ModeOf(inStore), 0755u) << "everybody may read the photo";
+    EXPECT_EQ(ModeOf(store + photos + "/.tavi_ea"), root);
+    EXPECT_EQ(ModeOf(store + photos), mirror);
+    for (fs::path parent = fs::path(store + photos).parent_path(); parent != store; parent = parent.parent_path()) {
       EXPECT_EQ(ModeOf(parent), 0711u) << parent;
     }
     fs::remove_all(store);
     fs::create_directory(store);
+  }
+}
+
+// Those in place of which the owner of the store has a right keep none.
+TEST_F(EAStore, IsAsClosedAsTheSourceAndFollowsItsRightsAndThoseOfItsFolders) {
+  struct {
+    mode_t folder, source, root, entries, mirror;
+  } const rows[] = {{0755, 0644, 0755, 0755, 0711}, {0755, 0600, 0755, 0700, 0711}, {0777, 0640, 0755, 0750, 0711},
+                    {0700, 0666, 0700, 0755, 0700}, {0755, 0604, 0755, 0705, 0711}, {0755, 0644, 0755, 0755, 0711}};
+  for (const auto& [folderMode, mode, root, entries, mirror] : rows) {
+    SCOPED_TRACE(testing::Message() << std::oct << folderMode << " " << mode);
+    ASSERT_EQ(chmod(photos.c_str(), folderMode) | chmod((photos + "/a.jpg").c_str(), mode), 0);
+    EXPECT_EQ(Ask({photos + "/a.jpg", inStore}), In(beside));
+    EXPECT_EQ(ModeOf(inStore), entries);
+    EXPECT_EQ(ModeOf(store + photos + "/.tavi_ea"), root);
+    EXPECT_EQ(ModeOf(store + photos), mirror);
   }
 }
 
@@ -218,14 +238,32 @@ TEST_F(EAStore, BelongsToItsOwnerAltogether) {
   ASSERT_EQ(chown(store.c_str(), 1234, 5678), 0);
   ASSERT_EQ(chown(photos.c_str(), 4321, 8765), 0);
   ASSERT_EQ(chmod(photos.c_str(), 0750), 0);
-  EXPECT_EQ(Ask({photos + "/a.jpg", inStore}), In(beside));
-  const std::pair<std::string, gid_t> rows[] = {
-      {inStore, 8765}, {store + photos + "/.tavi_ea", 8765}, {store + photos, 5678}, {store + folder.Path(), 5678}};
-  for (const auto& [path, group] : rows) {
-    SCOPED_TRACE(path);
-    EXPECT_EQ(Facts(path).st_uid, 1234u);
-    EXPECT_EQ(Facts(path).st_gid, group);
+  for (const uid_t owner : {0, 4321, 1234, 9999}) {
+    ASSERT_EQ(chown((photos + "/a.jpg").c_str(), owner, 8765), 0);
+    for (const mode_t mode : {0644, 0640, 0600}) {
+      SCOPED_TRACE(testing::Message() << owner << " " << std::oct << mode);
+      ASSERT_EQ(chmod((photos + "/a.jpg").c_str(), mode), 0);
+      for (const std::string& name : Names(store)) fs::remove_all(store + "/" + name);
+      EXPECT_EQ(Ask({photos + "/a.jpg", inStore}), In(beside));
+      for (const std::string& path : {inStore, store + photos + "/.tavi_ea", store + photos}) {
+        EXPECT_EQ(Facts(path).st_uid, 1234u) << path;
+        EXPECT_EQ(Facts(path).st_gid, 8765u) << path;
+      }
+      EXPECT_EQ(ModeOf(inStore) & 0007u, mode == 0644 ? 05u : 0u);
+      EXPECT_EQ(Facts(store + folder.Path()).st_gid, Facts(folder.Path()).st_gid);
+    }
   }
+}
+
+TEST_F(EAStore, LetsTheOwnerOfThePhotoIn) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root";
+  const std::string source = photos + "/a.jpg";
+  ASSERT_EQ(chown(store.c_str(), kServiceUser, kServiceUser) | chown(source.c_str(), 4321, 4321), 0);
+  ASSERT_EQ(chmod(source.c_str(), 0600), 0);
+  EXPECT_EQ(Ask({source, inStore}), In(beside));
+  if (Attribute(inStore, kAccessAcl) == "none") GTEST_SKIP() << "needs a volume with ACLs";
+  EXPECT_EQ(Attribute(inStore, kAccessAcl),
+            AclOf({{ACL_USER_OBJ, 7}, {ACL_USER, 5, 4321}, {ACL_GROUP_OBJ, 0}, {ACL_MASK, 5}, {ACL_OTHER, 0}}));
 }
 
 TEST_F(EAStore, GivesNothingToAGroupThatItsUserCannotGiveItTo) {
@@ -234,16 +272,31 @@ TEST_F(EAStore, GivesNothingToAGroupThatItsUserCannotGiveItTo) {
   ASSERT_EQ(chown(photos.c_str(), 0, 8765), 0);
   ASSERT_EQ(chmod(photos.c_str(), 0751), 0);
   EXPECT_EQ(Ask({photos + "/a.jpg", inStore}), In(inStore));
-  EXPECT_EQ(ModeOf(inStore), 0711u);
-  EXPECT_EQ(Facts(inStore).st_uid, kServiceUser);
+  const std::pair<std::string, mode_t> rows[] = {
+      {store + photos, 0711}, {store + photos + "/.tavi_ea", 0711}, {inStore, 0755}};
+  for (const auto& [path, mode] : rows) {
+    EXPECT_EQ(ModeOf(path), mode) << path;
+    EXPECT_EQ(Facts(path).st_uid, kServiceUser) << path;
+  }
 }
 
 TEST_F(EAStore, TakesNoWriteRightFromAnAcl) {
-  const std::string acl = AclWithUser(7, 7, 4711, 7);
+  if (!SetAttribute(photos, kAccessAcl, AclWithUser(7, 7, 4711, 7))) GTEST_SKIP() << "needs a volume with ACLs";
+  EXPECT_EQ(Ask({photos + "/a.jpg", inStore}), In(beside));
+  EXPECT_EQ(Attribute(store + photos, kAccessAcl), AclWithUser(7, 1, 4711, 1));
+  EXPECT_EQ(Attribute(store + photos + "/.tavi_ea", kAccessAcl), AclWithUser(7, 5, 4711, 5));
+  EXPECT_EQ(ModeOf(store + photos), 0710u);
+  EXPECT_EQ(ModeOf(store + photos + "/.tavi_ea"), 0750u) << "the group's bits are the mask";
+}
+
+// A mask without search permission leaves nothing of the ACL, by which the user may do less than others.
+TEST_F(EAStore, DeniesWhatAnAclDenies) {
+  const std::string acl =
+      AclOf({{ACL_USER_OBJ, 7}, {ACL_USER, 4, 4711}, {ACL_GROUP_OBJ, 4}, {ACL_MASK, 4}, {ACL_OTHER, 1}});
   if (!SetAttribute(photos, kAccessAcl, acl)) GTEST_SKIP() << "needs a volume with ACLs";
   EXPECT_EQ(Ask({photos + "/a.jpg", inStore}), In(beside));
-  EXPECT_EQ(ModeOf(inStore) & 0777u, 0750u) << "the group's bits are the mask";
-  EXPECT_NE(Attribute(inStore, kAccessAcl), "none");
+  EXPECT_EQ(ModeOf(store + photos), 0700u);
+  EXPECT_EQ(Attribute(store + photos, kAccessAcl), "none");
 }
 
 TEST_F(EAStore, IsNotWrittenIfOthersMayPutLinksIntoIt) {

@@ -16,8 +16,10 @@
 
 #include "command/batch/worker.h"
 #include "command/output.h"
+#include "system/become.h"
 #include "system/channel.h"
 #include "system/paths.h"
+#include "thumbs/as_owner.h"
 #include "thumbs/temporary_files.h"
 
 namespace tavithumb::apps::command {
@@ -37,9 +39,19 @@ Problem ProblemOf(const EndedChild& worker) {
   return {Kind::kDamaged, "the decoder crashed on this file" + how, "get a fresh copy of it"};
 }
 
+// Root's TMPDIR may be closed to others.
+std::string MakeScratchFolderFor(uid_t user) {
+  const std::string parent = user == 0 ? std::filesystem::temp_directory_path() : "/tmp";
+  std::string folder = MakeScratchFolder(AbsolutePath(JoinPath(parent, "tavithumb-make.XXXXXX")));
+  if (user == 0 || lchown(folder.c_str(), user, static_cast<gid_t>(-1)) == 0) return folder;
+  const int reason = errno;
+  rmdir(folder.c_str());
+  throw std::system_error(reason, std::generic_category(), folder);
+}
+
 }  // namespace
 
-Pool::Pool(std::size_t maximum, Order order) : maximum_(maximum), order_(std::move(order)) {}
+Pool::Pool(std::size_t maximum, Order order) : isRoots_(IsRoot()), maximum_(maximum), order_(std::move(order)) {}
 
 Pool::~Pool() {
   supervisor_.StopAll();
@@ -56,7 +68,8 @@ std::size_t Pool::Running() const {
 
 bool Pool::Dispatch(const std::string& name) {
   const std::string path = AbsolutePath(name);
-  while (Worker* const worker = FindIdle()) {
+  const uid_t user = isRoots_ ? OwnerFor(path) : 0;
+  while (Worker* const worker = FindIdle(user)) {
     if (send(worker->channel.Number(), path.c_str(), path.size() + 1, MSG_NOSIGNAL) != -1) {
       const Clock::time_point now = Clock::now();
       worker->task = Task{name, path, now, {}};
@@ -68,17 +81,21 @@ bool Pool::Dispatch(const std::string& name) {
   return false;
 }
 
-Pool::Worker* Pool::FindIdle() {
-  const auto idle = std::find_if(workers_.begin(), workers_.end(),
-                                 [](const Worker& worker) { return worker.channel.IsOpen() && !worker.task; });
-  return idle != workers_.end() ? &*idle : StartUnlessFull();
+Pool::Worker* Pool::FindIdle(uid_t user) {
+  const auto idle = std::find_if(workers_.begin(), workers_.end(), [user](const Worker& worker) {
+    return worker.channel.IsOpen() && !worker.task && worker.user == user;
+  });
+  return idle != workers_.end() ? &*idle : StartUnlessFull(user);
 }
 
 // Continues with fewer workers if the system refuses to start more.
-Pool::Worker* Pool::StartUnlessFull() {
-  if (workers_.size() >= maximum_) return nullptr;
+Pool::Worker* Pool::StartUnlessFull(uid_t user) {
+  if (workers_.size() >= maximum_) {
+    MakeRoom();
+    return nullptr;
+  }
   try {
-    workers_.push_back(StartWorker());
+    workers_.push_back(StartWorker(user));
     return &workers_.back();
   } catch (const std::system_error&) {
     if (workers_.empty()) throw;
@@ -87,14 +104,24 @@ Pool::Worker* Pool::StartUnlessFull() {
   }
 }
 
-Pool::Worker Pool::StartWorker() {
+// Has an idle worker exit, unless one is about to.
+void Pool::MakeRoom() {
+  const auto isIdle = [](const Worker& worker) { return !worker.task; };
+  const auto exits = [](const Worker& worker) { return !worker.task && !worker.channel.IsOpen(); };
+  if (std::any_of(workers_.begin(), workers_.end(), exits)) return;
+  const auto idle = std::find_if(workers_.begin(), workers_.end(), isIdle);
+  if (idle != workers_.end()) idle->channel = FileDescriptor();
+}
+
+Pool::Worker Pool::StartWorker(uid_t user) {
   auto [ours, theirs] = OpenChannel();
   Worker worker;
+  worker.user = user;
   worker.channel = std::move(ours);
-  worker.scratch = MakeScratchFolder(std::filesystem::temp_directory_path() / "tavithumb-make.XXXXXX");
+  worker.scratch = MakeScratchFolderFor(user);
   ChildProcess child;
   child.channel = theirs.Number();
-  child.work = [&] { RunWorkerLoop(child.channel, worker.scratch, order_); };
+  child.work = [&] { RunWorkerLoop({child.channel, worker.scratch, isRoots_, user}, order_); };
   try {
     worker.process = supervisor_.Start(child);
   } catch (const std::system_error&) {
@@ -115,7 +142,10 @@ void Pool::AddTo(std::vector<pollfd>* descriptors) const {
 std::vector<Done> Pool::Collect() {
   std::vector<Done> done;
   for (Worker& worker : workers_) Receive(&worker, &done);
-  for (const EndedChild& ended : supervisor_.Collect()) CleanUp(ended, &done);
+  // Cleaning up may take the notice of another worker's end.
+  for (auto ended = supervisor_.Collect(); !ended.empty(); ended = supervisor_.Collect()) {
+    for (const EndedChild& worker : ended) CleanUp(worker, &done);
+  }
   return done;
 }
 
@@ -153,12 +183,24 @@ void Pool::CleanUp(const EndedChild& ended, std::vector<Done>* done) {
 }
 
 void Pool::FinishEnded(Worker* worker, const EndedChild& ended, std::vector<Done>* done) {
-  const Report& last = worker->task->last;
-  if (!last.making.entry.empty()) RemoveHalfMade(worker->task->path, last.making);
+  if (!worker->task->last.making.entry.empty()) RemoveHalfMadeOf(*worker);
   if (ended.wasStopped) return;
-  Result result = last.result;
+  Result result = worker->task->last.result;
   result.Fail("", ProblemOf(ended));
   Finish(worker, std::move(result), done);
+}
+
+// Like the worker, with the rights of its user.
+void Pool::RemoveHalfMadeOf(const Worker& worker) const {
+  const std::string& path = worker.task->path;
+  const Making& making = worker.task->last.making;
+  if (!isRoots_) return RemoveHalfMade(path, making);
+  ChildProcess child;
+  child.work = [&] {
+    std::string inside;
+    if (!WhyNotBecome(worker.user) && !WhyNotEnter(path, &inside)) RemoveHalfMade(inside, making);
+  };
+  Supervisor::Run(child, noDeadline);
 }
 
 }  // namespace tavithumb::apps::command

@@ -27,7 +27,8 @@ struct Done {
 
 // Processes files in forked workers, one file at a time each: the library makes one thumbnail at a time, and a file
 // that crashes a decoder kills only one worker. That file fails, as does one that takes too long, and another worker
-// replaces the dead one. A worker receives paths over a socket, and sends back reports.
+// replaces the dead one. A worker receives paths over a socket, and sends back reports. Root's workers have one owner
+// of folders each: for the files of another, an idle one makes room.
 class Pool {
  public:
   Pool(std::size_t maximum, Order order);
@@ -61,19 +62,23 @@ class Pool {
 
   struct Worker {
     pid_t process = -1;
+    uid_t user = 0;          // whose files it processes; root's only
     FileDescriptor channel;  // closed when the worker has exited, or gets no more files
     std::string scratch;
     std::optional<Task> task;
   };
 
-  Worker* FindIdle();
-  Worker* StartUnlessFull();
-  Worker StartWorker();
+  Worker* FindIdle(uid_t user);
+  Worker* StartUnlessFull(uid_t user);
+  void MakeRoom();
+  Worker StartWorker(uid_t user);
   void Receive(Worker* worker, std::vector<Done>* done);
   void Finish(Worker* worker, Result result, std::vector<Done>* done);
   void CleanUp(const EndedChild& ended, std::vector<Done>* done);
   void FinishEnded(Worker* worker, const EndedChild& ended, std::vector<Done>* done);
+  void RemoveHalfMadeOf(const Worker& worker) const;
 
+  const bool isRoots_;
   std::size_t maximum_;
   Order order_;
   Supervisor supervisor_;

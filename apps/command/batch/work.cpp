@@ -19,6 +19,7 @@
 #include "thumbs/answer.h"
 #include "thumbs/lookup.h"
 #include "thumbs/making.h"
+#include "thumbs/privacy.h"
 #include "thumbs/reasons.h"
 #include "thumbs/rendering.h"
 #include "thumbs/source_facts.h"
@@ -204,6 +205,7 @@ Result WorkOn(const std::string& path, const Order& order, const Announce& annou
     return result;
   }
   const SourceLock lock(path);
+  if (!order.isDryRun) RestrictFoldersToReadersOf(path);
   try {
     Sizes sizes(path, order, announce, &result);
     sizes.RenderMissing();

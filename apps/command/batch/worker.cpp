@@ -8,11 +8,13 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <optional>
 #include <system_error>
 
 #include "command/batch/report.h"
 #include "system/file_rules.h"
 #include "system/priority.h"
+#include "thumbs/as_owner.h"
 #include "thumbs/store.h"
 #include "thumbs/temporary_files.h"
 
@@ -37,24 +39,48 @@ void EnterRules(const Order& order) {
   rules.Enter();
 }
 
+// The files of one user, or as the user who started the program.
+class Work {
+ public:
+  Work(const WorkerPlace& place, const Order& order) : place_(place), order_(order) {
+    if (place.isRoots) refusal_ = WhyNotBecome(place.user);
+  }
+
+  Result On(const std::string& path, const Announce& announce) const {
+    if (!place_.isRoots) return WorkOn(path, order_, announce);
+    std::string inside;
+    const std::optional<Problem> problem = refusal_ ? refusal_ : WhyNotEnter(path, &inside);
+    if (!problem) return WorkOn(inside, order_, announce);
+    Result result;
+    result.Fail("", *problem);
+    return result;
+  }
+
+ private:
+  const WorkerPlace& place_;
+  const Order& order_;
+  std::optional<Problem> refusal_;
+};
+
 }  // namespace
 
-void RunWorkerLoop(int channel, const std::string& scratch, const Order& order) {
+void RunWorkerLoop(const WorkerPlace& place, const Order& order) {
   if (!order.isEager) RunWhenIdle();
   EnterRules(order);
-  UseScratchFolder(scratch);
+  const Work work(place, order);
+  UseScratchFolder(place.scratch);
   // The workers already run in parallel: their tools need no threads.
   setenv("MAGICK_THREAD_LIMIT", "1", 0);  // NOLINT(concurrency-mt-unsafe): there is one thread
-  const auto announce = [channel](const Result& soFar, const Making& making) { Send(channel, {soFar, making}); };
+  const auto announce = [&](const Result& soFar, const Making& making) { Send(place.channel, {soFar, making}); };
   std::string message(longestMessage, '\0');
-  while (recv(channel, message.data(), message.size(), 0) > 0) {
+  while (recv(place.channel, message.data(), message.size(), 0) > 0) {
     // Updates the folder's time, so that `clean` does not remove it as abandoned.
-    utimensat(AT_FDCWD, scratch.c_str(), nullptr, 0);
+    utimensat(AT_FDCWD, place.scratch.c_str(), nullptr, 0);
     const std::string path = message.c_str();  // NOLINT(readability-redundant-string-cstr): it ends with its NUL
-    Send(channel, {WorkOn(path, order, announce), {}});
+    Send(place.channel, {work.On(path, announce), {}});
   }
   std::error_code ignored;
-  std::filesystem::remove_all(scratch, ignored);  // no other process does if the parent was killed
+  std::filesystem::remove_all(place.scratch, ignored);  // no other process does if the parent was killed
 }
 
 }  // namespace tavithumb::apps::command

@@ -106,11 +106,11 @@ void Options::AddStoreToRead(StoreArguments* value) const {
 }
 
 void UseStoreOf(const StoreArguments& arguments) {
-  UseStore({arguments.folder.value_or(""), arguments.isForAll, true});
+  UseStore({arguments.folder.value_or(""), arguments.isForAll, true, true});
 }
 
 void UseStoreToRead(const StoreArguments& arguments) {
-  UseStore({arguments.folder.value_or(""), false, false});
+  UseStore({arguments.folder.value_or(""), false, false, true});
 }
 
 void Options::SetUsageOfNames(const std::string& usage) const {

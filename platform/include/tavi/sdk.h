@@ -18,8 +18,13 @@ int TAVIEAPath(int, const char* source, const char* eaName, char* buffer, size_t
  * but must not be written to, because another user has put it there, is a failure too. */
 int TAVIEADirPath(int, const char* source, char* buffer, size_t size);
 
-/* Creates that EA directory; the first argument is 1. It gets the owner, group, ACL and mode of the source's folder, as
- * far as the process and the volume can. Returns 0 when it now exists, non-zero with errno set otherwise. A process
+/* Creates that EA directory; the first argument is 1. The directory above it, which it shares with the other files of
+ * the source's folder, gets the owner, group, ACL and mode of that folder. It itself is as private as its source, the
+ * file of that name in the folder: those who may read the source may search and read it, nobody else may; of these,
+ * those who may write in the folder may write. It belongs to the source's owner where the folder does too, else to the
+ * process's user. Without a source it gets the rights of the folder. If it exists, it gets these rights again, but
+ * keeps its owner; another user's is left as it is. All this as far as the process and the volume can: nobody gets a
+ * right because something could not be set. Returns 0 when it now exists, non-zero with errno set otherwise. A process
  * that is killed may leave an empty directory ".tavi_mkdir." and six characters next to it or to its parent. */
 int TAVIEAMKDir(int, const char* eaDir);
 

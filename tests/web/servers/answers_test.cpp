@@ -228,6 +228,88 @@ TEST_P(Answers, SendAnOriginalThatBrowsersCanShow) {
   }
 }
 
+TEST_P(Answers, SendTheVideosThatSomeBrowsersPlay) {
+  const Site site(GetParam());
+  const std::pair<const char*, const char*> rows[] = {
+      {"a.mp4", "video/mp4"},        {"b.M4V", "video/mp4"}, {"c.mov", "video/quicktime"}, {"d.webm", "video/webm"},
+      {"e.mkv", "video/x-matroska"}, {"f.ogv", "video/ogg"}, {"g.3gp", "video/3gpp"}};
+  for (const auto& [name, type] : rows) {
+    SCOPED_TRACE(name);
+    WriteFile(site / name, "<script>alert(1)</script>");
+    const Response response = site.Get(std::string("/original/") + name, {"Range: bytes=1-6"});
+    EXPECT_EQ(response.status, 206);
+    EXPECT_EQ(response.Header("content-type"), type);
+    EXPECT_EQ(response.Header("x-content-type-options"), "nosniff");
+    EXPECT_EQ(response.Header("content-disposition"), "");
+    EXPECT_EQ(response.body, "script");
+  }
+}
+
+TEST_P(Answers, DownloadTheOriginalOfEverything) {
+  const Site site(GetParam());
+  MakePng(site / "draw\"ing\".png", 8, 6);
+  for (const char* name : {"phone.heic", "camera.nef", "film.avi", "film.mp4", "Z\xc3\xbcrich.jpg"})
+    WriteFile(site / name, "<script>alert(1)</script>");
+  const std::pair<std::string, std::string> rows[] = {
+      {"draw%22ing%22.png", "filename=\"draw_ing_.png\"; filename*=UTF-8''draw%22ing%22.png"},
+      {"phone.heic", "filename=\"phone.heic\"; filename*=UTF-8''phone.heic"},
+      {"camera.nef", "filename=\"camera.nef\"; filename*=UTF-8''camera.nef"},
+      {"film.avi", "filename=\"film.avi\"; filename*=UTF-8''film.avi"},
+      {"film.mp4", "filename=\"film.mp4\"; filename*=UTF-8''film.mp4"},
+      {"Z%C3%BCrich.jpg", "filename=\"Z_rich.jpg\"; filename*=UTF-8''Z%C3%BCrich.jpg"}};
+  for (const auto& [address, names] : rows) {
+    SCOPED_TRACE(address);
+    const Response response = site.Get("/original/" + address + "?download=1");
+    EXPECT_EQ(response.status, 200);
+    EXPECT_EQ(response.headers, (Headers{{"accept-ranges", "bytes"},
+                                         {"cache-control", response.Header("cache-control")},
+                                         {"content-disposition", "attachment; " + names},
+                                         {"content-length", std::to_string(response.body.size())},
+                                         {"content-type", "application/octet-stream"},
+                                         {"etag", response.Header("etag")},
+                                         {"last-modified", response.Header("last-modified")},
+                                         {"x-content-type-options", "nosniff"}}));
+  }
+  EXPECT_EQ(site.Get("/original/film.avi?download=1").body, "<script>alert(1)</script>");
+  EXPECT_EQ(site.Get("/original/film.avi?download=1", {"Range: bytes=1-6"}).body, "script");
+}
+
+TEST_P(Answers, TellTheFactsOfAPhoto) {
+  const Site site(GetParam());
+  MakeJpeg(site / "photo.jpg", 400, 300);
+  RunTool({"/usr/bin/exiv2", "-Mset Exif.Photo.DateTimeOriginal 2024:05:01 12:30:00",
+           "-Mset Exif.Image.Make NIKON CORPORATION", "-Mset Exif.Image.Model NIKON D3100",
+           "-Mset Exif.Image.Orientation 6", site / "photo.jpg"});
+  WriteFile(site / "film.mp4", "film");
+  const Response response = site.Get("/original/photo.jpg?facts=1");
+  EXPECT_EQ(response.headers, (Headers{{"cache-control", "private, no-cache"},
+                                       {"content-length", std::to_string(response.body.size())},
+                                       {"content-type", "application/json"},
+                                       {"x-content-type-options", "nosniff"}}));
+  EXPECT_EQ(response.body,
+            R"({"mime_type":"image/jpeg","width":400,"height":300,"orientation":6,"rotation":1,"mirror":false,)"
+            R"("heic":false,"preview":null,"colour_space":null,"taken":"2024-05-01T12:30:00",)"
+            R"("camera_make":"NIKON CORPORATION","camera_model":"NIKON D3100","camera":"NIKON D3100"})"
+            "\n");
+  EXPECT_EQ(site.Get("/original/film.mp4?facts=1").body, "{}\n");
+  EXPECT_EQ(site.Ask("HEAD", "/original/photo.jpg?facts=1").headers, response.headers);
+  const Response dates = site.Get("/list/?dates=1");
+  EXPECT_EQ(dates.body, "{\"taken\":{\"photo.jpg\":\"2024-05-01T12:30:00\"},\"next\":null}\n");
+  EXPECT_EQ(site.Get("/list/?dates=1&after=photo.jpg").body, "{\"taken\":{},\"next\":null}\n");
+}
+
+TEST_P(Answers, SayThatAPictureIsTooLarge) {
+  const Site site(GetParam());
+  RunTool({"/usr/bin/convert", "-size", "8x8", "xc:red", "png:" + (site / "vast.png")});
+  std::string vast = ReadFile(site / "vast.png");
+  // The width and height in its header, and their checksum.
+  vast.replace(16, 8, std::string("\x00\x00\x75\x30\x00\x00\x4e\x20", 8));
+  WriteFile(site / "vast.png", vast);
+  const Response response = site.Get("/thumb/vast.png?size=small");
+  EXPECT_EQ(response.status, 422);
+  EXPECT_EQ(response.body, "it is too large to be converted (30000x20000 pixels)\n");
+}
+
 TEST_P(Answers, SendHeifToClientsThatAcceptIt) {
   const Site site(GetParam());
   MakeHeic(site / "phone.heic", 1600, 1200, true);
@@ -374,7 +456,7 @@ TEST_P(Answers, ListAFolder) {
                                        {"vary", "Accept"},
                                        {"x-content-type-options", "nosniff"}}));
   const nlohmann::json expected = {{"path", ""},
-                                   {"folders", {{{"name", "sub"}, {"url", "sub"}}}},
+                                   {"folders", {{{"name", "sub"}, {"url", "sub"}, {"photos", 0}}}},
                                    {"files",
                                     {{{"name", "a b.png"},
                                       {"url", "a%20b.png"},
@@ -389,7 +471,7 @@ TEST_P(Answers, ListAFolder) {
                                       {"type", "mp4"},
                                       {"bytes", 4},
                                       {"modified", 1700000001},
-                                      {"original", false},
+                                      {"original", true},
                                       {"screenshot", false}},
                                      {{"name", "shown.mp4"},
                                       {"url", "shown.mp4"},
@@ -397,7 +479,7 @@ TEST_P(Answers, ListAFolder) {
                                       {"type", "mp4"},
                                       {"bytes", 4},
                                       {"modified", 1700000000},
-                                      {"original", false},
+                                      {"original", true},
                                       {"screenshot", true}}}},
                                    {"unreadable", 0}};
   EXPECT_EQ(nlohmann::json::parse(response.body), expected);
@@ -463,7 +545,7 @@ TEST_P(Answers, GiveTheReasonForAFailure) {
   MakePng(site / "drawing.png", 800, 600);
   WriteFile(site / "text.jpg", "this is text and no picture, whatever its name says");
   WriteFile(site / "notes.txt", "text");
-  WriteFile(site / "film.mp4", "film");
+  for (const char* name : {"film.mp4", "film.avi"}) WriteFile(site / name, "film");
   fs::create_directory(site / "sub");
   const std::string nothing = "there is nothing here\n";
   const std::string badSize =
@@ -479,7 +561,14 @@ TEST_P(Answers, GiveTheReasonForAFailure) {
       {"GET", "/thumb/film.mp4?size=small", 404, "no screenshot is stored for this video\n"},
       {"GET", "/thumb/notes.txt?size=small", 415, "it is not a photo or video by its name\n"},
       {"GET", "/original/notes.txt", 415, "it is not a photo or video by its name\n"},
-      {"GET", "/original/film.mp4", 415, "a browser cannot show the original\n"},
+      {"GET", "/original/film.avi", 415, "a browser cannot show the original\n"},
+      {"GET", "/original/missing.mp4?download=1", 404, nothing},
+      {"GET", "/original/sub?download=1", 404, nothing},
+      {"GET", "/original/notes.txt?download=1", 415, "it is not a photo or video by its name\n"},
+      {"GET", "/original/drawing.png?download=1&facts=1", 400, "unknown parameter\n"},
+      {"GET", "/original/text.jpg?facts=1", 422, "its content is not in a known image format\n"},
+      {"GET", "/original/missing.jpg?facts=1", 404, nothing},
+      {"GET", "/list/missing?dates=1", 404, nothing},
       {"GET", "/thumb/text.jpg?size=small", 422, "its content is not in a known image format\n"},
       {"GET", "/thumb/drawing.png?size=giant", 400, badSize},
       {"GET", "/thumb/drawing.png?size=0", 400, badSize},

@@ -252,8 +252,10 @@ TEST(RootsWithNames, AreTheStartOfTheAddresses) {
   options.prefix = "/gallery";
   const Site site(Front::kNginxScgi, options);
   EXPECT_EQ(site.Get("/list/").body,
-            "{\"path\":\"\",\"folders\":[{\"name\":\"films & more\",\"url\":\"films%20%26%20more\"},"
-            "{\"name\":\"photos\",\"url\":\"photos\"}],\"files\":[],\"unreadable\":0}\n");
+            R"({"path":"","folders":[{"name":"films & more","url":"films%20%26%20more","photos":1,)"
+            R"("cover":"films%20%26%20more/still.png"},)"
+            R"({"name":"photos","url":"photos","photos":1,"cover":"photos/photo.png"}],"files":[],"unreadable":0})"
+            "\n");
   EXPECT_TRUE(site.Get("/original/films%20%26%20more/still.png").body == ReadFile(films / "still.png"));
   EXPECT_TRUE(site.Get("/original/photos/photo.png").body == ReadFile(photos / "photo.png"));
   EXPECT_EQ(site.Get("/original/photos/still.png").status, 404);

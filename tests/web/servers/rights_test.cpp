@@ -51,8 +51,8 @@ TEST_F(Rights, OmitFoldersThatCannotBeReadAndCountThem) {
   fs::create_symlink("closed/inside", site / "link");
   const std::string list = Get(site, "/list/");
   EXPECT_EQ(list.substr(list.find("\r\n\r\n") + 4),
-            "{\"path\":\"\",\"folders\":[{\"name\":\"open\",\"url\":\"open\"}],\"files\":[],\"unreadable\":4,"
-            "\"not_stored\":\"no thumbnail can be written next to it\"}\n");
+            "{\"path\":\"\",\"folders\":[{\"name\":\"open\",\"url\":\"open\",\"photos\":0}],\"files\":[],"
+            "\"unreadable\":4,\"not_stored\":\"no thumbnail can be written next to it\"}\n");
   for (const char* name : {"closed", "passable"}) {
     EXPECT_EQ(Get(site, std::string("/list/") + name), Error("403 Forbidden", "permission denied\n")) << name;
   }

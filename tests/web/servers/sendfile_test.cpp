@@ -45,6 +45,11 @@ TEST_P(SentByTheServer, AreThumbnailsAndOriginals) {
              "image/png");
   ExpectSent(site.Get("/original/photo.jpg"), site / "photo.jpg", "image/jpeg");
   ExpectSent(site.Get("/original/sub/drawing.png"), site / "sub/drawing.png", "image/png");
+  WriteFile(site / "film.mp4", "film");
+  ExpectSent(site.Get("/original/film.mp4"), site / "film.mp4", "video/mp4");
+  const Response download = site.Get("/original/film.mp4?download=1");
+  ExpectSent(download, site / "film.mp4", "application/octet-stream");
+  EXPECT_EQ(download.Header("content-disposition"), "attachment; filename=\"film.mp4\"; filename*=UTF-8''film.mp4");
 }
 
 TEST_P(SentByTheServer, AreSentInPartsOrNotAtAllAsTheClientAsks) {

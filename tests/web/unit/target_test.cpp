@@ -28,7 +28,7 @@ std::string ErrorOf(const Variables& variables) {
 // The whole target in one line: "/prefix thumb/a.jpg small 0 3 head html heic". Parts with their default value are
 // omitted.
 std::string Describe(const Target& target) {
-  const char* const routes[] = {"thumb", "original", "list"};
+  const char* const routes[] = {"thumb", "original", "download", "facts", "list", "dates"};
   std::string text = target.prefix + (target.prefix.empty() ? "" : " ") + routes[static_cast<int>(target.route)];
   for (const std::string& name : target.path) text += "/" + name;
   const Request& request = target.request;
@@ -36,6 +36,7 @@ std::string Describe(const Target& target) {
   const std::string asked = " " + request.size.name + (box == "0x0" ? "" : box) + " " +
                             std::to_string(request.quarterTurns) + " " + std::to_string(request.options);
   if (asked != "  0 0") text += asked;
+  if (!target.after.empty()) text += " after " + target.after;
   if (target.isHead) text += " head";
   if (target.wantsHtml) text += " html";
   return text + (request.acceptHeic ? " heic" : "");
@@ -92,6 +93,11 @@ TEST(Target, IsParsedFromTheAddress) {
       {"/original/list/thumb", "original/list/thumb"},
       {"/list/%25%32%65%3F", "list/%2e?"},
       {"/list/%0a%5C#", "list/\n\\#"},
+      {"/original/a.jpg?download=1", "download/a.jpg"},
+      {"/original/a.jpg?facts=1", "facts/a.jpg"},
+      {"/list/a?dates=1", "dates/a"},
+      {"/list/?dates=1&after=", "dates"},
+      {"/list/?after=a%20b%2F%FF&dates=1", "dates after a b/\xff"},
       {"/list", "list"},
       {"/list/", "list"},
       {"/list/a", "list/a"},
@@ -216,6 +222,14 @@ TEST(Target, AcceptsEachKnownParameterOnce) {
       {"/original/a.jpg?size=small", "400 unknown parameter"},
       {"/original/a.jpg?rotate=0", "400 unknown parameter"},
       {"/original/a.jpg?&", "400 a parameter is given more than once"},
+      {"/original/a.jpg?download=1&facts=1", "400 unknown parameter"},
+      {"/original/a.jpg?download=0", "400 'download' must be 1"},
+      {"/original/a.jpg?facts", "400 'facts' must be 1"},
+      {"/original/a.jpg?dates=1", "400 unknown parameter"},
+      {"/thumb/a.jpg?size=small&download=1", "400 unknown parameter"},
+      {"/list/?dates=2", "400 'dates' must be 1"},
+      {"/list/?after=a", "400 unknown parameter"},
+      {"/list/?download=1", "400 unknown parameter"},
       {"/list/?size=small", "400 unknown parameter"},
       {"/list/?x", "400 unknown parameter"},
   };
