@@ -104,7 +104,7 @@ std::string Fingerprint(std::string_view text) {
   std::uint64_t hash = 0xcbf29ce484222325;
   for (const char byte : text) hash = (hash ^ static_cast<unsigned char>(byte)) * 0x100000001b3;
   std::array<char, 17> digits = {};
-  std::snprintf(digits.data(), digits.size(), "%016llx", static_cast<unsigned long long>(hash));
+  static_cast<void>(std::snprintf(digits.data(), digits.size(), "%016llx", static_cast<unsigned long long>(hash)));
   return digits.data();
 }
 

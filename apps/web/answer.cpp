@@ -203,7 +203,7 @@ void AnswerTarget(const Target& target, const Delivery& delivery) {
 
 void Refuse(const Variables& variables, const HttpError& error, RequestState* state) {
   state->hasAnswered = true;
-  std::fputs(ErrorResponse(error, ValueOf(variables, "REQUEST_METHOD") != "HEAD").c_str(), stdout);
+  static_cast<void>(std::fputs(ErrorResponse(error, ValueOf(variables, "REQUEST_METHOD") != "HEAD").c_str(), stdout));
   syslog(LOG_NOTICE, "%s: %d %s", state->request.data(), error.Code(), error.what());
 }
 

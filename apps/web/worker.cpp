@@ -21,7 +21,7 @@ namespace tavithumb::apps::web {
 namespace {
 
 constexpr unsigned mostRequests = 1000;
-constexpr std::size_t mostMemory = 16 * 1048576;  // bytes that may be lost
+constexpr std::size_t mostMemory = std::size_t{16} * 1048576;  // bytes that may be lost
 
 // What must be the same after each request.
 class Surroundings {
@@ -63,17 +63,17 @@ void Nudge(int channel) {
   send(channel, "", 1, MSG_NOSIGNAL);
 }
 
-// Not open if the parent has closed the channel.
-FileDescriptor AwaitConnection(int channel) {
+// Waits for a connection. False if the parent has closed the channel.
+bool TakeConnection(int channel) {
   constexpr int patience = 100;  // milliseconds
   pollfd entry = {channel, POLLIN, 0};
   if (poll(&entry, 1, patience) == 0) Nudge(channel);
-  return ReceiveDescriptor(channel);
+  const FileDescriptor connection = ReceiveDescriptor(channel);
+  if (connection.IsOpen()) UseAsStandard(connection.Number());
+  return connection.IsOpen();
 }
 
-void AnswerOne(FileDescriptor connection, const Turn& turn, const std::function<void(const Turn&)>& answer) {
-  UseAsStandard(connection.Number());
-  connection = FileDescriptor();
+void AnswerOne(const Turn& turn, const std::function<void(const Turn&)>& answer) {
   answer(turn);
   turn.state->hasAnswered = true;
   static_cast<void>(std::fflush(stdout));
@@ -90,9 +90,8 @@ void RunWorkerLoop(int channel, RequestState* state, const std::function<void(co
                        Nudge(channel);
                      }};
   for (unsigned answered = 1;; ++answered) {
-    FileDescriptor connection = AwaitConnection(channel);
-    if (!connection.IsOpen()) return;
-    AnswerOne(std::move(connection), turn, answer);
+    if (!TakeConnection(channel)) return;
+    AnswerOne(turn, answer);
     UseAsStandard(nowhere.Number());
     const bool isLast = answered == mostRequests || state->isWorkersLast || !before.AreUnchanged();
     state->progress = isLast ? Progress::kLast : Progress::kDone;

@@ -19,7 +19,9 @@ expected=$(
   echo ./bin/tavithumb
   echo ./libexec/tavithumb-convert
   echo ./sbin/tavithumb-web
-  for file in index.html page.css page.js icon.svg; do echo "./share/tavithumb/page/$file"; done
+  for file in icon.svg index.html page.css {address,dom,facts,grid,keys,list,loader,order,page,viewer,zoom}.js; do
+    echo "./share/tavithumb/page/$file"
+  done
   echo ./share/tavithumb/imagemagick/policy.xml
   for page in man1/tavithumb.1 man3/libtavithumb.3 man7/tavithumb-names.7 man8/tavithumb-convert.8 man8/tavithumb-web.8; do
     echo "./share/man/$page"

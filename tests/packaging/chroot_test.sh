@@ -179,7 +179,7 @@ web_program_works() {
   local answer
   inside install -d -o tavithumb -g tavithumb /srv/photos/.tavi_ea/picture.png || return
   answer=$(inside runuser -u tavithumb -- env GATEWAY_INTERFACE=CGI/1.1 REQUEST_METHOD=HEAD \
-    REQUEST_URI='/thumb/photos/picture.png?size=medium' tavithumb-web --config /etc/tavithumb/web.conf | tr -d '\r')
+    REQUEST_URI='/thumb/picture.png?size=medium' tavithumb-web --config /etc/tavithumb/web.conf | tr -d '\r')
   echo "$answer"
   grep -qx 'Content-Type: image/png' <<<"$answer" && [ -s "$root/srv/photos/.tavi_ea/picture.png/TAVIFILE_THUMB_M.png" ]
 }

@@ -44,16 +44,16 @@ check_site() { # check_site NAME PORT
   local user=(-u 'eva:open sesame')
   for _ in {1..100}; do ask -o "$work/body" "$site/" && break; sleep 0.05; done
   expect "$1, page without a password" 401 -o "$work/body" -w '%{http_code}' "$site/"
-  expect "$1, thumbnail without a password" 401 -o "$work/body" -w '%{http_code}' "$site/thumb/photos/a%20b.png?size=small"
+  expect "$1, thumbnail without a password" 401 -o "$work/body" -w '%{http_code}' "$site/thumb/a%20b.png?size=small"
   expect "$1, page" '200 text/html' "${user[@]}" -o "$work/body" -w '%{http_code} %{content_type}' "$site/"
   cmp -s "$work/body" "$source/apps/web/page/index.html" || fail "$1: another page"
   ask "${user[@]}" -o "$work/body" -D "$work/headers" "$site/"
   grep -qi "^content-security-policy: default-src 'none'" "$work/headers" || fail "$1: no content security policy"
   expect "$1, page without its slash" '301' "${user[@]}" -o "$work/body" -w '%{http_code}' "${site}"
-  expect "$1, list" '{"path":"","folders":[{"name":"photos","url":"photos","photos":1,"cover":"photos/a%20b.png"}],"files":[],"unreadable":0}' \
-    "${user[@]}" "$site/list/"
-  expect "$1, thumbnail" '200 image/png' "${user[@]}" "${status[@]}" "$site/thumb/photos/a%20b.png?size=small"
-  ask "${user[@]}" -o "$work/body" -D "$work/headers" "$site/original/photos/a%20b.png"
+  ask "${user[@]}" "$site/list/" | grep -q '^{"path":"","folders":\[\],"files":\[{"name":"a b.png","url":"a%20b.png",' ||
+    fail "$1: another list"
+  expect "$1, thumbnail" '200 image/png' "${user[@]}" "${status[@]}" "$site/thumb/a%20b.png?size=small"
+  ask "${user[@]}" -o "$work/body" -D "$work/headers" "$site/original/a%20b.png"
   cmp -s "$work/body" "$work/photos/a b.png" || fail "$1: another original"
   for header in 'cache-control: private, max-age=300, must-revalidate' 'x-content-type-options: nosniff'; do
     [ "$(grep -ci "^$header" "$work/headers")" -eq 1 ] || fail "$1: not one '$header'"
@@ -64,9 +64,10 @@ check_site() { # check_site NAME PORT
     cmp -s "$work/body" "$module" || fail "$1: another ${module##*/}"
   done
   expect "$1, addresses for the web server itself" 404 "${user[@]}" -o "$work/body" -w '%{http_code}' \
-    "$site/files/photos/a%20b.png"
+    "$site/files/a%20b.png"
+  expect "$1, protocol" 2 "${user[@]}" -o "$work/body" -w '%{http_version}' "$site/list/"
   expect "$1, encoded way out" 404 "${user[@]}" -o "$work/body" -w '%{http_code}' --path-as-is \
-    "$site/original/photos/..%2f..%2fetc%2fpasswd"
+    "$site/original/..%2f..%2fetc%2fpasswd"
 }
 
 mkdir -p "$work/photos" "$work/temporary" "$work/bin"
@@ -116,7 +117,7 @@ serve_lighttpd() { # serve_lighttpd PORT VARIANT
     echo "server.modules = ()"
     echo "server.document-root = \"$work/temporary\""
     echo "server.bind = \"127.0.0.1\""
-    echo "server.port = $(free_port)"
+    echo "server.port = $plain"
     echo "server.errorlog = \"$work/lighttpd.log\""
     echo 'mimetype.assign = ( ".html" => "text/html", ".css" => "text/css", ".js" => "text/javascript" )'
     adapt lighttpd.conf "$1" "$2"
@@ -133,8 +134,11 @@ for server in nginx lighttpd; do
     start_program "$sendfile"
     for variant in by_scgi by_cgi; do
       port=$(free_port)
+      plain=$(free_port)
       "serve_$server" "$port" "$variant"
       check_site "$server $variant $sendfile" "$port"
+      [ "$server" = nginx ] || expect "$server, without TLS" "301 https://127.0.0.1:$plain/photos/list/?a=b" \
+        -o "$work/body" -w '%{http_code} %{redirect_url}' "http://127.0.0.1:$plain/photos/list/?a=b"
       stop $!
     done
     stop "$service"
