@@ -28,8 +28,8 @@ struct Sendfile {
 Sendfile ReadSendfile(const std::string& header, const Variables& variables);
 
 // The header's line for the file at `path`, which is absolute and without links; "" if the program sends the files, or
-// this one: a file that is neither below a root nor in the store, or whose address would begin with storeName like those
-// in the store.
+// this one: a file that is neither below a root nor in the store, or whose address would begin with storeName like
+// those in the store.
 std::string SendfileLine(const Sendfile& sendfile, const Roots& roots, const std::string& path);
 
 }  // namespace tavithumb::apps::web
