@@ -425,17 +425,21 @@ TEST_F(Privacy, ThatHasChangedIsRestoredByMakeAndClean) {
 
 TEST_F(Privacy, OfAPhotoIsThatOfItsThumbnailsInAStore) {
   const std::string store = outside / "store", inStore = store + stored;
-  MakeFolder(store, kOwner);
-  for (const Arguments& command : {Arguments{"make", "--store-all", "--sizes", "small"}, Arguments{"clean"}}) {
-    for (const auto& [folderMode, mode] : {std::pair{0755, 0644}, {0755, 0600}, {0700, 0644}, {0755, 0666}}) {
-      SCOPED_TRACE(command.front() + " " + std::to_string(folderMode) + " " + std::to_string(mode));
-      ASSERT_EQ(chmod(photos.c_str(), folderMode) | chmod(photo.c_str(), mode), 0);
-      Arguments arguments = command;
-      arguments.insert(arguments.end(), {"--store", store, photos});
-      EXPECT_EQ(run(arguments).code, 0);
-      EXPECT_TRUE(MayRead(kOwner, inStore));
-      for (const uid_t other : {kNobody, kOtherOwner}) {
-        EXPECT_EQ(MayRead(other, inStore), folderMode == 0755 && (mode & S_IROTH) != 0) << other;
+  for (const uid_t owner : {kOwner, uid_t{0}}) {
+    fs::remove_all(store);
+    MakeFolder(store, owner);
+    for (const std::string& path : {photos, photo}) GiveTo(owner, path);
+    for (const Arguments& command : {Arguments{"make", "--store-all", "--sizes", "small"}, Arguments{"clean"}}) {
+      for (const auto& [folderMode, mode] : {std::pair{0755, 0644}, {0755, 0600}, {0700, 0644}, {0755, 0666}}) {
+        SCOPED_TRACE(command.front() + " of " + std::to_string(owner) + " " + std::to_string(mode));
+        ASSERT_EQ(chmod(photos.c_str(), folderMode) | chmod(photo.c_str(), mode), 0);
+        Arguments arguments = command;
+        arguments.insert(arguments.end(), {"--store", store, photos});
+        EXPECT_EQ(run(arguments).code, 0);
+        EXPECT_TRUE(MayRead(owner, inStore));
+        for (const uid_t other : {kNobody, kOtherOwner}) {
+          EXPECT_EQ(MayRead(other, inStore), folderMode == 0755 && (mode & S_IROTH) != 0) << other;
+        }
       }
     }
   }
