@@ -22,6 +22,8 @@
 #include "thumbs/facts_in_bounds.h"
 #include "thumbs/privacy.h"
 #include "thumbs/reasons.h"
+#include "thumbs/store.h"
+#include "thumbs/store_size.h"
 
 namespace tavithumb::apps::command {
 namespace {
@@ -51,7 +53,7 @@ bool AreUnchanged(const struct stat& before, const struct stat& now) {
 
 std::optional<Problem> CheckSourceAndVolume(const std::string& source) {
   if (std::optional<Problem> problem = CheckSource(source)) return problem;
-  if (file::IsDestSupportEAWrite(file::Dirname(source))) return std::nullopt;
+  if (HasPlaceFor(source)) return std::nullopt;
   return NoEntriesOnVolume();
 }
 
@@ -118,14 +120,15 @@ std::optional<Refusal> Store(const Addition& addition, const AddStyle& style, st
   if (style.checkType) {
     if (const auto problem = CheckType(thumbnail, job.GetOutputMimeType())) return Refusal{names.second, *problem};
   }
-  *place = job.GetOnlineOutputDest();
+  *place = NewEntryPath(source, BaseName(job.GetOnlineOutputDest()));
   if (const auto problem = CheckPlace(*place, PathFromOutside(*place, path))) return Refusal{names.first, *problem};
   const std::optional<struct stat> before = Look(*place);
   const QuietLog quiet;
-  const bool isStored = job.SaveExistingThumbsToEA({{style.size, thumbnail}}, style.mtime, style.checkType);
+  const bool isStored = file::MakeEADir(source) && job.SaveThumbToEA(thumbnail, *place, style.mtime);
   if (isStored && Look(*place)) {
     SetTime(*place, style.mtime, source);
     RestrictToReadersOf(source, *place);
+    CountStored(*place);
     return std::nullopt;
   }
   RemoveHalf(*place, before, thumbnail);

@@ -21,6 +21,7 @@
 #include "thumbs/ea_folder.h"
 #include "thumbs/privacy.h"
 #include "thumbs/source.h"
+#include "thumbs/store.h"
 #include "thumbs/stored_entries.h"
 
 namespace tavithumb::apps::command {
@@ -46,26 +47,38 @@ std::string RemovalReason(const EntryName& entry, Freshness freshness, const str
   return freshness == Freshness::kStale ? "it is older than its source" : "";
 }
 
+// The folder of the sources that a folder of a store mirrors; nothing for a folder that has its sources itself.
+using Sources = std::optional<std::string>;
+
+Source FindSource(const Folder& parent, const Sources& sources, const std::string& name) {
+  return sources ? Source(AT_FDCWD, *sources + "/" + name) : Source(parent.Number(), name);
+}
+
 class Cleaner {
  public:
   explicit Cleaner(const RemovalStyle& style) : isRoots_(IsRoot()), isDryRun_(style.isDryRun), remover_(style) {}
 
   void CleanPath(const std::string& path);
+  void CleanStore();
+  void TrimStore(const StoreSize& size);
   void CleanTemporaryFolder(const std::string& path);
   bool Finish() const { return remover_.Finish(); }
 
  private:
+  bool CleanMirror(const std::string& path);
   void CleanFolder(const std::string& path);
-  void CleanFolder(const Folder& folder);
-  void CleanFile(const std::string& path);
-  void CleanEAFolder(const Folder& folder, const std::string* onlySource);
-  void CleanAsOwner(const Folder& folder, const std::string* onlySource);
-  void CleanEAFolderHere(const Folder& folder, const std::string* onlySource);
-  bool CleanEADirectory(const Folder& folder, const Folder& eaFolder, const std::string& source);
+  bool CleanFolder(const Folder& folder, const Sources& sources);
+  bool CleanInner(const Folder& parent, const std::string& name, const Sources& sources);
+  void CleanFile(const std::string& path, bool isMirrored);
+  bool CleanEAFolder(const Folder& parent, const Sources& sources, const std::string* onlySource);
+  bool CleanAsOwner(const Folder& parent, const Sources& sources, const std::string* onlySource);
+  bool CleanEAFolderHere(const Folder& parent, const Sources& sources, const std::string* onlySource);
+  bool CleanEADirectory(const Folder& eaFolder, const std::string& name, Source source);
+  std::string PathHere(const Folder& entries, const std::string& name) const;
   bool CleanEntry(const Source& source, const Folder& entries, const std::string& name);
   bool CleanTemporaryFile(const Folder& folder, const std::string& name);
   void CleanScratchFolder(const Folder& parent, const std::string& name);
-  void CleanUnfinishedDirectory(const Folder& parent, const std::string& name);
+  bool CleanUnfinishedDirectory(const Folder& parent, const std::string& name);
 
   std::optional<std::vector<std::string>> NamesOf(const Folder& folder);
   void ReportUnlessNotFolder(const std::string& path, int error);
@@ -78,7 +91,25 @@ class Cleaner {
 void Cleaner::CleanPath(const std::string& path) {
   struct stat record = {};
   if (stat(path.c_str(), &record) != 0 && errno != ENOENT) return remover_.Report(path, ProblemOfErrno(errno));
-  return S_ISDIR(record.st_mode) ? CleanFolder(path) : CleanFile(path);
+  const bool isMirrored = !StoreFolder().empty() && CleanMirror(path);
+  return S_ISDIR(record.st_mode) ? CleanFolder(path) : CleanFile(path, isMirrored);
+}
+
+// Whether the store has something of the file or folder, which may be gone.
+bool Cleaner::CleanMirror(const std::string& path) {
+  const std::string folder = MirrorOf(file::Dirname(path)).substr(StoreFolder().size()), name = BaseName(path);
+  const Folder parent = OpenInStore(folder), eaFolder(parent, EAFolderName());
+  const bool hasFile = eaFolder.Stat(name).has_value();
+  if (hasFile) CleanEAFolder(parent, folder, &name);
+  const std::string sources = MirrorOf(path).substr(StoreFolder().size());
+  const Folder mirror = OpenInStore(sources);
+  if (!mirror.IsOpen()) return hasFile;
+  CleanFolder(mirror, sources);
+  return true;
+}
+
+void Cleaner::CleanStore() {
+  CleanFolder(Folder(StoreFolder()), "");
 }
 
 void Cleaner::CleanFolder(const std::string& path) {
@@ -88,86 +119,107 @@ void Cleaner::CleanFolder(const std::string& path) {
     return remover_.Report(path, errno == ENOTDIR ? isLink : ProblemOfErrno(errno));
   }
   if (IsInEAFolder(AbsolutePath(path))) return remover_.Report(path, FolderAmongThumbs());
-  CleanFolder(folder);
+  CleanFolder(folder, IsStore(folder) ? Sources("") : std::nullopt);
 }
 
-void Cleaner::CleanFolder(const Folder& folder) {
+// True if nothing is left of a folder of a store.
+bool Cleaner::CleanFolder(const Folder& folder, const Sources& sources) {
   const auto names = NamesOf(folder);
-  if (!names) return;
-  for (const std::string& name : *names) {
-    const Folder inner(folder, name);
-    if (!inner.IsOpen()) {
-      ReportUnlessNotFolder(folder.PathOf(name), errno);
-    } else if (name == EAFolderName()) {
-      CleanEAFolder(folder, nullptr);
-    } else if (IsUnfinishedEADirectory(name)) {
-      CleanUnfinishedDirectory(folder, name);
-    } else if (inner.Path().size() < PATH_MAX) {  // a longer path has no thumbnails
-      CleanFolder(inner);
-    }
+  if (!names) return false;
+  const auto isKept = [&](const std::string& name) { return !CleanInner(folder, name, sources); };
+  return std::count_if(names->begin(), names->end(), isKept) == 0 && sources.has_value();
+}
+
+// True if the folder was removed.
+bool Cleaner::CleanInner(const Folder& parent, const std::string& name, const Sources& sources) {
+  const Folder folder(parent, name);
+  if (!folder.IsOpen()) {
+    ReportUnlessNotFolder(parent.PathOf(name), errno);
+    return false;
   }
+  if (name == EAFolderName()) return CleanEAFolder(parent, sources, nullptr);
+  if (IsUnfinishedEADirectory(name)) return CleanUnfinishedDirectory(parent, name);
+  if (folder.Path().size() >= PATH_MAX) return false;  // a longer path has no thumbnails
+  Sources inner;
+  if (sources) {
+    inner = JoinPath(*sources + "/", name);
+  } else if (IsStore(folder)) {
+    inner = "";
+  }
+  return CleanFolder(folder, inner) && sources && remover_.RemoveFolder(parent, name);
 }
 
 // A file, which may have been deleted.
-void Cleaner::CleanFile(const std::string& path) {
+void Cleaner::CleanFile(const std::string& path, bool isMirrored) {
   const std::string name = BaseName(path);
   const std::string before = path.substr(0, path.size() - name.size());
   const Folder folder(before.empty() ? "." : before);
   const Folder eaFolder(folder, EAFolderName());
   if (eaFolder.Stat(name)) {
-    CleanEAFolder(folder, &name);
-  } else if (!folder.Stat(name)) {
+    CleanEAFolder(folder, std::nullopt, &name);
+  } else if (!isMirrored && !folder.Stat(name)) {
     remover_.Report(path, ProblemOfErrno(ENOENT));
   }
 }
 
-// In a dry run, root changes nothing.
-void Cleaner::CleanEAFolder(const Folder& folder, const std::string* onlySource) {
-  return isRoots_ && !isDryRun_ ? CleanAsOwner(folder, onlySource) : CleanEAFolderHere(folder, onlySource);
+// True if the folder was removed. In a dry run, root changes nothing.
+bool Cleaner::CleanEAFolder(const Folder& parent, const Sources& sources, const std::string* onlySource) {
+  const bool isOwners = isRoots_ && !isDryRun_;
+  return isOwners ? CleanAsOwner(parent, sources, onlySource) : CleanEAFolderHere(parent, sources, onlySource);
 }
 
 // In a process of the folder's owner, with that folder as its working directory.
-void Cleaner::CleanAsOwner(const Folder& folder, const std::string* onlySource) {
+bool Cleaner::CleanAsOwner(const Folder& parent, const Sources& sources, const std::string* onlySource) {
   const auto work = [&] {
     struct stat record = {};
     std::optional<Problem> problem;
     if (stat(".", &record) == 0) problem = WhyNotBecome(record.st_uid);
-    if (problem) remover_.Report(folder.Path(), *problem);
-    if (!problem) CleanEAFolderHere(Folder::Here(folder), onlySource);
-    return remover_.Totals();
+    if (problem) remover_.Report(parent.Path(), *problem);
+    const bool isRemoved = !problem && CleanEAFolderHere(Folder::Here(parent), sources, onlySource);
+    return (isRemoved ? "+" : "-") + remover_.Totals();
   };
-  const std::optional<std::string> totals = RunInProcess([&] { folder.Enter(); }, work);
-  if (totals) return remover_.SetTotals(*totals);
-  remover_.Report(folder.Path(), {Problem::Kind::kNoMemory, "the process cleaning it died", "run this again"});
+  const std::optional<std::string> outcome = RunInProcess([&] { parent.Enter(); }, work);
+  if (outcome) {
+    remover_.SetTotals(outcome->substr(1));
+    return outcome->front() == '+';
+  }
+  remover_.Report(parent.Path(), {Problem::Kind::kNoMemory, "the process cleaning it died", "run this again"});
+  return false;
 }
 
-void Cleaner::CleanEAFolderHere(const Folder& folder, const std::string* onlySource) {
-  const Folder eaFolder(folder, EAFolderName());
-  const auto sources = NamesOf(eaFolder);
-  if (!sources) return;
-  const auto isKept = [&](const std::string& source) {
-    return (onlySource != nullptr && source != *onlySource) || !CleanEADirectory(folder, eaFolder, source);
+bool Cleaner::CleanEAFolderHere(const Folder& parent, const Sources& sources, const std::string* onlySource) {
+  const Folder eaFolder(parent, EAFolderName());
+  const auto names = NamesOf(eaFolder);
+  if (!names) return false;
+  const auto isKept = [&](const std::string& name) {
+    if (onlySource != nullptr && name != *onlySource) return true;
+    return !CleanEADirectory(eaFolder, name, FindSource(parent, sources, name));
   };
-  if (std::count_if(sources->begin(), sources->end(), isKept) == 0) remover_.RemoveFolder(folder, EAFolderName());
+  return std::count_if(names->begin(), names->end(), isKept) == 0 && remover_.RemoveFolder(parent, EAFolderName());
 }
 
 // True if the directory was removed. While its source exists, it is removed only after it has been empty for an hour: a
 // tool may create its file there long after the folder was made.
-bool Cleaner::CleanEADirectory(const Folder& folder, const Folder& eaFolder, const std::string& source) {
-  const std::optional<struct stat> before = eaFolder.Stat(source);
-  const Folder entries(eaFolder, source);
+bool Cleaner::CleanEADirectory(const Folder& eaFolder, const std::string& name, Source source) {
+  const std::optional<struct stat> before = eaFolder.Stat(name);
+  const Folder entries(eaFolder, name);
   if (!entries.IsOpen() || !before) {
-    ReportUnlessNotFolder(eaFolder.PathOf(source), errno);
+    ReportUnlessNotFolder(eaFolder.PathOf(name), errno);
     return false;
   }
-  Source found(folder.Number(), source);
-  if (!found.TryLock()) return false;
-  if (!isDryRun_ && !found.IsGone()) RestrictFolderToReadersOf(isRoots_ ? "./" + source : folder.PathOf(source));
+  if (!source.TryLock()) return false;
+  if (!isDryRun_ && !source.IsGone()) UpdateRightsOf(PathHere(entries, name));
   const auto names = NamesOf(entries);
   if (!names) return false;
-  const auto isKept = [&](const std::string& name) { return !CleanEntry(found, entries, name); };
+  const auto isKept = [&](const std::string& entry) { return !CleanEntry(source, entries, entry); };
   if (std::count_if(names->begin(), names->end(), isKept) != 0) return false;
-  return (found.IsGone() || (names->empty() && IsOld(*before))) && remover_.RemoveFolder(eaFolder, source);
+  return (source.IsGone() || (names->empty() && IsOld(*before))) && remover_.RemoveFolder(eaFolder, name);
+}
+
+// Root's processes that clean next to the sources are in their folder.
+std::string Cleaner::PathHere(const Folder& entries, const std::string& name) const {
+  const bool isRelative = isRoots_ && !IsInStore(entries.Path());
+  return isRelative ? JoinPath(JoinPath(".", EAFolderName()), name) : entries.Path();
 }
 
 bool Cleaner::CleanEntry(const Source& source, const Folder& entries, const std::string& name) {
@@ -206,10 +258,20 @@ void Cleaner::CleanScratchFolder(const Folder& parent, const std::string& name) 
   if (std::count_if(files->begin(), files->end(), isKept) == 0) remover_.RemoveFolder(parent, name);
 }
 
-void Cleaner::CleanUnfinishedDirectory(const Folder& parent, const std::string& name) {
+bool Cleaner::CleanUnfinishedDirectory(const Folder& parent, const std::string& name) {
   const std::optional<struct stat> record = parent.Stat(name);
   const auto names = NamesOf(Folder(parent, name));
-  if (record && IsOld(*record) && names && names->empty()) remover_.RemoveFolder(parent, name);
+  return record && IsOld(*record) && names && names->empty() && remover_.RemoveFolder(parent, name);
+}
+
+void Cleaner::TrimStore(const StoreSize& size) {
+  const auto removeFile = [this](const Folder& folder, const std::string& name, const struct stat& record) {
+    return remover_.RemoveFile(folder, name, record, "it was not used for longest");
+  };
+  const auto removeFolder = [this](const Folder& parent, const std::string& name) {
+    return remover_.RemoveFolder(parent, name);
+  };
+  apps::TrimStore(BytesOf(size), {removeFile, removeFolder, isDryRun_});
 }
 
 // Reports a folder that can't be read, and returns nothing.
@@ -229,7 +291,8 @@ void Cleaner::ReportUnlessNotFolder(const std::string& path, int error) {
 
 // With another layout, the source of every thumbnail would seem to be missing.
 void CheckLayout() {
-  if (file::GetEAPath("/folder/source", "entry") == "/folder/" + EAFolderName() + "/source/entry") return;
+  const std::string layout = "/nonexistent/" + EAFolderName() + "/source/entry";
+  if (file::GetEAPath("/nonexistent/source", "entry") == StoreFolder() + layout) return;
   throw std::runtime_error("this system stores thumbnails in an unknown layout; nothing was removed");
 }
 
@@ -239,7 +302,9 @@ bool Clean(const std::vector<std::string>& paths, const RemovalStyle& style) {
   CheckLayout();
   Cleaner cleaner(style);
   for (const std::string& path : paths) cleaner.CleanPath(path);
+  if (paths.empty()) cleaner.CleanStore();
   for (const char* folder : file::TEMPORARY_FOLDERS) cleaner.CleanTemporaryFolder(folder);
+  if (style.keep) cleaner.TrimStore(*style.keep);
   return cleaner.Finish();
 }
 

@@ -9,7 +9,8 @@
 namespace tavithumb::apps::command {
 
 // `tavithumb clean`: removes obsolete thumbnails of the given files and of everything below the given folders, and
-// abandoned files from the folders for temporary files. True if everything could be read and removed.
+// abandoned files from the folders for temporary files. With a store, also from there what belongs to them; from all of
+// it if there are no paths. True if everything could be read and removed.
 bool Clean(const std::vector<std::string>& paths, const RemovalStyle& style);
 
 }  // namespace tavithumb::apps::command

@@ -2,7 +2,6 @@
 #include "command/list.h"
 
 #include <fcntl.h>
-#include <tavithumb/util.h>
 
 #include <cerrno>
 #include <cstdint>
@@ -20,6 +19,7 @@
 #include "thumbs/facts.h"
 #include "thumbs/reasons.h"
 #include "thumbs/source.h"
+#include "thumbs/store.h"
 #include "thumbs/stored_entries.h"
 
 namespace tavithumb::apps::command {
@@ -95,21 +95,24 @@ std::optional<Picture> PictureAt(const std::string& path) {
   return picture;
 }
 
-// Throws std::system_error if they can't be read.
-std::vector<Entry> EntriesOf(const std::string& path) {
-  const std::string any = file::GetEAPath(path, "thumbnail");
-  const Folder folder(any.empty() ? "" : file::Dirname(any));
-  if (!folder.IsOpen() && (errno == ENOENT || errno == ENOTDIR)) return {};
+// Throws std::system_error if they can't be read, like the next function.
+void ReadEntries(const std::string& path, const Source& source, std::vector<Entry>* entries) {
+  const Folder folder(path);
+  if (!folder.IsOpen() && (errno == ENOENT || errno == ENOTDIR)) return;
   if (!folder.IsOpen()) throw std::system_error(errno, std::generic_category());
-  const Source source(AT_FDCWD, path);
-  std::vector<Entry> entries;
   for (const std::string& name : folder.Names()) {
     const std::optional<struct stat> record = folder.Stat(name);
     if (!record || !S_ISREG(record->st_mode)) continue;
     const std::string entry = folder.PathOf(name);
-    entries.push_back({entry, ParseEntryName(name), PictureAt(entry), static_cast<std::uint64_t>(record->st_size),
-                       source.FreshnessOf(*record)});
+    entries->push_back({entry, ParseEntryName(name), PictureAt(entry), static_cast<std::uint64_t>(record->st_size),
+                        source.FreshnessOf(*record)});
   }
+}
+
+std::vector<Entry> EntriesOf(const std::string& path) {
+  const Source source(AT_FDCWD, path);
+  std::vector<Entry> entries;
+  for (const std::string& folder : EntryFoldersOf(path)) ReadEntries(folder, source, &entries);
   return entries;
 }
 

@@ -2,18 +2,21 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <set>
 #include <string>
 #include <utility>
 
 #include "system/folder.h"
 #include "thumbs/reasons.h"
+#include "thumbs/store_size.h"
 
 namespace tavithumb::apps::command {
 
 struct RemovalStyle {
   bool isDryRun = false;  // only report what would be removed
   bool json = false;
+  std::optional<StoreSize> keep = {};  // of the store; more is removed, too
 };
 
 // Removes files and folders, and reports each as a line or a JSON object.

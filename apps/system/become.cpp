@@ -89,8 +89,10 @@ void ForgetEnvironment() {
   }
 }
 
-// A process can type into its controlling terminal, whoever started it there.
+// A process can type into its controlling terminal, whoever started it there. The one that a session began with would
+// hang up on all others.
 void LeaveTerminal() {
+  if (getsid(0) == getpid()) return;
   const FileDescriptor terminal(open("/dev/tty", O_RDWR | O_NOCTTY | O_CLOEXEC));
   if (terminal.IsOpen()) ioctl(terminal.Number(), TIOCNOTTY);
 }

@@ -10,6 +10,7 @@
 #include <functional>
 #include <optional>
 
+#include "system/paths.h"
 #include "system/quiet_log.h"
 #include "thumbs/answer.h"
 #include "thumbs/facts_in_bounds.h"
@@ -18,8 +19,11 @@
 #include "thumbs/known_facts.h"
 #include "thumbs/lookup.h"
 #include "thumbs/privacy.h"
+#include "thumbs/reasons.h"
 #include "thumbs/rendering.h"
 #include "thumbs/source_lock.h"
+#include "thumbs/store.h"
+#include "thumbs/store_size.h"
 #include "thumbs/stored_files.h"
 #include "thumbs/stored_state.h"
 
@@ -64,6 +68,19 @@ bool FindOrMake(const Request& request, const GiveFacts& giveFacts, Thumb* job) 
   return true;
 }
 
+bool SetOutStored(const Request& request, Thumb* job) {
+  const bool isAvatar = (request.options & Thumb::OPT_AVATAR) != 0;
+  return isAvatar ? job->SetOutAvatar() : job->SetOutBrovixEA();
+}
+
+// The library makes temporary files for volumes that store no thumbnails, and knows nothing of the store.
+void StoreTemporary(const Request& request, Thumb* job) {
+  const std::string& source = job->GetInfo().GetPath();
+  if (!IsTemporary(*job) || !HasPlaceFor(source) || !file::MakeEADir(source)) return;
+  const std::string entry = BaseName(job->GetOnlineOutputDest());
+  if (job->SaveThumbToEA(job->GetOutputFile(), NewEntryPath(source, entry), 0)) SetOutStored(request, job);
+}
+
 // The library sets the time only as root.
 void GiveTimeOf(const std::string& source, const std::string& thumbnail) {
   struct stat record = {};
@@ -80,6 +97,7 @@ Resolution MakeByLibrary(const Request& request, const GiveFacts& giveFacts, Thu
   const StoredFiles before(source);
   const QuietLog quiet;
   if (!FindOrMake(request, giveFacts, job)) return Resolution::kNone;
+  StoreTemporary(request, job);
   const std::string& answer = job->GetOutputFile();
   if (IsSource(*job) || before.Hold(answer)) return Resolution::kFound;
   if (IsDiskFull(answer) && IsCutOff(answer)) {
@@ -116,12 +134,14 @@ bool MakeTemporary(const Request& request, const PictureDetails& details, Render
   return job->SetOutTemporary(path);
 }
 
+// Where it can't be stored, a request may be content with a temporary file.
 bool MakeStored(const Request& request, const PictureDetails& details, Render* render, Thumb* job) {
   const ThumbInfo& source = job->GetInfo();
-  if (render(source.GetPath(), [&] { return RenderAndStore(source, details, {request}, Original::kSource); }))
-    return false;
-  const bool isAvatar = (request.options & Thumb::OPT_AVATAR) != 0;
-  return isAvatar ? job->SetOutAvatar() : job->SetOutBrovixEA();
+  if (request.mayBeTemporary && WhyNotStored(source.GetPath())) return MakeTemporary(request, details, render, job);
+  const std::optional<std::string> refusal =
+      render(source.GetPath(), [&] { return RenderAndStore(source, details, {request}, Original::kSource); });
+  if (!refusal) return SetOutStored(request, job);
+  return request.mayBeTemporary && *refusal == notStored && MakeTemporary(request, details, render, job);
 }
 
 // The library's order: what is stored, then the source where that will do, then a new thumbnail. The job has its facts.
@@ -189,12 +209,14 @@ bool IsSourceTheAnswer(const Request& request, const ThumbInfo& source) {
 }
 
 Resolution Resolve(const Request& request, Render* render, Thumb* job) {
-  const Resolution byMaker = ResolveByMaker(request, render, job);
-  if (byMaker != Resolution::kNone) return byMaker;
-  ForgetFacts(job);
-  const Resolution byLibrary = MakeByLibrary(request, ReadFacts, job);
-  if (byLibrary == Resolution::kMade) Improve(request, render, job);
-  return byLibrary;
+  Resolution resolution = ResolveByMaker(request, render, job);
+  if (resolution == Resolution::kNone) {
+    ForgetFacts(job);
+    resolution = MakeByLibrary(request, ReadFacts, job);
+    if (resolution == Resolution::kMade) Improve(request, render, job);
+  }
+  if (resolution == Resolution::kMade) CountStored(job->GetOutputFile());
+  return resolution;
 }
 
 // If a preview becomes the thumbnail, it has to be read from the source for the requested size.

@@ -7,9 +7,8 @@
 #include <tavi/sdk.h>
 #include <tavithumb/util.h>
 
-#include <climits>
-
 #include "system/file_descriptor.h"
+#include "thumbs/store.h"
 
 namespace tavithumb::apps {
 namespace {
@@ -48,10 +47,12 @@ void RestrictToReadersOf(const std::string& source, const std::string& thumbnail
         isOpen ? readable | S_IWUSR : ModeFor(photo, record));
 }
 
-void RestrictFolderToReadersOf(const std::string& source) {
-  std::string folder(PATH_MAX, '\0');
+void RestrictFoldersToReadersOf(const std::string& source) {
+  for (const std::string& folder : EntryFoldersOf(source)) UpdateRightsOf(folder);
+}
+
+void UpdateRightsOf(const std::string& folder) {
   struct stat record = {};
-  if (TAVIEADirPath(0, source.c_str(), folder.data(), folder.size()) != 0) return;
   if (lstat(folder.c_str(), &record) == 0 && S_ISDIR(record.st_mode)) TAVIEAMKDir(1, folder.c_str());
 }
 

@@ -12,8 +12,11 @@ namespace tavithumb::apps {
 // belongs to another user or group than the source, the folder alone decides who may read it.
 void RestrictToReadersOf(const std::string& source, const std::string& thumbnail);
 
-// Has the platform give the folder of the source's thumbnails the rights that the source has now, if there is one and
-// this process may.
-void RestrictFolderToReadersOf(const std::string& source);
+// Has the platform give the folders of the source's thumbnails, next to it and in the store, the rights that the source
+// has now, where there are such folders and this process may.
+void RestrictFoldersToReadersOf(const std::string& source);
+
+// The same for one folder of a source's thumbnails. None is made unless it has been removed meanwhile.
+void UpdateRightsOf(const std::string& folder);
 
 }  // namespace tavithumb::apps

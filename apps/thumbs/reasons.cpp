@@ -24,6 +24,7 @@
 #include "thumbs/full_disk.h"
 #include "thumbs/kinds.h"
 #include "thumbs/known_facts.h"
+#include "thumbs/store.h"
 
 namespace tavithumb::apps {
 namespace {
@@ -32,6 +33,8 @@ using Kind = Problem::Kind;
 
 const Problem permissionDenied = {Kind::kForbidden, "permission denied", "ask its owner for read permission"};
 const Problem damaged = {Kind::kDamaged, "it is damaged", "get a fresh copy of it"};
+
+const Problem diskFull = {Kind::kNoPlace, "the disk is full", "free some space on it"};
 
 const Problem couldNotBeConverted = {Kind::kDamaged, "it could not be converted",
                                      "check that it opens in another program and that the disk has space"};
@@ -99,6 +102,23 @@ std::optional<Problem> WhyRefused(const ThumbInfo& source) {
                  "rename it, or work on a copy in another folder"};
 }
 
+// The folder of `path`, or the first one above it that exists.
+std::string NearestFolder(const std::string& path) {
+  struct stat record = {};
+  std::string folder = file::Dirname(path);
+  while (folder != "/" && stat(folder.c_str(), &record) != 0 && errno == ENOENT) folder = file::Dirname(folder);
+  return folder;
+}
+
+// Root works as the owner of the source's folder, who may not write to a store of root's.
+Problem NotWrittenToStore() {
+  struct stat store = {};
+  const bool isRoots = geteuid() != 0 && stat(StoreFolder().c_str(), &store) == 0 && store.st_uid == 0;
+  return {Kind::kNoPlace, "no thumbnail can be written to the store",
+          isRoots ? "give " + StoreFolder() + " to a user who may read the source, and run this as that user"
+                  : "make " + StoreFolder() + " writable for this user"};
+}
+
 }  // namespace
 
 Problem ProblemOfErrno(int error) {
@@ -153,16 +173,23 @@ Problem UnknownContent() {
 }
 
 std::optional<Problem> WhyNotStored(const std::string& path) {
-  if (!file::IsDestSupportEAWrite(file::Dirname(path))) return std::nullopt;
-  if (IsDiskFull(path)) return Problem{Kind::kNoPlace, "the disk is full", "free some space on it"};
-  const std::string entry = file::GetEAPath(path, "thumbnail");
+  if (!HasPlaceFor(path)) return std::nullopt;
+  const std::string entry = NewEntryPath(path, "thumbnail");
   if (entry.empty()) {
+    if (IsDiskFull(path)) return diskFull;
     return Problem{Kind::kNoPlace, "there is no place for a thumbnail next to it",
                    "copy it to an ordinary folder with a shorter path"};
   }
-  if (MayDo(file::Dirname(entry), W_OK | X_OK)) return std::nullopt;
+  const std::string folder = NearestFolder(entry);
+  if (IsDiskFull(JoinPath(folder, "thumbnail"))) return diskFull;
+  if (MayDo(folder, W_OK | X_OK)) return std::nullopt;
+  if (IsInStore(entry)) return NotWrittenToStore();
   return Problem{Kind::kNoPlace, "no thumbnail can be written next to it",
                  "make its folder writable, or work on a copy"};
+}
+
+std::optional<Problem> WhyNothingIsStored(const std::string& path) {
+  return HasPlaceFor(path) ? WhyNotStored(path) : NoEntriesOnVolume();
 }
 
 Problem WhyNoAnswer(const ThumbInfo& source, const Request& request) {

@@ -43,9 +43,12 @@ Problem ProblemOfException();
 // The content is not of a type that the library knows.
 Problem UnknownContent();
 
-// Why no thumbnail can be stored next to the source, if that is the case. The job has already tried to create the
-// folder. Volumes without EA writes need no folder: their thumbnails are made elsewhere.
+// Why no thumbnail of the source can be stored where its volume or the store accepts thumbnails, if that is the case.
+// Other volumes are no problem: their thumbnails are temporary files.
 std::optional<Problem> WhyNotStored(const std::string& path);
+
+// The same, with other volumes as a problem.
+std::optional<Problem> WhyNothingIsStored(const std::string& path);
 
 // Why a job with these facts has found no answer to `request`.
 Problem WhyNoAnswer(const ThumbInfo& source, const Request& request);

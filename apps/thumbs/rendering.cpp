@@ -6,6 +6,7 @@
 #include <tavithumb/util.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <limits>
@@ -25,6 +26,7 @@
 #include "thumbs/lookup.h"
 #include "thumbs/privacy.h"
 #include "thumbs/source_lock.h"
+#include "thumbs/store.h"
 
 namespace tavithumb::apps {
 namespace {
@@ -61,7 +63,7 @@ maker::Orientation OrientationOf(const ThumbInfo& source) {
   return {source.GetFlop() ? QuarterTurns(-turns) : turns, source.GetFlop()};
 }
 
-// Where the library stores the thumbnail.
+// Where the library looks for the thumbnail.
 std::string DestinationOf(const ThumbInfo& source, const Request& request) {
   Thumb job(source.GetPath(), request.options, false);
   SetRequest(request, &job);
@@ -88,7 +90,6 @@ maker::Source SourceOf(const ThumbInfo& source, const PictureDetails& details, c
 
 // A thumbnail that has been made, and where it goes.
 struct Made {
-  Size size;
   std::string temporary;
   std::string destination;
 };
@@ -105,20 +106,12 @@ bool Write(const std::string& path, const std::vector<std::uint8_t>& bytes, cons
   return futimens(file.Number(), times.data()) == 0;
 }
 
-// The library stores thumbnails of named sizes and avatars itself; those of boxes get the name that its facts give.
-bool Store(const ThumbInfo& source, const Request& request, const std::vector<Made>& made) {
+bool Store(const ThumbInfo& source, const std::vector<Made>& made) {
   const QuietLog quiet;
-  Thumb job(source.GetPath(), request.options, false);
-  job.Rotate(request.quarterTurns);
-  std::vector<std::pair<std::string, std::string>> named;
-  for (const Made& thumbnail : made) {
-    if (!thumbnail.size.IsBox()) {
-      named.emplace_back(thumbnail.size.name, thumbnail.temporary);
-    } else if (!job.SaveThumbToEA(thumbnail.temporary, thumbnail.destination, 0)) {
-      return false;
-    }
-  }
-  return named.empty() || job.SaveExistingThumbsToEA(named, 0, false);
+  Thumb job(source.GetPath(), 0, false);
+  return std::all_of(made.begin(), made.end(), [&](const Made& thumbnail) {
+    return job.SaveThumbToEA(thumbnail.temporary, thumbnail.destination, 0);
+  });
 }
 
 // Each thumbnail under a temporary name next to its final one, until it is stored.
@@ -130,9 +123,10 @@ class Unstored {
 
   bool Add(const ThumbInfo& source, const Request& request, const maker::Thumbnail& thumbnail,
            const struct stat& record) {
-    const std::string destination = DestinationOf(source, request);
-    if (destination.empty()) return false;
-    made_.push_back({request.size, file::GetEATmpPath(source.GetPath(), BaseName(destination)), destination});
+    const std::string entry = BaseName(DestinationOf(source, request));
+    if (entry.empty()) return false;
+    const std::string temporary = BaseName(file::GetEATmpPath(source.GetPath(), entry));
+    made_.push_back({NewEntryPath(source.GetPath(), temporary), NewEntryPath(source.GetPath(), entry)});
     return Write(made_.back().temporary, thumbnail.bytes, record);
   }
 
@@ -169,7 +163,7 @@ maker::Size ShownSize(const ThumbInfo& source) {
 void KeepToFilesOf(const std::string& source) {
   FileRules rules;
   rules.Allow(source, FileRules::Access::kRead);
-  rules.Allow(file::Dirname(file::GetEAPath(source, "thumbnail")), FileRules::Access::kStore);
+  rules.Allow(file::Dirname(NewEntryPath(source, "thumbnail")), FileRules::Access::kStore);
   for (const char* folder : file::TEMPORARY_FOLDERS) rules.Allow(folder, FileRules::Access::kStore);
   rules.AllowSystem();
   rules.Enter();
@@ -190,7 +184,7 @@ std::optional<std::string> WithinLimits(const std::string& source,
   try {
     struct stat record = {};
     if (stat(source.c_str(), &record) != 0) return WordFor(maker::Reason::kUnreadable);
-    if (!make(record)) return "not stored";
+    if (!make(record)) return notStored;
     return std::nullopt;
   } catch (const maker::Declined& declined) {
     return WordFor(declined.Why());
@@ -221,7 +215,7 @@ bool CanRender(const Request& request, const ThumbInfo& source) {
 }
 
 bool CanRenderAndStore(const Request& request, const ThumbInfo& source) {
-  return CanRender(request, source) && file::IsDestSupportEAWrite(file::Dirname(source.GetPath()));
+  return CanRender(request, source) && HasPlaceFor(source.GetPath());
 }
 
 bool IsServedUnchanged(const Request& request, const ThumbInfo& source) {
@@ -241,12 +235,12 @@ std::optional<std::string> RenderAndStore(const ThumbInfo& source, const Picture
     const std::vector<maker::Thumbnail> thumbnails =
         Render(SourceOf(source, details, requests.front(), original), requests);
     if (!file::MakeEADir(source.GetPath())) return false;
-    RestrictFolderToReadersOf(source.GetPath());
+    RestrictFoldersToReadersOf(source.GetPath());
     Unstored unstored;
     for (std::size_t i = 0; i < requests.size(); ++i) {
       if (!unstored.Add(source, requests[i], thumbnails[i], record)) return false;
     }
-    if (!Store(source, requests.front(), unstored.All())) return false;
+    if (!Store(source, unstored.All())) return false;
     for (const Made& thumbnail : unstored.All()) RestrictToReadersOf(source.GetPath(), thumbnail.destination);
     return true;
   });
@@ -283,8 +277,7 @@ std::optional<std::string> RenderHere(const std::string& /*source*/, const Rende
 std::optional<std::string> RenderInChild(const std::string& source, const Rendering& rendering) {
   const std::string refusal = RunInDecoderProcess([&] {
     const SourceLock lock(source);
-    const bool canStore = file::IsDestSupportEAWrite(file::Dirname(source));
-    if (canStore && !file::MakeEADir(source)) return std::string("not stored");
+    if (HasPlaceFor(source) && !file::MakeEADir(source)) return std::string(notStored);
     KeepToFilesOf(source);
     return rendering().value_or("");
   });

@@ -25,12 +25,15 @@ maker::Size BoxOf(const Size& size);
 // library.
 bool CanRender(const Request& request, const ThumbInfo& source);
 
-// Whether it can also be stored next to the photo.
+// Whether it can also be stored: next to the photo, or in the store.
 bool CanRenderAndStore(const Request& request, const ThumbInfo& source);
 
 // Whether the source is the best answer to the request in `source`: upright, shown by browsers, within the box, and not
 // much heavier than its thumbnail would be.
 bool IsServedUnchanged(const Request& request, const ThumbInfo& source);
+
+// Why a thumbnail that could be made is none: it could not be stored.
+inline constexpr char notStored[] = "not stored";
 
 // What a thumbnail is made from: its source, or the thumbnail that the library's tools have stored.
 enum class Original { kSource, kStored };

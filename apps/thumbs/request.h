@@ -35,8 +35,9 @@ struct Request {
   int quarterTurns = 0;
   int options = 0;  // the sum of Thumb::Option
   bool acceptHeic = false;
-  bool byLibrary = false;  // thumbnails are made by the library's tools, not by the maker
-  int quality = 80;        // of JPEG thumbnails that the maker makes, 1 to 100
+  bool byLibrary = false;       // thumbnails are made by the library's tools, not by the maker
+  int quality = 80;             // of JPEG thumbnails that the maker makes, 1 to 100
+  bool mayBeTemporary = false;  // where nothing can be stored, a temporary file is an answer too
 };
 
 }  // namespace tavithumb::apps

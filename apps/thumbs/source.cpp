@@ -8,13 +8,21 @@
 
 namespace tavithumb::apps {
 
+namespace {
+
+bool IsMissing(int error) {
+  return error == ENOENT || error == ENOTDIR;
+}
+
+}  // namespace
+
 // O_PATH, because opening a device or a pipe for reading has side effects.
 Source::Source(int folder, const std::string& name) : file_(openat(folder, name.c_str(), O_PATH | O_CLOEXEC)) {
   if (file_.IsOpen()) {
     fstat(file_.Number(), &record_);
-  } else if (errno == ENOENT) {
+  } else if (IsMissing(errno)) {
     struct stat link = {};
-    isGone_ = fstatat(folder, name.c_str(), &link, AT_SYMLINK_NOFOLLOW) != 0 && errno == ENOENT;
+    isGone_ = fstatat(folder, name.c_str(), &link, AT_SYMLINK_NOFOLLOW) != 0 && IsMissing(errno);
   }
 }
 

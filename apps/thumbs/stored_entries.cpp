@@ -54,7 +54,9 @@ std::optional<EntryName> ParseFinalName(const std::string& name) {
 
 // What the platform leaves when its process is killed ends with six random characters.
 bool IsUnfinished(const std::string& name, const std::string& prefix) {
-  return std::regex_match(name, std::regex(prefix + "\\.[0-9A-Za-z]{6}"));
+  constexpr char characters[] = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
+  return name.size() == prefix.size() + 6 && name.compare(0, prefix.size(), prefix) == 0 &&
+         name.find_first_not_of(characters, prefix.size()) == std::string::npos;
 }
 
 }  // namespace
@@ -62,7 +64,7 @@ bool IsUnfinished(const std::string& name, const std::string& prefix) {
 // A work file becomes a Brovix thumbnail or an avatar.
 std::optional<EntryName> ParseEntryName(const std::string& name) {
   const std::optional<file::TemporaryEntry> temporary = file::ParseTemporaryEntry(name);
-  if (IsUnfinished(name, "\\.tavi_copy")) return EntryName{"Brovix", "", 0, true};
+  if (IsUnfinished(name, ".tavi_copy.")) return EntryName{"Brovix", "", 0, true};
   if (!temporary) return ParseFinalName(name);
   if (temporary->entry.empty()) return EntryName{"Brovix", "", temporary->quarterTurns, true};
   std::optional<EntryName> entry = ParseFinalName(temporary->entry);
@@ -71,7 +73,7 @@ std::optional<EntryName> ParseEntryName(const std::string& name) {
 }
 
 bool IsUnfinishedEADirectory(const std::string& name) {
-  return IsUnfinished(name, "\\.tavi_mkdir");
+  return IsUnfinished(name, ".tavi_mkdir.");
 }
 
 bool IsScratchFolder(const std::string& path) {

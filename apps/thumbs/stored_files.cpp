@@ -2,19 +2,20 @@
 #include "thumbs/stored_files.h"
 
 #include <sys/stat.h>
-#include <tavithumb/util.h>
 
 #include <filesystem>
 #include <system_error>
 
+#include "thumbs/store.h"
+
 namespace tavithumb::apps {
 
 StoredFiles::StoredFiles(const std::string& source) {
-  const std::string entry = file::GetEAPath(source, "thumbnail");
-  if (entry.empty()) return;
-  std::error_code missing;
-  for (const auto& stored : std::filesystem::directory_iterator(file::Dirname(entry), missing)) {
-    files_.insert(IdentityOf(stored.path()));
+  for (const std::string& folder : EntryFoldersOf(source)) {
+    std::error_code missing;
+    for (const auto& stored : std::filesystem::directory_iterator(folder, missing)) {
+      files_.insert(IdentityOf(stored.path()));
+    }
   }
 }
 

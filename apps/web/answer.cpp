@@ -215,6 +215,7 @@ void Answer(const Variables& variables, const Service& service, const Turn& turn
     Target target = ParseTarget(variables);
     target.request.byLibrary = service.byLibrary;
     target.request.quality = service.quality;
+    target.request.mayBeTemporary = true;
     AnswerTarget(target, {service, ReadSendfile(service.sendfile, variables), turn});
   } catch (const HttpError& error) {
     Refuse(variables, error, state);

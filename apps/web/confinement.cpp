@@ -11,6 +11,7 @@
 
 #include "system/soft_limit.h"
 #include "thumbs/imagemagick_policy.h"
+#include "thumbs/store.h"
 #include "thumbs/temporary_files.h"
 
 namespace tavithumb::apps::web {
@@ -18,7 +19,9 @@ namespace {
 
 FileRules MakeRules(const Roots& roots, const std::string& policyFolder) {
   FileRules rules;
-  for (const Root& root : roots.All()) rules.Allow(root.folder, FileRules::Access::kStore);
+  const FileRules::Access ofRoots = IsStoreForAll() ? FileRules::Access::kRead : FileRules::Access::kStore;
+  for (const Root& root : roots.All()) rules.Allow(root.folder, ofRoots);
+  if (!StoreFolder().empty()) rules.Allow(StoreFolder(), FileRules::Access::kStore);
   for (const char* folder : file::TEMPORARY_FOLDERS) rules.Allow(folder, FileRules::Access::kStore);
   rules.Allow(policyFolder, FileRules::Access::kRead);
   rules.AllowSystem();

@@ -28,9 +28,9 @@ class Confinement {
   Confinement(const Roots& roots, const ToolLimits& limits, const std::string& policyFolder);
 
   // Applies the limits to this process and everything that it starts, except that of processor time. From now on it
-  // can't access any file outside the roots, the system's programs and the temporary folders, not even through links.
-  // On a kernel without Landlock only the limits apply. Throws std::system_error if a kernel with Landlock fails to
-  // enforce the rules.
+  // can't access any file outside the roots, the store, the system's programs and the temporary folders, not even
+  // through links. On a kernel without Landlock only the limits apply. Throws std::system_error if a kernel with
+  // Landlock fails to enforce the rules.
   void Enter() const;
 
   // Reduces the environment to what the tools need and to those of the request's variables on which the response

@@ -13,6 +13,7 @@
 #include <fstream>
 #include <functional>
 #include <iterator>
+#include <optional>
 #include <string>
 #include <system_error>
 
@@ -20,6 +21,7 @@
 #include "system/memory_file.h"
 #include "system/text.h"
 #include "thumbs/answer.h"
+#include "thumbs/reasons.h"
 
 namespace tavithumb::apps::web {
 namespace {
@@ -101,6 +103,14 @@ void SendAndRemove(const std::string& path, const std::string& mimeType, const D
   Send("/proc/self/fd/" + std::to_string(file.Number()), mimeType, delivery);
 }
 
+// Tells the log and the client why a thumbnail will be made again by the next request.
+std::string NotStoredLine(const RequestState& state, const Thumb& job) {
+  const std::optional<Problem> problem = IsTemporary(job) ? WhyNothingIsStored(job.GetInfo().GetPath()) : std::nullopt;
+  if (!problem) return "";
+  syslog(LOG_NOTICE, "%s: not stored: %s; %s", state.request.data(), problem->reason.c_str(), problem->remedy.c_str());
+  return "Tavithumb-Not-Stored: " + problem->reason + "\r\n";
+}
+
 // Web servers that compress a list add something to its tag.
 bool HasSame(const std::string& fingerprint) {
   const char* const condition = std::getenv("HTTP_IF_NONE_MATCH");
@@ -111,7 +121,7 @@ bool HasSame(const std::string& fingerprint) {
 
 void DeliverThumb(const Delivery& delivery, Lifetime lifetime, Thumb* job) {
   const std::string mimeType = AnswerMimeType(*job);
-  Begin(thumbHeaders, delivery);
+  Begin(thumbHeaders + NotStoredLine(*delivery.turn.state, *job), delivery);
   if (IsRotatedMeanwhile(*job)) return SendRotated(mimeType, delivery, job);
   if (lifetime == Lifetime::kLong) return SendLasting(job->GetOutputFile(), mimeType, delivery);
   SendAndRemove(job->GetOutputFile(), mimeType, delivery);

@@ -85,6 +85,20 @@ std::string Folder(const ListedFolder& folder, const std::string& prefix) {
          "</li>\n";
 }
 
+std::string Note(const std::string& text) {
+  return "<p class=\"note\">" + Escaped(text) + "</p>\n";
+}
+
+std::string Notes(const Listing& listing) {
+  std::string notes;
+  if (listing.folders.empty() && listing.files.empty()) notes += Note("There are no photos here.");
+  if (listing.unreadable > 0) notes += Note("Folders that cannot be read: " + std::to_string(listing.unreadable));
+  if (listing.notStored && !listing.files.empty()) {
+    notes += Note("New thumbnails of a photo here are not stored: " + *listing.notStored + ".");
+  }
+  return notes;
+}
+
 }  // namespace
 
 std::string ListAsHtml(const Listing& listing, const std::string& prefix) {
@@ -107,11 +121,7 @@ std::string ListAsHtml(const Listing& listing, const std::string& prefix) {
     for (const ListedFile& file : listing.files) page += Tile(file, base);
     page += "</ul>\n";
   }
-  if (listing.folders.empty() && listing.files.empty()) page += "<p class=\"note\">There are no photos here.</p>\n";
-  if (listing.unreadable > 0) {
-    page += "<p class=\"note\">Folders that cannot be read: " + std::to_string(listing.unreadable) + "</p>\n";
-  }
-  return page + "</main>\n</body>\n</html>\n";
+  return page + Notes(listing) + "</main>\n</body>\n</html>\n";
 }
 
 }  // namespace tavithumb::apps::web

@@ -12,8 +12,10 @@
 
 #include "system/folder.h"
 #include "system/json_text.h"
+#include "system/paths.h"
 #include "system/text.h"
 #include "thumbs/kinds.h"
+#include "thumbs/reasons.h"
 #include "web/http_error.h"
 #include "web/target.h"
 
@@ -99,6 +101,11 @@ void ListIfFound(const std::vector<std::string>& path, Progress* progress) {
   }
 }
 
+std::optional<std::string> WhyNotStoredIn(const std::string& folder) {
+  const std::optional<Problem> problem = WhyNothingIsStored(JoinPath(folder, "photo"));
+  return problem ? std::optional<std::string>(problem->reason) : std::nullopt;
+}
+
 void ListRoots(Progress* progress) {
   for (const Root& root : progress->roots.All()) ListIfFound({root.name}, progress);
   std::vector<ListedFolder>& folders = progress->listing->folders;
@@ -139,8 +146,10 @@ Listing ListFolder(const Roots& roots, const std::vector<std::string>& path, std
     ListRoots(&progress);
     return listing;
   }
+  const Found folder = roots.Find(path);
+  listing.notStored = WhyNotStoredIn(folder.path);
   std::vector<std::string> entry = path;
-  for (const std::string& name : ShownNamesIn(roots.Find(path), roots)) {
+  for (const std::string& name : ShownNamesIn(folder, roots)) {
     entry.push_back(name);
     ListIfFound(entry, &progress);
     entry.pop_back();
@@ -163,6 +172,7 @@ std::string ListAsJson(const Listing& listing) {
   object["files"] = nlohmann::ordered_json::array();
   for (const ListedFile& file : listing.files) object["files"].push_back(JsonOf(file));
   object["unreadable"] = listing.unreadable;
+  if (listing.notStored) object["not_stored"] = *listing.notStored;
   return JsonLine(object);
 }
 

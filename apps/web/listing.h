@@ -35,7 +35,8 @@ struct Listing {
   std::vector<std::string> path;
   std::vector<ListedFolder> folders;  // sorted by name, as the files are
   std::vector<ListedFile> files;
-  unsigned unreadable;  // the number of folders left out because they can't be read
+  unsigned unreadable;                        // the number of folders left out because they can't be read
+  std::optional<std::string> notStored = {};  // why no thumbnails can be stored, so that each request makes them again
 };
 
 // The folders, photos and videos in a folder, or the roots if they have names and `path` is empty. Throws HttpError 404

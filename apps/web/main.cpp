@@ -78,6 +78,8 @@ int Run(int argc, char** argv) {
   }
   const std::optional<Settings> settings = ReadSettings(argc, argv);
   if (!settings) return kDone;
+  UseStore(settings->store);
+  if (!StoreFolder().empty()) LimitStore(settings->storeSize);
   const Roots roots(settings->roots, settings->showsHidden);
   const std::unique_ptr<Listener> listener = isCgi ? nullptr : OpenListener(*settings);
   if (!isCgi && !listener) {

@@ -3,6 +3,7 @@
 
 #include <filesystem>
 
+#include "thumbs/store.h"
 #include "web/http_error.h"
 #include "web/target.h"
 
@@ -25,6 +26,11 @@ bool IsBelow(const std::string& path, const std::string& folder) {
   return path.compare(0, start.size(), start) == 0;
 }
 
+std::string Line(const Sendfile& sendfile, const std::string& address, const std::string& path) {
+  const bool isAddress = sendfile.header == kAccelRedirect;
+  return sendfile.header + ": " + (isAddress ? sendfile.prefix + address : Encoded(path)) + "\r\n";
+}
+
 }  // namespace
 
 Sendfile ReadSendfile(const std::string& header, const Variables& variables) {
@@ -39,10 +45,11 @@ Sendfile ReadSendfile(const std::string& header, const Variables& variables) {
 
 std::string SendfileLine(const Sendfile& sendfile, const Roots& roots, const std::string& path) {
   if (sendfile.header.empty()) return "";
+  if (IsInStore(path)) return Line(sendfile, AddressBelow({storeName, StoreFolder()}, path), path);
   for (const Root& root : roots.All()) {
     if (!IsBelow(path, root.folder)) continue;
-    const bool isAddress = sendfile.header == kAccelRedirect;
-    return sendfile.header + ": " + (isAddress ? sendfile.prefix + AddressBelow(root, path) : Encoded(path)) + "\r\n";
+    const std::string address = AddressBelow(root, path);
+    return IsBelow(address, std::string("/") + storeName) ? "" : Line(sendfile, address, path);
   }
   return "";
 }

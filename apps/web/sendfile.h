@@ -13,6 +13,9 @@ namespace tavithumb::apps::web {
 inline constexpr char kAccelRedirect[] = "X-Accel-Redirect";  // nginx; its value is an address of the server's own
 inline constexpr char kSendfile[] = "X-Sendfile";             // lighttpd, Apache; its value is a path
 
+// No root has this name: it begins with a dot.
+inline constexpr char storeName[] = ".tavi_store";
+
 // What the web server has announced for one request.
 struct Sendfile {
   std::string header;  // "": the program sends the files
@@ -24,8 +27,9 @@ struct Sendfile {
 // all.
 Sendfile ReadSendfile(const std::string& header, const Variables& variables);
 
-// The header's line for the file at `path`, which is absolute and without links; "" if the program
-// sends the files, or this one lies below none of the roots.
+// The header's line for the file at `path`, which is absolute and without links; "" if the program sends the files, or
+// this one: a file that is neither below a root nor in the store, or whose address would begin with storeName like
+// those in the store.
 std::string SendfileLine(const Sendfile& sendfile, const Roots& roots, const std::string& path);
 
 }  // namespace tavithumb::apps::web

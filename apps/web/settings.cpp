@@ -60,12 +60,18 @@ std::string CheckSendfile(const std::string& text) {
   return "'" + text + "' is neither " + kAccelRedirect + " nor " + kSendfile;
 }
 
-void AddOptions(CLI::App* app, Settings* settings, std::vector<std::string>* roots) {
+// Options that are parsed once all are known.
+struct Texts {
+  std::vector<std::string> roots;
+  std::string storeSize = "10%";
+};
+
+void AddOptions(CLI::App* app, Settings* settings, Texts* texts) {
   app->set_help_flag("-h,--help", "Print this help and exit");
   app->set_version_flag("--version", "tavithumb-web " TAVITHUMB_VERSION, "Print the version and exit");
   app->set_config("--config", DefaultConfig(), "Read options from this file; default: $TAVITHUMB_WEB_CONFIG");
   app->allow_config_extras(CLI::config_extras_mode::error);
-  app->add_option("--root", *roots, "A folder to serve; several need names, which start their addresses")
+  app->add_option("--root", texts->roots, "A folder to serve; several need names, which start their addresses")
       ->type_name("[NAME=]DIR")
       ->required();
   app->option_defaults()->take_last();
@@ -73,6 +79,13 @@ void AddOptions(CLI::App* app, Settings* settings, std::vector<std::string>* roo
   app->add_option("--sendfile", settings->sendfile,
                   "The header by which the web server, which must announce it, is asked to send files")
       ->check(CheckSendfile, "X-Accel-Redirect or X-Sendfile");
+  app->add_option("--store", settings->store.folder,
+                  "Store thumbnails there if not possible next to the source; default: $TAVITHUMB_STORE")
+      ->type_name("DIR");
+  app->add_flag("--store-all", settings->store.isForAll, "Store all new thumbnails in the store");
+  app->add_option("--store-size", texts->storeSize, "Limit of the store, such as 500M, 2G, or 10% of its volume")
+      ->type_name("SIZE")
+      ->capture_default_str();
   app->add_flag("--hidden", settings->showsHidden, "Show names that begin with a dot");
   app->add_option("--quality", settings->quality, "Quality of the JPEG thumbnails")
       ->check(CLI::Range(1, 100), "INT in [1 - 100]")
@@ -127,10 +140,10 @@ void CheckPolicy(Settings* settings) {
 std::optional<Settings> ReadSettings(int argc, char** argv) {
   Settings settings;
   settings.policyFolder = DefaultPolicyFolder();
-  std::vector<std::string> roots;
+  Texts texts;
   CLI::App app(description, "tavithumb-web");
   app.footer(footerStart + SizeChoices() + footerEnd);
-  AddOptions(&app, &settings, &roots);
+  AddOptions(&app, &settings, &texts);
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp&) {
@@ -142,7 +155,8 @@ std::optional<Settings> ReadSettings(int argc, char** argv) {
   } catch (const CLI::ParseError& error) {
     throw std::invalid_argument(error.what());
   }
-  SetRoots(roots, &settings);
+  SetRoots(texts.roots, &settings);
+  settings.storeSize = ParseStoreSize(texts.storeSize);
   if (settings.children == 0) settings.children = 2 * std::max(1U, std::thread::hardware_concurrency());
   CheckPolicy(&settings);
   return settings;

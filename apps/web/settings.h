@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "thumbs/store.h"
+#include "thumbs/store_size.h"
 #include "web/confinement.h"
 #include "web/roots.h"
 
@@ -15,6 +17,8 @@ struct Settings {
   std::vector<Root> roots;
   std::string scgiAddress;  // "" if a web server starts the program or passes a socket
   std::string sendfile;     // the header by which the web server is asked to send files; "": it is not
+  StoreChoice store;
+  StoreSize storeSize;  // its limit
   bool showsHidden = false;
   bool byLibrary = false;
   int quality = 80;

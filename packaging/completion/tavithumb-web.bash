@@ -11,13 +11,14 @@ _tavithumb_web() {
       _filedir -d
       return
       ;;
-    --policy) _filedir -d; return ;;
+    --policy | --store) _filedir -d; return ;;
     --sendfile) COMPREPLY=($(compgen -W "X-Accel-Redirect X-Sendfile" -- "$cur")); return ;;
-    --quality | --children | --senders | --waiting | --deadline | --tool-*) return ;;
+    --store-size | --quality | --children | --senders | --waiting | --deadline | --tool-*) return ;;
   esac
   $split && return
-  COMPREPLY=($(compgen -W "-h --help --version --config --root --scgi --sendfile --hidden --quality --library --children
-    --senders --waiting --deadline --policy --tool-cpu --tool-memory --tool-file-size --tool-files" -- "$cur"))
+  COMPREPLY=($(compgen -W "-h --help --version --config --root --scgi --sendfile --store --store-all --store-size
+    --hidden --quality --library --children --senders --waiting --deadline --policy --tool-cpu --tool-memory
+    --tool-file-size --tool-files" -- "$cur"))
 }
 
 complete -F _tavithumb_web tavithumb-web

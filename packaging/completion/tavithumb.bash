@@ -4,11 +4,13 @@
 _tavithumb_options() { # _tavithumb_options SUBCOMMAND
   case $1 in
     get) echo --size --rotate --avatar --keep-animation --no-convert --fallback-smaller --albumex --no-brovix \
-      --accept-heic --quality --library --json -0 ;;
-    info | list) echo --json ;;
-    make) echo --sizes --jobs --older --limit --dry-run --eager --quality --library --json --files-from -0 ;;
-    add) echo --size --check-type --mtime ;;
-    clean) echo --dry-run --json ;;
+      --accept-heic --quality --library --store --store-all --json -0 ;;
+    info) echo --json ;;
+    list) echo --json --store ;;
+    make) echo --sizes --jobs --older --limit --dry-run --eager --quality --library --store --store-all --json \
+      --files-from -0 ;;
+    add) echo --size --check-type --mtime --store --store-all ;;
+    clean) echo --dry-run --json --store --keep ;;
   esac
 }
 
@@ -27,7 +29,8 @@ _tavithumb() {
         offered="$begun${sizes// / $begun}"
         ;;
       --rotate) offered="0 1 2 3" ;;
-      --jobs | --limit | --mtime | --quality) return ;;
+      --jobs | --limit | --mtime | --quality | --keep) return ;;
+      --store) _filedir -d; return ;;
       --files-from) _filedir; return ;;
       *)
         $split && return

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include <fcntl.h>
+#include <linux/posix_acl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -7,6 +8,7 @@
 #include <cstdio>
 #include <functional>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <utility>
 
@@ -16,12 +18,13 @@
 #include "common/temporary_names.h"
 #include "exported.h"
 #include "sdk/ea_layout.h"
+#include "sdk/ea_store.h"
 #include "sdk/entry_rights.h"
 
 namespace tavi {
 namespace {
 
-// The folder of a source, from which new EA roots get owner, group, ACL and mode.
+// A folder, and the rights that what is made for its sources gets: at first, its own.
 struct Folder {
   Descriptor place;
   AccessRights rights;
@@ -104,35 +107,103 @@ Descriptor OpenOrMake(const Descriptor& parent, const char* name, const NewRight
   return IsTrustedIn(parent, place) ? std::move(place) : Descriptor();
 }
 
-NewRights RightsLike(const Folder& folder) {
-  return {folder.rights.facts.st_mode & 0777, [&](int place) { return GiveAccessRights(folder.rights, place); }};
+NewRights RightsLike(const AccessRights& rights) {
+  return {rights.facts.st_mode & 0777, [&](int place) { return GiveAccessRights(rights, place); }};
 }
 
-NewRights RightsFor(const AccessRights& source, const Folder& folder) {
-  return {ModeBeforeEntryRights(folder.rights, source),
-          [&](int place) { return GiveEntryRights(folder.rights, source, place); }};
+NewRights RightsFor(const AccessRights& source, const AccessRights& folder) {
+  return {ModeBeforeEntryRights(folder, source), [&](int place) { return GiveEntryRights(folder, source, place); }};
 }
 
-bool MakeForSource(const Descriptor& root, const std::string& name, const Folder& folder) {
-  const Descriptor file(openat(folder.place.Get(), name.c_str(), O_PATH | O_CLOEXEC));
+// What a source's directory is made with, until it has the rights that the source gives.
+using FirstRights = NewRights(const AccessRights& source, const AccessRights& folder);
+
+// In `root`, for the source of this name in `sources`.
+bool MakeForSource(const Descriptor& root, const std::string& name, const Folder& sources, FirstRights* first) {
+  const Descriptor file(openat(sources.place.Get(), name.c_str(), O_PATH | O_CLOEXEC));
   const std::optional<AccessRights> source = RightsOf(file);
-  if (!source) return OpenOrMake(root, name.c_str(), RightsLike(folder)).IsOpen();
-  const Descriptor directory = OpenOrMake(root, name.c_str(), RightsFor(*source, folder));
-  return directory.IsOpen() && UpdateEntryRights(folder.rights, *source, directory.Get());
+  if (!source) return OpenOrMake(root, name.c_str(), RightsLike(sources.rights)).IsOpen();
+  const Descriptor directory = OpenOrMake(root, name.c_str(), first(*source, sources.rights));
+  return directory.IsOpen() && UpdateEntryRights(sources.rights, *source, directory.Get());
 }
 
-bool MakeEADirectory(const std::string& folderPath, const std::string& name) {
-  Folder folder{OpenPlace(AT_FDCWD, folderPath.empty() ? "." : folderPath.c_str(), 0), {}};
+std::optional<Folder> OpenFolder(int parent, const std::string& path) {
+  Folder folder{OpenPlace(parent, path.empty() ? "." : path.c_str(), 0), {}};
   const std::optional<AccessRights> rights = RightsOf(folder.place);
-  if (!rights) return false;
+  if (!rights) return std::nullopt;
   folder.rights = *rights;
-  // An empty EA root may be removed, or replaced, just before a directory is made in it.
-  for (int attempt = 0; attempt < 100; ++attempt) {
-    const Descriptor root = OpenOrMake(folder.place, kEARoot, RightsLike(folder));
-    if (root.IsOpen() && MakeForSource(root, name, folder)) return true;
+  return folder;
+}
+
+// An empty directory may be removed, or replaced, just before another is made in it.
+bool Repeated(const std::function<bool()>& attempt) {
+  for (int count = 0; count < 100; ++count) {
+    if (attempt()) return true;
     if (errno != ENOENT) return false;
   }
   return false;
+}
+
+bool MakeBeside(const std::string& folderPath, const std::string& name) {
+  const std::optional<Folder> folder = OpenFolder(AT_FDCWD, folderPath);
+  return folder && Repeated([&] {
+           const Descriptor root = OpenOrMake(folder->place, kEARoot, RightsLike(folder->rights));
+           return root.IsOpen() && MakeForSource(root, name, *folder, RightsFor);
+         });
+}
+
+// The store's owner may open it first, and nobody else: the rights of the source would give it another owner.
+NewRights ClosedRights(const AccessRights& /*source*/, const AccessRights& folder) {
+  return {S_IRWXU, [&](int place) {
+            return GiveOwnerOrGroup(place, folder.facts.st_uid, folder.facts.st_gid) && GiveMode(place, S_IRWXU);
+          }};
+}
+
+Descriptor OpenOrUpdate(const Descriptor& parent, const char* name, const AccessRights& rights) {
+  Descriptor place = OpenOrMake(parent, name, RightsLike(rights));
+  return place.IsOpen() && UpdateRights(rights, place.Get()) ? std::move(place) : Descriptor();
+}
+
+// Opens the mirror of the folder at `path`, and makes it and those above it where they are missing. Who may search the
+// folders may search their mirrors; nobody else can list them.
+Descriptor OpenMirror(const Folder& store, const std::string& path) {
+  Descriptor place = OpenPlace(store.place.Get(), ".", 0);
+  std::optional<Folder> folder = OpenFolder(AT_FDCWD, "/");
+  std::istringstream names(path);
+  for (std::string name; folder && place.IsOpen() && std::getline(names, name, '/');) {
+    if (name.empty()) continue;
+    folder = OpenFolder(folder->place.Get(), name);
+    if (folder) place = OpenOrUpdate(place, name.c_str(), MirroredRights(store.rights, folder->rights, ACL_EXECUTE));
+  }
+  return folder ? std::move(place) : Descriptor();
+}
+
+bool HasParent(const std::string& path) {
+  return ("/" + path + "/").find("/../") != std::string::npos;
+}
+
+// In the store, everything belongs to its owner: no owner of photos could put links where other users store.
+bool MakeInStore(const Store& store, const std::string& folderPath, const std::string& name) {
+  const std::optional<Folder> own = OpenFolder(AT_FDCWD, store.folder);
+  std::optional<Folder> folder = OpenFolder(AT_FDCWD, folderPath);
+  if (!own || !folder) return false;
+  if (!IsTrustedStore(own->rights.facts) || HasParent(folderPath)) {
+    errno = EPERM;
+    return false;
+  }
+  folder->rights = MirroredRights(own->rights, folder->rights, ACL_READ | ACL_EXECUTE);
+  return Repeated([&] {
+    const Descriptor mirror = OpenMirror(*own, folderPath);
+    if (!mirror.IsOpen()) return false;
+    const Descriptor root = OpenOrUpdate(mirror, kEARoot, folder->rights);
+    return root.IsOpen() && MakeForSource(root, name, *folder, ClosedRights);
+  });
+}
+
+bool MakeEADirectory(const std::string& folderPath, const std::string& name) {
+  const Store* const store = ConfiguredStore();
+  if (store == nullptr || !store->Holds(folderPath)) return MakeBeside(folderPath, name);
+  return MakeInStore(*store, folderPath.substr(store->folder.size()), name);
 }
 
 int MakeEADirectory(const std::string& path) {

@@ -168,6 +168,10 @@ bool Replace(const AccessRights& wanted, const struct stat& now, int to) {
   return GiveMode(to, now.st_mode & 07700) && GiveAccessRights(rights, to);
 }
 
+bool MayChange(const struct stat& directory) {
+  return geteuid() == 0 || geteuid() == directory.st_uid;
+}
+
 // To a directory that is given to `owner` first.
 bool Give(const AccessRights& folder, const AccessRights& source, uid_t owner, int to) {
   const bool isPublic = MayAllRead(source);
@@ -186,8 +190,29 @@ bool GiveEntryRights(const AccessRights& folder, const AccessRights& source, int
 bool UpdateEntryRights(const AccessRights& folder, const AccessRights& source, int to) {
   struct stat now;
   if (fstat(to, &now) != 0) return false;
-  const bool mayChange = geteuid() == 0 || geteuid() == now.st_uid;
-  return !mayChange || Give(folder, source, now.st_uid, to);
+  return !MayChange(now) || Give(folder, source, now.st_uid, to);
+}
+
+AccessRights MirroredRights(const AccessRights& store, AccessRights folder, std::uint16_t kept) {
+  const mode_t ofOthers = static_cast<mode_t>(kept << 3 | kept);
+  folder.facts.st_uid = store.facts.st_uid;
+  folder.facts.st_mode = S_IFDIR | S_IRWXU | (folder.facts.st_mode & ofOthers);
+  if (!folder.acl) return folder;
+  std::vector<Entry> entries = folder.acl->Entries();
+  for (Entry& entry : entries) entry.rights = entry.tag == ACL_USER_OBJ ? kUse | ACL_WRITE : entry.rights & kept;
+  folder.acl = Acl(entries);
+  if ((folder.facts.st_mode & S_IRWXG) != 0) return folder;
+  folder.facts.st_mode = folder.acl->ModeWithout(folder.facts.st_mode);  // an empty mask would put the ACL out of force
+  folder.acl.reset();
+  return folder;
+}
+
+bool UpdateRights(const AccessRights& wanted, int to) {
+  struct stat now;
+  if (fstat(to, &now) != 0) return false;
+  if (!MayChange(now)) return true;
+  if (!GiveOwnerOrGroup(to, now.st_uid, wanted.facts.st_gid) || fstat(to, &now) != 0) return false;
+  return Replace(wanted, now, to);
 }
 
 mode_t ModeBeforeEntryRights(const AccessRights& folder, const AccessRights& source) {

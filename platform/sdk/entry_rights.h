@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
+#include <cstdint>
+
 #include "common/access_rights.h"
 
 namespace tavi {
@@ -14,6 +16,13 @@ bool GiveEntryRights(const AccessRights& folder, const AccessRights& source, int
 
 // Gives them to the existing directory `to` if they are not what it has, and if this process may. Its owner stays.
 bool UpdateEntryRights(const AccessRights& folder, const AccessRights& source, int to);
+
+// The rights of a directory of `store` that mirrors `folder`. It belongs to the store's owner; the group, the others
+// and those in the ACL of the folder keep such rights as are in `kept`: ACL_READ, ACL_EXECUTE.
+AccessRights MirroredRights(const AccessRights& store, AccessRights folder, std::uint16_t kept);
+
+// Gives the existing directory `to` these rights if they are not what it has, and if this process may. Its owner stays.
+bool UpdateRights(const AccessRights& wanted, int to);
 
 // The mode under which a directory may be made before it gets these rights.
 mode_t ModeBeforeEntryRights(const AccessRights& folder, const AccessRights& source);

@@ -252,6 +252,138 @@ TEST_F(Owners, ReportWhatCannotBeWritten) {
   EXPECT_EQ(outcome.err, "tavithumb: standard output: No space left on device\n");
 }
 
+// A store of another user's, who may read the photo, but not write next to it.
+class OwnersOfStores : public Owners {
+ protected:
+  void SetUp() override {
+    Owners::SetUp();
+    MakeFolder(store, kOtherOwner);
+  }
+
+  // Of `size`, "S" for small.
+  std::string InStore(const std::string& size = "S") const {
+    return store + photos + "/.tavi_ea/photo.jpg/TAVIFILE_THUMB_" + size + ".jpg";
+  }
+
+  static Arguments WithStore(Arguments command, const std::string& folder) {
+    command.insert(command.begin() + 1, {"--store", folder});
+    return command;
+  }
+  Outcome Run(const Arguments& command) const { return run(WithStore(command, store)); }
+
+  void EmptyStore() const {
+    fs::remove_all(store);
+    MakeFolder(store, kOtherOwner);
+  }
+
+  const std::string store = outside / "store";
+};
+
+TEST_F(OwnersOfStores, OwnWhatRootStoresThere) {
+  for (const Arguments& command : Commands()) {
+    SCOPED_TRACE(testing::PrintToString(command));
+    Prepare();
+    EmptyStore();
+    const bool isAdded = command.front() == "add";
+    const std::string mine = outside / "mine";
+    fs::remove_all(mine);
+    MakeFolder(mine, kOtherOwner);
+    fs::rename(ready, mine + "/ready.jpg");
+    GiveTo(kOtherOwner, mine + "/ready.jpg");
+    Arguments adapted = command;
+    if (isAdded) adapted.back() = mine + "/ready.jpg";
+    const Outcome outcome = Run(adapted);
+    EXPECT_EQ(outcome.code, 0) << outcome;
+    EXPECT_EQ(outcome.err, "");
+    for (fs::path path = InStore(); path != store; path = path.parent_path()) {
+      EXPECT_EQ(RecordOf(path).st_uid, kOtherOwner) << path;
+    }
+    EXPECT_EQ(RecordOf(InStore()).st_mode & 0777U, 0644U);
+    EXPECT_FALSE(Exists(photos + "/.tavi_ea"));
+  }
+}
+
+TEST_F(OwnersOfStores, WhoMayNotReadAPhotoGetAReasonInPlaceOfItsThumbnail) {
+  ASSERT_EQ(chmod(photo.c_str(), 0600), 0);
+  for (const char* command : {"get", "make"}) {
+    const Outcome outcome = Run({command, photo});
+    EXPECT_EQ(outcome.code, 1);
+    EXPECT_EQ(outcome.err, "tavithumb: " + photo + ": permission denied; ask its owner for read permission\n");
+  }
+}
+
+// Not even where root would stay root.
+TEST_F(OwnersOfStores, CannotLeadRootToOtherFilesByLinks) {
+  GiveTo(0, photos);
+  const std::string entries = fs::path(InStore()).parent_path(), root = fs::path(entries).parent_path();
+  const std::vector<std::pair<std::string, std::string>> links = {{closed, root},
+                                                                  {closed + "/photo.jpg", entries},
+                                                                  {secret, entries + "/TAVIFILETMP_THUMB.jpg"},
+                                                                  {closed + "/new", entries + "/TAVIFILETMP_THUMB.jpg"},
+                                                                  {secret, InStore()},
+                                                                  {closed + "/new", InStore()}};
+  Arguments commands[] = {{"get", "--store-all", "--size", "small", photo},
+                          {"get", "--store-all", "--library", "--size", "small", photo},
+                          {"make", "--store-all", "--sizes", "small", photo},
+                          {"clean", photo},
+                          {"clean", "--keep", "0"}};
+  for (const Arguments& command : commands) {
+    for (const auto& [target, link] : links) {
+      SCOPED_TRACE(testing::PrintToString(command) + " with a link at " + link + " to " + target);
+      EmptyStore();
+      Run({"get", "--no-convert", photo});  // makes it a store
+      fs::create_directories(fs::path(link).parent_path());
+      for (fs::path path = fs::path(link).parent_path(); path != store; path = path.parent_path())
+        GiveTo(kOtherOwner, path);
+      fs::create_symlink(target, link);
+      GiveTo(kOtherOwner, link);
+      EXPECT_NE(Run(command).code, 2);
+      ExpectNothingOfRootsTouched();
+    }
+  }
+}
+
+TEST_F(OwnersOfStores, CleanThemThemselves) {
+  ASSERT_EQ(Run({"make", "--sizes", "small,medium", photos}).code, 0);
+  GiveTo(0, InStore());
+  SetTimes(InStore(), 1, 1);
+  const std::string size = std::to_string(fs::file_size(InStore()));
+  const Outcome cleaned = Run({"clean"});
+  EXPECT_EQ(cleaned.out, "removed " + InStore() + ": it is older than its source\nfreed " + size + " bytes in 1 file\n")
+      << cleaned;
+  const Outcome kept = Run({"clean", "--keep", "0"});
+  EXPECT_EQ(kept.code, 0) << kept;
+  EXPECT_EQ(Names(store), (Arguments{".size", "CACHEDIR.TAG"}));
+}
+
+TEST_F(OwnersOfStores, AreThoseOfTheFolderOfANewStore) {
+  const std::string made = photos + "/new";
+  const Outcome outcome = run({"get", "--store", made, "--store-all", "--size", "small", photo});
+  EXPECT_EQ(outcome.out, made + photos + "/.tavi_ea/photo.jpg/TAVIFILE_THUMB_S.jpg\n") << outcome;
+  EXPECT_EQ(RecordOf(made).st_uid, kOwner);
+}
+
+// In a store of root's, root stores only what is in folders of root's: it decodes no user's photos.
+TEST_F(OwnersOfStores, AreNotRootForThePhotosOfOthers) {
+  GiveTo(0, store);
+  const Outcome beside = Run({"get", "--size", "small", photo});
+  EXPECT_EQ(beside.out, stored + "\n") << beside;
+  EXPECT_EQ(RecordOf(stored).st_uid, kOwner);
+  for (const char* command : {"get", "make"}) {
+    const Outcome refused = Run({command, "--store-all", photo});
+    EXPECT_EQ(refused.code, 1);
+    EXPECT_EQ(refused.err.substr(0, refused.err.find('\n')),
+              "tavithumb: " + photo + ": no thumbnail can be written to the store; give " + store +
+                  " to a user who may read the source, and run this as that user");
+  }
+  GiveTo(0, photos);
+  const Outcome roots = Run({"get", "--store-all", "--size", "medium", photo});
+  EXPECT_EQ(roots.out, InStore("M") + "\n") << roots;
+  fs::remove(photo);
+  EXPECT_EQ(Run({"clean"}).code, 0);
+  EXPECT_EQ(Names(store), (Arguments{".size", "CACHEDIR.TAG"}));
+}
+
 // A thumbnail is as private as its photo.
 class Privacy : public Owners {
  protected:
@@ -290,6 +422,28 @@ TEST_F(Privacy, ThatHasChangedIsRestoredByMakeAndClean) {
       EXPECT_EQ(run(command).code, 0);
       EXPECT_EQ(MayRead(kNobody, stored), mode == 0644);
       EXPECT_TRUE(MayRead(kOwner, stored));
+    }
+  }
+}
+
+TEST_F(Privacy, OfAPhotoIsThatOfItsThumbnailsInAStore) {
+  const std::string store = outside / "store", inStore = store + stored;
+  for (const uid_t owner : {kOwner, uid_t{0}}) {
+    fs::remove_all(store);
+    MakeFolder(store, owner);
+    for (const std::string& path : {photos, photo}) GiveTo(owner, path);
+    for (const Arguments& command : {Arguments{"make", "--store-all", "--sizes", "small"}, Arguments{"clean"}}) {
+      for (const auto& [folderMode, mode] : {std::pair{0755, 0644}, {0755, 0600}, {0700, 0644}, {0755, 0666}}) {
+        SCOPED_TRACE(command.front() + " of " + std::to_string(owner) + " " + std::to_string(mode));
+        ASSERT_EQ(chmod(photos.c_str(), folderMode) | chmod(photo.c_str(), mode), 0);
+        Arguments arguments = command;
+        arguments.insert(arguments.end(), {"--store", store, photos});
+        EXPECT_EQ(run(arguments).code, 0);
+        EXPECT_TRUE(MayRead(owner, inStore));
+        for (const uid_t other : {kNobody, kOtherOwner}) {
+          EXPECT_EQ(MayRead(other, inStore), folderMode == 0755 && (mode & S_IROTH) != 0) << other;
+        }
+      }
     }
   }
 }

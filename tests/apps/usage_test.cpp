@@ -119,7 +119,8 @@ TEST(Usage, IsExplainedByHelp) {
       {{"list", "--help"},
        {"Usage: tavithumb list [OPTIONS] SOURCE...\n", "--json", "stale", "Examples:", "Exit codes: 0 "}},
       {{"clean", "--help"},
-       {"Usage: tavithumb clean [OPTIONS] PATH...\n", "--dry-run", "--json", "Examples:", "Exit codes: 0 "}},
+       {"Usage: tavithumb clean [OPTIONS] [PATH...]\n", "--dry-run", "--json", "--store DIR", "--keep SIZE",
+        "Examples:", "Exit codes: 0 "}},
   };
   const CommandRunner run;
   for (const Help& row : rows) {

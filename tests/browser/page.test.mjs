@@ -261,6 +261,16 @@ test('folders that cannot be read are counted', async (t) => {
   }
 });
 
+test('why new thumbnails are not stored is said where there are photos', async (t) => {
+  const reason = {not_stored: 'the disk is full', unreadable: 0};
+  const line = 'New thumbnails of a photo here are not stored: the disk is full.';
+  const photo = {name: 'a.jpg', url: 'a.jpg', kind: 'image', type: 'jpg', bytes: 1, modified: 1, original: true};
+  for (const [files, note] of [[[photo], `1 file. ${line}`], [[], 'There are no photos here.']]) {
+    const page = await visitListed(t, {files, ...reason});
+    await page.getByText(note, {exact: true}).waitFor();
+  }
+});
+
 // ---- Folders
 
 test('folders open by their links, and Back returns to the one that was left', async (t) => {

@@ -117,14 +117,14 @@ $stored/photo.heic/TAVIFILE_THUMB_S.jpg" \
 
 setting() { sed -n "s/^$1=//p" "$root/lib/systemd/system/tavithumb-make.service"; }
 
-# systemd does not run here: the command of the service, as its user. Only the raw file fails. Without
-# dcraw, the library leaves empty temporary files behind.
+# systemd does not run here: the command of the service, as its user, which can only read the photos. Only the raw file
+# fails. Without dcraw, the library leaves empty temporary files behind.
 nightly_service_works() {
-  local stored=/srv/photos/.tavi_ea status=0
+  local stored=/var/cache/tavithumb/srv/photos/.tavi_ea status=0
   inside systemctl enable tavithumb-make.timer && inside systemd-analyze verify --man=no tavithumb-make.timer || return
-  rm -rf "$root/$stored"
-  inside install -d -o tavithumb -g tavithumb "$stored"
-  inside runuser -u "$(setting User)" -- $(setting ExecStart) || status=$?
+  rm -rf "$root/srv/photos/.tavi_ea"
+  inside install -d -o tavithumb -g tavithumb -m 0711 "/var/cache/$(setting CacheDirectory)"
+  inside runuser -u "$(setting User)" -- env "$(setting Environment)" $(setting ExecStart) || status=$?
   [[ " $(setting SuccessExitStatus) " == *" $status "* ]] || return
   same "$(printf "tavithumb $stored/%s\n" photo.heic/TAVIFILE_THUMB_{B,M,S,XL}.jpg \
     photo.jpg/TAVIFILE_THUMB_{B,M,S,XL}.jpg picture.png/TAVIFILE_THUMB_{B,M,S}.png)" \

@@ -24,6 +24,8 @@
 #include "thumbs/rendering.h"
 #include "thumbs/source_facts.h"
 #include "thumbs/source_lock.h"
+#include "thumbs/store.h"
+#include "thumbs/store_size.h"
 #include "thumbs/stored_state.h"
 
 namespace tavithumb::apps::command {
@@ -43,7 +45,7 @@ std::uint64_t SizeOf(const std::string& path) {
 
 // Call it with the source locked: other processes use the same temporary names.
 void RemoveTemporaries(const std::string& path, const Making& making) {
-  const std::string folder = file::Dirname(file::GetEAPath(path, making.entry));
+  const std::string folder = file::Dirname(NewEntryPath(path, making.entry));
   std::error_code ignored;
   for (const auto& entry : std::filesystem::directory_iterator(folder, ignored)) {
     const std::string name = entry.path().filename();
@@ -65,7 +67,7 @@ class Sizes {
         result_(result),
         facts_(path),
         lookUp_(path, options, false),
-        canStore_(file::IsDestSupportEAWrite(file::Dirname(path)) && !file::GetEAPath(path, "thumbnail").empty()) {
+        canStore_(HasPlaceFor(path) && !NewEntryPath(path, "thumbnail").empty()) {
     lookUp_.SetFacts(order.byLibrary ? facts_.OfLibrary() : facts_.Known());
   }
 
@@ -74,11 +76,14 @@ class Sizes {
   void Serve(const std::string& size);
 
  private:
+  // The name of the thumbnail of the size that was looked up last, wherever it is stored.
+  std::string Entry() const { return BaseName(lookUp_.GetOnlineOutputDest()); }
   StoredState StateOf(const std::string& size);
   bool IsMissing(const std::string& size);
   bool IsServedUnchanged(const std::string& size);
   void MakeUnlessServed(const std::string& size);
   void Make(const std::string& size);
+  void CountMade(const std::string& size, const std::string& thumbnail);
   Problem WhyNot(const Thumb& job, const std::string& size) const;
 
   const std::string& path_;
@@ -120,8 +125,8 @@ void Sizes::RenderMissing() {
   for (const std::string& size : order_.sizes) {
     const Request request = RequestOf(size, order_);
     if (!IsMissing(size) || !CanRender(request, lookUp_.GetInfo()) || IsServedUnchanged(size)) continue;
-    making.entry = BaseName(lookUp_.GetOnlineOutputDest());
-    if (!rendered_.insert(lookUp_.GetOnlineOutputDest()).second) continue;
+    making.entry = Entry();
+    if (!rendered_.insert(making.entry).second) continue;
     making.temporaries.push_back(TemporaryPrefix(making.entry));
     requests.push_back(request);
   }
@@ -139,10 +144,9 @@ void Sizes::RenderMissing() {
 void Sizes::Serve(const std::string& size) {
   if (good_.count(size) != 0) return result_->found.push_back(size);
   lookUp_.SetRequest(size);
-  if (rendered_.erase(lookUp_.GetOnlineOutputDest()) != 0) {
-    result_->made.push_back(size);
-    result_->bytes += SizeOf(lookUp_.GetOnlineOutputDest());
-  } else if (StateOf(size) == StoredState::kGood || planned_.count(lookUp_.GetOnlineOutputDest()) != 0) {
+  if (rendered_.erase(Entry()) != 0) {
+    CountMade(size, lookUp_.GetOnlineOutputDest());
+  } else if (StateOf(size) == StoredState::kGood || planned_.count(Entry()) != 0) {
     result_->found.push_back(size);
   } else if (IsMissing(size)) {
     MakeUnlessServed(size);
@@ -154,11 +158,10 @@ void Sizes::MakeUnlessServed(const std::string& size) {
   if ((isMakers || order_.isDryRun || !canStore_) && IsServedUnchanged(size)) return result_->notNeeded.push_back(size);
   if (order_.isDryRun || !canStore_) {
     if (!canStore_) return result_->Fail(size, WhyNotStored(path_).value_or(NoEntriesOnVolume()));
-    planned_.insert(lookUp_.GetOnlineOutputDest());
+    planned_.insert(Entry());
     return result_->made.push_back(size);
   }
-  const Making making = {
-      BaseName(lookUp_.GetOnlineOutputDest()), {lookUp_.GetInfo().GetBrovixTmpThumbEAName()}, std::time(nullptr)};
+  const Making making = {Entry(), {lookUp_.GetInfo().GetBrovixTmpThumbEAName()}, std::time(nullptr)};
   announce_(*result_, making);
   Make(size);
   if (!result_->failures.empty()) RemoveTemporaries(path_, making);
@@ -174,8 +177,13 @@ void Sizes::Make(const std::string& size) {
     unlink(job.GetOutputFile().c_str());
     return result_->Fail(size, NoEntriesOnVolume());
   }
+  CountMade(size, job.GetOutputFile());
+}
+
+void Sizes::CountMade(const std::string& size, const std::string& thumbnail) {
   result_->made.push_back(size);
-  result_->bytes += SizeOf(job.GetOutputFile());
+  result_->bytes += SizeOf(thumbnail);
+  CountStored(thumbnail);
 }
 
 // The source may have been removed or become unreadable since the first check.
@@ -197,7 +205,7 @@ Result WorkOn(const std::string& path, const Order& order, const Announce& annou
     return result;
   }
   const SourceLock lock(path);
-  if (!order.isDryRun) RestrictFolderToReadersOf(path);
+  if (!order.isDryRun) RestrictFoldersToReadersOf(path);
   try {
     Sizes sizes(path, order, announce, &result);
     sizes.RenderMissing();
@@ -215,7 +223,7 @@ void RemoveHalfMade(const std::string& path, const Making& making) {
   const FileDescriptor source = OpenForLocks(path);
   if (flock(source.Number(), LOCK_EX | LOCK_NB) == -1 && errno == EWOULDBLOCK) return;
   RemoveTemporaries(path, making);
-  const std::string entry = file::GetEAPath(path, making.entry);
+  const std::string entry = NewEntryPath(path, making.entry);
   struct stat record = {};
   if (stat(entry.c_str(), &record) == 0 && record.st_ctim.tv_sec >= making.since) unlink(entry.c_str());
 }

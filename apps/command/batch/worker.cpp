@@ -15,6 +15,7 @@
 #include "system/file_rules.h"
 #include "system/priority.h"
 #include "thumbs/as_owner.h"
+#include "thumbs/store.h"
 #include "thumbs/temporary_files.h"
 
 namespace tavithumb::apps::command {
@@ -32,6 +33,7 @@ void EnterRules(const Order& order) {
   rules.Allow("/", FileRules::Access::kRead);
   rules.AllowSystem();
   for (const std::string& folder : order.folders) rules.Allow(folder, FileRules::Access::kStore);
+  if (!StoreFolder().empty()) rules.Allow(StoreFolder(), FileRules::Access::kStore);
   for (const char* folder : file::TEMPORARY_FOLDERS) rules.Allow(folder, FileRules::Access::kStore);
   rules.Allow(std::filesystem::temp_directory_path(), FileRules::Access::kStore);
   rules.Enter();

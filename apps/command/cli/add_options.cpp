@@ -31,6 +31,7 @@ struct Arguments {
   std::string size;
   std::optional<std::string> time;
   bool checkType = false;
+  StoreArguments store;
 };
 
 void Declare(const Options& options, Arguments* arguments) {
@@ -41,6 +42,7 @@ void Declare(const Options& options, Arguments* arguments) {
   options.AddFlag("--check-type", &arguments->checkType, "Accept only the type that would be made for SOURCE");
   options.AddOptional("--mtime", "SECONDS", &arguments->time,
                       "Its modification time in seconds since 1970; default: that of SOURCE");
+  options.AddStore(&arguments->store);
 }
 
 // Throws std::invalid_argument with a message for people.
@@ -65,6 +67,7 @@ std::vector<Pair> PairsOf(const std::vector<std::string>& names) {
 Subcommand AddSubcommand(std::function<decltype(Add)> add) {
   const auto arguments = std::make_shared<Arguments>();
   const auto run = [arguments, add = std::move(add)] {
+    UseStoreOf(arguments->store);
     return add(PairsOf(arguments->names), StyleOf(*arguments)) ? kDone : kSomeFailed;
   };
   return {"add", description, footer, [arguments](const Options& options) { Declare(options, arguments.get()); }, run};

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "command/output.h"
+#include "thumbs/store.h"
 
 namespace tavithumb::apps::command {
 namespace {
@@ -92,6 +93,24 @@ void Options::AddNames(const std::string& label, std::vector<std::string>* value
 void Options::AddOptionalNames(const std::string& label, std::vector<std::string>* value,
                                const std::string& help) const {
   AddNamesTo(parser_, label, value, help);
+}
+
+void Options::AddStore(StoreArguments* value) const {
+  AddOptional("--store", "DIR", &value->folder,
+              "Store thumbnails there if not possible next to the source; default: $TAVITHUMB_STORE");
+  AddFlag("--store-all", &value->isForAll, "Store all new thumbnails in the store");
+}
+
+void Options::AddStoreToRead(StoreArguments* value) const {
+  AddOptional("--store", "DIR", &value->folder, "Read this store too; default: $TAVITHUMB_STORE");
+}
+
+void UseStoreOf(const StoreArguments& arguments) {
+  UseStore({arguments.folder.value_or(""), arguments.isForAll, true, true});
+}
+
+void UseStoreToRead(const StoreArguments& arguments) {
+  UseStore({arguments.folder.value_or(""), false, false, true});
 }
 
 void Options::SetUsageOfNames(const std::string& usage) const {

@@ -54,6 +54,7 @@ struct Arguments {
   bool acceptHeic = false;
   std::string quality = std::to_string(Request().quality);
   bool byLibrary = false;
+  StoreArguments store;
 };
 
 // A line for each size with a name.
@@ -83,6 +84,7 @@ void Declare(const Options& options, Arguments* arguments) {
   options.AddFlag("--accept-heic", &arguments->acceptHeic, "Accept a HEIC photo itself as the answer");
   options.AddDefaulted("--quality", "N", &arguments->quality, qualityHelp);
   options.AddFlag("--library", &arguments->byLibrary, libraryHelp);
+  options.AddStore(&arguments->store);
   options.AddFlag("--json", &arguments->json, "Print one JSON object per line");
   options.AddFlag("-0", &arguments->nulEnded, "End each path with a NUL byte instead of a newline");
 }
@@ -124,6 +126,7 @@ GetFormat FormatOf(const Arguments& arguments) {
 Subcommand GetSubcommand(std::function<decltype(Get)> get) {
   const auto arguments = std::make_shared<Arguments>();
   const auto run = [arguments, get = std::move(get)] {
+    UseStoreOf(arguments->store);
     return get(arguments->files, RequestOf(*arguments), FormatOf(*arguments)) ? kDone : kSomeFailed;
   };
   return {"get", description, Footer(), [arguments](const Options& options) { Declare(options, arguments.get()); },

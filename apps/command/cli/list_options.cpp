@@ -29,6 +29,7 @@ constexpr char footer[] =
 struct Arguments {
   std::vector<std::string> sources;
   bool json = false;
+  StoreArguments store;
 };
 
 }  // namespace
@@ -39,8 +40,10 @@ Subcommand ListSubcommand(std::function<decltype(List)> list) {
     options.AddNames("SOURCE", &arguments->sources,
                      "Photos and videos, also deleted ones; after '--', names may start with '-'");
     options.AddFlag("--json", &arguments->json, "Print one JSON object per line instead of a table");
+    options.AddStoreToRead(&arguments->store);
   };
   const auto run = [arguments, list = std::move(list)] {
+    UseStoreToRead(arguments->store);
     return list(arguments->sources, arguments->json) ? kDone : kSomeFailed;
   };
   return {"list", description, footer, declare, run};

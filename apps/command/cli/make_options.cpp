@@ -49,6 +49,7 @@ struct Arguments {
   std::optional<std::string> list;
   std::string quality = std::to_string(Request().quality);
   bool byLibrary = false;
+  StoreArguments store;
   bool onlyOlder = false;
   bool isDryRun = false;
   bool isEager = false;
@@ -69,6 +70,7 @@ void Declare(const Options& options, Arguments* arguments) {
   options.AddFlag("--library", &arguments->byLibrary, libraryHelp);
   options.AddFlag("--eager", &arguments->isEager,
                   "Compete with other programs for processor and disk; by default it uses what they leave");
+  options.AddStore(&arguments->store);
   options.AddFlag("--json", &arguments->json, "Print one JSON object per line");
   options.AddOptional("--files-from", "FILE", &arguments->list,
                       "Read more PATHs, one per line, from FILE; '-' is standard input");
@@ -132,7 +134,10 @@ ExitCode CodeOf(MakeOutcome outcome) {
 
 Subcommand MakeSubcommand(std::function<decltype(Make)> make) {
   const auto arguments = std::make_shared<Arguments>();
-  const auto run = [arguments, make = std::move(make)] { return CodeOf(make(RequestOf(*arguments))); };
+  const auto run = [arguments, make = std::move(make)] {
+    UseStoreOf(arguments->store);
+    return CodeOf(make(RequestOf(*arguments)));
+  };
   return {"make", description, footer, [arguments](const Options& options) { Declare(options, arguments.get()); }, run};
 }
 

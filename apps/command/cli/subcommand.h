@@ -23,6 +23,16 @@ namespace tavithumb::apps::command {
 inline constexpr char qualityHelp[] = "Quality of the JPEG thumbnails, 1 to 100";
 inline constexpr char libraryHelp[] = "Make thumbnails with the library's tools only";
 
+struct StoreArguments {
+  std::optional<std::string> folder;
+  bool isForAll = false;
+};
+
+// Uses the store of these arguments, or that of the environment. Throws std::invalid_argument with a message for
+// people.
+void UseStoreOf(const StoreArguments& arguments);
+void UseStoreToRead(const StoreArguments& arguments);
+
 enum ExitCode { kDone = 0, kSomeFailed = 1, kBadUsage = 2, kInterrupted = 130 };
 
 // Declares the options and names that a subcommand accepts, in the order in which its help lists them. Each is stored
@@ -41,6 +51,9 @@ class Options {
   // At least one name.
   void AddNames(const std::string& label, std::vector<std::string>* value, const std::string& help) const;
   void AddOptionalNames(const std::string& label, std::vector<std::string>* value, const std::string& help) const;
+  // Where thumbnails are stored if not next to their source: `--store`, and `--store-all` for those that store.
+  void AddStore(StoreArguments* value) const;
+  void AddStoreToRead(StoreArguments* value) const;
   // The placeholder for the names in the usage line.
   void SetUsageOfNames(const std::string& usage) const;
 

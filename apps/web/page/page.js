@@ -49,6 +49,7 @@ function note() {
   else if (listing.folders.length === 0) notes.push('There are no photos here.');
   if (needsDates() && !dates) notes.push('Reading their dates…');
   if (listing.unreadable) notes.push(`${counted(listing.unreadable, 'folder', 'folders')} cannot be read.`);
+  if (listing.files.length && listing.not_stored) notes.push(`New thumbnails of a photo here are not stored: ${listing.not_stored}.`);
   return notes.join(' ');
 }
 

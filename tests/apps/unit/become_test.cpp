@@ -4,7 +4,9 @@
 #include <fcntl.h>
 #include <grp.h>
 #include <gtest/gtest.h>
+#include <pty.h>
 #include <pwd.h>
+#include <sys/ioctl.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -94,6 +96,31 @@ TEST_F(Becoming, RootChangesNothing) {
     EXPECT_EQ(Groups(), before);
     EXPECT_STREQ(getenv("SECRET"), "kept");
   });
+}
+
+bool HasTerminal() {
+  const int terminal = open("/dev/tty", O_RDWR | O_NOCTTY | O_CLOEXEC);
+  if (terminal != -1) close(terminal);
+  return terminal != -1;
+}
+
+// The system would kill the session with the one that it began with.
+TEST_F(Becoming, AUserLeavesRootsTerminalUnlessTheSessionBeganWithIt) {
+  int master = -1, terminal = -1;
+  ASSERT_EQ(openpty(&master, &terminal, nullptr, nullptr, nullptr), 0);
+  CheckInFork([terminal] {
+    ASSERT_NE(setsid(), -1);
+    ASSERT_EQ(ioctl(terminal, TIOCSCTTY, 0), 0);
+    CheckInFork([] {
+      ASSERT_TRUE(HasTerminal());
+      Become(unknown);
+      EXPECT_FALSE(HasTerminal());
+    });
+    Become(unknown);
+    EXPECT_EQ(getsid(0), getpid());
+  });
+  close(master);
+  close(terminal);
 }
 
 TEST_F(Becoming, AUserLeavesRootsEnvironmentBehind) {

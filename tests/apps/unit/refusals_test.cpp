@@ -67,7 +67,7 @@ TEST(Refusals, OfOptionsThatAreMissingUnknownOrDontFitTogether) {
       {{"get", "--fallback-smaller", "--size", "9x9", "a.jpg"},
        "--fallback-smaller needs a named size: other sizes have no smaller ones; see 'tavithumb get --help'"},
       {{"list"}, "SOURCE is required; see 'tavithumb list --help'"},
-      {{"clean"}, "PATH is required; see 'tavithumb clean --help'"},
+      {{"clean"}, "PATH or --store is required; see 'tavithumb clean --help'"},
       {{"clean", "--force", "a"}, "The following argument was not expected: --force; see 'tavithumb clean --help'"},
       {{"add"}, "SOURCE is required; see 'tavithumb add --help'"},
       {{"add", "a.jpg", "b.jpg"}, "--size is required; see 'tavithumb add --help'"},

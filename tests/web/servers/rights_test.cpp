@@ -52,7 +52,7 @@ TEST_F(Rights, OmitFoldersThatCannotBeReadAndCountThem) {
   const std::string list = Get(site, "/list/");
   EXPECT_EQ(list.substr(list.find("\r\n\r\n") + 4),
             "{\"path\":\"\",\"folders\":[{\"name\":\"open\",\"url\":\"open\",\"photos\":0}],\"files\":[],"
-            "\"unreadable\":4}\n");
+            "\"unreadable\":4,\"not_stored\":\"no thumbnail can be written next to it\"}\n");
   for (const char* name : {"closed", "passable"}) {
     EXPECT_EQ(Get(site, std::string("/list/") + name), Error("403 Forbidden", "permission denied\n")) << name;
   }
@@ -71,12 +71,21 @@ TEST_F(Rights, RejectAFileThatCannotBeRead) {
   }
 }
 
-TEST_F(Rights, ReportThatAThumbnailCannotBeStored) {
+TEST_F(Rights, ReportThatAThumbnailCannotBeStoredAndSendIt) {
   const Site site(Front::kNone, AsNobody());
   MakePng(site / "drawing.png", 800, 600);
   chmod((site / "drawing.png").c_str(), 0644);
-  EXPECT_EQ(Get(site, "/thumb/drawing.png?size=small"),
-            Error("500 Internal Server Error", "no thumbnail can be written next to it\n"));
+  const std::vector<std::string> temporaries = TemporaryFiles();
+  const std::string answer = Get(site, "/thumb/drawing.png?size=small");
+  EXPECT_EQ(answer.substr(0, answer.find("Content-Length")),
+            "X-Content-Type-Options: nosniff\r\nVary: Accept\r\n"
+            "Tavithumb-Not-Stored: no thumbnail can be written next to it\r\n"
+            "Cache-Control: private, max-age=300, must-revalidate\r\nContent-Type: image/png\r\n");
+  EXPECT_NE(answer.find("\x89PNG"), std::string::npos);
+  EXPECT_EQ(site.Noted("log: "),
+            std::vector<std::string>{"GET /thumb/drawing.png?size=small: not stored: no thumbnail can be written next "
+                                     "to it; make its folder writable, or work on a copy"});
+  EXPECT_EQ(TemporaryFiles(), temporaries);
   EXPECT_NE(Get(site, "/original/drawing.png").find("Content-Type: image/png\r\n"), std::string::npos);
 }
 

@@ -213,6 +213,8 @@ Site::Site(Front front, const SiteOptions& options) : folder_(FolderInTmp()), pr
   chmod(folder_.Path().c_str(), 0755);
   std::filesystem::create_directory(Photos());
   std::filesystem::create_directory(folder_ / "documents");
+  std::filesystem::create_directory(Store());
+  if (options.user != 0 && chown(Store().c_str(), options.user, options.user) != 0) ADD_FAILURE() << "chown";
   Start(front, options);
 }
 
@@ -228,6 +230,12 @@ std::string Site::LighttpdRule(const std::string& moreOfServer) const {
          "\", \"check-local\" => \"disable\", \"fix-root-scriptname\" => \"enable\"" + moreOfServer + " )) ) }\n";
 }
 
+// A location of nginx for the files that it sends for the program.
+std::string SentFrom(const std::string& address, const std::string& folder) {
+  return "location " + address + " { internal; alias " + folder + "/; disable_symlinks on from=" + folder +
+         "; add_header X-Content-Type-Options nosniff; add_header Vary Accept; }\n";
+}
+
 void Site::Start(Front front, const SiteOptions& options) {
   const std::string nginxScgi = "include /etc/nginx/scgi_params; scgi_param SCRIPT_NAME '" + prefix_ +
                                 "'; scgi_pass unix:" + Socket() + "; scgi_max_temp_file_size 0;";
@@ -240,17 +248,16 @@ void Site::Start(Front front, const SiteOptions& options) {
     case Front::kNginxSendfile:
       StartProgram(With(options, "X-Accel-Redirect"));
       return StartNginx(nginxScgi + " scgi_param TAVITHUMB_SENDFILE 'X-Accel-Redirect /files';",
-                        "location /files/ { internal; alias " + Photos() + "/; disable_symlinks on from=" + Photos() +
-                            "; add_header X-Content-Type-Options nosniff; add_header Vary Accept; }");
+                        SentFrom("/files/", Photos()) + SentFrom("/files/.tavi_store/", Store()));
     case Front::kLighttpdScgi:
       StartProgram(options);
       return StartLighttpd("\"mod_scgi\"", LighttpdRule(""));
     case Front::kLighttpdSendfile:
       StartProgram(With(options, "X-Sendfile"));
-      return StartLighttpd(
-          "\"mod_setenv\", \"mod_scgi\"",
-          "setenv.set-environment = ( \"TAVITHUMB_SENDFILE\" => \"X-Sendfile\" )\n" +
-              LighttpdRule(", \"x-sendfile\" => \"enable\", \"x-sendfile-docroot\" => ( \"" + Photos() + "/\" )"));
+      return StartLighttpd("\"mod_setenv\", \"mod_scgi\"",
+                           "setenv.set-environment = ( \"TAVITHUMB_SENDFILE\" => \"X-Sendfile\" )\n" +
+                               LighttpdRule(", \"x-sendfile\" => \"enable\", \"x-sendfile-docroot\" => ( \"" +
+                                            Photos() + "/\", \"" + Store() + "/\" )"));
     case Front::kNginxCgi: {
       const std::string script = WriteCgi(options);
       helper_ = std::make_unique<Process>(
@@ -271,6 +278,7 @@ void Site::Start(Front front, const SiteOptions& options) {
 std::vector<std::string> Site::EnvironmentOf(const SiteOptions& options) const {
   std::vector<std::string> environment = Preloading(WEB_PROBE);
   environment.push_back("PROBE_FILE=" + (folder_ / "noted"));
+  if (options.hasStore) environment.push_back("TAVITHUMB_STORE=" + Store());
   environment.insert(environment.end(), options.environment.begin(), options.environment.end());
   return environment;
 }

@@ -58,6 +58,7 @@ struct SiteOptions {
   std::vector<std::string> environment;  // of the program
   std::vector<std::string> roots;        // instead of the one folder Photos()
   std::string prefix;                    // of all addresses
+  bool hasStore = false;                 // Store() is the program's
   uid_t user = 0;                        // not 0: the program runs as this user, for which the test must be root
 };
 
@@ -70,6 +71,8 @@ class Site {
   static std::string WhyNotAs(uid_t user);
 
   std::string Photos() const { return folder_ / "photos"; }
+  // An empty folder of the program's user, from which the web server may send files too.
+  std::string Store() const { return folder_ / "store"; }
   std::string operator/(const std::string& name) const { return Photos() + "/" + name; }
   int Port() const { return port_; }
   const std::string& Prefix() const { return prefix_; }

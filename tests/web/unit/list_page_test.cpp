@@ -315,6 +315,15 @@ TEST(ListAsHtml, SaysThatThereIsNothing) {
             page.npos);
 }
 
+TEST(ListAsHtml, SaysWhyNewThumbnailsAreNotStored) {
+  const ListedFile photo = {"a.jpg", "url", false, "jpg", 1, 1, false};
+  EXPECT_NE(
+      ListAsHtml({{}, {}, {photo}, 0, "<full>"}, "")
+          .find("</ul>\n<p class=\"note\">New thumbnails of a photo here are not stored: &lt;full&gt;.</p>\n</main>"),
+      std::string::npos);
+  EXPECT_EQ(ListAsHtml({{}, {}, {}, 0, "full"}, "").find("full"), std::string::npos);
+}
+
 TEST(ListAsHtml, EscapesNames) {
   const std::pair<const char*, const char*> rows[] = {{"<script>", "&lt;script&gt;"},
                                                       {"a&lt;b", "a&amp;lt;b"},

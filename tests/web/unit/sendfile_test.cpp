@@ -47,6 +47,8 @@ TEST(SendfileLine, NamesAFileBelowARoot) {
       {kAccelRedirect, single, "/srv/photos/two\r\nlines", "X-Accel-Redirect: /files/two%0D%0Alines\r\n"},
       {kAccelRedirect, single, "/srv/photos2/c.jpg", ""},
       {kSendfile, single, "/tmp/thumb.1", ""},
+      {kAccelRedirect, single, "/srv/photos/.tavi_store/c.jpg", ""},
+      {kAccelRedirect, single, "/srv/photos/a/.tavi_store/c.jpg", "X-Accel-Redirect: /files/a/.tavi_store/c.jpg\r\n"},
       {"", single, "/srv/photos/c.jpg", ""},
       {kAccelRedirect, single, "/srv/photos/\xE4.jpg", "X-Accel-Redirect: /files/%E4.jpg\r\n"},
   };

@@ -25,6 +25,8 @@ std::string Describe(const Settings& settings) {
   const ToolLimits& limits = settings.limits;
   text += std::to_string(limits.cpuSeconds) + " " + std::to_string(limits.memoryMiB) + " " +
           std::to_string(limits.fileSizeMiB) + " " + std::to_string(limits.openFiles) + "\n";
+  if (!settings.store.folder.empty()) text += settings.store.folder + (settings.store.isForAll ? " for all " : " ");
+  if (settings.storeSize.number != 10) text += std::to_string(static_cast<int>(settings.storeSize.number)) + "\n";
   return text + settings.policyFolder;
 }
 
@@ -80,6 +82,9 @@ TEST_F(SettingsRead, AreTheDefaultsUnlessSetOtherwise) {
     EXPECT_EQ(Read(With({"--sendfile", header})), Expected(std::string(" ") + header, numbers, limits));
   }
   EXPECT_EQ(Read(With({"--library", "--quality", "100"})), Expected(" library 100", numbers, limits));
+  EXPECT_EQ(Read(With({"--store", "/s", "--store-all", "--store-size", "5%"})),
+            Expected("", numbers, limits + "\n/s for all 5"));
+  EXPECT_EQ(Read(With({"--store", "/s", "--store-size", "3K"})), Expected("", numbers, limits + "\n/s 3072"));
   EXPECT_EQ(Read(With({"--children", "0"})), Expected("", numbers, limits));
   EXPECT_EQ(Read(With({"--children", "3", "--senders", "0", "--waiting", "0", "--deadline", "86400"})),
             Expected("", "3 0 0 86400", limits));
@@ -131,6 +136,7 @@ TEST_F(SettingsRead, ReportWhatIsWrong) {
       {With({"--deadline", "86401"}), "--deadline: Value 86401 not in range 1 to 86400"},
       {With({"--deadline", "9s"}), "--deadline: Value 9s not in range 1 to 86400"},
       {With({"--sendfile", "sendfile"}), "--sendfile: 'sendfile' is neither X-Accel-Redirect nor X-Sendfile"},
+      {With({"--store-size", "much"}), "'much' is not a valid size: use one such as 500M, 2G or 10%"},
       {With({"--children", "-1"}), "Could not convert: --children = -1"},
       {With({"--waiting", "-1"}), "Could not convert: --waiting = -1"},
       {With({"--tool-files", "-1"}), "Could not convert: --tool-files = -1"},
