@@ -68,8 +68,13 @@ void TakeUser(uid_t user) {
   Fail("setresuid");
 }
 
+// What tools need, and what a request says about its answer.
 bool IsKept(std::string_view variable) {
-  constexpr std::array<std::string_view, 6> kept = {"PATH=", "TZ=", "LANG=", "LC_", "MAGICK_", "TMPDIR="};
+  constexpr std::array<std::string_view, 10> kept = {"PATH=",          "TZ=",
+                                                     "LANG=",          "LC_",
+                                                     "MAGICK_",        "TMPDIR=",
+                                                     "HTTP_IF",        "HTTP_RANGE=",
+                                                     "REQUEST_METHOD", "GATEWAY_INTERFACE="};
   for (const std::string_view name : kept) {
     if (variable.substr(0, name.size()) == name) return true;
   }

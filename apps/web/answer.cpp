@@ -14,10 +14,13 @@
 #include <string>
 #include <utility>
 
+#include "system/become.h"
 #include "system/clock.h"
 #include "system/json_text.h"
+#include "system/paths.h"
 #include "system/text.h"
 #include "thumbs/answer.h"
+#include "thumbs/as_owner.h"
 #include "thumbs/boxes.h"
 #include "thumbs/facts.h"
 #include "thumbs/kinds.h"
@@ -61,12 +64,38 @@ HttpError ErrorOf(const Problem& problem) {
   return {StatusOf(problem.kind), problem.reason};
 }
 
+// The client need not know whose rights are missing.
+void ThrowIf(const std::optional<Problem>& problem, const Delivery& delivery) {
+  if (!problem) return;
+  syslog(LOG_NOTICE, "%s: %s; %s", delivery.turn.state->request.data(), problem->reason.c_str(),
+         problem->remedy.c_str());
+  if (problem->kind == Problem::Kind::kForbidden) throw HttpError(kForbidden, "permission denied");
+  throw ErrorOf(*problem);
+}
+
+// Root answers as the owner of the source's folder, from inside it.
+void BecomeOwner(Found* source, const Delivery& delivery) {
+  if (!IsRoot()) return;
+  const std::string path = source->path;
+  ThrowIf(WhyNotBecome(OwnerFor(path)), delivery);
+  ThrowIf(WhyNotEnter(path, &source->path), delivery);
+  if (!source->IsAt(source->path)) throw NotFound();  // the folder was replaced meanwhile
+}
+
 // A source below a root, which may be passed to the library.
-Found FindSource(const Target& target, const Roots& roots) {
-  Found found = roots.Find(target.path);
+Found FindSource(const Target& target, const Delivery& delivery) {
+  Found found = delivery.service.roots.Find(target.path);
   if (!S_ISREG(found.record.st_mode)) throw NotFound();
   if (const std::optional<Problem> problem = CheckSource(found.path)) throw ErrorOf(*problem);
+  BecomeOwner(&found, delivery);
   return found;
+}
+
+// What is in a folder is read as its owner; the folders that are served, as the user who started the program.
+void BecomeOwnerOfFolder(const Target& target, const Delivery& delivery) {
+  const Roots& roots = delivery.service.roots;
+  if (!IsRoot() || (roots.AreNamed() && target.path.empty())) return;
+  ThrowIf(WhyNotBecome(OwnerFor(JoinPath(roots.Find(target.path).path, ""))), delivery);
 }
 
 // A new answer: in memory, or that of the job.
@@ -119,7 +148,7 @@ bool FindGood(const Found& source, const Request& request, FileMemory* memory, T
 }
 
 void AnswerThumb(const Target& target, const Delivery& delivery) {
-  const Found source = FindSource(target, delivery.service.roots);
+  const Found source = FindSource(target, delivery);
   const Request& request = target.request;
   WithProblems(delivery, [&] {
     Thumb stored(source.path, request.options, request.acceptHeic);
@@ -138,7 +167,7 @@ void RequireReadable(const Found& source) {
 }
 
 void AnswerOriginal(const Target& target, const Delivery& delivery) {
-  const Found source = FindSource(target, delivery.service.roots);
+  const Found source = FindSource(target, delivery);
   const std::string videoType = PlayableVideoType(file::GetFileExt(source.path));
   WithProblems(delivery, [&] {
     RequireReadable(source);
@@ -152,13 +181,13 @@ void AnswerOriginal(const Target& target, const Delivery& delivery) {
 
 // What it is makes no difference: nothing of it is read, and no browser shows it.
 void AnswerDownload(const Target& target, const Delivery& delivery) {
-  const Found source = FindSource(target, delivery.service.roots);
+  const Found source = FindSource(target, delivery);
   RequireReadable(source);
   DeliverFile(source.path, "application/octet-stream", AttachmentLine(target.path.back()), delivery);
 }
 
 void AnswerFacts(const Target& target, const Delivery& delivery) {
-  const Found source = FindSource(target, delivery.service.roots);
+  const Found source = FindSource(target, delivery);
   WithProblems(delivery, [&] {
     const Facts facts = ReadFacts(source.path);
     nlohmann::ordered_json object = JsonFacts(facts);
@@ -173,11 +202,13 @@ constexpr std::chrono::seconds mostForDates(1);
 // Any of the photos may be damaged.
 void AnswerDates(const Target& target, const Delivery& delivery) {
   delivery.turn.state->isWorkersLast = true;
+  BecomeOwnerOfFolder(target, delivery);
   const Clock::time_point deadline = Clock::now() + mostForDates;
   DeliverJson(target, DatesAsJson(delivery.service.roots, target.path, target.after, deadline), delivery);
 }
 
 void AnswerList(const Target& target, const Delivery& delivery) {
+  BecomeOwnerOfFolder(target, delivery);
   const Listing listing = ListFolder(delivery.service.roots, target.path);
   DeliverList(target, listing, delivery);
 }

@@ -19,6 +19,7 @@
 
 #include "system/file_descriptor.h"
 #include "system/memory_file.h"
+#include "system/paths.h"
 #include "system/text.h"
 #include "thumbs/answer.h"
 #include "thumbs/reasons.h"
@@ -91,7 +92,8 @@ void SendRotated(const std::string& mimeType, const Delivery& delivery, Thumb* j
 }
 
 void SendLasting(const std::string& path, const std::string& mimeType, const Delivery& delivery) {
-  const std::string line = SendfileLine(delivery.sendfile, delivery.service.roots, path);
+  const std::string absolute = std::filesystem::path(AbsolutePath(path)).lexically_normal();
+  const std::string line = SendfileLine(delivery.sendfile, delivery.service.roots, absolute);
   if (line.empty()) return Send(path, mimeType, delivery);
   Print(caching + ("Content-Type: " + mimeType + "\r\n") + line + "\r\n");
 }

@@ -78,13 +78,13 @@ int Run(int argc, char** argv) {
   }
   const std::optional<Settings> settings = ReadSettings(argc, argv);
   if (!settings) return kDone;
-  UseStore(settings->store);
-  if (!StoreFolder().empty()) LimitStore(settings->storeSize);
-  const Roots roots(settings->roots, settings->showsHidden);
   const std::unique_ptr<Listener> listener = isCgi ? nullptr : OpenListener(*settings);
   if (!isCgi && !listener) {
     throw std::invalid_argument("there is no request to answer: start it from a web server, or use --scgi to listen");
   }
+  UseStore(settings->store);  // by which root may become its owner
+  if (!StoreFolder().empty()) LimitStore(settings->storeSize);
+  const Roots roots(settings->roots, settings->showsHidden);
   const Confinement confinement(roots, settings->limits, settings->policyFolder);
   FileMemory memory;
   const Service service = {roots, confinement, &memory, settings->sendfile, settings->byLibrary, settings->quality};

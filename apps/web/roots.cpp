@@ -38,11 +38,6 @@ std::string PathOf(const FileDescriptor& file) {
   return {path.data(), static_cast<std::size_t>(length)};
 }
 
-bool IsAt(const std::string& path, const struct stat& record) {
-  struct stat there = {};
-  return lstat(path.c_str(), &there) == 0 && there.st_dev == record.st_dev && there.st_ino == record.st_ino;
-}
-
 std::string Joined(const std::vector<std::string>& path, std::size_t first) {
   std::string joined = ".";
   for (std::size_t i = first; i < path.size(); ++i) joined += "/" + path[i];
@@ -56,6 +51,11 @@ HttpError ErrorOfOpen() {
 }
 
 }  // namespace
+
+bool Found::IsAt(const std::string& name) const {
+  struct stat there = {};
+  return lstat(name.c_str(), &there) == 0 && there.st_dev == record.st_dev && there.st_ino == record.st_ino;
+}
 
 Root ParseRoot(const std::string& text) {
   const std::size_t equals = text.find('=');
@@ -95,7 +95,7 @@ Found Roots::Find(const std::vector<std::string>& path) const {
   Found found = {OpenBeneath(folder.Number(), Joined(path, AreNamed() ? 1 : 0)), {}, ""};
   if (!found.descriptor.IsOpen() || fstat(found.descriptor.Number(), &found.record) != 0) throw ErrorOfOpen();
   found.path = PathOf(found.descriptor);
-  if (found.path.empty() || !IsAt(found.path, found.record)) throw NotFound();
+  if (found.path.empty() || !found.IsAt(found.path)) throw NotFound();
 
   // A link may lead to a hidden folder.
   for (const auto& part : std::filesystem::path(found.path).lexically_relative(PathOf(folder))) {

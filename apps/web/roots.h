@@ -25,10 +25,12 @@ Root ParseRoot(const std::string& text);
 struct Found {
   FileDescriptor descriptor;  // O_PATH
   struct stat record;
-  std::string path;  // absolute and without links
+  std::string path;  // absolute and without links; from the working directory once root works as the folder's owner
 
   // Opening this path opens the same file, even if its name has changed.
   std::string OpenPath() const { return "/proc/self/fd/" + std::to_string(descriptor.Number()); }
+  // Whether it is what has this name now.
+  bool IsAt(const std::string& name) const;
 };
 
 // Limits access to files that are below a root, whatever links and ".." say, and not hidden.

@@ -156,6 +156,7 @@ std::optional<Settings> ReadSettings(int argc, char** argv) {
     throw std::invalid_argument(error.what());
   }
   SetRoots(texts.roots, &settings);
+  settings.store.isOwners = true;
   settings.storeSize = ParseStoreSize(texts.storeSize);
   if (settings.children == 0) settings.children = 2 * std::max(1U, std::thread::hardware_concurrency());
   CheckPolicy(&settings);

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// Root makes, finds, adds and cleans thumbnails in a user's folder, while that user puts links under every name that is
-// written there, and on the way there, at random moments. Nothing is written, opened up or removed that the user could
-// not have written.
-// swapped_links COMMAND SWAPS
+// Root makes, finds, adds, cleans and serves thumbnails in a user's folder, while that user puts links under every name
+// that is written there, and on the way there, at random moments. Nothing is written, opened up or removed that the
+// user could not have written. swapped_links PROGRAMS SWAPS
 #include <fcntl.h>
 #include <grp.h>
 #include <sys/stat.h>
@@ -180,12 +179,25 @@ void MakeFolders(const std::string& place) {
     Check(chown((place + name).c_str(), kUser, kUser) == 0, name);
 }
 
-bool Prove(const std::string& command, unsigned swaps) {
+// The web program answering one request for the photo in `place`.
+Arguments Served(const std::string& programs, const std::string& place, const std::string& option) {
+  return {"/usr/bin/env",
+          "GATEWAY_INTERFACE=CGI/1.1",
+          "REQUEST_METHOD=GET",
+          "REQUEST_URI=/thumb/photos/a.jpg?size=small",
+          programs + "/tavithumb-web",
+          "--root",
+          place,
+          option};
+}
+
+bool Prove(const std::string& programs, unsigned swaps) {
   const test::TempDir folder;
   Check(chmod(folder.Path().c_str(), 0755) == 0, folder.Path());
   const std::string place = folder / "place", photo = place + "/photos/a.jpg";
   fs::create_directory(folder / "others");
   MakeFolders(place);
+  const std::string command = programs + "/tavithumb";
   const Others others(folder / "others");
   const pid_t attacker = fork();
   if (attacker == 0) Attacker(place, others, swaps).Run();
@@ -199,6 +211,8 @@ bool Prove(const std::string& command, unsigned swaps) {
                                   {command, "make", "--sizes", "small", photo},
                                   {command, "get", "--library", "--size", "small", photo},
                                   {command, "add", "--size", "small", photo, place + "/photos/ready.jpg"},
+                                  Served(programs, place, "--quality=75"),
+                                  Served(programs, place, "--library"),
                                   {command, "clean", place + "/photos"}};
     Run(commands[runs % std::size(commands)]);
   }

@@ -47,8 +47,8 @@ TEST(LivingWorkers, AnswerAThousandRequestsAndAreReplaced) {
   ASSERT_EQ(first.size(), 1U);
   std::size_t answered = 1;
   for (; answered < 1100 && WorkersOfIdle(site) == first; ++answered) site.Scgi(AskingFor("/list/"));
-  EXPECT_LE(answered, 1000U) << "its first was the connection that showed that the program listens";
-  EXPECT_GE(answered, 998U);
+  EXPECT_GE(answered, 1000U);
+  EXPECT_LE(answered, 1001U) << "its successor may answer one while it is exiting";
 }
 
 struct Lifetime {

@@ -318,9 +318,9 @@ TEST(Workers, SurviveAThousandClientsThatDisconnect) {
   EXPECT_EQ(site.Get(kSmall).status, 200);
   AwaitIdleWorkers(site);
   // Rejected connections are kept open for a while.
-  for (int i = 0; i < 6000 && DescriptorsOf(site) != descriptors; ++i) usleep(10000);
+  for (int i = 0; i < 6000 && DescriptorsOf(site) > descriptors; ++i) usleep(10000);
   EXPECT_EQ(BusyChildrenOf(site), std::vector<pid_t>{});
-  EXPECT_EQ(DescriptorsOf(site), descriptors);
+  EXPECT_LE(DescriptorsOf(site), descriptors);
   EXPECT_EQ(ScratchFoldersOf(site), 0U);
 }
 
