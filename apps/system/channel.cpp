@@ -2,6 +2,7 @@
 #include "system/channel.h"
 
 #include <sys/socket.h>
+#include <sys/time.h>
 
 #include <array>
 #include <cerrno>
@@ -36,6 +37,12 @@ std::pair<FileDescriptor, FileDescriptor> OpenChannel() {
   return {FileDescriptor(ends[0]), FileDescriptor(ends[1])};
 }
 
+void SetReceiveTimeout(int channel, std::chrono::milliseconds timeout) {
+  const timeval interval = {static_cast<time_t>(timeout.count() / 1000),
+                            static_cast<suseconds_t>(timeout.count() % 1000 * 1000)};
+  setsockopt(channel, SOL_SOCKET, SO_RCVTIMEO, &interval, sizeof interval);
+}
+
 bool SendDescriptor(int channel, int descriptor) {
   DescriptorMessage message;
   cmsghdr* const control = CMSG_FIRSTHDR(&message.header);
@@ -52,6 +59,7 @@ FileDescriptor ReceiveDescriptor(int channel) {
   do {
     got = recvmsg(channel, &message.header, MSG_CMSG_CLOEXEC);
   } while (got == -1 && errno == EINTR);
+  if (got == 0) errno = 0;
   const cmsghdr* const control = got == 1 ? CMSG_FIRSTHDR(&message.header) : nullptr;
   if (control == nullptr || control->cmsg_type != SCM_RIGHTS) return FileDescriptor();
   int descriptor = -1;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
+#include <chrono>
 #include <utility>
 
 #include "system/file_descriptor.h"
@@ -13,7 +14,10 @@ std::pair<FileDescriptor, FileDescriptor> OpenChannel();
 // Sends an open file to the process at the other end. False if that has exited.
 bool SendDescriptor(int channel, int descriptor);
 
-// Waits for such a file; not open if the other end has been closed.
+// How long the next function waits.
+void SetReceiveTimeout(int channel, std::chrono::milliseconds timeout);
+
+// Waits for such a file; not open if none arrives in time (then errno is EAGAIN) or the other end has been closed.
 FileDescriptor ReceiveDescriptor(int channel);
 
 }  // namespace tavithumb::apps

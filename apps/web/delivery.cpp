@@ -19,7 +19,6 @@
 
 #include "system/file_descriptor.h"
 #include "system/memory_file.h"
-#include "system/paths.h"
 #include "system/text.h"
 #include "thumbs/answer.h"
 #include "thumbs/reasons.h"
@@ -91,9 +90,13 @@ void SendRotated(const std::string& mimeType, const Delivery& delivery, Thumb* j
   LogUnless(isSent, delivery);
 }
 
+// Root works from inside the folder of the source.
+std::string PathForServer(const std::string& path) {
+  return path.front() == '/' ? path : std::filesystem::absolute(path).lexically_normal().string();
+}
+
 void SendLasting(const std::string& path, const std::string& mimeType, const Delivery& delivery) {
-  const std::string absolute = std::filesystem::path(AbsolutePath(path)).lexically_normal();
-  const std::string line = SendfileLine(delivery.sendfile, delivery.service.roots, absolute);
+  const std::string line = SendfileLine(delivery.sendfile, delivery.service.roots, PathForServer(path));
   if (line.empty()) return Send(path, mimeType, delivery);
   Print(caching + ("Content-Type: " + mimeType + "\r\n") + line + "\r\n");
 }

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <utility>
 
@@ -21,6 +22,7 @@ namespace tavithumb::apps::web {
 namespace {
 
 constexpr unsigned mostRequests = 1000;
+constexpr std::chrono::milliseconds patience(100);  // before the parent hears of an answer for which nobody waits
 constexpr std::size_t mostMemory = std::size_t{16} * 1048576;  // bytes that may be lost
 
 // What must be the same after each request.
@@ -63,12 +65,21 @@ void Notify(int channel) {
   send(channel, "", 1, MSG_NOSIGNAL);
 }
 
+void Await(int channel) {
+  pollfd entry = {channel, POLLIN, 0};
+  poll(&entry, 1, -1);
+}
+
 // Waits for a connection. False if the parent has closed the channel.
 bool TakeConnection(int channel) {
-  constexpr int patience = 100;  // milliseconds
-  pollfd entry = {channel, POLLIN, 0};
-  if (poll(&entry, 1, patience) == 0) Notify(channel);
-  const FileDescriptor connection = ReceiveDescriptor(channel);
+  FileDescriptor connection = ReceiveDescriptor(channel);
+  if (!connection.IsOpen() && errno == EAGAIN) {
+    Notify(channel);
+    while (!connection.IsOpen() && errno == EAGAIN) {
+      Await(channel);
+      connection = ReceiveDescriptor(channel);
+    }
+  }
   if (connection.IsOpen()) UseAsStandard(connection.Number());
   return connection.IsOpen();
 }
@@ -84,6 +95,7 @@ void AnswerOne(const Turn& turn, const std::function<void(const Turn&)>& answer)
 
 void RunWorkerLoop(int channel, RequestState* state, const std::function<void(const Turn&)>& answer) {
   const FileDescriptor nowhere(open("/dev/null", O_RDWR | O_CLOEXEC));
+  SetReceiveTimeout(channel, patience);
   const Surroundings before;
   const Turn turn = {state, [channel, state] {
                        state->progress = Progress::kSending;

@@ -40,13 +40,43 @@ std::string Resolved(const std::string& path) {
   return exists ? resolved : "";
 }
 
+bool IsEAPlace(const std::string& folder) {
+  const std::string resolved = Resolved(folder);
+  return PassesEARoot(resolved.empty() ? Absolute(folder) : resolved);
+}
+
+// Callers ask for several entries of a source, one after the other: the last folder is resolved once, as long as its
+// path leads to the same unchanged one.
+bool IsLastFolderEAPlace(const std::string& folder) {
+  struct Last {
+    std::string folder;
+    struct stat facts;
+    bool isEAPlace;
+  };
+  static thread_local Last last;
+  struct stat facts;
+  if (stat(folder.c_str(), &facts) != 0) return IsEAPlace(folder);
+  const bool isSame = last.folder == folder && last.facts.st_dev == facts.st_dev && last.facts.st_ino == facts.st_ino &&
+                      last.facts.st_ctim.tv_sec == facts.st_ctim.tv_sec &&
+                      last.facts.st_ctim.tv_nsec == facts.st_ctim.tv_nsec;
+  if (!isSame) last = {folder, facts, IsEAPlace(folder)};
+  return last.isEAPlace;
+}
+
+bool IsLink(const std::string& path) {
+  struct stat facts;
+  return lstat(path.c_str(), &facts) == 0 && S_ISLNK(facts.st_mode);
+}
+
 // There are no thumbnails of thumbnails: a file in an EA directory has no EA path, whichever path, link or working
 // directory leads to it.
 bool IsInEADirectory(const std::string& source) {
-  const std::string path = Absolute(source);
-  if (PassesEARoot(path)) return true;
-  const std::string resolved = Resolved(path);
-  return PassesEARoot(resolved.empty() ? Resolved(Split(path).folder) : resolved);
+  if (PassesEARoot(source)) return true;
+  const int before = errno;
+  const std::string folder = Split(source).folder, resolved = IsLink(source) ? Resolved(source) : "";
+  const bool isInside = resolved.empty() ? IsLastFolderEAPlace(folder.empty() ? "." : folder) : PassesEARoot(resolved);
+  errno = before;
+  return isInside;
 }
 
 // Another user who owns one of the two directories could redirect writes to any place. A directory that doesn't exist
