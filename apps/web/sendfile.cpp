@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "web/sendfile.h"
 
-#include <filesystem>
+#include <algorithm>
+#include <cstddef>
 
 #include "thumbs/store.h"
 #include "web/http_error.h"
@@ -10,15 +11,21 @@
 namespace tavithumb::apps::web {
 namespace {
 
-// Both headers' values are decoded by the web server.
-std::string Encoded(const std::filesystem::path& path) {
+// Both headers' values are decoded by the web server. The path starts with a slash.
+std::string Encoded(const std::string& path) {
   std::string encoded;
-  for (const auto& name : path.relative_path()) encoded += "/" + UrlEncoded(name.string());
+  for (std::size_t start = 0; start < path.size();) {
+    const std::size_t end = std::min(path.find('/', start + 1), path.size());
+    encoded += "/" + UrlEncoded(path.substr(start + 1, end - start - 1));
+    start = end;
+  }
   return encoded;
 }
 
-std::string AddressBelow(const Root& root, const std::filesystem::path& file) {
-  return (root.name.empty() ? "" : "/" + UrlEncoded(root.name)) + Encoded(file.lexically_relative(root.folder));
+// The file is below the root.
+std::string AddressBelow(const Root& root, const std::string& file) {
+  const std::size_t start = root.folder == "/" ? 0 : root.folder.size();
+  return (root.name.empty() ? "" : "/" + UrlEncoded(root.name)) + Encoded(file.substr(start));
 }
 
 bool IsBelow(const std::string& path, const std::string& folder) {

@@ -40,32 +40,37 @@ std::string Resolved(const std::string& path) {
   return exists ? resolved : "";
 }
 
-bool IsEAPlace(const std::string& folder) {
-  const std::string resolved = Resolved(folder);
-  return PassesEARoot(resolved.empty() ? Absolute(folder) : resolved);
-}
-
-// Callers ask for several entries of a source, one after the other: the last folder is resolved once, as long as its
-// path leads to the same unchanged one.
-bool IsLastFolderEAPlace(const std::string& folder) {
-  struct Last {
-    std::string folder;
-    struct stat facts;
-    bool isEAPlace;
-  };
-  static thread_local Last last;
-  struct stat facts;
-  if (stat(folder.c_str(), &facts) != 0) return IsEAPlace(folder);
-  const bool isSame = last.folder == folder && last.facts.st_dev == facts.st_dev && last.facts.st_ino == facts.st_ino &&
-                      last.facts.st_ctim.tv_sec == facts.st_ctim.tv_sec &&
-                      last.facts.st_ctim.tv_nsec == facts.st_ctim.tv_nsec;
-  if (!isSame) last = {folder, facts, IsEAPlace(folder)};
-  return last.isEAPlace;
-}
-
 bool IsLink(const std::string& path) {
   struct stat facts;
   return lstat(path.c_str(), &facts) == 0 && S_ISLNK(facts.st_mode);
+}
+
+bool IsReachedInEADirectory(const std::string& source, const std::string& folder) {
+  std::string resolved = Resolved(source);
+  if (resolved.empty()) resolved = Resolved(folder);
+  return PassesEARoot(resolved.empty() ? Absolute(folder) : resolved);
+}
+
+bool IsSameVersion(const struct stat& one, const struct stat& other) {
+  return one.st_dev == other.st_dev && one.st_ino == other.st_ino && one.st_ctim.tv_sec == other.st_ctim.tv_sec &&
+         one.st_ctim.tv_nsec == other.st_ctim.tv_nsec;
+}
+
+// Callers ask for several entries of a source, one after the other: the last source that is no link is resolved once,
+// as long as its path leads to the same unchanged folder.
+bool IsLastReachedInEADirectory(const std::string& source, const std::string& folder) {
+  struct Last {
+    std::string source;
+    struct stat folder;
+    bool isInside;
+  };
+  static thread_local Last last;
+  struct stat facts;
+  const bool exists = stat(folder.c_str(), &facts) == 0;
+  if (exists && last.source == source && IsSameVersion(last.folder, facts)) return last.isInside;
+  const bool isInside = IsReachedInEADirectory(source, folder);
+  if (exists && !IsLink(source)) last = {source, facts, isInside};
+  return isInside;
 }
 
 // There are no thumbnails of thumbnails: a file in an EA directory has no EA path, whichever path, link or working
@@ -73,8 +78,8 @@ bool IsLink(const std::string& path) {
 bool IsInEADirectory(const std::string& source) {
   if (PassesEARoot(source)) return true;
   const int before = errno;
-  const std::string folder = Split(source).folder, resolved = IsLink(source) ? Resolved(source) : "";
-  const bool isInside = resolved.empty() ? IsLastFolderEAPlace(folder.empty() ? "." : folder) : PassesEARoot(resolved);
+  const std::string folder = Split(source).folder;
+  const bool isInside = IsLastReachedInEADirectory(source, folder.empty() ? "." : folder);
   errno = before;
   return isInside;
 }
