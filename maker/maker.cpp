@@ -197,6 +197,15 @@ std::optional<Content> Examine(const std::string& path) {
   }
 }
 
+std::vector<std::uint8_t> ReadExif(const std::string& path) {
+  try {
+    const Input input(path);
+    return OpenDecoder(input)->Exif();
+  } catch (const Declined&) {
+    return {};
+  }
+}
+
 std::vector<Thumbnail> Make(const Source& source, const std::vector<Target>& targets, const Options& options) {
   const Input input(source.path);
   const std::unique_ptr<Decoder> decoder = OpenDecoder(input);

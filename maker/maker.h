@@ -66,6 +66,10 @@ struct Content {
 // std::bad_alloc.
 std::optional<Content> Examine(const std::string& path);
 
+// The Exif data of a HEIF photo, as a TIFF structure of at most 1 MiB. Empty if there is none, for all other files, and
+// if the file is damaged or can't be read. Throws std::bad_alloc.
+std::vector<std::uint8_t> ReadExif(const std::string& path);
+
 // One thumbnail for each target, in the order of the targets. Throws Declined, std::bad_alloc.
 std::vector<Thumbnail> Make(const Source& source, const std::vector<Target>& targets, const Options& options);
 

@@ -13,6 +13,7 @@
 #include "system/paths.h"
 #include "thumbs/answer.h"
 #include "thumbs/error_codes.h"
+#include "thumbs/exif_details.h"
 #include "thumbs/facts_in_bounds.h"
 #include "thumbs/known_facts.h"
 
@@ -51,6 +52,19 @@ int OrientationOf(const maker::Orientation& orientation) {
   return OrientationOf(turns, orientation.isMirrored);
 }
 
+// Where the library has read no Exif data, there may be some.
+void AddExifDetails(const std::string& path, Facts* facts) {
+  const ExifDetails details = ReadExifDetails(path);
+  if (facts->cameraMake.empty() && facts->cameraModel.empty()) {
+    facts->cameraMake = details.cameraMake;
+    facts->cameraModel = details.cameraModel;
+  }
+  if (facts->timeTaken.empty()) facts->timeTaken = details.timeTaken;
+  facts->lens = details.lens;
+  facts->exposure = details.exposure;
+  facts->place = details.place;
+}
+
 // Those of a source of which the library knows nothing, whose type the maker recognises. Throws SizeNotRead.
 Facts FactsByMaker(const std::string& path, const std::string& type) {
   Facts facts;
@@ -63,6 +77,7 @@ Facts FactsByMaker(const std::string& path, const std::string& type) {
   facts.quarterTurns = ThumbInfo::rotateFlopMappingList_.at(static_cast<std::size_t>(facts.orientation) - 1).first;
   facts.isMirrored = content->orientation.isMirrored;
   facts.isHeic = type == "image/heic" || type == "image/heif";
+  if (facts.isHeic || type == "image/avif") AddExifDetails(path, &facts);
   return facts;
 }
 
@@ -111,6 +126,9 @@ nlohmann::ordered_json JsonFacts(const Facts& facts) {
   object["taken"] = OrNull(facts.timeTaken);
   object["camera_make"] = OrNull(facts.cameraMake);
   object["camera_model"] = OrNull(facts.cameraModel);
+  object["lens"] = OrNull(facts.lens);
+  object["exposure"] = OrNull(facts.exposure);
+  object["place"] = OrNull(facts.place);
   return object;
 }
 
@@ -138,6 +156,7 @@ Facts ReadFacts(const std::string& path) {
   facts.cameraMake = details.cameraMake;
   facts.cameraModel = details.cameraModel;
   facts.timeTaken = details.timeTaken;
+  if (!facts.isVideo) AddExifDetails(path, &facts);
   return facts;
 }
 

@@ -30,7 +30,10 @@ struct Facts {
   std::string colourSpace;         // "sRGB", "AdobeRGB", or "" if Exif data does not say it
   std::string cameraMake;          // "" if not known, as in the following
   std::string cameraModel;
-  std::string timeTaken;  // "YYYY-MM-DDThh:mm:ss" by the camera's clock
+  std::string timeTaken;  // as ExifDetails says, like the following
+  std::string lens;
+  std::string exposure;
+  std::string place;
 };
 
 // Nothing for "" and for a file that is not a picture.

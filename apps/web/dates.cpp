@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 
 #include "system/json_text.h"
+#include "thumbs/exif_details.h"
 #include "thumbs/facts_in_bounds.h"
 #include "thumbs/kinds.h"
 #include "web/http_error.h"
@@ -21,7 +22,8 @@ std::string TimeTaken(const Roots& roots, const std::vector<std::string>& path) 
     const Found found = roots.Find(path);
     if (!S_ISREG(found.record.st_mode)) return "";
     Thumb job(found.path, Thumb::OPT_NO_CONVERT, false);
-    return ReadFactsAndDetails(&job).timeTaken;
+    const std::string taken = ReadFactsAndDetails(&job).timeTaken;
+    return taken.empty() && job.GetInfo().IsHeic() ? ReadExifDetails(found.path).timeTaken : taken;
   } catch (const std::exception&) {  // damaged, or removed meanwhile
     return "";
   }

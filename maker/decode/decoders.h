@@ -52,6 +52,9 @@ class Decoder {
 
   // Whether there are several frames.
   virtual bool IsAnimated() const { return false; }
+
+  // The Exif data, a TIFF structure, of the formats in which only the decoder finds it.
+  virtual std::vector<std::uint8_t> Exif() const { return {}; }
 };
 
 // Each reads the header. The input must outlive the decoder.

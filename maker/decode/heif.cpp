@@ -401,6 +401,22 @@ std::vector<std::uint8_t> EmbeddedProfileOf(const heif_image_handle* handle) {
   return profile;
 }
 
+std::vector<std::uint8_t> ExifOf(const heif_image_handle* handle) {
+  constexpr std::size_t kMost = 1048576;
+  constexpr std::size_t kOffsetBytes = 4;  // how far behind it the structure starts
+  heif_item_id id = 0;
+  if (heif_image_handle_get_list_of_metadata_block_IDs(handle, "Exif", &id, 1) != 1) return {};
+  const std::size_t size = heif_image_handle_get_metadata_size(handle, id);
+  if (size <= kOffsetBytes || size > kMost) return {};
+  std::vector<std::uint8_t> block(size);
+  if (heif_image_handle_get_metadata(handle, id, block.data()).code != heif_error_Ok) return {};
+  std::size_t offset = 0;
+  for (std::size_t i = 0; i < kOffsetBytes; ++i) offset = offset << 8 | block[i];
+  if (offset > size - kOffsetBytes) return {};
+  block.erase(block.begin(), block.begin() + static_cast<std::ptrdiff_t>(kOffsetBytes + offset));
+  return block;
+}
+
 // The curve of sRGB: those of films and photos are close to it, and brighter light than a screen's isn't mapped.
 std::vector<std::uint8_t> ProfileWith(const cmsCIExyYTRIPLE& primaries) {
   const cmsCIExyY d65 = {0.3127, 0.3290, 1};
@@ -476,6 +492,8 @@ class HeifDecoder : public Decoder {
     if (picture.profile.empty()) picture.profile = EmbeddedProfileOf(photo_.get());
     return picture;
   }
+
+  std::vector<std::uint8_t> Exif() const override { return ExifOf(photo_.get()); }
 
   // Photos may have a film inside as well: only those that are a film first are one.
   bool IsAnimated() const override {

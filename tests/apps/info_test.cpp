@@ -23,7 +23,8 @@ class Info : public testing::Test {
     return {{"source", source},       {"kind", "image"},         {"mime_type", mimeType},   {"width", width},
             {"height", height},       {"orientation", 1},        {"rotation", 0},           {"mirror", false},
             {"heic", false},          {"preview", nullptr},      {"colour_space", nullptr}, {"taken", nullptr},
-            {"camera_make", nullptr}, {"camera_model", nullptr}, {"error", nullptr}};
+            {"camera_make", nullptr}, {"camera_model", nullptr}, {"lens", nullptr},         {"exposure", nullptr},
+            {"place", nullptr},       {"error", nullptr}};
   }
 
   const TempDir folder;
@@ -101,10 +102,64 @@ TEST_F(Info, PrintsWhatExifSaysOfTheCameraAndItsColours) {
   EXPECT_EQ(table.substr(table.find("sRGB")), "sRGB    2024-05-01T12:30:00  ACME \\xe9  a.jpg\n");
 }
 
-TEST_F(Info, RecognisesHeic) {
+TEST_F(Info, PrintsHowAndWhereThePhotoWasTaken) {
+  const std::string jpeg = folder / "a.jpg";
+  struct Row {
+    std::vector<std::pair<std::string, std::string>> exif;
+    json lens, exposure, place;
+  };
+  const std::string north = "Exif.GPSInfo.GPSLatitude", east = "Exif.GPSInfo.GPSLongitude";
+  const Row rows[] = {{{{"Exif.Photo.LensModel", "ACME 50mm f/1.8  "},
+                        {"Exif.Photo.ExposureTime", "10/600"},
+                        {"Exif.Photo.FNumber", "18/10"},
+                        {"Exif.Photo.ISOSpeedRatings", "250"},
+                        {"Exif.Photo.FocalLength", "500/10"},
+                        {north + "Ref", "N"},
+                        {north, "48/1 53/1 33/1"},
+                        {east + "Ref", "W"},
+                        {east, "2/1 14/1 11/1"}},
+                       "ACME 50mm f/1.8",
+                       "1/60 s, f/1.8, ISO 250, 50 mm",
+                       "48.89250, -2.23639"},
+                      {{{"Exif.Photo.ExposureTime", "5/2"},
+                        {north + "Ref", "S"},
+                        {north, "33/1 30/1 0/1"},
+                        {east + "Ref", "E"},
+                        {east, "70/1 0/1 0/1"}},
+                       nullptr,
+                       "2.5 s",
+                       "-33.50000, 70.00000"},
+                      {{{"Exif.Photo.ExposureTime", "0/0"},
+                        {"Exif.Photo.FNumber", "1/0"},
+                        {north + "Ref", "N"},
+                        {north, "91/1 0/1 0/1"},
+                        {east + "Ref", "E"},
+                        {east, "2/1 0/1 0/1"}},
+                       nullptr,
+                       nullptr,
+                       nullptr},
+                      {{{north + "Ref", "N"}, {north, "0/0 0/0 0/0"}, {east + "Ref", "E"}, {east, "0/0 0/0 0/0"}},
+                       nullptr,
+                       nullptr,
+                       nullptr},
+                      {{{north, "48/1 53/1 33/1"}, {east, "2/1 14/1 11/1"}}, nullptr, nullptr, nullptr}};
+  for (const Row& row : rows) {
+    std::filesystem::remove(jpeg);
+    MakeJpeg(jpeg, 60, 40);
+    SetExif(jpeg, row.exif);
+    json expected = Facts(jpeg, "image/jpeg", 60, 40);
+    expected["lens"] = row.lens;
+    expected["exposure"] = row.exposure;
+    expected["place"] = row.place;
+    EXPECT_EQ(Ask(jpeg), expected);
+  }
+}
+
+TEST_F(Info, RecognisesHeicAndReadsItsExifData) {
   MakeHeic(folder / "a.heic", 80, 60, true);
   json expected = Facts(folder / "a.heic", "image/heic", 80, 60);
   expected["heic"] = true;
+  expected["camera_make"] = "Test";
   EXPECT_EQ(Ask(folder / "a.heic"), expected);
 }
 

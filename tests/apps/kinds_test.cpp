@@ -160,22 +160,27 @@ TEST_F(Kinds, HaveFacts) {
   for (const ModernType& type : ModernTypes()) {
     const std::string photo = folder / (std::string("photo.") + type.extension);
     type.make(photo, 300, 200);
+    const bool isHeic = std::string(type.mimeType) == "image/heic";
     const Outcome outcome = run({"info", "--json", photo});
-    EXPECT_EQ(ObjectsOf(outcome.out).at(0), (json{{"source", photo},
-                                                  {"kind", "image"},
-                                                  {"mime_type", type.mimeType},
-                                                  {"width", 300},
-                                                  {"height", 200},
-                                                  {"orientation", 1},
-                                                  {"rotation", 0},
-                                                  {"mirror", false},
-                                                  {"heic", std::string(type.mimeType) == "image/heic"},
-                                                  {"preview", nullptr},
-                                                  {"colour_space", nullptr},
-                                                  {"taken", nullptr},
-                                                  {"camera_make", nullptr},
-                                                  {"camera_model", nullptr},
-                                                  {"error", nullptr}}))
+    EXPECT_EQ(ObjectsOf(outcome.out).at(0),
+              (json{{"source", photo},
+                    {"kind", "image"},
+                    {"mime_type", type.mimeType},
+                    {"width", 300},
+                    {"height", 200},
+                    {"orientation", 1},
+                    {"rotation", 0},
+                    {"mirror", false},
+                    {"heic", isHeic},
+                    {"preview", nullptr},
+                    {"colour_space", nullptr},
+                    {"taken", nullptr},
+                    {"camera_make", std::string(type.extension) == "hif" ? json("Test") : json(nullptr)},
+                    {"camera_model", nullptr},
+                    {"lens", nullptr},
+                    {"exposure", nullptr},
+                    {"place", nullptr},
+                    {"error", nullptr}}))
         << outcome;
   }
 }

@@ -113,7 +113,9 @@ TEST_F(NamesOfAnyBytes, AreValidTextInJson) {
     json facts = {
         {"kind", "image"}, {"mime_type", "image/png"}, {"width", 400},  {"height", 300},      {"orientation", 1},
         {"rotation", 0},   {"mirror", false},          {"heic", false}, {"preview", nullptr}, {"error", nullptr}};
-    for (const char* unknown : {"colour_space", "taken", "camera_make", "camera_model"}) facts[unknown] = nullptr;
+    for (const char* unknown : {"colour_space", "taken", "camera_make", "camera_model", "lens", "exposure", "place"}) {
+      facts[unknown] = nullptr;
+    }
     Expect(&facts, "source", source, text, lossy);
     const Outcome info = run({"info", "--json", "--", name.bytes}, In(folder.Path()));
     EXPECT_EQ(info.code, 0);

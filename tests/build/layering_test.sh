@@ -16,7 +16,8 @@ never() {
 }
 
 include='#include *[<"]'
-never "only src/info knows Exiv2 and libheif" "$include(exiv2|libheif)/" src/support src/commands src/job include apps platform
+never "only src/info knows Exiv2 and libheif" "$include(exiv2|libheif)/" src/support src/commands src/job include platform
+never "in the programs, only one source knows Exiv2" "$include""exiv2/" apps --exclude=exif_details.cpp
 never "src/support knows nothing above it" "$include(info|commands|job)/" src/support
 never "src/info knows neither commands nor jobs" "$include(commands|job)/" src/info
 never "src/info knows neither commands nor jobs" "$include""tavithumb/(thumb_convert_cmd|libtavithumb)\.h" src/info src/support

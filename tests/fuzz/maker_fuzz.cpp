@@ -128,6 +128,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const maker::Bytes bytes = {data, size};
   if (!Decodes(bytes)) return 0;
   file.Fill(bytes);
+  maker::ReadExif(file.Path());
   MakeThumbnails(file.Path(), size);
   return 0;
 }

@@ -12,7 +12,7 @@ const time = (date, timeZone) => date.toLocaleString(undefined, {dateStyle: 'lon
 // The camera's clock has no time zone: its time is shown as it is.
 const rows = (file, facts) => [
   ['Taken', facts.taken && time(new Date(`${facts.taken}Z`), 'UTC')],
-  ['Camera', facts.camera],
+  ['Camera', facts.camera], ['Lens', facts.lens], ['Exposure', facts.exposure], ['Place', facts.place],
   ['Size', facts.width ? `${facts.width} × ${facts.height} pixels` : ''],
   ['File', `${file.type.toUpperCase()}, ${size(file.bytes)}`],
   ['Changed', time(new Date(file.modified * 1000))],

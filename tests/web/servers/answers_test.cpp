@@ -279,7 +279,7 @@ TEST_P(Answers, TellTheFactsOfAPhoto) {
   MakeJpeg(site / "photo.jpg", 400, 300);
   RunTool({"/usr/bin/exiv2", "-Mset Exif.Photo.DateTimeOriginal 2024:05:01 12:30:00",
            "-Mset Exif.Image.Make NIKON CORPORATION", "-Mset Exif.Image.Model NIKON D3100",
-           "-Mset Exif.Image.Orientation 6", site / "photo.jpg"});
+           "-Mset Exif.Image.Orientation 6", "-Mset Exif.Photo.ExposureTime 1/60", site / "photo.jpg"});
   WriteFile(site / "film.mp4", "film");
   const Response response = site.Get("/original/photo.jpg?facts=1");
   EXPECT_EQ(response.headers, (Headers{{"cache-control", "private, no-cache"},
@@ -289,12 +289,16 @@ TEST_P(Answers, TellTheFactsOfAPhoto) {
   EXPECT_EQ(response.body,
             R"({"mime_type":"image/jpeg","width":400,"height":300,"orientation":6,"rotation":1,"mirror":false,)"
             R"("heic":false,"preview":null,"colour_space":null,"taken":"2024-05-01T12:30:00",)"
-            R"("camera_make":"NIKON CORPORATION","camera_model":"NIKON D3100","camera":"NIKON D3100"})"
+            R"("camera_make":"NIKON CORPORATION","camera_model":"NIKON D3100","lens":null,"exposure":"1/60 s",)"
+            R"("place":null,"camera":"NIKON D3100"})"
             "\n");
   EXPECT_EQ(site.Get("/original/film.mp4?facts=1").body, "{}\n");
   EXPECT_EQ(site.Ask("HEAD", "/original/photo.jpg?facts=1").headers, response.headers);
+  RunTool({"/usr/bin/heif-enc", site / "photo.jpg", "-o", site / "phone.heic"});
   const Response dates = site.Get("/list/?dates=1");
-  EXPECT_EQ(dates.body, "{\"taken\":{\"photo.jpg\":\"2024-05-01T12:30:00\"},\"next\":null}\n");
+  EXPECT_EQ(dates.body,
+            "{\"taken\":{\"phone.heic\":\"2024-05-01T12:30:00\",\"photo.jpg\":\"2024-05-01T12:30:00\"},"
+            "\"next\":null}\n");
   EXPECT_EQ(site.Get("/list/?dates=1&after=photo.jpg").body, "{\"taken\":{},\"next\":null}\n");
 }
 
