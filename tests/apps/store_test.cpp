@@ -297,9 +297,11 @@ TEST_F(InAStore, CleanKeepsWhatWasUsedLast) {
   const std::string others[] = {photos + "/b.jpg", photos + "/c.jpg", photos + "/d.jpg"};
   for (const std::string& other : others) MakePhoto(other);
   ASSERT_EQ(Run({"make", "--sizes", "medium", photos}).code, 0);
-  const std::time_t later = std::time(nullptr) + 100;
   const std::string used[] = {Stored(others[2], kMediumJpeg), Stored(photo, kMediumJpeg)};
-  for (const std::string& path : used) SetTimes(path, later, ModificationTime(photo));
+  std::time_t later = std::time(nullptr) + 100;
+  for (const std::string& path : {Stored(others[0], kMediumJpeg), Stored(others[1], kMediumJpeg), used[0], used[1]}) {
+    SetTimes(path, ++later, ModificationTime(photo));
+  }
   const std::uint64_t all = SpaceOfStore();
   struct stat file = {}, directory = {};
   ASSERT_EQ(stat(used[0].c_str(), &file) | stat(fs::path(used[0]).parent_path().c_str(), &directory), 0);
