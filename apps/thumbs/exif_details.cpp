@@ -59,7 +59,8 @@ double NumberOf(const Exiv2::ExifData& exif, const char* key, long index = 0) {
 // With at most one decimal place.
 std::string Short(double number) {
   std::array<char, 32> text = {};
-  std::snprintf(text.data(), text.size(), "%.*f", std::abs(number - std::round(number)) < 0.05 ? 0 : 1, number);
+  static_cast<void>(
+      std::snprintf(text.data(), text.size(), "%.*f", std::abs(number - std::round(number)) < 0.05 ? 0 : 1, number));
   return text.data();
 }
 
@@ -86,9 +87,8 @@ bool ReadDegrees(const Exiv2::ExifData& exif, const std::string& name, char nega
   const Exiv2::Exifdatum* const found = Find(exif, key.c_str());
   const std::string side = TextOf(exif, (key + "Ref").c_str());
   if (found == nullptr || found->count() != 3 || side.empty()) return false;
-  double unit = 1;
-  *degrees = 0;
-  for (long i = 0; i < 3; ++i, unit *= 60) *degrees += NumberOf(exif, key.c_str(), i) / unit;
+  const auto part = [&](long index) { return NumberOf(exif, key.c_str(), index); };
+  *degrees = part(0) + part(1) / 60 + part(2) / 3600;
   if (side.front() == negative) *degrees = -*degrees;
   return std::abs(*degrees) <= most;
 }
@@ -99,7 +99,7 @@ std::string PlaceOf(const Exiv2::ExifData& exif) {
       ReadDegrees(exif, "Latitude", 'S', 90, &north) && ReadDegrees(exif, "Longitude", 'W', 180, &east);
   if (!isKnown || (north == 0 && east == 0)) return "";  // a receiver that knew nothing yet
   std::array<char, 48> text = {};
-  std::snprintf(text.data(), text.size(), "%.5f, %.5f", north, east);
+  static_cast<void>(std::snprintf(text.data(), text.size(), "%.5f, %.5f", north, east));
   return text.data();
 }
 
