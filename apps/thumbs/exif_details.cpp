@@ -7,6 +7,8 @@
 #include <array>
 #include <cctype>
 #include <cmath>
+#include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <exiv2/exiv2.hpp>
 #include <initializer_list>
@@ -49,9 +51,9 @@ std::string TimeTaken(const Exiv2::ExifData& exif) {
 }
 
 // 0 if it is unknown: an infinite or negative value is as well.
-double NumberOf(const Exiv2::ExifData& exif, const char* key, long index = 0) {
+double NumberOf(const Exiv2::ExifData& exif, const char* key, unsigned index = 0) {
   const Exiv2::Exifdatum* const found = Find(exif, key);
-  if (found == nullptr || index >= found->count()) return 0;
+  if (found == nullptr || index >= static_cast<std::size_t>(found->count())) return 0;
   const auto [numerator, denominator] = found->toRational(index);
   return denominator == 0 ? 0 : std::max(0.0, static_cast<double>(numerator) / denominator);
 }
@@ -87,7 +89,7 @@ bool ReadDegrees(const Exiv2::ExifData& exif, const std::string& name, char nega
   const Exiv2::Exifdatum* const found = Find(exif, key.c_str());
   const std::string side = TextOf(exif, (key + "Ref").c_str());
   if (found == nullptr || found->count() != 3 || side.empty()) return false;
-  const auto part = [&](long index) { return NumberOf(exif, key.c_str(), index); };
+  const auto part = [&](unsigned index) { return NumberOf(exif, key.c_str(), index); };
   *degrees = part(0) + part(1) / 60 + part(2) / 3600;
   if (side.front() == negative) *degrees = -*degrees;
   return std::abs(*degrees) <= most;
