@@ -200,7 +200,8 @@ std::optional<Content> Examine(const std::string& path) {
 std::vector<std::uint8_t> ReadExif(const std::string& path) {
   try {
     const Input input(path);
-    return OpenDecoder(input)->Exif();
+    // Other decoders may read the whole file, to find nothing.
+    return FormatOf(input) == Format::kHeif ? OpenDecoder(input)->Exif() : std::vector<std::uint8_t>();
   } catch (const Declined&) {
     return {};
   }

@@ -20,9 +20,8 @@ uid_t OwnerFor(const std::string& path);
 std::optional<Problem> WhyNotBecome(uid_t user);
 
 // Enters the folder of the file at the absolute `path`, and sets `inside` to the file's path in it; to `path` where
-// that is too long for thumbnails next to it. Returns a problem
-// if the owner of the folder, who this process is, may not enter it or read the file, or if the file's thumbnails would
-// be stored through a link.
+// that is too long for thumbnails next to it. Returns a problem if the owner of the folder, who this process is, may
+// not enter it or read the file, or if the file's thumbnails would be stored through a link.
 std::optional<Problem> WhyNotEnter(const std::string& path, std::string* inside);
 
 }  // namespace tavithumb::apps

@@ -25,7 +25,7 @@ Root ParseRoot(const std::string& text);
 struct Found {
   FileDescriptor descriptor;  // O_PATH
   struct stat record;
-  std::string path;  // absolute and without links; from the working directory once root works as the folder's owner
+  std::string path;  // absolute and without links; relative to the folder once root works there as its owner
 
   // Opening this path opens the same file, even if its name has changed.
   std::string OpenPath() const { return "/proc/self/fd/" + std::to_string(descriptor.Number()); }

@@ -136,7 +136,7 @@ AccessRights PrivateRights(const AccessRights& folder, const AccessRights& sourc
   return rights;
 }
 
-// For a source that everybody may read: the rights of its folder, plus read permission for everybody.
+// For a world-readable source: the rights of its folder, plus read permission for all users.
 AccessRights PublicRights(AccessRights folder) {
   folder.facts.st_mode |= 0555;
   if (!folder.acl) return folder;

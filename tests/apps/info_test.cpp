@@ -155,6 +155,18 @@ TEST_F(Info, PrintsHowAndWhereThePhotoWasTaken) {
   }
 }
 
+// Whatever their format: only headers and metadata are read.
+TEST_F(Info, PrintsTheFactsOfLargeFiles) {
+  const std::pair<std::string, std::string> files[] = {
+      {"a.gif", "image/gif"}, {"a.jpg", "image/jpeg"}, {"a.png", "image/png"}};
+  for (const auto& [name, type] : files) {
+    const std::string file = folder / name;
+    RunTool({"/usr/bin/convert", "-size", "60x40", "xc:red", file});
+    std::filesystem::resize_file(file, 300000000);
+    EXPECT_EQ(Ask(file), Facts(file, type, 60, 40));
+  }
+}
+
 TEST_F(Info, RecognisesHeicAndReadsItsExifData) {
   MakeHeic(folder / "a.heic", 80, 60, true);
   json expected = Facts(folder / "a.heic", "image/heic", 80, 60);
