@@ -5,6 +5,8 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <csignal>
+
 namespace tavithumb::apps {
 namespace {
 
@@ -12,12 +14,42 @@ namespace {
 constexpr int oneProcess = 1;
 constexpr int idleClass = 3 << 13;
 
+constexpr timespec yieldInterval = {0, 500'000};
+
+void Yield(int) {
+  sched_yield();
+}
+
+void YieldOn(int signal) {
+  struct sigaction action = {};
+  action.sa_handler = Yield;
+  action.sa_flags = SA_RESTART;
+  sigaction(signal, &action, nullptr);
+}
+
 }  // namespace
 
 void RunWhenIdle() {
   const sched_param none = {};
   sched_setscheduler(0, SCHED_IDLE, &none);
   syscall(SYS_ioprio_set, oneProcess, 0, idleClass);
+}
+
+// The action stays: a last signal may still be on its way when the timer is gone.
+FrequentYields::FrequentYields() {
+  YieldOn(SIGVTALRM);
+  sigevent event = {};
+  event.sigev_notify = SIGEV_SIGNAL;
+  event.sigev_signo = SIGVTALRM;
+  timer_t timer = {};
+  if (timer_create(CLOCK_MONOTONIC, &event, &timer) != 0) return;
+  timer_ = timer;
+  const itimerspec repeated = {yieldInterval, yieldInterval};
+  timer_settime(timer, 0, &repeated, nullptr);
+}
+
+FrequentYields::~FrequentYields() {
+  if (timer_) timer_delete(*timer_);
 }
 
 }  // namespace tavithumb::apps

@@ -91,6 +91,12 @@ std::string Limits() {
   return std::to_string(time.rlim_cur - static_cast<rlim_t>(used.tv_sec)) + " " + std::to_string(file.rlim_cur);
 }
 
+bool Yields() {
+  struct sigaction action = {};
+  sigaction(SIGVTALRM, nullptr, &action);
+  return action.sa_handler != SIG_DFL;
+}
+
 long Speed() {
   static const long speed = std::max(std::atol(Variable("PROBE_SPEED").c_str()), 1L);
   return speed;
@@ -108,7 +114,8 @@ __attribute__((visibility("default"))) int TLIBCExecv(const char* path, const ch
   if (all.find("/cut") != std::string::npos) return LoseTheEnd(path, argv, wait);
   if (all.find("/wait") != std::string::npos) AwaitGate();
   if (all.find("/priority") != std::string::npos) {
-    Note(sched_getscheduler(0) == SCHED_IDLE ? "runs when idle" : "competes");
+    Note(std::string(sched_getscheduler(0) == SCHED_IDLE ? "runs when idle" : "competes") +
+         (Yields() ? ", yields" : ""));
   }
   if (all.find("/stray") != std::string::npos) Stray();
   return Run(path, argv, wait);

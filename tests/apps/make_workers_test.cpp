@@ -228,10 +228,10 @@ TEST_F(MakeWorkers, DecodeWithLimitsOfProcessorTimeAndFiles) {
 TEST_F(MakeWorkers, UseWhatOtherProgramsLeaveUnlessTheyAreEager) {
   Picture("priority.png");
   EXPECT_EQ(Probed({"make", "--library", "--sizes", "small", folder.Path()}).code, 0);
-  EXPECT_EQ(Count("runs when idle"), 1U);
+  EXPECT_EQ(Count("runs when idle, yields"), 1U);
   Picture("priority-2.png");
   EXPECT_EQ(Probed({"make", "--library", "--sizes", "small", "--eager", folder.Path()}).code, 0);
-  EXPECT_EQ(Count("runs when idle"), 1U);
+  EXPECT_EQ(Count("runs when idle, yields"), 1U);
   EXPECT_EQ(Count("competes"), 1U);
 }
 

@@ -47,6 +47,8 @@ class Work {
   }
 
   Result On(const std::string& path, const Announce& announce) const {
+    std::optional<FrequentYields> yields;
+    if (!order_.isEager) yields.emplace();
     if (!place_.isRoots) return WorkOn(path, order_, announce);
     std::string inside;
     const std::optional<Problem> problem = refusal_ ? refusal_ : WhyNotEnter(path, &inside);
