@@ -57,20 +57,13 @@ void LogUnless(bool isSent, const Delivery& delivery) {
   if (!isSent) syslog(LOG_INFO, "%s: aborted", delivery.turn.state->request.data());
 }
 
-void Send(const std::string& path, const std::string& mimeType, const Delivery& delivery) {
-  Print(caching);
-  AnnounceUnlessShort(SizeOf(path), delivery);
-  LogUnless(HTTPFileOutputer().Output(path.c_str(), mimeType.c_str()) == 0, delivery);
-}
-
 // The library rotates an Albumex thumbnail while it sends it.
 bool IsRotatedMeanwhile(const Thumb& job) {
   return job.GetOutputTypeCode() == Thumb::OUTPUT_ALBUMEX && (job.GetInfo().GetUserRotate() & 3) != 0;
 }
 
-// What `write` prints to standard output, the buffer of stdout included.
-std::string Captured(const std::function<void()>& write) {
-  const MemoryFile file({});
+// What `write` prints to standard output, the buffer of stdout included, as far as the file has room for it.
+std::string CapturedIn(const MemoryFile& file, const std::function<void()>& write) {
   const FileDescriptor before(dup(STDOUT_FILENO));
   const FileDescriptor captured(open(file.Path().c_str(), O_RDWR | O_CLOEXEC));
   static_cast<void>(std::fflush(stdout));
@@ -82,10 +75,26 @@ std::string Captured(const std::function<void()>& write) {
   return {std::istreambuf_iterator<char>(content), std::istreambuf_iterator<char>()};
 }
 
+// Whether the outputer refuses a range or a condition of the client's: it forbids to cache that, in a line of its own.
+bool IsRefused(const std::string& path, const std::string& mimeType) {
+  constexpr const char* reasons[] = {"HTTP_RANGE", "HTTP_IF_MATCH", "HTTP_IF_UNMODIFIED_SINCE"};
+  if (std::none_of(std::begin(reasons), std::end(reasons), std::getenv)) return false;
+  constexpr std::size_t mostOfHeaders = 4096;
+  const std::string beginning = CapturedIn(MemoryFile::OfFixedSize(mostOfHeaders),
+                                           [&] { HTTPFileOutputer().Output(path.c_str(), mimeType.c_str()); });
+  return beginning.substr(0, beginning.find("\r\n\r\n")).find("\r\nCache-Control:") != std::string::npos;
+}
+
+void Send(const std::string& path, const std::string& mimeType, const Delivery& delivery) {
+  if (!IsRefused(path, mimeType)) Print(caching);
+  AnnounceUnlessShort(SizeOf(path), delivery);
+  LogUnless(HTTPFileOutputer().Output(path.c_str(), mimeType.c_str()) == 0, delivery);
+}
+
 // The library's own delivery, whose first line lets everybody cache the answer.
 void SendRotated(const std::string& mimeType, const Delivery& delivery, Thumb* job) {
   bool isSent = false;
-  const std::string answer = Captured([&] { isSent = job->HttpOutputFile(mimeType); });
+  const std::string answer = CapturedIn(MemoryFile({}), [&] { isSent = job->HttpOutputFile(mimeType); });
   Print(caching + answer.substr(std::min(answer.size(), answer.find('\n') + 1)));
   LogUnless(isSent, delivery);
 }

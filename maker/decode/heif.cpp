@@ -453,8 +453,10 @@ std::vector<std::uint8_t> ProfileOf(heif_color_primaries primaries) {
 // system and asked for again, which takes up to a tenth of the time of a decode. This stays so in this process.
 void KeepMemoryBetweenTiles() {
   constexpr int kMebibyte = 1048576;
+  // NOLINTBEGIN(concurrency-mt-unsafe): libheif's threads have not started
   mallopt(M_MMAP_THRESHOLD, kMebibyte);
   mallopt(M_TRIM_THRESHOLD, 2 * kMebibyte);
+  // NOLINTEND(concurrency-mt-unsafe)
 }
 
 Picture DecodeItem(const heif_image_handle* handle) {
