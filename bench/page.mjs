@@ -26,10 +26,14 @@ async function viewCamera() {
   const page = await open(phone, true);
   const start = Date.now();
   await page.goto(`${site}#/camera`);
-  await page.waitForFunction(() => {
-    const images = [...document.querySelectorAll('.tile img')];
-    return images.length === 12 && images.every((image) => image.complete && image.naturalWidth > 0);
-  }, null, {polling: 'raf'});
+  await page.evaluate(() => new Promise((resolve) => {
+    const check = () => {
+      const images = [...document.querySelectorAll('.tile img')];
+      if (images.length === 12 && images.every((image) => image.complete && image.naturalWidth > 0)) resolve();
+    };
+    document.addEventListener('load', check, true);
+    check();
+  }));
   const milliseconds = Date.now() - start;
   await page.waitForLoadState('networkidle');
   return {page, milliseconds, bytes: page.received};
