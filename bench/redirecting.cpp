@@ -2,6 +2,7 @@
 // redirecting SOCKET ADDRESS   The least that an SCGI program can do, to compare the web program with: two processes
 // answer every request by sending the web server to ADDRESS.
 #include <fcntl.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -43,6 +44,6 @@ int main(int argc, char** argv) {
     return 2;
   }
   const std::string response = "Content-Type: image/jpeg\r\nX-Accel-Redirect: " + std::string(argv[2]) + "\r\n\r\n";
-  fork();
+  if (fork() == 0) prctl(PR_SET_PDEATHSIG, SIGTERM);
   Answer(listener, response);
 }

@@ -14,7 +14,7 @@ namespace {
 constexpr int oneProcess = 1;
 constexpr int idleClass = 3 << 13;
 
-constexpr timespec yieldInterval = {0, 500'000};
+constexpr timespec yieldInterval = {0, 1'000'000};
 
 void Yield(int) {
   sched_yield();

@@ -10,7 +10,7 @@ namespace tavithumb::apps {
 // where the system does not allow that.
 void RunWhenIdle();
 
-// During its lifetime, this process offers the processor to others every half millisecond, by SIGVTALRM. Linux often
+// During its lifetime, this process offers the processor to others every millisecond, by SIGVTALRM. Linux often
 // leaves it to a process that runs when idle until the next tick of its clock, up to 10 ms, while others wait: beside a
 // batch, every twentieth answer of the web program took several times as long. Interrupted system calls go on, except
 // those that sleep or wait for events. One at a time; what this process starts is not affected.
