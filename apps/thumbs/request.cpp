@@ -6,8 +6,10 @@
 #include <cstdint>
 #include <optional>
 #include <string_view>
+#include <vector>
 
 #include "system/numbers.h"
+#include "system/suggestion.h"
 #include "thumbs/sizes.h"
 
 namespace tavithumb::apps {
@@ -19,6 +21,10 @@ std::optional<std::uint32_t> ParseSide(std::string_view text) {
   return *side;
 }
 
+std::vector<std::string> Names() {
+  return {Thumb::size_vec.begin(), Thumb::size_vec.end()};
+}
+
 }  // namespace
 
 Size ParseSize(const std::string& text) {
@@ -27,12 +33,12 @@ Size ParseSize(const std::string& text) {
   const std::optional<std::uint32_t> width = ParseSide(text.substr(0, cross));
   const std::optional<std::uint32_t> height = cross == std::string::npos ? width : ParseSide(text.substr(cross + 1));
   if (width && height) return {"", {*width, *height}};
-  throw std::invalid_argument("'" + text + "' is not a valid size: use " + SizeChoices() +
-                              ", with sides of 1 to 65535 pixels");
+  throw std::invalid_argument("'" + text + "' is not a valid size" + Suggestion(text, Names()) + ": use " +
+                              SizeChoices() + ", with sides of 1 to 65535 pixels");
 }
 
 int ParseQuarterTurns(const std::string& text) {
-  if (const std::optional<int> turns = ParseNumber<int>(text)) return *turns;
+  if (const std::optional<int> turns = ParseNumber<int>(text)) return (*turns % 4 + 4) % 4;
   throw std::invalid_argument("'" + text + "' is not a number of quarter turns: use a whole number such as 1 or -1");
 }
 

@@ -20,7 +20,8 @@ struct Size {
 // "medium", "800x600", "256". Sides are 1 to 65535. Throws std::invalid_argument with a message for people.
 Size ParseSize(const std::string& text);
 
-// A decimal integer, which may be negative. Throws std::invalid_argument with a message for people.
+// A decimal integer, which may be negative: -1 is 3, so that each turn has one stored thumbnail. Throws
+// std::invalid_argument with a message for people.
 int ParseQuarterTurns(const std::string& text);
 
 // 1 to 100. Throws std::invalid_argument with a message for people.

@@ -124,7 +124,8 @@ TEST_F(Get, ServesASourceThatFitsTheBoxUnchanged) {
 TEST_F(Get, RotatesByQuarterTurnsClockwise) {
   MakePng(png, 800, 400);
   EXPECT_EQ(Ask({"--rotate", "1"}, png), Made(png, "TAVIFILE_THUMB_M_r1.png", "image/png"));
-  EXPECT_EQ(Ask({"--rotate", "-1"}, png), Made(png, "TAVIFILE_THUMB_M_r-1.png", "image/png"));
+  EXPECT_EQ(Ask({"--rotate", "-1"}, png), Made(png, "TAVIFILE_THUMB_M_r3.png", "image/png"));
+  EXPECT_EQ(Ask({"--rotate", "-3"}, png), Found(png, "TAVIFILE_THUMB_M_r1.png", "image/png"));
   EXPECT_EQ(Ask({"--rotate=2", "--size", "100"}, png), Made(png, "TAVIFILE_THUMB_100x100_r2.png", "image/png"));
   const PictureFacts facts = Identify(EntryOf(png, "TAVIFILE_THUMB_M_r1.png"));
   EXPECT_EQ(facts.width, 180);

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "command/cli/subcommand.h"
+#include "system/suggestion.h"
 #include "thumbs/request.h"
 #include "thumbs/sizes.h"
 
@@ -48,8 +49,8 @@ void Declare(const Options& options, Arguments* arguments) {
 // Throws std::invalid_argument with a message for people.
 AddStyle StyleOf(const Arguments& arguments) {
   if (!IsStoredSize(arguments.size)) {
-    throw std::invalid_argument("'" + arguments.size + "' is not a size to store a thumbnail as: use " +
-                                StoredSizeChoices());
+    throw std::invalid_argument("'" + arguments.size + "' is not a size to store a thumbnail as" +
+                                Suggestion(arguments.size, StoredSizes()) + ": use " + StoredSizeChoices());
   }
   return {arguments.size, arguments.time ? ParseTime(*arguments.time) : 0, arguments.checkType};
 }

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "command/output.h"
+#include "system/suggestion.h"
 #include "thumbs/store.h"
 
 namespace tavithumb::apps::command {
@@ -46,6 +47,38 @@ CLI::Option* AddNamesTo(CLI::App* parser, const std::string& label, std::vector<
       ->expected(CLI::detail::expected_max_vector_size, CLI::detail::expected_max_vector_size)
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
       ->option_text(" ");
+}
+
+std::vector<std::string> NamesOf(const std::vector<Subcommand>& subcommands) {
+  std::vector<std::string> names;
+  names.reserve(subcommands.size());
+  for (const Subcommand& subcommand : subcommands) names.push_back(subcommand.name);
+  return names;
+}
+
+std::vector<std::string> LongOptionsOf(const CLI::App& subcommand) {
+  std::vector<std::string> names;
+  for (const CLI::Option* option : subcommand.get_options()) {
+    if (!option->get_lnames().empty()) names.push_back("--" + option->get_lnames().front());
+  }
+  return names;
+}
+
+// What the parser says, or a better word for one that it does not know.
+std::string MessageOf(const CLI::ParseError& error, const CLI::App& parser, const std::vector<std::string>& arguments,
+                      const std::vector<Subcommand>& subcommands) {
+  const auto parsed = parser.get_subcommands();
+  if (parsed.empty()) {
+    if (arguments.empty() || arguments.front().substr(0, 1) == "-") return error.what();
+    return "'" + arguments.front() + "' is not a subcommand" + Suggestion(arguments.front(), NamesOf(subcommands));
+  }
+  const std::vector<std::string> options = LongOptionsOf(*parsed.front()), unknown = parsed.front()->remaining();
+  const auto suggest = [&options](const std::string& word) {
+    return word.substr(0, 2) == "--" ? Suggestion(word.substr(0, word.find('=')), options) : "";
+  };
+  const auto mistyped = std::find_if(unknown.begin(), unknown.end(),
+                                     [&suggest](const std::string& word) { return !suggest(word).empty(); });
+  return mistyped == unknown.end() ? error.what() : "'" + *mistyped + "' is not an option" + suggest(*mistyped);
 }
 
 UsageError ErrorWithHint(const std::string& message, const CLI::App& parser) {
@@ -133,7 +166,7 @@ ExitCode RunCommandLine(const std::vector<std::string>& arguments, const std::ve
     WriteOut(std::string(version.what()) + "\n");
     return kDone;
   } catch (const CLI::ParseError& error) {
-    throw ErrorWithHint(error.what(), parser);
+    throw ErrorWithHint(MessageOf(error, parser, arguments, subcommands), parser);
   } catch (const std::invalid_argument& error) {
     throw ErrorWithHint(error.what(), parser);
   }

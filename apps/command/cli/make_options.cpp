@@ -8,6 +8,7 @@
 
 #include "command/cli/subcommand.h"
 #include "system/numbers.h"
+#include "system/suggestion.h"
 #include "system/text.h"
 #include "thumbs/sizes.h"
 
@@ -83,7 +84,8 @@ std::vector<std::string> ParseSizes(const std::string& text) {
   for (std::size_t begin = 0; begin <= text.size(); begin += sizes.back().size() + 1) {
     const std::string size = text.substr(begin, text.find(',', begin) - begin);
     if (!IsStoredSize(size)) {
-      throw std::invalid_argument("'" + size + "' is not a valid size for --sizes: use " + StoredSizeChoices());
+      throw std::invalid_argument("'" + size + "' is not a valid size for --sizes" + Suggestion(size, StoredSizes()) +
+                                  ": use " + StoredSizeChoices());
     }
     if (std::find(sizes.begin(), sizes.end(), size) != sizes.end()) {
       throw std::invalid_argument("--sizes names '" + size + "' twice");

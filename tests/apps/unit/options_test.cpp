@@ -88,8 +88,9 @@ TEST(Options, OfGetAcceptEveryFormOfSize) {
 }
 
 TEST(Options, OfGetAcceptQuarterTurns) {
-  const std::pair<const char*, int> rows[] = {
-      {"0", 0}, {"1", 1}, {"-1", -1}, {"7", 7}, {"2147483647", 2147483647}, {"-2147483648", -2147483647 - 1}};
+  const std::pair<const char*, int> rows[] = {{"0", 0},  {"1", 1},  {"2", 2},          {"3", 3},
+                                              {"4", 0},  {"7", 3},  {"-1", 3},         {"-2", 2},
+                                              {"-3", 1}, {"-4", 0}, {"2147483647", 3}, {"-2147483648", 0}};
   for (const auto& [text, turns] : rows) {
     EXPECT_EQ(ParseGet({"--rotate", text, "a.jpg"}).request.quarterTurns, turns) << text;
   }
