@@ -36,6 +36,8 @@ const Problem damaged = {Kind::kDamaged, "it is damaged", "get a fresh copy of i
 
 const Problem diskFull = {Kind::kNoPlace, "the disk is full", "free some space on it"};
 
+const Problem noMemory = {Kind::kNoMemory, "there is not enough memory for it", "try again when more memory is free"};
+
 const Problem couldNotBeConverted = {Kind::kDamaged, "it could not be converted",
                                      "check that it opens in another program and that the disk has space"};
 
@@ -47,6 +49,15 @@ Problem ProblemOfError(int code) {
 
 bool MayDo(const std::string& path, int mode) {
   return faccessat(AT_FDCWD, path.c_str(), mode, AT_EACCESS) == 0;
+}
+
+// It must be a regular file.
+std::optional<Problem> CheckKind(const std::string& path) {
+  struct stat record = {};
+  if (stat(path.c_str(), &record) != 0) return ProblemOfErrno(errno);
+  if (S_ISDIR(record.st_mode)) return Problem{Kind::kMissing, "it is a folder", "name the files in it"};
+  if (S_ISREG(record.st_mode)) return std::nullopt;
+  return Problem{Kind::kMissing, "it is not a regular file", "name a photo or video file"};
 }
 
 // Of the types that are decoded at a smaller size, larger pictures fit into memory. A header that was misread may say
@@ -127,6 +138,21 @@ Problem ProblemOfErrno(int error) {
   return {Kind::kMissing, "it cannot be accessed: " + std::generic_category().message(error), "check its path"};
 }
 
+Problem NotWritten(int error) {
+  if (error == ENOSPC || error == EDQUOT) return diskFull;
+  if (error == ENOENT) return {Kind::kNoPlace, "its folder does not exist", "create the folder first"};
+  return {Kind::kNoPlace, "it cannot be written: " + std::generic_category().message(error),
+          "write to a folder of your own"};
+}
+
+Problem ProblemOfRefusal(const std::string& refusal) {
+  if (refusal == "unknown type") return UnknownContent();
+  if (refusal == "damaged") return damaged;
+  if (refusal == "too large") return {Kind::kDamaged, "it is too large to be converted", "save a smaller copy of it"};
+  if (refusal == "out of memory") return noMemory;
+  return {Kind::kDamaged, "it could not be converted", "check that it opens in another program"};
+}
+
 Problem NoEntriesOnVolume() {
   return {Kind::kNoPlace, "thumbnails cannot be stored on its volume",
           "request them one by one with 'tavithumb get', or copy it to a local disk"};
@@ -136,12 +162,13 @@ Problem FolderAmongThumbs() {
   return {Kind::kNoPlace, "it is a thumbnail folder", "name the folder that holds the photos"};
 }
 
+std::optional<Problem> CheckFile(const std::string& path) {
+  if (std::optional<Problem> problem = CheckKind(path)) return problem;
+  return MayDo(path, R_OK) ? std::nullopt : std::optional<Problem>(permissionDenied);
+}
+
 std::optional<Problem> CheckSource(const std::string& path) {
-  struct stat record = {};
-  if (stat(path.c_str(), &record) != 0) return ProblemOfErrno(errno);
-  if (S_ISDIR(record.st_mode)) return Problem{Kind::kMissing, "it is a folder", "name the files in it"};
-  if (!S_ISREG(record.st_mode))
-    return Problem{Kind::kMissing, "it is not a regular file", "name a photo or video file"};
+  if (std::optional<Problem> problem = CheckKind(path)) return problem;
   const std::string name = BaseName(path);
   if (IsSupportVideo(name)) return std::nullopt;
   if (!IsPhoto(name)) {
@@ -162,7 +189,7 @@ Problem ProblemOfException() {
   } catch (const SizeNotRead& error) {
     return {Kind::kDamaged, error.what(), "check that it opens in another program"};
   } catch (const std::bad_alloc&) {
-    return {Kind::kNoMemory, "there is not enough memory for it", "try again when more memory is free"};
+    return noMemory;
   } catch (const std::exception&) {  // invalid facts, such as an orientation that is not a number
     return damaged;
   }

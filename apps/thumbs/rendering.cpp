@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <iterator>
 #include <limits>
 #include <new>
 #include <utility>
@@ -136,12 +137,14 @@ class Unstored {
   std::vector<Made> made_;
 };
 
+maker::Target TargetOf(const Request& request) {
+  return {BoxOf(request.size), (request.options & Thumb::OPT_AVATAR) != 0};
+}
+
 std::vector<maker::Thumbnail> Render(const maker::Source& source, const std::vector<Request>& requests) {
   std::vector<maker::Target> targets;
   targets.reserve(requests.size());
-  for (const Request& request : requests) {
-    targets.push_back({BoxOf(request.size), (request.options & Thumb::OPT_AVATAR) != 0});
-  }
+  std::transform(requests.begin(), requests.end(), std::back_inserter(targets), TargetOf);
   maker::Options options;
   options.quality = requests.front().quality;
   return maker::Make(source, targets, options);
@@ -254,6 +257,15 @@ std::optional<std::string> RenderToFile(const ThumbInfo& source, const PictureDe
     if (Write(path, thumbnails.front().bytes, record)) return true;
     unlink(path.c_str());
     return false;
+  });
+}
+
+std::optional<std::string> RenderBytes(const ThumbInfo& source, const PictureDetails& details, const Request& request,
+                                       const maker::Options& options, std::vector<std::uint8_t>* bytes) {
+  return WithinLimits(source.GetPath(), [&](const struct stat&) {
+    const maker::Source described = SourceOf(source, details, request, Original::kSource);
+    *bytes = std::move(maker::Make(described, {TargetOf(request)}, options).front().bytes);
+    return true;
   });
 }
 

@@ -48,6 +48,10 @@ std::optional<std::string> RenderAndStore(const ThumbInfo& source, const Picture
 std::optional<std::string> RenderToFile(const ThumbInfo& source, const PictureDetails& details, const Request& request,
                                         const std::string& path);
 
+// Makes one thumbnail in memory, with these options and the same results.
+std::optional<std::string> RenderBytes(const ThumbInfo& source, const PictureDetails& details, const Request& request,
+                                       const maker::Options& options, std::vector<std::uint8_t>* bytes);
+
 // Makes one thumbnail in memory. Nothing if the maker declines it.
 std::optional<maker::Thumbnail> RenderInMemory(const ThumbInfo& source, const PictureDetails& details,
                                                const Request& request);

@@ -6,6 +6,7 @@ _tavithumb_options() { # _tavithumb_options SUBCOMMAND
     get) echo --size --rotate --avatar --keep-animation --no-convert --fallback-smaller --albumex --no-brovix \
       --accept-heic --quality --library --store --store-all --json -0 ;;
     info) echo --json ;;
+    render) echo -s --size --rotate --avatar --format --quality --uri ;;
     list) echo --json --store ;;
     make) echo --sizes --jobs --older --limit --dry-run --eager --quality --library --store --store-all --json \
       --files-from -0 ;;
@@ -20,16 +21,17 @@ _tavithumb() {
   local sizes="small medium big large xlarge" offered=""
 
   if [ "$cword" -eq 1 ]; then
-    offered="get info make add list clean -h --help --version"
+    offered="get info make render add list clean -h --help --version"
   else
     case $prev in
-      --size) offered="$sizes"; [ "${words[1]}" != get ] || offered+=" original" ;;
+      -s | --size) offered="$sizes"; [[ ${words[1]} != @(get|render) ]] || offered+=" original" ;;
       --sizes)
         local begun=${cur%"${cur##*,}"}
         offered="$begun${sizes// / $begun}"
         ;;
       --rotate) offered="0 1 2 3" ;;
-      --jobs | --limit | --mtime | --quality | --keep) return ;;
+      --format) offered="jpeg png webp" ;;
+      --jobs | --limit | --mtime | --quality | --keep | --uri) return ;;
       --store) _filedir -d; return ;;
       --files-from) _filedir; return ;;
       *)

@@ -8,6 +8,7 @@ complete -c tavithumb -n __fish_use_subcommand -l version -d 'Print the version 
 complete -c tavithumb -n __fish_use_subcommand -f -a get -d 'Print the path of a thumbnail for each file'
 complete -c tavithumb -n __fish_use_subcommand -f -a info -d 'Print what is known about each file'
 complete -c tavithumb -n __fish_use_subcommand -f -a make -d 'Make thumbnails ahead of time'
+complete -c tavithumb -n __fish_use_subcommand -f -a render -d 'Write one picture of a file'
 complete -c tavithumb -n __fish_use_subcommand -f -a add -d 'Store existing thumbnails'
 complete -c tavithumb -n __fish_use_subcommand -f -a list -d 'Print what is stored for each source'
 complete -c tavithumb -n __fish_use_subcommand -f -a clean -d 'Remove thumbnails that are no longer used'
@@ -29,6 +30,13 @@ complete -c tavithumb -n "$one make" -l older -d 'Only regenerate thumbnails old
 complete -c tavithumb -n "$one make" -l limit -x -d 'Stop after making thumbnails for this number of files'
 complete -c tavithumb -n "$one make" -l files-from -r -d 'Read names from a file'
 complete -c tavithumb -n "$one make" -s 0 -d 'Names in that file end with a NUL byte'
+
+complete -c tavithumb -n "$one render" -s s -l size -x -a "$sizes original" -d 'The largest width and height'
+complete -c tavithumb -n "$one render" -l rotate -x -a '0 1 2 3' -d 'Rotate clockwise by this number of quarter turns'
+complete -c tavithumb -n "$one render" -l avatar -d 'Crop to fill the box'
+complete -c tavithumb -n "$one render" -l format -x -a 'jpeg png webp' -d 'The format to write'
+complete -c tavithumb -n "$one render" -l quality -x -d 'Quality of a JPEG or WebP picture, 1 to 100'
+complete -c tavithumb -n "$one render" -l uri -x -d 'Name the file by this URI in a PNG'
 
 complete -c tavithumb -n "$one add" -l size -x -a "$sizes" -d 'The size to store them as'
 complete -c tavithumb -n "$one add" -l check-type -d 'Accept only the type that would be made'
