@@ -68,7 +68,8 @@ class Replacement {
 void ReplaceFile(const std::string& path, std::string_view content) {
   struct stat record = {};
   const bool exists = lstat(path.c_str(), &record) == 0;
-  if (exists && !S_ISREG(record.st_mode)) return WriteInPlace(path, content);
+  const bool hasContent = exists && S_ISREG(record.st_mode) && record.st_size > 0;
+  if (exists && !hasContent) return WriteInPlace(path, content);
   Replacement replacement(path);
   if (!replacement.IsOpen()) {
     if (!exists) Fail(errno);

@@ -7,8 +7,8 @@
 namespace tavithumb::apps {
 
 // Makes `content` the content of the file at `path`. A regular file is replaced as a whole by a new one with its mode,
-// or stays as it was. A device, a pipe, what a link leads to, and a file in a folder where no other can be created are
-// written in place. Throws std::system_error.
+// or stays as it was. Written in place are an empty file, which whoever has made it may have open, a device, a pipe,
+// what a link leads to, and a file in a folder where no other can be created. Throws std::system_error.
 void ReplaceFile(const std::string& path, std::string_view content);
 
 }  // namespace tavithumb::apps

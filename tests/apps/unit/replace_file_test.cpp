@@ -14,6 +14,7 @@
 #include <string>
 #include <system_error>
 
+#include "system/file_descriptor.h"
 #include "system/soft_limit.h"
 
 namespace fs = std::filesystem;
@@ -73,6 +74,15 @@ TEST_F(ReplacingFiles, WritesThroughALinkAndIntoADevice) {
   EXPECT_EQ(ReadFile(folder_ / "real.jpg"), "new");
   ReplaceFile("/dev/null", "new");
   EXPECT_TRUE(fs::is_character_file("/dev/null"));
+}
+
+TEST_F(ReplacingFiles, FillsAnEmptyFileThatSomebodyHasOpen) {
+  WriteFile(path_, "");
+  const FileDescriptor opened(open(path_.c_str(), O_RDONLY | O_CLOEXEC));
+  ReplaceFile(path_, "new");
+  char content[4] = {};
+  EXPECT_EQ(read(opened.Number(), content, sizeof content), 3);
+  EXPECT_STREQ(content, "new");
 }
 
 TEST_F(ReplacingFiles, LeavesTheOldOneWhereTheNewOneDoesNotFit) {
