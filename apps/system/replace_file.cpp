@@ -26,6 +26,11 @@ void WriteInPlace(const std::string& path, std::string_view content) {
   if (!file.IsOpen() || !WriteAll(file.Number(), content.data(), content.size())) Fail(errno);
 }
 
+// In a folder where no file can be created.
+bool IsForbidden(int error) {
+  return error == EACCES || error == EPERM || error == EROFS;
+}
+
 // The mode of a file that doesn't exist yet.
 mode_t NewMode() {
   const mode_t mask = umask(0);
@@ -46,9 +51,10 @@ class Replacement {
 
   bool IsOpen() const { return file_.IsOpen(); }
 
-  // Throws std::system_error.
+  // Throws std::system_error. On some volumes files have no mode of their own.
   void Write(std::string_view content, mode_t mode) const {
-    if (!WriteAll(file_.Number(), content.data(), content.size()) || fchmod(file_.Number(), mode) != 0) Fail(errno);
+    if (!WriteAll(file_.Number(), content.data(), content.size())) Fail(errno);
+    static_cast<void>(fchmod(file_.Number(), mode));
   }
 
   // False, with errno set, if it can't be.
@@ -72,12 +78,12 @@ void ReplaceFile(const std::string& path, std::string_view content) {
   if (exists && !hasContent) return WriteInPlace(path, content);
   Replacement replacement(path);
   if (!replacement.IsOpen()) {
-    if (!exists) Fail(errno);
+    if (!exists || !IsForbidden(errno)) Fail(errno);
     return WriteInPlace(path, content);
   }
   replacement.Write(content, exists ? record.st_mode & 0777 : NewMode());
   if (replacement.MoveTo(path)) return;
-  if (!exists) Fail(errno);
+  if (!exists || errno != EBUSY) Fail(errno);
   WriteInPlace(path, content);  // another file may not take the place of a mounted one
 }
 
