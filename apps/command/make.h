@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "command/batch/name_list.h"
 #include "command/batch/work.h"
+#include "command/name_list.h"
 
 namespace tavithumb::apps::command {
 

@@ -4,7 +4,7 @@
 _tavithumb_options() { # _tavithumb_options SUBCOMMAND
   case $1 in
     get) echo --size --rotate --avatar --keep-animation --no-convert --fallback-smaller --albumex --no-brovix \
-      --accept-heic --quality --library --store --store-all --json -0 ;;
+      --accept-heic --quality --library --store --store-all --json --files-from -0 ;;
     info) echo --json ;;
     list) echo --json --store ;;
     make) echo --sizes --jobs --older --limit --dry-run --eager --quality --library --store --store-all --json \

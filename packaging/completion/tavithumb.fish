@@ -21,13 +21,13 @@ complete -c tavithumb -n "$one get" -l fallback-smaller -d 'If the size is not a
 complete -c tavithumb -n "$one get" -l albumex -d 'Look for Albumex thumbnails first'
 complete -c tavithumb -n "$one get" -l no-brovix -d 'Do not look for Brovix thumbnails'
 complete -c tavithumb -n "$one get" -l accept-heic -d 'Accept a HEIC photo itself as the answer'
-complete -c tavithumb -n "$one get" -s 0 -d 'End each path with a NUL byte'
+complete -c tavithumb -n "$one get" -s 0 -d 'Paths, and names in that file, end with a NUL byte'
 
 complete -c tavithumb -n "$one make" -l sizes -x -a "(__fish_append , $sizes)" -d 'Comma-separated names of sizes'
 complete -c tavithumb -n "$one make" -l jobs -x -d 'Files to work on in parallel'
 complete -c tavithumb -n "$one make" -l older -d 'Only regenerate thumbnails older than their file'
 complete -c tavithumb -n "$one make" -l limit -x -d 'Stop after making thumbnails for this number of files'
-complete -c tavithumb -n "$one make" -l files-from -r -d 'Read names from a file'
+complete -c tavithumb -n "$one get make" -l files-from -r -d 'Read names from a file'
 complete -c tavithumb -n "$one make" -s 0 -d 'Names in that file end with a NUL byte'
 
 complete -c tavithumb -n "$one add" -l size -x -a "$sizes" -d 'The size to store them as'

@@ -153,6 +153,25 @@ TEST_F(Owners, OfSeveralFoldersGetAWorkerEachEvenIfThereIsRoomForOneOnly) {
   for (const auto& [path, owner] : expected) EXPECT_EQ(RecordOf(path).st_uid, owner) << path;
 }
 
+TEST_F(Owners, OfTheFilesInAListAnswerTheirOwnInTurn) {
+  const std::string others = outside / "others";
+  MakeFolder(others, kOtherOwner);
+  MakePhotoOf(kOtherOwner, others + "/photo.jpg");
+  MakePhotoOf(kOwner, photos + "/b.jpg");
+  const Arguments names = {photo, others + "/photo.jpg", photos + "/b.jpg", "/no/such/photo.jpg", photo};
+  std::string content;
+  for (const std::string& name : names) content += name + "\n";
+  WriteFile(outside / "list", content);
+  const Outcome outcome = run({"get", "--size", "small", "--files-from", outside / "list"});
+  EXPECT_EQ(outcome.code, 1);
+  const std::string storedThere = EntryOf(others + "/photo.jpg", "TAVIFILE_THUMB_S.jpg");
+  EXPECT_EQ(outcome.out, stored + "\n" + storedThere + "\n" + EntryOf(photos + "/b.jpg", "TAVIFILE_THUMB_S.jpg") +
+                             "\n\n" + stored + "\n");
+  EXPECT_EQ(outcome.err, "tavithumb: /no/such/photo.jpg: it does not exist; check its name\n");
+  EXPECT_EQ(RecordOf(stored).st_uid, kOwner);
+  EXPECT_EQ(RecordOf(storedThere).st_uid, kOtherOwner);
+}
+
 // With the names that the maker and the library's tools write, and those of the folders.
 TEST_F(Owners, CannotLeadRootToOtherFilesByLinks) {
   const std::string root = photos + "/.tavi_ea", entries = root + "/photo.jpg";

@@ -23,10 +23,10 @@ std::size_t BytesOf(const std::string& name) {
 }
 
 // Lists often contain everything below a folder: skips thumbnails and anything that is neither a photo nor a folder. A
-// name that doesn't exist is kept, so that it is reported.
+// name that doesn't exist is kept, so that it is reported; an empty one is not.
 bool IsSkipped(const std::string& name) {
   struct stat record = {};
-  if (IsInEAFolder(AbsolutePath(name))) return true;
+  if (name.empty() || IsInEAFolder(AbsolutePath(name))) return true;
   return !IsPhoto(BaseName(name)) && stat(name.c_str(), &record) == 0 && !S_ISDIR(record.st_mode);
 }
 

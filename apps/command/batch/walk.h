@@ -15,7 +15,7 @@
 #include <utility>
 #include <vector>
 
-#include "command/batch/name_list.h"
+#include "command/name_list.h"
 #include "thumbs/reasons.h"
 
 namespace tavithumb::apps::command {

@@ -19,6 +19,7 @@ using Strings = std::vector<std::string>;
 
 struct Get {
   Strings files;
+  std::optional<NameList> list;
   Request request;
   GetFormat format;
 };
@@ -27,17 +28,18 @@ Get ParseGet(const Strings& options) {
   std::optional<Get> parsed;
   Strings arguments = {"get"};
   arguments.insert(arguments.end(), options.begin(), options.end());
-  const auto get = [&](const Strings& files, const Request& request, GetFormat format) {
-    parsed = Get{files, request, format};
+  const auto get = [&](const Strings& files, std::optional<NameList> list, const Request& request, GetFormat format) {
+    parsed.emplace(Get{files, std::move(list), request, format});
     return true;
   };
   EXPECT_EQ(RunCommandLine(arguments, {GetSubcommand(get)}), kDone);
-  return parsed.value();
+  return std::move(parsed.value());
 }
 
 TEST(Options, OfGetHaveDefaults) {
   const Get get = ParseGet({"a.jpg"});
   EXPECT_EQ(get.files, Strings{"a.jpg"});
+  EXPECT_FALSE(get.list);
   EXPECT_EQ(get.request.size.name, "medium");
   EXPECT_EQ(get.request.quarterTurns, 0);
   EXPECT_EQ(get.request.options, Thumb::OPT_BROVIX_EA);
@@ -99,6 +101,17 @@ TEST(Options, OfGetAcceptQuarterTurns) {
 TEST(Options, OfGetSelectTheFormat) {
   EXPECT_EQ(ParseGet({"--json", "a.jpg"}).format, GetFormat::kJson);
   EXPECT_EQ(ParseGet({"-0", "a.jpg"}).format, GetFormat::kNulEnded);
+}
+
+TEST(Options, OfGetNameAListWhoseNamesMayEndWithNulBytesInJsonToo) {
+  const test::TempDir folder;
+  test::WriteFile(folder / "list", std::string("a\nb\0c", 5));
+  Get get = ParseGet({"--json", "-0", "--files-from", folder / "list"});
+  EXPECT_EQ(get.files, Strings{});
+  EXPECT_EQ(get.format, GetFormat::kJson);
+  std::deque<std::string> names;
+  EXPECT_FALSE(get.list.value().Read(&names));
+  EXPECT_EQ(names, std::deque<std::string>{"a\nb"});
 }
 
 TEST(Options, LeaveNamesUnchanged) {
