@@ -12,6 +12,7 @@
 #include <system_error>
 #include <utility>
 
+#include "command/output.h"
 #include "system/become.h"
 #include "system/channel.h"
 #include "system/supervisor.h"
@@ -27,10 +28,13 @@ const Problem died = {Problem::Kind::kDamaged, "the process working on it died",
 // Begin what the process sends.
 constexpr char aText = '=';
 constexpr char anException = '!';
+constexpr char aClosedOutput = '|';
 
 std::string Outcome(const std::function<std::string()>& work) {
   try {
     return aText + work();
+  } catch (const OutputClosed&) {
+    return {aClosedOutput};
   } catch (const std::exception& error) {
     return anException + std::string(error.what());
   }
@@ -38,6 +42,7 @@ std::string Outcome(const std::function<std::string()>& work) {
 
 // Throws what the process has sent as an exception.
 std::string TextOf(const std::string& outcome) {
+  if (outcome.front() == aClosedOutput) throw OutputClosed();
   if (outcome.front() == anException) throw std::runtime_error(outcome.substr(1));
   return outcome.substr(1);
 }

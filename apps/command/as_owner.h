@@ -19,7 +19,7 @@ using Work = std::function<bool(const std::string& path, const std::optional<Pro
 
 // Runs `work` for the file at the absolute `path`, and returns what it returns. Root runs it as the owner of the file's
 // folder, in a process of that user's with the same standard output and error, and with the file's path inside that
-// folder. Throws std::runtime_error with the message of what `work` has thrown.
+// folder. Throws OutputClosed if `work` did, else std::runtime_error with the message of what it has thrown.
 bool RunAsOwner(const std::string& path, const Work& work);
 
 // Processes that work on many files, one at a time: each for the files in the folders of one owner, as that user if
@@ -55,7 +55,8 @@ class OwnerProcesses {
 
 // Runs `work` in a process with the same standard output and error, after `prepare`, if that is not null, for which the
 // descriptors of this process are still open. Returns the text that `work` returns, or nothing if the process died.
-// Throws std::runtime_error with the message of what `work` has thrown.
+// Throws OutputClosed if
+// `work` did, else std::runtime_error with the message of what it has thrown.
 std::optional<std::string> RunInProcess(const std::function<void()>& prepare, const std::function<std::string()>& work);
 
 }  // namespace tavithumb::apps::command

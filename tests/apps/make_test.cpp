@@ -438,8 +438,8 @@ TEST_F(Make, StopsWhenItsOutputIsClosed) {
   start.outputDescriptor = ends[1];
   const Outcome outcome = run({"make", "--sizes", "small", "--jobs", "1", "--json", folder.Path()}, start);
   close(ends[1]);
-  EXPECT_EQ(outcome.code, 1);
-  EXPECT_EQ(outcome.err, "tavithumb: standard output: Broken pipe\n");
+  EXPECT_EQ(outcome.code, 128 + SIGPIPE);
+  EXPECT_EQ(outcome.err, "");
   std::size_t made = 0;
   for (const char* name : {"a", "b", "c"}) {
     made += Exists(EntryOf(folder / (std::string(name) + ".png"), "TAVIFILE_THUMB_S.png")) ? 1 : 0;
