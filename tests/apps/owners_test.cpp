@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "command_runner.h"
+#include "system/text.h"
 
 namespace tavithumb::test {
 namespace {
@@ -366,9 +367,9 @@ TEST_F(OwnersOfStores, CleanThemThemselves) {
   ASSERT_EQ(Run({"make", "--sizes", "small,medium", photos}).code, 0);
   GiveTo(0, InStore());
   SetTimes(InStore(), 1, 1);
-  const std::string size = std::to_string(fs::file_size(InStore()));
+  const std::string size = apps::ByteText(fs::file_size(InStore()));
   const Outcome cleaned = Run({"clean"});
-  EXPECT_EQ(cleaned.out, "removed " + InStore() + ": it is older than its source\nfreed " + size + " bytes in 1 file\n")
+  EXPECT_EQ(cleaned.out, "removed " + InStore() + ": it is older than its source\nfreed " + size + " in 1 file\n")
       << cleaned;
   const Outcome kept = Run({"clean", "--keep", "0"});
   EXPECT_EQ(kept.code, 0) << kept;

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <string_view>
 
+#include "command/batch/estimate.h"
 #include "system/paths.h"
 #include "thumbs/ea_folder.h"
 #include "thumbs/kinds.h"
@@ -163,6 +164,7 @@ void Walk::Enqueue(const std::string& name) {
   files_.push_back(name);
   filesBytes_ += BytesOf(name);
   ++count_;
+  expectedWork_ += ExpectedMilliseconds(name);
 }
 
 }  // namespace tavithumb::apps::command

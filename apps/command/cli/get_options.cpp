@@ -76,7 +76,7 @@ std::string Footer() {
 
 void Declare(const Options& options, Arguments* arguments) {
   options.AddOptionalNames("FILE", &arguments->files, "Photos and videos; after '--', names may start with '-'");
-  options.AddDefaulted("--size", "SIZE", &arguments->size, "A name, WIDTHxHEIGHT or SIDE; see below");
+  options.AddDefaulted("-s,--size", "SIZE", &arguments->size, "A name, WIDTHxHEIGHT or SIDE; see below");
   options.AddOptional("--rotate", "QUARTERS", &arguments->quarterTurns,
                       "Rotate clockwise by this number of quarter turns, on top of the orientation");
   options.AddFlag("--avatar", &arguments->avatar, "Crop to fill the box");

@@ -148,7 +148,19 @@ TEST(Options, OfMakeHaveDefaults) {
   EXPECT_EQ(request.order.quality, 80);
   EXPECT_EQ(request.jobs, std::clamp(std::thread::hardware_concurrency(), 1u, 256u));
   EXPECT_EQ(request.limit, std::nullopt);
-  EXPECT_FALSE(request.json);
+  EXPECT_FALSE(request.output.json);
+  EXPECT_FALSE(request.output.isQuiet);
+  EXPECT_FALSE(request.output.isVerbose);
+}
+
+TEST(Options, HaveTheLettersThatPeopleExpect) {
+  EXPECT_EQ(ParseGet({"-s", "small", "a.jpg"}).request.size.name, "small");
+  const MakeRequest quiet = ParseMake({"-s", "big", "-nq", "a"});
+  EXPECT_EQ(quiet.order.sizes, Strings{"big"});
+  EXPECT_TRUE(quiet.order.isDryRun);
+  EXPECT_TRUE(quiet.output.isQuiet);
+  EXPECT_TRUE(ParseMake({"-v", "a"}).output.isVerbose);
+  EXPECT_TRUE(ParseMake({"--quiet", "--json", "a"}).output.isQuiet);
 }
 
 TEST(Options, OfMakeReplaceTheDefaults) {
@@ -167,7 +179,7 @@ TEST(Options, OfMakeReplaceTheDefaults) {
   EXPECT_EQ(request.order.quality, 95);
   EXPECT_EQ(request.jobs, 256u);
   EXPECT_EQ(request.limit, 1000000000u);
-  EXPECT_TRUE(request.json);
+  EXPECT_TRUE(request.output.json);
 }
 
 TEST(Options, OfMakeSayHowNamesEnd) {

@@ -82,6 +82,8 @@ TEST(Refusals, OfOptionsThatAreMissingUnknownOrDontFitTogether) {
        "--json and -0 exclude each other without --files-from; see 'tavithumb get --help'"},
       {{"get", "--files-from", "/no/such/list"},
        "'/no/such/list' cannot be read: No such file or directory; see 'tavithumb get --help'"},
+      {{"make", "-q", "-v", "a"}, "--verbose and --quiet exclude each other; see 'tavithumb make --help'"},
+      {{"make", "-v", "--json", "a"}, "--verbose and --json exclude each other; see 'tavithumb make --help'"},
       {{"make"}, "PATH or --files-from is required; see 'tavithumb make --help'"},
       {{"make", "-0", "a.jpg"}, "-0 needs --files-from; see 'tavithumb make --help'"},
       {{"make", "--files-from", "/no/such/list"},
