@@ -1,15 +1,20 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "command/get.h"
 
+#include <poll.h>
 #include <tavithumb/libtavithumb.h>
 
 #include <chrono>
 #include <cstdio>
+#include <deque>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <stdexcept>
+#include <utility>
 
 #include "command/as_owner.h"
 #include "command/output.h"
+#include "command/query.h"
 #include "system/become.h"
 #include "system/descriptors.h"
 #include "system/json_text.h"
@@ -70,34 +75,109 @@ std::string JsonAnswer(const std::string& source, const Answer& answer) {
   return JsonLine(object);
 }
 
-void Write(const std::string& path, const Answer& answer, GetFormat format) {
-  if (format == GetFormat::kJson) return WriteOut(JsonAnswer(path, answer));
-  WriteOut(answer.path + (format == GetFormat::kNulEnded ? '\0' : '\n'));
+// Of a path.
+std::string End(GetFormat format) {
+  return {format == GetFormat::kNulEnded ? '\0' : '\n'};
 }
 
-bool GetOne(const std::string& name, const Request& request, GetFormat format) {
-  const std::string path = AbsolutePath(name);
+void Write(const std::string& path, const Answer& answer, GetFormat format) {
+  if (format == GetFormat::kJson) return WriteOut(JsonAnswer(path, answer));
+  WriteOut(answer.path + End(format));
+}
+
+// A line that names no file.
+Problem ProblemOf(const std::invalid_argument& error) {
+  return {Problem::Kind::kUnsupported, error.what(), "correct this line of the list"};
+}
+
+// One run.
+class Answers {
+ public:
+  Answers(const Request& request, GetFormat format, bool isStream)
+      : request_(request),
+        format_(format),
+        isStream_(isStream),
+        processes_([this](const auto&... given) { return AnswerHere(given...); }) {}
+
+  void Give(const std::string& name) { Give(QueryFor(name, request_)); }
+  void GiveForLine(const std::string& line);
+  void GiveForEach(NameList list);
+  bool AreComplete() const { return areComplete_; }
+
+ private:
+  void Give(const Query& query);
+  bool AnswerHere(const std::string& message, const std::string& inside, std::optional<Problem> problem) const;
+  void Refuse(const std::string& name, const std::string& path, const Problem& problem) const;
+
+  const Request request_;
+  const GetFormat format_;
+  const bool isStream_;
+  OwnerProcesses processes_;
+  bool areComplete_ = true;
+};
+
+// A process of its own for root, as the owner, and for a stream, which has to outlive a file that crashes a decoder.
+void Answers::Give(const Query& query) {
+  const std::string message = Serialise(query);
+  const bool isApart = isStream_ || IsRoot();
+  if (!(isApart ? processes_.Run(query.path, message) : AnswerHere(message, query.path, {}))) areComplete_ = false;
+}
+
+bool Answers::AnswerHere(const std::string& message, const std::string& inside, std::optional<Problem> problem) const {
   const auto start = std::chrono::steady_clock::now();
-  return RunAsOwner(path, [&](const std::string& inside, std::optional<Problem> problem) {
-    Answer answer;
-    if (!problem) problem = Ask(inside, request, &answer);
-    answer.path = PathFromOutside(answer.path, path);
-    answer.milliseconds = MillisecondsSince(start);
-    if (!problem) Write(path, answer, format);
-    if (problem) ReportProblem(name, *problem);
-    if (problem && format == GetFormat::kJson) WriteOut(JsonProblem("source", path, *problem));
-    return !problem;
-  });
+  const Query query = ParseSerialised(message);
+  Request request = request_;
+  request.size = query.size;
+  request.quarterTurns = query.quarterTurns;
+  Answer answer;
+  if (!problem) problem = Ask(inside, request, &answer);
+  if (problem) {
+    Refuse(query.name, query.path, *problem);
+    return false;
+  }
+  answer.path = PathFromOutside(answer.path, query.path);
+  answer.milliseconds = MillisecondsSince(start);
+  Write(query.path, answer, format_);
+  return true;
+}
+
+void Answers::Refuse(const std::string& name, const std::string& path, const Problem& problem) const {
+  ReportProblem(name, problem);
+  if (format_ == GetFormat::kJson) return WriteOut(JsonProblem("source", path, problem));
+  if (isStream_) WriteOut(End(format_));
+}
+
+void Answers::GiveForLine(const std::string& line) {
+  try {
+    const bool isObject = format_ == GetFormat::kJson && line.front() == '{';
+    Give(isObject ? ParseQuery(line, request_) : QueryFor(line, request_));
+  } catch (const std::invalid_argument& error) {
+    areComplete_ = false;
+    Refuse(line, line, ProblemOf(error));
+  }
+}
+
+void Answers::GiveForEach(NameList list) {
+  while (!list.HasEnded()) {
+    pollfd input = {list.Descriptor(), POLLIN, 0};
+    poll(&input, 1, -1);
+    std::deque<std::string> lines;
+    const std::optional<Problem> problem = list.Read(&lines);
+    for (const std::string& line : lines) GiveForLine(line);
+    if (!problem) continue;
+    areComplete_ = false;
+    ReportProblem(list.Name(), *problem);
+  }
 }
 
 }  // namespace
 
-bool Get(const std::vector<std::string>& files, const Request& request, GetFormat format) {
-  bool allAnswered = true;
-  for (const std::string& name : files) {
-    if (!GetOne(name, request, format)) allAnswered = false;
-  }
-  return allAnswered;
+bool Get(const std::vector<std::string>& files, std::optional<NameList> list, const Request& request,
+         GetFormat format) {
+  Answers answers(request, format, list.has_value());
+  for (const std::string& name : files) answers.Give(name);
+  if (list) answers.GiveForEach(*std::move(list));
+  return answers.AreComplete();
 }
 
 }  // namespace tavithumb::apps::command

@@ -58,7 +58,7 @@ Row RowOf(const Entry& entry) {
           entry.name && !entry.name->size.empty() ? entry.name->size : "-",
           entry.name ? std::to_string(entry.name->quarterTurns * 90) : "-",
           entry.picture ? PixelSize(entry.picture->width, entry.picture->height) : "-",
-          std::to_string(entry.bytes),
+          ByteText(entry.bytes),
           entry.picture ? entry.picture->mimeType : "-",
           Describe(entry.freshness),
           Printable(entry.path)};

@@ -33,6 +33,13 @@ Subcommand WithPolicy(Subcommand subcommand) {
   return subcommand;
 }
 
+// Shells expect this of a program whose output is closed.
+int DieOfClosedOutput() {
+  static_cast<void>(std::signal(SIGPIPE, SIG_DFL));
+  static_cast<void>(std::raise(SIGPIPE));
+  return kSomeFailed;  // it is blocked
+}
+
 }  // namespace
 }  // namespace tavithumb::apps::command
 
@@ -45,6 +52,8 @@ int main(int argc, char** argv) {
     return RunCommandLine({argv + 1, argv + argc},
                           {WithPolicy(GetSubcommand()), InfoSubcommand(), WithPolicy(MakeSubcommand()),
                            RenderSubcommand(), AddSubcommand(), ListSubcommand(), CleanSubcommand()});
+  } catch (const OutputClosed&) {
+    return DieOfClosedOutput();
   } catch (const UsageError& error) {
     WriteError(Printable(error.what()));
     return kBadUsage;

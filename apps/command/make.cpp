@@ -12,6 +12,7 @@
 #include <set>
 #include <utility>
 
+#include "command/batch/estimate.h"
 #include "command/batch/pool.h"
 #include "command/batch/progress_display.h"
 #include "command/batch/summary.h"
@@ -42,8 +43,9 @@ class Run {
  public:
   explicit Run(MakeRequest request)
       : isDryRun_(request.order.isDryRun),
-        json_(request.json),
+        output_(request.output),
         limit_(request.limit),
+        progress_(StandardError(!request.output.isQuiet)),
         walk_(std::move(request.names), std::move(request.list),
               [this](const std::string& name, const Problem& problem) {
                 Result result;
@@ -68,7 +70,7 @@ class Run {
   void ReportWhereItStopped();
 
   const bool isDryRun_;
-  const bool json_;
+  const MakeOutput output_;
   const std::optional<std::size_t> limit_;
   const Signals signals_{SIGINT, SIGTERM, SIGHUP, SIGWINCH};
   ProgressDisplay progress_;
@@ -76,6 +78,7 @@ class Run {
   Walk walk_;
   Pool pool_;
   std::optional<std::string> next_;  // to be dispatched
+  double workDone_ = 0;              // as the walk expects it
   std::string last_;                 // most recently dispatched
   std::exception_ptr writeError_;    // of standard output
 };
@@ -90,8 +93,8 @@ MakeOutcome Run::Execute() {
   if (writeError_) std::rethrow_exception(writeError_);
   ReportWhereItStopped();
   const bool isInterrupted = pool_.IsInterrupted();
-  if (json_) WriteOut(summary_.AsJson(isInterrupted));
-  WriteSummary(summary_.AsText(isDryRun_), json_);
+  if (output_.json) WriteOut(summary_.AsJson(isInterrupted));
+  if (!output_.isQuiet) WriteSummary(summary_.AsText(isDryRun_), output_.json);
   if (isInterrupted) return MakeOutcome::kInterrupted;
   return summary_.HasFailures() ? MakeOutcome::kSomeFailed : MakeOutcome::kAllWell;
 }
@@ -130,13 +133,16 @@ void Run::HandleSignals() {
 
 void Run::ReportDone(const Done& done) {
   summary_.Add(done.result);
+  workDone_ += ExpectedMilliseconds(done.name);
   std::set<std::string> reported;
   for (const Failure& failure : done.result.failures) {
     if (!reported.insert(failure.reason).second) continue;
     progress_.Say(Printable(done.name) + ": " + failure.reason + "; " + failure.remedy);
   }
-  if (json_) return Print(JsonResult(AbsolutePath(done.name), done.result, done.milliseconds));
-  if (isDryRun_ && !done.result.made.empty()) Print(Printable(done.name) + ": " + Join(done.result.made, ", ") + "\n");
+  if (output_.json) return Print(JsonResult(AbsolutePath(done.name), done.result, done.milliseconds));
+  if (output_.isVerbose) return Print(ResultLine(Printable(done.name), done.result, isDryRun_));
+  const bool isListed = isDryRun_ && !output_.isQuiet && !done.result.made.empty();
+  if (isListed) Print(Printable(done.name) + ": " + Join(done.result.made, ", ") + "\n");
 }
 
 void Run::Print(const std::string& text) {
@@ -151,7 +157,8 @@ void Run::Print(const std::string& text) {
 
 void Run::ShowStatus() {
   const std::size_t done = summary_.Files();
-  progress_.Show({done, std::max(walk_.Count(), done + pool_.Running()), !walk_.HasFoundAll(), last_});
+  progress_.Show({done, std::max(walk_.Count(), done + pool_.Running()), !walk_.HasFoundAll(), last_, workDone_,
+                  std::max(walk_.ExpectedWork() - workDone_, 0.0)});
 }
 
 void Run::ReportWhereItStopped() {

@@ -6,10 +6,17 @@
 #include <string>
 #include <vector>
 
-#include "command/batch/name_list.h"
 #include "command/batch/work.h"
+#include "command/name_list.h"
 
 namespace tavithumb::apps::command {
+
+// What is printed beside problems.
+struct MakeOutput {
+  bool json = false;
+  bool isQuiet = false;    // neither progress nor a summary for people
+  bool isVerbose = false;  // a line for each file
+};
 
 struct MakeRequest {
   std::vector<std::string> names;  // files and folders
@@ -17,7 +24,7 @@ struct MakeRequest {
   Order order;
   std::size_t jobs = 1;
   std::optional<std::size_t> limit;  // of files with at least one thumbnail made
-  bool json = false;
+  MakeOutput output;
 };
 
 enum class MakeOutcome { kAllWell, kSomeFailed, kInterrupted };

@@ -15,6 +15,7 @@ namespace tavithumb::apps::command {
 
 void WriteOut(const std::string& text) {
   if (std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0) return;
+  if (errno == EPIPE) throw OutputClosed();
   throw std::system_error(errno, std::generic_category(), "standard output");
 }
 

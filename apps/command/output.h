@@ -2,13 +2,20 @@
 #pragma once
 
 #include <chrono>
+#include <stdexcept>
 #include <string>
 
 #include "thumbs/reasons.h"
 
 namespace tavithumb::apps::command {
 
-// Writes to standard output without buffering. Throws std::system_error if not all of it could be written.
+// The reader of standard output has closed it, as `head` does when it has enough: the program ends without a message.
+struct OutputClosed : std::runtime_error {
+  OutputClosed() : std::runtime_error("standard output was closed") {}
+};
+
+// Writes to standard output without buffering. Throws OutputClosed or std::system_error if not all of it could be
+// written.
 void WriteOut(const std::string& text);
 
 // Formatted for JSON output: with two decimals.

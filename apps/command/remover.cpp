@@ -72,9 +72,9 @@ void Remover::SetTotals(const std::string& totals) {
 bool Remover::Finish() const {
   if (style_.json) {
     WriteOut(JsonLine({{"files", files_}, {"bytes", bytes_}, {"dry_run", style_.isDryRun}}));
-  } else {
-    WriteOut((style_.isDryRun ? "would free " : "freed ") + std::to_string(bytes_) + " bytes in " +
-             std::to_string(files_) + (files_ == 1 ? " file\n" : " files\n"));
+  } else if (!style_.isQuiet) {
+    WriteOut((style_.isDryRun ? "would free " : "freed ") + ByteText(bytes_) + " in " + std::to_string(files_) +
+             (files_ == 1 ? " file\n" : " files\n"));
   }
   return !hasProblems_;
 }
@@ -91,6 +91,7 @@ bool Remover::WasReported(const struct stat& record) {
 }
 
 void Remover::ReportRemoval(const std::string& path, const std::string& reason, std::uint64_t bytes) const {
+  if (!style_.json && style_.isQuiet) return;
   if (!style_.json) {
     WriteOut((style_.isDryRun ? "would remove " : "removed ") + Printable(path) + ": " + reason + "\n");
     return;

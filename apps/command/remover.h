@@ -16,6 +16,7 @@ namespace tavithumb::apps::command {
 struct RemovalStyle {
   bool isDryRun = false;  // only report what would be removed
   bool json = false;
+  bool isQuiet = false;                // only problems are printed, except in JSON
   std::optional<StoreSize> keep = {};  // of the store; more is removed, too
 };
 

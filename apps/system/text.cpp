@@ -99,6 +99,20 @@ std::string TailWithin(const std::string& text, std::size_t columns) {
   return std::string(ellipsis) + text.substr(dropped);
 }
 
+std::string ByteText(std::uint64_t bytes) {
+  if (bytes < 1000) return std::to_string(bytes) + (bytes == 1 ? " byte" : " bytes");
+  auto size = static_cast<double>(bytes) / 1000;
+  const char* unit = "kMGTPE";
+  // What would be printed as 1000 is one of the next unit.
+  while (size >= 999.5) {
+    size /= 1000;
+    ++unit;
+  }
+  std::array<char, 32> text = {};
+  static_cast<void>(std::snprintf(text.data(), text.size(), size < 9.95 ? "%.1f %cB" : "%.0f %cB", size, *unit));
+  return text.data();
+}
+
 // FNV-1a
 std::string Fingerprint(std::string_view text) {
   std::uint64_t hash = 0xcbf29ce484222325;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -22,6 +23,9 @@ std::string Printable(const std::string& name);
 // The end of `text` that fits into `columns` of a terminal. If `text` is cut, the result begins with "...", which
 // counts; "" if there is no room for that and one more column.
 std::string TailWithin(const std::string& text, std::size_t columns);
+
+// A number of bytes for people: "999 bytes", "1.4 MB", "14 GB"; a kB has 1000 bytes.
+std::string ByteText(std::uint64_t bytes);
 
 // 16 digits, the same for the same text. Not for secrets.
 std::string Fingerprint(std::string_view text);

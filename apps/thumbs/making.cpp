@@ -146,8 +146,7 @@ bool MakeStored(const Request& request, const PictureDetails& details, Render* r
 
 // The library's order: what is stored, then the source where that will do, then a new thumbnail. The job has its facts.
 // Returns nothing if the maker declines the source.
-std::optional<Resolution> ResolveSize(const Request& request, const PictureDetails& details, Render* render,
-                                      Thumb* job) {
+std::optional<Resolution> ResolveSize(const Request& request, const SourceFacts& facts, Render* render, Thumb* job) {
   SetRequest(request, job);
   const ThumbInfo& source = job->GetInfo();
   if (IsOriginalServed(request, source)) return ServeSource(job);
@@ -157,8 +156,8 @@ std::optional<Resolution> ResolveSize(const Request& request, const PictureDetai
   if (!canRender) return Resolution::kNone;
   if (IsSourceTheAnswer(request, source)) return ServeSource(job);
   const bool isStored = CanRenderAndStore(request, source);
-  const bool isMade =
-      isStored ? MakeStored(request, details, render, job) : MakeTemporary(request, details, render, job);
+  const bool isMade = isStored ? MakeStored(request, facts.Details(), render, job)
+                               : MakeTemporary(request, facts.Details(), render, job);
   return isMade ? std::optional<Resolution>(Resolution::kMade) : std::nullopt;
 }
 
@@ -174,10 +173,10 @@ std::vector<Request> InEachSize(const Request& request, const Thumb& job) {
 }
 
 Resolution ResolveByMaker(const Request& request, Render* render, Thumb* job) {
-  const PictureDetails details = ReadFactsAndDetails(job);
-  if (!request.byLibrary) job->SetFacts(KnownFacts(job->GetInfo()));
+  const SourceFacts facts(job->GetInfo().GetPath());
+  job->SetFacts(request.byLibrary ? facts.OfLibrary() : facts.Known());
   for (const Request& sized : InEachSize(request, *job)) {
-    const std::optional<Resolution> resolution = ResolveSize(sized, details, render, job);
+    const std::optional<Resolution> resolution = ResolveSize(sized, facts, render, job);
     if (!resolution) break;
     if (*resolution != Resolution::kNone) return *resolution;
   }

@@ -3,15 +3,15 @@
 
 _tavithumb_options() { # _tavithumb_options SUBCOMMAND
   case $1 in
-    get) echo --size --rotate --avatar --keep-animation --no-convert --fallback-smaller --albumex --no-brovix \
-      --accept-heic --quality --library --store --store-all --json -0 ;;
+    get) echo -s --size --rotate --avatar --keep-animation --no-convert --fallback-smaller --albumex --no-brovix \
+      --accept-heic --quality --library --store --store-all --json --files-from -0 ;;
     info) echo --json ;;
     render) echo -s --size --rotate --avatar --format --quality --uri ;;
     list) echo --json --store ;;
-    make) echo --sizes --jobs --older --limit --dry-run --eager --quality --library --store --store-all --json \
-      --files-from -0 ;;
-    add) echo --size --check-type --mtime --store --store-all ;;
-    clean) echo --dry-run --json --store --keep ;;
+    make) echo -s --sizes --jobs --older --limit -n --dry-run --eager --quality --library --store --store-all -q --quiet \
+      -v --verbose --json --files-from -0 ;;
+    add) echo -s --size --check-type --mtime --store --store-all ;;
+    clean) echo --dry-run -n -q --quiet --json --store --keep ;;
   esac
 }
 
@@ -24,10 +24,12 @@ _tavithumb() {
     offered="get info make render add list clean -h --help --version"
   else
     case $prev in
-      -s | --size) offered="$sizes"; [[ ${words[1]} != @(get|render) ]] || offered+=" original" ;;
-      --sizes)
-        local begun=${cur%"${cur##*,}"}
-        offered="$begun${sizes// / $begun}"
+      -s | --size | --sizes)
+        case ${words[1]} in
+          get | render) offered="$sizes original" ;;
+          make) local begun=${cur%"${cur##*,}"}; offered="$begun${sizes// / $begun}" ;;
+          *) offered=$sizes ;;
+        esac
         ;;
       --rotate) offered="0 1 2 3" ;;
       --format) offered="jpeg png webp" ;;

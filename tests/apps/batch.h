@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "command_runner.h"
+#include "system/text.h"
 
 namespace tavithumb::test {
 
@@ -65,8 +66,8 @@ class Batch : public testing::Test {
   static std::string Table(const std::array<std::string, 6>& figures) {
     const auto right = [](const std::string& text) { return std::string(10 - text.size(), ' ') + text; };
     return "files         " + right(figures[0]) + "  in N seconds\n" +  //
-           "made          " + right(figures[1]) + "  thumbnails, " + figures[2] + " bytes\n" + "already there " +
-           right(figures[3]) + "  thumbnails\n" + "not needed    " + right(figures[4]) +
+           "made          " + right(figures[1]) + "  thumbnails, " + apps::ByteText(std::stoull(figures[2])) + "\n" +
+           "already there " + right(figures[3]) + "  thumbnails\n" + "not needed    " + right(figures[4]) +
            "  thumbnails: the source is served unchanged\n" + "failed        " + right(figures[5]) + "  files\n";
   }
 

@@ -104,6 +104,15 @@ TEST_F(Clean, RemovesStaleThumbnailsWhoeverStoredThem) {
   Expect({"."}, "freed 0 bytes in 0 files\n");
 }
 
+TEST_F(Clean, PrintsProblemsOnlyWhenItIsQuiet) {
+  StoreOfGone("gone.jpg");
+  const Outcome outcome = run({"clean", "-q", folder.Path(), "/no/such/folder"});
+  EXPECT_EQ(outcome.code, 1);
+  EXPECT_EQ(outcome.out, "");
+  EXPECT_EQ(outcome.err, "tavithumb: /no/such/folder: it does not exist; check its name\n");
+  EXPECT_EQ(Tree(folder.Path()), std::vector<std::string>{});
+}
+
 TEST_F(Clean, RemovesThumbnailsWithoutASourceAndTheirFolders) {
   StoreOfGone("deep/er/gone.jpg");
   StoreOfGone("deep/gone.jpg");

@@ -58,7 +58,8 @@ std::string CommandRunner::ErrorsSoFar() const {
 
 Outcome CommandRunner::Await(pid_t child) const {
   const int status = StatusOf(child);
-  return {ReadFile(files_ / "out"), ReadFile(files_ / "err"), WIFEXITED(status) ? WEXITSTATUS(status) : -1, child};
+  return {ReadFile(files_ / "out"), ReadFile(files_ / "err"),
+          WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), child};
 }
 
 int CommandRunner::OpenOutput(const Start& start) const {

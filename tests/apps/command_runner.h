@@ -43,7 +43,7 @@ inline Start As(uid_t user) {
 struct Outcome {
   std::string out;
   std::string err;
-  int code;
+  int code;  // more than 128 for a signal, as shells report it
   pid_t process;
 };
 

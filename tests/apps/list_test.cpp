@@ -6,6 +6,7 @@
 #include <filesystem>
 
 #include "command_runner.h"
+#include "system/text.h"
 
 namespace tavithumb::test {
 namespace {
@@ -77,17 +78,17 @@ TEST_F(List, PrintsOneAlignedTableWithTheTypesOfTheContent) {
   Store("a.jpg", "TAVIFILE_THUMB_S.jpg", "no picture");
   Store("b.png", "TAVIAVATAR_9x9_r-1.png", ReadFile(folder / "thumb.png"));
   SetTimes(Place("b.png", "TAVIAVATAR_9x9_r-1.png"), 1, ModificationTime(folder / "b.png") - 1);
-  const std::string bmpBytes = std::to_string(fs::file_size(folder / "thumb.bmp"));
-  const std::string pngBytes = std::to_string(fs::file_size(folder / "thumb.png"));
-  ASSERT_EQ(bmpBytes.size(), 4u);
-  ASSERT_EQ(pngBytes.size(), 3u);
+  const std::string bmpBytes = apps::ByteText(fs::file_size(folder / "thumb.bmp"));
+  const std::string pngBytes = apps::ByteText(fs::file_size(folder / "thumb.png"));
+  ASSERT_EQ(bmpBytes.size(), 6u);  // "7.3 kB"
+  ASSERT_EQ(pngBytes.size(), 9u);  // "123 bytes"
   ExpectTable({"a.jpg", "missing.jpg", "none.jpg", "b.png"},
-              "CONSUMER  SIZE    ROTATION  PIXELS  BYTES  TYPE            STATE       PATH\n"
+              "CONSUMER  SIZE    ROTATION  PIXELS  BYTES      TYPE            STATE       PATH\n"
               "Brovix    medium  0         60x40   " +
-                  bmpBytes + "   image/x-ms-bmp  up to date  " + Place("a.jpg", "TAVIFILE_THUMB_M.jpg") + "\n" +
-                  "Brovix    small   0         -       10     -               up to date  " +
+                  bmpBytes + "     image/x-ms-bmp  up to date  " + Place("a.jpg", "TAVIFILE_THUMB_M.jpg") + "\n" +
+                  "Brovix    small   0         -       10 bytes   -               up to date  " +
                   Place("a.jpg", "TAVIFILE_THUMB_S.jpg") + "\n" + "avatar    9x9     -90       6x4     " + pngBytes +
-                  "    image/png       stale       " + Place("b.png", "TAVIAVATAR_9x9_r-1.png") + "\n" +
+                  "  image/png       stale       " + Place("b.png", "TAVIAVATAR_9x9_r-1.png") + "\n" +
                   "none.jpg: nothing is stored\n",
               "tavithumb: missing.jpg: it does not exist; check its name\n");
 }
@@ -96,8 +97,8 @@ TEST_F(List, HasADashForWhatIsUnknown) {
   WriteFile(folder / "a.jpg", "photo");
   Store("a.jpg", "notes.txt", "no thumbnail");
   ExpectTable({"a.jpg"},
-              "CONSUMER  SIZE  ROTATION  PIXELS  BYTES  TYPE  STATE       PATH\n"
-              "other     -     -         -       12     -     up to date  " +
+              "CONSUMER  SIZE  ROTATION  PIXELS  BYTES     TYPE  STATE       PATH\n"
+              "other     -     -         -       12 bytes  -     up to date  " +
                   Place("a.jpg", "notes.txt") + "\n");
 }
 
@@ -160,8 +161,8 @@ TEST_F(List, SkipsAnythingThatIsNotAFile) {
   fs::create_directory(Place("a.jpg", "TAVIFILE_THUMB_B.jpg"));
   ASSERT_EQ(mkfifo(Place("a.jpg", "TAVIFILE_THUMB_XL.jpg").c_str(), 0600), 0);
   ExpectTable({"a.jpg"},
-              "CONSUMER  SIZE    ROTATION  PIXELS  BYTES  TYPE  STATE       PATH\n"
-              "Brovix    medium  0         -       7      -     up to date  " +
+              "CONSUMER  SIZE    ROTATION  PIXELS  BYTES    TYPE  STATE       PATH\n"
+              "Brovix    medium  0         -       7 bytes  -     up to date  " +
                   Place("a.jpg", kMediumJpeg) + "\n");
 }
 
@@ -205,8 +206,8 @@ TEST_F(List, AcceptsNamesWithAnyBytes) {
   Store("new\nline.jpg", kMediumJpeg, "no pic\n");
   Store("latin\xfc.jpg", "not\xfc", "no pic\n");
   ExpectTable({"new\nline.jpg"},
-              "CONSUMER  SIZE    ROTATION  PIXELS  BYTES  TYPE  STATE       PATH\n"
-              "Brovix    medium  0         -       7      -     up to date  " +
+              "CONSUMER  SIZE    ROTATION  PIXELS  BYTES    TYPE  STATE       PATH\n"
+              "Brovix    medium  0         -       7 bytes  -     up to date  " +
                   folder.Path() + "/.tavi_ea/new\\nline.jpg/TAVIFILE_THUMB_M.jpg\n");
   const json object = ObjectsOf(run({"list", "--json", "latin\xfc.jpg"}, In(folder.Path())).out).at(0);
   EXPECT_EQ(object.at("source"), folder / "latin\xef\xbf\xbd.jpg");

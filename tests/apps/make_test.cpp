@@ -314,6 +314,27 @@ TEST_F(Make, LimitCountsFilesThatThumbnailsWereMadeFor) {
   EXPECT_EQ(second.err.find("tavithumb:"), std::string::npos);
 }
 
+TEST_F(Make, PrintsALineForEachFileOrProblemsOnly) {
+  MakePng(png, 200, 100);
+  WriteFile(folder / "broken.png", "");
+  const std::string problem = "tavithumb: " + (folder / "broken.png") + ": it is damaged; get a fresh copy of it\n";
+  const Outcome verbose = run({"make", "-v", "--jobs", "1", "-s", "small,big", png, folder / "broken.png"});
+  EXPECT_EQ(verbose.out.substr(0, verbose.out.find("files  ")),
+            png + ": made small; not needed big\n" + (folder / "broken.png") + ": failed\n");
+  EXPECT_EQ(verbose.err, problem);
+  for (const Strings& options : {Strings{"-q"}, Strings{"--quiet", "--dry-run"}}) {
+    Strings arguments = {"make", folder.Path()};
+    arguments.insert(arguments.end(), options.begin(), options.end());
+    const Outcome quiet = run(arguments);
+    EXPECT_EQ(quiet.code, 1);
+    EXPECT_EQ(quiet.out, "");
+    EXPECT_EQ(quiet.err, problem);
+  }
+  const Outcome objects = run({"make", "-q", "--json", folder.Path()});
+  EXPECT_EQ(BySource(objects.out).size(), 3u);
+  EXPECT_EQ(objects.err, problem);
+}
+
 TEST_F(Make, DryRunPrintsWhatWouldBeMadeAndWritesNothing) {
   MakePng(png, 1500, 1400);
   const std::string small = folder / "small.png";
@@ -321,9 +342,9 @@ TEST_F(Make, DryRunPrintsWhatWouldBeMadeAndWritesNothing) {
   const Outcome outcome = Probed({"make", "--dry-run", folder.Path()});
   EXPECT_EQ(outcome.code, 0);
   EXPECT_EQ(outcome.err, "");
-  std::string table = Table({"2", "4", "", "1", "5", "0"});
+  std::string table = Table({"2", "4", "0", "1", "5", "0"});
   table.replace(table.find("made          "), 14, "would be made ");
-  table.erase(table.find(",  bytes"), 8);
+  table.erase(table.find(", 0 bytes"), 9);
   EXPECT_EQ(WithoutTime(outcome.out), png + ": small, medium, big, large\n" + table);
   EXPECT_EQ(Names(folder.Path()), (Strings{"picture.png", "small.png"}));
   EXPECT_EQ(Count("runs "), 0u);
@@ -438,8 +459,8 @@ TEST_F(Make, StopsWhenItsOutputIsClosed) {
   start.outputDescriptor = ends[1];
   const Outcome outcome = run({"make", "--sizes", "small", "--jobs", "1", "--json", folder.Path()}, start);
   close(ends[1]);
-  EXPECT_EQ(outcome.code, 1);
-  EXPECT_EQ(outcome.err, "tavithumb: standard output: Broken pipe\n");
+  EXPECT_EQ(outcome.code, 128 + SIGPIPE);
+  EXPECT_EQ(outcome.err, "");
   std::size_t made = 0;
   for (const char* name : {"a", "b", "c"}) {
     made += Exists(EntryOf(folder / (std::string(name) + ".png"), "TAVIFILE_THUMB_S.png")) ? 1 : 0;

@@ -19,7 +19,7 @@ struct Name {
   std::string text;       // in JSON; "" if it is the bytes
 };
 
-const std::vector<Name> names = {
+const std::vector<Name> oddNames = {
     {"with space.png", "with space.png", "", ""},
     {"new\nline.png", "new\\nline.png", "", ""},
     {"tab\tand\rreturn.png", "tab\\tand\\rreturn.png", "", ""},
@@ -78,7 +78,7 @@ class NamesOfAnyBytes : public testing::Test {
 };
 
 TEST_F(NamesOfAnyBytes, GetAnswersWithTheirExactBytes) {
-  for (const Name& name : names) {
+  for (const Name& name : oddNames) {
     SCOPED_TRACE(name.printable);
     Copy(name.bytes);
     const std::string source = folder / name.bytes;
@@ -94,7 +94,7 @@ TEST_F(NamesOfAnyBytes, GetAnswersWithTheirExactBytes) {
 }
 
 TEST_F(NamesOfAnyBytes, AreValidTextInJson) {
-  for (const Name& name : names) {
+  for (const Name& name : oddNames) {
     SCOPED_TRACE(name.printable);
     Copy(name.bytes);
     const std::string source = folder / name.bytes;
@@ -131,7 +131,7 @@ TEST_F(NamesOfAnyBytes, AreValidTextInJson) {
 }
 
 TEST_F(NamesOfAnyBytes, AreOneLineOnStandardError) {
-  for (const Name& name : names) {
+  for (const Name& name : oddNames) {
     for (const char* subcommand : {"get", "info"}) {
       const Outcome outcome = run({subcommand, "--", name.bytes}, In(folder.Path()));
       EXPECT_EQ(outcome.code, 1);

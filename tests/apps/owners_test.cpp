@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "command_runner.h"
+#include "system/text.h"
 
 namespace tavithumb::test {
 namespace {
@@ -151,6 +152,25 @@ TEST_F(Owners, OfSeveralFoldersGetAWorkerEachEvenIfThereIsRoomForOneOnly) {
   const Outcome outcome = run(names);
   EXPECT_EQ(outcome.code, 0) << outcome;
   for (const auto& [path, owner] : expected) EXPECT_EQ(RecordOf(path).st_uid, owner) << path;
+}
+
+TEST_F(Owners, OfTheFilesInAListAnswerTheirOwnInTurn) {
+  const std::string others = outside / "others";
+  MakeFolder(others, kOtherOwner);
+  MakePhotoOf(kOtherOwner, others + "/photo.jpg");
+  MakePhotoOf(kOwner, photos + "/b.jpg");
+  const Arguments names = {photo, others + "/photo.jpg", photos + "/b.jpg", "/no/such/photo.jpg", photo};
+  std::string content;
+  for (const std::string& name : names) content += name + "\n";
+  WriteFile(outside / "list", content);
+  const Outcome outcome = run({"get", "--size", "small", "--files-from", outside / "list"});
+  EXPECT_EQ(outcome.code, 1);
+  const std::string storedThere = EntryOf(others + "/photo.jpg", "TAVIFILE_THUMB_S.jpg");
+  EXPECT_EQ(outcome.out, stored + "\n" + storedThere + "\n" + EntryOf(photos + "/b.jpg", "TAVIFILE_THUMB_S.jpg") +
+                             "\n\n" + stored + "\n");
+  EXPECT_EQ(outcome.err, "tavithumb: /no/such/photo.jpg: it does not exist; check its name\n");
+  EXPECT_EQ(RecordOf(stored).st_uid, kOwner);
+  EXPECT_EQ(RecordOf(storedThere).st_uid, kOtherOwner);
 }
 
 // With the names that the maker and the library's tools write, and those of the folders.
@@ -347,9 +367,9 @@ TEST_F(OwnersOfStores, CleanThemThemselves) {
   ASSERT_EQ(Run({"make", "--sizes", "small,medium", photos}).code, 0);
   GiveTo(0, InStore());
   SetTimes(InStore(), 1, 1);
-  const std::string size = std::to_string(fs::file_size(InStore()));
+  const std::string size = apps::ByteText(fs::file_size(InStore()));
   const Outcome cleaned = Run({"clean"});
-  EXPECT_EQ(cleaned.out, "removed " + InStore() + ": it is older than its source\nfreed " + size + " bytes in 1 file\n")
+  EXPECT_EQ(cleaned.out, "removed " + InStore() + ": it is older than its source\nfreed " + size + " in 1 file\n")
       << cleaned;
   const Outcome kept = Run({"clean", "--keep", "0"});
   EXPECT_EQ(kept.code, 0) << kept;

@@ -9,6 +9,7 @@
 #include <filesystem>
 
 #include "command_runner.h"
+#include "system/text.h"
 
 namespace tavithumb::test {
 namespace {
@@ -264,13 +265,13 @@ TEST_F(InAStore, CleanRemovesWhatBelongsToPhotosThatAreGone) {
 
   fs::rename(moved, photos + "/c.jpg");
   fs::remove(photos + "/deep");
-  const std::string size = std::to_string(fs::file_size(ofMoved));
+  const std::string size = apps::ByteText(fs::file_size(ofMoved));
   const std::string mirror = store + photos + "/deep";
   const std::string removed = "removed " + ofMoved + ": its source is gone\nremoved " +
                               fs::path(ofMoved).parent_path().string() + ": nothing is left in it\nremoved " + mirror +
                               "/.tavi_ea: nothing is left in it\n";
   EXPECT_EQ(CleanStore({photos + "/c.jpg"}).out, "freed 0 bytes in 0 files\n");
-  EXPECT_EQ(CleanStore({photos + "/deep/b.jpg"}).out, removed + "freed " + size + " bytes in 1 file\n");
+  EXPECT_EQ(CleanStore({photos + "/deep/b.jpg"}).out, removed + "freed " + size + " in 1 file\n");
   EXPECT_EQ(CleanStore({photos}).out, "removed " + mirror + ": nothing is left in it\nfreed 0 bytes in 0 files\n");
   EXPECT_EQ(Files(), Paths{small});
 

@@ -16,7 +16,7 @@ namespace tavithumb::apps::command {
 namespace {
 
 constexpr std::chrono::milliseconds redrawInterval(100);
-constexpr std::chrono::seconds lineInterval(5);
+constexpr std::chrono::seconds lineInterval(60);
 // The rate is the mean of this period.
 constexpr std::chrono::seconds ratePeriod(30);
 
@@ -53,43 +53,49 @@ std::string RateText(double rate) {
 }
 
 // "1200/5400+  55/s  76 s+ left": while more files may be found, the total and the time left are lower bounds.
-std::string Figures(const RunCounts& counts, double rate) {
+std::string Figures(const RunCounts& counts, double rate, double workRate) {
   const std::string growing = counts.mayGrow ? "+" : "";
   std::string text = std::to_string(counts.done) + "/" + std::to_string(counts.total) + growing;
   if (rate <= 0) return text;
-  const double left = static_cast<double>(counts.total - counts.done) / rate;
-  return text + "  " + RateText(rate) + "  " + DurationText(left) + growing + " left";
+  text += "  " + RateText(rate);
+  return workRate > 0 ? text + "  " + DurationText(counts.workLeft / workRate) + growing + " left" : text;
 }
 
 }  // namespace
 
-Screen StandardError() {
+Screen StandardError(bool showsProgress) {
   const auto write = [](const std::string& text) {
     static_cast<void>(std::fwrite(text.data(), 1, text.size(), stderr));  // unbuffered: one write
   };
-  return {CanRedraw(), TerminalWidth, write, Clock::now};
+  return {CanRedraw(), TerminalWidth, write, Clock::now, showsProgress};
 }
 
-ProgressDisplay::ProgressDisplay(Screen screen)
-    : screen_(std::move(screen)), next_(screen_.now() + (screen_.isTerminal ? redrawInterval : lineInterval)) {
-  samples_.emplace_back(screen_.now(), 0);
+ProgressDisplay::ProgressDisplay(Screen screen) : screen_(std::move(screen)), next_(NextAfter(screen_.now())) {
+  samples_.push_back({screen_.now(), 0, 0});
+}
+
+Clock::time_point ProgressDisplay::NextAfter(Clock::time_point now) const {
+  if (!screen_.showsProgress) return noDeadline;
+  return now + (screen_.isTerminal ? redrawInterval : lineInterval);
 }
 
 // Keeps one sample a second.
-double ProgressDisplay::Rate(std::size_t done) {
+ProgressDisplay::Rates ProgressDisplay::RatesAt(const RunCounts& counts) {
   const Clock::time_point now = screen_.now();
-  while (samples_.size() > 1 && now - samples_[1].first >= ratePeriod) samples_.pop_front();
-  const auto [then, doneThen] = samples_.front();
-  if (now - samples_.back().first >= std::chrono::seconds(1)) samples_.emplace_back(now, done);
-  const double seconds = std::chrono::duration<double>(now - then).count();
-  return seconds > 0 ? static_cast<double>(done - doneThen) / seconds : 0;
+  while (samples_.size() > 1 && now - samples_[1].time >= ratePeriod) samples_.pop_front();
+  const Sample then = samples_.front();
+  if (now - samples_.back().time >= std::chrono::seconds(1)) samples_.push_back({now, counts.done, counts.workDone});
+  const double seconds = std::chrono::duration<double>(now - then.time).count();
+  if (seconds <= 0) return {};
+  return {static_cast<double>(counts.done - then.done) / seconds, (counts.workDone - then.workDone) / seconds};
 }
 
 void ProgressDisplay::Show(const RunCounts& counts) {
   const Clock::time_point now = screen_.now();
   if (now < next_) return;
-  next_ = now + (screen_.isTerminal ? redrawInterval : lineInterval);
-  const std::string figures = Figures(counts, Rate(counts.done));
+  next_ = NextAfter(now);
+  const Rates rates = RatesAt(counts);
+  const std::string figures = Figures(counts, rates.files, rates.work);
   return screen_.isTerminal ? Draw(counts, figures) : Say(figures);
 }
 

@@ -5,7 +5,6 @@
 #include <deque>
 #include <functional>
 #include <string>
-#include <utility>
 
 #include "system/clock.h"
 
@@ -17,6 +16,8 @@ struct RunCounts {
   std::size_t total = 0;  // known so far
   bool mayGrow = true;    // more may be found
   std::string current;    // a file that is being processed
+  double workDone = 0;    // in any unit; files differ
+  double workLeft = 0;
 };
 
 // Where progress is shown, and the clock.
@@ -25,13 +26,14 @@ struct Screen {
   std::function<std::size_t()> columns;  // the terminal's current width
   std::function<void(const std::string&)> write;
   Now now;
+  bool showsProgress = true;  // otherwise only messages
 };
 
 // Standard error; redrawn only on a terminal whose $TERM supports it.
-Screen StandardError();
+Screen StandardError(bool showsProgress = true);
 
-// Shows the progress of a run: on a terminal as one line that is redrawn in place, elsewhere as a new line every few
-// seconds. Messages appear above the redrawn line.
+// Shows the progress of a run: on a terminal as one line that is redrawn in place, elsewhere as a new line every
+// minute. Messages appear above the redrawn line.
 class ProgressDisplay {
  public:
   explicit ProgressDisplay(Screen screen = StandardError());
@@ -46,7 +48,7 @@ class ProgressDisplay {
 
   // Makes the next Show() draw at once, because the terminal has a new size.
   void Redraw() {
-    if (screen_.isTerminal) next_ = screen_.now();
+    if (screen_.isTerminal && screen_.showsProgress) next_ = screen_.now();
   }
 
   // Writes "tavithumb: <message>" as a line.
@@ -55,14 +57,25 @@ class ProgressDisplay {
   void Clear();
 
  private:
-  double Rate(std::size_t done);
+  Clock::time_point NextAfter(Clock::time_point now) const;
+  struct Rates {
+    double files;  // a second
+    double work;
+  };
+  struct Sample {
+    Clock::time_point time;
+    std::size_t done;
+    double workDone;
+  };
+
+  Rates RatesAt(const RunCounts& counts);
   void Draw(const RunCounts& counts, const std::string& figures);
 
   Screen screen_;
   bool isDrawn_ = false;
   std::string line_;
   Clock::time_point next_;
-  std::deque<std::pair<Clock::time_point, std::size_t>> samples_;  // of files done, for the rate
+  std::deque<Sample> samples_;
 };
 
 }  // namespace tavithumb::apps::command

@@ -4,8 +4,21 @@
 #include <nlohmann/json.hpp>
 
 #include "system/json_text.h"
+#include "system/text.h"
 
 namespace tavithumb::apps::command {
+
+std::string ResultLine(const std::string& name, const Result& result, bool isDryRun) {
+  std::vector<std::string> parts;
+  const auto add = [&parts](const std::string& what, const std::vector<std::string>& sizes) {
+    if (!sizes.empty()) parts.push_back(what + " " + Join(sizes, ", "));
+  };
+  add(isDryRun ? "would make" : "made", result.made);
+  add("found", result.found);
+  add("not needed", result.notNeeded);
+  if (!result.failures.empty()) parts.emplace_back("failed");
+  return name + ": " + (parts.empty() ? "nothing to make" : Join(parts, "; ")) + "\n";
+}
 
 std::string JsonResult(const std::string& path, const Result& result, double milliseconds) {
   nlohmann::ordered_json object;

@@ -31,6 +31,9 @@ struct Result {
   }
 };
 
+// The result as a line for people, which begins with the printable `name`: "a.jpg: made small, medium; found big".
+std::string ResultLine(const std::string& name, const Result& result, bool isDryRun);
+
 // The result as one line of the command's JSON output.
 std::string JsonResult(const std::string& path, const Result& result, double milliseconds);
 

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "system/json_text.h"
+#include "system/text.h"
 
 namespace tavithumb::apps::command {
 namespace {
@@ -64,7 +65,7 @@ std::string Summary::AsText(bool isDryRun) const {
   static_cast<void>(std::snprintf(seconds.data(), seconds.size(), "%.1f", Seconds()));
   std::string text = RowText("files", files_, std::string("in ") + seconds.data() + " seconds");
   text += isDryRun ? RowText("would be made", made_, "thumbnails")
-                   : RowText("made", made_, "thumbnails, " + std::to_string(bytes_) + " bytes");
+                   : RowText("made", made_, "thumbnails, " + ByteText(bytes_));
   text += RowText("already there", found_, "thumbnails");
   text += RowText("not needed", notNeeded_, "thumbnails: the source is served unchanged");
   text += RowText("failed", failed_, "files");

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <string_view>
 
+#include "command/batch/estimate.h"
 #include "system/paths.h"
 #include "thumbs/ea_folder.h"
 #include "thumbs/kinds.h"
@@ -23,10 +24,10 @@ std::size_t BytesOf(const std::string& name) {
 }
 
 // Lists often contain everything below a folder: skips thumbnails and anything that is neither a photo nor a folder. A
-// name that doesn't exist is kept, so that it is reported.
+// name that doesn't exist is kept, so that it is reported; an empty one is not.
 bool IsSkipped(const std::string& name) {
   struct stat record = {};
-  if (IsInEAFolder(AbsolutePath(name))) return true;
+  if (name.empty() || IsInEAFolder(AbsolutePath(name))) return true;
   return !IsPhoto(BaseName(name)) && stat(name.c_str(), &record) == 0 && !S_ISDIR(record.st_mode);
 }
 
@@ -163,6 +164,7 @@ void Walk::Enqueue(const std::string& name) {
   files_.push_back(name);
   filesBytes_ += BytesOf(name);
   ++count_;
+  expectedWork_ += ExpectedMilliseconds(name);
 }
 
 }  // namespace tavithumb::apps::command

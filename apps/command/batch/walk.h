@@ -15,7 +15,7 @@
 #include <utility>
 #include <vector>
 
-#include "command/batch/name_list.h"
+#include "command/name_list.h"
 #include "thumbs/reasons.h"
 
 namespace tavithumb::apps::command {
@@ -33,8 +33,10 @@ class Walk {
   // Removes and returns the next file in the queue, if any: its name as typed, or its path below a folder as typed.
   std::optional<std::string> Next();
 
-  // The number of files found so far; whether all have been found; whether all have been taken from the queue as well.
+  // The number of files found so far, and the sum of their ExpectedMilliseconds(); whether all have been found; whether
+  // all have been taken from the queue as well.
   std::size_t Count() const { return count_; }
+  double ExpectedWork() const { return expectedWork_; }
   bool HasFoundAll() const { return !folder_ && folders_.empty() && names_.empty() && !list_; }
   bool HasEnded() const { return HasFoundAll() && files_.empty(); }
 
@@ -75,6 +77,7 @@ class Walk {
   std::deque<std::string> files_;
   std::size_t filesBytes_ = 0;
   std::size_t count_ = 0;
+  double expectedWork_ = 0;
 };
 
 }  // namespace tavithumb::apps::command

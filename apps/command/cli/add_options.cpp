@@ -39,7 +39,7 @@ void Declare(const Options& options, Arguments* arguments) {
   options.SetUsageOfNames("SOURCE THUMBNAIL [SOURCE THUMBNAIL...]");
   options.AddNames("SOURCE", &arguments->names,
                    "Photos and videos, each followed by its THUMBNAIL; after '--', names may start with '-'");
-  options.AddRequired("--size", "NAME", &arguments->size, "The size to store it as");
+  options.AddRequired("-s,--size", "NAME", &arguments->size, "The size to store it as");
   options.AddFlag("--check-type", &arguments->checkType, "Accept only the type that would be made for SOURCE");
   options.AddOptional("--mtime", "SECONDS", &arguments->time,
                       "Its modification time in seconds since 1970; default: that of SOURCE");

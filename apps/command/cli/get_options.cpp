@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "command/cli/subcommand.h"
+#include "command/query.h"
 #include "thumbs/request.h"
 #include "thumbs/sizes.h"
 
@@ -31,16 +32,21 @@ constexpr char footerEnd[] =
     "delete (true: delete the answer after use), made (true: made by this request), milliseconds, error (null).\n"
     "For a file without an answer: source, error. If a name is not UTF-8, source_hex or answer_hex has its bytes.\n"
     "\n"
+    "Another program may keep one running with --files-from -, and write a name whenever it needs an answer: each\n"
+    "gets one line at once, an empty one if there is no answer. With --json, a line may be an object, such as\n"
+    "{\"file\": \"a.jpg\", \"size\": \"small\", \"rotate\": 1}; a name that starts with { needs ./ before it.\n"
+    "\n"
     "Examples:\n"
     "  tavithumb get photo.jpg\n"
     "  tavithumb get --size 800x600 --rotate 1 *.jpg\n"
     "  tavithumb get --size small --json -- -strange-name-.heic\n"
-    "  find . -name '*.jpg' -print0 | xargs -0 tavithumb get -0 | xargs -0 ls -l\n"
+    "  find . -name '*.jpg' -print0 | tavithumb get -0 --files-from - | xargs -0 ls -l\n"
     "\n"
     "Exit codes: 0 every FILE got an answer, 1 some did not, 2 bad usage.";
 
 struct Arguments {
   std::vector<std::string> files;
+  std::optional<std::string> list;
   bool json = false;
   bool nulEnded = false;
   std::string size = "medium";
@@ -69,8 +75,8 @@ std::string Footer() {
 }
 
 void Declare(const Options& options, Arguments* arguments) {
-  options.AddNames("FILE", &arguments->files, "Photos and videos; after '--', names may start with '-'");
-  options.AddDefaulted("--size", "SIZE", &arguments->size, "A name, WIDTHxHEIGHT or SIDE; see below");
+  options.AddOptionalNames("FILE", &arguments->files, "Photos and videos; after '--', names may start with '-'");
+  options.AddDefaulted("-s,--size", "SIZE", &arguments->size, "A name, WIDTHxHEIGHT or SIDE; see below");
   options.AddOptional("--rotate", "QUARTERS", &arguments->quarterTurns,
                       "Rotate clockwise by this number of quarter turns, on top of the orientation");
   options.AddFlag("--avatar", &arguments->avatar, "Crop to fill the box");
@@ -86,7 +92,9 @@ void Declare(const Options& options, Arguments* arguments) {
   options.AddFlag("--library", &arguments->byLibrary, libraryHelp);
   options.AddStore(&arguments->store);
   options.AddFlag("--json", &arguments->json, "Print one JSON object per line");
-  options.AddFlag("-0", &arguments->nulEnded, "End each path with a NUL byte instead of a newline");
+  options.AddOptional("--files-from", "LIST", &arguments->list,
+                      "Read more FILEs, one per line, from LIST, and answer each at once; '-' is standard input");
+  options.AddFlag("-0", &arguments->nulEnded, "Paths, and names in LIST, end with a NUL byte instead of a newline");
 }
 
 int OptionWord(const Arguments& arguments) {
@@ -105,20 +113,24 @@ Request RequestOf(const Arguments& arguments) {
   Request request = {ParseSize(arguments.size), arguments.quarterTurns ? ParseQuarterTurns(*arguments.quarterTurns) : 0,
                      OptionWord(arguments),     arguments.acceptHeic,
                      arguments.byLibrary,       ParseQuality(arguments.quality)};
-  if (request.size.IsBox() && arguments.albumex) {
-    throw std::invalid_argument("--albumex needs a named size: Albumex stores no others");
-  }
-  if (request.size.IsBox() && arguments.fallbackSmaller) {
-    throw std::invalid_argument("--fallback-smaller needs a named size: other sizes have no smaller ones");
-  }
+  CheckSize(request);
   return request;
 }
 
 // Throws std::invalid_argument with a message for people.
 GetFormat FormatOf(const Arguments& arguments) {
-  if (arguments.json && arguments.nulEnded) throw std::invalid_argument("--json and -0 exclude each other");
+  if (arguments.json && arguments.nulEnded && !arguments.list) {
+    throw std::invalid_argument("--json and -0 exclude each other without --files-from");
+  }
   if (arguments.json) return GetFormat::kJson;
   return arguments.nulEnded ? GetFormat::kNulEnded : GetFormat::kLines;
+}
+
+// Throws std::invalid_argument with a message for people.
+std::optional<NameList> ListOf(const Arguments& arguments) {
+  if (arguments.files.empty() && !arguments.list) throw std::invalid_argument("FILE or --files-from is required");
+  if (!arguments.list) return std::nullopt;
+  return NameList(*arguments.list, arguments.nulEnded ? '\0' : '\n');
 }
 
 }  // namespace
@@ -127,7 +139,8 @@ Subcommand GetSubcommand(std::function<decltype(Get)> get) {
   const auto arguments = std::make_shared<Arguments>();
   const auto run = [arguments, get = std::move(get)] {
     UseStoreOf(arguments->store);
-    return get(arguments->files, RequestOf(*arguments), FormatOf(*arguments)) ? kDone : kSomeFailed;
+    const GetFormat format = FormatOf(*arguments);
+    return get(arguments->files, ListOf(*arguments), RequestOf(*arguments), format) ? kDone : kSomeFailed;
   };
   return {"get", description, Footer(), [arguments](const Options& options) { Declare(options, arguments.get()); },
           run};

@@ -54,24 +54,28 @@ struct Arguments {
   bool onlyOlder = false;
   bool isDryRun = false;
   bool isEager = false;
+  bool isQuiet = false;
+  bool isVerbose = false;
   bool json = false;
   bool nulEnded = false;
 };
 
 void Declare(const Options& options, Arguments* arguments) {
   options.AddOptionalNames("PATH", &arguments->paths, "Photos and folders; after '--', names may start with '-'");
-  options.AddDefaulted("--sizes", "LIST", &arguments->sizes, "Comma-separated names of sizes");
+  options.AddDefaulted("-s,--sizes", "LIST", &arguments->sizes, "Comma-separated names of sizes");
   options.AddOptional("--jobs", "N", &arguments->jobs,
                       "Files to work on in parallel, 1 to 256; default: the number of cores");
   options.AddFlag("--older", &arguments->onlyOlder,
                   "Only regenerate thumbnails older than their file; make no missing ones");
   options.AddOptional("--limit", "N", &arguments->limit, "Stop after making thumbnails for N files");
-  options.AddFlag("--dry-run", &arguments->isDryRun, "Print what would be made, but make nothing");
+  options.AddFlag("-n,--dry-run", &arguments->isDryRun, "Print what would be made, but make nothing");
   options.AddDefaulted("--quality", "N", &arguments->quality, qualityHelp);
   options.AddFlag("--library", &arguments->byLibrary, libraryHelp);
   options.AddFlag("--eager", &arguments->isEager,
                   "Compete with other programs for processor and disk; by default it uses what they leave");
   options.AddStore(&arguments->store);
+  options.AddFlag("-q,--quiet", &arguments->isQuiet, "Print problems only: neither progress nor the summary");
+  options.AddFlag("-v,--verbose", &arguments->isVerbose, "Print a line for each file");
   options.AddFlag("--json", &arguments->json, "Print one JSON object per line");
   options.AddOptional("--files-from", "FILE", &arguments->list,
                       "Read more PATHs, one per line, from FILE; '-' is standard input");
@@ -109,13 +113,17 @@ std::size_t Cores() {
 MakeRequest RequestOf(const Arguments& arguments) {
   if (arguments.paths.empty() && !arguments.list) throw std::invalid_argument("PATH or --files-from is required");
   if (arguments.nulEnded && !arguments.list) throw std::invalid_argument("-0 needs --files-from");
+  if (arguments.isVerbose && (arguments.isQuiet || arguments.json)) {
+    throw std::invalid_argument(std::string("--verbose and ") + (arguments.isQuiet ? "--quiet" : "--json") +
+                                " exclude each other");
+  }
   MakeRequest request;
   request.order = {ParseSizes(arguments.sizes), arguments.onlyOlder, arguments.isDryRun,
                    arguments.byLibrary,         arguments.isEager,   ParseQuality(arguments.quality)};
   request.jobs = arguments.jobs ? ParseCount("--jobs", *arguments.jobs, maxJobs) : Cores();
   if (arguments.limit) request.limit = ParseCount("--limit", *arguments.limit, 1000000000);
   request.names = arguments.paths;
-  request.json = arguments.json;
+  request.output = {arguments.json, arguments.isQuiet, arguments.isVerbose};
   if (arguments.list) request.list.emplace(*arguments.list, arguments.nulEnded ? '\0' : '\n');
   return request;
 }

@@ -6,6 +6,7 @@
 #include <pictures.h>
 #include <sys/file.h>
 #include <sys/inotify.h>
+#include <temp_dir.h>
 #include <unistd.h>
 
 #include <array>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "command/batch/name_list.h"
+#include "command/name_list.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -35,15 +35,15 @@ class NameLists : public testing::Test {
 
 TEST_F(NameLists, HaveANameOnEachLine) {
   EXPECT_EQ(Read(""), Names{});
-  EXPECT_EQ(Read("\n\n"), Names{});
+  EXPECT_EQ(Read("\n\n"), (Names{"", ""}));
   EXPECT_EQ(Read("a"), Names{"a"});
   EXPECT_EQ(Read("a\n"), Names{"a"});
-  EXPECT_EQ(Read("\na b\n\n\xff\t\nc"), (Names{"a b", "\xff\t", "c"}));
+  EXPECT_EQ(Read("\na b\n\n\xff\t\nc"), (Names{"", "a b", "", "\xff\t", "c"}));
   EXPECT_FALSE(problem);
 }
 
 TEST_F(NameLists, MayBeSeparatedByNulBytes) {
-  EXPECT_EQ(Read(std::string("a\nb\0\0c", 6), '\0'), (Names{"a\nb", "c"}));
+  EXPECT_EQ(Read(std::string("a\nb\0\0c", 6), '\0'), (Names{"a\nb", "", "c"}));
 }
 
 TEST_F(NameLists, MayBeLongerThanABlock) {

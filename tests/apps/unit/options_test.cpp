@@ -19,6 +19,7 @@ using Strings = std::vector<std::string>;
 
 struct Get {
   Strings files;
+  std::optional<NameList> list;
   Request request;
   GetFormat format;
 };
@@ -27,17 +28,18 @@ Get ParseGet(const Strings& options) {
   std::optional<Get> parsed;
   Strings arguments = {"get"};
   arguments.insert(arguments.end(), options.begin(), options.end());
-  const auto get = [&](const Strings& files, const Request& request, GetFormat format) {
-    parsed = Get{files, request, format};
+  const auto get = [&](const Strings& files, std::optional<NameList> list, const Request& request, GetFormat format) {
+    parsed.emplace(Get{files, std::move(list), request, format});
     return true;
   };
   EXPECT_EQ(RunCommandLine(arguments, {GetSubcommand(get)}), kDone);
-  return parsed.value();
+  return std::move(parsed.value());
 }
 
 TEST(Options, OfGetHaveDefaults) {
   const Get get = ParseGet({"a.jpg"});
   EXPECT_EQ(get.files, Strings{"a.jpg"});
+  EXPECT_FALSE(get.list);
   EXPECT_EQ(get.request.size.name, "medium");
   EXPECT_EQ(get.request.quarterTurns, 0);
   EXPECT_EQ(get.request.options, Thumb::OPT_BROVIX_EA);
@@ -101,6 +103,17 @@ TEST(Options, OfGetSelectTheFormat) {
   EXPECT_EQ(ParseGet({"-0", "a.jpg"}).format, GetFormat::kNulEnded);
 }
 
+TEST(Options, OfGetNameAListWhoseNamesMayEndWithNulBytesInJsonToo) {
+  const test::TempDir folder;
+  test::WriteFile(folder / "list", std::string("a\nb\0c", 5));
+  Get get = ParseGet({"--json", "-0", "--files-from", folder / "list"});
+  EXPECT_EQ(get.files, Strings{});
+  EXPECT_EQ(get.format, GetFormat::kJson);
+  std::deque<std::string> names;
+  EXPECT_FALSE(get.list.value().Read(&names));
+  EXPECT_EQ(names, std::deque<std::string>{"a\nb"});
+}
+
 TEST(Options, LeaveNamesUnchanged) {
   const Strings odd = {"get", "{}", "[]", "[a.png,b.png]", "[[0]]", "\"quoted\"", "'quoted'", "%%", "", "-1", "\xff"};
   EXPECT_EQ(ParseGet(odd).files, odd);
@@ -135,7 +148,19 @@ TEST(Options, OfMakeHaveDefaults) {
   EXPECT_EQ(request.order.quality, 80);
   EXPECT_EQ(request.jobs, std::clamp(std::thread::hardware_concurrency(), 1u, 256u));
   EXPECT_EQ(request.limit, std::nullopt);
-  EXPECT_FALSE(request.json);
+  EXPECT_FALSE(request.output.json);
+  EXPECT_FALSE(request.output.isQuiet);
+  EXPECT_FALSE(request.output.isVerbose);
+}
+
+TEST(Options, HaveTheLettersThatPeopleExpect) {
+  EXPECT_EQ(ParseGet({"-s", "small", "a.jpg"}).request.size.name, "small");
+  const MakeRequest quiet = ParseMake({"-s", "big", "-nq", "a"});
+  EXPECT_EQ(quiet.order.sizes, Strings{"big"});
+  EXPECT_TRUE(quiet.order.isDryRun);
+  EXPECT_TRUE(quiet.output.isQuiet);
+  EXPECT_TRUE(ParseMake({"-v", "a"}).output.isVerbose);
+  EXPECT_TRUE(ParseMake({"--quiet", "--json", "a"}).output.isQuiet);
 }
 
 TEST(Options, OfMakeReplaceTheDefaults) {
@@ -154,7 +179,7 @@ TEST(Options, OfMakeReplaceTheDefaults) {
   EXPECT_EQ(request.order.quality, 95);
   EXPECT_EQ(request.jobs, 256u);
   EXPECT_EQ(request.limit, 1000000000u);
-  EXPECT_TRUE(request.json);
+  EXPECT_TRUE(request.output.json);
 }
 
 TEST(Options, OfMakeSayHowNamesEnd) {

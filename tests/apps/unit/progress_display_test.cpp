@@ -33,6 +33,11 @@ class Progress : public testing::Test {
     return std::exchange(written, "");
   }
 
+  // Of files that take the same time each.
+  static RunCounts Equal(std::size_t done, std::size_t total, bool mayGrow = false) {
+    return {done, total, mayGrow, "", static_cast<double>(done), static_cast<double>(total - done)};
+  }
+
   int MillisecondsLeft() const { return MillisecondsUntil(display->NextEvent(), time); }
 
   Clock::time_point time;
@@ -55,22 +60,22 @@ TEST_F(Progress, IsALineThatIsRedrawnTenTimesASecondOnATerminal) {
   EXPECT_EQ(MillisecondsLeft(), 0);
 }
 
-TEST_F(Progress, IsANewLineEveryFiveSecondsWithoutATerminal) {
+TEST_F(Progress, IsANewLineEveryMinuteWithoutATerminal) {
   Start(false);
-  EXPECT_EQ(MillisecondsLeft(), 5000);
-  EXPECT_EQ(ShowAfter(milliseconds(4999), {9, 99, true, "a.png"}), "");
+  EXPECT_EQ(MillisecondsLeft(), 60000);
+  EXPECT_EQ(ShowAfter(milliseconds(59999), {9, 99, true, "a.png"}), "");
   EXPECT_EQ(ShowAfter(milliseconds(1), {0, 1, true, "a.png"}), "tavithumb: 0/1+\n");
-  EXPECT_EQ(MillisecondsLeft(), 5000);
-  EXPECT_EQ(ShowAfter(seconds(5), {100, 200, false, ""}), "tavithumb: 100/200  10/s  10 s left\n");
+  EXPECT_EQ(MillisecondsLeft(), 60000);
+  EXPECT_EQ(ShowAfter(seconds(60), Equal(600, 1200)), "tavithumb: 600/1200  10/s  60 s left\n");
   display->Clear();
   display->Redraw();
-  EXPECT_EQ(MillisecondsLeft(), 5000);
+  EXPECT_EQ(MillisecondsLeft(), 60000);
   display.reset();
   EXPECT_EQ(written, "");
 }
 
 struct Estimate {
-  std::size_t done;  // in 10 seconds
+  std::size_t done;  // in 60 seconds
   std::size_t total;
   bool mayGrow;
   std::string line;
@@ -79,31 +84,50 @@ struct Estimate {
 TEST_F(Progress, EstimatesTheTimeLeft) {
   const Estimate rows[] = {
       {0, 5, false, "0/5"},
-      {5, 5, false, "5/5  0.5/s  0 s left"},
-      {1, 2, false, "1/2  0.1/s  10 s left"},
-      {99, 199, false, "99/199  9.9/s  10 s left"},
-      {100, 1090, false, "100/1090  10/s  99 s left"},
-      {100, 1100, false, "100/1100  10/s  2 min left"},
-      {100, 1100, true, "100/1100+  10/s  2 min+ left"},
-      {100, 60090, false, "100/60090  10/s  100 min left"},
-      {100, 60100, false, "100/60100  10/s  2 h left"},
-      {12345, 12345, true, "12345/12345+  1234/s  0 s+ left"},
+      {30, 30, false, "30/30  0.5/s  0 s left"},
+      {6, 7, false, "6/7  0.1/s  10 s left"},
+      {594, 693, false, "594/693  9.9/s  10 s left"},
+      {600, 1590, false, "600/1590  10/s  99 s left"},
+      {600, 1600, false, "600/1600  10/s  2 min left"},
+      {600, 1600, true, "600/1600+  10/s  2 min+ left"},
+      {600, 60590, false, "600/60590  10/s  100 min left"},
+      {600, 60600, false, "600/60600  10/s  2 h left"},
+      {74070, 74070, true, "74070/74070+  1234/s  0 s+ left"},
   };
   for (const Estimate& row : rows) {
     Start(false);
-    EXPECT_EQ(ShowAfter(seconds(10), {row.done, row.total, row.mayGrow, ""}), "tavithumb: " + row.line + "\n");
+    EXPECT_EQ(ShowAfter(seconds(60), Equal(row.done, row.total, row.mayGrow)), "tavithumb: " + row.line + "\n");
   }
 }
 
 // A hundred files a second at first, then one.
 TEST_F(Progress, HasTheRateOfTheLastHalfMinute) {
-  Start(false);
+  Start(true);
   std::size_t done = 0;
-  const auto show = [&](std::size_t files) { return ShowAfter(seconds(5), {done += files, 10000, false, ""}); };
-  EXPECT_EQ(show(500), "tavithumb: 500/10000  100/s  95 s left\n");
-  EXPECT_EQ(show(500), "tavithumb: 1000/10000  100/s  90 s left\n");
+  const auto show = [&](std::size_t files) { return ShowAfter(seconds(5), Equal(done += files, 10000)); };
+  EXPECT_EQ(show(500), Drawn("500/10000  100/s  95 s left  "));
+  EXPECT_EQ(show(500), Drawn("1000/10000  100/s  90 s left  "));
   for (int i = 0; i < 5; ++i) show(5);
-  EXPECT_EQ(show(5), "tavithumb: 1030/10000  1.0/s  2 h left\n");
+  EXPECT_EQ(show(5), Drawn("1030/10000  1.0/s  2 h left  "));
+}
+
+// Nine small files and a large one, which takes as long as they do: half of the work is left, not a tenth.
+TEST_F(Progress, EstimatesTheTimeLeftByTheWorkInTheFiles) {
+  Start(false);
+  EXPECT_EQ(ShowAfter(seconds(60), {9, 10, false, "", 900, 900}), "tavithumb: 9/10  0.1/s  60 s left\n");
+  EXPECT_EQ(ShowAfter(seconds(60), {10, 11, false, "", 1800, 3600}), "tavithumb: 10/11  0.0/s  4 min left\n");
+}
+
+TEST_F(Progress, MayBeLeftOutForMessagesAlone) {
+  for (const bool isTerminal : {false, true}) {
+    display.emplace(Screen{isTerminal, [this] { return columns; }, [this](const std::string& text) { written += text; },
+                           [this] { return time; }, false});
+    display->Redraw();
+    EXPECT_EQ(display->NextEvent(), noDeadline);
+    EXPECT_EQ(ShowAfter(seconds(3600), Equal(1, 2)), "");
+    display->Say("first");
+    EXPECT_EQ(std::exchange(written, ""), "tavithumb: first\n");
+  }
 }
 
 TEST_F(Progress, FitsTheTerminalWhateverTheNameIs) {

@@ -17,6 +17,14 @@ Result PartlyFailed() {
   return result;
 }
 
+TEST(Results, AreALineForPeople) {
+  EXPECT_EQ(ResultLine("a.png", PartlyFailed(), false),
+            "a.png: made small, big; found medium; not needed large; failed\n");
+  EXPECT_EQ(ResultLine("a.png", PartlyFailed(), true),
+            "a.png: would make small, big; found medium; not needed large; failed\n");
+  EXPECT_EQ(ResultLine("a.png", {}, false), "a.png: nothing to make\n");
+}
+
 TEST(Results, AreOneLineOfJson) {
   EXPECT_EQ(JsonResult("/a\n.png", PartlyFailed(), 1.25),
             R"({"source":"/a\n.png","made":["small","big"],"found":["medium"],"not_needed":["large"],)"

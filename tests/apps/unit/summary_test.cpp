@@ -69,7 +69,7 @@ TEST_F(Summaries, AreATableThatEndsWithTheReasonsOfMostFiles) {
   time += std::chrono::milliseconds(61250);
   EXPECT_EQ(summary.AsText(false),
             "files                  8  in 61.2 seconds\n"
-            "made                   4  thumbnails, 5000000001 bytes\n"
+            "made                   4  thumbnails, 5.0 GB\n"
             "already there          3  thumbnails\n"
             "not needed             2  thumbnails: the source is served unchanged\n"
             "failed                 4  files\n"

@@ -104,6 +104,15 @@ TEST(Text, HasTheSameFingerprintOnlyIfItIsTheSame) {
   EXPECT_NE(Fingerprint("ab"), Fingerprint("ba"));
 }
 
+TEST(Text, HasNumbersOfBytesForPeople) {
+  const std::pair<std::uint64_t, std::string> numbers[] = {
+      {0, "0 bytes"},        {1, "1 byte"},         {999, "999 bytes"},     {1000, "1.0 kB"},      {1449, "1.4 kB"},
+      {9949, "9.9 kB"},      {9950, "10 kB"},       {999499, "999 kB"},     {999500, "1.0 MB"},    {1400000, "1.4 MB"},
+      {999499999, "999 MB"}, {999500000, "1.0 GB"}, {2000000000, "2.0 GB"}, {UINT64_MAX, "18 EB"},
+  };
+  for (const auto& [bytes, text] : numbers) EXPECT_EQ(ByteText(bytes), text);
+}
+
 TEST(Text, JoinsWords) {
   EXPECT_EQ(Join({}, ", "), "");
   EXPECT_EQ(Join({"a"}, ", "), "a");

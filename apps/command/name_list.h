@@ -10,8 +10,7 @@
 
 namespace tavithumb::apps::command {
 
-// Names read from a file or a pipe, each terminated by a separator, which may be missing after the last one. Empty
-// names are skipped.
+// Names read from a file or a pipe, each terminated by a separator, which may be missing after the last one.
 class NameList {
  public:
   // "-" is standard input. Throws std::invalid_argument with a message for people if it can't be opened.
@@ -27,7 +26,6 @@ class NameList {
 
  private:
   std::optional<Problem> Fail(const std::string& reason, const std::string& remedy);
-  void AddName(std::string name, std::deque<std::string>* names);
 
   std::string name_;
   FileDescriptor file_;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "command/batch/name_list.h"
+#include "command/name_list.h"
 
 #include <fcntl.h>
 
@@ -36,7 +36,7 @@ std::optional<Problem> NameList::Read(std::deque<std::string>* names) {
   rest_.append(block.data(), static_cast<std::size_t>(got));
   std::size_t begin = 0;
   for (std::size_t end = 0; (end = rest_.find(separator_, begin)) != std::string::npos; begin = end + 1) {
-    AddName(rest_.substr(begin, end - begin), names);
+    names->push_back(rest_.substr(begin, end - begin));
   }
   rest_.erase(0, begin);
   if (rest_.size() > maxNameLength) {
@@ -44,17 +44,13 @@ std::optional<Problem> NameList::Read(std::deque<std::string>* names) {
   }
   if (got != 0) return std::nullopt;
   hasEnded_ = true;
-  AddName(std::exchange(rest_, ""), names);
+  if (!rest_.empty()) names->push_back(std::exchange(rest_, ""));
   return std::nullopt;
 }
 
 std::optional<Problem> NameList::Fail(const std::string& reason, const std::string& remedy) {
   hasEnded_ = true;
   return Problem{Problem::Kind::kDamaged, reason, remedy};
-}
-
-void NameList::AddName(std::string name, std::deque<std::string>* names) {
-  if (!name.empty()) names->push_back(std::move(name));
 }
 
 }  // namespace tavithumb::apps::command
