@@ -149,7 +149,7 @@ void Answers::Refuse(const std::string& name, const std::string& path, const Pro
 
 void Answers::GiveForLine(const std::string& line) {
   try {
-    const bool isObject = format_ == GetFormat::kJson && line.front() == '{';
+    const bool isObject = format_ == GetFormat::kJson && line.rfind('{', 0) == 0;
     Give(isObject ? ParseQuery(line, request_) : QueryFor(line, request_));
   } catch (const std::invalid_argument& error) {
     areComplete_ = false;
