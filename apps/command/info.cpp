@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 
+#include "command/folder_totals.h"
 #include "command/output.h"
 #include "command/table.h"
 #include "system/descriptors.h"
@@ -64,6 +65,42 @@ std::optional<Problem> Examine(const std::string& path, Facts* facts) {
   }
 }
 
+const Row totalsHeading = {"KIND", "TYPE", "FILES", "DISK", "FOLDER"};
+
+using FileTotals = std::map<FolderTotals::Names, FileTotal>;
+
+Row RowOf(const FolderTotals::Names& names, const FileTotal& total, const std::string& folder) {
+  return {names.first, OrDash(names.second), std::to_string(total.files), ByteText(total.disk), Printable(folder)};
+}
+
+std::string TableOf(const std::string& folder, const FileTotals& totals) {
+  std::vector<Row> rows = {totalsHeading};
+  FileTotal all;
+  for (const auto& [names, total] : totals) {
+    rows.push_back(RowOf(names, total, folder));
+    all = {all.files + total.files, all.disk + total.disk};
+  }
+  rows.push_back(RowOf({"all", ""}, all, folder));
+  return Aligned(rows);
+}
+
+nlohmann::ordered_json JsonOf(const FileTotals& totals) {
+  nlohmann::ordered_json array = nlohmann::ordered_json::array();
+  for (const auto& [names, total] : totals) {
+    array.push_back({{"kind", names.first}, {"type", nullptr}, {"files", total.files}, {"disk", total.disk}});
+    if (!names.second.empty()) SetName(&array.back(), "type", names.second);
+  }
+  return array;
+}
+
+// True if all of it could be read.
+bool InfoOfFolder(const std::string& name, bool json) {
+  FolderTotals folder;
+  const FileTotals totals = folder.FilesIn(name);
+  WriteOut(json ? folder.JsonLineOf(name, JsonOf(totals)) : TableOf(name, totals));
+  return folder.IsComplete();
+}
+
 }  // namespace
 
 bool Info(const std::vector<std::string>& files, bool json) {
@@ -71,6 +108,10 @@ bool Info(const std::vector<std::string>& files, bool json) {
   std::vector<Row> rows = {heading};
   for (const std::string& name : files) {
     const std::string path = AbsolutePath(name);
+    if (IsFolder(path)) {
+      if (!InfoOfFolder(name, json)) allExamined = false;
+      continue;
+    }
     Facts facts;
     const std::optional<Problem> problem = Examine(path, &facts);
     if (problem) {
