@@ -56,7 +56,8 @@ Source FindSource(const Folder& parent, const Sources& sources, const std::strin
 
 class Cleaner {
  public:
-  explicit Cleaner(const RemovalStyle& style) : isRoots_(IsRoot()), isDryRun_(style.isDryRun), remover_(style) {}
+  explicit Cleaner(const RemovalStyle& style)
+      : isRoots_(IsRoot()), isDryRun_(style.isDryRun), filter_(style.filter), remover_(style) {}
 
   void CleanPath(const std::string& path);
   void CleanStore();
@@ -68,6 +69,7 @@ class Cleaner {
   bool CleanMirror(const std::string& path);
   void CleanFolder(const std::string& path);
   bool CleanFolder(const Folder& folder, const Sources& sources);
+  bool IsLeftOut(const Folder& parent, const std::string& name) const;
   bool CleanInner(const Folder& parent, const std::string& name, const Sources& sources);
   void CleanFile(const std::string& path, bool isMirrored);
   bool CleanEAFolder(const Folder& parent, const Sources& sources, const std::string* onlySource);
@@ -85,6 +87,8 @@ class Cleaner {
 
   const bool isRoots_;  // its processes are in the folder that they clean
   const bool isDryRun_;
+  const Filter filter_;
+  dev_t device_ = 0;  // of the folder that was named
   Remover remover_;
 };
 
@@ -118,6 +122,8 @@ void Cleaner::CleanFolder(const std::string& path) {
     const Problem isLink = {Problem::Kind::kMissing, "it is a symbolic link to a folder", "append a '/' to its name"};
     return remover_.Report(path, errno == ENOTDIR ? isLink : ProblemOfErrno(errno));
   }
+  struct stat record = {};
+  if (stat(path.c_str(), &record) == 0) device_ = record.st_dev;
   if (IsInEAFolder(AbsolutePath(path))) return remover_.Report(path, FolderAmongThumbs());
   CleanFolder(folder, IsStore(folder) ? Sources("") : std::nullopt);
 }
@@ -140,6 +146,7 @@ bool Cleaner::CleanInner(const Folder& parent, const std::string& name, const So
   if (name == EAFolderName()) return CleanEAFolder(parent, sources, nullptr);
   if (IsUnfinishedEADirectory(name)) return CleanUnfinishedDirectory(parent, name);
   if (folder.Path().size() >= PATH_MAX) return false;  // a longer path has no thumbnails
+  if (IsLeftOut(parent, name)) return false;
   Sources inner;
   if (sources) {
     inner = JoinPath(*sources + "/", name);
@@ -147,6 +154,12 @@ bool Cleaner::CleanInner(const Folder& parent, const std::string& name, const So
     inner = "";
   }
   return CleanFolder(folder, inner) && sources && remover_.RemoveFolder(parent, name);
+}
+
+bool Cleaner::IsLeftOut(const Folder& parent, const std::string& name) const {
+  const std::optional<struct stat> record = parent.Stat(name);
+  return (filter_.staysOnFileSystem && record && record->st_dev != device_) ||
+         filter_.Excludes(remover_.Absolute(parent.PathOf(name)));
 }
 
 // A file, which may have been deleted.
@@ -192,7 +205,8 @@ bool Cleaner::CleanEAFolderHere(const Folder& parent, const Sources& sources, co
   const auto names = NamesOf(eaFolder);
   if (!names) return false;
   const auto isKept = [&](const std::string& name) {
-    if (onlySource != nullptr && name != *onlySource) return true;
+    if ((onlySource != nullptr && name != *onlySource) || filter_.Excludes(remover_.Absolute(parent.PathOf(name))))
+      return true;
     return !CleanEADirectory(eaFolder, name, FindSource(parent, sources, name));
   };
   return std::count_if(names->begin(), names->end(), isKept) == 0 && remover_.RemoveFolder(parent, EAFolderName());

@@ -42,11 +42,12 @@ std::vector<std::string> FoldersOf(const MakeRequest& request) {
 class Run {
  public:
   explicit Run(MakeRequest request)
-      : isDryRun_(request.order.isDryRun),
+      : jobs_(request.jobs),
+        isDryRun_(request.order.isDryRun),
         output_(request.output),
         limit_(request.limit),
         progress_(StandardError(!request.output.isQuiet)),
-        walk_(std::move(request.names), std::move(request.list),
+        walk_(std::move(request.names), std::move(request.list), std::move(request.filter),
               [this](const std::string& name, const Problem& problem) {
                 Result result;
                 result.Fail("", problem);
@@ -69,6 +70,7 @@ class Run {
   void ShowStatus();
   void ReportWhereItStopped();
 
+  const std::size_t jobs_;
   const bool isDryRun_;
   const MakeOutput output_;
   const std::optional<std::size_t> limit_;
@@ -93,8 +95,9 @@ MakeOutcome Run::Execute() {
   if (writeError_) std::rethrow_exception(writeError_);
   ReportWhereItStopped();
   const bool isInterrupted = pool_.IsInterrupted();
-  if (output_.json) WriteOut(summary_.AsJson(isInterrupted));
-  if (!output_.isQuiet) WriteSummary(summary_.AsText(isDryRun_), output_.json);
+  const RunFacts run = {jobs_, isDryRun_, isInterrupted, walk_.PassedOver()};
+  if (output_.json) WriteOut(summary_.AsJson(run));
+  if (!output_.isQuiet) WriteSummary(summary_.AsText(run), output_.json);
   if (isInterrupted) return MakeOutcome::kInterrupted;
   return summary_.HasFailures() ? MakeOutcome::kSomeFailed : MakeOutcome::kAllWell;
 }
@@ -132,7 +135,7 @@ void Run::HandleSignals() {
 }
 
 void Run::ReportDone(const Done& done) {
-  summary_.Add(done.result);
+  summary_.Add(done.name, done.result, done.milliseconds);
   workDone_ += ExpectedMilliseconds(done.name);
   std::set<std::string> reported;
   for (const Failure& failure : done.result.failures) {

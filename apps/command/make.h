@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "command/batch/filter.h"
 #include "command/batch/work.h"
 #include "command/name_list.h"
 
@@ -21,6 +22,7 @@ struct MakeOutput {
 struct MakeRequest {
   std::vector<std::string> names;  // files and folders
   std::optional<NameList> list;    // of further names
+  Filter filter;
   Order order;
   std::size_t jobs = 1;
   std::optional<std::size_t> limit;  // of files with at least one thumbnail made

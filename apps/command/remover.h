@@ -7,6 +7,7 @@
 #include <string>
 #include <utility>
 
+#include "command/batch/filter.h"
 #include "system/folder.h"
 #include "thumbs/reasons.h"
 #include "thumbs/store_size.h"
@@ -17,6 +18,7 @@ struct RemovalStyle {
   bool isDryRun = false;  // only report what would be removed
   bool json = false;
   bool isQuiet = false;                // only problems are printed, except in JSON
+  Filter filter = {};                  // sources that are left alone
   std::optional<StoreSize> keep = {};  // of the store; more is removed, too
 };
 
@@ -37,6 +39,9 @@ class Remover {
   std::string Totals() const;
   void SetTotals(const std::string& totals);
 
+  // From where the program was started: a process of root's is elsewhere.
+  std::string Absolute(const std::string& path) const;
+
   // Reports the totals. True if there was no problem.
   bool Finish() const;
 
@@ -44,8 +49,6 @@ class Remover {
   bool IsRemoved(const Folder& folder, const std::string& name, int flags);
   bool WasReported(const struct stat& record);
   void ReportRemoval(const std::string& path, const std::string& reason, std::uint64_t bytes) const;
-
-  std::string Absolute(const std::string& path) const;
 
   RemovalStyle style_;
   std::string start_;                           // the working directory, which a process of root's leaves

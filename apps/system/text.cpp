@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstdint>
 #include <cstdio>
 
@@ -111,6 +112,13 @@ std::string ByteText(std::uint64_t bytes) {
   std::array<char, 32> text = {};
   static_cast<void>(std::snprintf(text.data(), text.size(), size < 9.95 ? "%.1f %cB" : "%.0f %cB", size, *unit));
   return text.data();
+}
+
+std::string DurationText(double seconds) {
+  const long whole = std::lround(seconds);
+  if (whole < 100) return std::to_string(whole) + " s";
+  if (whole < 6000) return std::to_string((whole + 30) / 60) + " min";
+  return std::to_string((whole + 1800) / 3600) + " h";
 }
 
 // FNV-1a

@@ -27,6 +27,9 @@ std::string TailWithin(const std::string& text, std::size_t columns);
 // A number of bytes for people: "999 bytes", "1.4 MB", "14 GB"; a kB has 1000 bytes.
 std::string ByteText(std::uint64_t bytes);
 
+// "99 s", "2 min", "100 min", "2 h"
+std::string DurationText(double seconds);
+
 // 16 digits, the same for the same text. Not for secrets.
 std::string Fingerprint(std::string_view text);
 

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <iterator>
 #include <limits>
 #include <new>
@@ -172,9 +173,13 @@ void KeepToFilesOf(const std::string& source) {
   rules.Enter();
 }
 
-bool IsTooHeavy(const ThumbInfo& source, maker::Size size, int quality) {
+std::int64_t BytesOfThumbnail(const ThumbInfo& source, maker::Size size, int quality) {
   const maker::Type type = source.GetMimeType() == "image/png" ? maker::Type::kPng : maker::Type::kJpeg;
-  return source.GetFileSize() > 2 * maker::EstimateBytes(size, type, quality);
+  return maker::EstimateBytes(size, type, quality);
+}
+
+bool IsTooHeavy(const ThumbInfo& source, maker::Size size, int quality) {
+  return source.GetFileSize() > 2 * BytesOfThumbnail(source, size, quality);
 }
 
 // Has thumbnails made and written, from the record of the source. Returns nothing, or why not in a word. Beyond the
@@ -230,6 +235,15 @@ bool IsServedUnchanged(const Request& request, const ThumbInfo& source) {
   const maker::Size size = ShownSize(source);
   if (size.width <= 0 || size.height <= 0 || size.width > box.width || size.height > box.height) return false;
   return !IsTooHeavy(source, size, request.quality);
+}
+
+std::uint64_t ExpectedBytes(const Request& request, const ThumbInfo& source) {
+  const maker::Size box = BoxOf(request.size);
+  const maker::Size stored = {static_cast<int>(std::min<std::uint32_t>(source.GetWidth(), INT_MAX)),
+                              static_cast<int>(std::min<std::uint32_t>(source.GetHeight(), INT_MAX))};
+  const bool isKnown = stored.width > 0 && stored.height > 0;
+  const maker::Size size = isKnown ? maker::FitInto(stored, box) : box;
+  return static_cast<std::uint64_t>(BytesOfThumbnail(source, size, request.quality));
 }
 
 std::optional<std::string> RenderAndStore(const ThumbInfo& source, const PictureDetails& details,

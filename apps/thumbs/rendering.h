@@ -32,6 +32,9 @@ bool CanRenderAndStore(const Request& request, const ThumbInfo& source);
 // much heavier than its thumbnail would be.
 bool IsServedUnchanged(const Request& request, const ThumbInfo& source);
 
+// The bytes that its thumbnail will have, more or less.
+std::uint64_t ExpectedBytes(const Request& request, const ThumbInfo& source);
+
 // Why a thumbnail that could be made is none: it could not be stored.
 inline constexpr char notStored[] = "not stored";
 

@@ -8,10 +8,10 @@ _tavithumb_options() { # _tavithumb_options SUBCOMMAND
     info) echo --json ;;
     render) echo -s --size --rotate --avatar --format --quality --uri ;;
     list) echo --json --store ;;
-    make) echo -s --sizes --jobs --older --limit -n --dry-run --eager --quality --library --store --store-all -q --quiet \
-      -v --verbose --json --files-from -0 ;;
+    make) echo -s --sizes --jobs --older --limit --exclude --one-file-system --newer-than -n --dry-run --eager \
+      --quality --library --store --store-all -q --quiet -v --verbose --json --files-from -0 ;;
     add) echo -s --size --check-type --mtime --store --store-all ;;
-    clean) echo --dry-run -n -q --quiet --json --store --keep ;;
+    clean) echo --exclude --one-file-system --dry-run -n -q --quiet --json --store --keep ;;
   esac
 }
 
@@ -33,9 +33,9 @@ _tavithumb() {
         ;;
       --rotate) offered="0 1 2 3" ;;
       --format) offered="jpeg png webp" ;;
-      --jobs | --limit | --mtime | --quality | --keep | --uri) return ;;
+      --jobs | --limit | --mtime | --quality | --keep | --uri | --exclude) return ;;
       --store) _filedir -d; return ;;
-      --files-from) _filedir; return ;;
+      --files-from | --newer-than) _filedir; return ;;
       *)
         $split && return
         [[ $cur == -* ]] || { _filedir; return; }

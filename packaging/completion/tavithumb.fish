@@ -51,5 +51,8 @@ complete -c tavithumb -n "$one get make add" -l store-all -d 'Store all new thum
 complete -c tavithumb -n "$one clean" -l keep -x -d 'Limit the store to this size'
 complete -c tavithumb -n "$one make clean" -s q -l quiet -d 'Print problems only'
 complete -c tavithumb -n "$one make" -s v -l verbose -d 'Print a line for each file'
+complete -c tavithumb -n "$one make clean" -l exclude -x -d 'Leave out files and folders that match'
+complete -c tavithumb -n "$one make clean" -l one-file-system -d 'Leave out volumes that are mounted below'
+complete -c tavithumb -n "$one make" -l newer-than -r -d 'Leave out files not changed after a date or a file'
 complete -c tavithumb -n "$one make clean" -s n -l dry-run -d 'Only print what would be done'
 complete -c tavithumb -n "$one get info make list clean" -l json -d 'Print one JSON object per line'

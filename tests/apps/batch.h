@@ -58,8 +58,11 @@ class Batch : public testing::Test {
   // In the folder for temporary files.
   std::vector<std::string> Leftovers() const { return Names(temporary.Path()); }
 
+  // Nor the names in the summary.
   static std::string WithoutTime(const std::string& text) {
-    return Replaced(text, "in [0-9]+\\.[0-9] seconds", "in N seconds");
+    const std::string unnamed = Replaced(text, "(\n {22,23}[0-9]+  [^:\n]*): [^\n]*", "$1");
+    const std::string timeless = Replaced(unnamed, "in [0-9]+\\.[0-9] seconds", "in N seconds");
+    return Replaced(timeless, "\n(slowest)? +[0-9.]+ s  [^\n]*(?=\n)", "");
   }
 
   // The summary: files, made, bytes, already there, not needed, failed.

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // `tavithumb clean`: what it removes, what it keeps, and what it reports.
 #include <sys/file.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 
@@ -102,6 +103,22 @@ TEST_F(Clean, RemovesStaleThumbnailsWhoeverStoredThem) {
   EXPECT_EQ(Tree(folder.Path()), (std::vector<std::string>{".tavi_ea", ".tavi_ea/a.jpg",
                                                            ".tavi_ea/a.jpg/" + std::string(kMediumJpeg), "a.jpg"}));
   Expect({"."}, "freed 0 bytes in 0 files\n");
+}
+
+TEST_F(Clean, LeavesAloneWhatPatternsExclude) {
+  for (const char* name : {"gone.jpg", "gone.png", "deep/gone.jpg", "old/gone.jpg"}) StoreOfGone(name);
+  const std::string end = ": its source is gone\n", empty = ": nothing is left in it\n";
+  Expect({"--exclude", "*.png", "--exclude", folder / "old", "--exclude", "deep/gone.jpg", "."},
+         "removed ./.tavi_ea/gone.jpg/TAVIFILE_THUMB_M.jpg" + end + "removed ./.tavi_ea/gone.jpg" + empty +
+             "freed 10 bytes in 1 file\n");
+}
+
+TEST_F(Clean, LeavesOutMountedVolumesOnRequest) {
+  StoreOfGone("volume/gone.jpg");
+  if (mount("none", (folder / "volume").c_str(), "tmpfs", 0, nullptr) != 0) GTEST_SKIP() << "may not mount";
+  StoreOfGone("volume/gone.jpg");
+  Expect({"--one-file-system", "."}, "freed 0 bytes in 0 files\n");
+  umount((folder / "volume").c_str());
 }
 
 TEST_F(Clean, PrintsProblemsOnlyWhenItIsQuiet) {

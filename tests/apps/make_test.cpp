@@ -41,6 +41,7 @@ class Make : public Batch {
       const bool isSummary = object.contains("summary");
       EXPECT_TRUE(!isSummary || object.at("seconds").get<double>() >= 0);
       object.erase("seconds");
+      object.erase("slowest");
       if (!isSummary) object.erase("bytes");
       const std::string source = isSummary ? "" : object.at("source").get<std::string>();
       EXPECT_TRUE(objects.emplace(source, std::move(object)).second) << source << " comes twice";
@@ -113,6 +114,8 @@ TEST_F(Make, PrintsAnObjectPerFileAndASummary) {
                                                     {"not_needed", 1},
                                                     {"failed", 1},
                                                     {"bytes", fs::file_size(EntryOf(png, "TAVIFILE_THUMB_S.png"))},
+                                                    {"expected_seconds", nullptr},
+                                                    {"passed_over", json::array()},
                                                     {"interrupted", false},
                                                     {"by_library", json::array()},
                                                     {"reasons", {{{"reason", damaged}, {"files", 1}}}}}}}));
@@ -314,6 +317,33 @@ TEST_F(Make, LimitCountsFilesThatThumbnailsWereMadeFor) {
   EXPECT_EQ(second.err.find("tavithumb:"), std::string::npos);
 }
 
+TEST_F(Make, CountsWhatItPassesOverAndNamesTheSlowestAndWhatFailed) {
+  MakePng(png, 200, 100);
+  WriteFile(folder / "broken.png", "");
+  for (const char* name : {"notes.txt", "more.TXT", "a.pdf", "b.gif"}) WriteFile(folder / name, "text");
+  const Outcome outcome = run({"make", "-s", "small", "--exclude", "*.gif", folder.Path()});
+  const std::string end =
+      "passed over            4  files: 2 txt, 1 excluded, 1 pdf\n"
+      "failed                 1  files\n"
+      "                       1  it is damaged: " +
+      (folder / "broken.png") +
+      "\n"
+      "slowest            N s  " +
+      png + "\n";
+  EXPECT_EQ(Replaced(outcome.out.substr(outcome.out.find("passed over")), "[0-9]+\\.[0-9] s", "N s"), end);
+}
+
+TEST_F(Make, LeavesOutFilesThatHaveNotChangedSinceADateOrAFile) {
+  MakePng(png, 200, 100);
+  WriteFile(folder / "mark", "");
+  SetTimes(folder / "mark", 1, 1);
+  EXPECT_EQ(WithoutTime(run({"make", "-s", "small", "--newer-than", "2999-01-01", folder.Path()}).out).substr(0, 26),
+            "files                  0  ");
+  EXPECT_EQ(WithoutTime(run({"make", "-s", "small", "--newer-than", folder / "mark", folder.Path()}).out).substr(0, 26),
+            "files                  1  ");
+  EXPECT_EQ(Entries(png), Strings{"TAVIFILE_THUMB_S.png"});
+}
+
 TEST_F(Make, PrintsALineForEachFileOrProblemsOnly) {
   MakePng(png, 200, 100);
   WriteFile(folder / "broken.png", "");
@@ -344,8 +374,10 @@ TEST_F(Make, DryRunPrintsWhatWouldBeMadeAndWritesNothing) {
   EXPECT_EQ(outcome.err, "");
   std::string table = Table({"2", "4", "0", "1", "5", "0"});
   table.replace(table.find("made          "), 14, "would be made ");
-  table.erase(table.find(", 0 bytes"), 9);
-  EXPECT_EQ(WithoutTime(outcome.out), png + ": small, medium, big, large\n" + table);
+  table.replace(table.find(", 0 bytes"), 9, ", about BYTES, in about TIME");
+  const std::string printed =
+      Replaced(WithoutTime(outcome.out), "about [0-9.]+ .B, in about [0-9]+ s", "about BYTES, in about TIME");
+  EXPECT_EQ(printed, png + ": small, medium, big, large\n" + table);
   EXPECT_EQ(Names(folder.Path()), (Strings{"picture.png", "small.png"}));
   EXPECT_EQ(Count("runs "), 0u);
   const Outcome told = run({"make", "--dry-run", "--json", png});
@@ -437,7 +469,7 @@ TEST_F(Make, SaysThatTheDiskIsFull) {
   MakePng(disk + "/a.png", 200, 100);
   fs::copy_file(disk + "/a.png", disk + "/b.png");
   std::ofstream(disk + "/rest") << std::string(100000, 'x');
-  const Outcome outcome = run({"make", "--sizes", "small", "--jobs", "1", disk});
+  const Outcome outcome = run({"make", "--sizes", "small", "--jobs", "1", disk + "/a.png", disk + "/b.png"});
   const Strings left = Names(disk);
   umount(disk.c_str());
   EXPECT_EQ(outcome.code, 1);

@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <array>
-#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 
@@ -37,13 +36,6 @@ std::size_t TerminalWidth() {
   if (ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) return size.ws_col;
   const std::size_t columns = ParseNumber<std::size_t>(Variable("COLUMNS")).value_or(0);
   return columns > 0 ? columns : 80;
-}
-
-std::string DurationText(double seconds) {
-  const long whole = std::lround(seconds);
-  if (whole < 100) return std::to_string(whole) + " s";
-  if (whole < 6000) return std::to_string((whole + 30) / 60) + " min";
-  return std::to_string((whole + 1800) / 3600) + " h";
 }
 
 std::string RateText(double rate) {

@@ -23,8 +23,9 @@ struct Result {
   std::vector<std::string> found;
   std::vector<std::string> notNeeded;  // the source itself is small enough
   std::vector<Failure> failures;
-  std::uint64_t bytes = 0;  // of what was made
-  std::string byLibrary;    // why the library's tools made them, in a word; empty if they did not
+  std::uint64_t bytes = 0;        // of what was made
+  double sampleMilliseconds = 0;  // how long it took to make one in memory, if a dry run has
+  std::string byLibrary;          // why the library's tools made them, in a word; empty if they did not
 
   void Fail(const std::string& size, const Problem& problem) {
     failures.push_back({size, problem.reason, problem.remedy});

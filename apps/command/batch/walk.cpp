@@ -23,12 +23,18 @@ std::size_t BytesOf(const std::string& name) {
   return name.size() + 64;  // about the overhead of a container
 }
 
-// Lists often contain everything below a folder: skips thumbnails and anything that is neither a photo nor a folder. A
-// name that doesn't exist is kept, so that it is reported; an empty one is not.
-bool IsSkipped(const std::string& name) {
+// Lists often contain everything below a folder: neither a photo nor a folder. A name that doesn't exist is kept, so
+// that it is reported.
+bool IsOther(const std::string& name) {
   struct stat record = {};
-  if (name.empty() || IsInEAFolder(AbsolutePath(name))) return true;
   return !IsPhoto(BaseName(name)) && stat(name.c_str(), &record) == 0 && !S_ISDIR(record.st_mode);
+}
+
+// "" for none; that of a hidden file is none.
+std::string ExtensionOf(const std::string& path) {
+  const std::string name = BaseName(path);
+  const std::size_t dot = name.rfind('.');
+  return dot == std::string::npos || dot == 0 ? "" : file::GetFileExt(name);
 }
 
 unsigned char TypeOf(int folder, const dirent& entry) {
@@ -40,9 +46,10 @@ unsigned char TypeOf(int folder, const dirent& entry) {
 
 }  // namespace
 
-Walk::Walk(std::vector<std::string> names, std::optional<NameList> list, OnProblem onProblem)
+Walk::Walk(std::vector<std::string> names, std::optional<NameList> list, Filter filter, OnProblem onProblem)
     : names_(std::make_move_iterator(names.begin()), std::make_move_iterator(names.end())),
       list_(std::move(list)),
+      filter_(std::move(filter)),
       onProblem_(std::move(onProblem)) {}
 
 std::optional<std::string> Walk::Next() {
@@ -85,7 +92,12 @@ void Walk::ReadList() {
   std::deque<std::string> names;
   if (const std::optional<Problem> problem = list_->Read(&names)) onProblem_(list_->Name(), *problem);
   for (std::string& name : names) {
-    if (!IsSkipped(name)) names_.push_back(std::move(name));
+    if (name.empty() || IsInEAFolder(AbsolutePath(name))) continue;
+    if (IsOther(name)) {
+      PassOver(ExtensionOf(name));
+    } else {
+      names_.push_back(std::move(name));
+    }
   }
   if (list_->HasEnded()) list_.reset();
 }
@@ -94,8 +106,9 @@ void Walk::ReadList() {
 void Walk::StartAt(const std::string& name) {
   struct stat record = {};
   if (stat(name.c_str(), &record) == 0 && S_ISDIR(record.st_mode)) {
+    device_ = record.st_dev;
     Open(name, 0);
-  } else {
+  } else if (!IsLeftOut(name, AT_FDCWD, name.c_str())) {
     VisitNamedFile(name);
   }
 }
@@ -117,6 +130,7 @@ void Walk::Open(const std::string& folder, int flags) {
   struct stat record = {};
   if (!opened.IsOpen() || fstat(opened.Number(), &record) != 0) return onProblem_(folder, ProblemOfErrno(errno));
   folderIdentity_ = {record.st_dev, record.st_ino};
+  if (filter_.staysOnFileSystem && record.st_dev != device_) return;
   if (!seenFolders_.insert(folderIdentity_).second) return;
   folder_.reset(fdopendir(opened.Release()));
   if (!folder_) return onProblem_(folder, ProblemOfErrno(ENOMEM));
@@ -141,18 +155,36 @@ void Walk::ReadFolder() {
 void Walk::VisitEntry(const dirent& entry) {
   const std::string_view name = entry.d_name;
   if (name == "." || name == ".." || name == EAFolderName()) return;
-  if (TypeOf(dirfd(folder_.get()), entry) == DT_DIR) {
-    folders_.push_back(JoinPath(folderName_, entry.d_name));
-  } else if (IsNewPhoto(entry)) {
-    Enqueue(JoinPath(folderName_, entry.d_name));
+  const std::string path = JoinPath(folderName_, entry.d_name);
+  const int folder = dirfd(folder_.get());
+  const unsigned char type = TypeOf(folder, entry);
+  if (type == DT_DIR) {
+    if (!filter_.Excludes(path)) folders_.push_back(path);
+  } else if (IsPhoto(entry.d_name)) {
+    if (IsNewPhoto(entry, type) && !IsLeftOut(path, folder, entry.d_name)) Enqueue(path);
+  } else if (type == DT_REG) {
+    PassOver(ExtensionOf(path));
   }
 }
 
+// One that is missing is not, so that it is reported.
+bool Walk::IsLeftOut(const std::string& name, int folder, const char* file) {
+  struct stat record = {};
+  const bool isOld = filter_.since && fstatat(folder, file, &record, 0) == 0 && filter_.IsTooOld(record);
+  if (!isOld && !filter_.Excludes(name)) return false;
+  PassOver("excluded");
+  return true;
+}
+
+// Any number of kinds must fit into memory.
+void Walk::PassOver(const std::string& kind) {
+  constexpr std::size_t mostKinds = 1000;
+  ++passedOver_[passedOver_.size() < mostKinds || passedOver_.count(kind) != 0 ? kind : "other"];
+}
+
 // A regular file, a link to one, or a dangling link, that has not already been found by its own name.
-bool Walk::IsNewPhoto(const dirent& entry) const {
-  if (!IsPhoto(entry.d_name)) return false;
+bool Walk::IsNewPhoto(const dirent& entry, unsigned char type) const {
   const int folder = dirfd(folder_.get());
-  const unsigned char type = TypeOf(folder, entry);
   struct stat target = {};
   if (type != DT_REG && type != DT_LNK) return false;
   if (type == DT_LNK && fstatat(folder, entry.d_name, &target, 0) == 0 && !S_ISREG(target.st_mode)) return false;

@@ -15,6 +15,7 @@
 #include <utility>
 #include <vector>
 
+#include "command/batch/filter.h"
 #include "command/name_list.h"
 #include "thumbs/reasons.h"
 
@@ -28,7 +29,7 @@ class Walk {
   using OnProblem = std::function<void(const std::string& name, const Problem&)>;
 
   // `onProblem` is called for each folder and list that can't be read.
-  Walk(std::vector<std::string> names, std::optional<NameList> list, OnProblem onProblem);
+  Walk(std::vector<std::string> names, std::optional<NameList> list, Filter filter, OnProblem onProblem);
 
   // Removes and returns the next file in the queue, if any: its name as typed, or its path below a folder as typed.
   std::optional<std::string> Next();
@@ -39,6 +40,10 @@ class Walk {
   double ExpectedWork() const { return expectedWork_; }
   bool HasFoundAll() const { return !folder_ && folders_.empty() && names_.empty() && !list_; }
   bool HasEnded() const { return HasFoundAll() && files_.empty(); }
+
+  // How many files were passed over so far: photos that the filter leaves out as "excluded", others by their extension
+  // in lower case, "" for none. What has been named is never one of them, unless it is in the list.
+  const std::map<std::string, std::size_t>& PassedOver() const { return passedOver_; }
 
   // Call Step() if CanStep() is true, or when Descriptor() is readable. Descriptor() is -1 while there is nothing to
   // wait for: the walk has ended, or the queue is full.
@@ -59,18 +64,23 @@ class Walk {
   void ReadFolder();
   void ReadList();
   void VisitEntry(const dirent& entry);
-  bool IsNewPhoto(const dirent& entry) const;
+  bool IsNewPhoto(const dirent& entry, unsigned char type) const;
+  bool IsLeftOut(const std::string& name, int folder, const char* file);
+  void PassOver(const std::string& kind);
   void Enqueue(const std::string& name);
 
   std::deque<std::string> names_;
   std::optional<NameList> list_;
+  const Filter filter_;
   OnProblem onProblem_;
 
   std::vector<std::string> folders_;  // still to be opened
   std::unique_ptr<DIR, CloseFolder> folder_;
   std::string folderName_;
   Identity folderIdentity_;
+  dev_t device_ = 0;  // of the folder that was named
 
+  std::map<std::string, std::size_t> passedOver_;
   std::set<Identity> seenFolders_;
   std::map<Identity, std::unordered_set<std::string>> namedFiles_;  // by folder
 

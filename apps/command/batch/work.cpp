@@ -15,6 +15,7 @@
 #include <set>
 #include <system_error>
 
+#include "system/clock.h"
 #include "system/paths.h"
 #include "thumbs/answer.h"
 #include "thumbs/lookup.h"
@@ -22,6 +23,7 @@
 #include "thumbs/privacy.h"
 #include "thumbs/reasons.h"
 #include "thumbs/rendering.h"
+#include "thumbs/sizes.h"
 #include "thumbs/source_facts.h"
 #include "thumbs/source_lock.h"
 #include "thumbs/store.h"
@@ -32,6 +34,7 @@ namespace tavithumb::apps::command {
 namespace {
 
 constexpr int options = Thumb::OPT_BROVIX_EA;
+constexpr int mostSamples = 5;
 
 Request RequestOf(const std::string& size, const Order& order) {
   return {{size, {0, 0}}, 0, options, false, order.byLibrary, order.quality};
@@ -74,6 +77,8 @@ class Sizes {
   // Makes what is missing from one decode, as far as the maker can.
   void RenderMissing();
   void Serve(const std::string& size);
+  // For a dry run: makes one thumbnail in memory, to see how fast this machine is. The first files are enough.
+  void Sample();
 
  private:
   // The name of the thumbnail of the size that was looked up last, wherever it is stored.
@@ -159,12 +164,26 @@ void Sizes::MakeUnlessServed(const std::string& size) {
   if (order_.isDryRun || !canStore_) {
     if (!canStore_) return result_->Fail(size, WhyNotStored(path_).value_or(NoEntriesOnVolume()));
     planned_.insert(Entry());
+    result_->bytes += ExpectedBytes(RequestOf(size, order_), lookUp_.GetInfo());
     return result_->made.push_back(size);
   }
   const Making making = {Entry(), {lookUp_.GetInfo().GetBrovixTmpThumbEAName()}, std::time(nullptr)};
   announce_(*result_, making);
   Make(size);
   if (!result_->failures.empty()) RemoveTemporaries(path_, making);
+}
+
+void Sizes::Sample() {
+  static int samples = 0;
+  const auto largest = std::max_element(result_->made.begin(), result_->made.end(),
+                                        [](const auto& one, const auto& other) { return SideOf(one) < SideOf(other); });
+  if (largest == result_->made.end() || samples == mostSamples) return;
+  ++samples;
+  lookUp_.SetRequest(*largest);
+  const Clock::time_point start = Clock::now();
+  if (!CanRender(RequestOf(*largest, order_), lookUp_.GetInfo())) return;
+  if (!RenderInMemory(lookUp_.GetInfo(), facts_.Details(), RequestOf(*largest, order_))) return;
+  result_->sampleMilliseconds = std::chrono::duration<double, std::milli>(Clock::now() - start).count();
 }
 
 void Sizes::Make(const std::string& size) {
@@ -210,6 +229,7 @@ Result WorkOn(const std::string& path, const Order& order, const Announce& annou
     Sizes sizes(path, order, announce, &result);
     sizes.RenderMissing();
     for (const std::string& size : order.sizes) sizes.Serve(size);
+    if (order.isDryRun) sizes.Sample();
   } catch (const std::exception&) {
     const Problem problem = ProblemOfException();
     result.Fail("", CheckSource(path).value_or(problem));

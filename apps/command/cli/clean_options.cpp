@@ -47,6 +47,7 @@ struct Arguments {
 
 void Declare(const Options& options, Arguments* arguments) {
   options.AddOptionalNames("PATH", &arguments->paths, "Files and folders; without any, all of the store");
+  options.AddFilter(&arguments->style.filter);
   options.AddFlag("-n,--dry-run", &arguments->style.isDryRun, "Print what would be removed, but remove nothing");
   options.AddFlag("-q,--quiet", &arguments->style.isQuiet, "Print problems only");
   options.AddFlag("--json", &arguments->style.json, "Print one JSON object per line");

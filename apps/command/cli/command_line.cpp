@@ -114,6 +114,19 @@ void Options::AddOptional(const std::string& name, const std::string& type, std:
   parser_->add_option(name, *value, help)->type_name(type);
 }
 
+void Options::AddRepeated(const std::string& name, const std::string& type, std::vector<std::string>* value,
+                          const std::string& help) const {
+  const auto take = [value](const CLI::results_t& texts) {
+    *value = texts;
+    return true;
+  };
+  parser_->add_option(name, take, help)
+      ->expected(1)
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+      ->allow_extra_args(false)
+      ->type_name(type);
+}
+
 void Options::AddRequired(const std::string& name, const std::string& type, std::string* value,
                           const std::string& help) const {
   parser_->add_option(name, *value, help)->type_name(type)->required();
@@ -144,6 +157,11 @@ void UseStoreOf(const StoreArguments& arguments) {
 
 void UseStoreToRead(const StoreArguments& arguments) {
   UseStore({arguments.folder.value_or(""), false, false, true});
+}
+
+void Options::AddFilter(Filter* value) const {
+  AddRepeated("--exclude", "GLOB", &value->excluded, "Leave out files and folders that GLOB matches; may be repeated");
+  AddFlag("--one-file-system", &value->staysOnFileSystem, "Leave out volumes that are mounted below a PATH");
 }
 
 void Options::SetUsageOfNames(const std::string& usage) const {

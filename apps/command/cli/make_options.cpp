@@ -26,16 +26,22 @@ constexpr char footer[] =
     "\n"
     "Ctrl-C finishes the running files; a second Ctrl-C stops them at once. Run it again to continue from there.\n"
     "\n"
+    "A GLOB is compared with the names of files and folders at any depth; one with slashes with as many last "
+    "components\n"
+    "of the path, one that starts with a slash with the absolute path.\n"
+    "\n"
     "Sizes: small (120 pixels), medium (360), big (640), large and xlarge (1280; these two share a thumbnail).\n"
     "\n"
     "JSON objects: source, made, found, not_needed (the source is served unchanged), failed (size, error), bytes,\n"
     "milliseconds, by_library (null, or why the library's tools made them), error (null, or why the whole file\n"
     "failed). If a name is not UTF-8, source_hex has its bytes. At the end: summary (true), files, made, found,\n"
-    "not_needed, failed, bytes, seconds, interrupted, by_library, reasons.\n"
+    "not_needed, failed, bytes, seconds, expected_seconds (null without --dry-run), interrupted, by_library, reasons,\n"
+    "passed_over (kind, files), slowest (source, milliseconds).\n"
     "\n"
     "Examples:\n"
     "  tavithumb make /volume/photos\n"
     "  tavithumb make --sizes small,big --jobs 2 --limit 1000 /volume/photos\n"
+    "  tavithumb make --newer-than 2026-11-01 --exclude '*.gif' --exclude old .\n"
     "  find . -newer mark -name '*.jpg' -print0 | tavithumb make -0 --files-from -\n"
     "\n"
     "Exit codes: 0 success, 1 some files failed, 2 bad usage, 130 interrupted.";
@@ -51,6 +57,8 @@ struct Arguments {
   std::string quality = std::to_string(Request().quality);
   bool byLibrary = false;
   StoreArguments store;
+  Filter filter;
+  std::optional<std::string> since;
   bool onlyOlder = false;
   bool isDryRun = false;
   bool isEager = false;
@@ -68,7 +76,11 @@ void Declare(const Options& options, Arguments* arguments) {
   options.AddFlag("--older", &arguments->onlyOlder,
                   "Only regenerate thumbnails older than their file; make no missing ones");
   options.AddOptional("--limit", "N", &arguments->limit, "Stop after making thumbnails for N files");
-  options.AddFlag("-n,--dry-run", &arguments->isDryRun, "Print what would be made, but make nothing");
+  options.AddFilter(&arguments->filter);
+  options.AddOptional("--newer-than", "WHEN", &arguments->since,
+                      "Leave out files not changed after WHEN: YYYY-MM-DD, 'YYYY-MM-DD HH:MM' or a FILE's time");
+  options.AddFlag("-n,--dry-run", &arguments->isDryRun,
+                  "Print what would be made, and about how much disk and time it would take");
   options.AddDefaulted("--quality", "N", &arguments->quality, qualityHelp);
   options.AddFlag("--library", &arguments->byLibrary, libraryHelp);
   options.AddFlag("--eager", &arguments->isEager,
@@ -122,6 +134,8 @@ MakeRequest RequestOf(const Arguments& arguments) {
                    arguments.byLibrary,         arguments.isEager,   ParseQuality(arguments.quality)};
   request.jobs = arguments.jobs ? ParseCount("--jobs", *arguments.jobs, maxJobs) : Cores();
   if (arguments.limit) request.limit = ParseCount("--limit", *arguments.limit, 1000000000);
+  request.filter = arguments.filter;
+  if (arguments.since) request.filter.since = ParseMoment(*arguments.since);
   request.names = arguments.paths;
   request.output = {arguments.json, arguments.isQuiet, arguments.isVerbose};
   if (arguments.list) request.list.emplace(*arguments.list, arguments.nulEnded ? '\0' : '\n');

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "command/add.h"
+#include "command/batch/filter.h"
 #include "command/clean.h"
 #include "command/get.h"
 #include "command/info.h"
@@ -48,6 +49,9 @@ class Options {
                     const std::string& help) const;
   void AddOptional(const std::string& name, const std::string& type, std::optional<std::string>* value,
                    const std::string& help) const;
+  // May be given several times; each text is taken as it is.
+  void AddRepeated(const std::string& name, const std::string& type, std::vector<std::string>* value,
+                   const std::string& help) const;
   void AddRequired(const std::string& name, const std::string& type, std::string* value, const std::string& help) const;
   // At least one name.
   void AddNames(const std::string& label, std::vector<std::string>* value, const std::string& help) const;
@@ -55,6 +59,8 @@ class Options {
   // Where thumbnails are stored if not next to their source: `--store`, and `--store-all` for those that store.
   void AddStore(StoreArguments* value) const;
   void AddStoreToRead(StoreArguments* value) const;
+  // What is left out: `--exclude` and `--one-file-system`.
+  void AddFilter(Filter* value) const;
   // The placeholder for the names in the usage line.
   void SetUsageOfNames(const std::string& usage) const;
 

@@ -163,6 +163,19 @@ TEST(Options, HaveTheLettersThatPeopleExpect) {
   EXPECT_TRUE(ParseMake({"--quiet", "--json", "a"}).output.isQuiet);
 }
 
+TEST(Options, LeaveOutFilesByPatternsThatAreTakenAsTheyAre) {
+  const MakeRequest request =
+      ParseMake({"--exclude", "[a,b]*", "--exclude={}", "--one-file-system", "--newer-than", "2026-11-23", "a", "b"});
+  EXPECT_EQ(request.names, (Strings{"a", "b"}));
+  EXPECT_EQ(request.filter.excluded, (Strings{"[a,b]*", "{}"}));
+  EXPECT_TRUE(request.filter.staysOnFileSystem);
+  EXPECT_EQ(request.filter.since.value().tv_sec, ParseMoment("2026-11-23").tv_sec);
+  const MakeRequest all = ParseMake({"a"});
+  EXPECT_EQ(all.filter.excluded, Strings{});
+  EXPECT_FALSE(all.filter.staysOnFileSystem);
+  EXPECT_FALSE(all.filter.since);
+}
+
 TEST(Options, OfMakeReplaceTheDefaults) {
   const test::TempDir folder;
   test::WriteFile(folder / "list", "a");

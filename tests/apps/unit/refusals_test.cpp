@@ -84,6 +84,9 @@ TEST(Refusals, OfOptionsThatAreMissingUnknownOrDontFitTogether) {
        "'/no/such/list' cannot be read: No such file or directory; see 'tavithumb get --help'"},
       {{"make", "-q", "-v", "a"}, "--verbose and --quiet exclude each other; see 'tavithumb make --help'"},
       {{"make", "-v", "--json", "a"}, "--verbose and --json exclude each other; see 'tavithumb make --help'"},
+      {{"make", "--newer-than", "yesterday", "a"},
+       "'yesterday' is neither a date nor a file (No such file or directory): use YYYY-MM-DD, 'YYYY-MM-DD HH:MM' or a "
+       "FILE; see 'tavithumb make --help'"},
       {{"make"}, "PATH or --files-from is required; see 'tavithumb make --help'"},
       {{"make", "-0", "a.jpg"}, "-0 needs --files-from; see 'tavithumb make --help'"},
       {{"make", "--files-from", "/no/such/list"},

@@ -2,6 +2,7 @@
 #include "command/batch/walk.h"
 
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <temp_dir.h>
 #include <unistd.h>
@@ -28,14 +29,17 @@ class Walks : public testing::Test {
     return paths;
   }
 
-  Walk Start(const Strings& names, std::optional<NameList> list = {}) {
-    return {names, std::move(list), [this](const std::string& name, const Problem& problem) {
+  Walk Start(const Strings& names, std::optional<NameList> list = {}, const Filter& filter = {}) {
+    return {names, std::move(list), filter, [this](const std::string& name, const Problem& problem) {
               problems.push_back(name + ": " + problem.reason);
             }};
   }
 
   // All that a walk finds, sorted.
-  static Strings Found(Walk walk) {
+  static Strings Found(Walk walk) { return AllOf(&walk); }
+
+  static Strings AllOf(Walk* started) {
+    Walk& walk = *started;
     Strings found;
     while (!walk.HasEnded()) {
       EXPECT_TRUE(walk.CanStep() || walk.Descriptor() != -1);
@@ -115,6 +119,68 @@ TEST_F(Walks, ReportFoldersThatCannotBeRead) {
 TEST_F(Walks, ReportAListThatCannotBeRead) {
   EXPECT_EQ(Found(Start({}, NameList(folder.Path(), '\n'))), Strings{});
   EXPECT_EQ(problems, Strings{folder.Path() + ": Is a directory"});
+}
+
+TEST_F(Walks, LeaveOutWhatPatternsExclude) {
+  Write({"a.png", "b.gif", "[c].png", "sub/a.png", "sub/old/d.png", "sub/old/deep/e.png", "other/old/f.png"});
+  const std::pair<Strings, Strings> rows[] = {
+      {{"*.gif"}, {"[c].png", "a.png", "other/old/f.png", "sub/a.png", "sub/old/d.png", "sub/old/deep/e.png"}},
+      {{"*.gif", "old", "\\[c].png"}, {"a.png", "sub/a.png"}},
+      {{"sub/old", "*f.png"}, {"[c].png", "a.png", "b.gif", "sub/a.png"}},
+      {{"old/*.png", "*.gif", "[[]*"}, {"a.png", "sub/a.png", "sub/old/deep/e.png"}},
+      {{folder / "sub/", "other/"}, {"[c].png", "a.png", "b.gif"}},
+      {{"/sub", "", "/", "*/*/*/*/*/*/*/*", "*b"}, {"[c].png", "a.png", "b.gif", "other/old/f.png"}},
+  };
+  for (const auto& [excluded, found] : rows) {
+    EXPECT_EQ(Found(Start({folder.Path()}, {}, {excluded, false, {}})), In(found)) << testing::PrintToString(excluded);
+  }
+  EXPECT_EQ(Found(Start(In({"a.png", "b.gif", "sub"}), {}, {{"b.*", "sub"}, false, {}})),
+            In({"a.png", "sub/a.png", "sub/old/d.png", "sub/old/deep/e.png"}));
+  EXPECT_EQ(Found(Start({}, List(In({"a.png", "b.gif"})), {{"b.*"}, false, {}})), In({"a.png"}));
+}
+
+TEST_F(Walks, LeaveOutFilesThatHaveNotChangedSinceAMoment) {
+  Write({"a.png", "sub/b.png"});
+  struct stat record = {};
+  ASSERT_EQ(stat((folder / "a.png").c_str(), &record), 0);
+  timespec before = record.st_ctim;
+  --before.tv_sec;
+  timespec after = before;
+  after.tv_sec += 60;
+  EXPECT_EQ(Found(Start({folder.Path()}, {}, {{}, false, before})), In({"a.png", "sub/b.png"}));
+  test::SetTimes(folder / "a.png", 1, 1);  // as a copy of an old photo has
+  EXPECT_EQ(Found(Start({folder.Path()}, {}, {{}, false, before})), In({"a.png", "sub/b.png"}));
+  EXPECT_EQ(Found(Start(In({"a.png", "sub"}), {}, {{}, false, after})), Strings{});
+  EXPECT_EQ(Found(Start(In({"missing.png"}), {}, {{}, false, after})), In({"missing.png"}));
+}
+
+TEST_F(Walks, StayOnTheFileSystemOfEachNameOnRequest) {
+  Write({"a.png", "sub/b.png"});
+  if (mount("none", (folder / "sub").c_str(), "tmpfs", 0, nullptr) != 0) GTEST_SKIP() << "may not mount";
+  Write({"sub/c.png"});
+  const Strings here = Found(Start({folder.Path()}, {}, {{}, true, {}}));
+  const Strings both = Found(Start(In({"", "sub"}), {}, {{}, true, {}}));
+  umount((folder / "sub").c_str());
+  EXPECT_EQ(here, In({"a.png"}));
+  EXPECT_EQ(both.size(), 2u);
+}
+
+TEST_F(Walks, CountWhatTheyPassOverByItsKind) {
+  Write({"a.png", "b.GIF", "notes.txt", "sub/more.TXT", "clip.mp4", "README", ".hidden", "a.b/none"});
+  fs::create_directory_symlink(folder / "sub", folder / "linked");
+  Walk walk = Start({folder.Path()}, List(In({"notes.txt", "missing.txt"})), {{"*.GIF"}, false, {}});
+  EXPECT_EQ(AllOf(&walk), In({"a.png", "missing.txt"}));
+  EXPECT_EQ(walk.PassedOver(), (std::map<std::string, std::size_t>{{"txt", 3}, {"mp4", 1}, {"", 4}, {"excluded", 1}}));
+}
+
+TEST_F(Walks, CountManyKindsTogether) {
+  Strings names;
+  for (int i = 0; i < 1100; ++i) names.push_back("a." + std::to_string(10000 + i));
+  Write(names);
+  Walk walk = Start({folder.Path()});
+  EXPECT_EQ(AllOf(&walk), Strings{});
+  EXPECT_EQ(walk.PassedOver().size(), 1001u);
+  EXPECT_EQ(walk.PassedOver().at("other"), 100u);
 }
 
 TEST_F(Walks, StartWithTheFirstFile) {
