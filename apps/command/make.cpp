@@ -21,6 +21,8 @@
 #include "system/paths.h"
 #include "system/signals.h"
 #include "system/text.h"
+#include "thumbs/reasons.h"
+#include "thumbs/stills.h"
 
 namespace tavithumb::apps::command {
 namespace {
@@ -44,7 +46,8 @@ class Run {
       : isDryRun_(request.order.isDryRun),
         json_(request.json),
         limit_(request.limit),
-        walk_(std::move(request.names), std::move(request.list),
+        takesVideos_(request.takesVideos),
+        walk_(std::move(request.names), std::move(request.list), request.takesVideos && IsStillToolInstalled(),
               [this](const std::string& name, const Problem& problem) {
                 Result result;
                 result.Fail("", problem);
@@ -65,11 +68,13 @@ class Run {
   void ReportDone(const Done& done);
   void Print(const std::string& text);
   void ShowStatus();
+  void ReportSkippedVideos();
   void ReportWhereItStopped();
 
   const bool isDryRun_;
   const bool json_;
   const std::optional<std::size_t> limit_;
+  const bool takesVideos_;
   const Signals signals_{SIGINT, SIGTERM, SIGHUP, SIGWINCH};
   ProgressDisplay progress_;
   Summary summary_;
@@ -88,6 +93,7 @@ MakeOutcome Run::Execute() {
   }
   progress_.Clear();
   if (writeError_) std::rethrow_exception(writeError_);
+  ReportSkippedVideos();
   ReportWhereItStopped();
   const bool isInterrupted = pool_.IsInterrupted();
   if (json_) WriteOut(summary_.AsJson(isInterrupted));
@@ -152,6 +158,13 @@ void Run::Print(const std::string& text) {
 void Run::ShowStatus() {
   const std::size_t done = summary_.Files();
   progress_.Show({done, std::max(walk_.Count(), done + pool_.Running()), !walk_.HasFoundAll(), last_});
+}
+
+// Once, not for each of them.
+void Run::ReportSkippedVideos() {
+  if (!takesVideos_ || !walk_.HasSkippedVideos()) return;
+  const Problem problem = NoStillTool();
+  progress_.Say("videos are left out: " + problem.reason + "; " + problem.remedy + ", or add --no-videos");
 }
 
 void Run::ReportWhereItStopped() {

@@ -16,6 +16,7 @@ struct MakeRequest {
   std::optional<NameList> list;    // of further names
   Order order;
   std::size_t jobs = 1;
+  bool takesVideos = true;           // those in folders and lists
   std::optional<std::size_t> limit;  // of files with at least one thumbnail made
   bool json = false;
 };

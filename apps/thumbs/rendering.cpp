@@ -17,6 +17,7 @@
 #include "system/descriptors.h"
 #include "system/file_descriptor.h"
 #include "system/file_rules.h"
+#include "system/memory_file.h"
 #include "system/paths.h"
 #include "system/quiet_log.h"
 #include "system/soft_limit.h"
@@ -26,6 +27,7 @@
 #include "thumbs/lookup.h"
 #include "thumbs/privacy.h"
 #include "thumbs/source_lock.h"
+#include "thumbs/stills.h"
 #include "thumbs/store.h"
 
 namespace tavithumb::apps {
@@ -34,6 +36,8 @@ namespace {
 // Enough for the photos of any camera. A picture near the maker's limit of pixels may take more: the tools make its
 // thumbnails.
 constexpr rlim_t mostMemory = rlim_t{768} * 1048576;
+
+constexpr char noStill[] = "no still";
 
 const char* WordFor(maker::Reason reason) {
   switch (reason) {
@@ -55,6 +59,10 @@ const char* WordFor(maker::Reason reason) {
 
 int QuarterTurns(int turns) {
   return (turns % 4 + 4) % 4;
+}
+
+bool IsVideo(const ThumbInfo& source) {
+  return IsSupportVideo(BaseName(source.GetPath()));
 }
 
 // The library turns first and mirrors then; the maker the other way round.
@@ -86,6 +94,23 @@ maker::Source SourceOf(const ThumbInfo& source, const PictureDetails& details, c
   described.isAdobeRgb = details.colourSpace == ColourSpace::ADOBE_RGB;
   described.previews = details.jpegPreviews;
   return described;
+}
+
+// What the maker decodes. Of a video, that is a still of it, which is taken outside of the limits of decoders.
+struct Subject {
+  maker::Source described;
+  std::optional<MemoryFile> still;
+};
+
+// Nothing if it is a video of which there is no still.
+std::optional<Subject> SubjectOf(const ThumbInfo& source, const PictureDetails& details, const Request& request,
+                                 Original original = Original::kSource) {
+  Subject subject = {SourceOf(source, details, request, original), std::nullopt};
+  if (!IsVideo(source)) return subject;
+  subject.still = TakeStill(source.GetPath());
+  if (!subject.still) return std::nullopt;
+  subject.described.path = subject.still->Path();
+  return subject;
 }
 
 // A thumbnail that has been made, and where it goes.
@@ -211,7 +236,7 @@ maker::Size BoxOf(const Size& size) {
 
 bool CanRender(const Request& request, const ThumbInfo& source) {
   return !request.byLibrary && (request.options & Thumb::OPT_NO_CONVERT) == 0 && request.size.name != "original" &&
-         source.IsGood() && source.GetOutputMimeType() != "image/gif" && !IsSupportVideo(source.GetPath());
+         (IsVideo(source) || source.IsGood()) && source.GetOutputMimeType() != "image/gif";
 }
 
 bool CanRenderAndStore(const Request& request, const ThumbInfo& source) {
@@ -231,9 +256,10 @@ bool IsServedUnchanged(const Request& request, const ThumbInfo& source) {
 
 std::optional<std::string> RenderAndStore(const ThumbInfo& source, const PictureDetails& details,
                                           const std::vector<Request>& requests, Original original) {
+  const std::optional<Subject> subject = SubjectOf(source, details, requests.front(), original);
+  if (!subject) return noStill;
   return WithinLimits(source.GetPath(), [&](const struct stat& record) {
-    const std::vector<maker::Thumbnail> thumbnails =
-        Render(SourceOf(source, details, requests.front(), original), requests);
+    const std::vector<maker::Thumbnail> thumbnails = Render(subject->described, requests);
     if (!file::MakeEADir(source.GetPath())) return false;
     RestrictFoldersToReadersOf(source.GetPath());
     Unstored unstored;
@@ -248,9 +274,10 @@ std::optional<std::string> RenderAndStore(const ThumbInfo& source, const Picture
 
 std::optional<std::string> RenderToFile(const ThumbInfo& source, const PictureDetails& details, const Request& request,
                                         const std::string& path) {
+  const std::optional<Subject> subject = SubjectOf(source, details, request);
+  if (!subject) return noStill;
   return WithinLimits(source.GetPath(), [&](const struct stat& record) {
-    const std::vector<maker::Thumbnail> thumbnails =
-        Render(SourceOf(source, details, request, Original::kSource), {request});
+    const std::vector<maker::Thumbnail> thumbnails = Render(subject->described, {request});
     if (Write(path, thumbnails.front().bytes, record)) return true;
     unlink(path.c_str());
     return false;
@@ -259,7 +286,8 @@ std::optional<std::string> RenderToFile(const ThumbInfo& source, const PictureDe
 
 std::optional<maker::Thumbnail> RenderInMemory(const ThumbInfo& source, const PictureDetails& details,
                                                const Request& request) {
-  return InMemory(SourceOf(source, details, request, Original::kSource), request);
+  const std::optional<Subject> subject = SubjectOf(source, details, request);
+  return subject ? InMemory(subject->described, request) : std::nullopt;
 }
 
 std::optional<maker::Thumbnail> RenderInMemory(const std::string& upright, const Request& request) {

@@ -16,16 +16,16 @@
 namespace tavithumb::apps {
 
 // The programs' own thumbnails: the maker makes them, the library stores them under its names, and finds them from then
-// on. What the maker declines is left to the library's tools.
+// on. Those of a video are made of a still. What the maker declines is left to the library's tools.
 
 // The box in pixels of a requested size.
 maker::Size BoxOf(const Size& size);
 
-// Whether the maker may be asked: for a thumbnail of a photo with facts. GIFs that are kept animated are left to the
-// library.
+// Whether the maker may be asked: for a thumbnail of a photo with facts, or of a video. GIFs that are kept animated are
+// left to the library.
 bool CanRender(const Request& request, const ThumbInfo& source);
 
-// Whether it can also be stored: next to the photo, or in the store.
+// Whether it can also be stored: next to the source, or in the store.
 bool CanRenderAndStore(const Request& request, const ThumbInfo& source);
 
 // Whether the source is the best answer to the request in `source`: upright, shown by browsers, within the box, and not

@@ -22,14 +22,6 @@ std::size_t BytesOf(const std::string& name) {
   return name.size() + 64;  // about the overhead of a container
 }
 
-// Lists often contain everything below a folder: skips thumbnails and anything that is neither a photo nor a folder. A
-// name that doesn't exist is kept, so that it is reported.
-bool IsSkipped(const std::string& name) {
-  struct stat record = {};
-  if (IsInEAFolder(AbsolutePath(name))) return true;
-  return !IsPhoto(BaseName(name)) && stat(name.c_str(), &record) == 0 && !S_ISDIR(record.st_mode);
-}
-
 unsigned char TypeOf(int folder, const dirent& entry) {
   if (entry.d_type != DT_UNKNOWN) return entry.d_type;
   struct stat record = {};
@@ -39,9 +31,10 @@ unsigned char TypeOf(int folder, const dirent& entry) {
 
 }  // namespace
 
-Walk::Walk(std::vector<std::string> names, std::optional<NameList> list, OnProblem onProblem)
+Walk::Walk(std::vector<std::string> names, std::optional<NameList> list, bool takesVideos, OnProblem onProblem)
     : names_(std::make_move_iterator(names.begin()), std::make_move_iterator(names.end())),
       list_(std::move(list)),
+      takesVideos_(takesVideos),
       onProblem_(std::move(onProblem)) {}
 
 std::optional<std::string> Walk::Next() {
@@ -80,6 +73,21 @@ void Walk::Step() {
   }
 }
 
+// By its name.
+bool Walk::IsTaken(const std::string& name) {
+  if (!IsFilm(name)) return IsPhoto(name);
+  hasSkippedVideos_ = hasSkippedVideos_ || !takesVideos_;
+  return takesVideos_;
+}
+
+// Lists often contain everything below a folder: skips thumbnails and anything that is neither taken nor a folder. A
+// name that doesn't exist is kept, so that it is reported.
+bool Walk::IsSkipped(const std::string& name) {
+  struct stat record = {};
+  if (IsInEAFolder(AbsolutePath(name))) return true;
+  return !IsTaken(BaseName(name)) && stat(name.c_str(), &record) == 0 && !S_ISDIR(record.st_mode);
+}
+
 void Walk::ReadList() {
   std::deque<std::string> names;
   if (const std::optional<Problem> problem = list_->Read(&names)) onProblem_(list_->Name(), *problem);
@@ -104,7 +112,7 @@ void Walk::VisitNamedFile(const std::string& name) {
   struct stat record = {};
   if (stat(file::Dirname(name).c_str(), &record) == 0) {
     const Identity folder = {record.st_dev, record.st_ino};
-    if (seenFolders_.count(folder) != 0 && IsPhoto(BaseName(name))) return;
+    if (seenFolders_.count(folder) != 0 && IsTaken(BaseName(name))) return;
     if (!namedFiles_[folder].insert(BaseName(name)).second) return;
   }
   Enqueue(name);
@@ -142,14 +150,14 @@ void Walk::VisitEntry(const dirent& entry) {
   if (name == "." || name == ".." || name == EAFolderName()) return;
   if (TypeOf(dirfd(folder_.get()), entry) == DT_DIR) {
     folders_.push_back(JoinPath(folderName_, entry.d_name));
-  } else if (IsNewPhoto(entry)) {
+  } else if (IsNewFile(entry)) {
     Enqueue(JoinPath(folderName_, entry.d_name));
   }
 }
 
 // A regular file, a link to one, or a dangling link, that has not already been found by its own name.
-bool Walk::IsNewPhoto(const dirent& entry) const {
-  if (!IsPhoto(entry.d_name)) return false;
+bool Walk::IsNewFile(const dirent& entry) {
+  if (!IsTaken(entry.d_name)) return false;
   const int folder = dirfd(folder_.get());
   const unsigned char type = TypeOf(folder, entry);
   struct stat target = {};

@@ -20,15 +20,16 @@
 
 namespace tavithumb::apps::command {
 
-// Finds the photos among the given files and in the given folders, step by step, so that work can start with the first
-// one. Each file is found once, even if several names lead to it. The queue of files is bounded, so that millions of
-// files need not fit into memory.
+// Finds the photos and videos among the given files and in the given folders, step by step, so that work can start with
+// the first one. Each file is found once, even if several names lead to it. The queue of files is bounded, so that
+// millions of files need not fit into memory.
 class Walk {
  public:
   using OnProblem = std::function<void(const std::string& name, const Problem&)>;
 
-  // `onProblem` is called for each folder and list that can't be read.
-  Walk(std::vector<std::string> names, std::optional<NameList> list, OnProblem onProblem);
+  // `onProblem` is called for each folder and list that can't be read. Videos that are not taken are skipped in folders
+  // and lists.
+  Walk(std::vector<std::string> names, std::optional<NameList> list, bool takesVideos, OnProblem onProblem);
 
   // Removes and returns the next file in the queue, if any: its name as typed, or its path below a folder as typed.
   std::optional<std::string> Next();
@@ -37,6 +38,9 @@ class Walk {
   std::size_t Count() const { return count_; }
   bool HasFoundAll() const { return !folder_ && folders_.empty() && names_.empty() && !list_; }
   bool HasEnded() const { return HasFoundAll() && files_.empty(); }
+
+  // Whether there was a video that is not taken.
+  bool HasSkippedVideos() const { return hasSkippedVideos_; }
 
   // Call Step() if CanStep() is true, or when Descriptor() is readable. Descriptor() is -1 while there is nothing to
   // wait for: the walk has ended, or the queue is full.
@@ -57,11 +61,15 @@ class Walk {
   void ReadFolder();
   void ReadList();
   void VisitEntry(const dirent& entry);
-  bool IsNewPhoto(const dirent& entry) const;
+  bool IsTaken(const std::string& name);
+  bool IsSkipped(const std::string& name);
+  bool IsNewFile(const dirent& entry);
   void Enqueue(const std::string& name);
 
   std::deque<std::string> names_;
   std::optional<NameList> list_;
+  bool takesVideos_;
+  bool hasSkippedVideos_ = false;
   OnProblem onProblem_;
 
   std::vector<std::string> folders_;  // still to be opened
