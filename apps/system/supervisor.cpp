@@ -89,6 +89,7 @@ bool ReapGroup(pid_t group, int* leaderStatus) {
 }  // namespace
 
 void BecomeProgram(const std::vector<std::string>& arguments) {
+  prctl(PR_SET_PDEATHSIG, SIGKILL);  // it is not in the group of its parent, and may ignore SIGTERM
   std::vector<char*> pointers;
   pointers.reserve(arguments.size() + 1);
   for (const std::string& argument : arguments) pointers.push_back(const_cast<char*>(argument.c_str()));

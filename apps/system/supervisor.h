@@ -33,7 +33,7 @@ struct ChildProcess {
 };
 
 // For the work of a child: the process becomes this program, the arguments of which begin with its absolute path. It
-// keeps the standard descriptors. Exits with 127 if the program can't be started.
+// keeps the standard descriptors, and is killed when its parent dies. Exits with 127 if it can't be started.
 [[noreturn]] void BecomeProgram(const std::vector<std::string>& arguments);
 
 struct EndedChild {

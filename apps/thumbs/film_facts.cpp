@@ -99,8 +99,10 @@ void Boxes::Read(const Range& range, int level) {
 void Boxes::Visit(const Element& box, int level) {
   const Range& content = box.content;
   switch (box.id) {
-    case Name("moov"):
     case Name("trak"):
+      isVideoTrack_ = false;
+      return Read(content, level + 1);
+    case Name("moov"):
     case Name("mdia"):
     case Name("minf"):
     case Name("stbl"):
@@ -112,7 +114,7 @@ void Boxes::Visit(const Element& box, int level) {
     case Name("mvhd"):
       return ReadLength(content, NumberAt(input_, content, 0, 1) == 1 ? 20 : 12);
     case Name("hdlr"):
-      isVideoTrack_ = NumberAt(input_, content, 8, 4) == Name("vide");
+      isVideoTrack_ = isVideoTrack_ || NumberAt(input_, content, 8, 4) == Name("vide");
       return;
     case Name("stsd"):
       if (isVideoTrack_) ReadSampleEntries(content.From(8), level);

@@ -3,6 +3,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <new>
@@ -27,8 +28,8 @@ constexpr ChildLimits limits = {60, mostDecodedBytes, std::chrono::minutes(1)};
 
 // Takes the brightness of HDR down to what a JPEG can show: diffuse white, at 203 candelas, stays as it is.
 constexpr char toneMapping[] =
-    "scale='min(1280,iw)':-2,zscale=transfer=linear:npl=203,format=gbrpf32le,zscale=primaries=bt709,"
-    "tonemap=mobius:desat=0,zscale=transfer=bt709:matrix=bt709:range=full,format=yuvj420p";
+    "scale='min(1920,iw)':-2,zscale=transfer=linear:npl=203,format=gbrpf32le,zscale=primaries=bt709,"
+    "tonemap=mobius:param=0.7:desat=0,zscale=transfer=bt709:matrix=bt709:range=full,format=yuvj420p";
 
 std::string PathOf(const char* tool) {
   return std::string("/usr/bin/") + tool;
@@ -48,8 +49,13 @@ void KeepToFile(const std::string& video) {
 
 using Arguments = std::vector<std::string>;
 
-// At its own size, for which the tool takes no more time than for a small one. It would enlarge the others.
-Arguments ForThumbnailer(const std::string& video, int percent) {
+// The longest side of the still; "0" for as it is. The tool would enlarge a smaller picture.
+std::string SideFor(const FilmFacts& facts, std::uint32_t most) {
+  const bool isReduced = !facts.hasCover && std::max(facts.width, facts.height) > most;
+  return std::to_string(isReduced ? most : 0);
+}
+
+Arguments ForThumbnailer(const std::string& video, const std::string& side, int percent) {
   return {PathOf(stillTool),
           "-i",
           video,
@@ -60,7 +66,7 @@ Arguments ForThumbnailer(const std::string& video, int percent) {
           "-q",
           "10",
           "-s",
-          "0",
+          side,
           "-m",
           "-t",
           std::to_string(percent) + "%"};
@@ -121,11 +127,11 @@ std::optional<Still> TakeWith(const Arguments& arguments, const std::string& vid
 }
 
 // Only one of the tools finds covers; it shows HDR too pale.
-std::optional<Still> TakeAt(const std::string& video, const FilmFacts& facts, int percent) {
+std::optional<Still> TakeAt(const std::string& video, const FilmFacts& facts, std::uint32_t side, int percent) {
   if (facts.isHdr && !facts.hasCover && IsInstalled(toneMapper)) {
     if (auto still = TakeWith(ForToneMapping(video, facts.seconds * percent / 100), video)) return still;
   }
-  return TakeWith(ForThumbnailer(video, percent), video);
+  return TakeWith(ForThumbnailer(video, SideFor(facts, side), percent), video);
 }
 
 }  // namespace
@@ -134,12 +140,12 @@ bool IsStillToolInstalled() {
   return IsInstalled(stillTool);
 }
 
-std::optional<MemoryFile> TakeStill(const std::string& video) {
+std::optional<MemoryFile> TakeStill(const std::string& video, std::uint32_t side) {
   if (!IsStillToolInstalled()) return std::nullopt;
   const FilmFacts facts = ReadFilmFacts(video);
   std::optional<Still> best;
   for (const int percent : percents) {
-    std::optional<Still> still = TakeAt(video, facts, percent);
+    std::optional<Still> still = TakeAt(video, facts, side, percent);
     if (!still) break;
     if (!best || still->contrast > best->contrast) best = std::move(still);
     if (best->contrast >= leastContrast) break;
