@@ -196,9 +196,10 @@ maker::Size ShownSize(const ThumbInfo& source) {
 
 // A decoder that an attacker has taken over finds no other photos. The thumbnails' folder must exist, if there can be
 // one.
-void KeepToFilesOf(const std::string& source) {
+void KeepToFilesOf(const std::string& source, const std::string& picture) {
   FileRules rules;
   rules.Allow(source, FileRules::Access::kRead);
+  rules.Allow(picture, FileRules::Access::kRead);
   rules.Allow(file::Dirname(NewEntryPath(source, "thumbnail")), FileRules::Access::kStore);
   for (const char* folder : file::TEMPORARY_FOLDERS) rules.Allow(folder, FileRules::Access::kStore);
   rules.AllowSystem();
@@ -227,6 +228,23 @@ std::optional<std::string> WithinLimits(const std::string& source,
   } catch (const std::bad_alloc&) {
     return "out of memory";
   }
+}
+
+// Makes the thumbnails of `source` from `described`, and stores them.
+std::optional<std::string> MakeAndStore(const maker::Source& described, const ThumbInfo& source,
+                                        const std::vector<Request>& requests) {
+  return WithinLimits(source.GetPath(), [&](const struct stat& record) {
+    const std::vector<maker::Thumbnail> thumbnails = Render(described, requests);
+    if (!file::MakeEADir(source.GetPath())) return false;
+    RestrictFoldersToReadersOf(source.GetPath());
+    Unstored unstored;
+    for (std::size_t i = 0; i < requests.size(); ++i) {
+      if (!unstored.Add(source, requests[i], thumbnails[i], record)) return false;
+    }
+    if (!Store(source, unstored.All())) return false;
+    for (const Made& thumbnail : unstored.All()) RestrictToReadersOf(source.GetPath(), thumbnail.destination);
+    return true;
+  });
 }
 
 std::optional<maker::Thumbnail> InMemory(const maker::Source& source, const Request& request) {
@@ -268,19 +286,12 @@ bool IsServedUnchanged(const Request& request, const ThumbInfo& source) {
 std::optional<std::string> RenderAndStore(const ThumbInfo& source, const PictureDetails& details,
                                           const std::vector<Request>& requests, Original original) {
   const std::optional<Subject> subject = SubjectOf(source, details, requests, original);
-  if (!subject) return noStill;
-  return WithinLimits(source.GetPath(), [&](const struct stat& record) {
-    const std::vector<maker::Thumbnail> thumbnails = Render(subject->described, requests);
-    if (!file::MakeEADir(source.GetPath())) return false;
-    RestrictFoldersToReadersOf(source.GetPath());
-    Unstored unstored;
-    for (std::size_t i = 0; i < requests.size(); ++i) {
-      if (!unstored.Add(source, requests[i], thumbnails[i], record)) return false;
-    }
-    if (!Store(source, unstored.All())) return false;
-    for (const Made& thumbnail : unstored.All()) RestrictToReadersOf(source.GetPath(), thumbnail.destination);
-    return true;
-  });
+  return subject ? MakeAndStore(subject->described, source, requests) : noStill;
+}
+
+std::optional<std::string> RenderAndStoreFrom(const ThumbInfo& picture, const ThumbInfo& source,
+                                              const std::vector<Request>& requests) {
+  return MakeAndStore(SourceOf(picture, {}, requests.front(), Original::kSource), source, requests);
 }
 
 std::optional<std::string> RenderToFile(const ThumbInfo& source, const PictureDetails& details, const Request& request,
@@ -314,10 +325,15 @@ std::optional<std::string> RenderHere(const std::string& /*source*/, const Rende
 }
 
 std::optional<std::string> RenderInChild(const std::string& source, const Rendering& rendering) {
+  return RenderInChildFrom(source, source, rendering);
+}
+
+std::optional<std::string> RenderInChildFrom(const std::string& picture, const std::string& source,
+                                             const Rendering& rendering) {
   const std::string refusal = RunInDecoderProcess([&] {
     const SourceLock lock(source);
     if (HasPlaceFor(source) && !file::MakeEADir(source)) return std::string(notStored);
-    KeepToFilesOf(source);
+    KeepToFilesOf(source, picture);
     return rendering().value_or("");
   });
   return refusal.empty() ? std::nullopt : std::optional<std::string>(refusal);

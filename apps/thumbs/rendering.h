@@ -44,6 +44,11 @@ enum class Original { kSource, kStored };
 std::optional<std::string> RenderAndStore(const ThumbInfo& source, const PictureDetails& details,
                                           const std::vector<Request>& requests, Original original);
 
+// Makes the thumbnails of `source` from another picture of it, the facts of which have been read, with the same
+// results.
+std::optional<std::string> RenderAndStoreFrom(const ThumbInfo& picture, const ThumbInfo& source,
+                                              const std::vector<Request>& requests);
+
 // Makes one thumbnail as a new file at `path`, with the same results.
 std::optional<std::string> RenderToFile(const ThumbInfo& source, const PictureDetails& details, const Request& request,
                                         const std::string& path);
@@ -64,6 +69,9 @@ std::optional<std::string> RenderHere(const std::string& source, const Rendering
 // Renders in a process of its own, which locks the source, has limits, can access little else, and is stopped after
 // five minutes. Throws std::system_error if there can't be one.
 std::optional<std::string> RenderInChild(const std::string& source, const Rendering& rendering);
+// The same from another picture of the source.
+std::optional<std::string> RenderInChildFrom(const std::string& picture, const std::string& source,
+                                             const Rendering& rendering);
 
 // The beginnings of the names of the files that this process writes for a thumbnail before it stores it.
 std::string TemporaryPrefix(const std::string& entry);

@@ -7,7 +7,7 @@ _tavithumb_options() { # _tavithumb_options SUBCOMMAND
       --accept-heic --quality --library --store --store-all --json -0 ;;
     info) echo --json ;;
     list) echo --json --store ;;
-    make) echo --sizes --jobs --older --limit --dry-run --eager --quality --library --store --store-all --json \
+    make) echo --sizes --jobs --older --limit --no-videos --dry-run --eager --quality --library --store --store-all --json \
       --files-from -0 ;;
     add) echo --size --check-type --mtime --store --store-all ;;
     clean) echo --dry-run --json --store --keep ;;
