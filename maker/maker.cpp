@@ -2,6 +2,7 @@
 #include "maker/maker.h"
 
 #include <algorithm>
+#include <cmath>
 #include <memory>
 #include <optional>
 #include <utility>
@@ -17,6 +18,9 @@ namespace {
 
 // Small thumbnails keep all of their chroma: it costs few bytes and shows.
 constexpr int kLargestBoxWithFullChroma = 160;
+
+// What is seen at this size is more than noise.
+constexpr Size kBoxForContrast = {120, 120};
 
 Type TypeFor(Format source, const Options& options) {
   return options.type.value_or(source == Format::kPng ? Type::kPng : Type::kJpeg);
@@ -189,6 +193,19 @@ Thumbnail Cascade::Make(const Step& step, const Target& target) {
   return thumbnail;
 }
 
+double DeviationOf(const Plane& plane) {
+  std::int64_t sum = 0, sumOfSquares = 0;
+  for (int y = 0; y < plane.Height(); ++y) {
+    for (const std::uint8_t* sample = plane.Row(y); sample != plane.Row(y) + plane.Width(); ++sample) {
+      sum += *sample;
+      sumOfSquares += *sample * *sample;
+    }
+  }
+  const double count = static_cast<double>(plane.Width()) * plane.Height();
+  const double mean = static_cast<double>(sum) / count;
+  return std::sqrt(std::max(0.0, static_cast<double>(sumOfSquares) / count - mean * mean));
+}
+
 }  // namespace
 
 const char* MimeTypeOf(Type type) {
@@ -223,6 +240,14 @@ std::vector<std::uint8_t> ReadExif(const std::string& path) {
   } catch (const Declined&) {
     return {};
   }
+}
+
+double ContrastOf(const std::string& path) {
+  const Input input(path);
+  const std::unique_ptr<Decoder> decoder = OpenDecoder(input);
+  const Plan plan = MakePlan(decoder->Head().stored, {}, {{kBoxForContrast}});
+  const Picture picture = decoder->Decode(plan.decodeAtLeast);
+  return DeviationOf(picture.channels.front().plane);
 }
 
 std::vector<Thumbnail> Make(const Source& source, const std::vector<Target>& targets, const Options& options) {

@@ -74,6 +74,10 @@ std::optional<Content> Examine(const std::string& path);
 // if the file is damaged or can't be read. Throws std::bad_alloc.
 std::vector<std::uint8_t> ReadExif(const std::string& path);
 
+// How much the brightness of a picture varies: the standard deviation of its samples of 0 to 255, seen at a small size.
+// A frame that shows nothing has almost none. Throws like Make().
+double ContrastOf(const std::string& path);
+
 // One thumbnail for each target, in the order of the targets. Throws Declined, std::bad_alloc.
 std::vector<Thumbnail> Make(const Source& source, const std::vector<Target>& targets, const Options& options);
 

@@ -1,6 +1,10 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "command/info.h"
 
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdio>
 #include <nlohmann/json.hpp>
 #include <optional>
 
@@ -17,8 +21,8 @@
 namespace tavithumb::apps::command {
 namespace {
 
-const Row heading = {"KIND", "TYPE",    "SIZE",   "ORIENTATION", "ROTATION", "MIRROR",
-                     "HEIC", "PREVIEW", "COLOUR", "TAKEN",       "CAMERA",   "FILE"};
+const Row heading = {"KIND", "TYPE",    "SIZE",   "LENGTH", "ORIENTATION", "ROTATION", "MIRROR",
+                     "HEIC", "PREVIEW", "COLOUR", "TAKEN",  "CAMERA",      "FILE"};
 
 const char* YesNo(bool value) {
   return value ? "yes" : "no";
@@ -28,11 +32,27 @@ std::string OrDash(const std::string& text) {
   return text.empty() ? "-" : Printable(text);
 }
 
+// Hours, minutes and seconds: 1:02:03.
+std::string LengthText(double length) {
+  if (length == 0) return "-";
+  const auto seconds = static_cast<long>(std::min(std::round(length), 1e9));
+  std::array<char, 32> text = {};
+  static_cast<void>(
+      std::snprintf(text.data(), text.size(), "%ld:%02ld:%02ld", seconds / 3600, seconds / 60 % 60, seconds % 60));
+  return text.data();
+}
+
+Row RowOfVideo(const std::string& name, const Facts& facts) {
+  const std::string size = facts.width == 0 ? "-" : PixelSize(facts.width, facts.height);
+  return {"video", "-", size, LengthText(facts.seconds), "-", "-", "-", "-", "-", "-", "-", "-", Printable(name)};
+}
+
 Row RowOf(const std::string& name, const Facts& facts) {
-  if (facts.isVideo) return {"video", "-", "-", "-", "-", "-", "-", "-", "-", "-", "-", Printable(name)};
+  if (facts.isVideo) return RowOfVideo(name, facts);
   return {"image",
           facts.mimeType,
           PixelSize(facts.width, facts.height),
+          "-",
           std::to_string(facts.orientation),
           std::to_string(facts.quarterTurns * 90),
           YesNo(facts.isMirrored),

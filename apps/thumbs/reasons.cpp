@@ -24,6 +24,7 @@
 #include "thumbs/full_disk.h"
 #include "thumbs/kinds.h"
 #include "thumbs/known_facts.h"
+#include "thumbs/stills.h"
 #include "thumbs/store.h"
 
 namespace tavithumb::apps {
@@ -130,7 +131,22 @@ Problem NotWrittenToStore() {
                   : "make " + StoreFolder() + " writable for this user"};
 }
 
+Problem NoStill(const std::string& path, const Request& request) {
+  if (request.byLibrary) {
+    return {Kind::kMissing, "no screenshot is stored for this video", "store one first, or leave out --library"};
+  }
+  if (!MayDo(path, R_OK)) return permissionDenied;
+  if (!IsStillToolInstalled()) return NoStillTool();
+  return WhyNotStored(path).value_or(
+      Problem{Kind::kDamaged, "no still could be taken of this video", "check that it plays in another program"});
+}
+
 }  // namespace
+
+Problem NoStillTool() {
+  return {Kind::kNoTool, std::string("stills of videos need ") + stillTool + ", which is not installed",
+          std::string("install the package ") + stillTool};
+}
 
 Problem ProblemOfErrno(int error) {
   if (error == ENOENT || error == ENOTDIR) return {Kind::kMissing, "it does not exist", "check its name"};
@@ -220,9 +236,6 @@ std::optional<Problem> WhyNothingIsStored(const std::string& path) {
 }
 
 Problem WhyNoAnswer(const ThumbInfo& source, const Request& request) {
-  if (IsSupportVideo(BaseName(source.GetPath()))) {
-    return {Kind::kMissing, "no screenshot is stored for this video", "store one first; videos are never converted"};
-  }
   if (request.size.name == "original" && (request.options & Thumb::OPT_FALLBACK_SMALLER) == 0) {
     return {Kind::kUnsupported, "a browser cannot show the original",
             "ask for a smaller size, or add --fallback-smaller"};
@@ -230,6 +243,7 @@ Problem WhyNoAnswer(const ThumbInfo& source, const Request& request) {
   if ((request.options & Thumb::OPT_NO_CONVERT) != 0) {
     return {Kind::kMissing, "no thumbnail is stored and --no-convert forbids making one", "leave out --no-convert"};
   }
+  if (IsSupportVideo(BaseName(source.GetPath()))) return NoStill(source.GetPath(), request);
   const ThumbInfo known = KnownFacts(source);
   if (!known.IsGood()) return WhyNoTool().value_or(UnknownContent());
   if (const std::optional<Problem> problem = WhyNotStored(source.GetPath())) return *problem;

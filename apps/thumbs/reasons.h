@@ -49,6 +49,9 @@ Problem FolderAmongThumbs();
 // The reason for the library's exception that is being handled; call it in a catch block.
 Problem ProblemOfException();
 
+// The tool that takes stills of videos is not installed.
+Problem NoStillTool();
+
 // The content is not of a type that the library knows.
 Problem UnknownContent();
 

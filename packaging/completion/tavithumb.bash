@@ -8,8 +8,8 @@ _tavithumb_options() { # _tavithumb_options SUBCOMMAND
     info) echo --json ;;
     render) echo -s --size --rotate --avatar --format --quality --uri ;;
     list) echo --json --store ;;
-    make) echo -s --sizes --jobs --older --limit --exclude --one-file-system --newer-than -n --dry-run --eager \
-      --quality --library --store --store-all -q --quiet -v --verbose --json --files-from -0 ;;
+    make) echo -s --sizes --jobs --older --limit --exclude --one-file-system --newer-than --no-videos -n --dry-run \
+      --eager --quality --library --store --store-all -q --quiet -v --verbose --json --files-from -0 ;;
     add) echo -s --size --check-type --mtime --store --store-all ;;
     clean) echo --exclude --one-file-system --dry-run -n -q --quiet --json --store --keep ;;
   esac

@@ -28,6 +28,7 @@ complete -c tavithumb -n "$one make" -s s -l sizes -x -a "(__fish_append , $size
 complete -c tavithumb -n "$one make" -l jobs -x -d 'Files to work on in parallel'
 complete -c tavithumb -n "$one make" -l older -d 'Only regenerate thumbnails older than their file'
 complete -c tavithumb -n "$one make" -l limit -x -d 'Stop after making thumbnails for this number of files'
+complete -c tavithumb -n "$one make" -l no-videos -d 'Skip videos in folders and lists'
 complete -c tavithumb -n "$one get make" -l files-from -r -d 'Read names from a file'
 complete -c tavithumb -n "$one make" -s 0 -d 'Names in that file end with a NUL byte'
 

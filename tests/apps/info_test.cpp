@@ -180,7 +180,12 @@ TEST_F(Info, RecognisesHeicAndReadsItsExifData) {
 
 TEST_F(Info, RecognisesAVideoByItsNameAlone) {
   WriteFile(folder / "clip.MKV", "");
-  EXPECT_EQ(Ask(folder / "clip.MKV"), (json{{"source", folder / "clip.MKV"}, {"kind", "video"}, {"error", nullptr}}));
+  EXPECT_EQ(Ask(folder / "clip.MKV"), (json{{"source", folder / "clip.MKV"},
+                                            {"kind", "video"},
+                                            {"width", nullptr},
+                                            {"height", nullptr},
+                                            {"duration", nullptr},
+                                            {"error", nullptr}}));
 }
 
 TEST_F(Info, PrintsOneAlignedTable) {
@@ -198,13 +203,17 @@ TEST_F(Info, PrintsOneAlignedTable) {
   EXPECT_EQ(outcome.code, 1);
   EXPECT_EQ(outcome.err, "tavithumb: missing.png: it does not exist; check its name\n");
   EXPECT_EQ(outcome.out,
-            "KIND   TYPE        SIZE      ORIENTATION  ROTATION  MIRROR  HEIC  PREVIEW  COLOUR    TAKEN                "
+            "KIND   TYPE        SIZE      LENGTH  ORIENTATION  ROTATION  MIRROR  HEIC  PREVIEW  COLOUR    TAKEN        "
+            "        "
             "CAMERA   FILE\n"
-            "image  image/png   60x40     1            0         no      no    -        -         -                    "
+            "image  image/png   60x40     -       1            0         no      no    -        -         -            "
+            "        "
             "-        a.png\n"
-            "image  image/jpeg  1000x700  7            270       yes     no    60x40    AdobeRGB  2024-05-01T12:30:00  "
+            "image  image/jpeg  1000x700  -       7            270       yes     no    60x40    AdobeRGB  "
+            "2024-05-01T12:30:00  "
             "Acme C1  turned.jpg\n"
-            "video  -           -         -            -         -       -     -        -         -                    "
+            "video  -           -         -       -            -         -       -     -        -         -            "
+            "        "
             "-        clip.mp4\n");
 }
 

@@ -451,5 +451,19 @@ TEST_F(Making, DeclinesWhatItCannotShow) {
   EXPECT_EQ(reason("missing.jpg"), Reason::kUnreadable);
 }
 
+TEST(Contrast, IsLowForPlainPicturesAndNoiseAndHighForOthers) {
+  const TempDir folder;
+  Convert({"-size", "320x200", "xc:black", folder / "black.jpg"});
+  Convert({"-size", "320x200", "xc:#80c0ff", folder / "plain.png"});
+  Convert({"-size", "640x400", "xc:#101010", "-seed", "1", "+noise", "Gaussian", "-evaluate", "multiply", "0.3",
+           folder / "noise.jpg"});
+  test::MakeJpeg(folder / "scene.jpg", 640, 480);
+  EXPECT_EQ(ContrastOf(folder / "black.jpg"), 0);
+  EXPECT_EQ(ContrastOf(folder / "plain.png"), 0);
+  EXPECT_LT(ContrastOf(folder / "noise.jpg"), 5);
+  EXPECT_GT(ContrastOf(folder / "scene.jpg"), 20);
+  EXPECT_THROW(ContrastOf(folder / "missing.jpg"), Declined);
+}
+
 }  // namespace
 }  // namespace tavithumb::maker

@@ -57,6 +57,8 @@ libtavithumb-platform1 Provides: libtavithumb-platform-1
 libtavithumb-platform1 Conflicts: libtavithumb-platform-1
 libtavithumb-platform1 Replaces: libtavithumb-platform-1
 tavithumb Depends: systemd | systemd-standalone-sysusers | systemd-sysusers, $codecs
+tavithumb Recommends: ffmpegthumbnailer
+tavithumb Suggests: ffmpeg
 tavithumb-convert Depends: imagemagick, $codecs_to_r, $codecs_from_t
 tavithumb-convert Enhances: libtavithumb1
 tavithumb-thumbnailer Depends: tavithumb (>= $version)
