@@ -140,4 +140,8 @@ ExifDetails ReadExifDetails(const std::string& path) {
   return details;
 }
 
+std::string Exiv2Version() {
+  return Exiv2::versionString();
+}
+
 }  // namespace tavithumb::apps

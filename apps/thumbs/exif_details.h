@@ -19,4 +19,7 @@ struct ExifDetails {
 // a damaged file. Throws FactsTooLarge.
 ExifDetails ReadExifDetails(const std::string& path);
 
+// Of the library that reads it, as loaded by this process.
+std::string Exiv2Version();
+
 }  // namespace tavithumb::apps

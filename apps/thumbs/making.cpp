@@ -114,11 +114,15 @@ bool IsFoundByProgramsAlone(const Request& request, const ThumbInfo& source) {
   return !request.byLibrary && request.size.name != "original" && IsKnownToMakerAlone(source);
 }
 
+bool IsAcceptedHeic(const Request& request, const ThumbInfo& source) {
+  return request.acceptHeic && source.IsHeic() && request.quarterTurns % 4 == 0;
+}
+
 // Whether the source is the answer without a look at what is stored. The library serves only types that it calls
 // acceptable to browsers.
 bool IsOriginalServed(const Request& request, const ThumbInfo& source) {
   return !request.byLibrary && request.size.name == "original" && !source.IsWebAcceptable() &&
-         IsShownByBrowsers(source);
+         (IsShownByBrowsers(source) || IsAcceptedHeic(request, source));
 }
 
 Resolution ServeSource(Thumb* job) {
@@ -203,8 +207,7 @@ void Improve(const Request& request, Render* render, Thumb* job) {
 }  // namespace
 
 bool IsSourceTheAnswer(const Request& request, const ThumbInfo& source) {
-  const bool showsHeic = request.acceptHeic && source.IsHeic() && request.quarterTurns % 4 == 0;
-  return showsHeic || IsServedUnchanged(request, source);
+  return IsAcceptedHeic(request, source) || IsServedUnchanged(request, source);
 }
 
 Resolution Resolve(const Request& request, Render* render, Thumb* job) {

@@ -255,7 +255,14 @@ TEST_F(Get, ServesAHeicPhotoUnchangedOnlyWhenAccepted) {
   MakeHeic(heic, 800, 600, true);
   EXPECT_EQ(Ask({"--accept-heic"}, heic), Itself(heic, "image/heic"));
   EXPECT_EQ(Ask({"--accept-heic", "--size", "50x50"}, heic), Itself(heic, "image/heic"));
+  EXPECT_EQ(Ask({"--accept-heic", "--size", "original"}, heic), Itself(heic, "image/heic"));
   EXPECT_EQ(Ask({}, heic), Made(heic, "TAVIFILE_THUMB_M.jpg"));
+  for (const std::vector<std::string>& options :
+       {std::vector<std::string>{"--rotate", "1", "--accept-heic"}, {"--json"}}) {
+    std::vector<std::string> arguments = {"get", "--size", "original", heic};
+    arguments.insert(arguments.end(), options.begin(), options.end());
+    EXPECT_EQ(run(arguments).code, 1) << testing::PrintToString(options);
+  }
 }
 
 TEST_F(Get, AnswersAVideoWithItsStoredScreenshot) {

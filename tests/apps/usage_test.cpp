@@ -163,11 +163,20 @@ TEST(Usage, IsExplainedWordForWordAsInTheFile) {
   }
 }
 
-TEST(Usage, PrintsTheVersion) {
+TEST(Usage, PrintsTheVersionsOfTheProgramAndOfWhatItUses) {
   const Outcome outcome = CommandRunner()({"--version"});
   EXPECT_EQ(outcome.code, 0);
   EXPECT_EQ(outcome.err, "");
-  EXPECT_TRUE(Matches(outcome.out, "tavithumb [0-9]+\\.[0-9]+\\.[0-9]+\n")) << outcome.out;
+  EXPECT_TRUE(HasMatch(outcome.out, "^tavithumb [0-9]+\\.[0-9]+\\.[0-9]+\n  libjpeg-turbo  [0-9]+\\.[0-9]"))
+      << outcome.out;
+  for (const char* name : {"zlib", "libdeflate", "libtiff", "giflib", "libwebp", "libjxl", "libraw", "lcms2", "libheif",
+                           "Exiv2", "djpeg", "jpegtran", "convert", "dcraw"}) {
+    EXPECT_TRUE(HasMatch(outcome.out, "\n  " + std::string(name) + " +[0-9]+(\\.[0-9]+)+(-[0-9]+)?\n"))
+        << name << outcome.out;
+  }
+  for (const char* name : {"HEIC", "AVIF"}) {
+    EXPECT_TRUE(HasMatch(outcome.out, "\n  " + std::string(name) + " decoder +[^ ]")) << outcome.out;
+  }
 }
 
 }  // namespace

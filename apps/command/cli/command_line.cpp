@@ -7,8 +7,10 @@
 #include <utility>
 
 #include "command/output.h"
+#include "command/table.h"
 #include "system/suggestion.h"
 #include "thumbs/store.h"
+#include "thumbs/tool_versions.h"
 
 namespace tavithumb::apps::command {
 namespace {
@@ -87,10 +89,17 @@ UsageError ErrorWithHint(const std::string& message, const CLI::App& parser) {
   return UsageError(message + "; see 'tavithumb " + subcommand + "--help'");
 }
 
+std::string VersionText() {
+  std::vector<Row> rows;
+  for (const maker::Version& version : ToolVersions()) rows.push_back({"  " + version.name, version.number});
+  return "tavithumb " TAVITHUMB_VERSION "\n" + Aligned(rows);
+}
+
 void Declare(const std::vector<Subcommand>& subcommands, CLI::App* parser) {
   parser->footer(footer)->require_subcommand(1);
   parser->set_help_flag("-h,--help", "Print this help and exit");
-  parser->set_version_flag("--version", "tavithumb " TAVITHUMB_VERSION, "Print the version and exit");
+  parser->set_version_flag("--version", VersionText,
+                           "Print the versions of this program, the codecs and tools, and exit");
   for (const Subcommand& subcommand : subcommands) {
     subcommand.declare(Options(parser->add_subcommand(subcommand.name, subcommand.description)));
     parser->get_subcommand(subcommand.name)->footer(subcommand.footer);
@@ -181,7 +190,7 @@ ExitCode RunCommandLine(const std::vector<std::string>& arguments, const std::ve
     WriteOut(parser.help());
     return kDone;
   } catch (const CLI::CallForVersion& version) {
-    WriteOut(std::string(version.what()) + "\n");
+    WriteOut(version.what());
     return kDone;
   } catch (const CLI::ParseError& error) {
     throw ErrorWithHint(MessageOf(error, parser, arguments, subcommands), parser);

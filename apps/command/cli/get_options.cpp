@@ -28,6 +28,10 @@ constexpr char footerEnd[] =
     "  800x600    a box in pixels; each side 1 to 65535\n"
     "  256        a square box\n"
     "\n"
+    "Albumex, Brovix and Cinevo are the appliance's photo album, file browser and video player. Each stores "
+    "thumbnails\n"
+    "under names of its own, this program under Brovix's.\n"
+    "\n"
     "JSON objects: source, answer, output_type (Albumex, Brovix, BrovixVarTmp, Cinevo, Original), mime_type,\n"
     "delete (true: delete the answer after use), made (true: made by this request), milliseconds, error (null).\n"
     "For a file without an answer: source, error. If a name is not UTF-8, source_hex or answer_hex has its bytes.\n"
@@ -85,9 +89,12 @@ void Declare(const Options& options, Arguments* arguments) {
                   "Use only stored thumbnails and previews embedded in the photo");
   options.AddFlag("--fallback-smaller", &arguments->fallbackSmaller,
                   "If the size is not available, try the smaller ones");
-  options.AddFlag("--albumex", &arguments->albumex, "Look for Albumex thumbnails first");
-  options.AddFlag("--no-brovix", &arguments->noBrovix, "Do not look for Brovix thumbnails");
-  options.AddFlag("--accept-heic", &arguments->acceptHeic, "Accept a HEIC photo itself as the answer");
+  options.AddFlag("--albumex", &arguments->albumex,
+                  "Look first for thumbnails that Albumex, the photo album, has stored");
+  options.AddFlag("--no-brovix", &arguments->noBrovix,
+                  "Do not look for those of Brovix, the file browser, which 'make' stores too");
+  options.AddFlag("--accept-heic", &arguments->acceptHeic,
+                  "Accept a HEIC photo itself as the answer, also as the original");
   options.AddDefaulted("--quality", "N", &arguments->quality, qualityHelp);
   options.AddFlag("--library", &arguments->byLibrary, libraryHelp);
   options.AddStore(&arguments->store);
