@@ -198,7 +198,7 @@ double DeviationOf(const Plane& plane) {
   for (int y = 0; y < plane.Height(); ++y) {
     for (const std::uint8_t* sample = plane.Row(y); sample != plane.Row(y) + plane.Width(); ++sample) {
       sum += *sample;
-      sumOfSquares += *sample * *sample;
+      sumOfSquares += std::int64_t{*sample} * *sample;
     }
   }
   const double count = static_cast<double>(plane.Width()) * plane.Height();

@@ -246,6 +246,24 @@ TEST_F(Videos, OfGigabytesTakeNoLonger) {
   EXPECT_LT(apps::Clock::now() - start, std::chrono::seconds(5));
 }
 
+TEST_F(Videos, OfTheSamplesHaveThumbnails) {
+  const fs::path samples = fs::path(SamplesFolder()) / "../samples-more/video";
+  if (SamplesFolder().empty() || !fs::exists(samples)) GTEST_SKIP() << "needs the samples";
+  fs::create_directory(folder / "films");
+  for (const fs::directory_entry& sample : fs::directory_iterator(samples)) {
+    fs::copy_file(sample.path(), fs::path(folder / "films") / sample.path().filename());
+  }
+  const Outcome outcome = run({"make", "--sizes", "medium", folder / "films"});
+  EXPECT_EQ(outcome.code, 0) << outcome;
+  const std::pair<const char*, const char*> rows[] = {{"phone.mov", "JPEG 203x360"},  // stored on its side
+                                                      {"phone.mp4", "JPEG 360x203"},
+                                                      {"mpeg4.mp4", "JPEG 190x240"},
+                                                      {"sample.3gp", "JPEG 176x144"},
+                                                      {"camera.avi", "JPEG 320x240"}};
+  for (const auto& [name, size] : rows)
+    EXPECT_EQ(SizeOf(Entry(folder / (std::string("films/") + name), "M")), size) << name;
+}
+
 TEST_F(Videos, OfWhichTheToolHangsFailAndLeaveNothing) {
   fs::create_directory(folder / "films");
   MakeFilm(film, scene, 2);

@@ -68,8 +68,7 @@ TEST(Refusals, OfOptionsThatAreMissingUnknownOrDontFitTogether) {
        "'tavithumb make --help'"},
       {{"add", "--size", "largee", "a.jpg", "b.jpg"},
        "'largee' is not a size to store a thumbnail as (did you mean 'large'?): use small, medium, big, large or "
-       "xlarge; "
-       "see 'tavithumb add --help'"},
+       "xlarge, or all; see 'tavithumb add --help'"},
       {{"get"}, "FILE or --files-from is required; see 'tavithumb get --help'"},
       {{"get", "--"}, "FILE or --files-from is required; see 'tavithumb get --help'"},
       {{"get", "--json"}, "FILE or --files-from is required; see 'tavithumb get --help'"},
@@ -141,7 +140,7 @@ TEST(Refusals, OfASizeThatIsNotStored) {
   for (const char* size : {"original", "9", "9x9", "", "huge"}) {
     refusals.push_back({{"add", "--size", size, "a.jpg", "b.jpg"},
                         "'" + std::string(size) + "' is not a size to store a thumbnail as: use small, medium, big, " +
-                            "large or xlarge; see 'tavithumb add --help'"});
+                            "large or xlarge, or all; see 'tavithumb add --help'"});
   }
   ExpectRefusals(refusals);
 }
