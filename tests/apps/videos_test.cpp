@@ -102,7 +102,9 @@ TEST_F(Videos, HaveAThumbnailOfEachSizeFromOneRunOfTheTool) {
 TEST_F(Videos, AreLeftOutOfABatchOnRequest) {
   fs::create_directory(folder / "films");
   MakeFilm(film, scene, 2);
-  EXPECT_EQ(WithoutTime(run({"make", "--no-videos", folder / "films"}).out), Table({"0", "0", "0", "0", "0", "0"}));
+  std::string table = Table({"0", "0", "0", "0", "0", "0"});
+  table.insert(table.find("failed"), "passed over            1  files: 1 mp4\n");
+  EXPECT_EQ(WithoutTime(run({"make", "--no-videos", folder / "films"}).out), table);
   EXPECT_EQ(run({"make", "--library", folder / "films"}).code, 0);
   EXPECT_EQ(Names(EntryOf(film, "")), Strings{});
 }

@@ -44,7 +44,7 @@ constexpr char footerEnd[] =
     "  tavithumb get photo.jpg\n"
     "  tavithumb get --size 800x600 --rotate 1 *.jpg\n"
     "  tavithumb get --size small --json -- -strange-name-.heic\n"
-    "  find . -name '*.jpg' -print0 | tavithumb get -0 --files-from - | xargs -0 ls -l\n"
+    "  find . -name .tavi_ea -prune -o -name '*.jpg' -print0 | tavithumb get -0 --files-from - | xargs -0 ls -l\n"
     "\n"
     "Exit codes: 0 every FILE got an answer, 1 some did not, 2 bad usage.";
 

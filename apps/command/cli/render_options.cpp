@@ -30,7 +30,7 @@ constexpr char footer[] =
     "size and type.\n"
     "\n"
     "Examples:\n"
-    "  tavithumb render --size original photo.heic photo-for-mail.jpg\n"
+    "  tavithumb render --size 1024 photo.jpg photo-for-mail.jpg\n"
     "  tavithumb render --size 320x240 --avatar photo.jpg face.webp\n"
     "  tavithumb render photo.jpg - --format png | wc -c\n"
     "\n"
