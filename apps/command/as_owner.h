@@ -56,8 +56,7 @@ class OwnerProcesses {
 
 // Runs `work` in a process with the same standard output and error, after `prepare`, if that is not null, for which the
 // descriptors of this process are still open. Returns the text that `work` returns, or nothing if the process died.
-// Throws OutputClosed if
-// `work` did, else std::runtime_error with the message of what it has thrown.
+// Throws OutputClosed if `work` did, else std::runtime_error with the message of what it has thrown.
 std::optional<std::string> RunInProcess(const std::function<void()>& prepare, const std::function<std::string()>& work);
 
 }  // namespace tavithumb::apps::command

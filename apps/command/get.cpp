@@ -96,11 +96,11 @@ Problem ProblemOf(const std::invalid_argument& error) {
 // One run.
 class Answers {
  public:
+  // Root's answers come from processes of the owners; those of a stream, too, outlive a file that crashes a decoder.
   Answers(const Request& request, GetFormat format, bool isStream)
-      : request_(request),
-        format_(format),
-        isStream_(isStream),
-        processes_([this](const auto&... given) { return AnswerHere(given...); }) {}
+      : request_(request), format_(format), isStream_(isStream) {
+    if (isStream || IsRoot()) processes_.emplace([this](const auto&... given) { return AnswerHere(given...); });
+  }
 
   void Give(const std::string& name) { Give(QueryFor(name, request_)); }
   void GiveForLine(const std::string& line);
@@ -116,15 +116,13 @@ class Answers {
   const Request request_;
   const GetFormat format_;
   const bool isStream_;
-  OwnerProcesses processes_;
+  std::optional<OwnerProcesses> processes_;
   bool areComplete_ = true;
 };
 
-// A process of its own for root, as the owner, and for a stream, which has to outlive a file that crashes a decoder.
 void Answers::Give(const Query& query) {
   const std::string message = Serialise(query);
-  const bool isApart = isStream_ || IsRoot();
-  Write(isApart ? processes_.Run(query.path, message) : AnswerHere(message, query.path, {}));
+  Write(processes_ ? processes_->Run(query.path, message) : AnswerHere(message, query.path, {}));
 }
 
 void Answers::Write(const std::string& result) {
