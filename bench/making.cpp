@@ -81,6 +81,17 @@ void CommandFinds(benchmark::State& state) {
   RunCommand(state, [] {});
 }
 
+// A size that the photo's preview is too small for.
+void CommandRenders(benchmark::State& state) {
+  const std::string& photo = UprightPhoto();
+  RunEach(state, {{TAVITHUMB_COMMAND, "render", "--size", "big", photo, photo + ".out.jpg"}});
+}
+void VipsBig(benchmark::State& state) {
+  RunEach(state, {Vips("640x640", UprightPhoto())});
+}
+
+BENCHMARK(CommandRenders)->UseManualTime();
+BENCHMARK(VipsBig)->UseManualTime();
 BENCHMARK(CommandMakes)->UseManualTime();
 BENCHMARK(CommandFinds)->UseManualTime();
 BENCHMARK(MakeUpright)->UseManualTime();

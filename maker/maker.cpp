@@ -2,6 +2,7 @@
 #include "maker/maker.h"
 
 #include <algorithm>
+#include <cmath>
 #include <memory>
 #include <optional>
 #include <utility>
@@ -18,8 +19,11 @@ namespace {
 // Small thumbnails keep all of their chroma: it costs few bytes and shows.
 constexpr int kLargestBoxWithFullChroma = 160;
 
-Type TypeFor(Format source) {
-  return source == Format::kPng ? Type::kPng : Type::kJpeg;
+// What is seen at this size is more than noise.
+constexpr Size kBoxForContrast = {120, 120};
+
+Type TypeFor(Format source, const Options& options) {
+  return options.type.value_or(source == Format::kPng ? Type::kPng : Type::kJpeg);
 }
 
 // Of a file of which nobody else knows anything.
@@ -81,23 +85,31 @@ std::optional<Picture> TryPreview(const Source& source, Decoder* decoder, Size a
 class Cascade {
  public:
   // `upright` is the size in which the parts of the steps are given.
-  Cascade(Picture decoded, const Orientation& orientation, Size upright, Type type)
-      : base_(std::move(decoded)), orientation_(orientation), upright_(upright), type_(type), isSrgb_(IsSrgb(base_)) {
+  Cascade(Picture decoded, const Orientation& orientation, Size upright, Type type, const Options& options)
+      : base_(std::move(decoded)),
+        orientation_(orientation),
+        upright_(upright),
+        type_(type),
+        options_(options),
+        isSrgb_(IsSrgb(base_)) {
     Premultiply(&base_);
   }
 
-  Thumbnail Make(const Step& step, const Target& target, int quality);
+  Thumbnail Make(const Step& step, const Target& target);
 
  private:
   Region PartOfBase(const Step& step) const;
   Picture Scaled(const Step& step, bool halvesChroma) const;
+  bool IsReadyForEncoder() const;
   void ConvertForEncoder(Picture* scaled) const;
-  std::vector<std::uint8_t> Encode(Picture* scaled, bool halvesChroma, int quality) const;
+  std::vector<std::uint8_t> Encode(Picture* scaled, bool halvesChroma) const;
+  std::vector<std::uint8_t> EncodeAsJpeg(const Picture& scaled, bool halvesChroma) const;
 
   Picture base_;
   Orientation orientation_;  // to make `base_` upright
   Size upright_;
   Type type_;
+  const Options& options_;
   bool isSrgb_;
 };
 
@@ -131,6 +143,12 @@ Picture Cascade::Scaled(const Step& step, bool halvesChroma) const {
   return Scale(base_, PartOfBase(step), orientation_, Stored(step.size, orientation_), halvesChroma);
 }
 
+// JPEG is encoded from Y, Cb and Cr without alpha, the other types from R, G and B.
+bool Cascade::IsReadyForEncoder() const {
+  if (!isSrgb_) return false;
+  return type_ == Type::kJpeg ? !base_.hasAlpha && base_.model != Model::kRgb : base_.model != Model::kYcc;
+}
+
 // The colours of sRGB, in the model that the type's encoder takes.
 void Cascade::ConvertForEncoder(Picture* scaled) const {
   if (!isSrgb_) {
@@ -138,33 +156,36 @@ void Cascade::ConvertForEncoder(Picture* scaled) const {
     ConvertToSrgb(scaled);
     Premultiply(scaled);
   }
-  if (type_ == Type::kPng) return;
-  Flatten(scaled);
-  if (scaled->model == Model::kRgb) RgbToYcc(scaled);
+  if (type_ == Type::kJpeg) Flatten(scaled);
+  if (type_ == Type::kJpeg && scaled->model == Model::kRgb) RgbToYcc(scaled);
+  if (type_ != Type::kJpeg && scaled->model == Model::kYcc) YccToRgb(scaled);
 }
 
-std::vector<std::uint8_t> Cascade::Encode(Picture* scaled, bool halvesChroma, int quality) const {
-  if (type_ == Type::kPng) {
-    Unpremultiply(scaled);
-    std::vector<std::uint8_t> bytes = EncodePng(*scaled);
-    Premultiply(scaled);
-    return bytes;
-  }
+std::vector<std::uint8_t> Cascade::EncodeAsJpeg(const Picture& scaled, bool halvesChroma) const {
   const bool isFull =
-      scaled->model == Model::kYcc && scaled->channels[1].plane.Dimensions() == scaled->channels[0].plane.Dimensions();
-  if (!halvesChroma || !isFull) return EncodeJpeg(*scaled, quality);
-  const Size size = scaled->channels[0].plane.Dimensions();
+      scaled.model == Model::kYcc && scaled.channels[1].plane.Dimensions() == scaled.channels[0].plane.Dimensions();
+  if (!halvesChroma || !isFull) return EncodeJpeg(scaled, options_.quality);
+  const Size size = scaled.channels[0].plane.Dimensions();
   const Region whole = {0, 0, static_cast<double>(size.width), static_cast<double>(size.height)};
-  return EncodeJpeg(Scale(*scaled, whole, {}, size, true), quality);
+  return EncodeJpeg(Scale(scaled, whole, {}, size, true), options_.quality);
 }
 
-Thumbnail Cascade::Make(const Step& step, const Target& target, int quality) {
+std::vector<std::uint8_t> Cascade::Encode(Picture* scaled, bool halvesChroma) const {
+  if (type_ == Type::kJpeg) return EncodeAsJpeg(*scaled, halvesChroma);
+  Unpremultiply(scaled);
+  std::vector<std::uint8_t> bytes =
+      type_ == Type::kPng ? EncodePng(*scaled, options_.pngTexts) : EncodeWebp(*scaled, options_.quality);
+  Premultiply(scaled);
+  return bytes;
+}
+
+Thumbnail Cascade::Make(const Step& step, const Target& target) {
   const bool halvesChroma =
       type_ == Type::kJpeg && std::max(target.box.width, target.box.height) > kLargestBoxWithFullChroma;
-  const bool isReady = isSrgb_ && !base_.hasAlpha && base_.model != Model::kRgb;
+  const bool isReady = IsReadyForEncoder();
   Picture scaled = Scaled(step, halvesChroma && isReady);
   if (!isReady) ConvertForEncoder(&scaled);
-  Thumbnail thumbnail = {step.size, type_, Encode(&scaled, halvesChroma, quality)};
+  Thumbnail thumbnail = {step.size, type_, Encode(&scaled, halvesChroma)};
   if (target.isCropped || target.part) return thumbnail;
   base_ = std::move(scaled);
   orientation_ = {};
@@ -172,9 +193,23 @@ Thumbnail Cascade::Make(const Step& step, const Target& target, int quality) {
   return thumbnail;
 }
 
+double DeviationOf(const Plane& plane) {
+  std::int64_t sum = 0, sumOfSquares = 0;
+  for (int y = 0; y < plane.Height(); ++y) {
+    for (const std::uint8_t* sample = plane.Row(y); sample != plane.Row(y) + plane.Width(); ++sample) {
+      sum += *sample;
+      sumOfSquares += std::int64_t{*sample} * *sample;
+    }
+  }
+  const double count = static_cast<double>(plane.Width()) * plane.Height();
+  const double mean = static_cast<double>(sum) / count;
+  return std::sqrt(std::max(0.0, static_cast<double>(sumOfSquares) / count - mean * mean));
+}
+
 }  // namespace
 
 const char* MimeTypeOf(Type type) {
+  if (type == Type::kWebp) return "image/webp";
   return type == Type::kPng ? "image/png" : "image/jpeg";
 }
 
@@ -207,6 +242,14 @@ std::vector<std::uint8_t> ReadExif(const std::string& path) {
   }
 }
 
+double ContrastOf(const std::string& path) {
+  const Input input(path);
+  const std::unique_ptr<Decoder> decoder = OpenDecoder(input);
+  const Plan plan = MakePlan(decoder->Head().stored, {}, {{kBoxForContrast}});
+  const Picture picture = decoder->Decode(plan.decodeAtLeast);
+  return DeviationOf(picture.channels.front().plane);
+}
+
 std::vector<Thumbnail> Make(const Source& source, const std::vector<Target>& targets, const Options& options) {
   const Input input(source.path);
   const std::unique_ptr<Decoder> decoder = OpenDecoder(input);
@@ -224,10 +267,10 @@ std::vector<Thumbnail> Make(const Source& source, const std::vector<Target>& tar
   if (picture->isCutOff && options.wholeOnly) throw Declined(Reason::kDamaged, "the picture is cut off");
   if (picture->profile.empty() && source.isAdobeRgb) picture->profile = AdobeRgbProfile();
 
-  Cascade cascade(std::move(*picture), orientation, plan.upright, TypeFor(*FormatOf(input)));
+  Cascade cascade(std::move(*picture), orientation, plan.upright, TypeFor(*FormatOf(input), options), options);
   std::vector<Thumbnail> thumbnails(targets.size());
   for (const Step& step : plan.steps) {
-    thumbnails[step.target] = cascade.Make(step, targets[step.target], options.quality);
+    thumbnails[step.target] = cascade.Make(step, targets[step.target]);
   }
   return thumbnails;
 }

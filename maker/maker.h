@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "maker/declined.h"
+#include "maker/encode/encode.h"
 #include "maker/format.h"
 #include "maker/plan.h"
 
@@ -19,7 +20,8 @@ namespace tavithumb::maker {
 //     made[0].bytes ...                                             // a JPEG within 640 x 640, upright, in sRGB
 //
 // A thumbnail never exceeds its box, is never larger than the source, and has the size that ImageMagick's -thumbnail
-// gives it. It is a PNG if the source is one, else a baseline JPEG; it has no metadata.
+// gives it. It is a PNG if the source is one, else a baseline JPEG, unless the options say otherwise; it has no
+// metadata but the texts of the options.
 //
 // Decoders work on files that anybody may have written: call this only in a process that may crash, run out of memory
 // or be stopped. One thread; nothing is left on disk.
@@ -38,9 +40,11 @@ struct Source {
 };
 
 struct Options {
-  int quality = 80;          // of JPEG, 1 to 100
+  int quality = 80;          // of JPEG and WebP, 1 to 100
   bool usesPreviews = true;  // an embedded preview may stand in for the picture
   bool wholeOnly = false;    // a picture that is cut off, other than a JPEG, is declined (kDamaged)
+  std::optional<Type> type;  // of all thumbnails
+  PngTexts pngTexts;         // of those that are PNGs
 };
 
 struct Thumbnail {
@@ -69,6 +73,10 @@ std::optional<Content> Examine(const std::string& path);
 // The Exif data of a HEIF photo, as a TIFF structure of at most 1 MiB. Empty if there is none, for all other files, and
 // if the file is damaged or can't be read. Throws std::bad_alloc.
 std::vector<std::uint8_t> ReadExif(const std::string& path);
+
+// How much the brightness of a picture varies: the standard deviation of its samples of 0 to 255, seen at a small size.
+// A frame that shows nothing has almost none. Throws like Make().
+double ContrastOf(const std::string& path);
 
 // One thumbnail for each target, in the order of the targets. Throws Declined, std::bad_alloc.
 std::vector<Thumbnail> Make(const Source& source, const std::vector<Target>& targets, const Options& options);

@@ -79,7 +79,7 @@ struct Preview {
 std::optional<std::size_t> ChoosePreview(Size stored, const std::vector<Preview>& previews, Size atLeast,
                                          bool orLargest);
 
-enum class Type { kJpeg, kPng };
+enum class Type { kJpeg, kPng, kWebp };
 
 // The bytes that a thumbnail will have, more or less: from pixels, type and quality; nothing is encoded.
 std::int64_t EstimateBytes(Size size, Type type, int quality);

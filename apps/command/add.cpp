@@ -22,6 +22,8 @@
 #include "thumbs/facts_in_bounds.h"
 #include "thumbs/privacy.h"
 #include "thumbs/reasons.h"
+#include "thumbs/rendering.h"
+#include "thumbs/sizes.h"
 #include "thumbs/store.h"
 #include "thumbs/store_size.h"
 
@@ -29,6 +31,9 @@ namespace tavithumb::apps::command {
 namespace {
 
 using Kind = Problem::Kind;
+
+const Problem notMoved = {Kind::kForbidden, "it could not be moved",
+                          "make its folder writable, and check that the disk has space"};
 
 // A problem, and the name of a pair that it concerns.
 struct Refusal {
@@ -71,12 +76,12 @@ std::optional<Problem> CheckThumbnail(const std::string& thumbnail, const std::s
   return Problem{Kind::kUnsupported, "it is the source itself", "name another file"};
 }
 
-std::optional<Problem> CheckType(const std::string& thumbnail, const std::string& type) {
+std::optional<Problem> CheckType(const std::string& thumbnail, const std::string& type, const char* remedy) {
   const std::optional<Picture> picture = MeasurePicture(thumbnail);
   if (!picture) return UnknownContent();
   if (picture->mimeType == type) return std::nullopt;
   return Problem{Kind::kUnsupported, "it is " + picture->mimeType + ", but thumbnails of its source are " + type,
-                 "convert it, or leave out --check-type"};
+                 remedy};
 }
 
 // A move across volumes would put the file into a folder, or follow a link.
@@ -110,15 +115,16 @@ struct Addition {
   std::string thumbnail;
 };
 
-// Moves the thumbnail and sets `place` to its new path; or returns why not, and leaves the thumbnail in place. Throws
-// like the library if the source can't be read.
+// Moves the thumbnail and sets `place` to its new path, as seen from outside; or returns why not, and leaves the
+// thumbnail in place. Throws like the library if the source can't be read.
 std::optional<Refusal> Store(const Addition& addition, const AddStyle& style, std::string* place) {
   const auto& [names, path, source, thumbnail] = addition;
   Thumb job(source, 0, false);
   job.SetRequest(style.size);
   ReadFactsOnly(&job);
   if (style.checkType) {
-    if (const auto problem = CheckType(thumbnail, job.GetOutputMimeType())) return Refusal{names.second, *problem};
+    if (const auto problem = CheckType(thumbnail, job.GetOutputMimeType(), "convert it, or leave out --check-type"))
+      return Refusal{names.second, *problem};
   }
   *place = NewEntryPath(source, BaseName(job.GetOnlineOutputDest()));
   if (const auto problem = CheckPlace(*place, PathFromOutside(*place, path))) return Refusal{names.first, *problem};
@@ -129,13 +135,44 @@ std::optional<Refusal> Store(const Addition& addition, const AddStyle& style, st
     SetTime(*place, style.mtime, source);
     RestrictToReadersOf(source, *place);
     CountStored(*place);
+    *place = PathFromOutside(*place, path);
     return std::nullopt;
   }
   RemoveHalf(*place, before, thumbnail);
   if (const auto problem = WhyNotStored(source)) return Refusal{names.first, *problem};
-  return Refusal{
-      names.second,
-      {Kind::kForbidden, "it could not be moved", "make its folder writable, and check that the disk has space"}};
+  return Refusal{names.second, notMoved};
+}
+
+// The sizes that have thumbnails of their own.
+std::vector<Request> AllSizes() {
+  std::vector<Request> requests;
+  for (const std::string& size : StoredSizes()) {
+    if (requests.empty() || SideOf(size) != SideOf(requests.back().size.name)) requests.push_back({{size, {0, 0}}});
+  }
+  return requests;
+}
+
+// Makes the thumbnails of all sizes from the given one, which is then removed. Like Store(), with a path on each line.
+std::optional<Refusal> StoreInAllSizes(const Addition& addition, std::string* places) {
+  const auto& [names, path, source, thumbnail] = addition;
+  Thumb picture(thumbnail, 0, false), job(source, Thumb::OPT_BROVIX_EA, false);
+  ReadFactsOnly(&picture);
+  ReadFactsOnly(&job);
+  if (const auto problem = CheckType(thumbnail, job.GetOutputMimeType(), "convert it"))
+    return Refusal{names.second, *problem};
+  const std::optional<std::string> refusal = RenderInChildFrom(
+      thumbnail, source, [&] { return RenderAndStoreFrom(picture.GetInfo(), job.GetInfo(), AllSizes()); });
+  if (refusal) {
+    if (const auto problem = WhyNotStored(source)) return Refusal{names.first, *problem};
+    return Refusal{names.second, *refusal == notStored ? notMoved : UnknownContent()};
+  }
+  for (const Request& request : AllSizes()) {
+    job.SetRequest(request.size.name);
+    CountStored(job.GetOnlineOutputDest());
+    *places += (places->empty() ? "" : "\n") + PathFromOutside(job.GetOnlineOutputDest(), path);
+  }
+  unlink(thumbnail.c_str());
+  return std::nullopt;
 }
 
 std::optional<Refusal> Move(const Addition& addition, const AddStyle& style, std::string* place) {
@@ -144,7 +181,7 @@ std::optional<Refusal> Move(const Addition& addition, const AddStyle& style, std
   if (const auto problem = CheckThumbnail(thumbnail, source)) return Refusal{names.second, *problem};
   const QuietErrors quiet;
   try {
-    return Store(addition, style, place);
+    return style.size.empty() ? StoreInAllSizes(addition, place) : Store(addition, style, place);
   } catch (const std::exception&) {
     return Refusal{names.first, ProblemOfException()};
   }
@@ -159,7 +196,7 @@ bool AddOne(const Pair& names, const AddStyle& style) {
     if (refusal) {
       ReportProblem(refusal->name, refusal->problem);
     } else {
-      WriteOut(PathFromOutside(place, path) + "\n");
+      WriteOut(place + "\n");
     }
     return !refusal;
   });

@@ -8,7 +8,7 @@
 namespace tavithumb::apps::command {
 
 struct AddStyle {
-  std::string size;  // its name
+  std::string size;  // its name; empty for all sizes, made from the thumbnail
   long mtime;        // seconds since the epoch, 0 for the source's
   bool checkType;    // only files of the type that the library makes for the source
 };

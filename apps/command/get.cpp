@@ -153,7 +153,7 @@ std::string Answers::Refuse(const std::string& name, const std::string& path, co
 
 void Answers::GiveForLine(const std::string& line) {
   try {
-    const bool isObject = format_ == GetFormat::kJson && line.front() == '{';
+    const bool isObject = format_ == GetFormat::kJson && line.rfind('{', 0) == 0;
     Give(isObject ? ParseQuery(line, request_) : QueryFor(line, request_));
   } catch (const std::invalid_argument& error) {
     Write(Refuse(line, line, ProblemOf(error)));

@@ -9,6 +9,7 @@
 #include <optional>
 #include <system_error>
 
+#include "command/folder_totals.h"
 #include "command/output.h"
 #include "command/table.h"
 #include "system/descriptors.h"
@@ -126,6 +127,54 @@ std::optional<Problem> Read(const std::string& path, std::vector<Entry>* entries
   return entries->empty() ? CheckSource(path) : std::nullopt;
 }
 
+const Row totalsHeading = {"CONSUMER", "SIZE", "FILES", "STALE", "SOURCE GONE", "DISK", "FOLDER"};
+
+using StoredTotals = std::map<FolderTotals::Names, StoredTotal>;
+
+Row RowOf(const FolderTotals::Names& names, const StoredTotal& total, const std::string& folder) {
+  return {names.first,
+          names.second.empty() ? "-" : names.second,
+          std::to_string(total.files),
+          std::to_string(total.stale),
+          std::to_string(total.gone),
+          ByteText(total.disk),
+          Printable(folder)};
+}
+
+std::string TableOf(const std::string& folder, const StoredTotals& totals) {
+  if (totals.empty()) return Printable(folder) + ": nothing is stored\n";
+  std::vector<Row> rows = {totalsHeading};
+  StoredTotal all;
+  for (const auto& [names, total] : totals) {
+    rows.push_back(RowOf(names, total, folder));
+    all = {all.files + total.files, all.stale + total.stale, all.gone + total.gone, all.disk + total.disk};
+  }
+  rows.push_back(RowOf({"all", ""}, all, folder));
+  return Aligned(rows);
+}
+
+nlohmann::ordered_json JsonOf(const StoredTotals& totals) {
+  nlohmann::ordered_json array = nlohmann::ordered_json::array();
+  for (const auto& [names, total] : totals) {
+    array.push_back({{"consumer", names.first},
+                     {"size", nullptr},
+                     {"files", total.files},
+                     {"stale", total.stale},
+                     {"gone", total.gone},
+                     {"disk", total.disk}});
+    if (!names.second.empty()) array.back()["size"] = names.second;
+  }
+  return array;
+}
+
+// True if all of it could be read.
+bool ListFolder(const std::string& name, bool json) {
+  FolderTotals folder;
+  const StoredTotals totals = folder.StoredFor(name);
+  WriteOut(json ? folder.JsonLineOf(name, JsonOf(totals)) : TableOf(name, totals));
+  return folder.IsComplete();
+}
+
 }  // namespace
 
 bool List(const std::vector<std::string>& sources, bool json) {
@@ -134,6 +183,10 @@ bool List(const std::vector<std::string>& sources, bool json) {
   std::string empty;
   for (const std::string& name : sources) {
     const std::string path = AbsolutePath(name);
+    if (IsFolder(path)) {
+      if (!ListFolder(name, json)) allRead = false;
+      continue;
+    }
     std::vector<Entry> entries;
     const std::optional<Problem> problem = Read(path, &entries);
     if (problem) {

@@ -50,8 +50,8 @@ int main(int argc, char** argv) {
   static_cast<void>(std::signal(SIGPIPE, SIG_IGN));  // a closed pipe is reported as a failed write
   try {
     return RunCommandLine({argv + 1, argv + argc},
-                          {WithPolicy(GetSubcommand()), InfoSubcommand(), WithPolicy(MakeSubcommand()), AddSubcommand(),
-                           ListSubcommand(), CleanSubcommand()});
+                          {WithPolicy(GetSubcommand()), InfoSubcommand(), WithPolicy(MakeSubcommand()),
+                           RenderSubcommand(), AddSubcommand(), ListSubcommand(), CleanSubcommand()});
   } catch (const OutputClosed&) {
     return DieOfClosedOutput();
   } catch (const UsageError& error) {

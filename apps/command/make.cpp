@@ -22,6 +22,8 @@
 #include "system/paths.h"
 #include "system/signals.h"
 #include "system/text.h"
+#include "thumbs/reasons.h"
+#include "thumbs/stills.h"
 
 namespace tavithumb::apps::command {
 namespace {
@@ -38,6 +40,12 @@ std::vector<std::string> FoldersOf(const MakeRequest& request) {
   return folders;
 }
 
+// The filter, without videos if no stills of them can be taken.
+Filter WithoutTool(Filter filter) {
+  filter.takesVideos = filter.takesVideos && IsStillToolInstalled();
+  return filter;
+}
+
 // One run: names go from the walk to the pool, results from there to the summary and to the output.
 class Run {
  public:
@@ -46,8 +54,9 @@ class Run {
         isDryRun_(request.order.isDryRun),
         output_(request.output),
         limit_(request.limit),
+        takesVideos_(request.filter.takesVideos),
         progress_(StandardError(!request.output.isQuiet)),
-        walk_(std::move(request.names), std::move(request.list), std::move(request.filter),
+        walk_(std::move(request.names), std::move(request.list), WithoutTool(std::move(request.filter)),
               [this](const std::string& name, const Problem& problem) {
                 Result result;
                 result.Fail("", problem);
@@ -68,12 +77,14 @@ class Run {
   void ReportDone(const Done& done);
   void Print(const std::string& text);
   void ShowStatus();
+  void ReportSkippedVideos();
   void ReportWhereItStopped();
 
   const std::size_t jobs_;
   const bool isDryRun_;
   const MakeOutput output_;
   const std::optional<std::size_t> limit_;
+  const bool takesVideos_;
   const Signals signals_{SIGINT, SIGTERM, SIGHUP, SIGWINCH};
   ProgressDisplay progress_;
   Summary summary_;
@@ -93,6 +104,7 @@ MakeOutcome Run::Execute() {
   }
   progress_.Clear();
   if (writeError_) std::rethrow_exception(writeError_);
+  ReportSkippedVideos();
   ReportWhereItStopped();
   const bool isInterrupted = pool_.IsInterrupted();
   const RunFacts run = {jobs_, isDryRun_, isInterrupted, walk_.PassedOver()};
@@ -162,6 +174,13 @@ void Run::ShowStatus() {
   const std::size_t done = summary_.Files();
   progress_.Show({done, std::max(walk_.Count(), done + pool_.Running()), !walk_.HasFoundAll(), last_, workDone_,
                   std::max(walk_.ExpectedWork() - workDone_, 0.0)});
+}
+
+// Once, not for each of them.
+void Run::ReportSkippedVideos() {
+  if (!takesVideos_ || !walk_.HasSkippedVideos()) return;
+  const Problem problem = NoStillTool();
+  progress_.Say("videos are left out: " + problem.reason + "; " + problem.remedy + ", or add --no-videos");
 }
 
 void Run::ReportWhereItStopped() {

@@ -18,6 +18,8 @@ class MemoryFile {
   // Of zeros. Writing behind its end fails. Throws std::system_error.
   static MemoryFile OfFixedSize(std::size_t bytes);
 
+  int Descriptor() const { return file_.Number(); }
+
   // Opens it in this process.
   std::string Path() const { return "/proc/self/fd/" + std::to_string(file_.Number()); }
 

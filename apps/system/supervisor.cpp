@@ -88,6 +88,16 @@ bool ReapGroup(pid_t group, int* leaderStatus) {
 
 }  // namespace
 
+void BecomeProgram(const std::vector<std::string>& arguments) {
+  prctl(PR_SET_PDEATHSIG, SIGKILL);  // it is not in the group of its parent, and may ignore SIGTERM
+  std::vector<char*> pointers;
+  pointers.reserve(arguments.size() + 1);
+  for (const std::string& argument : arguments) pointers.push_back(const_cast<char*>(argument.c_str()));
+  pointers.push_back(nullptr);
+  execv(pointers.front(), pointers.data());
+  _exit(127);
+}
+
 // As a subreaper, this process becomes the parent of the processes that a dead leader leaves behind, and can reap them.
 Supervisor::Supervisor(GracePeriods graces) : graces_(graces), childSignals_(WatchChildren()) {
   prctl(PR_GET_CHILD_SUBREAPER, &wasSubreaper_);

@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <functional>
 #include <list>
+#include <string>
 #include <vector>
 
 #include "system/clock.h"
@@ -30,6 +31,10 @@ struct ChildProcess {
   // The child exits with 0 when this returns, and with 1 if this or `prepare` throws.
   std::function<void()> work;
 };
+
+// For the work of a child: the process becomes this program, the arguments of which begin with its absolute path. It
+// keeps the standard descriptors, and is killed when its parent dies. Exits with 127 if it can't be started.
+[[noreturn]] void BecomeProgram(const std::vector<std::string>& arguments);
 
 struct EndedChild {
   pid_t process;

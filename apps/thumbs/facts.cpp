@@ -15,6 +15,7 @@
 #include "thumbs/error_codes.h"
 #include "thumbs/exif_details.h"
 #include "thumbs/facts_in_bounds.h"
+#include "thumbs/film_facts.h"
 #include "thumbs/known_facts.h"
 
 namespace tavithumb::apps {
@@ -85,6 +86,25 @@ nlohmann::ordered_json OrNull(const std::string& text) {
   return text.empty() ? nlohmann::ordered_json() : nlohmann::ordered_json(text);
 }
 
+template <typename Number>
+nlohmann::ordered_json OrNull(Number number) {
+  return number == 0 ? nlohmann::ordered_json() : nlohmann::ordered_json(number);
+}
+
+nlohmann::ordered_json JsonFilm(const Facts& facts) {
+  return {{"width", OrNull(facts.width)}, {"height", OrNull(facts.height)}, {"duration", OrNull(facts.seconds)}};
+}
+
+Facts FactsOfVideo(const std::string& path) {
+  const FilmFacts film = ReadFilmFacts(path);
+  Facts facts;
+  facts.isVideo = true;
+  facts.width = film.width;
+  facts.height = film.height;
+  facts.seconds = film.seconds;
+  return facts;
+}
+
 }  // namespace
 
 std::optional<Picture> MeasurePicture(const std::string& path) {
@@ -112,8 +132,8 @@ std::string CameraOf(const Facts& facts) {
 }
 
 nlohmann::ordered_json JsonFacts(const Facts& facts) {
-  nlohmann::ordered_json object = nlohmann::ordered_json::object();
-  if (facts.isVideo) return object;
+  if (facts.isVideo) return JsonFilm(facts);
+  nlohmann::ordered_json object;
   object["mime_type"] = facts.mimeType;
   object["width"] = facts.width;
   object["height"] = facts.height;
@@ -133,6 +153,7 @@ nlohmann::ordered_json JsonFacts(const Facts& facts) {
 }
 
 Facts ReadFacts(const std::string& path) {
+  if (IsSupportVideo(BaseName(path))) return FactsOfVideo(path);
   ThumbInfo info(path, "original", Thumb::strThumbSizeMap_.at("original"));
   PictureDetails details;
   try {
@@ -143,7 +164,6 @@ Facts ReadFacts(const std::string& path) {
     return FactsByMaker(path, type);
   }
   Facts facts;
-  facts.isVideo = IsSupportVideo(BaseName(path));
   facts.mimeType = SourceMimeType(info);
   facts.width = info.GetWidth();
   facts.height = info.GetHeight();
@@ -156,7 +176,7 @@ Facts ReadFacts(const std::string& path) {
   facts.cameraMake = details.cameraMake;
   facts.cameraModel = details.cameraModel;
   facts.timeTaken = details.timeTaken;
-  if (!facts.isVideo) AddExifDetails(path, &facts);
+  AddExifDetails(path, &facts);
   return facts;
 }
 

@@ -34,6 +34,7 @@ struct Facts {
   std::string lens;
   std::string exposure;
   std::string place;
+  double seconds = 0;  // the length of a video; 0 if not known
 };
 
 // Nothing for "" and for a file that is not a picture.
@@ -45,11 +46,11 @@ nlohmann::ordered_json JsonPicture(const std::optional<Picture>& picture);
 // What is known of the camera, in one line: many models begin with the name of their make.
 std::string CameraOf(const Facts& facts);
 
-// All facts of a photo as an object, null for what is not known; an empty one for a video.
+// All facts of a photo as an object, null for what is not known; of a video, its size in pixels and its length.
 nlohmann::ordered_json JsonFacts(const Facts& facts);
 
-// What the library knows about the file at `path` or, where it knows nothing, the maker. Throws like ReadInBounds(),
-// and SizeNotRead.
+// What the library knows about the photo at `path` or, where it knows nothing, the maker; what the header of a video
+// says. Throws like ReadInBounds(), and SizeNotRead; nothing for a video.
 Facts ReadFacts(const std::string& path);
 
 }  // namespace tavithumb::apps

@@ -21,6 +21,11 @@ bool IsExtensionShownByBrowsers(const std::string& extension) {
   return shown.count(extension) != 0;
 }
 
+bool IsFilm(const std::string& name) {
+  return IsSupportVideo(name) &&
+         !IsSupportExt({"ac3", "amr", "dat", "ifo", "iso", "m4a", "m4b", "m4p", "m4r", "mka", "mks", "swf"}, name);
+}
+
 std::string PlayableVideoType(const std::string& extension) {
   static const std::map<std::string, std::string> types = {
       {"mp4", "video/mp4"},        {"m4v", "video/mp4"},   {"mov", "video/quicktime"},

@@ -19,6 +19,10 @@ bool IsShownByBrowsers(const ThumbInfo& source);
 // The same by the extension alone, in lower case.
 bool IsExtensionShownByBrowsers(const std::string& extension);
 
+// Whether a file is a film by its name: a video by the library's list, without its entries for sound, subtitles and
+// disc images, most of which have no picture.
+bool IsFilm(const std::string& name);
+
 // The type of a video that some browsers play, by its extension in lower case; "" for any other.
 std::string PlayableVideoType(const std::string& extension);
 

@@ -24,6 +24,7 @@
 #include "thumbs/full_disk.h"
 #include "thumbs/kinds.h"
 #include "thumbs/known_facts.h"
+#include "thumbs/stills.h"
 #include "thumbs/store.h"
 
 namespace tavithumb::apps {
@@ -36,6 +37,8 @@ const Problem damaged = {Kind::kDamaged, "it is damaged", "get a fresh copy of i
 
 const Problem diskFull = {Kind::kNoPlace, "the disk is full", "free some space on it"};
 
+const Problem noMemory = {Kind::kNoMemory, "there is not enough memory for it", "try again when more memory is free"};
+
 const Problem couldNotBeConverted = {Kind::kDamaged, "it could not be converted",
                                      "check that it opens in another program and that the disk has space"};
 
@@ -47,6 +50,15 @@ Problem ProblemOfError(int code) {
 
 bool MayDo(const std::string& path, int mode) {
   return faccessat(AT_FDCWD, path.c_str(), mode, AT_EACCESS) == 0;
+}
+
+// It must be a regular file.
+std::optional<Problem> CheckKind(const std::string& path) {
+  struct stat record = {};
+  if (stat(path.c_str(), &record) != 0) return ProblemOfErrno(errno);
+  if (S_ISDIR(record.st_mode)) return Problem{Kind::kMissing, "it is a folder", "name the files in it"};
+  if (S_ISREG(record.st_mode)) return std::nullopt;
+  return Problem{Kind::kMissing, "it is not a regular file", "name a photo or video file"};
 }
 
 // Of the types that are decoded at a smaller size, larger pictures fit into memory. A header that was misread may say
@@ -119,12 +131,42 @@ Problem NotWrittenToStore() {
                   : "make " + StoreFolder() + " writable for this user"};
 }
 
+Problem NoStill(const std::string& path, const Request& request) {
+  if (request.byLibrary) {
+    return {Kind::kMissing, "no screenshot is stored for this video", "store one first, or leave out --library"};
+  }
+  if (!MayDo(path, R_OK)) return permissionDenied;
+  if (!IsStillToolInstalled()) return NoStillTool();
+  return WhyNotStored(path).value_or(
+      Problem{Kind::kDamaged, "no still could be taken of this video", "check that it plays in another program"});
+}
+
 }  // namespace
+
+Problem NoStillTool() {
+  return {Kind::kNoTool, std::string("stills of videos need ") + stillTool + ", which is not installed",
+          std::string("install the package ") + stillTool};
+}
 
 Problem ProblemOfErrno(int error) {
   if (error == ENOENT || error == ENOTDIR) return {Kind::kMissing, "it does not exist", "check its name"};
   if (error == EACCES) return permissionDenied;
   return {Kind::kMissing, "it cannot be accessed: " + std::generic_category().message(error), "check its path"};
+}
+
+Problem NotWritten(int error) {
+  if (error == ENOSPC || error == EDQUOT) return diskFull;
+  if (error == ENOENT) return {Kind::kNoPlace, "its folder does not exist", "create the folder first"};
+  return {Kind::kNoPlace, "it cannot be written: " + std::generic_category().message(error),
+          "write to a folder of your own"};
+}
+
+Problem ProblemOfRefusal(const std::string& refusal) {
+  if (refusal == "unknown type") return UnknownContent();
+  if (refusal == "damaged") return damaged;
+  if (refusal == "too large") return {Kind::kDamaged, "it is too large to be converted", "save a smaller copy of it"};
+  if (refusal == "out of memory") return noMemory;
+  return {Kind::kDamaged, "it could not be converted", "check that it opens in another program"};
 }
 
 Problem NoEntriesOnVolume() {
@@ -136,12 +178,13 @@ Problem FolderAmongThumbs() {
   return {Kind::kNoPlace, "it is a thumbnail folder", "name the folder that holds the photos"};
 }
 
+std::optional<Problem> CheckFile(const std::string& path) {
+  if (std::optional<Problem> problem = CheckKind(path)) return problem;
+  return MayDo(path, R_OK) ? std::nullopt : std::optional<Problem>(permissionDenied);
+}
+
 std::optional<Problem> CheckSource(const std::string& path) {
-  struct stat record = {};
-  if (stat(path.c_str(), &record) != 0) return ProblemOfErrno(errno);
-  if (S_ISDIR(record.st_mode)) return Problem{Kind::kMissing, "it is a folder", "name the files in it"};
-  if (!S_ISREG(record.st_mode))
-    return Problem{Kind::kMissing, "it is not a regular file", "name a photo or video file"};
+  if (std::optional<Problem> problem = CheckKind(path)) return problem;
   const std::string name = BaseName(path);
   if (IsSupportVideo(name)) return std::nullopt;
   if (!IsPhoto(name)) {
@@ -162,7 +205,7 @@ Problem ProblemOfException() {
   } catch (const SizeNotRead& error) {
     return {Kind::kDamaged, error.what(), "check that it opens in another program"};
   } catch (const std::bad_alloc&) {
-    return {Kind::kNoMemory, "there is not enough memory for it", "try again when more memory is free"};
+    return noMemory;
   } catch (const std::exception&) {  // invalid facts, such as an orientation that is not a number
     return damaged;
   }
@@ -193,9 +236,6 @@ std::optional<Problem> WhyNothingIsStored(const std::string& path) {
 }
 
 Problem WhyNoAnswer(const ThumbInfo& source, const Request& request) {
-  if (IsSupportVideo(BaseName(source.GetPath()))) {
-    return {Kind::kMissing, "no screenshot is stored for this video", "store one first; videos are never converted"};
-  }
   if (request.size.name == "original" && (request.options & Thumb::OPT_FALLBACK_SMALLER) == 0) {
     return {Kind::kUnsupported, "a browser cannot show the original",
             "ask for a smaller size, or add --fallback-smaller"};
@@ -203,6 +243,7 @@ Problem WhyNoAnswer(const ThumbInfo& source, const Request& request) {
   if ((request.options & Thumb::OPT_NO_CONVERT) != 0) {
     return {Kind::kMissing, "no thumbnail is stored and --no-convert forbids making one", "leave out --no-convert"};
   }
+  if (IsSupportVideo(BaseName(source.GetPath()))) return NoStill(source.GetPath(), request);
   const ThumbInfo known = KnownFacts(source);
   if (!known.IsGood()) return WhyNoTool().value_or(UnknownContent());
   if (const std::optional<Problem> problem = WhyNotStored(source.GetPath())) return *problem;

@@ -25,11 +25,20 @@ struct Problem {
   std::string remedy;
 };
 
+// Checks `path` whatever its name: it must be a regular file, and readable.
+std::optional<Problem> CheckFile(const std::string& path);
+
 // Checks `path` before the library does: the file must exist, be of a supported type, and be readable.
 std::optional<Problem> CheckSource(const std::string& path);
 
 // The reason for the system's error number `error` on access to a path.
 Problem ProblemOfErrno(int error);
+
+// The reason for the system's error number `error` on writing a file.
+Problem NotWritten(int error);
+
+// The reason for the maker's refusal, which is a word: see rendering.h.
+Problem ProblemOfRefusal(const std::string& refusal);
 
 // Its thumbnail can't be stored: its volume does not support EA entries.
 Problem NoEntriesOnVolume();
@@ -39,6 +48,9 @@ Problem FolderAmongThumbs();
 
 // The reason for the library's exception that is being handled; call it in a catch block.
 Problem ProblemOfException();
+
+// The tool that takes stills of videos is not installed.
+Problem NoStillTool();
 
 // The content is not of a type that the library knows.
 Problem UnknownContent();

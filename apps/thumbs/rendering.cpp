@@ -10,6 +10,7 @@
 #include <array>
 #include <cerrno>
 #include <climits>
+#include <iterator>
 #include <limits>
 #include <new>
 #include <utility>
@@ -18,6 +19,7 @@
 #include "system/descriptors.h"
 #include "system/file_descriptor.h"
 #include "system/file_rules.h"
+#include "system/memory_file.h"
 #include "system/paths.h"
 #include "system/quiet_log.h"
 #include "system/soft_limit.h"
@@ -27,6 +29,7 @@
 #include "thumbs/lookup.h"
 #include "thumbs/privacy.h"
 #include "thumbs/source_lock.h"
+#include "thumbs/stills.h"
 #include "thumbs/store.h"
 
 namespace tavithumb::apps {
@@ -35,6 +38,8 @@ namespace {
 // Enough for the photos of any camera. A picture near the maker's limit of pixels may take more: the tools make its
 // thumbnails.
 constexpr rlim_t mostMemory = rlim_t{768} * 1048576;
+
+constexpr char noStill[] = "no still";
 
 const char* WordFor(maker::Reason reason) {
   switch (reason) {
@@ -56,6 +61,10 @@ const char* WordFor(maker::Reason reason) {
 
 int QuarterTurns(int turns) {
   return (turns % 4 + 4) % 4;
+}
+
+bool IsVideo(const ThumbInfo& source) {
+  return IsSupportVideo(BaseName(source.GetPath()));
 }
 
 // The library turns first and mirrors then; the maker the other way round.
@@ -87,6 +96,34 @@ maker::Source SourceOf(const ThumbInfo& source, const PictureDetails& details, c
   described.isAdobeRgb = details.colourSpace == ColourSpace::ADOBE_RGB;
   described.previews = details.jpegPreviews;
   return described;
+}
+
+// What the maker decodes. Of a video, that is a still of it, which is taken outside of the limits of decoders.
+struct Subject {
+  maker::Source described;
+  std::optional<MemoryFile> still;
+};
+
+// A still has twice the side of the largest box, from which thumbnails are as sharp as from the video. More pixels only
+// take longer.
+std::uint32_t SideOfStill(const std::vector<Request>& requests) {
+  int side = 640;
+  for (const Request& request : requests) {
+    const maker::Size box = BoxOf(request.size);
+    side = std::max({side, box.width, box.height});
+  }
+  return 2 * static_cast<std::uint32_t>(side);
+}
+
+// Nothing if it is a video of which there is no still.
+std::optional<Subject> SubjectOf(const ThumbInfo& source, const PictureDetails& details,
+                                 const std::vector<Request>& requests, Original original = Original::kSource) {
+  Subject subject = {SourceOf(source, details, requests.front(), original), std::nullopt};
+  if (!IsVideo(source)) return subject;
+  subject.still = TakeStill(source.GetPath(), SideOfStill(requests));
+  if (!subject.still) return std::nullopt;
+  subject.described.path = subject.still->Path();
+  return subject;
 }
 
 // A thumbnail that has been made, and where it goes.
@@ -137,12 +174,14 @@ class Unstored {
   std::vector<Made> made_;
 };
 
+maker::Target TargetOf(const Request& request) {
+  return {BoxOf(request.size), (request.options & Thumb::OPT_AVATAR) != 0};
+}
+
 std::vector<maker::Thumbnail> Render(const maker::Source& source, const std::vector<Request>& requests) {
   std::vector<maker::Target> targets;
   targets.reserve(requests.size());
-  for (const Request& request : requests) {
-    targets.push_back({BoxOf(request.size), (request.options & Thumb::OPT_AVATAR) != 0});
-  }
+  std::transform(requests.begin(), requests.end(), std::back_inserter(targets), TargetOf);
   maker::Options options;
   options.quality = requests.front().quality;
   return maker::Make(source, targets, options);
@@ -161,9 +200,10 @@ maker::Size ShownSize(const ThumbInfo& source) {
 
 // A decoder that an attacker has taken over finds no other photos. The thumbnails' folder must exist, if there can be
 // one.
-void KeepToFilesOf(const std::string& source) {
+void KeepToFilesOf(const std::string& source, const std::string& picture) {
   FileRules rules;
   rules.Allow(source, FileRules::Access::kRead);
+  rules.Allow(picture, FileRules::Access::kRead);
   rules.Allow(file::Dirname(NewEntryPath(source, "thumbnail")), FileRules::Access::kStore);
   for (const char* folder : file::TEMPORARY_FOLDERS) rules.Allow(folder, FileRules::Access::kStore);
   rules.AllowSystem();
@@ -198,6 +238,23 @@ std::optional<std::string> WithinLimits(const std::string& source,
   }
 }
 
+// Makes the thumbnails of `source` from `described`, and stores them.
+std::optional<std::string> MakeAndStore(const maker::Source& described, const ThumbInfo& source,
+                                        const std::vector<Request>& requests) {
+  return WithinLimits(source.GetPath(), [&](const struct stat& record) {
+    const std::vector<maker::Thumbnail> thumbnails = Render(described, requests);
+    if (!file::MakeEADir(source.GetPath())) return false;
+    RestrictFoldersToReadersOf(source.GetPath());
+    Unstored unstored;
+    for (std::size_t i = 0; i < requests.size(); ++i) {
+      if (!unstored.Add(source, requests[i], thumbnails[i], record)) return false;
+    }
+    if (!Store(source, unstored.All())) return false;
+    for (const Made& thumbnail : unstored.All()) RestrictToReadersOf(source.GetPath(), thumbnail.destination);
+    return true;
+  });
+}
+
 std::optional<maker::Thumbnail> InMemory(const maker::Source& source, const Request& request) {
   std::optional<maker::Thumbnail> made;
   WithinLimits(source.path, [&](const struct stat&) {
@@ -216,7 +273,7 @@ maker::Size BoxOf(const Size& size) {
 
 bool CanRender(const Request& request, const ThumbInfo& source) {
   return !request.byLibrary && (request.options & Thumb::OPT_NO_CONVERT) == 0 && request.size.name != "original" &&
-         source.IsGood() && source.GetOutputMimeType() != "image/gif" && !IsSupportVideo(source.GetPath());
+         (IsVideo(source) || source.IsGood()) && source.GetOutputMimeType() != "image/gif";
 }
 
 bool CanRenderAndStore(const Request& request, const ThumbInfo& source) {
@@ -245,35 +302,40 @@ std::uint64_t ExpectedBytes(const Request& request, const ThumbInfo& source) {
 
 std::optional<std::string> RenderAndStore(const ThumbInfo& source, const PictureDetails& details,
                                           const std::vector<Request>& requests, Original original) {
-  return WithinLimits(source.GetPath(), [&](const struct stat& record) {
-    const std::vector<maker::Thumbnail> thumbnails =
-        Render(SourceOf(source, details, requests.front(), original), requests);
-    if (!file::MakeEADir(source.GetPath())) return false;
-    RestrictFoldersToReadersOf(source.GetPath());
-    Unstored unstored;
-    for (std::size_t i = 0; i < requests.size(); ++i) {
-      if (!unstored.Add(source, requests[i], thumbnails[i], record)) return false;
-    }
-    if (!Store(source, unstored.All())) return false;
-    for (const Made& thumbnail : unstored.All()) RestrictToReadersOf(source.GetPath(), thumbnail.destination);
-    return true;
-  });
+  const std::optional<Subject> subject = SubjectOf(source, details, requests, original);
+  return subject ? MakeAndStore(subject->described, source, requests) : noStill;
+}
+
+std::optional<std::string> RenderAndStoreFrom(const ThumbInfo& picture, const ThumbInfo& source,
+                                              const std::vector<Request>& requests) {
+  return MakeAndStore(SourceOf(picture, {}, requests.front(), Original::kSource), source, requests);
 }
 
 std::optional<std::string> RenderToFile(const ThumbInfo& source, const PictureDetails& details, const Request& request,
                                         const std::string& path) {
+  const std::optional<Subject> subject = SubjectOf(source, details, {request});
+  if (!subject) return noStill;
   return WithinLimits(source.GetPath(), [&](const struct stat& record) {
-    const std::vector<maker::Thumbnail> thumbnails =
-        Render(SourceOf(source, details, request, Original::kSource), {request});
+    const std::vector<maker::Thumbnail> thumbnails = Render(subject->described, {request});
     if (Write(path, thumbnails.front().bytes, record)) return true;
     unlink(path.c_str());
     return false;
   });
 }
 
+std::optional<std::string> RenderBytes(const ThumbInfo& source, const PictureDetails& details, const Request& request,
+                                       const maker::Options& options, std::vector<std::uint8_t>* bytes) {
+  return WithinLimits(source.GetPath(), [&](const struct stat&) {
+    const maker::Source described = SourceOf(source, details, request, Original::kSource);
+    *bytes = std::move(maker::Make(described, {TargetOf(request)}, options).front().bytes);
+    return true;
+  });
+}
+
 std::optional<maker::Thumbnail> RenderInMemory(const ThumbInfo& source, const PictureDetails& details,
                                                const Request& request) {
-  return InMemory(SourceOf(source, details, request, Original::kSource), request);
+  const std::optional<Subject> subject = SubjectOf(source, details, {request});
+  return subject ? InMemory(subject->described, request) : std::nullopt;
 }
 
 std::optional<maker::Thumbnail> RenderInMemory(const std::string& upright, const Request& request) {
@@ -289,10 +351,15 @@ std::optional<std::string> RenderHere(const std::string& /*source*/, const Rende
 }
 
 std::optional<std::string> RenderInChild(const std::string& source, const Rendering& rendering) {
+  return RenderInChildFrom(source, source, rendering);
+}
+
+std::optional<std::string> RenderInChildFrom(const std::string& picture, const std::string& source,
+                                             const Rendering& rendering) {
   const std::string refusal = RunInDecoderProcess([&] {
     const SourceLock lock(source);
     if (HasPlaceFor(source) && !file::MakeEADir(source)) return std::string(notStored);
-    KeepToFilesOf(source);
+    KeepToFilesOf(source, picture);
     return rendering().value_or("");
   });
   return refusal.empty() ? std::nullopt : std::optional<std::string>(refusal);

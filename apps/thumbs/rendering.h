@@ -16,16 +16,16 @@
 namespace tavithumb::apps {
 
 // The programs' own thumbnails: the maker makes them, the library stores them under its names, and finds them from then
-// on. What the maker declines is left to the library's tools.
+// on. Those of a video are made of a still. What the maker declines is left to the library's tools.
 
 // The box in pixels of a requested size.
 maker::Size BoxOf(const Size& size);
 
-// Whether the maker may be asked: for a thumbnail of a photo with facts. GIFs that are kept animated are left to the
-// library.
+// Whether the maker may be asked: for a thumbnail of a photo with facts, or of a video. GIFs that are kept animated are
+// left to the library.
 bool CanRender(const Request& request, const ThumbInfo& source);
 
-// Whether it can also be stored: next to the photo, or in the store.
+// Whether it can also be stored: next to the source, or in the store.
 bool CanRenderAndStore(const Request& request, const ThumbInfo& source);
 
 // Whether the source is the best answer to the request in `source`: upright, shown by browsers, within the box, and not
@@ -47,9 +47,18 @@ enum class Original { kSource, kStored };
 std::optional<std::string> RenderAndStore(const ThumbInfo& source, const PictureDetails& details,
                                           const std::vector<Request>& requests, Original original);
 
+// Makes the thumbnails of `source` from another picture of it, the facts of which have been read, with the same
+// results.
+std::optional<std::string> RenderAndStoreFrom(const ThumbInfo& picture, const ThumbInfo& source,
+                                              const std::vector<Request>& requests);
+
 // Makes one thumbnail as a new file at `path`, with the same results.
 std::optional<std::string> RenderToFile(const ThumbInfo& source, const PictureDetails& details, const Request& request,
                                         const std::string& path);
+
+// Makes one thumbnail in memory, with these options and the same results.
+std::optional<std::string> RenderBytes(const ThumbInfo& source, const PictureDetails& details, const Request& request,
+                                       const maker::Options& options, std::vector<std::uint8_t>* bytes);
 
 // Makes one thumbnail in memory. Nothing if the maker declines it.
 std::optional<maker::Thumbnail> RenderInMemory(const ThumbInfo& source, const PictureDetails& details,
@@ -67,6 +76,9 @@ std::optional<std::string> RenderHere(const std::string& source, const Rendering
 // Renders in a process of its own, which locks the source, has limits, can access little else, and is stopped after
 // five minutes. Throws std::system_error if there can't be one.
 std::optional<std::string> RenderInChild(const std::string& source, const Rendering& rendering);
+// The same from another picture of the source.
+std::optional<std::string> RenderInChildFrom(const std::string& picture, const std::string& source,
+                                             const Rendering& rendering);
 
 // The beginnings of the names of the files that this process writes for a thumbnail before it stores it.
 std::string TemporaryPrefix(const std::string& entry);

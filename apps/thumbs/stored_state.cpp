@@ -2,10 +2,12 @@
 #include "thumbs/stored_state.h"
 
 #include <sys/stat.h>
+#include <tavithumb/util.h>
 
 #include <optional>
 #include <string>
 
+#include "system/paths.h"
 #include "thumbs/rendering.h"
 
 namespace tavithumb::apps {
@@ -29,9 +31,18 @@ StoredState StateByTheLibrary(const std::string& path, const ThumbInfo& source) 
   return source.IsThumbUptoDate(path) ? StoredState::kGood : StoredState::kStale;
 }
 
+// What another program has stored for a video counts for every size. The library finds a new thumbnail first, which
+// would hide it.
+bool HasScreenshot(const Thumb& job) {
+  const ThumbInfo& source = job.GetInfo();
+  return IsSupportVideo(BaseName(source.GetPath())) &&
+         source.IsThumbUptoDate(file::GetEAPath(source.GetPath(), source.GetCinevoThumbEAName()));
+}
+
 }  // namespace
 
 StoredState StateOfStored(const Request& request, const Thumb& job, const Examine& examine) {
+  if (HasScreenshot(job)) return StoredState::kGood;
   const ThumbInfo& source = job.GetInfo();
   const std::string path = job.GetOnlineOutputDest();
   struct stat stored = {};

@@ -20,9 +20,9 @@ enum class StoredState {
 };
 
 // Whether the thumbnail that would be made for the request of `job`, whose facts have been read, is stored already and
-// may stay. All programs go by this. Where the library's tools make the thumbnails, the library's rule counts: any
-// thumbnail that is not older than its source is good.
-// `examine` reads the header of a thumbnail: maker::Examine(), or FileMemory::Examine().
+// may stay; an up-to-date screenshot of a video is as good. All programs go by this. Where the library's tools make the
+// thumbnails, the library's rule counts: any thumbnail that is not older than its source is good. `examine` reads the
+// header of a thumbnail: maker::Examine(), or FileMemory::Examine().
 using Examine = std::function<std::optional<maker::Content>(const std::string&)>;
 StoredState StateOfStored(const Request& request, const Thumb& job, const Examine& examine = maker::Examine);
 

@@ -16,6 +16,7 @@
 #include "system/text.h"
 #include "thumbs/kinds.h"
 #include "thumbs/reasons.h"
+#include "thumbs/stills.h"
 #include "web/http_error.h"
 #include "web/target.h"
 
@@ -54,7 +55,8 @@ ListedFile ListFile(const std::string& name, const std::string& url, const Found
           file::GetFileExt(name),
           static_cast<std::uint64_t>(found.record.st_size),
           found.record.st_mtime,
-          isVideo && Thumb(found.path, Thumb::OPT_NO_CONVERT, false).SetOutCinevoEA()};
+          (IsFilm(name) && IsStillToolInstalled()) ||
+              (isVideo && Thumb(found.path, Thumb::OPT_NO_CONVERT, false).SetOutCinevoEA())};
 }
 
 // A folder that is listed, and the names that may still be counted in it and those after it.

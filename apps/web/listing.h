@@ -25,7 +25,7 @@ struct ListedFile {
   std::string type;  // by its name: "jpg"
   std::uint64_t bytes;
   std::int64_t modified;  // seconds since the epoch
-  bool hasScreenshot;     // a video for which one is stored
+  bool hasScreenshot;     // a video for which one is stored, or a still can be taken
 
   // Whether a browser may show or play the file itself, going by its name.
   bool HasOriginal() const;

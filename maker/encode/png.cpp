@@ -129,6 +129,13 @@ void AppendChunk(const char* name, const std::vector<std::uint8_t>& content, std
   AppendNumber(libdeflate_crc32(0, file->data() + start, file->size() - start), file);
 }
 
+void AppendText(const std::string& keyword, const std::string& text, std::vector<std::uint8_t>* file) {
+  std::vector<std::uint8_t> content(keyword.begin(), keyword.end());
+  content.push_back(0);
+  content.insert(content.end(), text.begin(), text.end());
+  AppendChunk("tEXt", content, file);
+}
+
 std::vector<std::uint8_t> HeaderOf(const Rows& rows) {
   constexpr std::array<std::uint8_t, 5> kColours = {0, 0, 4, 2, 6};  // by the number of channels
   std::vector<std::uint8_t> header;
@@ -154,10 +161,11 @@ std::vector<std::uint8_t> Compress(const std::vector<std::uint8_t>& bytes) {
 
 }  // namespace
 
-std::vector<std::uint8_t> EncodePng(const Picture& picture) {
+std::vector<std::uint8_t> EncodePng(const Picture& picture, const PngTexts& texts) {
   Rows rows(picture);
   std::vector<std::uint8_t> file = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'};
   AppendChunk("IHDR", HeaderOf(rows), &file);
+  for (const auto& [keyword, text] : texts) AppendText(keyword, text, &file);
   AppendChunk("IDAT", Compress(rows.Filtered()), &file);
   AppendChunk("IEND", {}, &file);
   return file;

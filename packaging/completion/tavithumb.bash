@@ -6,9 +6,10 @@ _tavithumb_options() { # _tavithumb_options SUBCOMMAND
     get) echo -s --size --rotate --avatar --keep-animation --no-convert --fallback-smaller --albumex --no-brovix \
       --accept-heic --quality --library --store --store-all --json --files-from -0 ;;
     info) echo --json ;;
+    render) echo -s --size --rotate --avatar --format --quality --uri ;;
     list) echo --json --store ;;
-    make) echo -s --sizes --jobs --older --limit --exclude --one-file-system --newer-than -n --dry-run --eager --quality --library --store --store-all -q --quiet \
-      -v --verbose --json --files-from -0 ;;
+    make) echo -s --sizes --jobs --older --limit --exclude --one-file-system --newer-than --no-videos -n --dry-run \
+      --eager --quality --library --store --store-all -q --quiet -v --verbose --json --files-from -0 ;;
     add) echo -s --size --check-type --mtime --store --store-all ;;
     clean) echo --exclude --one-file-system --dry-run -n -q --quiet --json --store --keep ;;
   esac
@@ -20,18 +21,19 @@ _tavithumb() {
   local sizes="small medium big large xlarge" offered=""
 
   if [ "$cword" -eq 1 ]; then
-    offered="get info make add list clean -h --help --version"
+    offered="get info make render add list clean -h --help --version"
   else
     case $prev in
       -s | --size | --sizes)
         case ${words[1]} in
-          get) offered="$sizes original" ;;
+          get | render) offered="$sizes original" ;;
           make) local begun=${cur%"${cur##*,}"}; offered="$begun${sizes// / $begun}" ;;
           *) offered=$sizes ;;
         esac
         ;;
       --rotate) offered="0 1 2 3" ;;
-      --jobs | --limit | --mtime | --quality | --keep | --exclude) return ;;
+      --format) offered="jpeg png webp" ;;
+      --jobs | --limit | --mtime | --quality | --keep | --uri | --exclude) return ;;
       --store) _filedir -d; return ;;
       --files-from | --newer-than) _filedir; return ;;
       *)

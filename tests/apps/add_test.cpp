@@ -53,6 +53,36 @@ class Add : public testing::Test {
   const CommandRunner run;
 };
 
+TEST_F(Add, MakesAllSizesOfAVideoFromOnePicture) {
+  const std::string video = folder / "film.mp4", poster = other / "poster.jpg";
+  WriteFile(video, "film");
+  MakeJpeg(poster, 800, 600);
+  SetExif(poster, {{"Exif.Image.Orientation", "6"}});
+  RunTool({"/usr/bin/convert", poster, "-auto-orient", other / "upright.png"});
+  const Outcome outcome = Run({"--size", "all", video, poster});
+  EXPECT_EQ(outcome.code, 0) << outcome;
+  std::string expected;
+  for (const char* letter : {"S", "M", "B", "XL"}) {
+    const std::string entry = EntryOf(video, "TAVIFILE_THUMB_" + std::string(letter) + ".jpg");
+    expected += entry + "\n";
+    EXPECT_LT(Difference(entry, other / "upright.png"), 0.02) << letter;
+    EXPECT_EQ(ModificationTime(entry), ModificationTime(video));
+  }
+  EXPECT_EQ(outcome.out, expected);
+  EXPECT_EQ(Identify(EntryOf(video, "TAVIFILE_THUMB_S.jpg")).width, 90);
+  EXPECT_FALSE(fs::exists(poster));
+  EXPECT_EQ(run({"get", "--size", "big", video}).out, EntryOf(video, "TAVIFILE_THUMB_B.jpg") + "\n");
+}
+
+TEST_F(Add, MakesNoSizesFromWhatIsNoPictureOfTheType) {
+  const std::string video = folder / "film.mp4";
+  WriteFile(video, "film");
+  ExpectRefusal({"--size", "all", video, thumbnail}, thumbnail,
+                "it is image/png, but thumbnails of its source are image/jpeg; convert it");
+  EXPECT_EQ(Run({"--size", "all", "--mtime", "1", video, thumbnail}).code, 2);
+  EXPECT_EQ(Names(EntryOf(video, "")), std::vector<std::string>{});
+}
+
 TEST_F(Add, MovesAThumbnailToWhereGetFindsIt) {
   const Outcome outcome = Run({"--size", "medium", source, thumbnail});
   EXPECT_EQ(outcome.code, 0);

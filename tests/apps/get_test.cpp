@@ -322,14 +322,14 @@ TEST_F(Get, AnswersInOrderAndContinuesAfterAFailure) {
   const std::string missing = folder / "missing.jpg";
   const std::string missingLine = "tavithumb: " + missing + ": it does not exist; check its name\n";
   const std::string videoLine =
-      "tavithumb: " + video + ": no screenshot is stored for this video; store one first; videos are never converted\n";
+      "tavithumb: " + video + ": no screenshot is stored for this video; store one first, or leave out --library\n";
 
-  const Outcome lines = run({"get", png, missing, png, video});
+  const Outcome lines = run({"get", "--library", png, missing, png, video});
   EXPECT_EQ(lines.code, 1);
   EXPECT_EQ(lines.out, png + "\n" + png + "\n");
   EXPECT_EQ(lines.err, missingLine + videoLine);
 
-  const Outcome objects = run({"get", "--json", missing, png, video});
+  const Outcome objects = run({"get", "--library", "--json", missing, png, video});
   EXPECT_EQ(objects.code, 1);
   EXPECT_EQ(objects.err, missingLine + videoLine);
   EXPECT_EQ(ObjectsOf(objects.out),

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // `tavithumb info`: the facts, as a table and as JSON.
 #include <pictures.h>
+#include <sys/stat.h>
+
+#include <cstdint>
 
 #include "command_runner.h"
 
@@ -177,7 +180,12 @@ TEST_F(Info, RecognisesHeicAndReadsItsExifData) {
 
 TEST_F(Info, RecognisesAVideoByItsNameAlone) {
   WriteFile(folder / "clip.MKV", "");
-  EXPECT_EQ(Ask(folder / "clip.MKV"), (json{{"source", folder / "clip.MKV"}, {"kind", "video"}, {"error", nullptr}}));
+  EXPECT_EQ(Ask(folder / "clip.MKV"), (json{{"source", folder / "clip.MKV"},
+                                            {"kind", "video"},
+                                            {"width", nullptr},
+                                            {"height", nullptr},
+                                            {"duration", nullptr},
+                                            {"error", nullptr}}));
 }
 
 TEST_F(Info, PrintsOneAlignedTable) {
@@ -195,13 +203,17 @@ TEST_F(Info, PrintsOneAlignedTable) {
   EXPECT_EQ(outcome.code, 1);
   EXPECT_EQ(outcome.err, "tavithumb: missing.png: it does not exist; check its name\n");
   EXPECT_EQ(outcome.out,
-            "KIND   TYPE        SIZE      ORIENTATION  ROTATION  MIRROR  HEIC  PREVIEW  COLOUR    TAKEN                "
+            "KIND   TYPE        SIZE      LENGTH  ORIENTATION  ROTATION  MIRROR  HEIC  PREVIEW  COLOUR    TAKEN        "
+            "        "
             "CAMERA   FILE\n"
-            "image  image/png   60x40     1            0         no      no    -        -         -                    "
+            "image  image/png   60x40     -       1            0         no      no    -        -         -            "
+            "        "
             "-        a.png\n"
-            "image  image/jpeg  1000x700  7            270       yes     no    60x40    AdobeRGB  2024-05-01T12:30:00  "
+            "image  image/jpeg  1000x700  -       7            270       yes     no    60x40    AdobeRGB  "
+            "2024-05-01T12:30:00  "
             "Acme C1  turned.jpg\n"
-            "video  -           -         -            -         -       -     -        -         -                    "
+            "video  -           -         -       -            -         -       -     -        -         -            "
+            "        "
             "-        clip.mp4\n");
 }
 
@@ -210,6 +222,33 @@ TEST_F(Info, PrintsNoTableWithoutRows) {
   EXPECT_EQ(outcome.code, 1);
   EXPECT_EQ(outcome.out, "");
   EXPECT_EQ(outcome.err, "tavithumb: missing.png: it does not exist; check its name\n");
+}
+
+TEST_F(Info, AddsUpTheFilesOfAFolder) {
+  for (const char* name : {"a.jpg", "b.JPG", "inner/c.heic", "inner/d.mp4", "inner/notes.txt", "README"}) {
+    WriteFile(folder / name, std::string(5000, 'x'));
+  }
+  WriteFile(EntryOf(folder / "a.jpg", kMediumJpeg), "thumbnail");
+  WriteFile(folder / "empty.jpg", "");
+  struct stat record = {};
+  ASSERT_EQ(stat((folder / "a.jpg").c_str(), &record), 0);
+  const auto disk = static_cast<std::uint64_t>(record.st_blocks) * 512;
+  const Outcome outcome = run({"info", "--json", folder.Path()});
+  EXPECT_EQ(outcome.code, 0) << outcome;
+  const auto total = [](const char* kind, const json& type, int files, std::uint64_t bytes) {
+    return json{{"kind", kind}, {"type", type}, {"files", files}, {"disk", bytes}};
+  };
+  EXPECT_EQ(ObjectsOf(outcome.out),
+            (std::vector<json>{{{"source", folder.Path()},
+                                {"totals",
+                                 {total("image", "heic", 1, disk), total("image", "jpg", 3, 2 * disk),
+                                  total("other", nullptr, 2, 2 * disk), total("video", "mp4", 1, disk)}},
+                                {"error", nullptr}}}));
+  const Outcome table = run({"info", folder.Path()});
+  EXPECT_EQ(table.code, 0);
+  EXPECT_EQ(table.out.substr(0, 22), "KIND   TYPE  FILES  DI");
+  EXPECT_NE(table.out.find("\nother  -     2      "), std::string::npos) << table;
+  EXPECT_NE(table.out.find("\nall    -     7      "), std::string::npos) << table;
 }
 
 }  // namespace

@@ -3,6 +3,8 @@
 #include <pictures.h>
 #include <sys/stat.h>
 
+#include <algorithm>
+#include <cstdint>
 #include <filesystem>
 
 #include "command_runner.h"
@@ -167,12 +169,10 @@ TEST_F(List, SkipsAnythingThatIsNotAFile) {
 }
 
 TEST_F(List, RejectsFilesThatCannotHaveThumbnails) {
-  fs::create_directory(folder / "album");
   WriteFile(folder / "notes.txt", "text");
   const std::string longName(100000, 'n');
-  ExpectTable({"missing.jpg", "album", "notes.txt", longName, ""}, "",
+  ExpectTable({"missing.jpg", "notes.txt", longName, ""}, "",
               "tavithumb: missing.jpg: it does not exist; check its name\n"
-              "tavithumb: album: it is a folder; name the files in it\n"
               "tavithumb: notes.txt: it is not a photo or video by its name; give it the right extension, such as .jpg "
               "or .mp4\n"
               "tavithumb: " +
@@ -214,6 +214,89 @@ TEST_F(List, AcceptsNamesWithAnyBytes) {
   EXPECT_TRUE(object.contains("source_hex"));
   EXPECT_EQ(object.at("entries").at(0).at("path"), folder / ".tavi_ea/latin\xef\xbf\xbd.jpg/not\xef\xbf\xbd");
   EXPECT_TRUE(object.at("entries").at(0).contains("path_hex"));
+}
+
+std::uint64_t DiskOf(const std::string& path) {
+  struct stat record = {};
+  return stat(path.c_str(), &record) == 0 ? static_cast<std::uint64_t>(record.st_blocks) * 512 : 0;
+}
+
+json Total(const std::string& consumer, const json& size, int files, int stale, int gone, std::uint64_t disk) {
+  return {{"consumer", consumer}, {"size", size}, {"files", files}, {"stale", stale}, {"gone", gone}, {"disk", disk}};
+}
+
+TEST_F(List, AddsUpWhatIsStoredForAFolder) {
+  for (const char* name : {"a.jpg", "inner/b.jpg", "inner/deep/c.png", "inner/deep/gone.png"})
+    WriteFile(folder / name, "photo");
+  const std::vector<std::pair<std::string, std::string>> entries = {{"a.jpg", "TAVIFILE_THUMB_S.jpg"},
+                                                                    {"inner/b.jpg", "TAVIFILE_THUMB_S.jpg"},
+                                                                    {"inner/deep/c.png", "TAVIFILE_THUMB_S.png"},
+                                                                    {"inner/deep/gone.png", "TAVIFILE_THUMB_S.png"},
+                                                                    {"a.jpg", "TAVIPHOTO_THUMB_B.jpg"},
+                                                                    {"a.jpg", "TAVIFILETMP_THUMB.jpg_1_2"},
+                                                                    {"a.jpg", "TAVIVIDEO_VIDEO_SCREENSHOT.jpg"},
+                                                                    {"a.jpg", "notes"}};
+  for (const auto& [source, entry] : entries) Store(source, entry, std::string(5000, 'x'));
+  SetTimes(Place("inner/b.jpg", "TAVIFILE_THUMB_S.jpg"), 1, 1);
+  fs::remove(folder / "inner/deep/gone.png");
+  fs::create_directory_symlink(folder / "inner", folder / "link");
+  const std::uint64_t disk = DiskOf(Place("a.jpg", "notes"));
+  ASSERT_GT(disk, 0U);
+  const Outcome outcome = run({"list", "--json", "."}, In(folder.Path()));
+  EXPECT_EQ(outcome.code, 0) << outcome;
+  EXPECT_EQ(ObjectsOf(outcome.out),
+            (std::vector<json>{{{"source", folder / "."},
+                                {"totals",
+                                 {Total("Albumex", "big", 1, 0, 0, disk), Total("Brovix", "small", 4, 1, 1, 4 * disk),
+                                  Total("Brovix temporary", nullptr, 1, 0, 0, disk),
+                                  Total("Cinevo", nullptr, 1, 0, 0, disk), Total("other", nullptr, 1, 0, 0, disk)}},
+                                {"error", nullptr}}}));
+  const std::string one = apps::ByteText(disk), four = apps::ByteText(4 * disk), all = apps::ByteText(8 * disk);
+  const std::size_t width = std::max({one.size(), four.size(), all.size()}) + 2;
+  const auto cell = [width](const std::string& text) { return text + std::string(width - text.size(), ' '); };
+  ExpectTable({"."}, "CONSUMER          SIZE   FILES  STALE  SOURCE GONE  " + cell("DISK") + "FOLDER\n" +
+                         "Albumex           big    1      0      0            " + cell(one) + ".\n" +
+                         "Brovix            small  4      1      1            " + cell(four) + ".\n" +
+                         "Brovix temporary  -      1      0      0            " + cell(one) + ".\n" +
+                         "Cinevo            -      1      0      0            " + cell(one) + ".\n" +
+                         "other             -      1      0      0            " + cell(one) + ".\n" +
+                         "all               -      8      1      1            " + cell(all) + ".\n");
+}
+
+TEST_F(List, AddsUpWhatTheStoreHasOfAFolder) {
+  fs::create_directory(folder / "photos");
+  MakePng(folder / "photos/a.png", 900, 600);
+  const std::string store = folder / "store";
+  EXPECT_EQ(run({"make", "--sizes", "small", "--store", store, "--store-all", folder / "photos"}).code, 0);
+  fs::create_directory_symlink(folder / "photos", folder / "link");
+  for (const char* name : {"photos", "link", ""}) {
+    const Outcome outcome = run({"list", "--json", "--store", store, folder / name});
+    const std::vector<json> objects = ObjectsOf(outcome.out);
+    ASSERT_EQ(objects.size(), 1U) << outcome;
+    ASSERT_EQ(objects[0]["totals"].size(), 1U) << name;
+    EXPECT_EQ(objects[0]["totals"][0]["files"], 1) << name;
+    EXPECT_EQ(objects[0]["totals"][0]["gone"], 0) << name;
+  }
+}
+
+TEST_F(List, SaysThatNothingIsStoredForAFolder) {
+  fs::create_directory(folder / "empty\nfolder");
+  ExpectTable({folder / "empty\nfolder"}, folder / "empty\\nfolder: nothing is stored\n");
+}
+
+TEST_F(List, ReportsAFolderThatCannotBeRead) {
+  if (const std::string why = CommandRunner::WhyNotAs(kNobody); !why.empty()) GTEST_SKIP() << why;
+  chmod(folder.Path().c_str(), 0755);
+  fs::create_directory(folder / "closed");
+  chmod((folder / "closed").c_str(), 0700);
+  for (const char* subcommand : {"list", "info"}) {
+    const Outcome outcome = run({subcommand, "--json", folder.Path()}, As(kNobody));
+    EXPECT_EQ(outcome.code, 1);
+    EXPECT_NE(outcome.err.find(folder / "closed: permission denied; ask its owner for read permission\n"),
+              std::string::npos)
+        << outcome;
+    EXPECT_EQ(ObjectsOf(outcome.out)[0]["error"], "some folders could not be read");
+  }
 }
 
 }  // namespace

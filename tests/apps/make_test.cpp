@@ -153,7 +153,7 @@ TEST_F(Make, ProcessesThePhotosInFoldersAndSkipsTheRest) {
   fs::create_directory_symlink(folder / "else", folder / "top/linked");
   fs::create_directory_symlink(folder / "else", folder / "top/linked.png");
   ASSERT_EQ(mkfifo((folder / "top/pipe.png").c_str(), 0600), 0);
-  ExpectSources({folder / "top"},
+  ExpectSources({folder / "top", "--no-videos"},
                 {folder / "top/a.PNG", folder / "top/.b.png", folder / "top/sub/c.png", folder / "top/link.png",
                  folder / "top/dangling.png", folder / "top/sub/.hidden/d.png"});
   ExpectSources({folder / "top/linked"}, {folder / "top/linked/e.png"});
@@ -193,11 +193,13 @@ TEST_F(Make, SaysWhyAFileGivenByNameFails) {
   EXPECT_EQ(WithoutTime(run({"make", "empty"}, In(folder.Path())).out), Table({"0", "0", "0", "0", "0", "0"}));
 }
 
-TEST_F(Make, NeedsNothingForAVideo) {
+TEST_F(Make, FindsTheScreenshotOfAVideoForEverySize) {
   WriteFile(folder / "clip.mp4", "");
+  fs::create_directories(fs::path(EntryOf(folder / "clip.mp4", "")));
+  WriteFile(EntryOf(folder / "clip.mp4", "TAVIVIDEO_VIDEO_SCREENSHOT.jpg"), "screenshot");
   const Outcome outcome = run({"make", "--sizes", "small,big", "--json", folder / "clip.mp4"});
   EXPECT_EQ(outcome.code, 0);
-  EXPECT_EQ(BySource(outcome.out).at(folder / "clip.mp4"), Object(folder / "clip.mp4", {}, {}, {"small", "big"}));
+  EXPECT_EQ(BySource(outcome.out).at(folder / "clip.mp4"), Object(folder / "clip.mp4", {}, {"small", "big"}));
 }
 
 TEST_F(Make, ReadsNamesFromAFileOrStandardInput) {

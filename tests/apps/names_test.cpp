@@ -145,10 +145,11 @@ TEST_F(NamesOfAnyBytes, ArePrintableInTheTable) {
   Copy("new\nline.png");
   const Outcome outcome = run({"info", "new\nline.png"}, In(folder.Path()));
   EXPECT_EQ(outcome.code, 0);
-  EXPECT_EQ(outcome.out,
-            "KIND   TYPE       SIZE     ORIENTATION  ROTATION  MIRROR  HEIC  PREVIEW  COLOUR  TAKEN  CAMERA  FILE\n"
-            "image  image/png  400x300  1            0         no      no    -        -       -      -       "
-            "new\\nline.png\n");
+  EXPECT_EQ(
+      outcome.out,
+      "KIND   TYPE       SIZE     LENGTH  ORIENTATION  ROTATION  MIRROR  HEIC  PREVIEW  COLOUR  TAKEN  CAMERA  FILE\n"
+      "image  image/png  400x300  -       1            0         no      no    -        -       -      -       "
+      "new\\nline.png\n");
 }
 
 TEST_F(NamesOfAnyBytes, AreRejectedPlainlyIfImageMagickReadsThemAsAPattern) {

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // Why a file has no answer: one line with its name, the reason and the remedy.
+#include <films.h>
 #include <pictures.h>
 #include <sys/stat.h>
 
@@ -99,11 +100,20 @@ TEST_F(Reasons, UnknownContent) {
   }
 }
 
+TEST_F(Reasons, NoStillOfAVideo) {
+  if (!HasFilmTools()) GTEST_SKIP() << "needs ffmpegthumbnailer";
+  WriteFile(folder / "clip.mp4", "no real video");
+  for (const char* size : {"--size=medium", "--size=10x10", "--avatar"}) {
+    ExpectNoAnswer({"get", size}, folder / "clip.mp4", "no still could be taken of this video",
+                   "check that it plays in another program");
+  }
+}
+
 TEST_F(Reasons, NoScreenshotOfAVideo) {
   WriteFile(folder / "clip.mp4", "no real video");
-  for (const char* size : {"--size=medium", "--size=10x10", "--size=original"}) {
-    ExpectNoAnswer({"get", size}, folder / "clip.mp4", "no screenshot is stored for this video",
-                   "store one first; videos are never converted");
+  for (const char* size : {"--size=medium", "--size=10x10"}) {
+    ExpectNoAnswer({"get", "--library", size}, folder / "clip.mp4", "no screenshot is stored for this video",
+                   "store one first, or leave out --library");
   }
 }
 

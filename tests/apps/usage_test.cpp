@@ -81,8 +81,8 @@ struct Help {
 TEST(Usage, IsExplainedByHelp) {
   const std::vector<Help> rows = {
       {{"--help"},
-       {"Usage: tavithumb [OPTIONS] SUBCOMMAND\n", "get ", "info ", "make ", "add ", "list ", "clean ", "--version",
-        "Exit codes:", "2    bad usage"}},
+       {"Usage: tavithumb [OPTIONS] SUBCOMMAND\n", "get ", "info ", "make ", "render ", "add ", "list ", "clean ",
+        "--version", "Exit codes:", "2    bad usage"}},
       {{"get", "--help"},
        {"Usage: tavithumb get [OPTIONS] [FILE...]\n",
         "--size SIZE",
@@ -114,6 +114,9 @@ TEST(Usage, IsExplainedByHelp) {
         "--json", "--files-from FILE", "-0 ", "Examples:", "Exit codes: 0 ", "130 interrupted"}},
       {{"info", "--help"},
        {"Usage: tavithumb info [OPTIONS] FILE...\n", "--json", "orientation (1 to 8", "Examples:", "Exit codes: 0 "}},
+      {{"render", "--help"},
+       {"Usage: tavithumb render [OPTIONS] FILE OUT\n", "-s,--size SIZE", "--rotate QUARTERS", "--avatar",
+        "--format FORMAT", "--quality N", "--uri URI", "Examples:", "Exit codes: 0 "}},
       {{"add", "--help"},
        {"Usage: tavithumb add [OPTIONS] SOURCE THUMBNAIL [SOURCE THUMBNAIL...]\n", "--size NAME", "--check-type",
         "--mtime SECONDS", "Examples:", "Exit codes: 0 "}},
@@ -150,7 +153,7 @@ std::vector<std::pair<std::string, std::string>> Helps() {
 }
 
 TEST(Usage, IsExplainedWordForWordAsInTheFile) {
-  ASSERT_EQ(Helps().size(), 7u);
+  ASSERT_EQ(Helps().size(), 8u);
   for (const auto& [call, text] : Helps()) {
     std::istringstream words(call);
     const Outcome outcome = CommandRunner()({std::istream_iterator<std::string>(words), {}});

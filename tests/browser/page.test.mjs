@@ -197,14 +197,14 @@ for (const width of [1280, 390]) {
 
 // ---- What cannot be shown
 
-test('a damaged picture and a video without a screenshot have placeholders; the latter is not requested', async (t) => {
+test('a damaged picture and a video without a picture have placeholders; the latter is not requested', async (t) => {
   const page = await visitGrid(t, '#/odd%20ones');
-  assert.deepEqual(page.asked.filter((url) => url.includes('unseen')), []);
+  assert.deepEqual(page.asked.filter((url) => url.includes('unseen') && !url.endsWith('?facts=1')), []);
   await tile(page, 'damaged.jpg').getByText('Cannot be shown').waitFor();
   await loaded(tile(page, 'another.jpg').locator('img'));
   assert.deepEqual(await page.locator('.tile').allInnerTexts(),
-    ['another.jpg', 'Cannot be shown\ndamaged.jpg', 'Video\nunseen.mp4']);
-  await tile(page, 'unseen.mp4').click();
+    ['another.jpg', 'Cannot be shown\ndamaged.jpg', 'Video\nunseen.iso']);
+  await tile(page, 'unseen.iso').click();
   await page.locator('#stage').getByText('Video').waitFor();
   const damaged = '422 thumb/odd%20ones/damaged.jpg?size=medium';
   assert.deepEqual(page.troubles, [damaged, damaged]);  // the second tells why
@@ -443,7 +443,7 @@ test('without JavaScript, a picture that cannot be shown says so', async (t) => 
   });
   await page.waitForLoadState('networkidle');
   assert.deepEqual(await saying('damaged.jpg'), [false, '"Cannot be shown"']);
-  assert.equal(await saying('unseen.mp4'), 'Video\nunseen.mp4');
+  assert.equal(await saying('unseen.iso'), 'Video\nunseen.iso');
   await page.screenshot({path: join(artifacts, 'list.png')});
 });
 
@@ -688,6 +688,21 @@ async function recordFilm(page) {
   return Buffer.from(bytes);
 }
 
+test('a video has a mark with its length', async (t) => {
+  const folder = join(pictures, 'lengths');
+  mkdirSync(folder);
+  t.after(() => rmSync(folder, {recursive: true}));
+  const header = Buffer.alloc(116);  // a box moov with a box mvhd: 83,000 thousandths of a second
+  header.writeUInt32BE(116, 0), header.write('moov', 4), header.writeUInt32BE(108, 8), header.write('mvhd', 12);
+  header.writeUInt32BE(1000, 28), header.writeUInt32BE(83000, 32);
+  writeFileSync(join(folder, 'known.iso'), header);
+  writeFileSync(join(folder, 'unknown.iso'), '');
+  const page = await visitGrid(t, '#/lengths');
+  await page.waitForFunction(() => document.querySelectorAll('.film[data-length]').length === 2);
+  assert.deepEqual(await page.locator('.film').evaluateAll((films) => films.map((film) => film.dataset.length)), ['1:23', '']);
+  await page.screenshot({path: join(artifacts, 'films.png')});
+});
+
 test('a video that the browser can play plays in the viewer', async (t) => {
   const folder = join(pictures, 'films');
   const page = await newPage(t);
@@ -709,7 +724,7 @@ test('the viewer tells what is known of a photo, and nothing else', async (t) =>
     all.map((name) => [name.textContent, name.nextElementSibling.textContent])));
   const button = page.getByRole('button', {name: 'Information'});
   assert.deepEqual([await page.locator('#facts').isVisible(), await button.getAttribute('aria-expanded')], [false, 'false']);
-  assert.deepEqual(page.asked.filter((url) => url.includes('facts=1')), []);
+  assert.deepEqual(page.asked.filter((url) => url.includes('turned.jpg?facts=1')), []);
   await button.click();
   await page.getByText('pixels').waitFor();
   const {Changed, File, ...others} = await rows();

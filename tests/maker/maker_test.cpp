@@ -147,6 +147,51 @@ TEST_F(Making, ShowsEveryKindOfPicture) {
   }
 }
 
+TEST_F(Making, WritesTheTypeThatIsAskedFor) {
+  test::MakePng(folder_ / "scene.png", 801, 533);
+  const std::vector<std::pair<const char*, std::vector<std::string>>> sources = {{"photo.jpg", {}},
+                                                                                 {"gray.jpg", {"-colorspace", "Gray"}},
+                                                                                 {"ink.jpg", {"-colorspace", "CMYK"}},
+                                                                                 {"rgb.png", {}},
+                                                                                 {"one.gif", {}}};
+  const std::vector<std::pair<Type, std::string>> types = {
+      {Type::kJpeg, "JPEG"}, {Type::kPng, "PNG"}, {Type::kWebp, "WEBP"}};
+  for (const auto& [name, arguments] : sources) {
+    std::vector<std::string> all = {folder_ / "scene.png"};
+    all.insert(all.end(), arguments.begin(), arguments.end());
+    all.push_back(folder_ / name);
+    Convert(all);
+    for (const auto& [type, format] : types) {
+      Options options;
+      options.type = type;
+      for (const Thumbnail& made : Make(SourceAt(folder_ / name), {{{360, 360}}, {{120, 120}}}, options)) {
+        EXPECT_EQ(made.type, type) << name;
+        const std::string box = std::to_string(made.size.width) + "x" + std::to_string(made.size.height);
+        EXPECT_LT(DifferenceFrom(made, folder_ / name, {"-colorspace", "sRGB", "-thumbnail", box}), 0.02)
+            << name << " as " << format << " " << box;
+        EXPECT_EQ(test::Identify(Keep("made", made)).format, format) << name;
+      }
+    }
+  }
+}
+
+TEST_F(Making, KeepsAlphaInTypesThatHaveIt) {
+  Convert({"-size", "200x100", "gradient:#ff0000ff-#0000ff00", folder_ / "fading.png"});
+  for (const Type type : {Type::kPng, Type::kWebp}) {
+    Options options;
+    options.type = type;
+    const Thumbnail made = Make(SourceAt(folder_ / "fading.png"), {{{100, 100}}}, options).front();
+    const std::string average = test::RunTool(
+        {"/usr/bin/convert", Keep("made", made), "-alpha", "extract", "-format", "%[fx:round(100*mean)]", "info:"});
+    EXPECT_EQ(average, "50") << MimeTypeOf(type);
+  }
+  Options options;
+  options.type = Type::kJpeg;
+  const Thumbnail flat = Make(SourceAt(folder_ / "fading.png"), {{{100, 100}}}, options).front();
+  EXPECT_LT(DifferenceFrom(flat, folder_ / "fading.png", {"-background", "white", "-flatten", "-thumbnail", "100x50"}),
+            0.02);
+}
+
 TEST_F(Making, TurnsPicturesUprightAndThenAsTheUserWants) {
   test::MakePng(folder_ / "upright.png", 301, 200);
   struct Row {
@@ -404,6 +449,20 @@ TEST_F(Making, DeclinesWhatItCannotShow) {
   EXPECT_EQ(reason("moving.gif"), Reason::kAnimation);
   EXPECT_EQ(reason("cut.jpg"), Reason::kDamaged);
   EXPECT_EQ(reason("missing.jpg"), Reason::kUnreadable);
+}
+
+TEST(Contrast, IsLowForPlainPicturesAndNoiseAndHighForOthers) {
+  const TempDir folder;
+  Convert({"-size", "320x200", "xc:black", folder / "black.jpg"});
+  Convert({"-size", "320x200", "xc:#80c0ff", folder / "plain.png"});
+  Convert({"-size", "640x400", "xc:#101010", "-seed", "1", "+noise", "Gaussian", "-evaluate", "multiply", "0.3",
+           folder / "noise.jpg"});
+  test::MakeJpeg(folder / "scene.jpg", 640, 480);
+  EXPECT_EQ(ContrastOf(folder / "black.jpg"), 0);
+  EXPECT_EQ(ContrastOf(folder / "plain.png"), 0);
+  EXPECT_LT(ContrastOf(folder / "noise.jpg"), 5);
+  EXPECT_GT(ContrastOf(folder / "scene.jpg"), 20);
+  EXPECT_THROW(ContrastOf(folder / "missing.jpg"), Declined);
 }
 
 }  // namespace

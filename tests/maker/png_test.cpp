@@ -444,5 +444,18 @@ TEST(PngEncoder, CompressesSlopesWell) {
   EXPECT_LT(EncodePng(picture).size(), 5000U);
 }
 
+TEST(PngEncoder, WritesTextsBeforeThePixels) {
+  const PngRecipe recipe;
+  const Picture picture = Decode(OpenPng, WritePng(recipe));
+  const File plain = EncodePng(picture);
+  const File file = EncodePng(picture, {{"Thumb::URI", "file:///a%20b"}, {"Empty", ""}});
+  const std::string bytes(file.begin(), file.end());
+  const std::string first("\0\0\0\x18tEXtThumb::URI\0file:///a%20b", 32), second("\0\0\0\x06tEXtEmpty\0", 14);
+  EXPECT_EQ(bytes.find(first), 33U) << "behind the header";
+  EXPECT_EQ(bytes.find(second), 33U + first.size() + 4);
+  EXPECT_EQ(file.size(), plain.size() + first.size() + second.size() + 8);
+  EXPECT_EQ(DecodeWithLibpng(file), DecodeWithLibpng(plain));
+}
+
 }  // namespace
 }  // namespace tavithumb::maker

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "decoding.h"
+#include "maker/encode/encode.h"
 #include "temp_dir.h"
 
 namespace tavithumb::maker {
@@ -240,6 +241,49 @@ TEST(WebpDecoder, DecodesSampleFilesLikeImageMagick) {
     if (!test::Exists(path)) continue;
     const Picture picture = Decode(OpenWebp, test::ReadSample(path), {10000, 10000});
     EXPECT_EQ(test::LargestDifference(test::RgbaOf(picture), test::ReferenceRgba(path)), 0) << name;
+  }
+}
+
+TEST(WebpEncoder, KeepsColoursNearlyAndAlphaExactly) {
+  for (const bool hasAlpha : {false, true}) {
+    const Picture picture = Decode(OpenWebp, WriteLossless({200, 100}, hasAlpha), test::kWhole);
+    const Picture again = Decode(OpenWebp, EncodeWebp(picture, 95), test::kWhole);
+    ASSERT_EQ(again.hasAlpha, hasAlpha);
+    EXPECT_LT(test::LargestDifference(test::RgbaOf(again), test::RgbaOf(picture)), 16);
+    for (int y = 0; hasAlpha && y < 100; ++y) {
+      EXPECT_EQ(PixelAt(again, 50, y).back(), PixelAt(picture, 50, y).back()) << y;
+    }
+  }
+}
+
+TEST(WebpEncoder, TakesGrayPictures) {
+  for (const bool hasAlpha : {false, true}) {
+    Picture picture = Decode(OpenWebp, WriteLossless({200, 100}, hasAlpha), test::kWhole);
+    const Picture colour = Decode(OpenWebp, WriteLossless({200, 100}, hasAlpha), test::kWhole);
+    picture.model = Model::kGray;
+    picture.channels.erase(picture.channels.begin() + 1, picture.channels.begin() + 3);
+    const Picture again = Decode(OpenWebp, EncodeWebp(picture, 95), test::kWhole);
+    ASSERT_EQ(again.hasAlpha, hasAlpha);
+    EXPECT_LT(test::LargestDifference(test::RgbaOf(again), test::RgbaOf(picture)), 8);
+  }
+}
+
+TEST(WebpEncoder, TakesFewerBytesForALowerQuality) {
+  const Picture picture = Decode(OpenWebp, WriteLossless({200, 100}, false), test::kWhole);
+  EXPECT_LT(EncodeWebp(picture, 20).size(), EncodeWebp(picture, 95).size());
+}
+
+TEST(WebpEncoder, DeclinesSidesThatWebpDoesNotAllow) {
+  for (const Size size : {Size{16384, 1}, Size{1, 16384}}) {
+    Picture picture;
+    picture.model = Model::kGray;
+    picture.channels.push_back({Plane(size), static_cast<double>(size.width), static_cast<double>(size.height)});
+    try {
+      EncodeWebp(picture, 80);
+      ADD_FAILURE() << size.width;
+    } catch (const Declined& declined) {
+      EXPECT_EQ(declined.Why(), Reason::kTooLarge);
+    }
   }
 }
 

@@ -30,7 +30,7 @@ fi
 
 # --- The clean systems ------------------------------------------------------------------------------------------------
 
-names=(libtavithumb-dev libtavithumb-platform1 libtavithumb1 tavithumb tavithumb-convert tavithumb-web)
+names=(libtavithumb-dev libtavithumb-platform1 libtavithumb1 tavithumb tavithumb-convert tavithumb-thumbnailer tavithumb-web)
 version=$(dpkg-parsechangelog -S Version)
 work=$(mktemp -d)
 mkdir -p build
@@ -44,6 +44,13 @@ mkdir "$root"
 inside() {
   unshare --mount --pid --fork --kill-child --mount-proc="$root/proc" chroot "$root" env -i \
     PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LC_ALL=C.UTF-8 DEBIAN_FRONTEND=noninteractive "$@" </dev/null
+}
+# The same for sandboxes, which need the system's root to be this one's root too. What it leaves in /tmp is gone.
+inside_whole() {
+  local enter='mount --bind "$0" "$0" && cd "$0" && pivot_root . mnt && mount -t proc proc /proc && umount -l /mnt &&
+    mount -t tmpfs tmpfs /tmp && exec env -i "$@"'
+  unshare --mount --pid --fork --kill-child bash -c "$enter" "$root" \
+    PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/tmp LC_ALL=C.UTF-8 "$@" </dev/null
 }
 apt() { inside apt-get -qq -y --no-install-recommends "$@"; }
 
@@ -59,14 +66,16 @@ make_system() {
   apt update
 }
 
-# The dependencies of the packages, and what consumers are built with.
+# The dependencies of the packages, what consumers are built with, and two programs that file managers have thumbnails made
+# by, with Python to call them.
 install_dependencies() {
   local name wanted
   mkdir "$root/packages"
   for name in "${names[@]}"; do cp "$packages/${name}"_*.deb "$root/packages/$name.deb" || return; done
   wanted=$(for name in "${names[@]}"; do dpkg-deb -f "$root/packages/$name.deb" Depends; done |
     sed 's/, /\n/g' | grep -v tavithumb | sort -u | paste -sd ,)
-  apt satisfy "$wanted, g++, cmake, ninja-build, pkg-config"
+  apt satisfy "$wanted, g++, cmake, ninja-build, pkg-config, bubblewrap, dbus, gir1.2-gdkpixbuf-2.0, \
+gir1.2-gnomedesktop-3.0, python3-gi, shared-mime-info, tumbler"
 }
 
 # Photos of three kinds, and a camera raw file that only dcraw might read.
@@ -189,6 +198,17 @@ socket_is_set_up() {
     "$(readlink "$root/etc/systemd/system/sockets.target.wants/tavithumb-web.socket")"
 }
 
+# file_manager_works PROGRAM...   it has thumbnails made of what only our entry takes, of a user's own photos
+file_manager_works() {
+  local odd="/srv/a b%ü'.heic" made
+  cp tests/packaging/file_managers.py "$root/srv" && cp "$root/srv/photos/photo.heic" "$root$odd" || return
+  made=$(inside_whole dbus-run-session -- python3 /srv/file_managers.py "$1" /srv/photos/photo.heic "$odd" \
+    2>"$work/errors")
+  rm "$root/srv/file_managers.py" "$root$odd"
+  same "/srv/photos/photo.heic image/heif 256x171
+$odd image/heif 256x171" "$made" || { cat "$work/errors"; return 1; }
+}
+
 # consumer_works KIND STANDARD   a thumbnail is made by the consumer of a few lines, built with KIND
 consumer_works() {
   rm -rf "$root/tmp/built" "$root/srv/photos/.tavi_ea/picture.png"
@@ -277,6 +297,8 @@ check "the command makes thumbnails of JPEG, PNG and HEIC" command_works
 check "a tool that is not installed is named" missing_tool_is_named
 check "the web program answers as its own user" web_program_works
 check "the web program's socket is set up" socket_is_set_up
+check "GNOME's file managers have thumbnails made, in their sandbox" file_manager_works gnome
+check "Xfce's service has thumbnails made" file_manager_works tumbler
 check "the library runs the converter while it is installed" converter_works
 for standard in 17 20; do
   check "a consumer built with find_package as C++$standard makes a thumbnail" consumer_works cmake $standard

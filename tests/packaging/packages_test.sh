@@ -8,7 +8,6 @@ cd "$(dirname "$(readlink -f "$0")")/../.."
 . tests/packaging/checks.sh
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-architecture=$(dpkg --print-architecture)
 version=$(dpkg-parsechangelog -S Version)
 multiarch=$(dpkg-architecture -q DEB_HOST_MULTIARCH)
 
@@ -16,7 +15,7 @@ lintian_is_content() { lintian --fail-on error,warning "$packages"/*.changes; }
 
 # Mode and name of each file, where a link leads, and its owner when that is not root.
 files_of() {
-  dpkg-deb --fsys-tarfile "$packages/$1"_*_"$architecture.deb" | tar -tv | grep -v '^d' |
+  dpkg-deb --fsys-tarfile "$packages/$1"_*.deb | tar -tv | grep -v '^d' |
     awk '{ print $1, substr($6, 2), $7, $8, $2 }' | sed "s#/$multiarch/#/MULTIARCH/#; s# *root/root\$##" |
     LC_ALL=C sort -k 2
 }
@@ -33,7 +32,7 @@ line_names_the_repository() { diff <(echo "deb [trusted=yes] file:$work/once%20a
 # Lines of "package field: content", without the system's libraries, whose versions the build finds.
 field() {
   local content
-  content=$(dpkg-deb -f "$packages/$1"_*_"$architecture.deb" "$2" | sed 's/, /\n/g' |
+  content=$(dpkg-deb -f "$packages/$1"_*.deb "$2" | sed 's/, /\n/g' |
     grep -vE '^lib(c6|exiv2-27|gcc-s1|heif1|stdc\+\+6|systemd0|unistring2)( |$)' | paste -sd , | sed 's/,/, /g')
   echo "$1 $2:${content:+ $content}"
 }
@@ -58,8 +57,12 @@ libtavithumb-platform1 Provides: libtavithumb-platform-1
 libtavithumb-platform1 Conflicts: libtavithumb-platform-1
 libtavithumb-platform1 Replaces: libtavithumb-platform-1
 tavithumb Depends: systemd | systemd-standalone-sysusers | systemd-sysusers, $codecs
+tavithumb Recommends: ffmpegthumbnailer
+tavithumb Suggests: ffmpeg
 tavithumb-convert Depends: imagemagick, $codecs_to_r, $codecs_from_t
 tavithumb-convert Enhances: libtavithumb1
+tavithumb-thumbnailer Depends: tavithumb (>= $version)
+tavithumb-thumbnailer Enhances: caja, nautilus, nemo, thunar
 tavithumb-web Depends: tavithumb (= $version), $codecs
 tavithumb-web Recommends: nginx | lighttpd"
 check "the index is the same elsewhere" index_is_the_same_elsewhere

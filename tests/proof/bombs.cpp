@@ -76,6 +76,14 @@ std::string FlawOfCommand(const Run& run) {
   return answered || refused ? "" : "the command ended with " + std::to_string(run.code) + ": " + run.out + run.err;
 }
 
+// "" if it has written a picture and nothing else, or has printed one line with the reason.
+std::string FlawOfRendering(const Run& run, const std::string& out) {
+  const bool answered = run.code == 0 && run.out.empty() && run.err.empty() && test::Exists(out);
+  const bool refused = run.code == 1 && run.out.empty() && std::count(run.err.begin(), run.err.end(), '\n') == 1 &&
+                       run.err.rfind("tavithumb: ", 0) == 0 && !test::Exists(out);
+  return answered || refused ? "" : "render ended with " + std::to_string(run.code) + ": " + run.out + run.err;
+}
+
 // It reports that the file failed, or makes its thumbnails, within the limits of one file.
 std::string FlawOfBatch(const Run& run) {
   if (run.code != 0 && run.code != 1) return "make ended with " + std::to_string(run.code) + ": " + run.err;
@@ -129,15 +137,17 @@ class Proof {
     fs::remove_all(folder / ".tavi_ea");
     const Run byLibrary = RunCommand({"get", "--size", "small", "--library", source});
     fs::remove_all(folder / ".tavi_ea");
+    const Run render = RunCommand({"render", "--size", "small", source, folder / "out.png"});
     const Run make = RunCommand({"make", "--eager", source});  // its time is measured
     makers_.Take(make.peakMiB);
     std::fprintf(stderr, "    make: %d with %u MiB after %.1f s\n", make.code, make.peakMiB, make.seconds);
     fs::remove_all(folder / ".tavi_ea");
     const Run web = RunWebProgram(source);
-    std::string flaw = FlawOfCommand(get) + FlawOfCommand(byLibrary) + FlawOfBatch(make) + FlawOfWebProgram(web);
+    std::string flaw = FlawOfCommand(get) + FlawOfCommand(byLibrary) + FlawOfRendering(render, folder / "out.png") +
+                       FlawOfBatch(make) + FlawOfWebProgram(web);
     if (bomb.fillsExiv2) {
       flaw += FlawOfRefusal(get, 1) + FlawOfRefusal(web, 0) + FlawOfRefusal(RunCommand({"info", source}), 1) +
-              FlawOfRefusal(byLibrary, 1) + FlawOfRefusal(make, 1);
+              FlawOfRefusal(byLibrary, 1) + FlawOfRefusal(make, 1) + FlawOfRefusal(render, 1);
     }
     return flaw + Leftovers();
   }

@@ -6,6 +6,8 @@
 
 #include <map>
 
+#include "thumbs/kinds.h"
+
 namespace tavithumb::apps::command {
 namespace {
 
@@ -18,6 +20,8 @@ struct Cost {
 constexpr Cost jpeg = {4, 27}, heif = {40, 550}, bitmap = {2, 20};
 // Its embedded preview is decoded, which is a small part of it.
 constexpr Cost raw = {40, 2};
+// Its still is looked for by its length, not read up to.
+constexpr Cost film = {250, 0};
 
 Cost CostOf(const std::string& extension) {
   static const std::map<std::string, Cost> costs = {
@@ -31,7 +35,7 @@ Cost CostOf(const std::string& extension) {
 }  // namespace
 
 double ExpectedMilliseconds(const std::string& name, std::uint64_t bytes) {
-  const Cost cost = CostOf(file::GetFileExt(name));
+  const Cost cost = IsFilm(name) ? film : CostOf(file::GetFileExt(name));
   return cost.file + cost.megabyte * static_cast<double>(bytes) / 1e6;
 }
 

@@ -14,6 +14,7 @@ struct Filter {
   std::vector<std::string> excluded;  // patterns as Excludes() reads them
   bool staysOnFileSystem = false;     // other volumes that are mounted below a folder are left out
   std::optional<timespec> since;      // files that have not changed after this moment are left out
+  bool takesVideos = true;            // otherwise those in folders and lists are left out
 
   // Whether a pattern matches `path`: its last component, if the pattern has no slash; as many of its last components
   // as the pattern has, if it has slashes; all of the absolute path, if it starts with one.

@@ -23,13 +23,6 @@ std::size_t BytesOf(const std::string& name) {
   return name.size() + 64;  // about the overhead of a container
 }
 
-// Lists often contain everything below a folder: neither a photo nor a folder. A name that doesn't exist is kept, so
-// that it is reported.
-bool IsOther(const std::string& name) {
-  struct stat record = {};
-  return !IsPhoto(BaseName(name)) && stat(name.c_str(), &record) == 0 && !S_ISDIR(record.st_mode);
-}
-
 // "" for none; that of a hidden file is none.
 std::string ExtensionOf(const std::string& path) {
   const std::string name = BaseName(path);
@@ -88,6 +81,20 @@ void Walk::Step() {
   }
 }
 
+// By its name.
+bool Walk::IsTaken(const std::string& name) {
+  if (!IsFilm(name)) return IsPhoto(name);
+  hasSkippedVideos_ = hasSkippedVideos_ || !filter_.takesVideos;
+  return filter_.takesVideos;
+}
+
+// Lists often contain everything below a folder: neither taken nor a folder. A name that doesn't exist is kept, so that
+// it is reported.
+bool Walk::IsOther(const std::string& name) {
+  struct stat record = {};
+  return !IsTaken(BaseName(name)) && stat(name.c_str(), &record) == 0 && !S_ISDIR(record.st_mode);
+}
+
 void Walk::ReadList() {
   std::deque<std::string> names;
   if (const std::optional<Problem> problem = list_->Read(&names)) onProblem_(list_->Name(), *problem);
@@ -118,7 +125,7 @@ void Walk::VisitNamedFile(const std::string& name) {
   struct stat record = {};
   if (stat(file::Dirname(name).c_str(), &record) == 0) {
     const Identity folder = {record.st_dev, record.st_ino};
-    if (seenFolders_.count(folder) != 0 && IsPhoto(BaseName(name))) return;
+    if (seenFolders_.count(folder) != 0 && IsTaken(BaseName(name))) return;
     if (!namedFiles_[folder].insert(BaseName(name)).second) return;
   }
   Enqueue(name);
@@ -160,8 +167,8 @@ void Walk::VisitEntry(const dirent& entry) {
   const unsigned char type = TypeOf(folder, entry);
   if (type == DT_DIR) {
     if (!filter_.Excludes(path)) folders_.push_back(path);
-  } else if (IsPhoto(entry.d_name)) {
-    if (IsNewPhoto(entry, type) && !IsLeftOut(path, folder, entry.d_name)) Enqueue(path);
+  } else if (IsTaken(entry.d_name)) {
+    if (IsNewFile(entry, type) && !IsLeftOut(path, folder, entry.d_name)) Enqueue(path);
   } else if (type == DT_REG) {
     PassOver(ExtensionOf(path));
   }
@@ -183,7 +190,7 @@ void Walk::PassOver(const std::string& kind) {
 }
 
 // A regular file, a link to one, or a dangling link, that has not already been found by its own name.
-bool Walk::IsNewPhoto(const dirent& entry, unsigned char type) const {
+bool Walk::IsNewFile(const dirent& entry, unsigned char type) const {
   const int folder = dirfd(folder_.get());
   struct stat target = {};
   if (type != DT_REG && type != DT_LNK) return false;

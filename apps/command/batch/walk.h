@@ -21,9 +21,9 @@
 
 namespace tavithumb::apps::command {
 
-// Finds the photos among the given files and in the given folders, step by step, so that work can start with the first
-// one. Each file is found once, even if several names lead to it. The queue of files is bounded, so that millions of
-// files need not fit into memory.
+// Finds the photos and videos among the given files and in the given folders, step by step, so that work can start with
+// the first one. Each file is found once, even if several names lead to it. The queue of files is bounded, so that
+// millions of files need not fit into memory.
 class Walk {
  public:
   using OnProblem = std::function<void(const std::string& name, const Problem&)>;
@@ -44,6 +44,8 @@ class Walk {
   // How many files were passed over so far: photos that the filter leaves out as "excluded", others by their extension
   // in lower case, "" for none. What has been named is never one of them, unless it is in the list.
   const std::map<std::string, std::size_t>& PassedOver() const { return passedOver_; }
+  // Whether there was a video that is not taken.
+  bool HasSkippedVideos() const { return hasSkippedVideos_; }
 
   // Call Step() if CanStep() is true, or when Descriptor() is readable. Descriptor() is -1 while there is nothing to
   // wait for: the walk has ended, or the queue is full.
@@ -64,7 +66,9 @@ class Walk {
   void ReadFolder();
   void ReadList();
   void VisitEntry(const dirent& entry);
-  bool IsNewPhoto(const dirent& entry, unsigned char type) const;
+  bool IsTaken(const std::string& name);
+  bool IsOther(const std::string& name);
+  bool IsNewFile(const dirent& entry, unsigned char type) const;
   bool IsLeftOut(const std::string& name, int folder, const char* file);
   void PassOver(const std::string& kind);
   void Enqueue(const std::string& name);
@@ -72,6 +76,7 @@ class Walk {
   std::deque<std::string> names_;
   std::optional<NameList> list_;
   const Filter filter_;
+  bool hasSkippedVideos_ = false;
   OnProblem onProblem_;
 
   std::vector<std::string> folders_;  // still to be opened

@@ -139,10 +139,9 @@ void Sizes::RenderMissing() {
   announce_(*result_, making);
   const std::optional<std::string> refusal =
       RenderAndStore(lookUp_.GetInfo(), facts_.Details(), requests, Original::kSource);
-  if (refusal) {
-    result_->byLibrary = *refusal;
-    rendered_.clear();
-  }
+  if (!refusal) return;
+  rendered_.clear();
+  if (!IsSupportVideo(BaseName(path_))) result_->byLibrary = *refusal;
 }
 
 // Two sizes may share their thumbnail.
@@ -217,10 +216,6 @@ Result WorkOn(const std::string& path, const Order& order, const Announce& annou
   Result result;
   if (const std::optional<Problem> problem = CheckSource(path)) {
     result.Fail("", *problem);
-    return result;
-  }
-  if (IsSupportVideo(BaseName(path))) {  // only screenshots stored by other programs are found
-    result.notNeeded = order.sizes;
     return result;
   }
   const SourceLock lock(path);

@@ -20,12 +20,16 @@ constexpr char footer[] =
     "\n"
     "NAME is small, medium, big, large or xlarge; large and xlarge share a thumbnail. The picture is stored\n"
     "unchanged: it is neither resized nor rotated. With a time earlier than that of SOURCE, it is stale at once.\n"
+    "With 'all', the thumbnails of all sizes are made from it, as from a picture for a video.\n"
     "\n"
     "Examples:\n"
     "  tavithumb add --size medium photo.jpg photo-360.jpg\n"
+    "  tavithumb add --size all film.mp4 poster.jpg\n"
     "  tavithumb add --size small --check-type a.jpg a-120.jpg b.jpg b-120.jpg\n"
     "\n"
     "Exit codes: 0 every THUMBNAIL was moved, 1 some were not, 2 bad usage.";
+
+constexpr char everySize[] = "all";
 
 struct Arguments {
   std::vector<std::string> names;
@@ -39,7 +43,7 @@ void Declare(const Options& options, Arguments* arguments) {
   options.SetUsageOfNames("SOURCE THUMBNAIL [SOURCE THUMBNAIL...]");
   options.AddNames("SOURCE", &arguments->names,
                    "Photos and videos, each followed by its THUMBNAIL; after '--', names may start with '-'");
-  options.AddRequired("-s,--size", "NAME", &arguments->size, "The size to store it as");
+  options.AddRequired("-s,--size", "NAME", &arguments->size, "The size to store it as, or all");
   options.AddFlag("--check-type", &arguments->checkType, "Accept only the type that would be made for SOURCE");
   options.AddOptional("--mtime", "SECONDS", &arguments->time,
                       "Its modification time in seconds since 1970; default: that of SOURCE");
@@ -48,9 +52,14 @@ void Declare(const Options& options, Arguments* arguments) {
 
 // Throws std::invalid_argument with a message for people.
 AddStyle StyleOf(const Arguments& arguments) {
+  if (arguments.size == everySize) {
+    if (arguments.time) throw std::invalid_argument("--mtime needs the name of one size");
+    return {"", 0, true};
+  }
   if (!IsStoredSize(arguments.size)) {
     throw std::invalid_argument("'" + arguments.size + "' is not a size to store a thumbnail as" +
-                                Suggestion(arguments.size, StoredSizes()) + ": use " + StoredSizeChoices());
+                                Suggestion(arguments.size, StoredSizes()) + ": use " + StoredSizeChoices() +
+                                ", or all");
   }
   return {arguments.size, arguments.time ? ParseTime(*arguments.time) : 0, arguments.checkType};
 }

@@ -18,11 +18,11 @@ namespace {
 constexpr char description[] = "Make thumbnails for files and folders ahead of time";
 
 constexpr char footer[] =
-    "Makes the missing and stale thumbnails of every photo among the PATHs and in all folders below them, and\n"
-    "leaves those that are up to date. In folders and lists it skips videos, thumbnails and other files; in\n"
-    "folders, also links to folders. A video that is a PATH needs nothing: the screenshots stored for it are its\n"
-    "thumbnails. A file that takes longer than 5 minutes, or crashes the decoder, fails without affecting the\n"
-    "others. Two runs over the same files never make a thumbnail twice.\n"
+    "Makes the missing and stale thumbnails of every photo and video among the PATHs and in all folders below them,\n"
+    "and leaves those that are up to date. In folders and lists it skips thumbnails and other files; in folders, also\n"
+    "links to folders. Those of a video are made of a still, unless a screenshot is stored for it. A file that takes\n"
+    "longer than 5 minutes, or crashes the decoder, fails without affecting the others. Two runs over the same files\n"
+    "never make a thumbnail twice.\n"
     "\n"
     "Ctrl-C finishes the running files; a second Ctrl-C stops them at once. Run it again to continue from there.\n"
     "\n"
@@ -61,6 +61,7 @@ struct Arguments {
   std::optional<std::string> since;
   bool onlyOlder = false;
   bool isDryRun = false;
+  bool leavesVideos = false;
   bool isEager = false;
   bool isQuiet = false;
   bool isVerbose = false;
@@ -69,13 +70,15 @@ struct Arguments {
 };
 
 void Declare(const Options& options, Arguments* arguments) {
-  options.AddOptionalNames("PATH", &arguments->paths, "Photos and folders; after '--', names may start with '-'");
+  options.AddOptionalNames("PATH", &arguments->paths,
+                           "Photos, videos and folders; after '--', names may start with '-'");
   options.AddDefaulted("-s,--sizes", "LIST", &arguments->sizes, "Comma-separated names of sizes");
   options.AddOptional("--jobs", "N", &arguments->jobs,
                       "Files to work on in parallel, 1 to 256; default: the number of cores");
   options.AddFlag("--older", &arguments->onlyOlder,
                   "Only regenerate thumbnails older than their file; make no missing ones");
   options.AddOptional("--limit", "N", &arguments->limit, "Stop after making thumbnails for N files");
+  options.AddFlag("--no-videos", &arguments->leavesVideos, "Skip videos in folders and lists");
   options.AddFilter(&arguments->filter);
   options.AddOptional("--newer-than", "WHEN", &arguments->since,
                       "Leave out files not changed after WHEN: YYYY-MM-DD, 'YYYY-MM-DD HH:MM' or a FILE's time");
@@ -137,6 +140,7 @@ MakeRequest RequestOf(const Arguments& arguments) {
   request.filter = arguments.filter;
   if (arguments.since) request.filter.since = ParseMoment(*arguments.since);
   request.names = arguments.paths;
+  request.filter.takesVideos = !arguments.leavesVideos && !arguments.byLibrary;
   request.output = {arguments.json, arguments.isQuiet, arguments.isVerbose};
   if (arguments.list) request.list.emplace(*arguments.list, arguments.nulEnded ? '\0' : '\n');
   return request;

@@ -13,6 +13,7 @@
 #include "command/info.h"
 #include "command/list.h"
 #include "command/make.h"
+#include "command/render.h"
 
 namespace CLI {
 class App;
@@ -81,6 +82,7 @@ struct Subcommand {
 Subcommand GetSubcommand(std::function<decltype(Get)> get = Get);
 Subcommand InfoSubcommand(std::function<decltype(Info)> info = Info);
 Subcommand MakeSubcommand(std::function<decltype(Make)> make = Make);
+Subcommand RenderSubcommand(std::function<decltype(Render)> render = Render);
 Subcommand AddSubcommand(std::function<decltype(Add)> add = Add);
 Subcommand ListSubcommand(std::function<decltype(List)> list = List);
 Subcommand CleanSubcommand(std::function<decltype(Clean)> clean = Clean);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // What is known of the file in the viewer, shown on request. What is not known is left out.
 import {byId, make, remember, remembered} from './dom.js';
-import {fetchFacts} from './list.js';
+import {clock, fetchFacts} from './list.js';
 
 const panel = byId('facts'), button = byId('info');
 let current = null;
@@ -13,6 +13,7 @@ const time = (date, timeZone) => date.toLocaleString(undefined, {dateStyle: 'lon
 const rows = (file, facts) => [
   ['Taken', facts.taken && time(new Date(`${facts.taken}Z`), 'UTC')],
   ['Camera', facts.camera], ['Lens', facts.lens], ['Exposure', facts.exposure], ['Place', facts.place],
+  ['Length', facts.duration && clock(facts.duration)],
   ['Size', facts.width ? `${facts.width} × ${facts.height} pixels` : ''],
   ['File', `${file.type.toUpperCase()}, ${size(file.bytes)}`],
   ['Changed', time(new Date(file.modified * 1000))],
@@ -28,7 +29,6 @@ function fill(file, facts) {
 const upright = (facts) => (facts.rotation % 2 ? {...facts, width: facts.height, height: facts.width} : facts);
 
 async function fetchOrExplain(file) {
-  if (file.kind === 'video') return {};
   try {
     return upright(await fetchFacts(file));
   } catch (error) {

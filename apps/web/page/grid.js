@@ -2,7 +2,7 @@
 // The tiles of a folder. Only those in view and next to it are in the document: a folder may have any number of files.
 import * as address from './address.js';
 import {byId, coalesced, make, placeholder} from './dom.js';
-import {hasPicture, sources} from './list.js';
+import {fetchLength, hasPicture, sources} from './list.js';
 import {enqueue, forget} from './loader.js';
 
 const grid = byId('grid');
@@ -48,6 +48,7 @@ function makeItem(index) {
   const name = make('span', {class: 'name', dir: 'auto'}, file.name);
   const link = make('a', {class: file.kind === 'video' ? 'tile film' : 'tile', href: address.ofFile(file),
     title: file.name, 'data-index': index}, pictureOf(file, name), name);
+  if (file.kind === 'video') fetchLength(file).then((length) => { link.dataset.length = length; });
   const item = make('li', {'aria-setsize': files.length, 'aria-posinset': index + 1}, link);
   items.set(index, item);
   return item;

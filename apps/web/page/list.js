@@ -24,6 +24,11 @@ async function fetchJson(address) {
 export const fetchFolder = (url) => fetchJson(`list/${url}`);
 export const fetchFacts = (file) => fetchJson(`${original(file)}?facts=1`);
 
+// 83 seconds as 1:23.
+const two = (number) => String(Math.floor(number)).padStart(2, '0');
+export const clock = (time) => `${two(time / 3600)}:${two(time / 60 % 60)}:${two(time % 60)}`.replace(/^[0:]{1,4}/, '');
+export const fetchLength = (file) => fetchFacts(file).then(({duration}) => (duration ? clock(duration) : ''), () => '');
+
 // When the photos of a folder were taken, by the last part of their URLs. Each answer has those of a second's work.
 export async function fetchDates(folder, isWanted) {
   const taken = {};

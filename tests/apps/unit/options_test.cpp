@@ -209,6 +209,67 @@ TEST(Options, OfMakeSayHowNamesEnd) {
   }
 }
 
+struct Rendering {
+  std::string file;
+  std::string out;
+  RenderStyle style;
+};
+
+Rendering ParseRender(const Strings& options) {
+  std::optional<Rendering> parsed;
+  Strings arguments = {"render"};
+  arguments.insert(arguments.end(), options.begin(), options.end());
+  const auto render = [&](const std::string& file, const std::string& out, const RenderStyle& style) {
+    parsed = Rendering{file, out, style};
+    return true;
+  };
+  EXPECT_EQ(RunCommandLine(arguments, {RenderSubcommand(render)}), kDone);
+  return parsed.value();
+}
+
+TEST(Options, OfRenderHaveDefaults) {
+  const Rendering rendering = ParseRender({"[a,b].heic", "-"});
+  EXPECT_EQ(rendering.file, "[a,b].heic");
+  EXPECT_EQ(rendering.out, "-");
+  EXPECT_EQ(rendering.style.request.size.name, "medium");
+  EXPECT_EQ(rendering.style.request.quarterTurns, 0);
+  EXPECT_EQ(rendering.style.request.options, 0);
+  EXPECT_EQ(rendering.style.request.quality, 80);
+  EXPECT_EQ(rendering.style.type, maker::Type::kJpeg);
+  EXPECT_EQ(rendering.style.uri, std::nullopt);
+}
+
+TEST(Options, OfRenderDescribeThePicture) {
+  const Rendering rendering = ParseRender({"-s", "20x30", "--rotate", "-1", "--avatar", "--quality", "7", "--format",
+                                           "png", "--uri", "file:///a", "--", "-a", "-b.jpg"});
+  EXPECT_EQ(rendering.file, "-a");
+  EXPECT_EQ(rendering.out, "-b.jpg");
+  EXPECT_EQ(rendering.style.request.size.box.width, 20U);
+  EXPECT_EQ(rendering.style.request.size.box.height, 30U);
+  EXPECT_EQ(rendering.style.request.quarterTurns, 3);
+  EXPECT_EQ(rendering.style.request.options, Thumb::OPT_AVATAR);
+  EXPECT_EQ(rendering.style.request.quality, 7);
+  EXPECT_EQ(rendering.style.type, maker::Type::kPng);
+  EXPECT_EQ(rendering.style.uri, "file:///a");
+}
+
+TEST(Options, OfRenderTakeAllPixelsForOriginal) {
+  const Size size = ParseRender({"--size", "original", "a", "b.jpg"}).style.request.size;
+  EXPECT_EQ(size.name, "");
+  EXPECT_EQ(size.box.width, 65535U);
+  EXPECT_EQ(size.box.height, 65535U);
+}
+
+TEST(Options, OfRenderGoByTheNameOfTheOutput) {
+  using maker::Type;
+  const std::pair<const char*, Type> rows[] = {
+      {"a.jpg", Type::kJpeg},   {"a.JPEG", Type::kJpeg}, {"a.PNG", Type::kPng},       {"a.webp", Type::kWebp},
+      {"x.gif/a", Type::kJpeg}, {"-", Type::kJpeg},      {"/dev/stdout", Type::kJpeg}};
+  for (const auto& [out, type] : rows) EXPECT_EQ(ParseRender({"a", out}).style.type, type) << out;
+  EXPECT_EQ(ParseRender({"--format", "webp", "a", "a.png"}).style.type, Type::kWebp);
+  EXPECT_EQ(ParseRender({"--format", "jpeg", "a", "a.gif"}).style.type, Type::kJpeg);
+}
+
 TEST(Options, OfAddPairSourcesWithThumbnails) {
   std::vector<Pair> pairs;
   std::vector<AddStyle> styles;
@@ -276,6 +337,7 @@ TEST(ExitCodes, SayHowTheRunEnded) {
   EXPECT_EQ(RunCommandLine({"list", "a"}, {ListSubcommand(fail)}), kSomeFailed);
   EXPECT_EQ(RunCommandLine({"clean", "a"}, {CleanSubcommand(fail)}), kSomeFailed);
   EXPECT_EQ(RunCommandLine({"add", "--size", "big", "a", "b"}, {AddSubcommand(fail)}), kSomeFailed);
+  EXPECT_EQ(RunCommandLine({"render", "a", "b.jpg"}, {RenderSubcommand(fail)}), kSomeFailed);
   const std::pair<MakeOutcome, ExitCode> rows[] = {{MakeOutcome::kAllWell, kDone},
                                                    {MakeOutcome::kSomeFailed, kSomeFailed},
                                                    {MakeOutcome::kInterrupted, kInterrupted}};

@@ -28,8 +28,8 @@ std::string NoTurns(const std::string& text) {
 
 std::string MessageOf(const std::vector<std::string>& arguments) {
   try {
-    RunCommandLine(arguments, {GetSubcommand(), InfoSubcommand(), MakeSubcommand(), AddSubcommand(), ListSubcommand(),
-                               CleanSubcommand()});
+    RunCommandLine(arguments, {GetSubcommand(), InfoSubcommand(), MakeSubcommand(), RenderSubcommand(), AddSubcommand(),
+                               ListSubcommand(), CleanSubcommand()});
   } catch (const UsageError& error) {
     return error.what();
   }
@@ -68,8 +68,7 @@ TEST(Refusals, OfOptionsThatAreMissingUnknownOrDontFitTogether) {
        "'tavithumb make --help'"},
       {{"add", "--size", "largee", "a.jpg", "b.jpg"},
        "'largee' is not a size to store a thumbnail as (did you mean 'large'?): use small, medium, big, large or "
-       "xlarge; "
-       "see 'tavithumb add --help'"},
+       "xlarge, or all; see 'tavithumb add --help'"},
       {{"get"}, "FILE or --files-from is required; see 'tavithumb get --help'"},
       {{"get", "--"}, "FILE or --files-from is required; see 'tavithumb get --help'"},
       {{"get", "--json"}, "FILE or --files-from is required; see 'tavithumb get --help'"},
@@ -109,12 +108,39 @@ TEST(Refusals, OfOptionsThatAreMissingUnknownOrDontFitTogether) {
   });
 }
 
+TEST(Refusals, OfAPictureThatCannotBeWritten) {
+  const std::string help = "; see 'tavithumb render --help'";
+  ExpectRefusals({
+      {{"render"}, "FILE is required" + help},
+      {{"render", "a.jpg"}, "render needs two names: FILE, and OUT to write" + help},
+      {{"render", "a.jpg", "b.jpg", "c.jpg"}, "render needs two names: FILE, and OUT to write" + help},
+      {{"render", "a.jpg", "b.gif"},
+       "'b.gif' does not name a format that can be written: use .jpg, .png or .webp, or add --format" + help},
+      {{"render", "a.jpg", "b."},
+       "'b.' does not name a format that can be written: use .jpg, .png or .webp, or add --format" + help},
+      {{"render", "--format", "gif", "a.jpg", "-"},
+       "'gif' is not a format that can be written: use jpeg, png or webp" + help},
+      {{"render", "--format", "wepb", "a.jpg", "-"},
+       "'wepb' is not a format that can be written (did you mean 'webp'?): use jpeg, png or webp" + help},
+      {{"render", "--size", "original", "--avatar", "a.jpg", "b.jpg"},
+       "--avatar needs a box to fill: use another size than original" + help},
+      {{"render", "--uri", "file:///a.jpg", "a.jpg", "b.jpg"},
+       "--uri needs a PNG: name a .png file, or add --format png" + help},
+      {{"render", "--uri", "a.jpg", "a.jpg", "b.png"},
+       "'a.jpg' is not a URI: use one such as file:///photos/a%20b.jpg" + help},
+      {{"render", "--uri", "file:///a b.jpg", "a.jpg", "b.png"},
+       "'file:///a b.jpg' is not a URI: use one such as file:///photos/a%20b.jpg" + help},
+      {{"render", "--uri", "file:///\xc3\xbc.jpg", "a.jpg", "b.png"},
+       "'file:///\xc3\xbc.jpg' is not a URI: use one such as file:///photos/a%20b.jpg" + help},
+  });
+}
+
 TEST(Refusals, OfASizeThatIsNotStored) {
   std::vector<Refusal> refusals;
   for (const char* size : {"original", "9", "9x9", "", "huge"}) {
     refusals.push_back({{"add", "--size", size, "a.jpg", "b.jpg"},
                         "'" + std::string(size) + "' is not a size to store a thumbnail as: use small, medium, big, " +
-                            "large or xlarge; see 'tavithumb add --help'"});
+                            "large or xlarge, or all; see 'tavithumb add --help'"});
   }
   ExpectRefusals(refusals);
 }
@@ -172,9 +198,9 @@ TEST(Refusals, OfABadNumberOfJobs) {
 
 TEST(Refusals, OfABadQuality) {
   std::vector<Refusal> refusals;
-  for (const char* subcommand : {"get", "make"}) {
+  for (const char* subcommand : {"get", "make", "render"}) {
     for (const char* quality : {"", "0", "101", "-1", "best"}) {
-      refusals.push_back({{subcommand, "--quality", quality, "a.jpg"},
+      refusals.push_back({{subcommand, "--quality", quality, "a.jpg", "b.jpg"},
                           std::string("'") + quality + "' is not a valid quality: use 1 to 100; see 'tavithumb " +
                               subcommand + " --help'"});
     }

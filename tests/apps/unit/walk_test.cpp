@@ -29,7 +29,8 @@ class Walks : public testing::Test {
     return paths;
   }
 
-  Walk Start(const Strings& names, std::optional<NameList> list = {}, const Filter& filter = {}) {
+  Walk Start(const Strings& names, std::optional<NameList> list = {}, Filter filter = {}) {
+    filter.takesVideos = takesVideos;
     return {names, std::move(list), filter, [this](const std::string& name, const Problem& problem) {
               problems.push_back(name + ": " + problem.reason);
             }};
@@ -62,8 +63,32 @@ class Walks : public testing::Test {
   }
 
   const test::TempDir folder;
+  bool takesVideos = false;
   Strings problems;
 };
+
+TEST_F(Walks, FindVideosInFoldersAndListsUnlessTheyAreLeftOut) {
+  Write({"a.mp4", "b.MKV", "c.png", "sound.m4a", "disc.iso", "data.dat", "sub/d.webm"});
+  const Strings names = In({"sub", "a.mp4", "sound.m4a"});
+  EXPECT_EQ(Found(Start({folder.Path()})), In({"c.png"}));
+  EXPECT_EQ(Found(Start({}, List(names))), Strings{});
+  EXPECT_EQ(Found(Start({folder / "a.mp4", folder / "sound.m4a"})), In({"a.mp4", "sound.m4a"}));
+  takesVideos = true;
+  EXPECT_EQ(Found(Start({folder.Path()})), In({"a.mp4", "b.MKV", "c.png", "sub/d.webm"}));
+  EXPECT_EQ(Found(Start({}, List(names))), In({"a.mp4", "sub/d.webm"}));
+}
+
+TEST_F(Walks, TellWhetherTheyHaveSkippedVideos) {
+  Write({"films/a.mp4", "photos/b.png", "photos/sound.m4a"});
+  for (const bool isTaken : {false, true}) {
+    for (const char* name : {"films", "photos"}) {
+      takesVideos = isTaken;
+      Walk walk = Start({folder / name});
+      while (!walk.HasFoundAll()) walk.Step();
+      EXPECT_EQ(walk.HasSkippedVideos(), !isTaken && name == std::string("films")) << name;
+    }
+  }
+}
 
 TEST_F(Walks, FindThePhotosInFoldersAndSkipTheRest) {
   Write({"top/a.PNG", "top/.b.png", "top/sub/c.png", "top/sub/.hidden/d.png", "top/a.txt", "top/clip.mp4",

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // Every type of request, through real web servers.
+#include <films.h>
 #include <gtest/gtest.h>
 #include <modern_pictures.h>
 #include <pictures.h>
@@ -228,6 +229,18 @@ TEST_P(Answers, SendAnOriginalThatBrowsersCanShow) {
   }
 }
 
+TEST_P(Answers, ShowAStillOfAVideo) {
+  if (!HasFilmTools()) GTEST_SKIP() << "needs ffmpeg and ffmpegthumbnailer";
+  const Site site(GetParam());
+  MakeJpeg(site / "scene.jpg", 640, 480);
+  MakeFilm(site / "film.mp4", site / "scene.jpg", 3);
+  EXPECT_EQ(Describe(site.Get("/thumb/film.mp4?size=medium")), "200 image/jpeg JPEG 360x270");
+  EXPECT_EQ(Describe(site.Get("/thumb/film.mp4?size=200x100")), "200 image/jpeg JPEG 133x100");
+  EXPECT_EQ(Describe(site.Get("/thumb/film.mp4?size=small&avatar=1")), "200 image/jpeg JPEG 120x120");
+  EXPECT_LT(Difference(StoredEntry(site, "film.mp4", "TAVIFILE_THUMB_M.jpg"), site / "scene.jpg"), 0.03);
+  EXPECT_EQ(site.Get("/original/film.mp4?facts=1").body, "{\"width\":640,\"height\":480,\"duration\":3.0}\n");
+}
+
 TEST_P(Answers, SendTheVideosThatSomeBrowsersPlay) {
   const Site site(GetParam());
   const std::pair<const char*, const char*> rows[] = {
@@ -292,7 +305,7 @@ TEST_P(Answers, TellTheFactsOfAPhoto) {
             R"("camera_make":"NIKON CORPORATION","camera_model":"NIKON D3100","lens":null,"exposure":"1/60 s",)"
             R"("place":null,"camera":"NIKON D3100"})"
             "\n");
-  EXPECT_EQ(site.Get("/original/film.mp4?facts=1").body, "{}\n");
+  EXPECT_EQ(site.Get("/original/film.mp4?facts=1").body, "{\"width\":null,\"height\":null,\"duration\":null}\n");
   EXPECT_EQ(site.Ask("HEAD", "/original/photo.jpg?facts=1").headers, response.headers);
   RunTool({"/usr/bin/heif-enc", site / "photo.jpg", "-o", site / "phone.heic"});
   const Response dates = site.Get("/list/?dates=1");
@@ -476,7 +489,7 @@ TEST_P(Answers, ListAFolder) {
                                       {"bytes", 4},
                                       {"modified", 1700000001},
                                       {"original", true},
-                                      {"screenshot", false}},
+                                      {"screenshot", HasFilmTools()}},
                                      {{"name", "shown.mp4"},
                                       {"url", "shown.mp4"},
                                       {"kind", "video"},
@@ -488,7 +501,6 @@ TEST_P(Answers, ListAFolder) {
                                    {"unreadable", 0}};
   EXPECT_EQ(nlohmann::json::parse(response.body), expected);
   EXPECT_EQ(Describe(site.Get("/thumb/shown.mp4?size=medium")), "200 image/jpeg JPEG 64x48");
-  EXPECT_EQ(site.Get("/thumb/film.mp4?size=medium").body, "no screenshot is stored for this video\n");
 }
 
 TEST_P(Answers, SendNoListThatTheClientHas) {
@@ -562,7 +574,9 @@ TEST_P(Answers, GiveTheReasonForAFailure) {
       {"GET", "/list/missing", 404, nothing},
       {"GET", "/list/drawing.png", 404, nothing},
       {"GET", "/original/sub", 404, nothing},
-      {"GET", "/thumb/film.mp4?size=small", 404, "no screenshot is stored for this video\n"},
+      {"GET", "/thumb/film.mp4?size=small", HasFilmTools() ? 422 : 500,
+       HasFilmTools() ? "no still could be taken of this video\n"
+                      : "stills of videos need ffmpegthumbnailer, which is not installed\n"},
       {"GET", "/thumb/notes.txt?size=small", 415, "it is not a photo or video by its name\n"},
       {"GET", "/original/notes.txt", 415, "it is not a photo or video by its name\n"},
       {"GET", "/original/film.avi", 415, "a browser cannot show the original\n"},

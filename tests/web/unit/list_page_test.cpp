@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "ordinary_user.h"
+#include "thumbs/stills.h"
 #include "web/http_error.h"
 #include "web/listing.h"
 
@@ -66,6 +67,7 @@ class Lists : public testing::Test {
   Lines InFolder() const { return Describe(ListFolder(Only(), {})); }
 
   test::TempDir folder_;
+  const std::string still = IsStillToolInstalled() ? " screenshot" : "";
 };
 
 TEST_F(Lists, HaveSupportedFilesInOrder) {
@@ -88,7 +90,7 @@ TEST_F(Lists, HaveSupportedFilesInOrder) {
                                "image e.bmp e.bmp bmp 3 1700000000 original",
                                "image f.heic f.heic heic 3 1700000000",
                                "image g.nef g.nef nef 3 1700000000",
-                               "video h.MP4 h.MP4 mp4 3 1700000000 original",
+                               "video h.MP4 h.MP4 mp4 3 1700000000 original" + still,
                                "image i.webp i.webp webp 3 1700000000 original",
                                "image j.AVIF j.AVIF avif 3 1700000000 original",
                                "image jpg jpg jpg 3 1700000000 original",
@@ -136,7 +138,7 @@ TEST_F(Lists, ShowHiddenNamesOnlyIfConfigured) {
             (Lines{"folder .sub .sub 0", "image .a.jpg .a.jpg jpg 3 1700000000 original"}));
 }
 
-TEST_F(Lists, SayWhichVideosHaveAnUpToDateScreenshot) {
+TEST_F(Lists, SayWhichVideosHaveAnUpToDateScreenshotOrCanHaveAStill) {
   const std::pair<const char*, std::time_t> rows[] = {
       {"older.mp4", kTaken - 1}, {"same.mp4", kTaken}, {"newer.mp4", kTaken + 1}};
   for (const auto& [name, time] : rows) {
@@ -144,13 +146,15 @@ TEST_F(Lists, SayWhichVideosHaveAnUpToDateScreenshot) {
     AddScreenshot(name, time);
   }
   Add("none.mp4");
+  Add("sound.m4a");
   Add("a.jpg");
   AddScreenshot("a.jpg", kTaken);
   EXPECT_EQ(InFolder(), (Lines{"image a.jpg a.jpg jpg 3 1700000000 original",
                                "video newer.mp4 newer.mp4 mp4 3 1700000000 original screenshot",
-                               "video none.mp4 none.mp4 mp4 3 1700000000 original",
-                               "video older.mp4 older.mp4 mp4 3 1700000000 original",
-                               "video same.mp4 same.mp4 mp4 3 1700000000 original screenshot"}));
+                               "video none.mp4 none.mp4 mp4 3 1700000000 original" + still,
+                               "video older.mp4 older.mp4 mp4 3 1700000000 original" + still,
+                               "video same.mp4 same.mp4 mp4 3 1700000000 original screenshot",
+                               "video sound.m4a sound.m4a m4a 3 1700000000"}));
 }
 
 TEST_F(Lists, CountFoldersThatCannotBeRead) {
