@@ -53,10 +53,10 @@ constexpr char notAllIsWell[] = "-";
 
 // Those of fewer owners than a photo library has users would be restarted all the time.
 constexpr std::size_t mostProcesses = 16;
-constexpr std::size_t longestRequest = std::size_t{5} * PATH_MAX;
+constexpr std::size_t longestMessage = 65536;
 
 std::optional<std::string> Receive(int channel) {
-  std::string text(longestRequest, '\0');
+  std::string text(longestMessage, '\0');
   ssize_t size;
   do {
     size = recv(channel, text.data(), text.size(), 0);
@@ -99,10 +99,10 @@ bool RunAsOwner(const std::string& path, const Work& work) {
 
 OwnerProcesses::OwnerProcesses(Task task) : isRoots_(IsRoot()), task_(std::move(task)) {}
 
-bool OwnerProcesses::Run(const std::string& path, const std::string& message) {
+std::string OwnerProcesses::Run(const std::string& path, const std::string& message) {
   if (path.size() >= PATH_MAX) return task_(message, path, ProblemOfErrno(ENAMETOOLONG));
   const std::optional<std::string> outcome = Exchange(isRoots_ ? OwnerFor(path) : geteuid(), path + '\0' + message);
-  return outcome ? TextOf(*outcome) == allIsWell : task_(message, path, died);
+  return outcome ? TextOf(*outcome) : task_(message, path, died);
 }
 
 // Nothing if the process died of the request.
@@ -144,12 +144,12 @@ OwnerProcesses::Process OwnerProcesses::Start(uid_t owner) {
 void OwnerProcesses::RunLoop(int channel, uid_t owner) const {
   const std::optional<Problem> refusal = isRoots_ ? WhyNotBecome(owner) : std::nullopt;
   while (const std::optional<std::string> request = Receive(channel)) {
-    const std::string outcome = Outcome([&] { return WorkOn(*request, refusal) ? allIsWell : notAllIsWell; });
+    const std::string outcome = Outcome([&] { return WorkOn(*request, refusal); });
     send(channel, outcome.data(), outcome.size(), MSG_NOSIGNAL);
   }
 }
 
-bool OwnerProcesses::WorkOn(const std::string& request, const std::optional<Problem>& refusal) const {
+std::string OwnerProcesses::WorkOn(const std::string& request, const std::optional<Problem>& refusal) const {
   const std::string path = request.substr(0, request.find('\0')), message = request.substr(path.size() + 1);
   if (!isRoots_ || refusal) return task_(message, path, refusal);
   std::string inside = path;

@@ -26,14 +26,15 @@ bool RunAsOwner(const std::string& path, const Work& work);
 // root started them. A file on which the process dies has that as its problem, and the next one gets a new process.
 class OwnerProcesses {
  public:
-  // As Work, for a message about the file.
-  using Task = std::function<bool(const std::string& message, const std::string& path, const std::optional<Problem>&)>;
+  // Processes the file at `path`, unless there is a problem already, as a message says, and returns the result as text.
+  using Task =
+      std::function<std::string(const std::string& message, const std::string& path, const std::optional<Problem>&)>;
 
   explicit OwnerProcesses(Task task);
 
-  // Runs the task in the process of the owner of the folder of the file at the absolute `path`, as RunAsOwner() does.
-  // The message is of up to 16 KiB.
-  bool Run(const std::string& path, const std::string& message);
+  // Runs the task in the process of the owner of the folder of the file at the absolute `path`, as RunAsOwner() does,
+  // and returns what it returns. The message is of up to 16 KiB, the result of up to 64 KiB.
+  std::string Run(const std::string& path, const std::string& message);
 
  private:
   struct Process {
@@ -44,7 +45,7 @@ class OwnerProcesses {
   Process& ProcessOf(uid_t owner);
   Process Start(uid_t owner);
   void RunLoop(int channel, uid_t owner) const;
-  bool WorkOn(const std::string& request, const std::optional<Problem>& refusal) const;
+  std::string WorkOn(const std::string& request, const std::optional<Problem>& refusal) const;
   std::optional<std::string> Exchange(uid_t owner, const std::string& request);
 
   const bool isRoots_;

@@ -80,10 +80,13 @@ std::string End(GetFormat format) {
   return {format == GetFormat::kNulEnded ? '\0' : '\n'};
 }
 
-void Write(const std::string& path, const Answer& answer, GetFormat format) {
-  if (format == GetFormat::kJson) return WriteOut(JsonAnswer(path, answer));
-  WriteOut(answer.path + End(format));
+std::string TextOf(const std::string& path, const Answer& answer, GetFormat format) {
+  return format == GetFormat::kJson ? JsonAnswer(path, answer) : answer.path + End(format);
 }
+
+// Begin what a process returns.
+constexpr char answered = '+';
+constexpr char notAnswered = '-';
 
 // A line that names no file.
 Problem ProblemOf(const std::invalid_argument& error) {
@@ -93,11 +96,11 @@ Problem ProblemOf(const std::invalid_argument& error) {
 // One run.
 class Answers {
  public:
+  // Root's answers come from processes of the owners; those of a stream, too, outlive a file that crashes a decoder.
   Answers(const Request& request, GetFormat format, bool isStream)
-      : request_(request),
-        format_(format),
-        isStream_(isStream),
-        processes_([this](const auto&... given) { return AnswerHere(given...); }) {}
+      : request_(request), format_(format), isStream_(isStream) {
+    if (isStream || IsRoot()) processes_.emplace([this](const auto&... given) { return AnswerHere(given...); });
+  }
 
   void Give(const std::string& name) { Give(QueryFor(name, request_)); }
   void GiveForLine(const std::string& line);
@@ -106,24 +109,29 @@ class Answers {
 
  private:
   void Give(const Query& query);
-  bool AnswerHere(const std::string& message, const std::string& inside, std::optional<Problem> problem) const;
-  void Refuse(const std::string& name, const std::string& path, const Problem& problem) const;
+  void Write(const std::string& result);
+  std::string AnswerHere(const std::string& message, const std::string& inside, std::optional<Problem> problem) const;
+  std::string Refuse(const std::string& name, const std::string& path, const Problem& problem) const;
 
   const Request request_;
   const GetFormat format_;
   const bool isStream_;
-  OwnerProcesses processes_;
+  std::optional<OwnerProcesses> processes_;
   bool areComplete_ = true;
 };
 
-// A process of its own for root, as the owner, and for a stream, which has to outlive a file that crashes a decoder.
 void Answers::Give(const Query& query) {
   const std::string message = Serialise(query);
-  const bool isApart = isStream_ || IsRoot();
-  if (!(isApart ? processes_.Run(query.path, message) : AnswerHere(message, query.path, {}))) areComplete_ = false;
+  Write(processes_ ? processes_->Run(query.path, message) : AnswerHere(message, query.path, {}));
 }
 
-bool Answers::AnswerHere(const std::string& message, const std::string& inside, std::optional<Problem> problem) const {
+void Answers::Write(const std::string& result) {
+  if (result.front() == notAnswered) areComplete_ = false;
+  if (result.size() > 1) WriteOut(result.substr(1));
+}
+
+std::string Answers::AnswerHere(const std::string& message, const std::string& inside,
+                                std::optional<Problem> problem) const {
   const auto start = std::chrono::steady_clock::now();
   const Query query = ParseSerialised(message);
   Request request = request_;
@@ -131,20 +139,16 @@ bool Answers::AnswerHere(const std::string& message, const std::string& inside, 
   request.quarterTurns = query.quarterTurns;
   Answer answer;
   if (!problem) problem = Ask(inside, request, &answer);
-  if (problem) {
-    Refuse(query.name, query.path, *problem);
-    return false;
-  }
+  if (problem) return Refuse(query.name, query.path, *problem);
   answer.path = PathFromOutside(answer.path, query.path);
   answer.milliseconds = MillisecondsSince(start);
-  Write(query.path, answer, format_);
-  return true;
+  return answered + TextOf(query.path, answer, format_);
 }
 
-void Answers::Refuse(const std::string& name, const std::string& path, const Problem& problem) const {
+std::string Answers::Refuse(const std::string& name, const std::string& path, const Problem& problem) const {
   ReportProblem(name, problem);
-  if (format_ == GetFormat::kJson) return WriteOut(JsonProblem("source", path, problem));
-  if (isStream_) WriteOut(End(format_));
+  if (format_ == GetFormat::kJson) return notAnswered + JsonProblem("source", path, problem);
+  return notAnswered + (isStream_ ? End(format_) : "");
 }
 
 void Answers::GiveForLine(const std::string& line) {
@@ -152,8 +156,7 @@ void Answers::GiveForLine(const std::string& line) {
     const bool isObject = format_ == GetFormat::kJson && line.rfind('{', 0) == 0;
     Give(isObject ? ParseQuery(line, request_) : QueryFor(line, request_));
   } catch (const std::invalid_argument& error) {
-    areComplete_ = false;
-    Refuse(line, line, ProblemOf(error));
+    Write(Refuse(line, line, ProblemOf(error)));
   }
 }
 

@@ -99,6 +99,37 @@ TEST_F(GetList, AnswersEachNameBeforeTheNextIsWritten) {
   close(answers.reading);
 }
 
+// As the system does when memory runs out.
+void KillIdleChildOf(pid_t process) {
+  const std::string task = "/proc/" + std::to_string(process) + "/task/" + std::to_string(process);
+  const pid_t child = std::stoi(ReadFile(task + "/children"));
+  ASSERT_EQ(kill(child, SIGKILL), 0);
+  while (!HasMatch(ReadFile("/proc/" + std::to_string(child) + "/stat"), "\\) Z ")) usleep(1000);
+}
+
+TEST_F(GetList, GoesOnWithAnotherProcessWhenTheOneThatAnswersIsKilled) {
+  MakePng(png, 40, 20);
+  const std::string fifo = notes / "names";
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  const Pipe answers;
+  Start start = In(folder.Path());
+  start.input = fifo;
+  start.outputDescriptor = answers.writing;
+  const pid_t process = run.Begin({"get", "--files-from", "-"}, start);
+  const int names = open(fifo.c_str(), O_WRONLY);
+  for (int i = 0; i < 3; ++i) {
+    ASSERT_EQ(write(names, "a.png\n", 6), 6);
+    EXPECT_EQ(answers.ReadLine(), png);
+    KillIdleChildOf(process);
+  }
+  close(names);
+  const Outcome outcome = run.Await(process);
+  EXPECT_EQ(outcome.code, 0);
+  EXPECT_EQ(outcome.err, "");
+  close(answers.writing);
+  close(answers.reading);
+}
+
 TEST_F(GetList, AnswersTheNamesOfTheCommandLineFirst) {
   MakePng(png, 40, 20);
   MakePng(folder / "b.png", 40, 20);

@@ -10,10 +10,9 @@ namespace {
 constexpr char description[] = "Print what is stored for each SOURCE";
 
 constexpr char footer[] =
-    "The table has the consumer that each file is stored for (Albumex, the photo album, or an old release of it; "
-    "Brovix,\n"
-    "the file browser, and this program; Cinevo, the video player; avatar;\n"
-    "'temporary' while it is being made or if it was left behind; other if its name is not one of theirs), the\n"
+    "The table has the consumer that each file is stored for: Albumex, the photo album, or Albumex old, earlier\n"
+    "releases of it; Brovix, the file browser, and this program; Cinevo, the video player; avatar; 'temporary' while\n"
+    "it is being made or if it was left behind; other if its name is not one of theirs. It also has the\n"
     "size and rotation given by its name, its size in pixels and in bytes, the type of its content, and its state:\n"
     "up to date, stale (older than SOURCE and therefore not used), source is gone, or unknown (SOURCE is not a\n"
     "file that can be examined).\n"
