@@ -64,7 +64,7 @@ Arguments ForThumbnailer(const std::string& video, const std::string& side, int 
           "-c",
           "jpeg",
           "-q",
-          "10",
+          "9",
           "-s",
           side,
           "-m",
