@@ -49,7 +49,8 @@ void KeepToFile(const std::string& video) {
 
 using Arguments = std::vector<std::string>;
 
-// The longest side of the still; "0" for as it is. The tool would enlarge a smaller picture.
+// The longest side of the still; "0" for as it is. The tool would enlarge a picture that is smaller, and takes long to
+// compress one that is much larger.
 std::string SideFor(const FilmFacts& facts, std::uint32_t most) {
   const bool isReduced = !facts.hasCover && std::max(facts.width, facts.height) > most;
   return std::to_string(isReduced ? most : 0);
@@ -64,7 +65,7 @@ Arguments ForThumbnailer(const std::string& video, const std::string& side, int 
           "-c",
           "jpeg",
           "-q",
-          "10",
+          "9",
           "-s",
           side,
           "-m",
