@@ -35,6 +35,9 @@ using Kind = Problem::Kind;
 const Problem permissionDenied = {Kind::kForbidden, "permission denied", "ask its owner for read permission"};
 const Problem damaged = {Kind::kDamaged, "it is damaged", "get a fresh copy of it"};
 
+const Problem noStill = {Kind::kDamaged, "no still could be taken of this video",
+                         "check that it plays in another program"};
+
 const Problem diskFull = {Kind::kNoPlace, "the disk is full", "free some space on it"};
 
 const Problem noMemory = {Kind::kNoMemory, "there is not enough memory for it", "try again when more memory is free"};
@@ -137,8 +140,7 @@ Problem NoStill(const std::string& path, const Request& request) {
   }
   if (!MayDo(path, R_OK)) return permissionDenied;
   if (!IsStillToolInstalled()) return NoStillTool();
-  return WhyNotStored(path).value_or(
-      Problem{Kind::kDamaged, "no still could be taken of this video", "check that it plays in another program"});
+  return WhyNotStored(path).value_or(noStill);
 }
 
 }  // namespace
@@ -166,6 +168,7 @@ Problem ProblemOfRefusal(const std::string& refusal) {
   if (refusal == "damaged") return damaged;
   if (refusal == "too large") return {Kind::kDamaged, "it is too large to be converted", "save a smaller copy of it"};
   if (refusal == "out of memory") return noMemory;
+  if (refusal == "no still") return IsStillToolInstalled() ? noStill : NoStillTool();
   return {Kind::kDamaged, "it could not be converted", "check that it opens in another program"};
 }
 

@@ -325,9 +325,10 @@ std::optional<std::string> RenderToFile(const ThumbInfo& source, const PictureDe
 
 std::optional<std::string> RenderBytes(const ThumbInfo& source, const PictureDetails& details, const Request& request,
                                        const maker::Options& options, std::vector<std::uint8_t>* bytes) {
+  const std::optional<Subject> subject = SubjectOf(source, details, {request});
+  if (!subject) return noStill;
   return WithinLimits(source.GetPath(), [&](const struct stat&) {
-    const maker::Source described = SourceOf(source, details, request, Original::kSource);
-    *bytes = std::move(maker::Make(described, {TargetOf(request)}, options).front().bytes);
+    *bytes = std::move(maker::Make(subject->described, {TargetOf(request)}, options).front().bytes);
     return true;
   });
 }

@@ -99,6 +99,24 @@ TEST_F(Videos, HaveAThumbnailOfEachSizeFromOneRunOfTheTool) {
   EXPECT_EQ(Runs(), 0u);
 }
 
+TEST_F(Videos, AreRenderedAsAStill) {
+  fs::create_directory(folder / "films");
+  MakeFilm(film, scene, 2);
+  const std::string out = folder / "out.png";
+  const Outcome outcome = run({"render", "--size", "320", film, out});
+  EXPECT_EQ(outcome.code, 0) << outcome;
+  EXPECT_EQ(outcome.err, "");
+  EXPECT_EQ(SizeOf(out), "PNG 320x240");
+  EXPECT_LT(Difference(out, scene), 0.03);
+  WriteFile(film, "no film");
+  fs::remove(out);
+  const Outcome refused = run({"render", film, out});
+  EXPECT_EQ(refused.code, 1);
+  EXPECT_EQ(refused.err,
+            "tavithumb: " + film + ": no still could be taken of this video; check that it plays in another program\n");
+  EXPECT_FALSE(Exists(out));
+}
+
 TEST_F(Videos, AreLeftOutOfABatchOnRequest) {
   fs::create_directory(folder / "films");
   MakeFilm(film, scene, 2);
@@ -188,7 +206,7 @@ TEST_F(Videos, ThatAreBrokenFailWithOneLine) {
   fs::copy_file(folder / "whole.mp4", folder / "cut.mp4");
   fs::resize_file(folder / "cut.mp4", fs::file_size(folder / "cut.mp4") / 2);
   WriteFile(folder / "empty.mkv", "");
-  WriteFile(folder / "text.avi", "This is no film.\n");
+  WriteFile(folder / "text.avi", "This is not a film.\n");
   MakeFilm(folder / "sound.mp4", scene, 1);
   RunTool({"/usr/bin/ffmpeg", "-v", "error", "-y", "-f", "lavfi", "-i", "sine=d=1", folder / "sound.mp4"});
   for (const char* name : {"cut.mp4", "empty.mkv", "text.avi", "sound.mp4"}) ExpectNone(folder / name);

@@ -21,7 +21,7 @@ constexpr char description[] = "Write one picture of FILE to OUT";
 
 constexpr char footer[] =
     "Makes one picture of FILE: upright, in sRGB, within the size, never enlarged. Stores nothing else and looks for\n"
-    "no stored thumbnail. FILE is recognised by its content. OUT is a file, which is replaced, or - for standard\n"
+    "no stored thumbnail. A photo is recognised by its content. OUT is a file, which is replaced, or - for standard\n"
     "output. Its format is that of its name (.jpg, .jpeg, .png, .webp), and JPEG if its name has none.\n"
     "\n"
     "SIZE is small, medium, big, large, xlarge, WIDTHxHEIGHT, SIDE, or original for all pixels of FILE.\n"
@@ -49,7 +49,7 @@ struct Arguments {
 void Declare(const Options& options, Arguments* arguments) {
   options.SetUsageOfNames("FILE OUT");
   options.AddNames("FILE", &arguments->names,
-                   "A photo, and the file OUT to write; after '--', names may start with '-'");
+                   "A photo or video, and the file OUT to write; after '--', names may start with '-'");
   options.AddDefaulted("-s,--size", "SIZE", &arguments->size, "The largest width and height; see below");
   options.AddOptional("--rotate", "QUARTERS", &arguments->quarterTurns,
                       "Rotate clockwise by this number of quarter turns, on top of the orientation");
