@@ -169,8 +169,10 @@ std::string Summary::AsJson(const RunFacts& run) const {
                                    {"reasons", JsonCounts("reason", CountsOfReasons())},
                                    {"passed_over", JsonCounts("kind", run.passedOver)},
                                    {"slowest", nlohmann::ordered_json::array()}};
-  if (run.isDryRun) object["expected_seconds"] = ExpectedSeconds(run);
-  if (run.isDryRun) return JsonLine(object);
+  if (run.isDryRun) {
+    object["expected_seconds"] = ExpectedSeconds(run);
+    return JsonLine(object);
+  }
   for (const SlowFile& file : slowest_) {
     nlohmann::ordered_json slow;
     SetName(&slow, "source", AbsolutePath(file.name));
