@@ -12,10 +12,12 @@
 #include <webp/decode.h>
 #include <zlib.h>
 
-#include <regex>
+#include <string>
 
 namespace tavithumb::maker {
 namespace {
+
+constexpr char kDigits[] = "0123456789";
 
 #define TAVITHUMB_TEXT_OF(macro) TAVITHUMB_TEXT(macro)
 #define TAVITHUMB_TEXT(text) #text
@@ -24,9 +26,11 @@ std::string Numbers(unsigned major, unsigned minor, unsigned patch) {
   return std::to_string(major) + "." + std::to_string(minor) + "." + std::to_string(patch);
 }
 
+// The first number in a text, with dots and digits: "4.5.0" in "LIBTIFF, Version 4.5.0\nCopyright ...".
 std::string VersionIn(const std::string& text) {
-  std::smatch found;
-  return std::regex_search(text, found, std::regex("[0-9]+(\\.[0-9]+)+")) ? found.str() : text;
+  const std::size_t start = text.find_first_of(kDigits);
+  if (start == std::string::npos) return text;
+  return text.substr(start, text.find_first_not_of(kDigits + std::string("."), start) - start);
 }
 
 void AddHeifDecoder(heif_compression_format format, const char* type, std::vector<Version>* versions) {

@@ -24,7 +24,8 @@ constexpr char toneMapper[] = "ffmpeg";
 constexpr std::array percents = {10, 30, 50, 70};  // of the length, in turn
 // Black frames and plain ones have less, even with some noise; pictures of the night have more.
 constexpr double leastContrast = 5;
-constexpr ChildLimits limits = {60, mostDecodedBytes, std::chrono::minutes(1)};
+// A batch gets only the time that other programs leave.
+constexpr ChildLimits limits = {60, mostDecodedBytes, std::chrono::minutes(4)};
 
 // Takes the brightness of HDR down to what a JPEG can show: diffuse white, at 203 candelas, stays as it is.
 constexpr char toneMapping[] =

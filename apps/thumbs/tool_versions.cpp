@@ -49,6 +49,8 @@ std::vector<maker::Version> ToolVersions() {
   versions.push_back(VersionOf(ThumbConvertCmd::kJpegtran, "-version"));
   versions.push_back(VersionOf(ThumbConvertCmd::kConvert, "-version"));
   versions.push_back(VersionOf(ThumbConvertCmd::kDcraw, nullptr));
+  versions.push_back(VersionOf("/usr/bin/ffmpegthumbnailer", "-v"));
+  versions.push_back(VersionOf("/usr/bin/ffmpeg", "-version"));
   return versions;
 }
 

@@ -167,11 +167,15 @@ TEST(Usage, PrintsTheVersionsOfTheProgramAndOfWhatItUses) {
   const Outcome outcome = CommandRunner()({"--version"});
   EXPECT_EQ(outcome.code, 0);
   EXPECT_EQ(outcome.err, "");
-  EXPECT_TRUE(HasMatch(outcome.out, "^tavithumb [0-9]+\\.[0-9]+\\.[0-9]+\n  libjpeg-turbo  [0-9]+\\.[0-9]"))
+  EXPECT_TRUE(HasMatch(outcome.out, "^tavithumb [0-9]+\\.[0-9]+\\.[0-9]+\n  libjpeg-turbo +[0-9]+\\.[0-9]"))
       << outcome.out;
   for (const char* name : {"zlib", "libdeflate", "libtiff", "giflib", "libwebp", "libjxl", "libraw", "lcms2", "libheif",
                            "Exiv2", "djpeg", "jpegtran", "convert", "dcraw"}) {
     EXPECT_TRUE(HasMatch(outcome.out, "\n  " + std::string(name) + " +[0-9]+(\\.[0-9]+)+(-[0-9]+)?\n"))
+        << name << outcome.out;
+  }
+  for (const char* name : {"ffmpegthumbnailer", "ffmpeg"}) {
+    EXPECT_TRUE(HasMatch(outcome.out, "\n  " + std::string(name) + " +([0-9]+(\\.[0-9]+)+(-[0-9]+)?|not found)\n"))
         << name << outcome.out;
   }
   for (const char* name : {"HEIC", "AVIF"}) {

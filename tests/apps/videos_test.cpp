@@ -78,7 +78,7 @@ class Videos : public Batch {
 TEST_F(Videos, HaveAThumbnailOfEachSizeFromOneRunOfTheTool) {
   fs::create_directory(folder / "films");
   MakeFilm(film, scene, 10);
-  const Outcome outcome = run({"make", folder / "films"}, WithProbe());
+  const Outcome outcome = run({"make", "--eager", folder / "films"}, WithProbe());
   EXPECT_EQ(outcome.code, 0) << outcome;
   EXPECT_EQ(Names(EntryOf(film, "")), all);
   EXPECT_EQ(SizeOf(Entry(film, "S")), "JPEG 120x90");
@@ -91,7 +91,7 @@ TEST_F(Videos, HaveAThumbnailOfEachSizeFromOneRunOfTheTool) {
   EXPECT_EQ(ReadFile(runs).find("/usr/bin/ffmpegthumbnailer "), 0u);
   EXPECT_EQ(Runs(), 1u);
 
-  const Outcome again = run({"make", folder / "films"}, WithProbe());
+  const Outcome again = run({"make", "--eager", folder / "films"}, WithProbe());
   EXPECT_EQ(WithoutTime(again.out), Table({"1", "0", "0", "5", "0", "0"}));
   EXPECT_EQ(Runs(), 0u);
   const Outcome got = run({"get", "--size", "large", film}, WithProbe());
@@ -122,8 +122,8 @@ TEST_F(Videos, AreLeftOutOfABatchOnRequest) {
   MakeFilm(film, scene, 2);
   std::string table = Table({"0", "0", "0", "0", "0", "0"});
   table.insert(table.find("failed"), "passed over            1  files: 1 mp4\n");
-  EXPECT_EQ(WithoutTime(run({"make", "--no-videos", folder / "films"}).out), table);
-  EXPECT_EQ(run({"make", "--library", folder / "films"}).code, 0);
+  EXPECT_EQ(WithoutTime(run({"make", "--eager", "--no-videos", folder / "films"}).out), table);
+  EXPECT_EQ(run({"make", "--eager", "--library", folder / "films"}).code, 0);
   EXPECT_EQ(Names(EntryOf(film, "")), Strings{});
 }
 
@@ -190,14 +190,14 @@ TEST_F(Videos, WithAnUpToDateScreenshotGetNoThumbnail) {
   const std::string screenshot = EntryOf(folder / "film.mp4", "TAVIVIDEO_VIDEO_SCREENSHOT.jpg");
   fs::create_directories(fs::path(screenshot).parent_path());
   fs::copy_file(scene, screenshot);
-  const Outcome made = run({"make", folder / "film.mp4"}, WithProbe());
+  const Outcome made = run({"make", "--eager", folder / "film.mp4"}, WithProbe());
   EXPECT_EQ(WithoutTime(made.out), Table({"1", "0", "0", "5", "0", "0"}));
   EXPECT_EQ(run({"get", folder / "film.mp4"}, WithProbe()).out, screenshot + "\n");
   EXPECT_EQ(Runs(), 0u);
   EXPECT_EQ(Names(EntryOf(folder / "film.mp4", "")), Strings{"TAVIVIDEO_VIDEO_SCREENSHOT.jpg"});
 
   SetTimes(screenshot, 1, ModificationTime(folder / "film.mp4") - 1);
-  EXPECT_EQ(run({"make", folder / "film.mp4"}).code, 0);
+  EXPECT_EQ(run({"make", "--eager", folder / "film.mp4"}).code, 0);
   EXPECT_EQ(Names(EntryOf(folder / "film.mp4", "")).size(), 5u);
 }
 
@@ -235,11 +235,11 @@ TEST_F(Videos, NeedATool) {
   EXPECT_EQ(got.code, 1);
   EXPECT_EQ(got.err, "tavithumb: " + film + ": " + reason + "; " + remedy + "\n");
 
-  const Outcome made = run({"make", folder / "films"}, WithProbe("missing"));
+  const Outcome made = run({"make", "--eager", folder / "films"}, WithProbe("missing"));
   EXPECT_EQ(made.code, 0);
   EXPECT_EQ(made.err, "tavithumb: videos are left out: " + reason + "; " + remedy + ", or add --no-videos\n");
-  EXPECT_EQ(run({"make", "--no-videos", folder / "films"}, WithProbe("missing")).err, "");
-  EXPECT_EQ(run({"make", film}, WithProbe("missing")).code, 1);
+  EXPECT_EQ(run({"make", "--eager", "--no-videos", folder / "films"}, WithProbe("missing")).err, "");
+  EXPECT_EQ(run({"make", "--eager", film}, WithProbe("missing")).code, 1);
 }
 
 TEST_F(Videos, ThatCannotBeReadFailWithTheReason) {
@@ -273,7 +273,7 @@ TEST_F(Videos, OfTheSamplesHaveThumbnails) {
   for (const fs::directory_entry& sample : fs::directory_iterator(samples)) {
     fs::copy_file(sample.path(), fs::path(folder / "films") / sample.path().filename());
   }
-  const Outcome outcome = run({"make", "--sizes", "medium", folder / "films"});
+  const Outcome outcome = run({"make", "--eager", "--sizes", "medium", folder / "films"});
   EXPECT_EQ(outcome.code, 0) << outcome;
   const std::pair<const char*, const char*> rows[] = {{"phone.mov", "JPEG 203x360"},  // stored on its side
                                                       {"phone.mp4", "JPEG 360x203"},
@@ -287,7 +287,7 @@ TEST_F(Videos, OfTheSamplesHaveThumbnails) {
 TEST_F(Videos, OfWhichTheToolHangsFailAndLeaveNothing) {
   fs::create_directory(folder / "films");
   MakeFilm(film, scene, 2);
-  const pid_t child = run.Begin({"make", folder / "films"}, WithProbe("hang"));
+  const pid_t child = run.Begin({"make", "--eager", folder / "films"}, WithProbe("hang"));
   while (Runs() == 0) usleep(1000);
   kill(child, SIGINT);
   while (run.ErrorsSoFar().find("finishing") == std::string::npos) usleep(1000);

@@ -48,7 +48,7 @@ expected=$(
 diff <(sort <<<"$expected") <(cd "$prefix" && find . ! -type d | sort) || fail "other files are installed"
 
 # The programs run where they are installed, and find their policy.
-[ "$("$prefix/bin/tavithumb" --version)" = "tavithumb 1.0.0" ] || fail "the installed command does not run"
+[ "$("$prefix/bin/tavithumb" --version | sed -n 1p)" = "tavithumb 1.0.0" ] || fail "the installed command does not run"
 GATEWAY_INTERFACE=CGI/1.1 REQUEST_METHOD=GET REQUEST_URI=/list/ "$prefix/sbin/tavithumb-web" --tool-memory 0 \
   --root "$prefix/share" |
   grep -q '"name":"tavithumb"' || fail "the installed web program does not answer"
