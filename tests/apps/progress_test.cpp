@@ -153,7 +153,7 @@ TEST_F(ProgressLine, SendsNothingSpecialToADumbTerminal) {
 TEST_F(ProgressLine, IsAnOccasionalLineWithoutATerminal) {
   MakePng(folder / "wait-1.png", 200, 100);
   Start start = ProbedStart();
-  start.environment.emplace_back("PROBE_SPEED=1000");
+  start.environment.emplace_back("PROBE_SPEED=60");  // a file may take five seconds
   const CommandRunner command;
   const pid_t process = command.Begin({"make", "--library", "--sizes", "small", folder.Path()}, start);
   while (command.ErrorsSoFar().empty()) usleep(1000);
