@@ -56,7 +56,8 @@ libtavithumb-platform1 Depends:
 libtavithumb-platform1 Provides: libtavithumb-platform-1
 libtavithumb-platform1 Conflicts: libtavithumb-platform-1
 libtavithumb-platform1 Replaces: libtavithumb-platform-1
-tavithumb Depends: systemd | systemd-standalone-sysusers | systemd-sysusers, $codecs
+tavithumb Depends: systemd | systemd-standalone-sysusers | systemd-sysusers, \
+${codecs/liblcms2-2 (>= 2.6)/liblcms2-2 (>= 2.7)}
 tavithumb Recommends: ffmpegthumbnailer
 tavithumb Suggests: ffmpeg
 tavithumb-convert Depends: imagemagick, $codecs_to_r, $codecs_from_t
