@@ -143,7 +143,7 @@ while IFS=$'\t' read -r document command output <&4; do
     checkout) run "$checkout" "$command" "$output" ;;
     "checkout: "*) run "$checkout" "${how#*: }" "$output" ;;
     "test: "*) grep -qxF "${how#*: }" <<<"$known_tests" || fail "there is no test ${how#*: }, named for '$command'" ;;
-    "gate: "*) grep -qxE "(run|beside [0-9]+) ${how#*: }" .ci/run || fail ".ci/run has no step ${how#*: }, named for '$command'" ;;
+    "gate: "*) grep -qxE "(run|beside (other|idle)) ${how#*: }" .ci/run || fail ".ci/run has no step ${how#*: }, named for '$command'" ;;
     "proof: "*) grep -qF "$command" "tests/proof/${how#*: }" || fail "no proof ${how#*: } runs '$command'" ;;
     "shown: "*) ;;
     *) fail "$document: nothing in commands.txt says how '$command' is tested" ;;
