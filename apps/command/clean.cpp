@@ -60,6 +60,7 @@ class Cleaner {
       : isRoots_(IsRoot()), isDryRun_(style.isDryRun), filter_(style.filter), remover_(style) {}
 
   void CleanPath(const std::string& path);
+  void CleanAfter(const std::string& path);
   void CleanStore();
   void TrimStore(const StoreSize& size);
   void CleanTemporaryFolder(const std::string& path);
@@ -97,6 +98,11 @@ void Cleaner::CleanPath(const std::string& path) {
   if (stat(path.c_str(), &record) != 0 && errno != ENOENT) return remover_.Report(path, ProblemOfErrno(errno));
   const bool isMirrored = !StoreFolder().empty() && CleanMirror(path);
   return S_ISDIR(record.st_mode) ? CleanFolder(path) : CleanFile(path, isMirrored);
+}
+
+void Cleaner::CleanAfter(const std::string& path) {
+  if (!StoreFolder().empty()) CleanMirror(path);
+  CleanFile(path, true);
 }
 
 // Whether the store has something of the file or folder, which may be gone.
@@ -320,6 +326,11 @@ bool Clean(const std::vector<std::string>& paths, const RemovalStyle& style) {
   for (const char* folder : file::TEMPORARY_FOLDERS) cleaner.CleanTemporaryFolder(folder);
   if (style.keep) cleaner.TrimStore(*style.keep);
   return cleaner.Finish();
+}
+
+void CleanAfter(const std::string& path, const RemovalStyle& style) {
+  CheckLayout();
+  Cleaner(style).CleanAfter(path);
 }
 
 }  // namespace tavithumb::apps::command

@@ -13,4 +13,7 @@ namespace tavithumb::apps::command {
 // it if there are no paths. True if everything could be read and removed.
 bool Clean(const std::vector<std::string>& paths, const RemovalStyle& style);
 
+// Removes the thumbnails of a file, and in a store of everything below a folder, that is gone.
+void CleanAfter(const std::string& path, const RemovalStyle& style);
+
 }  // namespace tavithumb::apps::command

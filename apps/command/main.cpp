@@ -49,9 +49,10 @@ int main(int argc, char** argv) {
   OpenStandardDescriptors();
   static_cast<void>(std::signal(SIGPIPE, SIG_IGN));  // a closed pipe is reported as a failed write
   try {
-    return RunCommandLine({argv + 1, argv + argc},
-                          {WithPolicy(GetSubcommand()), InfoSubcommand(), WithPolicy(MakeSubcommand()),
-                           RenderSubcommand(), AddSubcommand(), ListSubcommand(), CleanSubcommand()});
+    return RunCommandLine(
+        {argv + 1, argv + argc},
+        {WithPolicy(GetSubcommand()), InfoSubcommand(), WithPolicy(MakeSubcommand()), WithPolicy(WatchSubcommand()),
+         RenderSubcommand(), AddSubcommand(), ListSubcommand(), CleanSubcommand()});
   } catch (const OutputClosed&) {
     return DieOfClosedOutput();
   } catch (const UsageError& error) {

@@ -7,17 +7,10 @@
 #include <vector>
 
 #include "command/batch/filter.h"
-#include "command/batch/work.h"
+#include "command/batch/run.h"
 #include "command/name_list.h"
 
 namespace tavithumb::apps::command {
-
-// What is printed beside problems.
-struct MakeOutput {
-  bool json = false;
-  bool isQuiet = false;    // neither progress nor a summary for people
-  bool isVerbose = false;  // a line for each file
-};
 
 struct MakeRequest {
   std::vector<std::string> names;  // files and folders
@@ -26,12 +19,10 @@ struct MakeRequest {
   Order order;
   std::size_t jobs = 1;
   std::optional<std::size_t> limit;  // of files with at least one thumbnail made
-  MakeOutput output;
+  RunOutput output;
 };
 
-enum class MakeOutcome { kAllWell, kSomeFailed, kInterrupted };
-
 // `tavithumb make`: makes thumbnails of files, and of all files in folders, ahead of time.
-MakeOutcome Make(MakeRequest request);
+RunOutcome Make(MakeRequest request);
 
 }  // namespace tavithumb::apps::command

@@ -12,6 +12,7 @@
 #include <tuple>
 
 #include "system/paths.h"
+#include "thumbs/kinds.h"
 
 namespace tavithumb::apps::command {
 namespace {
@@ -47,6 +48,10 @@ std::optional<std::time_t> ParseDate(const std::string& text, const char* form) 
 }
 
 }  // namespace
+
+bool Filter::Takes(const std::string& name) const {
+  return IsFilm(name) ? takesVideos : IsPhoto(name);
+}
 
 bool Filter::Excludes(const std::string& path) const {
   return std::any_of(excluded.begin(), excluded.end(),

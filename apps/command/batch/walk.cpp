@@ -39,11 +39,13 @@ unsigned char TypeOf(int folder, const dirent& entry) {
 
 }  // namespace
 
-Walk::Walk(std::vector<std::string> names, std::optional<NameList> list, Filter filter, OnProblem onProblem)
+Walk::Walk(std::vector<std::string> names, std::optional<NameList> list, Filter filter, OnProblem onProblem,
+           OnFolder onFolder)
     : names_(std::make_move_iterator(names.begin()), std::make_move_iterator(names.end())),
       list_(std::move(list)),
       filter_(std::move(filter)),
-      onProblem_(std::move(onProblem)) {}
+      onProblem_(std::move(onProblem)),
+      onFolder_(std::move(onFolder)) {}
 
 std::optional<std::string> Walk::Next() {
   if (files_.empty()) return std::nullopt;
@@ -83,9 +85,9 @@ void Walk::Step() {
 
 // By its name.
 bool Walk::IsTaken(const std::string& name) {
-  if (!IsFilm(name)) return IsPhoto(name);
-  hasSkippedVideos_ = hasSkippedVideos_ || !filter_.takesVideos;
-  return filter_.takesVideos;
+  const bool isTaken = filter_.Takes(name);
+  hasSkippedVideos_ = hasSkippedVideos_ || (!isTaken && IsFilm(name));
+  return isTaken;
 }
 
 // Lists often contain everything below a folder: neither taken nor a folder. A name that doesn't exist is kept, so that
@@ -142,6 +144,7 @@ void Walk::Open(const std::string& folder, int flags) {
   folder_.reset(fdopendir(opened.Release()));
   if (!folder_) return onProblem_(folder, ProblemOfErrno(ENOMEM));
   folderName_ = folder;
+  onFolder_(folder);
 }
 
 void Walk::ReadFolder() {

@@ -16,42 +16,37 @@
 #include <vector>
 
 #include "command/batch/filter.h"
+#include "command/batch/name_source.h"
 #include "command/name_list.h"
 #include "thumbs/reasons.h"
 
 namespace tavithumb::apps::command {
 
-// Finds the photos and videos among the given files and in the given folders, step by step, so that work can start with
-// the first one. Each file is found once, even if several names lead to it. The queue of files is bounded, so that
-// millions of files need not fit into memory.
-class Walk {
+// Finds the photos and videos among the given files and in the given folders. Each file is found once, even if several
+// names lead to it. The queue of files is bounded, so that millions of files need not fit into memory. A name in it is
+// one as typed, or a path below a folder as typed.
+class Walk : public NameSource {
  public:
   using OnProblem = std::function<void(const std::string& name, const Problem&)>;
+  using OnFolder = std::function<void(const std::string& folder)>;
 
-  // `onProblem` is called for each folder and list that can't be read.
-  Walk(std::vector<std::string> names, std::optional<NameList> list, Filter filter, OnProblem onProblem);
+  // `onProblem` is called for each folder and list that can't be read, `onFolder` for each folder before it is read.
+  Walk(
+      std::vector<std::string> names, std::optional<NameList> list, Filter filter, OnProblem onProblem,
+      OnFolder onFolder = [](const std::string&) {});
 
-  // Removes and returns the next file in the queue, if any: its name as typed, or its path below a folder as typed.
-  std::optional<std::string> Next();
+  std::optional<std::string> Next() override;
+  bool HasEnded() const override { return HasFoundAll() && files_.empty(); }
+  FoundNames Found() const override { return {count_, expectedWork_, HasFoundAll()}; }
 
-  // The number of files found so far, and the sum of their ExpectedMilliseconds(); whether all have been found; whether
-  // all have been taken from the queue as well.
-  std::size_t Count() const { return count_; }
-  double ExpectedWork() const { return expectedWork_; }
-  bool HasFoundAll() const { return !folder_ && folders_.empty() && names_.empty() && !list_; }
-  bool HasEnded() const { return HasFoundAll() && files_.empty(); }
+  // What has been named is never passed over, unless it is in the list.
+  const std::map<std::string, std::size_t>& PassedOver() const override { return passedOver_; }
+  bool HasSkippedVideos() const override { return hasSkippedVideos_; }
 
-  // How many files were passed over so far: photos that the filter leaves out as "excluded", others by their extension
-  // in lower case, "" for none. What has been named is never one of them, unless it is in the list.
-  const std::map<std::string, std::size_t>& PassedOver() const { return passedOver_; }
-  // Whether there was a video that is not taken.
-  bool HasSkippedVideos() const { return hasSkippedVideos_; }
-
-  // Call Step() if CanStep() is true, or when Descriptor() is readable. Descriptor() is -1 while there is nothing to
-  // wait for: the walk has ended, or the queue is full.
-  bool CanStep() const;
-  int Descriptor() const;
-  void Step();
+  bool CanStep() const override;
+  // -1 also while the queue is full.
+  int Descriptor() const override;
+  void Step() override;
 
  private:
   using Identity = std::pair<dev_t, ino_t>;
@@ -59,6 +54,7 @@ class Walk {
     void operator()(DIR* folder) const { closedir(folder); }
   };
 
+  bool HasFoundAll() const { return !folder_ && folders_.empty() && names_.empty() && !list_; }
   bool HasRoom() const;
   void StartAt(const std::string& name);
   void VisitNamedFile(const std::string& name);
@@ -78,6 +74,7 @@ class Walk {
   const Filter filter_;
   bool hasSkippedVideos_ = false;
   OnProblem onProblem_;
+  OnFolder onFolder_;
 
   std::vector<std::string> folders_;  // still to be opened
   std::unique_ptr<DIR, CloseFolder> folder_;

@@ -14,6 +14,7 @@
 #include "command/list.h"
 #include "command/make.h"
 #include "command/render.h"
+#include "command/watch.h"
 
 namespace CLI {
 class App;
@@ -82,6 +83,7 @@ struct Subcommand {
 Subcommand GetSubcommand(std::function<decltype(Get)> get = Get);
 Subcommand InfoSubcommand(std::function<decltype(Info)> info = Info);
 Subcommand MakeSubcommand(std::function<decltype(Make)> make = Make);
+Subcommand WatchSubcommand(std::function<decltype(Watch)> watch = Watch);
 Subcommand RenderSubcommand(std::function<decltype(Render)> render = Render);
 Subcommand AddSubcommand(std::function<decltype(Add)> add = Add);
 Subcommand ListSubcommand(std::function<decltype(List)> list = List);

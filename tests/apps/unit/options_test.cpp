@@ -131,7 +131,7 @@ MakeRequest ParseMake(const Strings& options) {
   arguments.insert(arguments.end(), options.begin(), options.end());
   const auto make = [&](MakeRequest request) {
     parsed = std::move(request);
-    return MakeOutcome::kAllWell;
+    return RunOutcome::kAllWell;
   };
   EXPECT_EQ(RunCommandLine(arguments, {MakeSubcommand(make)}), kDone);
   return std::move(parsed.value());
@@ -338,9 +338,9 @@ TEST(ExitCodes, SayHowTheRunEnded) {
   EXPECT_EQ(RunCommandLine({"clean", "a"}, {CleanSubcommand(fail)}), kSomeFailed);
   EXPECT_EQ(RunCommandLine({"add", "--size", "big", "a", "b"}, {AddSubcommand(fail)}), kSomeFailed);
   EXPECT_EQ(RunCommandLine({"render", "a", "b.jpg"}, {RenderSubcommand(fail)}), kSomeFailed);
-  const std::pair<MakeOutcome, ExitCode> rows[] = {{MakeOutcome::kAllWell, kDone},
-                                                   {MakeOutcome::kSomeFailed, kSomeFailed},
-                                                   {MakeOutcome::kInterrupted, kInterrupted}};
+  const std::pair<RunOutcome, ExitCode> rows[] = {{RunOutcome::kAllWell, kDone},
+                                                   {RunOutcome::kSomeFailed, kSomeFailed},
+                                                   {RunOutcome::kInterrupted, kInterrupted}};
   for (const auto& [outcome, code] : rows) {
     const auto make = [end = outcome](const MakeRequest& /*request*/) { return end; };
     EXPECT_EQ(RunCommandLine({"make", "a"}, {MakeSubcommand(make)}), code);

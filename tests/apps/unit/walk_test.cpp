@@ -47,10 +47,10 @@ class Walks : public testing::Test {
       walk.Step();
       while (std::optional<std::string> name = walk.Next()) found.push_back(*name);
     }
-    EXPECT_TRUE(walk.HasFoundAll());
+    EXPECT_TRUE(walk.Found().isAll);
     EXPECT_FALSE(walk.CanStep());
     EXPECT_EQ(walk.Descriptor(), -1);
-    EXPECT_EQ(walk.Count(), found.size());
+    EXPECT_EQ(walk.Found().count, found.size());
     std::sort(found.begin(), found.end());
     return found;
   }
@@ -84,7 +84,7 @@ TEST_F(Walks, TellWhetherTheyHaveSkippedVideos) {
     for (const char* name : {"films", "photos"}) {
       takesVideos = isTaken;
       Walk walk = Start({folder / name});
-      while (!walk.HasFoundAll()) walk.Step();
+      while (!walk.Found().isAll) walk.Step();
       EXPECT_EQ(walk.HasSkippedVideos(), !isTaken && name == std::string("films")) << name;
     }
   }
@@ -213,8 +213,8 @@ TEST_F(Walks, StartWithTheFirstFile) {
   Walk walk = Start(In({"a/1.png", "b"}));
   EXPECT_EQ(walk.Next(), std::nullopt);
   walk.Step();
-  EXPECT_EQ(walk.Count(), 1u);
-  EXPECT_FALSE(walk.HasFoundAll());
+  EXPECT_EQ(walk.Found().count, 1u);
+  EXPECT_FALSE(walk.Found().isAll);
   EXPECT_EQ(walk.Next(), folder / "a/1.png");
   EXPECT_FALSE(walk.HasEnded());
 }
@@ -227,8 +227,8 @@ TEST_F(Walks, StopWhileTheQueueIsFull) {
   for (std::size_t i = 0; i < names.size(); ++i) names[i] += std::to_string(i) + ".png";
   Walk walk = Start(names);
   while (walk.CanStep()) walk.Step();
-  EXPECT_LT(walk.Count(), names.size());
-  EXPECT_FALSE(walk.HasFoundAll());
+  EXPECT_LT(walk.Found().count, names.size());
+  EXPECT_FALSE(walk.Found().isAll);
   EXPECT_EQ(walk.Descriptor(), -1);
   ASSERT_TRUE(walk.Next());
   EXPECT_TRUE(walk.CanStep());
@@ -241,9 +241,9 @@ TEST_F(Walks, ReadALongFolderInSteps) {
   Walk walk = Start({folder / "a"});
   walk.Step();  // opens it
   walk.Step();
-  EXPECT_GT(walk.Count(), 0u);
-  EXPECT_LT(walk.Count(), 300u);
-  EXPECT_EQ(Found(std::move(walk)), In(names));
+  EXPECT_GT(walk.Found().count, 0u);
+  EXPECT_LT(walk.Found().count, 300u);
+  EXPECT_EQ(AllOf(&walk), In(names));
 }
 
 }  // namespace
