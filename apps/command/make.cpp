@@ -34,6 +34,7 @@ RunOutcome Make(MakeRequest request) {
   run.order.folders = FoldersOf(request);
   run.jobs = request.jobs;
   run.limit = request.limit;
+  run.triesFailed = request.triesFailed;
   run.output = request.output;
   run.lacksStillTool = request.filter.takesVideos && !IsStillToolInstalled();
   request.filter.takesVideos = request.filter.takesVideos && !run.lacksStillTool;

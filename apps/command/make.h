@@ -20,6 +20,7 @@ struct MakeRequest {
   std::size_t jobs = 1;
   std::optional<std::size_t> limit;  // of files with at least one thumbnail made
   RunOutput output;
+  bool triesFailed = false;  // as RunRequest says
 };
 
 // `tavithumb make`: makes thumbnails of files, and of all files in folders, ahead of time.

@@ -53,6 +53,7 @@ RunOutcome Watch(const WatchRequest& request) {
   run.jobs = request.jobs;
   run.makesWay = !request.order.isEager;
   run.showsProgress = isatty(STDERR_FILENO) != 0;
+  run.triesFailed = request.triesFailed;
   run.output = request.output;
   return RunBatch(run, [&](const Reporter& reporter) { return Follow(request, folders, reporter); });
 }

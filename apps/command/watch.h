@@ -16,6 +16,7 @@ struct WatchRequest {
   Order order;
   std::size_t jobs = 1;  // while nobody else uses the processor; otherwise one
   RunOutput output;
+  bool triesFailed = false;  // as RunRequest says
 };
 
 // `tavithumb watch`: makes the thumbnails of all files in folders, then those of files that come, and removes those of

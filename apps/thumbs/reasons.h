@@ -18,6 +18,7 @@ struct Problem {
     kNoPlace,      // its thumbnail can't be stored
     kNoTool,       // the tool that would make it is not installed
     kNoMemory,
+    kNoTime,  // it took too long
   };
 
   Kind kind;

@@ -52,6 +52,7 @@ HttpStatus StatusOf(Problem::Kind kind) {
     case Problem::Kind::kDamaged:
       return kUnprocessableContent;
     case Problem::Kind::kNoMemory:
+    case Problem::Kind::kNoTime:
       return kServiceUnavailable;
     case Problem::Kind::kNoPlace:
     case Problem::Kind::kNoTool:

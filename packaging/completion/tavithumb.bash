@@ -9,7 +9,9 @@ _tavithumb_options() { # _tavithumb_options SUBCOMMAND
     render) echo -s --size --rotate --avatar --format --quality --uri ;;
     list) echo --json --store ;;
     make) echo -s --sizes --jobs --older --limit --exclude --one-file-system --newer-than --no-videos -n --dry-run \
-      --eager --quality --library --store --store-all -q --quiet -v --verbose --json --files-from -0 ;;
+      --retry --eager --quality --library --store --store-all -q --quiet -v --verbose --json --files-from -0 ;;
+    watch) echo -s --sizes --jobs --exclude --one-file-system --no-videos --retry --eager --quality --library --store \
+      --store-all -q --quiet -v --verbose --json ;;
     add) echo -s --size --check-type --mtime --store --store-all ;;
     clean) echo --exclude --one-file-system --dry-run -n -q --quiet --json --store --keep ;;
   esac
@@ -21,13 +23,13 @@ _tavithumb() {
   local sizes="small medium big large xlarge" offered=""
 
   if [ "$cword" -eq 1 ]; then
-    offered="get info make render add list clean -h --help --version"
+    offered="get info make watch render add list clean -h --help --version"
   else
     case $prev in
       -s | --size | --sizes)
         case ${words[1]} in
           get | render) offered="$sizes original" ;;
-          make) local begun=${cur%"${cur##*,}"}; offered="$begun${sizes// / $begun}" ;;
+          make | watch) local begun=${cur%"${cur##*,}"}; offered="$begun${sizes// / $begun}" ;;
           *) offered=$sizes ;;
         esac
         ;;

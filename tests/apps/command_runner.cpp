@@ -72,6 +72,7 @@ void CommandRunner::Exec(const std::vector<std::string>& arguments, const Start&
   dup2(start.terminal == -1 ? OpenOutput(start) : start.terminal, STDOUT_FILENO);
   dup2(start.terminal == -1 ? Create(files_ / "err") : start.terminal, STDERR_FILENO);
   if (start.closesOutput) close(STDOUT_FILENO);
+  setenv("XDG_STATE_HOME", (files_ / "state").c_str(), 1);
   for (const std::string& variable : start.environment) putenv(const_cast<char*>(variable.c_str()));
   std::vector<char*> words;
   for (const std::string& word : arguments) words.push_back(const_cast<char*>(word.c_str()));

@@ -113,6 +113,7 @@ TEST_F(Make, PrintsAnObjectPerFileAndASummary) {
                                                     {"found", 0},
                                                     {"not_needed", 1},
                                                     {"failed", 1},
+                                                    {"failed_before", 0},
                                                     {"bytes", fs::file_size(EntryOf(png, "TAVIFILE_THUMB_S.png"))},
                                                     {"expected_seconds", nullptr},
                                                     {"passed_over", json::array()},
@@ -355,14 +356,14 @@ TEST_F(Make, PrintsALineForEachFileOrProblemsOnly) {
             png + ": made small; not needed big\n" + (folder / "broken.png") + ": failed\n");
   EXPECT_EQ(verbose.err, problem);
   for (const Strings& options : {Strings{"-q"}, Strings{"--quiet", "--dry-run"}}) {
-    Strings arguments = {"make", folder.Path()};
+    Strings arguments = {"make", "--retry", folder.Path()};
     arguments.insert(arguments.end(), options.begin(), options.end());
     const Outcome quiet = run(arguments);
     EXPECT_EQ(quiet.code, 1);
     EXPECT_EQ(quiet.out, "");
     EXPECT_EQ(quiet.err, problem);
   }
-  const Outcome objects = run({"make", "-q", "--json", folder.Path()});
+  const Outcome objects = run({"make", "-q", "--json", "--retry", folder.Path()});
   EXPECT_EQ(BySource(objects.out).size(), 3u);
   EXPECT_EQ(objects.err, problem);
 }

@@ -140,6 +140,11 @@ nightly_service_works() {
     "$(inside find "$stored" -type f ! -empty -printf '%u %p\n' | LC_ALL=C sort)"
 }
 
+following_service_fits_the_system() {
+  local unit=tavithumb-watch@srv-photos.service
+  inside systemctl enable "$unit" && inside systemd-analyze verify --man=no "$unit"
+}
+
 # The next version: these packages under another number.
 add_next_version() {
   local name folder=$work/next
@@ -287,6 +292,7 @@ root=$systems/alone
 check "apt installs the command and its dependencies, given the repository" repository_serves_the_command
 check "alone, the command makes thumbnails of JPEG, PNG and HEIC" command_works
 check "alone, the nightly service makes thumbnails" nightly_service_works
+check "alone, the service that follows a folder fits the system" following_service_fits_the_system
 check "an upgrade from the repository keeps what is set" upgrade_keeps_what_is_set
 check "purging the command leaves nothing but thumbnails" purged_command_is_gone
 

@@ -29,8 +29,7 @@ constexpr std::chrono::minutes taskTimeout(5);
 
 Problem ProblemOf(const EndedChild& worker) {
   using Kind = Problem::Kind;
-  if (worker.wasLate)
-    return {Kind::kDamaged, "it took longer than 5 minutes", "check that it opens in another program"};
+  if (worker.wasLate) return {Kind::kNoTime, "it took longer than 5 minutes", "check that it opens in another program"};
   if (WIFSIGNALED(worker.status) && WTERMSIG(worker.status) == SIGKILL) {
     return {Kind::kNoMemory, "the process working on it was killed", "try again when more memory is free"};
   }

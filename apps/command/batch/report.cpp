@@ -5,7 +5,7 @@
 
 namespace tavithumb::apps::command {
 
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Failure, size, reason, remedy)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Failure, size, reason, remedy, kind)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Result, made, found, notNeeded, failures, bytes, sampleMilliseconds, byLibrary)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Making, entry, temporaries, since)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Report, result, making)

@@ -14,6 +14,7 @@ struct Failure {
   std::string size;
   std::string reason;
   std::string remedy;
+  Problem::Kind kind = Problem::Kind::kDamaged;
 };
 
 // The result for one file. Each requested size is in one of the lists, except those after a failure of the whole file,
@@ -28,7 +29,7 @@ struct Result {
   std::string byLibrary;          // why the library's tools made them, in a word; empty if they did not
 
   void Fail(const std::string& size, const Problem& problem) {
-    failures.push_back({size, problem.reason, problem.remedy});
+    failures.push_back({size, problem.reason, problem.remedy, problem.kind});
   }
 };
 

@@ -7,10 +7,12 @@
 #include <algorithm>
 #include <csignal>
 #include <exception>
+#include <map>
 #include <set>
 #include <utility>
 
 #include "command/batch/estimate.h"
+#include "command/batch/failed_files.h"
 #include "command/batch/pool.h"
 #include "command/batch/progress_display.h"
 #include "command/batch/summary.h"
@@ -26,6 +28,11 @@
 namespace tavithumb::apps::command {
 namespace {
 
+// A dry run leaves them as they are.
+std::string RecordsFor(const RunRequest& request) {
+  return request.triesFailed && request.order.isDryRun ? "" : FailedFiles::UsualPath();
+}
+
 // One run: names go from the source to the pool, results from there to the summary and to the output.
 class Run {
  public:
@@ -33,6 +40,7 @@ class Run {
       : request_(request),
         output_(request.output),
         progress_(StandardError(request.showsProgress && !request.output.isQuiet)),
+        failed_(RecordsFor(request), request.triesFailed),
         source_(open(ReporterOfThis())),
         pool_(request.jobs, request.order) {}
 
@@ -45,6 +53,8 @@ class Run {
   bool IsDone() const { return pool_.Running() == 0 && (IsStopped() || !HasMore()); }
   Reporter ReporterOfThis();
   std::size_t MostAtOnce();
+  std::optional<std::string> NextToTry();
+  void Remember(const Done& done);
   void DispatchNames();
   Clock::time_point NextEvent() const;
   void AwaitEvents();
@@ -65,7 +75,10 @@ class Run {
   std::optional<std::string> next_;  // to be dispatched
   double workDone_ = 0;              // as the source expects it
   std::string last_;                 // most recently dispatched
-  std::exception_ptr writeError_;    // of standard output
+  FailedFiles failed_;
+  std::map<std::string, FailedFiles::Version> versions_;  // of the files that are being processed
+  std::size_t failedBefore_ = 0;
+  std::exception_ptr writeError_;  // of standard output
   const std::unique_ptr<NameSource> source_;
   Pool pool_;
 };
@@ -93,7 +106,7 @@ RunOutcome Run::Execute() {
   ReportSkippedVideos();
   ReportWhereItStopped();
   const bool isInterrupted = pool_.IsInterrupted();
-  const RunFacts run = {request_.jobs, request_.order.isDryRun, isInterrupted, source_->PassedOver()};
+  const RunFacts run = {request_.jobs, request_.order.isDryRun, isInterrupted, source_->PassedOver(), failedBefore_};
   if (output_.json) WriteOut(summary_.AsJson(run));
   if (!output_.isQuiet) WriteSummary(summary_.AsText(run), output_.json);
   if (isInterrupted) return RunOutcome::kInterrupted;
@@ -106,9 +119,32 @@ std::size_t Run::MostAtOnce() {
   return request_.limit ? std::min(most, *request_.limit - std::min(*request_.limit, summary_.FilesWithMade())) : most;
 }
 
+std::optional<std::string> Run::NextToTry() {
+  while (std::optional<std::string> name = source_->Next()) {
+    const auto version = FailedFiles::VersionOf(*name, request_.order.byLibrary);
+    if (!version || !failed_.Has(*version)) {
+      if (version) versions_[*name] = *version;
+      return name;
+    }
+    ++failedBefore_;
+    workDone_ += ExpectedMilliseconds(*name);
+  }
+  return std::nullopt;
+}
+
+// In the version in which the file was dispatched: it may have changed since.
+void Run::Remember(const Done& done) {
+  const auto version = versions_.find(done.name);
+  if (version == versions_.end()) return;
+  const auto isOfContent = [](const Failure& failure) { return failure.kind == Problem::Kind::kDamaged; };
+  const bool isRemembered = std::any_of(done.result.failures.begin(), done.result.failures.end(), isOfContent);
+  if (isRemembered && !request_.order.isDryRun) failed_.Add(version->second);
+  versions_.erase(version);
+}
+
 void Run::DispatchNames() {
   while (!IsStopped()) {
-    if (!next_) next_ = source_->Next();
+    if (!next_) next_ = NextToTry();
     if (!next_ || pool_.Running() >= MostAtOnce() || !pool_.Dispatch(*next_)) return;
     last_ = *std::exchange(next_, std::nullopt);
   }
@@ -144,6 +180,7 @@ void Run::HandleSignals() {
 }
 
 void Run::ReportDone(const Done& done) {
+  Remember(done);
   summary_.Add(done.name, done.result, done.milliseconds);
   workDone_ += ExpectedMilliseconds(done.name);
   std::set<std::string> reported;
@@ -168,7 +205,7 @@ void Run::Print(const std::string& text) {
 }
 
 void Run::ShowStatus() {
-  const std::size_t done = summary_.Files();
+  const std::size_t done = summary_.Files() + failedBefore_;
   const FoundNames found = source_->Found();
   progress_.Show({done, std::max(found.count, done + pool_.Running()), !found.isAll, last_, workDone_,
                   std::max(found.expectedWork - workDone_, 0.0)});

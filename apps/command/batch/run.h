@@ -24,6 +24,7 @@ struct RunRequest {
   Order order;
   std::size_t jobs = 1;
   std::optional<std::size_t> limit;  // of files with at least one thumbnail made
+  bool triesFailed = false;          // also files that failed before and have not changed
   bool makesWay = false;             // one file at a time while other programs use the processor
   bool lacksStillTool = false;       // says so if the source leaves out videos
   bool showsProgress = true;

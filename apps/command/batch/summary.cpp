@@ -146,6 +146,9 @@ std::string Summary::AsText(const RunFacts& run) const {
   for (const auto& [reason, count] : Sorted(CountsOfReasons())) {
     text += RowText("", count, reason + ": " + NamesText(reasons_.at(reason).names, count));
   }
+  if (run.failedBefore > 0) {
+    text += RowText("failed before", run.failedBefore, "files, unchanged since: --retry tries them again");
+  }
   if (run.isDryRun) return text;
   for (const SlowFile& file : slowest_) {
     text += RowText(&file == &slowest_.front() ? "slowest" : "", Fixed(file.milliseconds / 1000) + " s",
@@ -161,6 +164,7 @@ std::string Summary::AsJson(const RunFacts& run) const {
                                    {"found", found_},
                                    {"not_needed", notNeeded_},
                                    {"failed", failed_},
+                                   {"failed_before", run.failedBefore},
                                    {"bytes", bytes_},
                                    {"seconds", Seconds()},
                                    {"expected_seconds", nullptr},

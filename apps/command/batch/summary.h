@@ -18,6 +18,7 @@ struct RunFacts {
   bool isDryRun = false;
   bool isInterrupted = false;
   std::map<std::string, std::size_t> passedOver;  // how many files of each kind, "" for no extension
+  std::size_t failedBefore = 0;                   // files that were not tried again
 };
 
 // The totals of a run.

@@ -45,6 +45,7 @@ void DeclareBatch(const Options& options, BatchArguments* arguments) {
   options.AddFilter(&arguments->filter);
   options.AddDefaulted("--quality", "N", &arguments->quality, qualityHelp);
   options.AddFlag("--library", &arguments->byLibrary, libraryHelp);
+  options.AddFlag("--retry", &arguments->triesFailed, "Try files again that failed before and have not changed");
   options.AddFlag("--eager", &arguments->isEager,
                   "Compete with other programs for processor and disk; by default it uses what they leave");
   options.AddStore(&arguments->store);

@@ -22,6 +22,7 @@ struct BatchArguments {
   StoreArguments store;
   Filter filter;
   bool leavesVideos = false;
+  bool triesFailed = false;
   bool isEager = false;
   bool isQuiet = false;
   bool isVerbose = false;

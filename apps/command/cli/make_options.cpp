@@ -16,7 +16,7 @@ constexpr char footer[] =
     "and leaves those that are up to date. In folders and lists it skips thumbnails and other files; in folders, also\n"
     "links to folders. Those of a video are made of a still, unless a screenshot is stored for it. A file that takes\n"
     "longer than 5 minutes, or crashes the decoder, fails without affecting the others. Two runs over the same files\n"
-    "never make a thumbnail twice.\n"
+    "never make a thumbnail twice. A file that failed because of its content is not tried again until it changes.\n"
     "\n"
     "Ctrl-C finishes the running files; a second Ctrl-C stops them at once. Run it again to continue from there.\n"
     "\n"
@@ -29,8 +29,8 @@ constexpr char footer[] =
     "JSON objects: source, made, found, not_needed (the source is served unchanged), failed (size, error), bytes,\n"
     "milliseconds, by_library (null, or why the library's tools made them), error (null, or why the whole file\n"
     "failed). If a name is not UTF-8, source_hex has its bytes. At the end: summary (true), files, made, found,\n"
-    "not_needed, failed, bytes, seconds, expected_seconds (null without --dry-run), interrupted, by_library, reasons,\n"
-    "passed_over (kind, files), slowest (source, milliseconds).\n"
+    "not_needed, failed, failed_before (files not tried again), bytes, seconds, expected_seconds (null without\n"
+    "--dry-run), interrupted, by_library, reasons, passed_over (kind, files), slowest (source, milliseconds).\n"
     "\n"
     "Examples:\n"
     "  tavithumb make /volume/photos\n"
@@ -81,6 +81,7 @@ MakeRequest RequestOf(const Arguments& arguments) {
   request.filter = FilterOf(arguments.batch);
   if (arguments.since) request.filter.since = ParseMoment(*arguments.since);
   request.names = arguments.paths;
+  request.triesFailed = arguments.batch.triesFailed;
   if (arguments.list) request.list.emplace(*arguments.list, arguments.nulEnded ? '\0' : '\n');
   return request;
 }

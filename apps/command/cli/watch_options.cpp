@@ -46,8 +46,8 @@ void Declare(const Options& options, Arguments* arguments) {
 
 // Throws std::invalid_argument with a message for people.
 WatchRequest RequestOf(const Arguments& arguments) {
-  return {arguments.folders, FilterOf(arguments.batch), OrderOf(arguments.batch), JobsOf(arguments.batch),
-          OutputOf(arguments.batch)};
+  return {arguments.folders,       FilterOf(arguments.batch), OrderOf(arguments.batch),
+          JobsOf(arguments.batch), OutputOf(arguments.batch), arguments.batch.triesFailed};
 }
 
 }  // namespace

@@ -153,6 +153,34 @@ TEST(Options, OfMakeHaveDefaults) {
   EXPECT_FALSE(request.output.isVerbose);
 }
 
+TEST(Options, OfWatchAreThoseOfMakeThatFitFolders) {
+  std::optional<WatchRequest> parsed;
+  const auto watch = [&parsed](const WatchRequest& request) {
+    parsed = request;
+    return RunOutcome::kInterrupted;
+  };
+  EXPECT_EQ(RunCommandLine({"watch", "-q", "-s", "big", "--jobs", "3", "--quality", "70", "--no-videos", "--exclude",
+                            "*.gif", "--eager", "--library", "--one-file-system", "--json", "a", "b"},
+                           {WatchSubcommand(watch)}),
+            kDone);
+  EXPECT_EQ(parsed->folders, (Strings{"a", "b"}));
+  EXPECT_EQ(parsed->order.sizes, Strings{"big"});
+  EXPECT_EQ(parsed->order.quality, 70);
+  EXPECT_TRUE(parsed->order.isEager);
+  EXPECT_TRUE(parsed->order.byLibrary);
+  EXPECT_FALSE(parsed->order.isDryRun);
+  EXPECT_EQ(parsed->jobs, 3u);
+  EXPECT_EQ(parsed->filter.excluded, Strings{"*.gif"});
+  EXPECT_TRUE(parsed->filter.staysOnFileSystem);
+  EXPECT_FALSE(parsed->filter.takesVideos);
+  EXPECT_TRUE(parsed->output.isQuiet);
+  EXPECT_TRUE(parsed->output.json);
+  EXPECT_EQ(RunCommandLine({"watch", "a"}, {WatchSubcommand(watch)}), kDone);
+  EXPECT_TRUE(parsed->filter.takesVideos);
+  EXPECT_FALSE(parsed->order.isEager);
+  EXPECT_EQ(parsed->jobs, std::clamp(std::thread::hardware_concurrency(), 1u, 256u));
+}
+
 TEST(Options, HaveTheLettersThatPeopleExpect) {
   EXPECT_EQ(ParseGet({"-s", "small", "a.jpg"}).request.size.name, "small");
   const MakeRequest quiet = ParseMake({"-s", "big", "-nq", "a"});
@@ -338,12 +366,14 @@ TEST(ExitCodes, SayHowTheRunEnded) {
   EXPECT_EQ(RunCommandLine({"clean", "a"}, {CleanSubcommand(fail)}), kSomeFailed);
   EXPECT_EQ(RunCommandLine({"add", "--size", "big", "a", "b"}, {AddSubcommand(fail)}), kSomeFailed);
   EXPECT_EQ(RunCommandLine({"render", "a", "b.jpg"}, {RenderSubcommand(fail)}), kSomeFailed);
-  const std::pair<RunOutcome, ExitCode> rows[] = {{RunOutcome::kAllWell, kDone},
-                                                   {RunOutcome::kSomeFailed, kSomeFailed},
-                                                   {RunOutcome::kInterrupted, kInterrupted}};
+  const std::pair<RunOutcome, ExitCode> rows[] = {
+      {RunOutcome::kAllWell, kDone}, {RunOutcome::kSomeFailed, kSomeFailed}, {RunOutcome::kInterrupted, kInterrupted}};
   for (const auto& [outcome, code] : rows) {
     const auto make = [end = outcome](const MakeRequest& /*request*/) { return end; };
     EXPECT_EQ(RunCommandLine({"make", "a"}, {MakeSubcommand(make)}), code);
+    const auto watch = [end = outcome](const WatchRequest& /*request*/) { return end; };
+    const ExitCode watchCode = outcome == RunOutcome::kInterrupted ? kDone : kSomeFailed;
+    EXPECT_EQ(RunCommandLine({"watch", "a"}, {WatchSubcommand(watch)}), watchCode);
   }
 }
 

@@ -28,8 +28,8 @@ std::string NoTurns(const std::string& text) {
 
 std::string MessageOf(const std::vector<std::string>& arguments) {
   try {
-    RunCommandLine(arguments, {GetSubcommand(), InfoSubcommand(), MakeSubcommand(), RenderSubcommand(), AddSubcommand(),
-                               ListSubcommand(), CleanSubcommand()});
+    RunCommandLine(arguments, {GetSubcommand(), InfoSubcommand(), MakeSubcommand(), WatchSubcommand(),
+                               RenderSubcommand(), AddSubcommand(), ListSubcommand(), CleanSubcommand()});
   } catch (const UsageError& error) {
     return error.what();
   }

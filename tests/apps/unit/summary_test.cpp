@@ -55,10 +55,11 @@ TEST_F(Summaries, StartEmpty) {
   EXPECT_EQ(summary.Files(), 0u);
   EXPECT_EQ(summary.FilesWithMade(), 0u);
   EXPECT_FALSE(summary.HasFailures());
-  EXPECT_EQ(summary.AsJson({}),
-            R"({"summary":true,"files":0,"made":0,"found":0,"not_needed":0,"failed":0,"bytes":0,"seconds":0.0,)"
-            R"("expected_seconds":null,"interrupted":false,"by_library":[],"reasons":[],"passed_over":[],"slowest":[]})"
-            "\n");
+  EXPECT_EQ(
+      summary.AsJson({}),
+      R"({"summary":true,"files":0,"made":0,"found":0,"not_needed":0,"failed":0,"failed_before":0,"bytes":0,"seconds":0.0,)"
+      R"("expected_seconds":null,"interrupted":false,"by_library":[],"reasons":[],"passed_over":[],"slowest":[]})"
+      "\n");
 }
 
 TEST_F(Summaries, CountFilesAndThumbnails) {
@@ -123,7 +124,7 @@ TEST_F(Summaries, AreOneLineOfJson) {
   time += std::chrono::microseconds(1234567);
   EXPECT_EQ(
       summary.AsJson({1, false, true, {{"txt", 3}, {"pdf", 12}}}),
-      R"({"summary":true,"files":8,"made":4,"found":3,"not_needed":2,"failed":4,"bytes":5000000001,)"
+      R"({"summary":true,"files":8,"made":4,"found":3,"not_needed":2,"failed":4,"failed_before":0,"bytes":5000000001,)"
       R"("seconds":1.235,"expected_seconds":null,"interrupted":true,"by_library":[{"reason":"animation","files":1}],)"
       R"("reasons":[{"reason":"c common","files":3},)"
       R"({"reason":"a rare","files":1},{"reason":"b rare","files":1}],)"
