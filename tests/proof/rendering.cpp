@@ -20,6 +20,7 @@
 #include <thread>
 #include <vector>
 
+#include "odd_names.h"
 #include "pictures.h"
 #include "private_tmp.h"
 #include "process.h"
@@ -137,19 +138,9 @@ class Proof {
     Report("render on a full volume: the older file lost, more left, or no line that says why", wrong, runs, "volumes");
   }
 
-  static std::vector<std::string> Names() {
-    std::vector<std::string> names = {
-        "-",      "--help",  "-o",    "@list",     "png:x",        "%d",        "%s%n",     "x[0]*",
-        "{a,b}",  "[a]",     "~",     "|touch y",  "$(touch y)",   "`touch y`", "'",        "\"",
-        ";",      " ",       "\t",    "new\nline", "\x01\x1B[31m", "\\",        "\xFF\xFE", "\xED\xA0\x80",
-        "http:x", ".hidden", "a.gif", "..."};
-    names.emplace_back(255, 'n');
-    return names;
-  }
-
   void UseNames() {
     unsigned wrong = 0;
-    for (const std::string& name : Names()) {
+    for (const std::string& name : OddNames()) {
       const test::TempDir place;
       fs::create_directory(place / "in");
       fs::create_directory(place / "out");
@@ -161,7 +152,7 @@ class Proof {
                                 test::ReadFile(place / "out/" + name) == whole_;
       if (!isAsExpected) ++wrong;
     }
-    Report("names of files: another picture, or other files", wrong, static_cast<unsigned>(Names().size()), "names");
+    Report("names of files: another picture, or other files", wrong, static_cast<unsigned>(OddNames().size()), "names");
   }
 
   // The folder of the source or of the output goes at a random moment.
