@@ -210,7 +210,7 @@ void AnswerDates(const Target& target, const Delivery& delivery) {
 
 void AnswerList(const Target& target, const Delivery& delivery) {
   BecomeOwnerOfFolder(target, delivery);
-  const Listing listing = ListFolder(delivery.service.roots, target.path);
+  const Listing listing = ListFolder(delivery.service.roots, target.path, delivery.service.byLibrary);
   DeliverList(target, listing, delivery);
 }
 

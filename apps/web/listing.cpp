@@ -47,21 +47,22 @@ std::string UrlOf(const std::vector<std::string>& path) {
   return Join(encoded, "/");
 }
 
-ListedFile ListFile(const std::string& name, const std::string& url, const Found& found) {
+ListedFile ListFile(const std::string& name, const std::string& url, const Found& found, bool takesStills) {
   const bool isVideo = IsSupportVideo(name);
-  return {name,
-          url,
-          isVideo,
-          file::GetFileExt(name),
-          static_cast<std::uint64_t>(found.record.st_size),
-          found.record.st_mtime,
-          (IsFilm(name) && IsStillToolInstalled()) ||
-              (isVideo && Thumb(found.path, Thumb::OPT_NO_CONVERT, false).SetOutCinevoEA())};
+  return {
+      name,
+      url,
+      isVideo,
+      file::GetFileExt(name),
+      static_cast<std::uint64_t>(found.record.st_size),
+      found.record.st_mtime,
+      (takesStills && IsFilm(name)) || (isVideo && Thumb(found.path, Thumb::OPT_NO_CONVERT, false).SetOutCinevoEA())};
 }
 
 // A folder that is listed, and the names that may still be counted in it and those after it.
 struct Progress {
   const Roots& roots;
+  bool takesStills;
   std::size_t namesLeft;
   Listing* listing;
 };
@@ -89,7 +90,7 @@ void List(const std::vector<std::string>& path, Progress* progress) {
       ++listing->unreadable;
     }
   } else if (S_ISREG(found.record.st_mode) && IsShownFile(name)) {
-    listing->files.push_back(ListFile(name, url, found));
+    listing->files.push_back(ListFile(name, url, found, progress->takesStills));
   }
 }
 
@@ -141,9 +142,9 @@ std::vector<std::string> ShownNamesIn(const Found& found, const Roots& roots) {
   return names;
 }
 
-Listing ListFolder(const Roots& roots, const std::vector<std::string>& path, std::size_t mostCounted) {
+Listing ListFolder(const Roots& roots, const std::vector<std::string>& path, bool byLibrary, std::size_t mostCounted) {
   Listing listing = {path, {}, {}, 0};
-  Progress progress = {roots, mostCounted, &listing};
+  Progress progress = {roots, !byLibrary && IsStillToolInstalled(), mostCounted, &listing};
   if (roots.AreNamed() && path.empty()) {
     ListRoots(&progress);
     return listing;

@@ -40,9 +40,10 @@ struct Listing {
 };
 
 // The folders, photos and videos in a folder, or the roots if they have names and `path` is empty. Throws HttpError 404
-// if there is no such folder, 403 if it can't be read. Once the folders in it have had `mostCounted` names, the rest of
-// them are not counted.
-Listing ListFolder(const Roots& roots, const std::vector<std::string>& path, std::size_t mostCounted = 50000);
+// if there is no such folder, 403 if it can't be read. With `byLibrary`, no stills are taken. Once the folders in it
+// have had `mostCounted` names, the rest of them are not counted.
+Listing ListFolder(const Roots& roots, const std::vector<std::string>& path, bool byLibrary,
+                   std::size_t mostCounted = 50000);
 
 // The names in an open folder that are shown, sorted. Throws like ListFolder().
 std::vector<std::string> ShownNamesIn(const Found& folder, const Roots& roots);

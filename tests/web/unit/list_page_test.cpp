@@ -39,7 +39,7 @@ Lines Describe(const Listing& listing) {
 
 std::string ErrorOf(const Roots& roots, const std::vector<std::string>& path) {
   try {
-    ListFolder(roots, path);
+    ListFolder(roots, path, false);
     return "";
   } catch (const HttpError& error) {
     return std::to_string(error.Code()) + " " + error.what();
@@ -64,7 +64,7 @@ class Lists : public testing::Test {
     test::SetTimes(path, time, time);
   }
   Roots Only(bool showsHidden = false) const { return {{ParseRoot(folder_ / "shown")}, showsHidden}; }
-  Lines InFolder() const { return Describe(ListFolder(Only(), {})); }
+  Lines InFolder() const { return Describe(ListFolder(Only(), {}, false)); }
 
   test::TempDir folder_;
   const std::string still = IsStillToolInstalled() ? " screenshot" : "";
@@ -103,7 +103,7 @@ TEST_F(Lists, HaveSupportedFilesInOrder) {
 TEST_F(Lists, LinkToSubfoldersByTheirFullAddress) {
   Add("a b/c/d.jpg");
   fs::create_directory(Shown("a b/c/e"));
-  const Listing listing = ListFolder(Only(), {"a b", "c"});
+  const Listing listing = ListFolder(Only(), {"a b", "c"}, false);
   EXPECT_EQ(Describe(listing), (Lines{"folder e a%20b/c/e 0", "image d.jpg a%20b/c/d.jpg jpg 3 1700000000 original"}));
   EXPECT_EQ(listing.path, (std::vector<std::string>{"a b", "c"}));
 }
@@ -134,7 +134,7 @@ TEST_F(Lists, ShowHiddenNamesOnlyIfConfigured) {
   Add(".tavi_ea/a.jpg/x.jpg");
   fs::create_directory(Shown(".sub"));
   EXPECT_EQ(InFolder(), Lines());
-  EXPECT_EQ(Describe(ListFolder(Only(true), {})),
+  EXPECT_EQ(Describe(ListFolder(Only(true), {}, false)),
             (Lines{"folder .sub .sub 0", "image .a.jpg .a.jpg jpg 3 1700000000 original"}));
 }
 
@@ -157,6 +157,14 @@ TEST_F(Lists, SayWhichVideosHaveAnUpToDateScreenshotOrCanHaveAStill) {
                                "video sound.m4a sound.m4a m4a 3 1700000000"}));
 }
 
+TEST_F(Lists, PromiseNoStillsWhereTheLibraryMakesTheThumbnails) {
+  for (const char* name : {"none.mp4", "stored.mp4"}) Add(name);
+  AddScreenshot("stored.mp4", kTaken);
+  EXPECT_EQ(Describe(ListFolder(Only(), {}, true)),
+            (Lines{"video none.mp4 none.mp4 mp4 3 1700000000 original",
+                   "video stored.mp4 stored.mp4 mp4 3 1700000000 original screenshot"}));
+}
+
 TEST_F(Lists, CountFoldersThatCannotBeRead) {
   const std::pair<const char*, mode_t> folders[] = {
       {"closed", 0}, {"listable", 0444}, {"open", 0555}, {"passable", 0111}};
@@ -172,7 +180,7 @@ TEST_F(Lists, CountFoldersThatCannotBeRead) {
     for (const char* name : {"closed", "listable", "passable"}) {
       EXPECT_EQ(ErrorOf(Only(), {name}), "403 permission denied") << name;
     }
-    EXPECT_EQ(Describe(ListFolder(Only(), {"open"})), Lines{"folder inner open/inner 0"});
+    EXPECT_EQ(Describe(ListFolder(Only(), {"open"}, false)), Lines{"folder inner open/inner 0"});
   });
   for (const auto& [name, mode] : folders) chmod(Shown(name).c_str(), 0700);
 }
@@ -187,9 +195,9 @@ TEST_F(Lists, ShowRootsByTheirNames) {
   test::WriteFile(folder_ / "a/x.jpg", "abc");
   test::SetTimes(folder_ / "a/x.jpg", kTaken, kTaken);
   test::CheckAsOrdinaryUser([&] {
-    EXPECT_EQ(Describe(ListFolder(roots, {})),
+    EXPECT_EQ(Describe(ListFolder(roots, {}, false)),
               (Lines{"folder Z b Z%20b 0", "folder a a 1 cover a/x.jpg", "unreadable 1"}));
-    EXPECT_EQ(Describe(ListFolder(roots, {"a"})), Lines{"image x.jpg a/x.jpg jpg 3 1700000000 original"});
+    EXPECT_EQ(Describe(ListFolder(roots, {"a"}, false)), Lines{"image x.jpg a/x.jpg jpg 3 1700000000 original"});
     EXPECT_EQ(ErrorOf(roots, {"gone"}), "404 there is nothing here");
     EXPECT_EQ(ErrorOf(roots, {"closed"}), "403 permission denied");
   });
@@ -206,7 +214,7 @@ TEST_F(Lists, CountTheFilesOfFoldersAndNameTheirFirstPhotos) {
 
 TEST_F(Lists, StopCountingAfterSoManyNames) {
   for (const char* name : {"a/1.jpg", "a/2.jpg", "b/1.jpg", "c/1.jpg"}) Add(name);
-  EXPECT_EQ(Describe(ListFolder(Only(), {}, 3)),
+  EXPECT_EQ(Describe(ListFolder(Only(), {}, false, 3)),
             (Lines{"folder a a 2 cover a/1.jpg", "folder b b 1 cover b/1.jpg", "folder c c"}));
 }
 
