@@ -15,6 +15,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <fstream>
 #include <string>
@@ -139,7 +140,8 @@ extern "C" __attribute__((visibility("default"))) int clock_gettime(clockid_t cl
 }
 
 // The system allows $PROBE_WATCHES watches.
-extern "C" __attribute__((visibility("default"))) int inotify_add_watch(int file, const char* path, uint32_t mask) {
+extern "C" __attribute__((visibility("default"))) int inotify_add_watch(int file, const char* path,
+                                                                        std::uint32_t mask) {
   static const std::string most = Variable("PROBE_WATCHES");
   static int watches = 0;
   if (!most.empty() && watches >= std::atoi(most.c_str())) {
@@ -147,7 +149,7 @@ extern "C" __attribute__((visibility("default"))) int inotify_add_watch(int file
     return -1;
   }
   ++watches;
-  using AddWatch = int (*)(int, const char*, uint32_t);
+  using AddWatch = int (*)(int, const char*, std::uint32_t);
   static const auto real = reinterpret_cast<AddWatch>(dlsym(RTLD_NEXT, "inotify_add_watch"));
   return real(file, path, mask);
 }
