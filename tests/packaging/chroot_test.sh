@@ -145,6 +145,18 @@ following_service_fits_the_system() {
   inside systemctl enable "$unit" && inside systemd-analyze verify --man=no "$unit"
 }
 
+# What the package's own scripts ask of systemd, which does not run here.
+following_services_follow_the_package() {
+  local systemctl=$root/usr/bin/systemctl scripts=/var/lib/dpkg/info/tavithumb
+  mkdir -p "$root/run/systemd/system" && mv "$systemctl" "$systemctl.aside" &&
+    printf '#!/bin/sh\necho "$@" >>/tmp/asked\n' >"$systemctl" && chmod +x "$systemctl" || return
+  inside "$scripts.postinst" configure "" && inside "$scripts.postinst" configure "$version" &&
+    inside "$scripts.prerm" upgrade "$version" && inside "$scripts.prerm" remove
+  local status=$?
+  mv "$systemctl.aside" "$systemctl" && rmdir "$root/run/systemd/system" && [ "$status" -eq 0 ] &&
+    same $'try-restart tavithumb-watch@*.service\nstop tavithumb-watch@*.service' "$(grep watch@ "$root/tmp/asked")"
+}
+
 # The next version: these packages under another number.
 add_next_version() {
   local name folder=$work/next
@@ -293,6 +305,7 @@ check "apt installs the command and its dependencies, given the repository" repo
 check "alone, the command makes thumbnails of JPEG, PNG and HEIC" command_works
 check "alone, the nightly service makes thumbnails" nightly_service_works
 check "alone, the service that follows a folder fits the system" following_service_fits_the_system
+check "services that follow folders restart on an upgrade and stop with the package" following_services_follow_the_package
 check "an upgrade from the repository keeps what is set" upgrade_keeps_what_is_set
 check "purging the command leaves nothing but thumbnails" purged_command_is_gone
 
