@@ -12,6 +12,7 @@
 #include "maker/maker.h"
 #include "system/file_rules.h"
 #include "system/limited_child.h"
+#include "system/soft_limit.h"
 #include "system/supervisor.h"
 #include "thumbs/decoder_process.h"
 #include "thumbs/film_facts.h"
@@ -26,6 +27,8 @@ constexpr std::array percents = {10, 30, 50, 70};  // of the length, in turn
 constexpr double leastContrast = 5;
 // A batch gets only the time that other programs leave.
 constexpr ChildLimits limits = {60, mostDecodedBytes, std::chrono::minutes(4)};
+// For 4K on any number of processors, and 8K on a few.
+constexpr rlim_t mostMemory = rlim_t{2048} * 1048576;
 
 // Takes the brightness of HDR down to what a JPEG can show: diffuse white, at 203 candelas, stays as it is.
 constexpr char toneMapping[] =
@@ -119,6 +122,7 @@ std::optional<double> ContrastOf(const MemoryFile& picture) {
 std::optional<Still> TakeWith(const Arguments& arguments, const std::string& video) {
   MemoryFile picture({});
   const int status = RunLimited(limits, picture.Descriptor(), [&](int channel) {
+    const BoundedData memory(mostMemory);
     KeepToFile(video);
     dup2(channel, STDOUT_FILENO);
     BecomeProgram(arguments);
