@@ -161,7 +161,7 @@ class Elements {
   void Visit(const Element& element, int level);
   void ReadLength(const Range& range);
   std::uint64_t Number(const Range& range) const {
-    return NumberAt(input_, range, 0, std::min<std::size_t>(range.Size(), 8));
+    return NumberAt(input_, range, 0, static_cast<std::size_t>(std::min<std::uint64_t>(range.Size(), 8)));
   }
 
   const Input& input_;
