@@ -344,7 +344,7 @@ class Proof {
       fs::create_directory(album);
       Copy(album + "/photo.jpg");
       stream.Write(album + "/photo.jpg\n");
-      std::this_thread::sleep_for(std::chrono::microseconds(Upto(30000)));
+      std::this_thread::sleep_for(std::chrono::microseconds(Upto(8000)));
       fs::rename(album, gone);
       std::string answer;
       if (!stream.Read(&answer)) ++wrong;
