@@ -13,7 +13,8 @@
 namespace tavithumb::apps {
 namespace {
 
-constexpr char hexDigits[] = "0123456789abcdef";
+constexpr char lowerHexDigits[] = "0123456789abcdef";
+constexpr char upperHexDigits[] = "0123456789ABCDEF";
 
 const std::uint8_t* Bytes(std::string_view text) {
   return reinterpret_cast<const std::uint8_t*>(text.data());
@@ -72,7 +73,7 @@ std::string Hex(std::string_view bytes) {
   std::string hex;
   for (const char byte : bytes) {
     const auto value = static_cast<unsigned char>(byte);
-    hex += {hexDigits[value >> 4], hexDigits[value & 15]};
+    hex += {lowerHexDigits[value >> 4], lowerHexDigits[value & 15]};
   }
   return hex;
 }
@@ -128,6 +129,31 @@ std::string Fingerprint(std::string_view text) {
   std::array<char, 17> digits = {};
   static_cast<void>(std::snprintf(digits.data(), digits.size(), "%016llx", static_cast<unsigned long long>(hash)));
   return digits.data();
+}
+
+std::string UrlEncoded(std::string_view name) {
+  std::string encoded;
+  for (const char byte : name) {
+    const bool isAlphanumeric =
+        (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') || (byte >= '0' && byte <= '9');
+    if (isAlphanumeric || std::string_view("-._~").find(byte) != std::string_view::npos) {
+      encoded += byte;
+    } else {
+      const auto value = static_cast<unsigned char>(byte);
+      encoded += {'%', upperHexDigits[value >> 4], upperHexDigits[value & 15]};
+    }
+  }
+  return encoded;
+}
+
+std::string UrlEncodedPath(const std::string& path) {
+  std::string encoded;
+  for (std::size_t start = 0; start < path.size();) {
+    const std::size_t end = std::min(path.find('/', start + 1), path.size());
+    encoded += "/" + UrlEncoded(path.substr(start + 1, end - start - 1));
+    start = end;
+  }
+  return encoded;
 }
 
 std::string Join(const std::vector<std::string>& words, std::string_view separator) {

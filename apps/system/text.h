@@ -33,6 +33,12 @@ std::string DurationText(double seconds);
 // 16 digits, the same for the same text. Not for secrets.
 std::string Fingerprint(std::string_view text);
 
+// `name` as one segment of a URL's path.
+std::string UrlEncoded(std::string_view name);
+
+// An absolute path as that of a URL.
+std::string UrlEncodedPath(const std::string& path);
+
 std::string Join(const std::vector<std::string>& words, std::string_view separator);
 
 }  // namespace tavithumb::apps

@@ -6,12 +6,12 @@
 #include <nlohmann/json.hpp>
 
 #include "system/json_text.h"
+#include "system/text.h"
 #include "thumbs/exif_details.h"
 #include "thumbs/facts_in_bounds.h"
 #include "thumbs/kinds.h"
 #include "web/http_error.h"
 #include "web/listing.h"
-#include "web/target.h"
 
 namespace tavithumb::apps::web {
 namespace {

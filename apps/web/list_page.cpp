@@ -3,7 +3,6 @@
 #include "system/text.h"
 #include "thumbs/sizes.h"
 #include "web/listing.h"
-#include "web/target.h"
 
 namespace tavithumb::apps::web {
 namespace {

@@ -18,7 +18,6 @@
 #include "thumbs/reasons.h"
 #include "thumbs/stills.h"
 #include "web/http_error.h"
-#include "web/target.h"
 
 namespace tavithumb::apps::web {
 namespace {

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "web/sendfile.h"
 
-#include <algorithm>
 #include <cstddef>
 
+#include "system/text.h"
 #include "thumbs/store.h"
 #include "web/http_error.h"
 #include "web/target.h"
@@ -11,21 +11,10 @@
 namespace tavithumb::apps::web {
 namespace {
 
-// Both headers' values are decoded by the web server. The path starts with a slash.
-std::string Encoded(const std::string& path) {
-  std::string encoded;
-  for (std::size_t start = 0; start < path.size();) {
-    const std::size_t end = std::min(path.find('/', start + 1), path.size());
-    encoded += "/" + UrlEncoded(path.substr(start + 1, end - start - 1));
-    start = end;
-  }
-  return encoded;
-}
-
-// The file is below the root.
+// The file is below the root. Both headers' values are decoded by the web server.
 std::string AddressBelow(const Root& root, const std::string& file) {
   const std::size_t start = root.folder == "/" ? 0 : root.folder.size();
-  return (root.name.empty() ? "" : "/" + UrlEncoded(root.name)) + Encoded(file.substr(start));
+  return (root.name.empty() ? "" : "/" + UrlEncoded(root.name)) + UrlEncodedPath(file.substr(start));
 }
 
 bool IsBelow(const std::string& path, const std::string& folder) {
@@ -35,7 +24,7 @@ bool IsBelow(const std::string& path, const std::string& folder) {
 
 std::string Line(const Sendfile& sendfile, const std::string& address, const std::string& path) {
   const bool isAddress = sendfile.header == kAccelRedirect;
-  return sendfile.header + ": " + (isAddress ? sendfile.prefix + address : Encoded(path)) + "\r\n";
+  return sendfile.header + ": " + (isAddress ? sendfile.prefix + address : UrlEncodedPath(path)) + "\r\n";
 }
 
 }  // namespace

@@ -213,21 +213,6 @@ Target ParseTarget(const Variables& variables) {
   return target;
 }
 
-std::string UrlEncoded(std::string_view name) {
-  std::string encoded;
-  for (const char byte : name) {
-    const bool isAlphanumeric =
-        (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') || (byte >= '0' && byte <= '9');
-    if (isAlphanumeric || std::string_view("-._~").find(byte) != std::string_view::npos) {
-      encoded += byte;
-    } else {
-      const auto value = static_cast<unsigned char>(byte);
-      encoded += {'%', hexDigits[value >> 4], hexDigits[value & 15]};
-    }
-  }
-  return encoded;
-}
-
 std::string ValueOf(const Variables& variables, const std::string& name) {
   const auto variable = variables.find(name);
   return variable == variables.end() ? "" : variable->second;

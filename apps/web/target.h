@@ -33,9 +33,6 @@ struct Target {
 // Throws HttpError 400, 404 or 405 with the reason for an invalid request.
 Target ParseTarget(const Variables& variables);
 
-// `name` as one segment of a URL's path.
-std::string UrlEncoded(std::string_view name);
-
 // The value of a variable, "" if it is not set.
 std::string ValueOf(const Variables& variables, const std::string& name);
 

@@ -137,6 +137,8 @@ TEST_F(Render, NamesTheFileInAPng) {
     EXPECT_EQ(RunTool({"/usr/bin/identify", "-format", "%[" + keyword + "]", png}), text) << keyword;
   }
   EXPECT_EQ(SizeOf(png), "PNG 360x240");
+  EXPECT_EQ(Errors({"--uri", "/other/a b.jpg", photo, png}), "");
+  EXPECT_EQ(RunTool({"/usr/bin/identify", "-format", "%[Thumb::URI]", png}), "file:///other/a%20b.jpg");
   EXPECT_EQ(Errors({photo, png}), "");
   EXPECT_EQ(ReadFile(png).find("tEXt"), std::string::npos) << "no metadata unless it is asked for";
 }

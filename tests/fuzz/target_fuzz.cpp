@@ -3,11 +3,13 @@
 #include <tavithumb/libtavithumb.h>
 
 #include "fuzz.h"
+#include "system/text.h"
 #include "web/http_error.h"
 #include "web/target.h"
 
 namespace web = tavithumb::apps::web;
 using tavithumb::Thumb;
+using tavithumb::apps::UrlEncoded;
 
 namespace {
 
@@ -29,10 +31,10 @@ std::string SizeOf(const tavithumb::apps::Size& size) {
 std::string AddressOf(const web::Target& target) {
   const char* const routes[] = {"/thumb", "/original", "/original", "/original", "/list", "/list"};
   std::string address = target.prefix + routes[static_cast<int>(target.route)];
-  for (const std::string& name : target.path) address += "/" + web::UrlEncoded(name);
+  for (const std::string& name : target.path) address += "/" + UrlEncoded(name);
   if (target.route == web::Route::kDownload) return address + "?download=1";
   if (target.route == web::Route::kFacts) return address + "?facts=1";
-  if (target.route == web::Route::kDates) return address + "?dates=1&after=" + web::UrlEncoded(target.after);
+  if (target.route == web::Route::kDates) return address + "?dates=1&after=" + UrlEncoded(target.after);
   if (target.route != web::Route::kThumb) return address;
   address += "?size=" + SizeOf(target.request.size) + "&rotate=" + std::to_string(target.request.quarterTurns);
   if ((target.request.options & Thumb::OPT_AVATAR) != 0) address += "&avatar=1";

@@ -63,7 +63,7 @@ tavithumb Suggests: ffmpeg
 tavithumb-convert Depends: imagemagick, $codecs_to_r, $codecs_from_t
 tavithumb-convert Enhances: libtavithumb1
 tavithumb-thumbnailer Depends: tavithumb (>= $version)
-tavithumb-thumbnailer Enhances: caja, nautilus, nemo, thunar
+tavithumb-thumbnailer Enhances: caja, dolphin, nautilus, nemo, thunar
 tavithumb-web Depends: tavithumb (= $version), $codecs
 tavithumb-web Recommends: nginx | lighttpd"
 check "the index is the same elsewhere" index_is_the_same_elsewhere

@@ -12,6 +12,7 @@
 #include "command/cli/subcommand.h"
 #include "system/paths.h"
 #include "system/suggestion.h"
+#include "system/text.h"
 #include "thumbs/request.h"
 
 namespace tavithumb::apps::command {
@@ -27,7 +28,7 @@ constexpr char footer[] =
     "SIZE is small, medium, big, large, xlarge, WIDTHxHEIGHT, SIDE, or original for all pixels of FILE.\n"
     "\n"
     "With --uri, a PNG says which file it shows, by the keys of the file managers of freedesktop.org: its URI, time,\n"
-    "size and type.\n"
+    "size and type. An absolute path stands for its file: URI.\n"
     "\n"
     "Examples:\n"
     "  tavithumb render --size 1024 photo.jpg photo-for-mail.jpg\n"
@@ -90,9 +91,11 @@ Size SizeOf(const Arguments& arguments) {
   return {"", {65535, 65535}};
 }
 
+// KDE's file manager passes a path instead.
 std::string CheckedUri(const std::string& uri, maker::Type type) {
   if (type != maker::Type::kPng)
     throw std::invalid_argument("--uri needs a PNG: name a .png file, or add --format png");
+  if (uri.rfind('/', 0) == 0) return "file://" + UrlEncodedPath(uri);
   const bool isPlain = std::all_of(uri.begin(), uri.end(), [](char byte) { return byte > ' ' && byte < '\x7f'; });
   if (isPlain && uri.find(':') != std::string::npos) return uri;
   throw std::invalid_argument("'" + uri + "' is not a URI: use one such as file:///photos/a%20b.jpg");

@@ -310,12 +310,5 @@ TEST(Target, DependsOnWhatTheClientAccepts) {
   }
 }
 
-TEST(UrlEncoded, EscapesEverythingWithAMeaningInAnAddress) {
-  EXPECT_EQ(UrlEncoded("azAZ09-._~"), "azAZ09-._~");
-  EXPECT_EQ(UrlEncoded("`{@[/:"), "%60%7B%40%5B%2F%3A") << "next to letters and digits";
-  EXPECT_EQ(UrlEncoded(" %/?#&+\"<\xff\n"), "%20%25%2F%3F%23%26%2B%22%3C%FF%0A");
-  EXPECT_EQ(UrlEncoded(std::string("\0", 1)), "%00");
-}
-
 }  // namespace
 }  // namespace tavithumb::apps::web
