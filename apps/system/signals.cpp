@@ -29,7 +29,7 @@ Signals::Signals(std::initializer_list<int> numbers) {
 }
 
 Signals::~Signals() {
-  pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+  if (!stayBlocked_) pthread_sigmask(SIG_SETMASK, &before_, nullptr);
 }
 
 std::optional<int> Signals::Receive() const {

@@ -22,10 +22,13 @@ class Signals {
   int Descriptor() const { return file_.Number(); }
   // Reads the number of a pending signal; nothing if there is none.
   std::optional<int> Receive() const;
+  // They stay blocked after its lifetime too: for a process that ends because of one, which may come twice.
+  void StayBlocked() { stayBlocked_ = true; }
 
  private:
   sigset_t before_;
   FileDescriptor file_;
+  bool stayBlocked_ = false;
 };
 
 // For a forked child: unblocks all signals, and restores the default action of SIGTERM, SIGINT and SIGCHLD.

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <filesystem>
 #include <stdexcept>
 #include <utility>
 
@@ -47,6 +48,7 @@ Outcome CommandRunner::operator()(const std::vector<std::string>& arguments, con
 
 pid_t CommandRunner::Begin(std::vector<std::string> arguments, const Start& start) const {
   arguments.insert(arguments.begin(), "tavithumb");
+  std::filesystem::remove(files_ / "err");  // what an earlier one has written is not its own
   const pid_t child = fork();
   if (child == 0) Exec(arguments, start);
   return child;

@@ -117,6 +117,16 @@ TEST_F(Watch, StopsAtEachSignalWithSuccessAndContinuesWhereItWasStopped) {
   EXPECT_EQ(CountMade(Stop()), 1u);
 }
 
+// As timeout(1) sends it. A signal that comes just when the command ends is not to end it in another way.
+TEST_F(Watch, EndsWithSuccessWhenASignalComesTwice) {
+  for (int i = 0; i < 30; ++i) {
+    Begin({folder.Path()});
+    kill(process_, SIGTERM);
+    usleep(static_cast<useconds_t>(100 * i));
+    ASSERT_EQ(Stop().code, 0) << i;
+  }
+}
+
 TEST_F(Watch, WaitsUntilAFileHasBeenQuietForTwoSeconds) {
   const std::string source = PictureElsewhere();
   Begin({folder.Path()});

@@ -67,7 +67,7 @@ class Run {
 
   const RunRequest& request_;
   const RunOutput& output_;
-  const Signals signals_{SIGINT, SIGTERM, SIGHUP, SIGWINCH};
+  Signals signals_{SIGINT, SIGTERM, SIGHUP, SIGWINCH};
   ProgressDisplay progress_;
   Summary summary_;
   ServiceManager serviceManager_;
@@ -176,6 +176,7 @@ void Run::HandleSignals() {
     }
     if (!pool_.IsInterrupted()) progress_.Say("finishing the running files; press Ctrl-C again to stop them at once");
     pool_.Interrupt();
+    signals_.StayBlocked();
   }
 }
 

@@ -50,5 +50,21 @@ TEST(Signals, AreBlockedAsLongAsTheyAreWatched) {
   EXPECT_EQ(sigismember(&after, SIGUSR1), 0);
 }
 
+TEST(Signals, StayBlockedIfTheProcessEndsBecauseOfOne) {
+  {
+    Signals signals({SIGUSR1});
+    signals.StayBlocked();
+    static_cast<void>(raise(SIGUSR1));
+    EXPECT_EQ(AllOf(signals), std::vector<int>{SIGUSR1});
+  }
+  static_cast<void>(raise(SIGUSR1));
+  sigset_t numbers;
+  sigemptyset(&numbers);
+  sigaddset(&numbers, SIGUSR1);
+  const timespec noTime = {};
+  EXPECT_EQ(sigtimedwait(&numbers, nullptr, &noTime), SIGUSR1) << "pending";
+  pthread_sigmask(SIG_UNBLOCK, &numbers, nullptr);
+}
+
 }  // namespace
 }  // namespace tavithumb::apps
