@@ -11,6 +11,7 @@
 #include "system/paths.h"
 #include "thumbs/ea_folder.h"
 #include "thumbs/kinds.h"
+#include "thumbs/stored_entries.h"
 
 namespace tavithumb::apps::command {
 namespace {
@@ -165,6 +166,7 @@ void Walk::ReadFolder() {
 void Walk::VisitEntry(const dirent& entry) {
   const std::string_view name = entry.d_name;
   if (name == "." || name == ".." || name == EAFolderName()) return;
+  if (IsUnfinishedEADirectory(entry.d_name)) return;  // another run's, which is gone in a moment
   const std::string path = JoinPath(folderName_, entry.d_name);
   const int folder = dirfd(folder_.get());
   const unsigned char type = TypeOf(folder, entry);

@@ -104,6 +104,11 @@ TEST_F(Walks, FindThePhotosInFoldersAndSkipTheRest) {
   EXPECT_EQ(problems, Strings{});
 }
 
+TEST_F(Walks, LeaveOutTheDirectoriesThatAnotherRunIsMaking) {
+  Write({".tavi_mkdir.a1B2c3/a.png", ".tavi_mkdir.name/b.png"});
+  EXPECT_EQ(Found(Start(In({""}))), In({".tavi_mkdir.name/b.png"}));
+}
+
 TEST_F(Walks, FindTheTypesThatOnlyTheProgramsKnow) {
   Write({"a.webp", "b.AVIF", "c.jxl", "d.HIF", "e.Cr3", "f.jp2", "g.cr4", "webp.txt"});
   EXPECT_EQ(Found(Start({folder.Path()})), In({"a.webp", "b.AVIF", "c.jxl", "d.HIF", "e.Cr3"}));
